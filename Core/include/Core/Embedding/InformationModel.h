@@ -1,0 +1,155 @@
+#pragma once
+
+#include "Core/Events.h"
+#include "Core/Export.h"
+#include "Core/Guid.h"
+#include "Core/NodeId.h"
+#include "Core/QualifiedName.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Core::Embedding {
+
+/// What every described node has.
+struct NodeDescription
+{
+    NodeId id;
+    QualifiedName browseName;
+    std::string displayName;
+    std::string description;
+};
+
+/// One argument of a method (OPC 10000-3, 8.6).
+struct ArgumentDescription
+{
+    std::string name;
+    NodeId dataType;
+    int valueRank = -1; ///< -1 scalar, 1 or more: that many dimensions
+    std::vector<unsigned int> arrayDimensions;
+    std::string description;
+};
+
+struct MethodDescription : NodeDescription
+{
+    NodeId inputArgumentsId; ///< the property node; empty without inputs
+    std::vector<ArgumentDescription> inputs;
+    NodeId outputArgumentsId; ///< the property node; empty without outputs
+    std::vector<ArgumentDescription> outputs;
+};
+
+/// A field of an event type: a property of the type.
+struct EventFieldDescription : NodeDescription
+{
+    NodeId dataType;
+    int valueRank = -1;
+};
+
+/// An object type or event type. Lists hold what the type itself adds, not what it inherits.
+struct ObjectTypeDescription : NodeDescription
+{
+    NodeId superType; ///< empty for the root of the types
+    bool isAbstract = false;
+    std::vector<MethodDescription> methods;
+    std::vector<EventFieldDescription> eventFields;
+    std::vector<NodeId> generatedEvents;
+    /// The factory that makes the behaviours of this type's objects.
+    std::optional<Guid> behaviourFactory;
+};
+
+enum class DataTypeKind
+{
+    Simple,      ///< built-in types and plain subtypes of them
+    Enumeration, ///< fields are its values; an Int32 on the wire
+    OptionSet,   ///< fields are the bits of an unsigned integer; `value` is the bit number
+    Structure,   ///< fields are its members in order
+};
+
+struct DataTypeField
+{
+    std::string name;
+    std::string description;
+    NodeId dataType;    ///< of a structure's member
+    int valueRank = -1; ///< of a structure's member
+    long value = 0;     ///< of an enumeration's value or a bit
+};
+
+struct DataTypeDescription : NodeDescription
+{
+    NodeId superType;
+    bool isAbstract = false;
+    DataTypeKind kind = DataTypeKind::Simple;
+    std::vector<DataTypeField> fields;
+    NodeId binaryEncodingId; ///< the "Default Binary" object of a structure
+    NodeId textsPropertyId;  ///< EnumStrings, EnumValues or OptionSetValues, where the model has it
+    std::string textsPropertyName;
+};
+
+/// The types of an address space: the base types that the host itself needs, and those read from
+/// NodeSet2 files (OPC 10000-6, annex F). A value: copy it, extend the copy, publish it whole.
+class CORE_API InformationModel
+{
+public:
+    /// With the base types of namespace 0.
+    InformationModel();
+
+    /// Adds the types of a NodeSet2 file and registers its namespaces. Object types, data types and
+    /// methods may be described, with their properties and encodings; anything else is refused.
+    /// Throws InvalidModelException naming the file, the node and what is wrong with it (the model
+    /// is unchanged then), SystemException when the file cannot be read.
+    void LoadNodeSet(const std::filesystem::path& file);
+
+    /// The described types; throw NotFoundException for an identifier that no such type has.
+    [[nodiscard]] const ObjectTypeDescription& GetObjectType(const NodeId& id) const;
+    [[nodiscard]] const DataTypeDescription& GetDataType(const NodeId& id) const;
+
+    /// In the order in which they were added: base types first, supertypes before their subtypes.
+    [[nodiscard]] const std::vector<ObjectTypeDescription>& GetObjectTypes() const noexcept
+    {
+        return objectTypes;
+    }
+    [[nodiscard]] const std::vector<DataTypeDescription>& GetDataTypes() const noexcept
+    {
+        return dataTypes;
+    }
+
+    /// True for the type itself too; false for identifiers that name no type.
+    [[nodiscard]] bool IsSubtypeOf(const NodeId& type, const NodeId& ancestor) const;
+
+    /// The fields of an event type with the inherited ones first; empty for types that are no
+    /// events.
+    [[nodiscard]] EventArguments GetEventArguments(const NodeId& eventType) const;
+
+    /// The methods of a type with the inherited ones first.
+    [[nodiscard]] std::vector<MethodDescription> GetMethods(const NodeId& objectType) const;
+
+    /// The factory of the type or of its nearest ancestor that has one.
+    [[nodiscard]] std::optional<Guid> GetBehaviourFactory(const NodeId& objectType) const;
+
+private:
+    friend class NodeSetReader;
+    using Index = std::unordered_map<NodeId, std::size_t, HashNodeId>;
+
+    void Add(ObjectTypeDescription type);
+    void Add(DataTypeDescription type);
+    [[nodiscard]] std::vector<const ObjectTypeDescription*> GetLineage(const NodeId& type) const;
+
+    std::vector<ObjectTypeDescription> objectTypes;
+    std::vector<DataTypeDescription> dataTypes;
+    Index objectTypeIndex;
+    Index dataTypeIndex;
+};
+
+/// Identifiers of the base types (namespace 0) that the host and embedders refer to.
+namespace BaseTypes {
+inline const NodeId baseObjectType{0, 58};
+inline const NodeId folderType{0, 61};
+inline const NodeId baseEventType{0, 2041};
+inline const NodeId organizes{0, 35};
+inline const NodeId hasComponent{0, 47};
+} // namespace BaseTypes
+
+} // namespace Core::Embedding

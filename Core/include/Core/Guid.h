@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Core/Export.h"
+
+#include <array>
+#include <compare>
+#include <cstddef>
+#include <string>
+
+namespace Core {
+
+/// A 128-bit identifier, kept in the order in which its hexadecimal digits are written.
+class CORE_API Guid
+{
+public:
+    /// All zero.
+    Guid() noexcept = default;
+
+    /// From exactly 32 hexadecimal digits of either case, without dashes or braces.
+    /// Throws InvalidArgumentException for anything else, a null pointer included.
+    explicit Guid(const char* text);
+
+    explicit Guid(const std::array<unsigned char, 16>& bytes) noexcept;
+
+    /// A random (version 4) identifier from the system's random source: unguessable.
+    [[nodiscard]] static Guid Random();
+
+    [[nodiscard]] const std::array<unsigned char, 16>& GetBytes() const noexcept { return bytes; }
+
+    /// 32 lower-case hexadecimal digits.
+    [[nodiscard]] std::string ToString() const;
+
+    friend auto operator<=>(const Guid&, const Guid&) noexcept = default;
+
+private:
+    std::array<unsigned char, 16> bytes{};
+};
+
+struct CORE_API HashGuid
+{
+    std::size_t operator()(const Guid& guid) const noexcept;
+};
+
+} // namespace Core

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "Core/Export.h"
+#include "Core/Guid.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <variant>
+
+namespace Core {
+
+/// Identifier of a node: a namespace index and a number, a text or a Guid. Immutable; cheap to
+/// copy, since a text is shared by the copies.
+class CORE_API NodeId
+{
+public:
+    /// The empty identifier.
+    NodeId() noexcept = default;
+    NodeId(int namespaceIndex, unsigned int numericId) noexcept;
+    NodeId(int namespaceIndex, std::string text);
+    NodeId(int namespaceIndex, const Guid& guid) noexcept;
+
+    /// The empty identifier: number 0 in namespace 0.
+    [[nodiscard]] static const NodeId& Empty() noexcept;
+
+    [[nodiscard]] bool IsEmpty() const noexcept;
+    [[nodiscard]] int GetNamespaceIndex() const noexcept { return namespaceIndex; }
+
+    /// Null when the identifier is of another form; valid as long as this object lives.
+    [[nodiscard]] const unsigned int* GetNumeric() const noexcept;
+    [[nodiscard]] const std::string* GetText() const noexcept;
+    [[nodiscard]] const Guid* GetGuid() const noexcept;
+
+    /// "ns=1;i=5", "ns=1;s=name" or "ns=1;g=<32 digits>"; without the namespace when that is 0.
+    [[nodiscard]] std::string ToString() const;
+
+    friend CORE_API bool operator==(const NodeId& left, const NodeId& right) noexcept;
+
+private:
+    friend struct HashNodeId;
+    using SharedText = std::shared_ptr<const std::string>;
+
+    int namespaceIndex = 0;
+    std::variant<unsigned int, SharedText, Guid> identifier{0U};
+};
+
+CORE_API bool operator==(const NodeId& left, const NodeId& right) noexcept;
+
+struct CORE_API HashNodeId
+{
+    std::size_t operator()(const NodeId& nodeId) const noexcept;
+};
+
+} // namespace Core

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Core/Export.h"
+#include "Core/Node.h"
+
+#include <memory>
+
+namespace Core {
+
+/// One client's session.
+class CORE_API SessionHandler
+{
+public:
+    SessionHandler() = default;
+    SessionHandler(const SessionHandler&) = delete;
+    SessionHandler& operator=(const SessionHandler&) = delete;
+    virtual ~SessionHandler();
+
+    /// The session's object in the sessions folder; null once the session's removal is announced.
+    [[nodiscard]] virtual std::shared_ptr<IObject> GetSessionObject() = 0;
+};
+
+/// The sessions of a host.
+class CORE_API Sessions
+{
+public:
+    Sessions() = default;
+    Sessions(const Sessions&) = delete;
+    Sessions& operator=(const Sessions&) = delete;
+    virtual ~Sessions();
+
+    /// The session on whose behalf the calling thread works; null when it works for none.
+    [[nodiscard]] virtual std::shared_ptr<SessionHandler> GetCurrentSession() const = 0;
+};
+
+} // namespace Core

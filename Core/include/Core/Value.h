@@ -1,0 +1,149 @@
+#pragma once
+
+#include "Core/DateTime.h"
+#include "Core/Export.h"
+#include "Core/NodeId.h"
+#include "Core/Struct.h"
+
+#include <concepts>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Core {
+
+/// What a value holds, or what the elements of an array value are.
+enum class ValueKind
+{
+    Empty,
+    Boolean,
+    SByte,
+    Byte,
+    Int16,
+    UInt16,
+    Int32,
+    UInt32,
+    Int64,
+    UInt64,
+    Float,
+    Double,
+    Text,
+    ByteString,
+    DateTime,
+    NodeId,
+    Struct,
+};
+
+/// The name of a kind, as error texts show it.
+[[nodiscard]] CORE_API const char* ToString(ValueKind kind) noexcept;
+
+template <typename T, typename... Others>
+concept OneOf = (std::same_as<T, Others> || ...);
+
+/// Booleans and numbers. Exactly these: nothing converts to them on the way into a value, so a
+/// pointer or a text literal never becomes a boolean.
+template <typename T>
+concept SimpleValue = OneOf<T, bool, signed char, unsigned char, short, unsigned short, int,
+                            unsigned int, long, unsigned long, float, double>;
+
+/// What one element of an array can be.
+template <typename T>
+concept ElementValue =
+    SimpleValue<T> || OneOf<T, std::string, std::vector<unsigned char>, DateTime, NodeId, Struct>;
+
+/// A variant: nothing, one scalar, or an array of scalars with its dimensions. Arrays are immutable
+/// and shared by the copies of a value, so copying a listing of 61440 entries is cheap; copies may
+/// be used on different threads.
+class CORE_API Value
+{
+public:
+    using ByteString = std::vector<unsigned char>;
+    using Dimensions = std::vector<unsigned int>;
+
+    /// Empty.
+    Value() noexcept;
+    Value(const Value&);
+    Value(Value&&) noexcept;
+    Value& operator=(const Value&);
+    Value& operator=(Value&&) noexcept;
+    ~Value();
+
+    template <SimpleValue T>
+    Value(T scalar) noexcept // NOLINT(google-explicit-constructor)
+        : held(scalar)
+    {}
+    /// A text; throws InvalidArgumentException for a null pointer.
+    Value(const char* text);
+    Value(const std::string& text);
+    Value(std::string&& text) noexcept;
+    Value(const DateTime& dateTime) noexcept;
+    Value(DateTime&& dateTime) noexcept;
+    Value(const NodeId& nodeId) noexcept;
+    Value(const Struct& structure);
+    Value(Struct&& structure) noexcept;
+
+    /// Arrays of one dimension.
+    Value(const std::vector<Struct>& structures);
+    Value(std::vector<Struct>&& structures);
+    Value(const std::vector<std::string>& texts);
+
+    /// A byte string when `isByteString` is true, otherwise an array of bytes.
+    Value(const ByteString& bytes, bool isByteString);
+    Value(ByteString&& bytes, bool isByteString);
+
+    /// An array with the lengths of its dimensions, the last varying fastest. Throws
+    /// InvalidArgumentException unless their product is the number of elements.
+    template <ElementValue T>
+    [[nodiscard]] static Value MakeArray(std::vector<T> elements, Dimensions dimensions);
+
+    /// The held scalar, converted: integers to any integer type that can hold the number, float to
+    /// double, everything else only to itself. Vectors of element types give a copy of an array's
+    /// elements (`std::vector<unsigned char>`: of a byte string or an array of bytes).
+    /// Throws TypeMismatchException naming both types, OutOfRangeException for a number that does
+    /// not fit.
+    template <typename T>
+    [[nodiscard]] T Get() const;
+
+    /// The element of an array at an index for each dimension, converted like a scalar. Throws
+    /// TypeMismatchException when this is no array, OutOfRangeException when the index has another
+    /// number of dimensions or lies outside.
+    template <typename T>
+    [[nodiscard]] T Get(const Dimensions& index) const;
+
+    /// The elements of an array without a copy; valid as long as this value or a copy of it lives
+    /// unchanged. Throws TypeMismatchException when the elements are not exactly of type T.
+    template <ElementValue T>
+    [[nodiscard]] const std::vector<T>& GetElements() const;
+
+    /// The held byte string or text without a copy; the same validity and failure as GetElements.
+    [[nodiscard]] const ByteString& GetByteString() const;
+    [[nodiscard]] const std::string& GetText() const;
+    [[nodiscard]] const Struct& GetStruct() const;
+
+    /// The length of each dimension; empty for a scalar.
+    [[nodiscard]] Dimensions GetArrayDimensions() const;
+
+    [[nodiscard]] ValueKind GetKind() const noexcept;
+    [[nodiscard]] bool IsEmpty() const noexcept;
+    [[nodiscard]] bool IsArray() const noexcept;
+
+    /// For people: logs and error texts. Long contents are shortened.
+    [[nodiscard]] std::string ToString() const;
+
+    /// Same kind, same dimensions, same contents; numbers of different kinds differ.
+    friend CORE_API bool operator==(const Value& left, const Value& right);
+
+private:
+    struct Array;
+    using SharedArray = std::shared_ptr<const Array>;
+    using Held = std::variant<std::monostate, bool, signed char, unsigned char, short,
+                              unsigned short, int, unsigned int, long, unsigned long, float, double,
+                              std::string, ByteString, DateTime, NodeId, Struct, SharedArray>;
+
+    [[nodiscard]] const Array& RequireArray() const;
+
+    Held held;
+};
+
+} // namespace Core

@@ -1,0 +1,11 @@
+# TALVENSOR_SANITIZER: empty, "address" (with undefined behaviour) or "thread".
+set(TALVENSOR_SANITIZER "" CACHE STRING "address, thread or nothing")
+if(TALVENSOR_SANITIZER STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+elseif(TALVENSOR_SANITIZER STREQUAL "thread")
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+elseif(TALVENSOR_SANITIZER)
+    message(FATAL_ERROR "TALVENSOR_SANITIZER is '${TALVENSOR_SANITIZER}'; it can be address or thread")
+endif()
