@@ -2,5 +2,8 @@
 add_library(TalvensorWarnings INTERFACE)
 target_compile_options(TalvensorWarnings INTERFACE
     -Wall -Wextra -Wpedantic -Werror
-    -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align -Woverloaded-virtual
+    -Wnon-virtual-dtor -Wold-style-cast -Wcast-align -Woverloaded-virtual
     -Wconversion -Wsign-conversion -Wnull-dereference -Wdouble-promotion -Wformat=2)
+# Of shadowing only among locals: constructor parameters are named like the members they set.
+target_compile_options(TalvensorWarnings INTERFACE
+    $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)

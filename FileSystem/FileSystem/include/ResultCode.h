@@ -1,0 +1,13 @@
+#pragma once
+
+/// The "Result" field of an `AckEvent`.
+namespace FileSystem::ResultCode {
+
+inline constexpr unsigned char Success = 0;
+inline constexpr unsigned char OpenFailed = 1;
+inline constexpr unsigned char WriteIncomplete = 2;
+inline constexpr unsigned char CloseFailed = 3;
+inline constexpr unsigned char SetDateTimeFailed = 4;
+inline constexpr unsigned char SetPermissionsFailed = 5;
+
+} // namespace FileSystem::ResultCode

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Core/LogEntry.h"
+#include "Core/Logger.h"
+
+#include <cstdint>
+#include <sstream>
+#include <string>
+#include <utility>
+
+namespace FileSystem {
+
+inline constexpr const char* logCategory = "FileSystem";
+
+/// Message codes: 0x0217 in the low 16 bits, the family of the message in the high ones.
+namespace LogCode {
+inline constexpr std::uint32_t general = 0x00000217;
+inline constexpr std::uint32_t closeFailed = 0x00010217;
+inline constexpr std::uint32_t readLengthExceeded = 0x00020217;
+inline constexpr std::uint32_t permissionsNotSet = 0x00030217;
+} // namespace LogCode
+
+/// The constant part of a log statement. Lines are published, since operators filter by them: they
+/// are part of the statement and do not follow the layout of the source.
+struct LogStatement
+{
+    Core::LogLevel level;
+    std::uint32_t code;
+    const char* file;
+    const char* function;
+    std::int32_t line;
+};
+
+/// How a failed close is reported.
+struct CloseReport
+{
+    LogStatement statement;
+    const char* text;
+};
+
+/// Writes one entry, if the logger would keep it; otherwise `writeText(std::ostream&)` is not
+/// called and nothing is built. Any thread.
+template <typename WriteText>
+void Log(const LogStatement& statement, WriteText&& writeText, std::string details = {})
+{
+    if (!Core::Logger::Instance().IsEnabledForEntry(statement.level, logCategory))
+        return;
+    std::ostringstream text;
+    std::forward<WriteText>(writeText)(text);
+    Core::Logger::Instance().AppendEntry({statement.level,
+                                          logCategory,
+                                          statement.code,
+                                          text.str(),
+                                          Core::DateTime::Now(),
+                                          statement.file,
+                                          statement.function,
+                                          statement.line,
+                                          std::move(details),
+                                          {},
+                                          nullptr});
+}
+
+inline void Log(const CloseReport& report)
+{
+    Log(report.statement, [&report](std::ostream& text) { text << report.text; });
+}
+
+/// Throws std::logic_error naming the condition and its published place, unless it holds.
+void CheckCondition(bool holds, const char* condition, const char* file, std::int32_t line);
+
+} // namespace FileSystem
