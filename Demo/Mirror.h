@@ -1,0 +1,73 @@
+#pragma once
+
+#include "FileSystemClient.h"
+#include "Report.h"
+#include "SourceTree.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Demo {
+
+/// Mirrors a tree through the methods of a file system and compares. A failure is reported and the
+/// next entry is tried; NoAnswerException and what the host throws go through.
+class Mirror
+{
+public:
+    Mirror(FileSystemClient& fileSystem, const SourceTree& source, std::filesystem::path target,
+           Report& report);
+
+    /// Compares listings of the source's directories with what the demo saw itself.
+    void ListSource();
+    void CreateDirectories();
+    void CopyFiles();
+    /// Directories get their times last, deepest first: filling one changes its time.
+    void SetDirectoryTimes();
+    /// Compares a recursive listing of the mirror with the source: names, kinds and times.
+    void ListMirror();
+    /// Reads every file back and compares it with the source.
+    void CompareFiles();
+    /// Asks for every entry.
+    void AskExistence();
+    /// Deletes half of the entries, whole directories where they fit, and checks what is left.
+    void DeleteHalf();
+
+private:
+    using ListedEntries = std::map<std::string, ListedEntry>;
+
+    void Try(const std::filesystem::path& path, const std::function<void()>& operation);
+
+    void ListSourceDirectory(const std::filesystem::path& path, const std::set<std::string>& names);
+
+    void CopyFile(const SourceEntry& entry);
+    void CopyContent(unsigned int from, const std::filesystem::path& to, const SourceEntry& entry);
+    void CopyInBlocks(unsigned int from, const Bytes& first, Bytes second,
+                      const std::filesystem::path& to, const SourceEntry& entry);
+
+    void CompareFile(const SourceEntry& entry);
+    void CompareContent(unsigned int handle, const SourceEntry& entry);
+    void CompareStatus(const SourceEntry& entry);
+
+    [[nodiscard]] Listing ListWhole(bool& isComplete);
+    void CompareListing(bool withTimes);
+    void CompareListedEntry(const SourceEntry& entry, const ListedEntries& listed, bool isComplete,
+                            bool withTimes);
+
+    /// Takes half of the entries off `remaining` and gives the paths to delete for that.
+    [[nodiscard]] std::vector<std::filesystem::path> TakeHalf();
+    [[nodiscard]] std::filesystem::path InSource(const SourceEntry& entry) const;
+    [[nodiscard]] std::filesystem::path InMirror(const SourceEntry& entry) const;
+
+    FileSystemClient& fileSystem;
+    const SourceTree& source;
+    const std::filesystem::path target;
+    Report& report;
+    std::vector<SourceEntry> remaining; // what the mirror has to hold
+};
+
+} // namespace Demo
