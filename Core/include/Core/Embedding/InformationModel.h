@@ -82,9 +82,9 @@ struct DataTypeDescription : NodeDescription
     NodeId superType;
     bool isAbstract = false;
     DataTypeKind kind = DataTypeKind::Simple;
-    std::vector<DataTypeField> fields;
-    NodeId binaryEncodingId; ///< the "Default Binary" object of a structure
-    NodeId textsPropertyId;  ///< EnumStrings, EnumValues or OptionSetValues, where the model has it
+    std::vector<DataTypeField> fields; ///< of a structure: all its members, inherited ones first
+    NodeId binaryEncodingId;           ///< the "Default Binary" object of a structure
+    NodeId textsPropertyId; ///< EnumStrings, EnumValues or OptionSetValues, where the model has it
     std::string textsPropertyName;
 };
 
@@ -98,8 +98,13 @@ public:
 
     /// Adds the types of a NodeSet2 file and registers its namespaces. Object types, data types and
     /// methods may be described, with their properties and encodings; anything else is refused.
-    /// Throws InvalidModelException naming the file, the node and what is wrong with it (the model
-    /// is unchanged then), SystemException when the file cannot be read.
+    /// The nodes of a file belong to the models that it declares; a model is loaded once, after
+    /// those that it requires. The factory of a type's behaviours is named in its extensions, by an
+    /// element `BehaviourFactory` of the XML namespace "urn:Talvensor:Core:Model" whose attribute
+    /// `Guid` has the 32 digits. Methods and fields keep the order in which the file describes
+    /// them. Throws InvalidModelException naming the file, the line, the node and what is wrong
+    /// with it (the model is unchanged then; a namespace that was registered stays),
+    /// SystemException when the file cannot be read.
     void LoadNodeSet(const std::filesystem::path& file);
 
     /// The described types; throw NotFoundException for an identifier that no such type has.
@@ -137,6 +142,7 @@ private:
     void Add(DataTypeDescription type);
     [[nodiscard]] std::vector<const ObjectTypeDescription*> GetLineage(const NodeId& type) const;
 
+    std::vector<std::string> modelUris; // of the models loaded
     std::vector<ObjectTypeDescription> objectTypes;
     std::vector<DataTypeDescription> dataTypes;
     Index objectTypeIndex;

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Core/Embedding/InformationModel.h"
+#include "NodeSetDocument.h"
+#include "NodeSetGraph.h"
+
+#include <pugixml.hpp>
+#include <string>
+#include <vector>
+
+namespace Core::Embedding {
+
+/// What the readers of types share: the document, its nodes, the types known so far, and the pieces
+/// that several kinds of types are made of. Failures are those of NodeSetDocument::Fail.
+class NodeSetContents
+{
+public:
+    /// All three must outlive this object; the model may grow meanwhile.
+    NodeSetContents(const NodeSetDocument& document, const NodeSetGraph& graph,
+                    const InformationModel& model);
+
+    [[nodiscard]] const NodeSetDocument& GetDocument() const { return document; }
+    [[nodiscard]] const NodeSetGraph& GetGraph() const { return graph; }
+    [[nodiscard]] const InformationModel& GetModel() const { return model; }
+
+    /// A description with what every node has filled in.
+    template <typename Description>
+    [[nodiscard]] Description Describe(const NodeElement& element) const
+    {
+        Description description;
+        FillIn(element, description);
+        return description;
+    }
+
+    /// True for a node with this browse name in namespace 0.
+    [[nodiscard]] bool IsNamed(const NodeElement& element, const char* name) const;
+
+    /// The identifier of a data type that the model or the document describes.
+    [[nodiscard]] NodeId ReadDataTypeId(const pugi::xml_node& where, const std::string& text) const;
+
+    /// A scalar (-1), also for an empty text, or a number of dimensions.
+    [[nodiscard]] int ReadValueRank(const pugi::xml_node& where, const std::string& text) const;
+
+    /// The element with the contents of a property's value, such as a list.
+    [[nodiscard]] pugi::xml_node GetValue(const NodeElement& property, const char* name) const;
+
+    /// The structures in a property's value, all of one type.
+    [[nodiscard]] std::vector<pugi::xml_node> GetStructures(const NodeElement& property,
+                                                            const NodeId& dataType,
+                                                            const NodeId& xmlEncoding,
+                                                            const char* name) const;
+
+private:
+    void FillIn(const NodeElement& element, NodeDescription& description) const;
+
+    const NodeSetDocument& document;
+    const NodeSetGraph& graph;
+    const InformationModel& model;
+};
+
+} // namespace Core::Embedding

@@ -1,0 +1,106 @@
+#include "NodeSetReader.h"
+
+#include "BaseNodes.h"
+#include "Core/NamespaceMap.h"
+#include "DataTypeReader.h"
+#include "ObjectTypeReader.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Core::Embedding {
+
+namespace {
+
+bool Contains(const std::vector<std::string>& uris, const std::string& uri)
+{
+    return std::ranges::find(uris, uri) != uris.end();
+}
+
+} // namespace
+
+NodeSetReader::NodeSetReader(const std::filesystem::path& file, InformationModel& model)
+    : model(model)
+    , document(file)
+{}
+
+void NodeSetReader::Read()
+{
+    ReadModels();
+    document.ReadTables();
+    const NodeSetGraph graph(document, model, GetOwnNamespaces());
+    const NodeSetContents contents(document, graph, model);
+    for (const auto& element : graph.GetElements())
+        if (element.nodeClass == NodeClass::ObjectType || element.nodeClass == NodeClass::DataType)
+            AddType(contents, element);
+    CheckGeneratedEvents(graph);
+    model.modelUris.insert(model.modelUris.end(), ownModels.begin(), ownModels.end());
+}
+
+void NodeSetReader::ReadModels()
+{
+    const auto declarations = GetChildren(GetChild(document.GetRoot(), "Models"), "Model");
+    if (declarations.empty())
+        document.Fail(document.GetRoot(), "the file declares no model");
+    for (const auto& declaration : declarations)
+        ownModels.push_back(ReadModelUri(declaration));
+    for (const auto& declaration : declarations)
+        CheckRequiredModels(declaration);
+}
+
+std::string NodeSetReader::ReadModelUri(const pugi::xml_node& declaration) const
+{
+    std::string uri = declaration.attribute("ModelUri").value();
+    if (uri.empty())
+        document.Fail(declaration, "a model has no URI");
+    if (Contains(model.modelUris, uri) || Contains(ownModels, uri))
+        document.Fail(declaration, fmt::format("the model '{}' is there already", uri));
+    return uri;
+}
+
+void NodeSetReader::CheckRequiredModels(const pugi::xml_node& declaration) const
+{
+    for (const auto& required : GetChildren(declaration, "RequiredModel")) {
+        const std::string uri = required.attribute("ModelUri").value();
+        if (!Contains(model.modelUris, uri) && !Contains(ownModels, uri))
+            document.Fail(required,
+                          fmt::format("the model requires '{}', which is not loaded", uri));
+    }
+}
+
+std::unordered_set<int> NodeSetReader::GetOwnNamespaces() const
+{
+    std::unordered_set<int> namespaces;
+    for (const auto& uri : ownModels)
+        namespaces.insert(NamespaceMap::Register(uri));
+    return namespaces;
+}
+
+void NodeSetReader::AddType(const NodeSetContents& contents, const NodeElement& element)
+{
+    const bool isObjectType = element.nodeClass == NodeClass::ObjectType;
+    if (isObjectType ? model.objectTypeIndex.contains(element.id)
+                     : model.dataTypeIndex.contains(element.id))
+        return;
+    if (!begunTypes.insert(element.id).second)
+        document.Fail(element.xml, "the type is its own supertype");
+    const auto superType = contents.GetGraph().GetOnlySource(element, BaseNodes::hasSubtype);
+    if (const auto* const own = contents.GetGraph().Find(superType))
+        AddType(contents, *own);
+    if (isObjectType)
+        model.Add(ObjectTypeReader(contents).Read(element, superType));
+    else
+        model.Add(DataTypeReader(contents).Read(element, superType));
+}
+
+void NodeSetReader::CheckGeneratedEvents(const NodeSetGraph& graph) const
+{
+    for (const auto& element : graph.GetElements())
+        for (const auto& event : graph.GetTargetIds(element.id, BaseNodes::generatesEvent))
+            if (!model.IsSubtypeOf(event, BaseTypes::baseEventType))
+                document.Fail(element.xml, fmt::format("the type generates '{}', which is no event "
+                                                       "type",
+                                                       event.ToString()));
+}
+
+} // namespace Core::Embedding

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Core/Embedding/InformationModel.h"
+#include "Core/NodeId.h"
+#include "NodeSetContents.h"
+#include "NodeSetDocument.h"
+#include "NodeSetGraph.h"
+
+#include <filesystem>
+#include <pugixml.hpp>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace Core::Embedding {
+
+/// Reads one NodeSet2 file into a model. Used once; the model is left half extended when reading
+/// fails, so the caller extends a copy.
+class NodeSetReader
+{
+public:
+    /// Throws as NodeSetDocument does. The model must outlive the reader.
+    NodeSetReader(const std::filesystem::path& file, InformationModel& model);
+
+    /// Throws InvalidModelException.
+    void Read();
+
+private:
+    void ReadModels();
+    [[nodiscard]] std::string ReadModelUri(const pugi::xml_node& declaration) const;
+    void CheckRequiredModels(const pugi::xml_node& declaration) const;
+    [[nodiscard]] std::unordered_set<int> GetOwnNamespaces() const;
+
+    /// Adds a type after its supertypes; does nothing when it has been added.
+    void AddType(const NodeSetContents& contents, const NodeElement& element);
+    void CheckGeneratedEvents(const NodeSetGraph& graph) const;
+
+    InformationModel& model;
+    NodeSetDocument document;
+    std::vector<std::string> ownModels;
+    std::unordered_set<NodeId, HashNodeId> begunTypes; // whose supertypes are being added
+};
+
+} // namespace Core::Embedding

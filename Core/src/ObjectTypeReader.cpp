@@ -1,0 +1,173 @@
+#include "ObjectTypeReader.h"
+
+#include "BaseNodes.h"
+#include "Core/Exception.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <string_view>
+#include <utility>
+
+namespace Core::Embedding {
+
+namespace {
+
+constexpr std::string_view extensionNamespace = "urn:Talvensor:Core:Model";
+
+/// The extensions of a node that are addressed to us.
+std::vector<pugi::xml_node> GetOwnExtensions(const pugi::xml_node& node)
+{
+    std::vector<pugi::xml_node> own;
+    for (const auto& extension : GetChildren(GetChild(node, "Extensions"), "Extension"))
+        for (const auto& content : GetChildren(extension))
+            if (GetXmlNamespace(content) == extensionNamespace)
+                own.push_back(content);
+    return own;
+}
+
+} // namespace
+
+ObjectTypeReader::ObjectTypeReader(const NodeSetContents& contents)
+    : contents(contents)
+    , document(contents.GetDocument())
+    , graph(contents.GetGraph())
+{}
+
+ObjectTypeDescription ObjectTypeReader::Read(const NodeElement& element,
+                                             const NodeId& superType) const
+{
+    auto type = contents.Describe<ObjectTypeDescription>(element);
+    type.superType = superType;
+    type.isAbstract = document.ParseFlag(element.xml, "IsAbstract");
+    type.generatedEvents = graph.GetTargetIds(element.id, BaseNodes::generatesEvent);
+    type.behaviourFactory = ReadBehaviourFactory(element);
+    ReadMethods(element, type);
+    ReadEventFields(element, type);
+    return type;
+}
+
+// Methods are called by name, so a name is there once in a type and all its supertypes.
+void ObjectTypeReader::ReadMethods(const NodeElement& element, ObjectTypeDescription& type) const
+{
+    std::vector<std::string> names;
+    for (const auto& inherited : contents.GetModel().GetMethods(type.superType))
+        names.push_back(inherited.browseName.GetName());
+    for (const auto* const target : graph.GetTargets(element.id, BaseNodes::hasComponent)) {
+        auto method = ReadMethod(*target);
+        const auto& name = method.browseName.GetName();
+        if (std::ranges::find(names, name) != names.end())
+            document.Fail(target->xml, fmt::format("the type has a method '{}' already", name));
+        names.push_back(name);
+        type.methods.push_back(std::move(method));
+    }
+}
+
+MethodDescription ObjectTypeReader::ReadMethod(const NodeElement& element) const
+{
+    auto method = contents.Describe<MethodDescription>(element);
+    for (const auto* const property : graph.GetTargets(element.id, BaseNodes::hasProperty)) {
+        const bool isInput = contents.IsNamed(*property, "InputArguments");
+        if (!isInput && !contents.IsNamed(*property, "OutputArguments"))
+            document.Fail(property->xml, "a method has no properties but InputArguments and "
+                                         "OutputArguments");
+        auto& id = isInput ? method.inputArgumentsId : method.outputArgumentsId;
+        if (!id.IsEmpty())
+            document.Fail(property->xml, "the method has this property already");
+        id = property->id;
+        (isInput ? method.inputs : method.outputs) = ReadArguments(*property);
+    }
+    return method;
+}
+
+std::vector<ArgumentDescription> ObjectTypeReader::ReadArguments(const NodeElement& property) const
+{
+    std::vector<ArgumentDescription> arguments;
+    for (const auto& xml : contents.GetStructures(property, BaseNodes::argument,
+                                                  BaseNodes::argumentXmlEncoding, "Argument")) {
+        auto argument = ReadArgument(xml);
+        if (std::ranges::find(arguments, argument.name, &ArgumentDescription::name) !=
+            arguments.end())
+            document.Fail(xml, fmt::format("there is an argument '{}' already", argument.name));
+        arguments.push_back(std::move(argument));
+    }
+    return arguments;
+}
+
+ArgumentDescription ObjectTypeReader::ReadArgument(const pugi::xml_node& xml) const
+{
+    ArgumentDescription argument;
+    argument.name = GetText(GetChild(xml, "Name"));
+    if (argument.name.empty())
+        document.Fail(xml, "an argument has no name");
+    argument.dataType =
+        contents.ReadDataTypeId(xml, GetText(GetChild(GetChild(xml, "DataType"), "Identifier")));
+    argument.valueRank = contents.ReadValueRank(xml, GetText(GetChild(xml, "ValueRank")));
+    argument.arrayDimensions = ReadArrayDimensions(xml, argument.valueRank);
+    argument.description = GetText(GetChild(GetChild(xml, "Description"), "Text"));
+    return argument;
+}
+
+std::vector<unsigned int> ObjectTypeReader::ReadArrayDimensions(const pugi::xml_node& xml,
+                                                                int valueRank) const
+{
+    std::vector<unsigned int> dimensions;
+    for (const auto& dimension : GetChildren(GetChild(xml, "ArrayDimensions"), "UInt32"))
+        dimensions.push_back(document.ParseNumber<unsigned int>(dimension, GetText(dimension),
+                                                                "an array dimension"));
+    if (!dimensions.empty() && std::ssize(dimensions) != valueRank)
+        document.Fail(xml, fmt::format("an argument of value rank {} has {} array dimensions",
+                                       valueRank, dimensions.size()));
+    return dimensions;
+}
+
+void ObjectTypeReader::ReadEventFields(const NodeElement& element,
+                                       ObjectTypeDescription& type) const
+{
+    auto names = contents.GetModel().GetEventArguments(type.superType).GetFields();
+    for (const auto* const property : graph.GetTargets(element.id, BaseNodes::hasProperty)) {
+        if (!contents.GetModel().IsSubtypeOf(type.superType, BaseTypes::baseEventType))
+            document.Fail(property->xml, "only event types can have properties");
+        auto field = ReadEventField(*property);
+        if (std::ranges::find(names, field.browseName) != names.end())
+            document.Fail(property->xml, fmt::format("the event type has a field '{}' already",
+                                                     field.browseName.GetName()));
+        names.push_back(field.browseName);
+        type.eventFields.push_back(std::move(field));
+    }
+}
+
+EventFieldDescription ObjectTypeReader::ReadEventField(const NodeElement& element) const
+{
+    auto field = contents.Describe<EventFieldDescription>(element);
+    field.dataType =
+        contents.ReadDataTypeId(element.xml, element.xml.attribute("DataType").as_string("i=24"));
+    field.valueRank =
+        contents.ReadValueRank(element.xml, element.xml.attribute("ValueRank").value());
+    return field;
+}
+
+std::optional<Guid> ObjectTypeReader::ReadBehaviourFactory(const NodeElement& element) const
+{
+    std::optional<Guid> factory;
+    for (const auto& extension : GetOwnExtensions(element.xml)) {
+        if (GetLocalName(extension) != "BehaviourFactory")
+            document.Fail(extension,
+                          fmt::format("the extension '{}' is not known", extension.name()));
+        if (factory)
+            document.Fail(extension, "the type has a behaviour factory already");
+        factory = ReadFactoryGuid(extension);
+    }
+    return factory;
+}
+
+Guid ObjectTypeReader::ReadFactoryGuid(const pugi::xml_node& xml) const
+{
+    try {
+        return Guid(xml.attribute("Guid").value());
+    } catch (const InvalidArgumentException& failure) {
+        document.Fail(xml, fmt::format("the Guid of the behaviour factory is not valid: {}",
+                                       failure.GetMessage()));
+    }
+}
+
+} // namespace Core::Embedding

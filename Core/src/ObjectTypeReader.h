@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Core/Embedding/InformationModel.h"
+#include "NodeSetContents.h"
+
+#include <optional>
+#include <vector>
+
+namespace Core::Embedding {
+
+/// Reads an object type or event type of a document with its methods and fields. Failures are those
+/// of NodeSetDocument::Fail.
+class ObjectTypeReader
+{
+public:
+    /// The contents must outlive the reader.
+    explicit ObjectTypeReader(const NodeSetContents& contents);
+
+    /// REQUIRES: the supertype is in the model.
+    [[nodiscard]] ObjectTypeDescription Read(const NodeElement& element,
+                                             const NodeId& superType) const;
+
+private:
+    void ReadMethods(const NodeElement& element, ObjectTypeDescription& type) const;
+    [[nodiscard]] MethodDescription ReadMethod(const NodeElement& element) const;
+    [[nodiscard]] std::vector<ArgumentDescription> ReadArguments(const NodeElement& property) const;
+    [[nodiscard]] ArgumentDescription ReadArgument(const pugi::xml_node& xml) const;
+    [[nodiscard]] std::vector<unsigned int> ReadArrayDimensions(const pugi::xml_node& xml,
+                                                                int valueRank) const;
+    void ReadEventFields(const NodeElement& element, ObjectTypeDescription& type) const;
+    [[nodiscard]] EventFieldDescription ReadEventField(const NodeElement& element) const;
+    [[nodiscard]] std::optional<Guid> ReadBehaviourFactory(const NodeElement& element) const;
+    [[nodiscard]] Guid ReadFactoryGuid(const pugi::xml_node& xml) const;
+
+    const NodeSetContents& contents;
+    const NodeSetDocument& document;
+    const NodeSetGraph& graph;
+};
+
+} // namespace Core::Embedding
