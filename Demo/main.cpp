@@ -76,6 +76,11 @@ fs::path ChooseSource(const Arguments& arguments, const fs::path& workspace)
     return source;
 }
 
+fs::path GetTarget(const Demo::TemporaryFolder& workspace)
+{
+    return workspace.GetPath() / "mirror";
+}
+
 void RunMirror(Demo::Mirror& mirror)
 {
     Demo::PrintLine("The source, listed directory by directory:");
@@ -120,12 +125,12 @@ void PrintSummary(const Demo::FileSystemClient& fileSystem, const Demo::Report& 
     Demo::PrintLine("  failures     " + std::to_string(report.failures));
 }
 
-ExitStatus Demonstrate(const Arguments& arguments, Demo::TemporaryFolder& workspace)
+ExitStatus Demonstrate(const Arguments& arguments, const Demo::TemporaryFolder& workspace)
 {
     Core::Embedding::Runtime runtime;
     const auto object = CreateFileSystem(runtime, arguments);
     const auto root = ChooseSource(arguments, workspace.GetPath());
-    const auto target = workspace.GetPath() / "mirror";
+    const auto target = GetTarget(workspace);
     Demo::PrintLine("Mirroring " + Demo::Quote(root) + " into " + Demo::Quote(target));
 
     Demo::Report report;
@@ -155,8 +160,9 @@ ExitStatus Run(const Arguments& arguments)
         return status;
     } catch (const Demo::InterruptedException&) {
         throw;
-    } catch (const Demo::NoAnswerException&) {
-        keep();
+    } catch (const std::exception&) {
+        if (fs::exists(GetTarget(workspace)))
+            keep();
         throw;
     }
 }
