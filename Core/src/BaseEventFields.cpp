@@ -1,0 +1,63 @@
+#include "BaseEventFields.h"
+
+#include "Core/DateTime.h"
+#include "Core/Guid.h"
+#include "Core/Node.h"
+
+#include <algorithm>
+
+namespace Core {
+
+namespace {
+
+/// The severity of an event whose raiser gave none, on the scale from 1 to 1000: informational.
+constexpr unsigned short defaultSeverity = 100;
+
+std::size_t Locate(const EventArguments& arguments, const char* name)
+{
+    const auto& fields = arguments.GetFields();
+    return static_cast<std::size_t>(
+        std::find(fields.begin(), fields.end(), QualifiedName(0, name)) - fields.begin());
+}
+
+Value MakeEventId()
+{
+    const auto bytes = Guid::Random().GetBytes();
+    return {Value::ByteString(bytes.begin(), bytes.end()), true};
+}
+
+} // namespace
+
+BaseEventFields::BaseEventFields(const EventArguments& arguments)
+{
+    constexpr std::array<const char*, Count> names{"EventId",    "EventType", "SourceNode",
+                                                   "SourceName", "Time",      "ReceiveTime",
+                                                   "Message",    "Severity"};
+    std::transform(names.begin(), names.end(), positions.begin(),
+                   [&arguments](const char* name) { return Locate(arguments, name); });
+}
+
+template <typename MakeValue>
+void BaseEventFields::FillOne(std::vector<Value>& fields, Field field,
+                              const MakeValue& makeValue) const
+{
+    const auto position = positions[field];
+    if (position < fields.size() && fields[position].IsEmpty())
+        fields[position] = makeValue();
+}
+
+void BaseEventFields::Fill(std::vector<Value>& fields, const INode& source, const NodeId& type,
+                           const std::string& typeName) const
+{
+    const auto now = DateTime::Now();
+    FillOne(fields, EventId, MakeEventId);
+    FillOne(fields, EventType, [&] { return Value(type); });
+    FillOne(fields, SourceNode, [&] { return Value(source.GetNodeId()); });
+    FillOne(fields, SourceName, [&] { return Value(source.GetBrowseName().GetName()); });
+    FillOne(fields, Time, [&] { return Value(now); });
+    FillOne(fields, ReceiveTime, [&] { return Value(now); });
+    FillOne(fields, Message, [&] { return Value(typeName); });
+    FillOne(fields, Severity, [] { return Value(defaultSeverity); });
+}
+
+} // namespace Core

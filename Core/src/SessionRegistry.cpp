@@ -1,0 +1,180 @@
+#include "SessionRegistry.h"
+
+#include "Core/Embedding/InformationModel.h"
+#include "Core/Exception.h"
+
+#include <utility>
+#include <vector>
+
+namespace Core {
+
+namespace {
+
+/// The session on whose behalf this thread works.
+std::shared_ptr<Embedding::Session>& CurrentSession()
+{
+    static thread_local std::shared_ptr<Embedding::Session> session;
+    return session;
+}
+
+} // namespace
+
+SessionImplementation::SessionImplementation(std::weak_ptr<SessionRegistry> registry,
+                                             std::shared_ptr<IObject> object, std::string name)
+    : registry(std::move(registry))
+    , id(object->GetNodeId())
+    , name(std::move(name))
+    , object(std::move(object))
+{}
+
+std::shared_ptr<IObject> SessionImplementation::GetSessionObject()
+{
+    const std::scoped_lock lock(mutex);
+    return object;
+}
+
+void SessionImplementation::Close()
+{
+    {
+        const std::scoped_lock lock(mutex);
+        if (std::exchange(isClosed, true) || callsInFlight > 0)
+            return;
+    }
+    Announce();
+}
+
+bool SessionImplementation::IsClosed() const noexcept
+{
+    const std::scoped_lock lock(mutex);
+    return isClosed;
+}
+
+bool SessionImplementation::BelongsTo(const SessionRegistry& candidate) const noexcept
+{
+    const auto other = candidate.weak_from_this();
+    return !registry.owner_before(other) && !other.owner_before(registry);
+}
+
+void SessionImplementation::BeginCall()
+{
+    const std::scoped_lock lock(mutex);
+    if (isClosed)
+        throw SessionClosedException("Session '" + name + "' (" + id.ToString() +
+                                     ") takes no calls: it has been closed");
+    ++callsInFlight;
+}
+
+void SessionImplementation::EndCall()
+{
+    {
+        const std::scoped_lock lock(mutex);
+        if (--callsInFlight > 0 || !isClosed)
+            return;
+    }
+    Announce();
+}
+
+void SessionImplementation::Announce()
+{
+    if (const auto owner = registry.lock())
+        owner->Announce(*this);
+}
+
+void SessionImplementation::ForgetObject()
+{
+    std::shared_ptr<IObject> forgotten; // released after the lock
+    const std::scoped_lock lock(mutex);
+    forgotten.swap(object);
+}
+
+SessionCall::SessionCall(std::shared_ptr<SessionImplementation> session)
+    : session(std::move(session))
+{
+    this->session->BeginCall();
+}
+
+SessionRegistry::SessionRegistry(std::shared_ptr<AddressSpace> addressSpace)
+    : addressSpace(std::move(addressSpace))
+{}
+
+std::shared_ptr<SessionHandler> SessionRegistry::GetCurrentSession() const
+{
+    auto session = std::dynamic_pointer_cast<SessionImplementation>(CurrentSession());
+    return session && session->BelongsTo(*this) ? session : nullptr;
+}
+
+std::shared_ptr<Embedding::Session> SessionRegistry::Open(const std::string& name,
+                                                          const NodeEnvironment& environment)
+{
+    auto node = std::make_shared<ObjectNode>(
+        NodeIdentity{NodeId(1, Guid::Random()), QualifiedName(1, name)}, environment,
+        ObjectRole::Session, false);
+    const auto& id = node->GetNodeId();
+    auto session = std::make_shared<SessionImplementation>(weak_from_this(), node, name);
+    const auto changes = addressSpace->Add(
+        {node}, {{References::organizes, Objects::SessionsFolder(), id},
+                 {References::hasTypeDefinition, id, Embedding::BaseTypes::baseObjectType}});
+    {
+        const std::scoped_lock lock(mutex);
+        sessions.emplace(id, session);
+    }
+    AddressSpace::NotifyAdded(changes);
+    return session;
+}
+
+std::shared_ptr<SessionImplementation>
+SessionRegistry::Require(const std::shared_ptr<Embedding::Session>& session) const
+{
+    auto own = std::dynamic_pointer_cast<SessionImplementation>(session);
+    if (!own)
+        throw InvalidArgumentException("A call needs a session that the runtime has opened");
+    if (!own->BelongsTo(*this))
+        throw InvalidArgumentException("Session '" + own->GetName() + "' (" +
+                                       own->GetNodeId().ToString() + ") is of another runtime");
+    return own;
+}
+
+void SessionRegistry::Announce(SessionImplementation& session)
+{
+    const auto removal = addressSpace->Remove(session.GetNodeId());
+    session.ForgetObject();
+    AddressSpace::NotifyRemoved(removal.changes);
+    removal.node->EndNotifications();
+
+    OpenSessions::node_type released; // after the lock
+    const std::scoped_lock lock(mutex);
+    released = sessions.extract(session.GetNodeId());
+    if (sessions.empty())
+        isEmpty.notify_all();
+}
+
+void SessionRegistry::CloseAll()
+{
+    std::vector<std::shared_ptr<SessionImplementation>> open;
+    {
+        const std::scoped_lock lock(mutex);
+        for (const auto& [id, session] : sessions)
+            open.push_back(session);
+    }
+    for (const auto& session : open)
+        session->Close();
+    std::unique_lock lock(mutex);
+    isEmpty.wait(lock, [this] { return sessions.empty(); });
+}
+
+} // namespace Core
+
+namespace Core::Embedding {
+
+Session::~Session() = default;
+
+SessionScope::SessionScope(std::shared_ptr<Session> session)
+    : previous(std::exchange(CurrentSession(), std::move(session)))
+{}
+
+SessionScope::~SessionScope()
+{
+    CurrentSession() = std::move(previous);
+}
+
+} // namespace Core::Embedding
