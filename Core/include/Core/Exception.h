@@ -10,7 +10,7 @@ namespace Core {
 
 /// What an exception of the host is about. The number is what `GetErrorCode` returns;
 /// numbers are published through log entries and never change.
-enum class ErrorCode : unsigned int
+enum class CORE_API ErrorCode : unsigned int
 {
     TypeMismatch = 1,       ///< a value holds something that does not convert to the type asked for
     OutOfRange = 2,         ///< a number or an index does not fit
@@ -79,5 +79,21 @@ using ModuleFailedException = TypedException<ErrorCode::ModuleFailed>;
 using SessionClosedException = TypedException<ErrorCode::SessionClosed>;
 using NotExecutableException = TypedException<ErrorCode::NotExecutable>;
 using SystemException = TypedException<ErrorCode::System>;
+
+// Instantiated in libCore.so alone, so that no module exports a copy.
+extern template class TypedException<ErrorCode::TypeMismatch>;
+extern template class TypedException<ErrorCode::OutOfRange>;
+extern template class TypedException<ErrorCode::InvalidArgument>;
+extern template class TypedException<ErrorCode::NotFound>;
+extern template class TypedException<ErrorCode::AlreadyExists>;
+extern template class TypedException<ErrorCode::InvalidState>;
+extern template class TypedException<ErrorCode::InvalidModel>;
+extern template class TypedException<ErrorCode::ModuleNotLoadable>;
+extern template class TypedException<ErrorCode::ModuleEntryMissing>;
+extern template class TypedException<ErrorCode::ModuleRefused>;
+extern template class TypedException<ErrorCode::ModuleFailed>;
+extern template class TypedException<ErrorCode::SessionClosed>;
+extern template class TypedException<ErrorCode::NotExecutable>;
+extern template class TypedException<ErrorCode::System>;
 
 } // namespace Core

@@ -11,7 +11,7 @@
 namespace Core {
 
 /// Identifier of a node: a namespace index and a number, a text or a Guid. Immutable; cheap to
-/// copy, since a text is shared by the copies.
+/// copy, since a text is shared by the copies. Moving from one leaves it empty.
 class CORE_API NodeId
 {
 public:
@@ -20,6 +20,11 @@ public:
     NodeId(int namespaceIndex, unsigned int numericId) noexcept;
     NodeId(int namespaceIndex, std::string text);
     NodeId(int namespaceIndex, const Guid& guid) noexcept;
+    NodeId(const NodeId&) noexcept;
+    NodeId(NodeId&& other) noexcept;
+    NodeId& operator=(const NodeId&) noexcept;
+    NodeId& operator=(NodeId&& other) noexcept;
+    ~NodeId();
 
     /// The empty identifier: number 0 in namespace 0.
     [[nodiscard]] static const NodeId& Empty() noexcept;
@@ -38,7 +43,6 @@ public:
     friend CORE_API bool operator==(const NodeId& left, const NodeId& right) noexcept;
 
 private:
-    friend struct HashNodeId;
     using SharedText = std::shared_ptr<const std::string>;
 
     int namespaceIndex = 0;

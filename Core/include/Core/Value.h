@@ -8,6 +8,7 @@
 #include <concepts>
 #include <memory>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -54,7 +55,7 @@ concept ElementValue =
 
 /// A variant: nothing, one scalar, or an array of scalars with its dimensions. Arrays are immutable
 /// and shared by the copies of a value, so copying a listing of 61440 entries is cheap; copies may
-/// be used on different threads.
+/// be used on different threads. Moving from a value leaves it empty.
 class CORE_API Value
 {
 public:
@@ -64,14 +65,14 @@ public:
     /// Empty.
     Value() noexcept;
     Value(const Value&);
-    Value(Value&&) noexcept;
+    Value(Value&& other) noexcept;
     Value& operator=(const Value&);
-    Value& operator=(Value&&) noexcept;
+    Value& operator=(Value&& other) noexcept;
     ~Value();
 
     template <SimpleValue T>
-    Value(T scalar) noexcept // NOLINT(google-explicit-constructor)
-        : held(scalar)
+    Value(T scalar) noexcept
+        : held(std::in_place_type<T>, scalar)
     {}
     /// A text; throws InvalidArgumentException for a null pointer.
     Value(const char* text);
@@ -93,13 +94,15 @@ public:
     Value(ByteString&& bytes, bool isByteString);
 
     /// An array with the lengths of its dimensions, the last varying fastest. Throws
-    /// InvalidArgumentException unless their product is the number of elements.
+    /// InvalidArgumentException unless there is a dimension and the product of all is the number of
+    /// elements.
     template <ElementValue T>
     [[nodiscard]] static Value MakeArray(std::vector<T> elements, Dimensions dimensions);
 
     /// The held scalar, converted: integers to any integer type that can hold the number, float to
-    /// double, everything else only to itself. Vectors of element types give a copy of an array's
-    /// elements (`std::vector<unsigned char>`: of a byte string or an array of bytes).
+    /// double, everything else only to itself. Vectors of element types give a copy of the elements
+    /// of an array of exactly that type, all dimensions in one (`std::vector<unsigned char>`: of a
+    /// byte string or an array of bytes).
     /// Throws TypeMismatchException naming both types, OutOfRangeException for a number that does
     /// not fit.
     template <typename T>
@@ -141,7 +144,12 @@ private:
                               unsigned short, int, unsigned int, long, unsigned long, float, double,
                               std::string, ByteString, DateTime, NodeId, Struct, SharedArray>;
 
-    [[nodiscard]] const Array& RequireArray() const;
+    template <ElementValue T>
+    [[nodiscard]] static SharedArray Share(std::vector<T> elements, Dimensions dimensions);
+    template <typename T>
+    [[nodiscard]] const T& RequireScalar() const;
+    [[nodiscard]] std::string GetTypeName() const;
+    void Describe(std::string& text, unsigned int depth) const;
 
     Held held;
 };

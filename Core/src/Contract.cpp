@@ -1,0 +1,28 @@
+// The destructors of the interfaces: defined once, so that each interface has one table of virtual
+// operations and one type description in the process, here.
+
+#include "Core/Behaviour.h"
+#include "Core/CoreContext.h"
+#include "Core/Dispatcher.h"
+#include "Core/Events.h"
+#include "Core/Node.h"
+#include "Core/NodeFactory.h"
+#include "Core/Sessions.h"
+
+namespace Core {
+
+IBehaviour::~IBehaviour() = default;
+IExecutableBehaviour::~IExecutableBehaviour() = default;
+IBehaviourFactory::~IBehaviourFactory() = default;
+IEventObserver::~IEventObserver() = default;
+IReferenceObserver::~IReferenceObserver() = default;
+INode::~INode() = default;
+IObjectType::~IObjectType() = default;
+IObject::~IObject() = default;
+CoreContext::~CoreContext() = default;
+Dispatcher::~Dispatcher() = default;
+NodeFactory::~NodeFactory() = default;
+SessionHandler::~SessionHandler() = default;
+Sessions::~Sessions() = default;
+
+} // namespace Core

@@ -1,0 +1,77 @@
+#include "Core/NamespaceMap.h"
+
+#include "Core/Exception.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+
+namespace Core {
+namespace {
+
+struct Table
+{
+    std::shared_mutex mutex;
+    std::vector<std::string> uris{NamespaceMap::baseUri, NamespaceMap::hostUri}; // guarded by mutex
+
+    // REQUIRES: mutex is held, shared at least.
+    [[nodiscard]] std::optional<int> Find(const std::string& uri) const
+    {
+        const auto found = std::find(uris.begin(), uris.end(), uri);
+        if (found == uris.end())
+            return std::nullopt;
+        return static_cast<int>(found - uris.begin());
+    }
+};
+
+Table& GetTable()
+{
+    // Never destroyed: modules may ask until the very end of the process.
+    static auto& table = *new Table;
+    return table;
+}
+
+} // namespace
+
+int NamespaceMap::GetNamespaceIndex(const std::string& uri)
+{
+    auto& table = GetTable();
+    const std::shared_lock lock(table.mutex);
+    if (const auto index = table.Find(uri))
+        return *index;
+    throw NotFoundException(fmt::format("the namespace '{}' is not registered", uri));
+}
+
+std::string NamespaceMap::GetUri(int namespaceIndex)
+{
+    auto& table = GetTable();
+    const std::shared_lock lock(table.mutex);
+    if (namespaceIndex < 0 || static_cast<std::size_t>(namespaceIndex) >= table.uris.size())
+        throw NotFoundException(fmt::format("no namespace has the index {}", namespaceIndex));
+    return table.uris[static_cast<std::size_t>(namespaceIndex)];
+}
+
+int NamespaceMap::Register(const std::string& uri)
+{
+    if (uri.empty())
+        throw InvalidArgumentException("cannot register a namespace without a URI");
+    auto& table = GetTable();
+    const std::unique_lock lock(table.mutex);
+    if (const auto index = table.Find(uri))
+        return *index;
+    table.uris.push_back(uri);
+    return static_cast<int>(table.uris.size() - 1);
+}
+
+std::vector<std::string> NamespaceMap::GetUris()
+{
+    auto& table = GetTable();
+    const std::shared_lock lock(table.mutex);
+    return table.uris;
+}
+
+} // namespace Core
