@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -38,7 +39,8 @@ public:
     /// Forgets the categories' own levels.
     static void ResetCategoryLevels();
 
-    /// Entries go to every sink, in the order of their adding; there is none at first.
+    /// Entries go to every sink, in the order of their adding; there is none at first. Throws
+    /// InvalidArgumentException for a null sink.
     static void AddSink(std::shared_ptr<LogSink> sink);
     /// Once it has returned the sink gets no new entry; one that is being written may still be on
     /// its way.
@@ -48,11 +50,15 @@ public:
 /// One line per entry on standard error.
 [[nodiscard]] CORE_API std::shared_ptr<LogSink> MakeConsoleLogSink();
 
-/// One line per entry, appended to a file. Throws SystemException when it cannot be opened.
+/// One line per entry, appended to a file and handed to the system at once. Throws SystemException
+/// when the file cannot be opened.
 [[nodiscard]] CORE_API std::shared_ptr<LogSink> MakeFileLogSink(const std::filesystem::path& file);
 
-/// The line of an entry, without a line end. Bytes that could forge or break a line (control
-/// characters, a backslash, what is not valid UTF-8) appear as \xNN.
+/// The line of an entry, without a line end: time, level, category, code, "message", function,
+/// file:line, then details="...", origin="..." and attachment="..." where there are any. Bytes that
+/// could forge or break a line or a field (control characters, line separators, marks that turn the
+/// direction of writing, a backslash, a double quote, what is not valid UTF-8; blanks in category,
+/// function and file) appear as \xNN. "-" stands for an empty category, function, file or time.
 [[nodiscard]] CORE_API std::string FormatLogLine(const LogEntry& entry);
 
 /// Keeps entries in memory, for tests and for programs that show their log themselves.
@@ -63,7 +69,8 @@ public:
 
     [[nodiscard]] std::vector<LogEntry> GetEntries() const;
     void Clear();
-    /// Waits until an entry satisfies the predicate; false when none does within the limit.
+    /// Waits until an entry satisfies the predicate; false when none does within the limit. The
+    /// predicate runs without a lock.
     [[nodiscard]] bool WaitFor(const std::function<bool(const LogEntry&)>& predicate,
                                std::chrono::milliseconds limit) const;
 
@@ -71,6 +78,7 @@ private:
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
     std::vector<LogEntry> entries; // guarded by mutex
+    std::size_t forgotten = 0;     // how many entries Clear removed; guarded by mutex
 };
 
 } // namespace Core::Embedding
