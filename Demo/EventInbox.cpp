@@ -60,7 +60,7 @@ std::string Describe(const Core::Embedding::Event& event)
 
 } // namespace
 
-const Core::Value& GetOwnField(const Core::Embedding::Event& event, const std::string& name)
+const Core::Value& GetOwnField(const Core::Embedding::Event& event, const char* name)
 {
     return event.GetField({event.type->GetNodeId().GetNamespaceIndex(), name});
 }

@@ -24,8 +24,7 @@ public:
 using EventPointer = std::shared_ptr<const Core::Embedding::Event>;
 
 /// A field that the event's own type declares (not one of the base fields).
-[[nodiscard]] const Core::Value& GetOwnField(const Core::Embedding::Event& event,
-                                             const std::string& name);
+[[nodiscard]] const Core::Value& GetOwnField(const Core::Embedding::Event& event, const char* name);
 
 /// Prints the events of a file system as they come and keeps them until somebody asks. Events come
 /// on the file system's worker thread, requests are made by one other thread. An acknowledgement
