@@ -179,9 +179,9 @@ const DataTypeDescription& InformationModel::GetDataType(const NodeId& id) const
     return Find(dataTypes, dataTypeIndex, id, "data type");
 }
 
-bool InformationModel::IsSubtypeOf(const NodeId& type, const NodeId& ancestor) const
+bool InformationModel::IsSubtypeOf(const NodeId& descendant, const NodeId& ancestor) const
 {
-    NodeId current = type;
+    NodeId current = descendant;
     while (!current.IsEmpty()) {
         const bool isObjectType = objectTypeIndex.contains(current);
         if (!isObjectType && !dataTypeIndex.contains(current))

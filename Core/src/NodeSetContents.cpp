@@ -1,8 +1,15 @@
 #include "NodeSetContents.h"
 
 #include <fmt/format.h>
+#include <string_view>
 
 namespace Core::Embedding {
+
+namespace {
+
+constexpr std::string_view extensionNamespace = "urn:Talvensor:Core:Model";
+
+} // namespace
 
 NodeSetContents::NodeSetContents(const NodeSetDocument& document, const NodeSetGraph& graph,
                                  const InformationModel& model)
@@ -72,6 +79,16 @@ std::vector<pugi::xml_node> NodeSetContents::GetStructures(const NodeElement& pr
         structures.push_back(structure);
     }
     return structures;
+}
+
+std::vector<pugi::xml_node> NodeSetContents::GetExtensions(const NodeElement& element)
+{
+    std::vector<pugi::xml_node> own;
+    for (const auto& extension : GetChildren(GetChild(element.xml, "Extensions"), "Extension"))
+        for (const auto& content : GetChildren(extension))
+            if (GetXmlNamespace(content) == extensionNamespace)
+                own.push_back(content);
+    return own;
 }
 
 } // namespace Core::Embedding

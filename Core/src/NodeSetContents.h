@@ -50,6 +50,9 @@ public:
                                                             const NodeId& xmlEncoding,
                                                             const char* name) const;
 
+    /// The extensions of a node that are addressed to this host.
+    [[nodiscard]] static std::vector<pugi::xml_node> GetExtensions(const NodeElement& element);
+
 private:
     void FillIn(const NodeElement& element, NodeDescription& description) const;
 

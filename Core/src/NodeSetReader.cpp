@@ -33,6 +33,7 @@ void NodeSetReader::Read()
     for (const auto& element : graph.GetElements())
         if (element.nodeClass == NodeClass::ObjectType || element.nodeClass == NodeClass::DataType)
             AddType(contents, element);
+    CheckExtensions(graph);
     CheckGeneratedEvents(graph);
     model.modelUris.insert(model.modelUris.end(), ownModels.begin(), ownModels.end());
 }
@@ -93,14 +94,23 @@ void NodeSetReader::AddType(const NodeSetContents& contents, const NodeElement& 
         model.Add(DataTypeReader(contents).Read(element, superType));
 }
 
+void NodeSetReader::CheckExtensions(const NodeSetGraph& graph) const
+{
+    for (const auto& element : graph.GetElements())
+        if (element.nodeClass != NodeClass::ObjectType)
+            for (const auto& extension : NodeSetContents::GetExtensions(element))
+                document.Fail(extension, fmt::format("the extension '{}' is for object types",
+                                                     extension.name()));
+}
+
 void NodeSetReader::CheckGeneratedEvents(const NodeSetGraph& graph) const
 {
     for (const auto& element : graph.GetElements())
-        for (const auto& event : graph.GetTargetIds(element.id, BaseNodes::generatesEvent))
-            if (!model.IsSubtypeOf(event, BaseTypes::baseEventType))
+        for (const auto& generated : graph.GetTargetIds(element.id, BaseNodes::generatesEvent))
+            if (!model.IsSubtypeOf(generated, BaseTypes::baseEventType))
                 document.Fail(element.xml, fmt::format("the type generates '{}', which is no event "
                                                        "type",
-                                                       event.ToString()));
+                                                       generated.ToString()));
 }
 
 } // namespace Core::Embedding

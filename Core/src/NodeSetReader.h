@@ -33,6 +33,7 @@ private:
 
     /// Adds a type after its supertypes; does nothing when it has been added.
     void AddType(const NodeSetContents& contents, const NodeElement& element);
+    void CheckExtensions(const NodeSetGraph& graph) const;
     void CheckGeneratedEvents(const NodeSetGraph& graph) const;
 
     InformationModel& model;

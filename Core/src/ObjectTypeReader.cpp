@@ -5,27 +5,9 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <string_view>
 #include <utility>
 
 namespace Core::Embedding {
-
-namespace {
-
-constexpr std::string_view extensionNamespace = "urn:Talvensor:Core:Model";
-
-/// The extensions of a node that are addressed to us.
-std::vector<pugi::xml_node> GetOwnExtensions(const pugi::xml_node& node)
-{
-    std::vector<pugi::xml_node> own;
-    for (const auto& extension : GetChildren(GetChild(node, "Extensions"), "Extension"))
-        for (const auto& content : GetChildren(extension))
-            if (GetXmlNamespace(content) == extensionNamespace)
-                own.push_back(content);
-    return own;
-}
-
-} // namespace
 
 ObjectTypeReader::ObjectTypeReader(const NodeSetContents& contents)
     : contents(contents)
@@ -149,7 +131,7 @@ EventFieldDescription ObjectTypeReader::ReadEventField(const NodeElement& elemen
 std::optional<Guid> ObjectTypeReader::ReadBehaviourFactory(const NodeElement& element) const
 {
     std::optional<Guid> factory;
-    for (const auto& extension : GetOwnExtensions(element.xml)) {
+    for (const auto& extension : NodeSetContents::GetExtensions(element)) {
         if (GetLocalName(extension) != "BehaviourFactory")
             document.Fail(extension,
                           fmt::format("the extension '{}' is not known", extension.name()));

@@ -122,7 +122,7 @@ public:
     }
 
     /// True for the type itself too; false for identifiers that name no type.
-    [[nodiscard]] bool IsSubtypeOf(const NodeId& type, const NodeId& ancestor) const;
+    [[nodiscard]] bool IsSubtypeOf(const NodeId& descendant, const NodeId& ancestor) const;
 
     /// The fields of an event type with the inherited ones first; empty for types that are no
     /// events.
