@@ -12,6 +12,7 @@
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
 #include <utility>
 
@@ -171,7 +172,13 @@ FileSystemBehaviour::FileSystemBehaviour(Core::INode& node)
     , affinityId(node.GetCoreContext().AssignAffinityId())
 {}
 
-FileSystemBehaviour::~FileSystemBehaviour() = default;
+FileSystemBehaviour::~FileSystemBehaviour()
+{
+    // Said here, since the condition variable, which goes before the thread, would otherwise wait
+    // forever for an idle worker.
+    if (workerThread.joinable())
+        std::terminate();
+}
 
 // Start and stop
 
