@@ -89,7 +89,8 @@ void Logger::AppendEntry(LogEntry entry) // NOLINT(performance-unnecessary-value
     for (const auto& sink : *sinks) {
         try {
             sink->Write(entry);
-        } catch (...) { // NOLINT(bugprone-empty-catch): there is nowhere left to tell
+        } catch (...) {
+            // The entry is lost to this sink: there is nowhere to tell.
         }
     }
 }

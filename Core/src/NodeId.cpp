@@ -28,8 +28,9 @@ NodeId::~NodeId() = default;
 
 NodeId::NodeId(NodeId&& other) noexcept
     : namespaceIndex(std::exchange(other.namespaceIndex, 0))
-    , identifier(std::exchange(other.identifier, 0U))
-{}
+{
+    identifier.swap(other.identifier);
+}
 
 NodeId& NodeId::operator=(NodeId&& other) noexcept
 {
@@ -41,13 +42,15 @@ NodeId& NodeId::operator=(NodeId&& other) noexcept
 const NodeId& NodeId::Empty() noexcept
 {
     // Never destroyed: modules may ask until the very end of the process.
+    // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): without memory for this nothing runs
     static const auto& empty = *new NodeId;
     return empty;
 }
 
 bool NodeId::IsEmpty() const noexcept
 {
-    return *this == Empty();
+    const auto* number = GetNumeric();
+    return namespaceIndex == 0 && number != nullptr && *number == 0;
 }
 
 const unsigned int* NodeId::GetNumeric() const noexcept
@@ -78,13 +81,12 @@ std::string NodeId::ToString() const
 
 bool operator==(const NodeId& left, const NodeId& right) noexcept
 {
-    if (left.namespaceIndex != right.namespaceIndex)
-        return false;
-    const auto* leftText = left.GetText();
-    const auto* rightText = right.GetText();
-    if (leftText != nullptr && rightText != nullptr)
-        return *leftText == *rightText;
-    return left.identifier == right.identifier;
+    const auto haveEqual = [](const auto* own, const auto* other) {
+        return own == nullptr ? other == nullptr : other != nullptr && *own == *other;
+    };
+    return left.namespaceIndex == right.namespaceIndex &&
+           haveEqual(left.GetNumeric(), right.GetNumeric()) &&
+           haveEqual(left.GetText(), right.GetText()) && haveEqual(left.GetGuid(), right.GetGuid());
 }
 
 std::size_t HashNodeId::operator()(const NodeId& nodeId) const noexcept

@@ -57,6 +57,22 @@ using Elements =
                  std::vector<Value::ByteString>, std::vector<DateTime>, std::vector<NodeId>,
                  std::vector<Struct>>;
 
+template <typename... T>
+ValueKind KindOfScalar(const std::variant<T...>& held) noexcept
+{
+    auto kind = ValueKind::Empty;
+    ((kind = std::holds_alternative<T>(held) ? kindOf<T> : kind), ...);
+    return kind;
+}
+
+template <typename... T>
+ValueKind KindOfElements(const std::variant<std::vector<T>...>& elements) noexcept
+{
+    auto kind = ValueKind::Empty;
+    ((kind = std::holds_alternative<std::vector<T>>(elements) ? kindOf<T> : kind), ...);
+    return kind;
+}
+
 std::string ArrayTypeName(ValueKind elementKind)
 {
     return fmt::format("array of {}", ToString(elementKind));
@@ -278,8 +294,9 @@ Value& Value::operator=(const Value&) = default;
 Value::~Value() = default;
 
 Value::Value(Value&& other) noexcept
-    : held(std::exchange(other.held, std::monostate{}))
-{}
+{
+    held.swap(other.held);
+}
 
 Value& Value::operator=(Value&& other) noexcept
 {
@@ -439,17 +456,8 @@ Value::Dimensions Value::GetArrayDimensions() const
 
 ValueKind Value::GetKind() const noexcept
 {
-    const auto kindOfElements = [](const auto& elements) {
-        return kindOf<typename std::remove_cvref_t<decltype(elements)>::value_type>;
-    };
-    const auto kindOfContent = [&](const auto& content) {
-        using Content = std::remove_cvref_t<decltype(content)>;
-        if constexpr (std::same_as<Content, SharedArray>)
-            return std::visit(kindOfElements, content->elements);
-        else
-            return kindOf<Content>;
-    };
-    return std::visit(kindOfContent, held);
+    const auto* array = std::get_if<SharedArray>(&held);
+    return array == nullptr ? KindOfScalar(held) : KindOfElements((*array)->elements);
 }
 
 bool Value::IsEmpty() const noexcept

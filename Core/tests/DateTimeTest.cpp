@@ -3,13 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdint>
 #include <limits>
-#include <string>
-#include <tuple>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 namespace Core {
 namespace {

@@ -6,9 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <concepts>
 #include <cstddef>
-#include <cstdint>
+#include <exception>
 #include <limits>
 #include <string>
 #include <thread>
@@ -556,8 +555,10 @@ TEST(Values, OfDifferentKindDimensionsOrContentsDiffer)
 TEST(AnArray, CanBeReadOnSeveralThreadsThroughItsCopies)
 {
     const Value value(std::vector<Struct>(100, MakeItem("a")));
+    constexpr int threadCount = 4;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
+    threads.reserve(threadCount);
+    for (int i = 0; i < threadCount; ++i)
         threads.emplace_back([copy = value] {
             for (unsigned int position = 0; position < 100; ++position) {
                 const Value another = copy; // NOLINT(performance-unnecessary-copy-initialization)

@@ -42,6 +42,7 @@ public:
     [[nodiscard]] constexpr bool IsEmpty() const noexcept { return ticks == 0; }
     [[nodiscard]] constexpr long GetTicks() const noexcept { return ticks; }
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): sees a null pointer in what the compiler writes
     friend constexpr auto operator<=>(const DateTime&, const DateTime&) noexcept = default;
 
 private:

@@ -30,6 +30,7 @@ public:
     /// 32 lower-case hexadecimal digits.
     [[nodiscard]] std::string ToString() const;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): sees a null pointer in what the compiler writes
     friend auto operator<=>(const Guid&, const Guid&) noexcept = default;
 
 private:

@@ -20,6 +20,7 @@ public:
     /// "index:name", or the name alone in namespace 0.
     [[nodiscard]] std::string ToString() const;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): sees a null pointer in what the compiler writes
     friend auto operator<=>(const QualifiedName&, const QualifiedName&) = default;
 
 private:
