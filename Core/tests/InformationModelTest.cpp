@@ -720,6 +720,30 @@ TEST_F(ACompleteModel, LeavesOtherCopiesOfTheModelAlone)
                  NotFoundException);
 }
 
+TEST(AModelFile, GivesMethodsTheOrderOfTheirNodesAndNotOfTheReferences)
+{
+    const TemporaryFolder folder;
+    InformationModel model;
+    model.LoadNodeSet(folder.Write("order.xml", R"(
+<UANodeSet xmlns="http://opcfoundation.org/UA/2011/03/UANodeSet.xsd">
+  <NamespaceUris><Uri>urn:test:order</Uri></NamespaceUris>
+  <Models><Model ModelUri="urn:test:order"/></Models>
+  <UAObjectType NodeId="ns=1;i=1" BrowseName="1:Type">
+    <References>
+      <Reference ReferenceType="i=45" IsForward="false">i=58</Reference>
+      <Reference ReferenceType="i=47">ns=1;i=2</Reference>
+      <Reference ReferenceType="i=47">ns=1;i=4</Reference>
+      <Reference ReferenceType="i=47">ns=1;i=3</Reference>
+    </References>
+  </UAObjectType>
+  <UAMethod NodeId="ns=1;i=4" BrowseName="1:First"/>
+  <UAMethod NodeId="ns=1;i=3" BrowseName="1:Second"/>
+  <UAMethod NodeId="ns=1;i=2" BrowseName="1:Third"/>
+</UANodeSet>)"));
+    const NodeId type(NamespaceMap::GetNamespaceIndex("urn:test:order"), 1);
+    EXPECT_THAT(GetNames(model.GetMethods(type)), ElementsAre("First", "Second", "Third"));
+}
+
 TEST(AModelFile, ThatCannotBeReadIsToldByTheSystemsReason)
 {
     const TemporaryFolder folder;
