@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 #include <system_error>
 
@@ -41,8 +41,7 @@ public:
     }
 
     /// Makes a file and returns its path.
-    [[nodiscard]] std::string MakeFile(const std::string& name,
-                                       const std::string& content = {}) const
+    std::string MakeFile(const std::string& name, const std::string& content = {}) const
     {
         const std::string file = *this / name;
         std::ofstream(file, std::ios::binary) << content;
@@ -57,7 +56,9 @@ inline std::string ReadWholeFile(const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary);
     EXPECT_TRUE(stream.is_open()) << file;
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::ostringstream content;
+    content << stream.rdbuf();
+    return content.str();
 }
 
 } // namespace FileSystemTests

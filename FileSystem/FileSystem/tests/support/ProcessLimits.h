@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <sys/fsuid.h>
+#include <sys/resource.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace FileSystemTests {
+
+/// Sets one limit of this process as long as it lives.
+class ProcessLimit
+{
+public:
+    ProcessLimit(__rlimit_resource resource, rlim_t limit)
+        : resource(resource)
+    {
+        if (::getrlimit(resource, &previous) != 0)
+            throw std::system_error(errno, std::generic_category(), "getrlimit");
+        const rlimit changed{limit, previous.rlim_max};
+        if (::setrlimit(resource, &changed) != 0)
+            throw std::system_error(errno, std::generic_category(), "setrlimit");
+    }
+    ProcessLimit(const ProcessLimit&) = delete;
+    ProcessLimit& operator=(const ProcessLimit&) = delete;
+    ~ProcessLimit() { static_cast<void>(::setrlimit(resource, &previous)); }
+
+private:
+    __rlimit_resource resource;
+    rlimit previous{};
+};
+
+/// No file grows beyond a size: writing further fails, as on a full disk. Print nothing meanwhile,
+/// since the standard output may be a file.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+        : limit(RLIMIT_FSIZE, bytes)
+    {}
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    ~FileSizeLimit() { static_cast<void>(std::signal(SIGXFSZ, previous)); }
+
+private:
+    using Handler = void (*)(int);
+    Handler previous = std::signal(SIGXFSZ, SIG_IGN); // before the limit
+    ProcessLimit limit;
+};
+
+/// No further descriptor can be opened in this process.
+class NoMoreDescriptors
+{
+public:
+    NoMoreDescriptors()
+        : limit(RLIMIT_NOFILE, LowestFreeDescriptor())
+    {}
+
+private:
+    static rlim_t LowestFreeDescriptor()
+    {
+        const int descriptor = ::open("/", O_RDONLY | O_CLOEXEC);
+        if (descriptor < 0)
+            throw std::system_error(errno, std::generic_category(), "open /");
+        ::close(descriptor);
+        return static_cast<rlim_t>(descriptor);
+    }
+
+    ProcessLimit limit;
+};
+
+/// The calling thread alone meets files as an ordinary user as long as this lives; if it is one
+/// already, nothing changes. Construction and end are on the same thread.
+class WithoutRights
+{
+public:
+    WithoutRights()
+        : previous(static_cast<uid_t>(::setfsuid(::geteuid() == 0 ? nobody : ::geteuid())))
+    {}
+    WithoutRights(const WithoutRights&) = delete;
+    WithoutRights& operator=(const WithoutRights&) = delete;
+    ~WithoutRights() { ::setfsuid(previous); }
+
+private:
+    static constexpr uid_t nobody = 65534;
+    uid_t previous;
+};
+
+} // namespace FileSystemTests

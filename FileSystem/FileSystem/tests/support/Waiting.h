@@ -1,0 +1,40 @@
+#pragma once
+
+#include "EventRecorder.h"
+
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <thread>
+#include <utility>
+
+namespace FileSystemTests {
+
+/// Waits for a condition that nobody announces; false when it does not come true.
+template <typename Condition>
+[[nodiscard]] bool WaitUntil(Condition&& condition)
+{
+    const auto limit = std::chrono::steady_clock::now() + hangLimit;
+    while (!std::forward<Condition>(condition)()) {
+        if (std::chrono::steady_clock::now() > limit)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+/// Waits until a thread of this process is stuck in a system call.
+[[nodiscard]] inline bool WaitUntilStuckIn(long systemCall, pid_t threadId)
+{
+    const std::string expected = std::to_string(systemCall);
+    return WaitUntil([&] {
+        std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
+        std::string number;
+        file >> number; // "running" where there is none
+        return number == expected;
+    });
+}
+
+} // namespace FileSystemTests
