@@ -1,0 +1,16 @@
+#pragma once
+
+// What the loop uses of Boost.Asio. Optimising g++ sees a null pointer in its scheduler that cannot
+// be one, and says so although the headers belong to the system.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnull-dereference"
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/host_name.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ip/v6_only.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#pragma GCC diagnostic pop

@@ -1,0 +1,65 @@
+#include "EventDelivery.h"
+
+#include <algorithm>
+
+namespace Host {
+
+void EventDelivery::NoteCyclicCallback(LoopTimers::Id id, UA_Callback function,
+                                       ConnectionId connection)
+{
+    if (publish == nullptr)
+        publish = function;
+    if (function == publish)
+        subscriptions.emplace(id, Subscription{connection, 0});
+}
+
+void EventDelivery::Forget(LoopTimers::Id id)
+{
+    requested.erase(id);
+    subscriptions.erase(id);
+}
+
+void EventDelivery::RequestAll()
+{
+    for (const auto& [id, subscription] : subscriptions)
+        requested.insert(id);
+}
+
+void EventDelivery::Request(ConnectionId connection)
+{
+    for (const auto& [id, subscription] : subscriptions) {
+        if (subscription.connection == connection)
+            requested.insert(id);
+    }
+}
+
+std::optional<UA_DateTime> EventDelivery::GetNext(UA_DateTime now) const
+{
+    std::optional<UA_DateTime> next;
+    for (const auto id : requested) {
+        const auto allowed = std::max(now, GetAllowed(subscriptions.at(id)));
+        next = std::min(next.value_or(allowed), allowed);
+    }
+    return next;
+}
+
+std::vector<LoopTimers::Id> EventDelivery::TakeReady(UA_DateTime now)
+{
+    std::vector<LoopTimers::Id> ready;
+    for (const auto id : requested) {
+        if (GetAllowed(subscriptions.at(id)) <= now)
+            ready.push_back(id);
+    }
+    for (const auto id : ready)
+        requested.erase(id);
+    return ready;
+}
+
+void EventDelivery::CountVainCall(LoopTimers::Id id, UA_DateTime now)
+{
+    const auto found = subscriptions.find(id);
+    if (found != subscriptions.end())
+        found->second.rationedUntil = std::max(found->second.rationedUntil, now) + ration;
+}
+
+} // namespace Host

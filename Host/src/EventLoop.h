@@ -1,0 +1,148 @@
+#pragma once
+
+#include <open62541/plugin/eventloop.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// Names a connection or a listening socket. Counted up from 1 and never used again; 0 names none.
+using ConnectionId = std::uintptr_t;
+
+/// What is known of one connection.
+struct ConnectionInfo
+{
+    ConnectionId id{};
+    std::string remoteAddress; ///< numeric, without the port
+    std::uint16_t remotePort{};
+    std::uint64_t bytesIn{};  ///< received
+    std::uint64_t bytesOut{}; ///< given to the connection to be sent
+};
+
+/// Where the loop listens, with the port that the system chose if it was asked to.
+struct ListenAddress
+{
+    std::string address;
+    std::uint16_t port{};
+};
+
+/// Bounds on what connections may take. Sizes are bytes.
+struct ConnectionLimits
+{
+    static constexpr std::size_t megabyte = std::size_t{1} << 20U;
+
+    std::size_t connections = 1000;             ///< a further one is accepted and closed at once
+    std::size_t outputPause = 4 * megabyte;     ///< more waiting to be sent: it is not read
+    std::size_t outputLimit = 64 * megabyte;    ///< more waiting to be sent: it is closed
+    std::size_t brakeAllowance = 64 * megabyte; ///< see `EventLoop::SetMemoryBrake`
+};
+
+/// The event loop and the TCP transport of an OPC UA server: timers, delayed callbacks and
+/// connections on one thread, the one that calls `run` of the handle. Sending never blocks.
+///
+/// Threads: `Post`, `Wake`, `DeliverEvents` and `GetConnection` are for any thread, and so are the
+/// handle's operations other than `start`, `stop`, `run` and `free`; everything else is for the
+/// thread that runs the loop. The loop's lock is recursive (`lock` and `unlock` of the handle) and
+/// is never held while callbacks, posted functions or observers run. It may be taken with the
+/// server's lock held, never the other way round.
+///
+/// Lifetime: give the handle to a server's configuration before its defaults are set. The server
+/// starts, stops and frees the loop; freed, it runs the delayed callbacks that are left, forgets
+/// its timers and frees the event sources that others added. The loop itself belongs to whoever
+/// made it and must outlive the server.
+class EventLoop
+{
+public:
+    /// `logger` must outlive the loop.
+    explicit EventLoop(const UA_Logger& logger, const ConnectionLimits& limits = {});
+    /// REQUIRES: never started, or stopped. Functions still waiting are dropped without being run.
+    ~EventLoop();
+
+    EventLoop(const EventLoop&) = delete;
+    EventLoop(EventLoop&&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
+    EventLoop& operator=(EventLoop&&) = delete;
+
+    /// The loop as the library knows it, with its connection manager registered. Connections are
+    /// accepted only: opening one to elsewhere is answered with Bad_NotSupported. An address
+    /// without a host listens on every address. A listening port can always be taken over from an
+    /// ended process (the "reuse" parameter has no effect).
+    [[nodiscard]] UA_EventLoop* GetHandle() noexcept;
+
+    /// Runs the function on the loop's thread, soon, in the order in which a thread posts. What it
+    /// throws is logged. A loop that is not being run keeps it until it is.
+    void Post(std::function<void()> function);
+
+    /// Makes a waiting `run` return.
+    void Wake();
+
+    /// Sends the results of asynchronous calls that `UA_Server_setAsyncOperationResult` has stored;
+    /// at the end of the current turn of the loop, however often it is asked for in one.
+    ///
+    /// The library answers such calls from a cyclic callback alone, each second, and offers no
+    /// other way. It is the first cyclic callback that a server registers, when it is made (and it
+    /// does nothing while `asyncOperationTimeout` is 0), so the loop remembers that one and calls
+    /// it between its regular times. One loop therefore serves one server.
+    void FlushAnswers();
+
+    /// Sends queued events now instead of at the end of the subscriptions' publishing intervals.
+    /// To be called after events were raised; wakes the loop.
+    ///
+    /// The library publishes from a cyclic callback for each subscription. Clients make a
+    /// subscription before anything else that is cyclic, so the function of the first cyclic
+    /// callback that was registered in answer to a client's message is the one that publishes, and
+    /// every callback of that function belongs to a subscription of the client whose message was
+    /// being handled. These callbacks are called once between their regular times.
+    ///
+    /// Each call that has nothing to send counts as an interval towards the subscription's
+    /// keep-alive and lifetime counts. So these are rationed: 100 a second for a subscription and
+    /// at most 20 at once; beyond them delivery waits for the next ration (10 ms). Calls that send
+    /// something are free. The server's least lifetime count must be chosen with that in mind:
+    /// 12000 is two minutes under constant fire.
+    void DeliverEvents();
+
+    /// Does that for the subscriptions made on one connection. A subscription belongs to the
+    /// connection that it was made on, also after its session has moved to another one: name each
+    /// connection that the session has had.
+    void DeliverEvents(ConnectionId connection);
+
+    /// The connection whose message (or opening, or closing) is being handled; 0 outside of that.
+    [[nodiscard]] ConnectionId GetCurrentConnection() const;
+
+    /// What is known of a connection; nothing once it has closed.
+    [[nodiscard]] std::optional<ConnectionInfo> GetConnection(ConnectionId connection) const;
+
+    [[nodiscard]] std::size_t CountConnections() const;
+
+    [[nodiscard]] std::vector<ListenAddress> GetListenAddresses() const;
+
+    /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
+    void CloseConnection(ConnectionId connection);
+
+    /// Told once for each connection that has closed, after the server was; `GetConnection` still
+    /// knows it then, for the last time.
+    void SetClosedObserver(std::function<void(ConnectionId)> observer);
+
+    /// While `isMemoryShort` says true, a connection may receive no more than its equal share of
+    /// `ConnectionLimits::brakeAllowance`, counted from when it first said so; who has used up its
+    /// share is not read until it says false again. So those that send most stop first, those that
+    /// say little are still heard, what comes in above the mark is bounded, and nothing waits for
+    /// itself: calls taken before need no further input to end and free their memory, answers are
+    /// sent all the while, and a connection that its client has left is still noticed.
+    ///
+    /// It is asked before each read, on the loop's thread with the loop's lock held: it must be
+    /// cheap and may not call the loop or the server. One that throws counts as false.
+    void SetMemoryBrake(std::function<bool()> isMemoryShort);
+
+private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation;
+};
+
+} // namespace Host

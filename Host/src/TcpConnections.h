@@ -1,0 +1,208 @@
+#pragma once
+
+#include "Asio.h"
+#include "EventLoop.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Host {
+
+/// A message, or what is left of one, that waits to be sent.
+class OutputBuffer
+{
+public:
+    /// Takes over the memory of `bytes`.
+    explicit OutputBuffer(UA_ByteString& bytes);
+
+    [[nodiscard]] std::size_t GetSize() const noexcept { return size - sent; }
+    [[nodiscard]] const UA_Byte* GetData() const noexcept { return data.get() + sent; }
+    void CountSent(std::size_t count) noexcept { sent += count; }
+
+    /// Gives back the memory behind the message: the library encodes into buffers of the greatest
+    /// size, so that many short messages in a queue would take far more than their length.
+    void Shrink() noexcept;
+    [[nodiscard]] bool IsShrunk() const noexcept { return shrunk; }
+
+private:
+    struct Release
+    {
+        void operator()(UA_Byte* memory) const;
+    };
+
+    std::unique_ptr<UA_Byte, Release> data;
+    std::size_t size{};
+    std::size_t sent{};
+    bool shrunk = false;
+};
+
+/// The connection manager of the loop for TCP. The loop's lock guards it: its operations take it,
+/// and give it back while the server's callback, the observer or log sinks of others run.
+class TcpConnections
+{
+public:
+    using Mutex = std::recursive_mutex;
+
+    TcpConnections(boost::asio::io_context& context, Mutex& mutex, const UA_Logger& logger,
+                   const ConnectionLimits& limits);
+
+    [[nodiscard]] UA_ConnectionManager& GetManager() noexcept { return manager; }
+
+    /// On the loop's thread.
+    [[nodiscard]] ConnectionId GetCurrent() const noexcept { return current; }
+    [[nodiscard]] std::optional<ConnectionInfo> Get(ConnectionId id) const;
+    [[nodiscard]] std::size_t Count() const;
+    [[nodiscard]] std::vector<ListenAddress> GetListenAddresses() const;
+    /// How many messages were given to connections so far; guarded by the loop's lock.
+    [[nodiscard]] std::uint64_t CountMessages() const noexcept { return messages; }
+
+    void SetClosedObserver(std::function<void(ConnectionId)> observer);
+    void SetBrake(std::function<bool()> shortage);
+
+    /// False if there is none, or it is closing already.
+    bool Close(ConnectionId id);
+
+private:
+    using Lock = std::unique_lock<Mutex>;
+    using ErrorCode = boost::system::error_code;
+    using Tcp = boost::asio::ip::tcp;
+
+    struct Manager : UA_ConnectionManager
+    {
+        TcpConnections* owner{};
+    };
+
+    /// What the server calls a connection: a connection or a socket that listens for them.
+    struct Channel
+    {
+        ConnectionId id{};
+        UA_ConnectionManager_connectionCallback callback{};
+        void* application{};
+        void* context{};
+        bool closing = false;
+    };
+
+    struct Listener : Channel
+    {
+        Listener(const Channel& channel, Tcp::acceptor opened);
+
+        Tcp::acceptor acceptor;
+        boost::asio::steady_timer retry;
+        ListenAddress address;
+        bool failing = false; // and that is logged
+        bool full = false;    // and that is logged
+    };
+
+    struct Connection : Channel
+    {
+        Connection(const Channel& channel, Tcp::socket accepted);
+
+        Tcp::socket socket;
+        ConnectionInfo info;
+        std::deque<OutputBuffer> output;
+        std::size_t queued{};              // bytes in `output`
+        std::size_t receivedWhileBraked{}; // bytes since the brake came on
+        bool reading = false;              // waits until there is something to read
+        bool writing = false;              // waits until there is room to send
+    };
+
+    using SharedListener = std::shared_ptr<Listener>;
+    using SharedConnection = std::shared_ptr<Connection>;
+
+    struct OpenRequest
+    {
+        std::vector<std::string> addresses; // empty: all of the machine
+        std::uint16_t port{};
+        bool onlyCheck = false;
+        Channel channel; // what every socket that is opened for it starts from
+    };
+
+    static TcpConnections& GetOwner(UA_ConnectionManager* manager);
+    static TcpConnections& GetOwner(UA_EventSource* source);
+    void FillOperations();
+
+    // Lifecycle
+    UA_StatusCode Start();
+    void Stop();
+    void CheckStopped();
+
+    // Listening
+    UA_StatusCode Open(const UA_KeyValueMap& parameters, const Channel& channel);
+    UA_StatusCode Listen(OpenRequest request);
+    [[nodiscard]] std::vector<Tcp::endpoint> Resolve(const OpenRequest& request) const;
+    std::optional<Tcp::acceptor> OpenAcceptor(const Tcp::endpoint& endpoint);
+    void AddListener(const Channel& channel, Tcp::acceptor acceptor);
+    void Accept(const SharedListener& listener);
+    void OnAccepted(const SharedListener& listener, const ErrorCode& error, Tcp::socket socket);
+    void OnAcceptFailed(Listener& listener, const ErrorCode& error);
+    void RetryAccept(const SharedListener& listener);
+    bool HasRoom(Listener& listener);
+    void AddConnection(const Listener& listener, Tcp::socket socket);
+
+    // Reading
+    void Read(const SharedConnection& connection);
+    void OnReadable(const SharedConnection& connection);
+    void Receive(Connection& connection, std::size_t size);
+    [[nodiscard]] bool MayRead(const Connection& connection);
+
+    // Sending
+    UA_StatusCode Send(ConnectionId id, OutputBuffer buffer);
+    void Flush(const SharedConnection& connection);
+    void FlushWhatFits(Connection& connection, ErrorCode& error);
+    void FlushLater(const SharedConnection& connection);
+    void OnWritable(const SharedConnection& connection);
+    void CheckOutput(const SharedConnection& connection);
+
+    // Closing
+    void BeginClose(const SharedConnection& connection);
+    void BeginClose(const SharedListener& listener);
+    void FinishClose(const SharedConnection& connection);
+    void FinishClose(const SharedListener& listener);
+
+    // The memory brake
+    bool AskBrake() const;
+    bool UpdateBrake();
+    void CheckBrakeLater();
+    void CheckBrake();
+    void ReleaseBrake();
+    void CloseAbandoned();
+
+    void Notify(Connection& connection, UA_ConnectionState state, const UA_KeyValueMap& parameters,
+                UA_ByteString message);
+    void Notify(Channel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters,
+                UA_ByteString message);
+    template <typename Function>
+    void Guard(const SharedConnection& connection, Function function);
+
+    const UA_Logger& logger;
+    const ConnectionLimits limits;
+    boost::asio::io_context& context;
+    Mutex& mutex;
+    Manager manager{};
+
+    // Used on the loop's thread only.
+    std::vector<UA_Byte> input;
+    std::function<void(ConnectionId)> closedObserver;
+    ConnectionId current{};
+
+    // Guarded by the loop's lock.
+    std::uint64_t messages{};
+    ConnectionId lastId{};
+    std::map<ConnectionId, SharedListener> listeners;
+    std::unordered_map<ConnectionId, SharedConnection> connections;
+    std::vector<boost::asio::const_buffer> gathered; // scratch
+    std::function<bool()> isMemoryShort;
+    boost::asio::steady_timer brakeTimer;
+    bool braked = false;
+};
+
+} // namespace Host
