@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <mutex>
 #include <random>
 #include <thread>
+#include <unistd.h>
 #include <unordered_map>
 
 namespace FaultyFiles {
@@ -78,6 +80,18 @@ void SlowDown()
         std::chrono::microseconds(microseconds.at(turn++ % microseconds.size())));
 }
 
+/// Said at once, the first time: the process may not come to its end.
+void Count(std::atomic<std::uint64_t>& violations, const char* text)
+{
+    if (violations++ == 0)
+        static_cast<void>(::write(STDERR_FILENO, text, std::strlen(text)));
+}
+
+void CountUseOfClosed()
+{
+    Count(counts.usesOfClosed, "a stream was used that is not open\n");
+}
+
 /// The streams that are open, and how many calls are inside each.
 class OpenStreams
 {
@@ -94,7 +108,7 @@ public:
         const std::lock_guard lock(mutex);
         const auto found = users.find(stream);
         if (found == users.end())
-            ++counts.usesOfClosed;
+            CountUseOfClosed();
         else
             ++found->second;
         return found != users.end();
@@ -113,11 +127,11 @@ public:
         const std::lock_guard lock(mutex);
         const auto found = users.find(stream);
         if (found == users.end()) {
-            ++counts.usesOfClosed;
+            CountUseOfClosed();
             return false;
         }
         if (found->second != 0)
-            ++counts.closesOfUsed;
+            Count(counts.closesOfUsed, "a stream was closed while a call was inside\n");
         users.erase(found);
         return true;
     }
@@ -187,6 +201,18 @@ Result Break(Result result)
     return result;
 }
 
+FILE* Open(FILE* (*next)(const char*, const char*), const char* path, const char* mode)
+{
+    ++counts.opens;
+    SlowDown();
+    if (Fails(rates.openFails, counts.openFailures))
+        return Break<FILE*>(nullptr);
+    FILE* const stream = next(path, mode);
+    if (stream != nullptr)
+        GetOpenStreams().Add(stream);
+    return stream;
+}
+
 } // namespace
 
 void SetRates(const Rates& newRates)
@@ -228,14 +254,15 @@ TALVENSOR_INTERPOSED FILE* fopen(const char* path, const char* mode)
 {
     using namespace FaultyFiles;
     static auto* const next = FindNext<FILE*(const char*, const char*)>("fopen");
-    ++counts.opens;
-    SlowDown();
-    if (Fails(rates.openFails, counts.openFailures))
-        return Break<FILE*>(nullptr);
-    FILE* const stream = next(path, mode);
-    if (stream != nullptr)
-        GetOpenStreams().Add(stream);
-    return stream;
+    return Open(next, path, mode);
+}
+
+// What the standard library's streams open by, to be closed by fclose.
+TALVENSOR_INTERPOSED FILE* fopen64(const char* path, const char* mode)
+{
+    using namespace FaultyFiles;
+    static auto* const next = FindNext<FILE*(const char*, const char*)>("fopen64");
+    return Open(next, path, mode);
 }
 
 TALVENSOR_INTERPOSED std::size_t fread(void* data, std::size_t size, std::size_t count,

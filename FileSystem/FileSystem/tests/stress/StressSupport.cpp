@@ -8,7 +8,7 @@ namespace Stress {
 
 namespace {
 
-constexpr std::chrono::seconds hangLimit{180};
+constexpr std::chrono::seconds hangLimit{120};
 
 std::uint64_t ReadNumber(const char* variable, std::uint64_t otherwise)
 {
@@ -151,7 +151,7 @@ void Watchdog::Watch()
 {
     std::unique_lock lock(mutex);
     std::uint64_t last = getProgress();
-    while (!ending.wait_for(lock, hangLimit + std::chrono::seconds(60), [this] { return ended; })) {
+    while (!ending.wait_for(lock, hangLimit + std::chrono::seconds(30), [this] { return ended; })) {
         const std::uint64_t now = getProgress();
         if (now == last) {
             static_cast<void>(std::fputs("nothing moves any more\n", stderr));
