@@ -34,7 +34,7 @@ std::vector<MethodCase> MakeMethodCases()
     const Core::Value data = MakeBytesValue(ToBytes("data"));
     const Core::Value time = Core::DateTime::FromUnixEpochTime(1'000'000);
     const unsigned char permissions = 0;
-    const unsigned int handle = unknownHandle;
+    const Core::Value handle = unknownHandle;
     return {
         {"Open",
          [=](auto& at) {

@@ -17,17 +17,17 @@ protected:
     Bytes ReadBack(const std::string& file)
     {
         const unsigned int handle = Open(file, 1);
-        Bytes content;
+        Bytes all;
         while (true) {
             const auto part = client.Read(handle, block);
             EXPECT_TRUE(part.has_value());
             if (!part || part->empty())
                 break;
-            content.insert(content.end(), part->begin(), part->end());
+            all.insert(all.end(), part->begin(), part->end());
         }
         client.Close(handle);
         EXPECT_EQ(TakeAcks(), std::vector<Ack>({{handle, 0}}));
-        return content;
+        return all;
     }
 
     const Bytes content = MakePattern(GetParam());
