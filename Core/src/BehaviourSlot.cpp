@@ -99,7 +99,7 @@ void BehaviourSlot::Fill(const RegisteredFactory& factory, const std::shared_ptr
 
 void BehaviourSlot::Publish()
 {
-    SetPublished(held);
+    SetPublished({true, held});
 }
 
 void BehaviourSlot::Start()
@@ -133,7 +133,7 @@ void BehaviourSlot::Stop()
 
 void BehaviourSlot::Clear()
 {
-    SetPublished(nullptr);
+    SetPublished({});
     try {
         Stop();
     } catch (...) {
@@ -143,16 +143,16 @@ void BehaviourSlot::Clear()
     held.reset();
 }
 
-std::shared_ptr<const HeldBehaviour> BehaviourSlot::Get() const
+BehaviourSlot::Published BehaviourSlot::Get() const
 {
     const std::scoped_lock lock(mutex);
     return published;
 }
 
-void BehaviourSlot::SetPublished(std::shared_ptr<const HeldBehaviour> value)
+void BehaviourSlot::SetPublished(Published value)
 {
     const std::scoped_lock lock(mutex);
-    published.swap(value);
+    std::swap(published, value); // the old one is released after the lock
 }
 
 } // namespace Core

@@ -57,7 +57,7 @@ public:
 
     /// Makes the behaviour of a node and starts it. Throws what that throws; then nothing is kept.
     void Fill(const RegisteredFactory& factory, const std::shared_ptr<ObjectNode>& node);
-    /// From here on `Get` has it.
+    /// From here on the object can be called.
     void Publish();
 
     /// Do nothing where there is no behaviour. Throw what the behaviour throws; a start that failed
@@ -68,12 +68,17 @@ public:
     /// Hides the behaviour from new calls, stops and releases it. What the stop throws is logged.
     void Clear();
 
-    /// The behaviour, for calls; null before its publication and from its removal on. Any thread.
-    [[nodiscard]] std::shared_ptr<const HeldBehaviour> Get() const;
+    /// What calls find. Any thread.
+    struct Published
+    {
+        bool isThere = false; ///< between the object's publication and its removal
+        std::shared_ptr<const HeldBehaviour> held; ///< null for an object without a behaviour
+    };
+    [[nodiscard]] Published Get() const;
 
 private:
     void StopAfterFailure() noexcept;
-    void SetPublished(std::shared_ptr<const HeldBehaviour> value);
+    void SetPublished(Published value);
 
     Turnstile turnstile;
 
@@ -83,7 +88,7 @@ private:
     std::shared_ptr<const HeldBehaviour> held;
 
     mutable std::mutex mutex;
-    std::shared_ptr<const HeldBehaviour> published; // guarded by mutex
+    Published published; // guarded by mutex
 };
 
 } // namespace Core

@@ -96,8 +96,8 @@ public:
     template <typename Target, typename Notification>
     void Notify(Recipient<Target>& recipient, const Notification& notification)
     {
-        Running running{{}, &recipient};
-        auto target = Begin(recipient, running);
+        Running notified{{}, &recipient};
+        auto target = Begin(recipient, notified);
         if (!target)
             return;
         try {
@@ -107,7 +107,7 @@ public:
         }
         // Before the end is known: who waits for it may go on to unload the target's code.
         target.reset();
-        End(running);
+        End(notified);
     }
 
     /// Notifies everyone in the list.

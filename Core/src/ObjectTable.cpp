@@ -40,6 +40,7 @@ std::vector<NodeId> ObjectTable::GetIds() const
     std::sort(numbered.begin(), numbered.end(),
               [](const auto& left, const auto& right) { return left.first > right.first; });
     std::vector<NodeId> ids;
+    ids.reserve(numbered.size());
     for (auto& [number, id] : numbered)
         ids.push_back(std::move(id));
     return ids;

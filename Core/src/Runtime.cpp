@@ -75,6 +75,7 @@ private:
 
     void AddRootFolders();
     [[nodiscard]] std::shared_ptr<ObjectNode> RequireObject(const NodeId& id);
+    [[nodiscard]] bool IsOwnObject(const NodeId& id);
     [[nodiscard]] std::shared_ptr<ObjectNode> RequireParent(const NodeId& id);
     [[nodiscard]] std::optional<RegisteredFactory> FindFactory(const InformationModel& types,
                                                                const NodeId& type);
@@ -335,14 +336,21 @@ void Runtime::Implementation::StartBehaviour(const NodeId& id)
 std::shared_ptr<const HeldBehaviour>
 Runtime::Implementation::RequireExecutable(const NodeId& object)
 {
-    static_cast<void>(RequireObject(object));
     const auto slot = objects.Find(object);
-    auto held = slot ? slot->Get() : nullptr;
-    if (!held)
-        static_cast<void>(RequireObject(object)); // it may have been removed in between
-    if (!held || held->GetExecutable() == nullptr)
+    auto published = slot ? slot->Get() : BehaviourSlot::Published();
+    const auto isThere = published.isThere || (!slot && IsOwnObject(object));
+    if (!isThere)
+        throw NotFoundException("There is no object " + object.ToString());
+    if (!published.held || published.held->GetExecutable() == nullptr)
         throw NotExecutableException("Object " + object.ToString() + " takes no calls");
-    return held;
+    return std::move(published.held);
+}
+
+/// True for the root folders and the sessions' objects.
+bool Runtime::Implementation::IsOwnObject(const NodeId& id)
+{
+    const auto object = std::dynamic_pointer_cast<ObjectNode>(GetAddressSpace().Find(id));
+    return object && object->GetRole() != ObjectRole::Created;
 }
 
 CallResult Runtime::Implementation::Call(const std::shared_ptr<Session>& session,

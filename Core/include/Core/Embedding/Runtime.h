@@ -78,7 +78,8 @@ struct ReferenceDescription
 /// All operations may be called from any thread, unless they say otherwise; none holds a lock of
 /// the host while a behaviour is made, started, stopped, called or notified. Creation, removal,
 /// start and stop of one object are serialised among themselves; asking for one of these from
-/// inside the start or stop of the same object throws InvalidStateException.
+/// inside the making, start or stop of the same object, or while that waits for the calling thread,
+/// throws InvalidStateException.
 class CORE_API Runtime
 {
 public:
