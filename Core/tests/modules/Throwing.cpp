@@ -1,0 +1,22 @@
+#include "FailingModule.h"
+
+#include <exception>
+
+namespace {
+
+const FailingModule::Presence presence;
+
+/// Its code goes with the module.
+class Sulk final : public std::exception
+{
+public:
+    [[nodiscard]] const char* what() const noexcept override { return "not today"; }
+};
+
+} // namespace
+
+int RegisterFactories(Core::CoreContext& context)
+{
+    FailingModule::RegisterOne(context, "00000000000000000000000000000002");
+    throw Sulk();
+}

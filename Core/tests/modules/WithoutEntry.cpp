@@ -1,0 +1,8 @@
+#include "Core/Export.h"
+
+extern "C" CORE_API int SomethingElse();
+
+int SomethingElse()
+{
+    return 1;
+}
