@@ -73,7 +73,7 @@ public:
     ~Device() override
     {
         record->Add(isStarted ? "destroyed while started" : "destroyed");
-        EXPECT_FALSE(node.GetNodeId().IsEmpty()); // the node is there to the end
+        EXPECT_FALSE(watchedNode.expired()) << "the node went before its behaviour";
         if (script->destroy)
             script->destroy();
     }
@@ -101,9 +101,9 @@ public:
         return !script->call || script->call(methodName, inputs, outputs);
     }
 
-    INode& node;
-
 private:
+    INode& node;
+    const std::weak_ptr<INode> watchedNode = node.GetSharedPointer();
     const std::shared_ptr<const Script> script;
     const std::shared_ptr<Record> record;
     bool isStarted = false;
