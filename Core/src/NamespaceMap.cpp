@@ -50,9 +50,10 @@ std::string NamespaceMap::GetUri(int namespaceIndex)
 {
     auto& table = GetTable();
     const std::shared_lock lock(table.mutex);
-    if (namespaceIndex < 0 || static_cast<std::size_t>(namespaceIndex) >= table.uris.size())
+    const auto position = static_cast<std::size_t>(namespaceIndex); // a negative one is too large
+    if (position >= table.uris.size())
         throw NotFoundException(fmt::format("no namespace has the index {}", namespaceIndex));
-    return table.uris[static_cast<std::size_t>(namespaceIndex)];
+    return table.uris[position];
 }
 
 int NamespaceMap::Register(const std::string& uri)

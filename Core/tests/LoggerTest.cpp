@@ -497,6 +497,8 @@ TEST(AMessageInALogLine, ShowsWhatIsNotUtf8AsNumbers)
     EXPECT_EQ(ShownMessage("\xE6\x97"), R"(\xe6\x97)");                 // ends early
     EXPECT_EQ(ShownMessage("\xE6\x97\n"), R"(\xe6\x97\x0a)");           // follower missing
     EXPECT_EQ(ShownMessage("\xC0\x8A"), R"(\xc0\x8a)");                 // a line end, too long
+    EXPECT_EQ(ShownMessage("\xE0\x81\x81"), R"(\xe0\x81\x81)");         // a letter, too long
+    EXPECT_EQ(ShownMessage("\xF0\x80\x81\x81"), R"(\xf0\x80\x81\x81)"); // a letter, too long
     EXPECT_EQ(ShownMessage("\xE0\x80\x8A"), R"(\xe0\x80\x8a)");         // a line end, too long
     EXPECT_EQ(ShownMessage("\xF0\x80\x80\x8A"), R"(\xf0\x80\x80\x8a)"); // a line end, too long
     EXPECT_EQ(ShownMessage("\xED\xA0\x80"), R"(\xed\xa0\x80)");         // half a pair

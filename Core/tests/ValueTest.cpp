@@ -458,7 +458,12 @@ TEST(Dimensions, WhoseProductOverflowsToNothingAreNotThoseOfAnEmptyArray)
 {
     const Index huge{65'536, 65'536, 65'536, 65'536};
     EXPECT_THROW((void)Value::MakeArray(Texts{}, huge), InvalidArgumentException);
+}
+
+TEST(Dimensions, AreAtLeastOne)
+{
     EXPECT_THROW((void)Value::MakeArray(Texts{}, {}), InvalidArgumentException);
+    EXPECT_THROW((void)Value::MakeArray(Texts{"a"}, {}), InvalidArgumentException);
 }
 
 TEST(RefusedDimensions, AreNamedWithTheNumberOfElements)
@@ -642,11 +647,11 @@ TEST(ADescription, IsShortWhateverTheContents)
     EXPECT_EQ(Value::MakeArray(std::vector<int>(61'440), {61'440}).ToString(),
               "[0, 0, 0, 0, 0, 0, 0, 0... (61440 elements)]");
     Value deep;
-    Value wide;
-    for (int i = 0; i < 20; ++i) {
+    for (int level = 0; level < 20; ++level)
         deep = Struct{deep};
-        wide = Struct(std::vector<Value>(i < 5 ? 20 : 1, wide));
-    }
+    Value wide = "leaf";
+    for (int level = 0; level < 4; ++level)
+        wide = Struct(std::vector<Value>(9, wide));
     EXPECT_EQ(deep.ToString(), "{{{{{...}}}}}");
     EXPECT_LT(wide.ToString().size(), 2000U);
     const Struct longTexts(std::vector<Value>(8, std::string(60, 'x')));
