@@ -1,0 +1,22 @@
+#pragma once
+
+#include "Configuration.h"
+
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// An address to listen on.
+struct ListenAddress
+{
+    std::string text; ///< numeric
+    bool isLoopback = false;
+};
+
+/// The addresses of a host's name, or the one that it is. Throws SystemException when it has none.
+/// Call it before the sandbox is entered, and listen on what it returns: a name can have other
+/// addresses later.
+[[nodiscard]] std::vector<ListenAddress> ResolveListenUrl(const ListenUrl& url);
+
+} // namespace Host

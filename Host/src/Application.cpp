@@ -1,0 +1,177 @@
+#include "Application.h"
+
+#include "CommandLine.h"
+#include "Core/Embedding/LogControl.h"
+#include "Log.h"
+#include "PasswordPrompt.h"
+
+#include <iostream>
+#include <variant>
+
+namespace Host {
+
+namespace {
+
+constexpr const char* category = "Host";
+
+std::vector<Root> MakeRoots(const Configuration& configuration)
+{
+    std::vector<Root> roots;
+    for (const auto& path : configuration.roots)
+        roots.push_back(MakeRoot(path, false));
+    for (const auto& path : configuration.readOnlyRoots)
+        roots.push_back(MakeRoot(path, true));
+    return roots;
+}
+
+std::optional<Users> ReadUsers(const Configuration& configuration)
+{
+    if (!configuration.usersFile)
+        return std::nullopt;
+    return Users(*configuration.usersFile);
+}
+
+void StartLog(const Configuration& configuration)
+{
+    using Core::Embedding::LogControl;
+    LogControl::SetLevel(configuration.logLevel);
+    LogControl::AddSink(configuration.logFile
+                            ? Core::Embedding::MakeFileLogSink(*configuration.logFile)
+                            : Core::Embedding::MakeConsoleLogSink());
+    if (IsRoot())
+        Log(Core::LogLevel::Warning, category,
+            "The host runs as root; a user of its own would need no more than its roots");
+}
+
+std::unique_ptr<Core::Embedding::Runtime> LoadModules(const Configuration& configuration)
+{
+    auto runtime = std::make_unique<Core::Embedding::Runtime>();
+    for (const auto& model : FindModels(configuration))
+        runtime->LoadInformationModel(model);
+    for (const auto& module : configuration.modules)
+        runtime->LoadModule(module);
+    return runtime;
+}
+
+SandboxReport Confine(const Configuration& configuration, const std::vector<Root>& roots)
+{
+    if (!configuration.sandbox) {
+        Log(Core::LogLevel::Warning, category,
+            "There is no sandbox: clients reach whatever the host's user may reach");
+        std::filesystem::current_path(roots.front().real);
+        return {};
+    }
+    try {
+        auto report = EnterSandbox(roots);
+        Log(Core::LogLevel::Information, category, "Confined by: " + report.ToString());
+        return report;
+    } catch (const Core::Exception& error) {
+        throw SandboxRefusedException(error.GetMessage() +
+                                      "; --no-sandbox would serve without one, and let clients "
+                                      "reach whatever the host's user may reach");
+    }
+}
+
+/// Runs a command of the command line.
+class CommandRunner
+{
+public:
+    explicit CommandRunner(const ServeOperation& serve)
+        : serve(serve)
+    {}
+
+    ExitStatus operator()(const ServeCommand& command) const
+    {
+        const StopSignals stop;
+        auto host = PrepareHost(command.configuration);
+        return serve(host, stop);
+    }
+
+    ExitStatus operator()(const CheckCommand& command) const
+    {
+        std::ignore = ReadUsers(command.configuration);
+        std::ignore = ResolveListenUrl(command.configuration.listen);
+        std::cout << "The configuration can be used.\n";
+        return ExitStatus::Stopped;
+    }
+
+    ExitStatus operator()(const PasswordCommand& command) const
+    {
+        CheckUserName(command.user);
+        SetPassword(command.usersFile, command.user, AskForNewPassword(command.user));
+        return ExitStatus::Stopped;
+    }
+
+    ExitStatus operator()(const ShowCommand& command) const
+    {
+        std::cout << command.text;
+        return ExitStatus::Stopped;
+    }
+
+private:
+    const ServeOperation& serve;
+};
+
+ExitStatus Fail(const std::string& text, ExitStatus status)
+{
+    std::cerr << "talvensor-host: " << text << "\n";
+    return status;
+}
+
+ExitStatus Fail(const ConfigurationException& error)
+{
+    for (const auto& problem : error.GetProblems())
+        Fail(problem.ToString(), ExitStatus::WrongConfiguration);
+    return ExitStatus::WrongConfiguration;
+}
+
+} // namespace
+
+PreparedHost PrepareHost(Configuration configuration)
+{
+    IgnoreFatalSignals();
+    DisableCoreFiles();
+    const auto descriptors = RaiseDescriptorLimit();
+    auto roots = MakeRoots(configuration);
+    auto addresses = ResolveListenUrl(configuration.listen);
+    auto users = ReadUsers(configuration);
+    Pki pki(GetPkiFolder(configuration), configuration.listen.host);
+    const auto admission =
+        DecideAdmission(addresses, {.hasUsers = users.has_value(),
+                                    .hasTrustedCertificates = !pki.GetTrusted().empty(),
+                                    .trustsAnyClient = configuration.trustAnyClient});
+    StartLog(configuration);
+    MemoryGauge memory;
+    const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
+    auto runtime = LoadModules(configuration);
+    const auto sandbox = Confine(configuration, roots);
+    return {.configuration = std::move(configuration),
+            .roots = std::move(roots),
+            .addresses = std::move(addresses),
+            .users = std::move(users),
+            .pki = std::move(pki),
+            .admission = admission,
+            .descriptors = descriptors,
+            .memory = std::move(memory),
+            .memoryLimit = memoryLimit,
+            .runtime = std::move(runtime),
+            .sandbox = sandbox};
+}
+
+ExitStatus RunApplication(int argumentCount, const char* const* arguments,
+                          const ServeOperation& serve)
+{
+    try {
+        return std::visit(CommandRunner(serve), ParseCommandLine(argumentCount, arguments));
+    } catch (const ConfigurationException& error) {
+        return Fail(error);
+    } catch (const OpenDoorsException& error) {
+        return Fail(error.GetMessage(), ExitStatus::DoorsOpen);
+    } catch (const SandboxRefusedException& error) {
+        return Fail(error.GetMessage(), ExitStatus::SandboxRefused);
+    } catch (const std::exception& error) {
+        return Fail(error.what(), ExitStatus::Failed);
+    }
+}
+
+} // namespace Host

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "Addresses.h"
+#include "Admission.h"
+#include "Configuration.h"
+#include "Core/Embedding/Runtime.h"
+#include "Pki.h"
+#include "Process.h"
+#include "Roots.h"
+#include "Sandbox.h"
+#include "Users.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace Host {
+
+/// What the program's end says.
+enum class ExitStatus
+{
+    Stopped = 0,
+    Failed = 1,
+    WrongConfiguration = 2, ///< or wrong flags
+    DoorsOpen = 3,          ///< the host would have been open to others
+    SandboxRefused = 4,
+    NotDrained = 5, ///< stopped, but a node did not finish what was queued in its time
+};
+
+/// Everything that is opened, loaded or decided before the first client can connect. The process is
+/// confined already, has one thread, and no node exists yet.
+struct PreparedHost
+{
+    Configuration configuration;
+    std::vector<Root> roots;
+    std::vector<ListenAddress> addresses;
+    std::optional<Users> users; ///< nothing: anybody may log in, see `admission`
+    Pki pki;
+    Admission admission;
+    std::uint64_t descriptors = 0; ///< how many the process may have
+    MemoryGauge memory;
+    std::uint64_t memoryLimit = 0;
+    /// With the modules and their models.
+    std::unique_ptr<Core::Embedding::Runtime> runtime;
+    SandboxReport sandbox;
+};
+
+/// Opens and loads what lies outside the roots, and then closes the sandbox, in this order: signals
+/// that must not kill, limits, addresses, users, key and certificates, admission, log, memory
+/// gauge, modules and models, sandbox. Throws what its parts throw, OpenDoorsException, and
+/// SandboxRefusedException. REQUIRES: the process has one thread.
+[[nodiscard]] PreparedHost PrepareHost(Configuration configuration);
+
+class SandboxRefusedException : public Core::InvalidStateException
+{
+public:
+    using Core::InvalidStateException::InvalidStateException;
+};
+
+/// Serves until a signal asks to stop, and stops.
+using ServeOperation = std::function<ExitStatus(PreparedHost& host, const StopSignals& stop)>;
+
+/// Runs what the command line asks for; exceptions end it with a text on standard error and their
+/// status. Texts that were asked for go to standard output.
+[[nodiscard]] ExitStatus RunApplication(int argumentCount, const char* const* arguments,
+                                        const ServeOperation& serve);
+
+} // namespace Host

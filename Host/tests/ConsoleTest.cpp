@@ -1,0 +1,64 @@
+#include "Console.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Host {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+StartSummary MakeSummary()
+{
+    StartSummary summary;
+    summary.endpoint = "opc.tcp://localhost:12345";
+    summary.roots = {{"/srv/files", "/srv/files", false}, {"/data", "/mnt/disk", true}};
+    summary.sandbox = {true, false, 7};
+    summary.admission = {true, true};
+    summary.trustedFolder = "/pki/trusted";
+    return summary;
+}
+
+TEST(WhatIsPrintedAtTheStart, NamesEndpointRootsSandboxAndLogins)
+{
+    EXPECT_THAT(Describe(MakeSummary()),
+                AllOf(HasSubstr("opc.tcp://localhost:12345\n"), HasSubstr("/srv/files\n"),
+                      HasSubstr("/data (/mnt/disk), read-only\n"),
+                      HasSubstr("holds: mount namespace, Landlock 7\n"),
+                      HasSubstr("anybody on this machine, without a name\n"),
+                      HasSubstr("possible; clients' certificates have to be in /pki/trusted\n"),
+                      Not(HasSubstr("warning"))));
+}
+
+TEST(WhatIsPrintedAtTheStart, SaysThatLoginsAndEncryptionAreRequired)
+{
+    auto summary = MakeSummary();
+    summary.admission = {};
+    summary.users = 2;
+    summary.trustsAnyClient = true;
+    EXPECT_THAT(Describe(summary),
+                AllOf(HasSubstr("2 users, with their passwords\n"),
+                      HasSubstr("required; any client's certificate is accepted\n")));
+}
+
+TEST(WhatIsPrintedAtTheStart, WarnsOfRootAndOfAMissingSandbox)
+{
+    auto summary = MakeSummary();
+    summary.sandbox = {};
+    summary.isRoot = true;
+    EXPECT_THAT(Describe(summary), AllOf(HasSubstr("NONE: clients reach whatever"),
+                                         HasSubstr("warning   runs as root")));
+}
+
+TEST(ASandboxReport, NamesItsLayers)
+{
+    EXPECT_EQ((SandboxReport{true, false, 7}).ToString(), "mount namespace, Landlock 7");
+    EXPECT_EQ((SandboxReport{true, true, 0}).ToString(),
+              "mount namespace in a user namespace; the kernel has no Landlock");
+    EXPECT_EQ(SandboxReport{}.ToString(), "none");
+}
+
+} // namespace
+} // namespace Host
