@@ -9,7 +9,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Throws;
 using testing::ThrowsMessage;
 
@@ -48,7 +47,7 @@ protected:
         return runtime->CreateObject({DeviceType(), QualifiedName(1, "below"), parent, {}});
     }
 
-    [[nodiscard]] CallResult Call(const NodeId& object, std::vector<Value> inputs = {})
+    [[nodiscard]] CallResult Call(const NodeId& object, const std::vector<Value>& inputs = {})
     {
         return runtime->Call(session, object, "Run", inputs);
     }

@@ -675,7 +675,7 @@ std::size_t EventLoop::CountConnections() const
     return implementation->GetConnections().Count();
 }
 
-std::vector<ListenAddress> EventLoop::GetListenAddresses() const
+std::vector<ListeningSocket> EventLoop::GetListenAddresses() const
 {
     return implementation->GetConnections().GetListenAddresses();
 }

@@ -26,7 +26,7 @@ struct ConnectionInfo
 };
 
 /// Where the loop listens, with the port that the system chose if it was asked to.
-struct ListenAddress
+struct ListeningSocket
 {
     std::string address;
     std::uint16_t port{};
@@ -59,7 +59,8 @@ struct ConnectionLimits
 class EventLoop
 {
 public:
-    /// `logger` must outlive the loop.
+    /// `logger` must outlive the loop. It is called with the loop's lock held and must not call
+    /// back.
     explicit EventLoop(const UA_Logger& logger, const ConnectionLimits& limits = {});
     /// REQUIRES: never started, or stopped. Functions still waiting are dropped without being run.
     ~EventLoop();
@@ -120,7 +121,7 @@ public:
 
     [[nodiscard]] std::size_t CountConnections() const;
 
-    [[nodiscard]] std::vector<ListenAddress> GetListenAddresses() const;
+    [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
     /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
     void CloseConnection(ConnectionId connection);

@@ -241,10 +241,10 @@ std::size_t TcpConnections::Count() const
     return connections.size();
 }
 
-std::vector<ListenAddress> TcpConnections::GetListenAddresses() const
+std::vector<ListeningSocket> TcpConnections::GetListenAddresses() const
 {
     const Lock lock(mutex);
-    std::vector<ListenAddress> addresses;
+    std::vector<ListeningSocket> addresses;
     for (const auto& [id, listener] : listeners)
         addresses.push_back(listener->address);
     return addresses;

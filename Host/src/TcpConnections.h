@@ -46,7 +46,7 @@ private:
 };
 
 /// The connection manager of the loop for TCP. The loop's lock guards it: its operations take it,
-/// and give it back while the server's callback, the observer or log sinks of others run.
+/// and give it back while the server's callback or the observer runs.
 class TcpConnections
 {
 public:
@@ -61,7 +61,7 @@ public:
     [[nodiscard]] ConnectionId GetCurrent() const noexcept { return current; }
     [[nodiscard]] std::optional<ConnectionInfo> Get(ConnectionId id) const;
     [[nodiscard]] std::size_t Count() const;
-    [[nodiscard]] std::vector<ListenAddress> GetListenAddresses() const;
+    [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
     /// How many messages were given to connections so far; guarded by the loop's lock.
     [[nodiscard]] std::uint64_t CountMessages() const noexcept { return messages; }
 
@@ -97,7 +97,7 @@ private:
 
         Tcp::acceptor acceptor;
         boost::asio::steady_timer retry;
-        ListenAddress address;
+        ListeningSocket address;
         bool failing = false; // and that is logged
         bool full = false;    // and that is logged
     };

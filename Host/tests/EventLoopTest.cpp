@@ -50,6 +50,7 @@ using testing::IsEmpty;
 
 constexpr auto patience = 60s; // only against hanging
 constexpr std::size_t megabyte = std::size_t{1} << 20U;
+constexpr int lifetimeCount = 500; // of the subscriptions
 
 /// Keeps what is logged.
 class Log
@@ -459,6 +460,23 @@ TEST_F(ALoop, IsNotStoppedBeforeItsDelayedCallbacksHaveRun)
     EXPECT_EQ(runs, 1);
 }
 
+TEST_F(ALoop, RunsWhatIsStillDelayedWhenItIsFreed)
+{
+    Start();
+    Stop();
+    std::string order;
+    Caller b([&] { order += 'b'; });
+    UA_DelayedCallback second{nullptr, &Caller::Call, nullptr, &b};
+    Caller a([&] {
+        order += 'a';
+        handle->addDelayedCallback(handle, &second);
+    });
+    UA_DelayedCallback first{nullptr, &Caller::Call, nullptr, &a};
+    handle->addDelayedCallback(handle, &first);
+    EXPECT_EQ(handle->free(handle), UA_STATUSCODE_GOOD);
+    EXPECT_EQ(order, "ab");
+}
+
 TEST_F(ALoop, CannotBeRunFromItself)
 {
     Start();
@@ -782,6 +800,7 @@ protected:
     UA_EventLoop* const handle = loop.GetHandle();
     std::uint16_t port = 0;
     std::atomic<bool> echo = true;
+    std::atomic<bool> closeAfterEcho = false;
     std::thread thread;
 
     mutable std::mutex mutex; // guards what follows
@@ -809,6 +828,8 @@ private:
             UA_ByteString copy;
             UA_ByteString_copy(&message, &copy);
             manager->sendWithConnection(manager, id, nullptr, &copy);
+            if (test.closeAfterEcho)
+                manager->closeConnection(manager, id);
         }
     }
 };
@@ -871,13 +892,10 @@ TEST_F(Connections, AreClosedOnceHoweverOftenThatIsAskedFor)
 
 TEST_F(Connections, DeliverWhatWasSentBeforeTheyWereClosed)
 {
+    closeAfterEcho = true; // while its message is still being handled
     const RawClient client(port);
-    const auto id = WaitForConnection(client);
-    loop.Post([&] {
-        Send(id, 5);
-        loop.CloseConnection(id);
-    });
-    EXPECT_EQ(client.Receive(100), "xxxxx");
+    client.Send("hello");
+    EXPECT_EQ(client.Receive(100), "hello");
 }
 
 TEST_F(Connections, AreAllToldOfTheEndOfTheLoop)
@@ -1131,7 +1149,7 @@ protected:
         config.asyncOperationTimeout = 60000;
         config.asyncOperationNotifyCallback = &OnAsynchronousCall;
         config.context = this;
-        config.lifeTimeCountLimits.min = 12000;
+        config.lifeTimeCountLimits.min = lifetimeCount;
         server = UA_Server_newWithConfig(&config);
         AddNodes();
     }
@@ -1308,6 +1326,7 @@ public:
     {
         auto request = UA_CreateSubscriptionRequest_default();
         request.requestedPublishingInterval = interval;
+        request.requestedLifetimeCount = lifetimeCount;
         const auto response =
             UA_Client_Subscriptions_create(client.get(), request, nullptr, nullptr, nullptr);
         std::array<std::string, 1> path{"Severity"};
@@ -1439,9 +1458,19 @@ TEST_F(AServer, DeliversEventsToTheConnectionThatIsNamedAlone)
 TEST_F(AServer, KeepsASubscriptionAliveHoweverOftenEventsAreDeliveredInVain)
 {
     Client client(port);
-    client.Subscribe(100); // of 12000 intervals
-    for (auto i = 0; i < 100000; ++i)
+    client.Subscribe(100);
+    auto* handle = loop.GetHandle();
+    std::promise<bool> done;
+    auto turns = 0;
+    Caller eachTurn([&] {
         loop.DeliverEvents();
+        if (++turns == 3 * lifetimeCount)
+            done.set_value(true);
+        else
+            handle->addTimedCallback(handle, &Caller::Call, nullptr, &eachTurn, 0, nullptr);
+    });
+    loop.Post(eachTurn.function);
+    EXPECT_TRUE(WaitFor(done.get_future()));
     RaiseEvent(3);
     loop.DeliverEvents();
     EXPECT_TRUE(client.RunUntil(1, patience));

@@ -43,6 +43,7 @@ auto IsFailedTransfer(const std::string& text, int line)
 std::vector<unsigned int> ToResults(const std::vector<Ack>& acks)
 {
     std::vector<unsigned int> results;
+    results.reserve(acks.size());
     for (const auto& ack : acks)
         results.push_back(ack.second);
     return results;

@@ -19,9 +19,7 @@ namespace {
 
 using namespace FileSystemTests;
 
-using testing::Each;
 using testing::HasSubstr;
-using testing::Not;
 
 /// What a command prints.
 std::string RunCommand(const std::string& command)
@@ -162,7 +160,7 @@ TEST_F(Identifiers, AreFoundLaterWhenTheNamespaceCameLate)
     if (RunsElsewhere())
         return;
     void* const library = ::dlopen(TALVENSOR_MODULE, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << ::dlerror();
+    ASSERT_NE(library, nullptr);
     using Identifier = const Core::NodeId&();
     // FileSystem::ObjectTypes::AckEvent()
     auto* const ackEventId =

@@ -59,6 +59,7 @@ inline std::vector<Entry> ToEntries(const Core::Embedding::Event& event)
 inline std::vector<std::string> ToPaths(const std::vector<Entry>& entries)
 {
     std::vector<std::string> paths;
+    paths.reserve(entries.size());
     for (const auto& entry : entries)
         paths.push_back(entry.path);
     return paths;
@@ -128,7 +129,7 @@ public:
     }
     HeldWorker(const HeldWorker&) = delete;
     HeldWorker& operator=(const HeldWorker&) = delete;
-    ~HeldWorker()
+    ~HeldWorker() // NOLINT(bugprone-exception-escape): without its pipe there is no going on
     {
         Release();
         client.EndSession();

@@ -256,9 +256,9 @@ private:
 
     Bytes PickData()
     {
-        if (Happens(200))
-            return Bytes(Pick(70'000), 'L');
-        return Bytes(Pick(300), 'x');
+        Bytes data;
+        data.resize(Happens(200) ? Pick(70'000) : Pick(300), 'x');
+        return data;
     }
 
     Core::DateTime PickTime()

@@ -23,7 +23,7 @@ class RememberingFactory final : public Core::IBehaviourFactory
 public:
     struct Made
     {
-        Core::INode* node;
+        Core::INode* node = nullptr;
         std::weak_ptr<FileSystem::FileSystemBehaviour> behaviour;
     };
 

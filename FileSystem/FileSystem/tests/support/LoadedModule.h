@@ -100,6 +100,7 @@ public:
         return runtime->Call(session, object, method, inputs);
     }
 
+    // NOLINTBEGIN(modernize-use-nodiscard): a test need not care for the handle.
     unsigned int Open(const std::string& path, unsigned int mode) const
     {
         return TakeHandle("Open", {path, mode});
@@ -114,6 +115,7 @@ public:
     {
         return TakeHandle("OpenWrite", {path, MakeBytesValue(data)});
     }
+    // NOLINTEND(modernize-use-nodiscard)
     void Write(unsigned int handle, const Bytes& data) const
     {
         Take("Write", {handle, MakeBytesValue(data)});
@@ -162,7 +164,7 @@ private:
         EXPECT_TRUE(result.outputs.empty()) << method;
     }
 
-    unsigned int TakeHandle(const std::string& method, const Values& inputs) const
+    [[nodiscard]] unsigned int TakeHandle(const std::string& method, const Values& inputs) const
     {
         const auto handle = TakeOptional<unsigned int>(method, inputs);
         EXPECT_TRUE(handle.has_value()) << method;
@@ -171,7 +173,8 @@ private:
     }
 
     template <typename T>
-    std::optional<T> TakeOptional(const std::string& method, const Values& inputs) const
+    [[nodiscard]] std::optional<T> TakeOptional(const std::string& method,
+                                                const Values& inputs) const
     {
         const auto result = Call(method, inputs);
         EXPECT_TRUE(result.taken) << method;

@@ -81,10 +81,10 @@ public:
     }
 
 private:
-    unsigned int Draw(std::size_t count)
+    unsigned int Draw(std::size_t choices)
     {
-        return std::uniform_int_distribution<unsigned int>(0, static_cast<unsigned int>(count) -
-                                                                  1)(random);
+        const auto last = static_cast<unsigned int>(choices) - 1;
+        return std::uniform_int_distribution<unsigned int>(0, last)(random);
     }
 
     std::string MakePath()
@@ -514,6 +514,7 @@ TEST_F(Directory, AFolderBelowThatCannotBeReadEndsARecursiveListingWithoutAnEven
 
 TEST_F(Directory, AListingWithoutDescriptorsThrowsAndRaisesNoEvent)
 {
+    EXPECT_EQ(GetListError(root, false), "");
     const NoMoreDescriptors limit;
     EXPECT_NE(GetListError(root, false).find("Too many open files"), std::string::npos);
 }

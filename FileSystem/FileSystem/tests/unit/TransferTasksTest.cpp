@@ -65,7 +65,7 @@ protected:
         EXPECT_EQ(CountErrors(), 0);
     }
 
-    std::ptrdiff_t CountErrors() const
+    [[nodiscard]] std::ptrdiff_t CountErrors() const
     {
         const auto entries = log.GetEntries();
         return std::count_if(entries.begin(), entries.end(), [](const auto& entry) {
