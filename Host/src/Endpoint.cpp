@@ -1,0 +1,439 @@
+#include "Endpoint.h"
+
+#include "Core/Exception.h"
+#include "Core/NamespaceMap.h"
+#include "Endpoint/EventRelay.h"
+#include "Endpoint/Failure.h"
+#include "Endpoint/MethodCalls.h"
+#include "Endpoint/Namespaces.h"
+#include "Endpoint/Objects.h"
+#include "Endpoint/StructureTypes.h"
+#include "Endpoint/TypeProjection.h"
+#include "Endpoint/Values.h"
+#include "EventLoop.h"
+#include "Log.h"
+#include "UaLogger.h"
+
+#include <open62541/plugin/pki_default.h>
+#include <open62541/server.h>
+#include <open62541/server_config_default.h>
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <exception>
+#include <utility>
+
+namespace Host {
+namespace {
+
+using Core::Embedding::NewObject;
+
+/// The namespace of what the host adds itself. The numbers are published.
+constexpr const char* hostUri = "urn:Talvensor:Host";
+constexpr unsigned int fileSystemsFolder = 1;
+constexpr unsigned int createFileSystemMethod = 2;
+constexpr unsigned int createFileSystemOutputs = 3;
+
+constexpr double neverInMilliseconds = 1e12;
+
+struct ServerDeleter
+{
+    void operator()(UA_Server* server) const noexcept { UA_Server_delete(server); }
+};
+using ServerPointer = std::unique_ptr<UA_Server, ServerDeleter>;
+
+UA_ByteString ViewOf(const std::vector<unsigned char>& bytes)
+{
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
+    return {bytes.size(), const_cast<UA_Byte*>(bytes.data())};
+}
+
+std::vector<UA_ByteString> ViewsOf(const std::vector<std::vector<unsigned char>>& files)
+{
+    std::vector<UA_ByteString> views;
+    for (const auto& file : files)
+        views.push_back(ViewOf(file));
+    return views;
+}
+
+/// Bracketed where it has to be.
+std::string MakeUrl(const std::string& address, std::uint16_t port)
+{
+    const bool isIPv6 = address.find(':') != std::string::npos;
+    return isIPv6 ? fmt::format("opc.tcp://[{}]:{}", address, port)
+                  : fmt::format("opc.tcp://{}:{}", address, port);
+}
+
+ConnectionLimits MakeConnectionLimits(const EndpointSettings& settings)
+{
+    ConnectionLimits limits;
+    limits.outputPause = settings.queuedOutputPause;
+    limits.outputLimit = settings.queuedOutput;
+    return limits;
+}
+
+/// The one type whose objects have a behaviour.
+Core::NodeId FindServedType(const Core::Embedding::InformationModel& model)
+{
+    std::vector<Core::NodeId> served;
+    for (const auto& type : model.GetObjectTypes())
+        if (!type.isAbstract && model.GetBehaviourFactory(type.id))
+            served.push_back(type.id);
+    if (served.size() != 1)
+        throw Core::NotFoundException(
+            fmt::format("the loaded models have {} object types with a behaviour; one is needed",
+                        served.size()));
+    return served.front();
+}
+
+} // namespace
+
+class Endpoint::Implementation
+{
+public:
+    Implementation(Core::Embedding::Runtime& runtime, EndpointSettings settings,
+                   Authenticate authenticate);
+
+    [[nodiscard]] std::vector<std::string> GetUrls() const;
+    bool Run();
+    void Stop();
+
+private:
+    [[nodiscard]] ServerPointer MakeServer();
+    void SetTransport(UA_ServerConfig& configuration);
+    void SetSecurity(UA_ServerConfig& configuration);
+    void SetTrust(UA_CertificateVerification& verification);
+    void SetLimits(UA_ServerConfig& configuration) const;
+    void MakeFolder();
+    void MakeSharedNodes();
+    void AddCreateFileSystem();
+    std::vector<Core::Value> CreateFileSystem(ClientSession& session);
+    void ShowOwnObject(const NewObject& object, const ClientSession& session);
+    void RemoveOwnObjects(ClientSession& session);
+    void AddHousekeeping();
+    [[nodiscard]] bool RemoveSharedNodes();
+
+    Core::Embedding::Runtime& runtime;
+    EndpointSettings settings;
+    const int hostNamespace = Core::NamespaceMap::Register(hostUri);
+    const std::shared_ptr<const Core::Embedding::InformationModel> model;
+    const Core::NodeId servedType;
+    const Core::NodeId folder{hostNamespace, fileSystemsFolder};
+    UaLogger logger;
+    EventLoop loop;    // after the logger
+    Sessions sessions; // after the loop; the server's access control refers to it
+    ServerPointer server;
+    const Namespaces namespaces; // after the server
+    const StructureTypes structures;
+    const Values values;
+    Objects objects;
+    EventRelay events;
+    MethodCalls calls;
+    std::vector<std::pair<Core::NodeId, Core::Embedding::EventSubscription>> sharedNodes;
+    Strand closing; // removes the shared nodes
+    std::atomic<bool> stopping{false};
+};
+
+Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
+                                         EndpointSettings givenSettings, Authenticate authenticate)
+    : runtime(runtime)
+    , settings(std::move(givenSettings))
+    , model(runtime.GetInformationModel())
+    , servedType(FindServedType(*model))
+    , loop(logger.Get(), MakeConnectionLimits(settings))
+    , sessions(loop, runtime, settings.sessions, std::move(authenticate))
+    , server(MakeServer())
+    , namespaces(*server)
+    , structures(*model, namespaces)
+    , values(namespaces, structures)
+    , objects(*server, namespaces)
+    , events(*server, loop, runtime, namespaces, values, objects)
+    , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions)
+{
+    UA_Server_getConfig(server.get())->customDataTypes = &structures.GetArray();
+    TypeProjection(*server, *model, namespaces).Project();
+    sessions.SetVisibility([this](const UA_NodeId& node, const ClientSession* session) {
+        return objects.IsVisible(node, session);
+    });
+    sessions.SetEndedObserver([this](ClientSession& session) {
+        objects.RemoveOwned(session);
+        session.strand.Post([this, &session] { RemoveOwnObjects(session); });
+    });
+    loop.SetClosedObserver(
+        [this](ConnectionId connection) { sessions.OnConnectionClosed(*server, connection); });
+    if (settings.isMemoryShort)
+        loop.SetMemoryBrake(settings.isMemoryShort);
+    MakeFolder();
+    MakeSharedNodes();
+    AddCreateFileSystem();
+    RequireGood(UA_Server_run_startup(server.get()), "starting the server");
+    AddHousekeeping();
+}
+
+ServerPointer Endpoint::Implementation::MakeServer()
+{
+    UA_ServerConfig configuration{};
+    configuration.logging = &logger.Get();
+    configuration.eventLoop = loop.GetHandle();
+    RequireGood(UA_ServerConfig_setBasics_withPort(&configuration, settings.port),
+                "configuring the server");
+    SetTransport(configuration);
+    SetSecurity(configuration);
+    SetLimits(configuration);
+    sessions.Install(configuration);
+    configuration.context = this;
+    configuration.asyncOperationNotifyCallback = [](UA_Server* notifying) noexcept {
+        auto& self = *static_cast<Implementation*>(UA_Server_getConfig(notifying)->context);
+        try {
+            self.calls.TakeAll();
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Call",
+                fmt::format("Cannot take a call: {}", exception.what()));
+        }
+    };
+    // Without a limit the library does not look at the answers at all.
+    configuration.asyncOperationTimeout = neverInMilliseconds;
+    ServerPointer made(UA_Server_newWithConfig(&configuration));
+    if (made == nullptr)
+        throw UaException("making the server", UA_STATUSCODE_BADINTERNALERROR);
+    return made;
+}
+
+void Endpoint::Implementation::SetTransport(UA_ServerConfig& configuration)
+{
+    UA_Array_delete(configuration.serverUrls, configuration.serverUrlsSize,
+                    &UA_TYPES[UA_TYPES_STRING]);
+    const std::size_t count = settings.addresses.size();
+    configuration.serverUrls =
+        static_cast<UA_String*>(UA_Array_new(count, &UA_TYPES[UA_TYPES_STRING]));
+    configuration.serverUrlsSize = count;
+    for (std::size_t i = 0; i < count; ++i)
+        configuration.serverUrls[i] =
+            UA_STRING_ALLOC(MakeUrl(settings.addresses[i], settings.port).c_str());
+
+    UA_ApplicationDescription& application = configuration.applicationDescription;
+    UA_ApplicationDescription_clear(&application);
+    application.applicationUri = UA_STRING_ALLOC(settings.applicationUri.c_str());
+    application.productUri = UA_STRING_ALLOC(hostUri);
+    application.applicationName = UA_LOCALIZEDTEXT_ALLOC("", "talvensor-host");
+    application.applicationType = UA_APPLICATIONTYPE_SERVER;
+    UA_BuildInfo_clear(&configuration.buildInfo);
+    configuration.buildInfo.productUri = UA_STRING_ALLOC(hostUri);
+    configuration.buildInfo.productName = UA_STRING_ALLOC("talvensor-host");
+    configuration.buildInfo.softwareVersion = UA_STRING_ALLOC(settings.version.c_str());
+}
+
+void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
+{
+    const UA_ByteString certificate = ViewOf(settings.certificate);
+    const UA_ByteString key = ViewOf(settings.key);
+    RequireGood(UA_ServerConfig_addSecurityPolicyNone(&configuration, &certificate),
+                "adding the security policy None");
+    RequireGood(UA_ServerConfig_addSecurityPolicyBasic256Sha256(&configuration, &certificate, &key),
+                "adding the security policy Basic256Sha256");
+    RequireGood(
+        UA_ServerConfig_addSecurityPolicyAes128Sha256RsaOaep(&configuration, &certificate, &key),
+        "adding the security policy Aes128_Sha256_RsaOaep");
+    RequireGood(
+        UA_ServerConfig_addSecurityPolicyAes256Sha256RsaPss(&configuration, &certificate, &key),
+        "adding the security policy Aes256_Sha256_RsaPss");
+    for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i) {
+        const UA_String uri = configuration.securityPolicies[i].policyUri;
+        if (i > 0)
+            RequireGood(UA_ServerConfig_addEndpoint(&configuration, uri,
+                                                    UA_MESSAGESECURITYMODE_SIGNANDENCRYPT),
+                        "adding an encrypted endpoint");
+        else if (settings.allowsUnencrypted)
+            RequireGood(
+                UA_ServerConfig_addEndpoint(&configuration, uri, UA_MESSAGESECURITYMODE_NONE),
+                "adding the unencrypted endpoint");
+    }
+    // The policy None stays for asking what endpoints there are.
+    configuration.securityPolicyNoneDiscoveryOnly = !settings.allowsUnencrypted;
+    configuration.allowNonePolicyPassword = settings.allowsUnencrypted;
+    SetTrust(configuration.secureChannelPKI);
+    SetTrust(configuration.sessionPKI);
+}
+
+void Endpoint::Implementation::SetTrust(UA_CertificateVerification& verification)
+{
+    if (verification.clear != nullptr)
+        verification.clear(&verification);
+    if (settings.trustsAnyClient) {
+        UA_CertificateVerification_AcceptAll(&verification);
+        return;
+    }
+    auto trusted = ViewsOf(settings.trusted);
+    auto issuers = ViewsOf(settings.issuers);
+    auto revoked = ViewsOf(settings.revocationLists);
+    RequireGood(UA_CertificateVerification_Trustlist(&verification, trusted.data(), trusted.size(),
+                                                     issuers.data(), issuers.size(), revoked.data(),
+                                                     revoked.size()),
+                "reading the trusted certificates");
+}
+
+void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
+{
+    configuration.tcpMaxMsgSize = static_cast<UA_UInt32>(settings.maximumMessage);
+    configuration.tcpMaxChunks = static_cast<UA_UInt32>(settings.maximumChunks);
+    configuration.maxSessions = static_cast<UA_UInt16>(settings.maximumSessions);
+    configuration.maxSecureChannels = static_cast<UA_UInt16>(settings.maximumSessions + 20);
+    configuration.maxSubscriptionsPerSession =
+        static_cast<UA_UInt32>(settings.subscriptionsPerSession);
+    configuration.publishingIntervalLimits.min = 10;
+    // Events are delivered ahead of the interval; each vain look counts as one, see EventLoop.
+    configuration.lifeTimeCountLimits.min = 12'000;
+    configuration.queueSizeLimits.max = 200'000;
+    configuration.maxRetransmissionQueueSize = 8; // one listing's event can have 6 MB
+    // A method belongs to its session by the connection that calls: one call after another.
+    configuration.maxNodesPerMethodCall = 1'000;
+}
+
+void Endpoint::Implementation::MakeFolder()
+{
+    NewObject object{Core::Embedding::BaseTypes::folderType,
+                     Core::QualifiedName(hostNamespace, "FileSystems"),
+                     Core::Objects::ObjectsFolder(), folder};
+    runtime.CreateObject(object);
+    objects.Add(object, nullptr);
+}
+
+void Endpoint::Implementation::MakeSharedNodes()
+{
+    for (const std::string& name : settings.sharedNodes) {
+        NewObject object{servedType, Core::QualifiedName(hostNamespace, name), folder,
+                         Core::NodeId(hostNamespace, name)};
+        runtime.CreateObject(object);
+        objects.Add(object, nullptr);
+        sharedNodes.emplace_back(object.id, events.Follow(object.id));
+    }
+}
+
+/// A node of a session's own: a method of the host, since no module knows of sessions' objects.
+void Endpoint::Implementation::AddCreateFileSystem()
+{
+    HostMethod method;
+    method.object = folder;
+    method.method = Core::NodeId(hostNamespace, createFileSystemMethod);
+    method.run = [this](ClientSession& session) {
+        return CreateFileSystem(session);
+    };
+    method.description.id = method.method;
+    method.description.browseName = Core::QualifiedName(hostNamespace, "CreateFileSystem");
+    method.description.displayName = "CreateFileSystem";
+    method.description.description =
+        "Makes a file system that only this session can use, browse and hear; it goes with the "
+        "session. Subscribe to the events of the node itself.";
+    method.description.outputArgumentsId = Core::NodeId(hostNamespace, createFileSystemOutputs);
+    method.description.outputs.push_back({"nodeId", Core::NodeId(0, 17), -1, {}, "The new node."});
+    TypeProjection(*server, *model, namespaces).AddMethod(folder, method.description);
+    calls.Add(std::move(method));
+}
+
+std::vector<Core::Value> Endpoint::Implementation::CreateFileSystem(ClientSession& session)
+{
+    if (session.ownObjectCount >= settings.ownObjectsPerSession)
+        throw UaException(fmt::format("the session has its {} file systems already",
+                                      settings.ownObjectsPerSession),
+                          UA_STATUSCODE_BADRESOURCEUNAVAILABLE);
+    NewObject object{servedType, Core::QualifiedName(hostNamespace, "PrivateFileSystem"), folder};
+    object.id = runtime.CreateObject(object);
+    ++session.ownObjectCount;
+    session.ownObjects.emplace(object.id, events.Follow(object.id));
+    // Before the answer, which is posted after this.
+    loop.Post([this, object, &session] { ShowOwnObject(object, session); });
+    return {Core::Value(object.id)};
+}
+
+void Endpoint::Implementation::ShowOwnObject(const NewObject& object, const ClientSession& session)
+{
+    if (!session.ended)
+        objects.Add(object, &session);
+}
+
+/// On the session's strand, after its last call.
+void Endpoint::Implementation::RemoveOwnObjects(ClientSession& session)
+{
+    while (!session.ownObjects.empty()) {
+        const Core::NodeId object = session.ownObjects.begin()->first;
+        session.ownObjects.erase(session.ownObjects.begin());
+        try {
+            runtime.RemoveObject(object);
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot remove {}: {}", object.ToString(), exception.what()));
+        }
+        --session.ownObjectCount;
+    }
+}
+
+void Endpoint::Implementation::AddHousekeeping()
+{
+    constexpr double interval = 1'000;
+    const auto report = [](UA_Server* /*server*/, void* context) noexcept {
+        auto& self = *static_cast<Implementation*>(context);
+        self.sessions.ReportUndrained(self.settings.drain);
+    };
+    RequireGood(UA_Server_addRepeatedCallback(server.get(), report, this, interval, nullptr),
+                "adding a timer");
+}
+
+std::vector<std::string> Endpoint::Implementation::GetUrls() const
+{
+    std::vector<std::string> urls;
+    for (const auto& listening : loop.GetListenAddresses())
+        urls.push_back(MakeUrl(listening.address, listening.port));
+    return urls;
+}
+
+bool Endpoint::Implementation::Run()
+{
+    while (!stopping)
+        UA_Server_run_iterate(server.get(), true);
+    UA_Server_run_shutdown(server.get());
+    return RemoveSharedNodes() && sessions.WaitIdle(settings.drain);
+}
+
+/// Behind what is queued at them.
+bool Endpoint::Implementation::RemoveSharedNodes()
+{
+    closing.Post([this] {
+        for (auto& [object, subscription] : sharedNodes) {
+            runtime.RemoveObject(object);
+            subscription.Reset();
+        }
+    });
+    return closing.WaitIdle(settings.drain);
+}
+
+void Endpoint::Implementation::Stop()
+{
+    stopping = true;
+    loop.Wake();
+}
+
+Endpoint::Endpoint(Core::Embedding::Runtime& runtime, EndpointSettings settings,
+                   Authenticate authenticate)
+    : implementation(
+          std::make_unique<Implementation>(runtime, std::move(settings), std::move(authenticate)))
+{}
+
+Endpoint::~Endpoint() = default;
+
+std::vector<std::string> Endpoint::GetUrls() const
+{
+    return implementation->GetUrls();
+}
+
+bool Endpoint::Run()
+{
+    return implementation->Run();
+}
+
+void Endpoint::Stop()
+{
+    implementation->Stop();
+}
+
+} // namespace Host

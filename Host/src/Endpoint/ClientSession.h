@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Core/Embedding/Runtime.h"
+#include "Core/NodeId.h"
+#include "Endpoint/Ua.h"
+#include "EventLoop.h"
+#include "Strand.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+namespace Host {
+
+/// A client's session. Owned by `Sessions`, which keeps it until its last job has run, so jobs on
+/// the strand and functions that they post to the loop may refer to it.
+struct ClientSession
+{
+    // Constant.
+    Ua<UA_NodeId> id;
+    std::string user; ///< empty: anonymous
+    std::string address;
+    std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
+
+    // Loop thread only.
+    ConnectionId connection = 0;  ///< the one on which it was last activated
+    std::uint64_t graceTimer = 0; ///< runs while the connection is gone; 0: none
+
+    std::chrono::steady_clock::time_point endedAt; ///< once `ended`
+    bool isReported = false;                       ///< as one that does not come to its end
+
+    // Any thread.
+    std::atomic<std::size_t> ownObjectCount{0}; ///< made, or being made, and not yet drained
+    std::atomic<bool> ended{false};
+    std::atomic<std::uint64_t> calls{0};
+    std::atomic<std::uint64_t> bytes{0}; ///< in byte strings, both ways
+
+    // Jobs on the strand only.
+    std::shared_ptr<Core::Embedding::Session> session; ///< opened by the first job
+    /// The objects that only this session may use, and its hearing of their events.
+    std::unordered_map<Core::NodeId, Core::Embedding::EventSubscription, Core::HashNodeId>
+        ownObjects;
+
+    Strand strand; // last: its jobs use what stands above
+};
+
+} // namespace Host

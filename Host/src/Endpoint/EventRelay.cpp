@@ -1,0 +1,129 @@
+#include "Endpoint/EventRelay.h"
+
+#include "Endpoint/Failure.h"
+#include "Endpoint/HiddenSubscribers.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace Host {
+namespace {
+
+using namespace Core::Embedding;
+
+std::vector<EventFieldDescription> CollectFields(const InformationModel& model,
+                                                 const Core::NodeId& eventType)
+{
+    const ObjectTypeDescription& type = model.GetObjectType(eventType);
+    std::vector<EventFieldDescription> fields;
+    if (!type.superType.IsEmpty())
+        fields = CollectFields(model, type.superType);
+    fields.insert(fields.end(), type.eventFields.begin(), type.eventFields.end());
+    return fields;
+}
+
+auto CollectAllFields(const InformationModel& model)
+{
+    std::unordered_map<Core::NodeId, std::vector<EventFieldDescription>, Core::HashNodeId> fields;
+    for (const auto& type : model.GetObjectTypes())
+        if (model.IsSubtypeOf(type.id, BaseTypes::baseEventType))
+            fields.emplace(type.id, CollectFields(model, type.id));
+    return fields;
+}
+
+/// The library fills these in by itself.
+bool IsFilledByServer(const Core::QualifiedName& field)
+{
+    constexpr std::array<std::string_view, 4> names{"EventId", "EventType", "SourceNode",
+                                                    "ReceiveTime"};
+    return field.GetNamespaceIndex() == 0 &&
+           std::find(names.begin(), names.end(), field.GetName()) != names.end();
+}
+
+} // namespace
+
+EventRelay::EventRelay(UA_Server& server, EventLoop& loop, Runtime& runtime,
+                       const Namespaces& namespaces, const Values& values, const Objects& objects)
+    : server(server)
+    , loop(loop)
+    , runtime(runtime)
+    , namespaces(namespaces)
+    , values(values)
+    , objects(objects)
+    , fields(CollectAllFields(*runtime.GetInformationModel()))
+{}
+
+EventSubscription EventRelay::Follow(const Core::NodeId& object)
+{
+    return runtime.Subscribe(object, [this](const auto& event) { Convert(event); });
+}
+
+/// On the thread that raises the event: a listing of many entries takes its time.
+void EventRelay::Convert(const std::shared_ptr<const Event>& event)
+{
+    const FieldList& descriptions = fields.at(event->type->GetNodeId());
+    auto message = std::make_shared<Message>();
+    message->event = event;
+    for (std::size_t i = 0; i < descriptions.size(); ++i)
+        message->values.push_back(IsFilledByServer(descriptions[i].browseName)
+                                      ? Ua<UA_Variant>()
+                                      : values.ToUa(event->fields.at(i), descriptions[i].dataType));
+    loop.Post([this, message] { Raise(*message); });
+}
+
+void EventRelay::Raise(Message& message)
+{
+    const ProjectedObject* source = objects.Find(message.event->source);
+    if (source == nullptr)
+        return; // has gone meanwhile, and with it everybody who may hear this
+    const EventNode& node = GetNode(message.event->type->GetNodeId());
+    for (std::size_t i = 0; i < message.values.size(); ++i)
+        if (message.values[i]->type != nullptr)
+            RequireGood(UA_Server_writeValue(&server, *node.properties[i], *message.values[i]),
+                        "writing a field of an event");
+    Trigger(node, *source);
+    loop.DeliverEvents();
+}
+
+EventRelay::EventNode& EventRelay::GetNode(const Core::NodeId& type)
+{
+    const auto found = nodes.find(type);
+    if (found != nodes.end())
+        return found->second;
+    EventNode node;
+    RequireGood(UA_Server_createEvent(&server, *namespaces.ToUa(type), &*node.id),
+                "making an event of type " + type.ToString());
+    for (const auto& field : fields.at(type))
+        node.properties.push_back(FindProperty(*node.id, field.browseName));
+    return nodes.emplace(type, std::move(node)).first->second;
+}
+
+Ua<UA_NodeId> EventRelay::FindProperty(const UA_NodeId& node, const Core::QualifiedName& name) const
+{
+    const UA_QualifiedName view = namespaces.ToUaView(name);
+    UA_BrowsePathResult result = UA_Server_browseSimplifiedBrowsePath(&server, node, 1, &view);
+    Ua<UA_NodeId> property;
+    if (result.targetsSize > 0)
+        std::swap(*property, result.targets[0].targetId.nodeId);
+    const UA_StatusCode status =
+        result.targetsSize > 0 ? UA_STATUSCODE_GOOD : UA_STATUSCODE_BADNOTFOUND;
+    UA_BrowsePathResult_clear(&result);
+    RequireGood(status, "finding the field " + name.ToString() + " of an event");
+    return property;
+}
+
+void EventRelay::Trigger(const EventNode& node, const ProjectedObject& source)
+{
+    // A private object's events are for those who subscribed to that very object, and only its
+    // owner knows it; who subscribed above hears nothing of it.
+    std::optional<HiddenSubscribers> hidden;
+    if (source.owner != nullptr)
+        hidden.emplace(server, *namespaces.ToUa(source.id));
+    RequireGood(
+        UA_Server_triggerEvent(&server, *node.id, *namespaces.ToUa(source.id), nullptr, false),
+        "raising an event of " + source.id.ToString());
+}
+
+} // namespace Host

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <open62541/types.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace Host {
+
+/// A refusal of the OPC UA library. The text names what failed, on what, and the status.
+class UaException : public std::runtime_error
+{
+public:
+    UaException(const std::string& what, UA_StatusCode status);
+
+    [[nodiscard]] UA_StatusCode GetStatus() const noexcept { return status; }
+
+private:
+    UA_StatusCode status;
+};
+
+/// Throws UaException unless the status is good.
+void RequireGood(UA_StatusCode status, const std::string& what);
+
+} // namespace Host

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Core/Embedding/InformationModel.h"
+#include "Core/Embedding/Runtime.h"
+#include "Endpoint/ClientSession.h"
+#include "Endpoint/Namespaces.h"
+#include "Endpoint/Objects.h"
+#include "Endpoint/Sessions.h"
+#include "Endpoint/Ua.h"
+#include "Endpoint/Values.h"
+#include "EventLoop.h"
+
+#include <open62541/server.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+namespace Host {
+
+/// A method of the host's own, beside those of the modules.
+struct HostMethod
+{
+    Core::NodeId object;
+    Core::NodeId method;
+    /// Runs on the session's strand and returns the outputs. What it throws becomes a status.
+    std::function<std::vector<Core::Value>(ClientSession&)> run;
+    Core::Embedding::MethodDescription description;
+};
+
+/// Takes the calls of the clients from the server, runs them off the network thread in the order of
+/// each session, and answers them.
+class MethodCalls
+{
+public:
+    MethodCalls(UA_Server& server, EventLoop& loop, Core::Embedding::Runtime& runtime,
+                const Namespaces& namespaces, const Values& values, const StructureTypes& types,
+                const Objects& objects, const Sessions& sessions);
+
+    void Add(HostMethod method);
+
+    /// Takes everything that the server has queued. Loop thread, from the server's notification.
+    void TakeAll();
+
+private:
+    using MethodDescription = Core::Embedding::MethodDescription;
+
+    /// A call on its way, from the queue to its answer.
+    struct Call
+    {
+        void* context = nullptr; ///< the server's own
+        Ua<UA_CallMethodRequest> request;
+        Core::NodeId object;
+        const MethodDescription* method = nullptr;
+        const HostMethod* hostMethod = nullptr; ///< null: a method of a module
+        Ua<UA_CallMethodResult> result;
+    };
+
+    void Take(const UA_CallMethodRequest& request, void* context);
+    [[nodiscard]] UA_StatusCode Resolve(Call& call, const ClientSession& session) const;
+    [[nodiscard]] const MethodDescription* FindMethod(const Core::NodeId& type,
+                                                      const Core::NodeId& method) const;
+    void Run(Call& call, ClientSession& session);
+    void Execute(Call& call, ClientSession& session);
+    [[nodiscard]] bool CheckArguments(Call& call) const;
+    [[nodiscard]] bool Accepts(const Core::Embedding::ArgumentDescription& argument,
+                               const UA_Variant& value) const;
+    void SetOutputs(Call& call, const std::vector<Core::Value>& outputs) const;
+    void Answer(const std::shared_ptr<Call>& call);
+
+    UA_Server& server;
+    EventLoop& loop;
+    Core::Embedding::Runtime& runtime;
+    const Namespaces& namespaces;
+    const Values& values;
+    const StructureTypes& types;
+    const Objects& objects;
+    const Sessions& sessions;
+    /// The methods of each object type, inherited ones first; constant.
+    const std::unordered_map<Core::NodeId, std::vector<MethodDescription>, Core::HashNodeId>
+        methods;
+    std::vector<std::unique_ptr<HostMethod>> hostMethods; // set before the server runs
+};
+
+} // namespace Host

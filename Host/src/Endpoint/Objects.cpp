@@ -1,0 +1,57 @@
+#include "Endpoint/Objects.h"
+
+#include "Core/Exception.h"
+#include "Endpoint/Failure.h"
+#include "Endpoint/Text.h"
+
+#include <string>
+
+namespace Host {
+
+Objects::Objects(UA_Server& server, const Namespaces& namespaces) noexcept
+    : server(server)
+    , namespaces(namespaces)
+{}
+
+void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession* owner)
+{
+    const std::string displayName = EscapeToUtf8(object.browseName.GetName());
+    UA_ObjectAttributes attributes = UA_ObjectAttributes_default;
+    attributes.displayName = LocalizedViewOf(displayName);
+    attributes.eventNotifier = UA_EVENTNOTIFIER_SUBSCRIBE_TO_EVENT;
+    RequireGood(UA_Server_addObjectNode(
+                    &server, *namespaces.ToUa(object.id), *namespaces.ToUa(object.parent),
+                    UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
+                    {namespaces.ToUa(object.browseName.GetNamespaceIndex()), ViewOf(displayName)},
+                    *namespaces.ToUa(object.type), attributes, nullptr, nullptr),
+                "adding the object " + object.browseName.ToString() + " (" + object.id.ToString() +
+                    ")");
+    objects.insert_or_assign(object.id, ProjectedObject{object.id, object.type, owner});
+}
+
+void Objects::RemoveOwned(const ClientSession& owner)
+{
+    std::erase_if(objects, [this, &owner](const auto& entry) {
+        const ProjectedObject& object = entry.second;
+        if (object.owner != &owner)
+            return false;
+        UA_Server_deleteNode(&server, *namespaces.ToUa(object.id), true);
+        return true;
+    });
+}
+
+const ProjectedObject* Objects::Find(const Core::NodeId& object) const
+{
+    const auto found = objects.find(object);
+    return found == objects.end() ? nullptr : &found->second;
+}
+
+bool Objects::IsVisible(const UA_NodeId& node, const ClientSession* session) const
+{
+    if (node.identifierType != UA_NODEIDTYPE_GUID)
+        return true; // only private objects have such identifiers
+    const ProjectedObject* object = Find(namespaces.ToCore(node));
+    return object == nullptr || object->owner == nullptr || object->owner == session;
+}
+
+} // namespace Host

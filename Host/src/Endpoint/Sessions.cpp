@@ -1,0 +1,320 @@
+#include "Endpoint/Sessions.h"
+
+#include "Log.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+
+namespace Host {
+namespace {
+
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+
+constexpr UA_Byte readOnly = UA_ACCESSLEVELMASK_READ;
+
+/// What the token says; an empty optional inside for an anonymous one, nothing at all for any other
+/// kind: certificates of users are never accepted.
+std::optional<std::optional<UserCredentials>> ReadToken(const UA_ExtensionObject& token)
+{
+    const bool isDecoded = token.encoding == UA_EXTENSIONOBJECT_DECODED ||
+                           token.encoding == UA_EXTENSIONOBJECT_DECODED_NODELETE;
+    if (token.encoding == UA_EXTENSIONOBJECT_ENCODED_NOBODY)
+        return std::optional<UserCredentials>(); // an empty token is an anonymous one
+    if (!isDecoded)
+        return std::nullopt;
+    const auto& content = token.content.decoded;
+    if (content.type == &UA_TYPES[UA_TYPES_ANONYMOUSIDENTITYTOKEN])
+        return std::optional<UserCredentials>();
+    if (content.type != &UA_TYPES[UA_TYPES_USERNAMEIDENTITYTOKEN])
+        return std::nullopt;
+    const auto& login = *static_cast<const UA_UserNameIdentityToken*>(content.data);
+    return UserCredentials{std::string(BytesOf(login.userName)),
+                           std::string(BytesOf(login.password))};
+}
+
+std::string NameOf(const std::string& user)
+{
+    return user.empty() ? "anonymous" : "'" + user + "'";
+}
+
+UA_UserTokenPolicy MakePolicy(const char* id, UA_UserTokenType type)
+{
+    UA_UserTokenPolicy policy;
+    UA_UserTokenPolicy_init(&policy);
+    policy.policyId = ViewOf(id);
+    policy.tokenType = type;
+    return policy;
+}
+
+} // namespace
+
+/// The library's callbacks. No exception passes them.
+struct Sessions::Callbacks
+{
+    static Sessions& Self(UA_AccessControl* control)
+    {
+        return *static_cast<Sessions*>(control->context);
+    }
+
+    static UA_StatusCode Activate(UA_Server* server, UA_AccessControl* control,
+                                  const UA_EndpointDescription* /*endpoint*/,
+                                  const UA_ByteString* /*certificate*/, const UA_NodeId* id,
+                                  const UA_ExtensionObject* token, void** context) noexcept
+    {
+        try {
+            return Self(control).Activate(*server, *id, *token, context);
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot activate a session: {}", exception.what()));
+            return UA_STATUSCODE_BADINTERNALERROR;
+        }
+    }
+
+    static void Close(UA_Server* /*server*/, UA_AccessControl* control, const UA_NodeId* /*id*/,
+                      void* context) noexcept
+    {
+        if (context == nullptr)
+            return; // was never let in
+        try {
+            Self(control).End(*static_cast<ClientSession*>(context));
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot end a session: {}", exception.what()));
+        }
+    }
+
+    static UA_Boolean AllowBrowse(UA_Server* /*server*/, UA_AccessControl* control,
+                                  const UA_NodeId* /*sessionId*/, void* context,
+                                  const UA_NodeId* node, void* /*nodeContext*/) noexcept
+    {
+        try {
+            return Self(control).isVisible(*node, static_cast<ClientSession*>(context));
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+};
+
+Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRules rules,
+                   Authenticate authenticate)
+    : loop(loop)
+    , runtime(runtime)
+    , rules(rules)
+    , authenticate(std::move(authenticate))
+    , isVisible([](const UA_NodeId&, const ClientSession*) { return true; })
+    , ended([](ClientSession&) {})
+{
+    if (rules.anonymousAllowed)
+        tokenPolicies.push_back(MakePolicy("anonymous", UA_USERTOKENTYPE_ANONYMOUS));
+    if (rules.usersAllowed)
+        tokenPolicies.push_back(MakePolicy("username", UA_USERTOKENTYPE_USERNAME));
+}
+
+Sessions::~Sessions() = default;
+
+void Sessions::Install(UA_ServerConfig& configuration)
+{
+    UA_AccessControl& control = configuration.accessControl;
+    if (control.clear != nullptr)
+        control.clear(&control);
+    control = UA_AccessControl{};
+    control.context = this;
+    control.clear = [](UA_AccessControl*) {
+    };
+    control.userTokenPolicies = tokenPolicies.data();
+    control.userTokenPoliciesSize = tokenPolicies.size();
+    control.activateSession = Callbacks::Activate;
+    control.closeSession = Callbacks::Close;
+    control.allowBrowseNode = Callbacks::AllowBrowse;
+
+    // Clients read, browse and call; nothing else.
+    control.getUserRightsMask = [](auto...) -> UA_UInt32 {
+        return 0;
+    };
+    control.getUserAccessLevel = [](auto...) -> UA_Byte {
+        return readOnly;
+    };
+    control.getUserExecutable = [](auto...) -> UA_Boolean {
+        return true;
+    };
+    control.getUserExecutableOnObject = [](auto...) -> UA_Boolean {
+        return true;
+    };
+    control.allowAddNode = [](auto...) -> UA_Boolean {
+        return false;
+    };
+    control.allowAddReference = [](auto...) -> UA_Boolean {
+        return false;
+    };
+    control.allowDeleteNode = [](auto...) -> UA_Boolean {
+        return false;
+    };
+    control.allowDeleteReference = [](auto...) -> UA_Boolean {
+        return false;
+    };
+    control.allowTransferSubscription = [](auto...) -> UA_Boolean {
+        return false;
+    };
+    control.allowHistoryUpdateUpdateData = [](auto...) -> UA_Boolean {
+        return false;
+    };
+    control.allowHistoryUpdateDeleteRawModified = [](auto...) -> UA_Boolean {
+        return false;
+    };
+}
+
+UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
+                                 const UA_ExtensionObject& token, void** context)
+{
+    const auto login = ReadToken(token);
+    if (!login)
+        return UA_STATUSCODE_BADIDENTITYTOKENINVALID;
+    const auto& credentials = *login;
+    if (credentials ? !rules.usersAllowed : !rules.anonymousAllowed)
+        return UA_STATUSCODE_BADIDENTITYTOKENREJECTED;
+    const auto connection = loop.GetConnection(loop.GetCurrentConnection());
+    if (!connection)
+        return UA_STATUSCODE_BADCONNECTIONCLOSED;
+    const UA_StatusCode status = authenticate(credentials, connection->remoteAddress);
+    if (status != UA_STATUSCODE_GOOD)
+        return status;
+
+    const std::string user = credentials ? credentials->user : std::string();
+    if (*context != nullptr)
+        return Readmit(server, *static_cast<ClientSession*>(*context), user);
+    // Calls are tied to their session by the connection: one session each.
+    if (Find(connection->id) != nullptr)
+        return UA_STATUSCODE_BADTOOMANYSESSIONS;
+    Admit(id, user, context);
+    return UA_STATUSCODE_GOOD;
+}
+
+UA_StatusCode Sessions::Readmit(UA_Server& /*server*/, ClientSession& session,
+                                const std::string& user)
+{
+    if (session.user != user)
+        return UA_STATUSCODE_BADUSERACCESSDENIED;
+    const ConnectionId connection = loop.GetCurrentConnection();
+    const ClientSession* other = Find(connection);
+    if (other != nullptr && other != &session)
+        return UA_STATUSCODE_BADTOOMANYSESSIONS;
+    StopGrace(session);
+    session.connection = connection;
+    return UA_STATUSCODE_GOOD;
+}
+
+void Sessions::Admit(const UA_NodeId& id, const std::string& user, void** context)
+{
+    const auto connection = loop.GetConnection(loop.GetCurrentConnection());
+    auto session = std::make_unique<ClientSession>();
+    UA_NodeId copy;
+    if (UA_NodeId_copy(&id, &copy) != UA_STATUSCODE_GOOD)
+        throw std::bad_alloc();
+    session->id = Ua<UA_NodeId>(copy);
+    session->user = user;
+    session->address = connection->remoteAddress;
+    session->connection = connection->id;
+    ClientSession& admitted = *sessions.emplace_back(std::move(session));
+    *context = &admitted;
+    Log(Core::LogLevel::Information, "Session",
+        fmt::format("Session of {} from {} opened", NameOf(user), admitted.address));
+    // Off the loop: opening is announced to behaviours.
+    admitted.strand.Post([this, &admitted] {
+        admitted.session =
+            runtime.OpenSession(fmt::format("{}@{}", admitted.user, admitted.address));
+    });
+}
+
+ClientSession* Sessions::Find(ConnectionId connection) const
+{
+    const auto found =
+        std::find_if(sessions.begin(), sessions.end(), [connection](const auto& session) {
+            return session->connection == connection && !session->ended;
+        });
+    return found == sessions.end() || connection == 0 ? nullptr : found->get();
+}
+
+void Sessions::OnConnectionClosed(UA_Server& server, ConnectionId connection)
+{
+    ClientSession* session = Find(connection);
+    if (session == nullptr)
+        return;
+    session->connection = 0;
+    UA_EventLoop* handle = loop.GetHandle();
+    const UA_DateTime end =
+        handle->dateTime_nowMonotonic(handle) +
+        static_cast<UA_DateTime>(duration_cast<milliseconds>(rules.grace).count()) *
+            UA_DATETIME_MSEC;
+    const auto close = [](void* application, void* context) {
+        auto& ending = *static_cast<ClientSession*>(context);
+        ending.graceTimer = 0;
+        static_cast<void>(
+            UA_Server_closeSession(static_cast<UA_Server*>(application), &*ending.id));
+    };
+    static_cast<void>(
+        handle->addTimedCallback(handle, close, &server, session, end, &session->graceTimer));
+}
+
+void Sessions::StopGrace(ClientSession& session)
+{
+    if (session.graceTimer == 0)
+        return;
+    UA_EventLoop* handle = loop.GetHandle();
+    handle->removeCyclicCallback(handle, session.graceTimer);
+    session.graceTimer = 0;
+}
+
+void Sessions::End(ClientSession& session)
+{
+    StopGrace(session);
+    session.ended = true;
+    session.endedAt = std::chrono::steady_clock::now();
+    session.connection = 0;
+    ended(session);
+    // Behind its calls in flight; they end early, since no further call is made for it.
+    session.strand.Post([this, &session] {
+        if (session.session)
+            session.session->Close();
+        loop.Post([this, &session] { Forget(session); });
+    });
+}
+
+void Sessions::Forget(const ClientSession& session)
+{
+    const auto duration =
+        duration_cast<milliseconds>(std::chrono::steady_clock::now() - session.since);
+    Log(Core::LogLevel::Information, "Session",
+        fmt::format("Session of {} from {} ended after {:.3f} s, {} calls, {} bytes",
+                    NameOf(session.user), session.address,
+                    static_cast<double>(duration.count()) / 1000.0, session.calls.load(),
+                    session.bytes.load()));
+    std::erase_if(sessions, [&session](const auto& each) { return each.get() == &session; });
+}
+
+void Sessions::ReportUndrained(milliseconds limit)
+{
+    const auto longAgo = std::chrono::steady_clock::now() - limit;
+    for (const auto& session : sessions) {
+        if (!session->ended || session->isReported || session->endedAt > longAgo)
+            continue;
+        session->isReported = true;
+        Log(Core::LogLevel::Warning, "Session",
+            fmt::format("Session of {} from {} has ended, but its work has not after {} ms",
+                        NameOf(session->user), session->address, limit.count()));
+    }
+}
+
+bool Sessions::WaitIdle(milliseconds limit)
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    return std::all_of(sessions.begin(), sessions.end(), [end](const auto& session) {
+        const auto left = end - std::chrono::steady_clock::now();
+        return session->strand.WaitIdle(
+            std::max(duration_cast<milliseconds>(left), milliseconds(0)));
+    });
+}
+
+} // namespace Host

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "Core/Embedding/Runtime.h"
+#include "Endpoint/ClientSession.h"
+#include "EventLoop.h"
+
+#include <open62541/server.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// What a client logs in with.
+struct UserCredentials
+{
+    std::string user;
+    std::string password;
+};
+
+/// Decides about a login; nothing stands for an anonymous one. `address` is the client's. Loop
+/// thread.
+using Authenticate =
+    std::function<UA_StatusCode(const std::optional<UserCredentials>&, const std::string& address)>;
+
+struct SessionRules
+{
+    bool anonymousAllowed = false;
+    bool usersAllowed = false;
+    /// How long a session outlives its connection.
+    std::chrono::milliseconds grace{5'000};
+};
+
+/// The server's access control: lets clients in, follows their sessions, and says what they may do.
+///
+/// A session of the host's runtime is opened for each client session, and closed after its last
+/// call in flight. A session whose connection is gone is closed after the grace, unless the client
+/// activates it on another connection before. Loop thread, unless it says otherwise.
+class Sessions
+{
+public:
+    /// True when a session may know of a node.
+    using IsVisible = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
+    /// Told on the loop thread when a session ends, before its jobs do.
+    using Ended = std::function<void(ClientSession&)>;
+
+    Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRules rules,
+             Authenticate authenticate);
+    Sessions(const Sessions&) = delete;
+    Sessions& operator=(const Sessions&) = delete;
+    /// Waits for the jobs of all sessions.
+    ~Sessions();
+
+    void SetVisibility(IsVisible isVisible) { this->isVisible = std::move(isVisible); }
+    void SetEndedObserver(Ended ended) { this->ended = std::move(ended); }
+
+    /// Makes this the access control of a server; what it had before is cleared.
+    void Install(UA_ServerConfig& configuration);
+
+    /// Null when no session is active on the connection.
+    [[nodiscard]] ClientSession* Find(ConnectionId connection) const;
+
+    /// For the loop's observer of closed connections.
+    void OnConnectionClosed(UA_Server& server, ConnectionId connection);
+
+    /// Logs, once each, the sessions that ended before the limit and are still at work.
+    void ReportUndrained(std::chrono::milliseconds limit);
+
+    /// Waits for the jobs of all sessions; false when some are still at work after the limit.
+    [[nodiscard]] bool WaitIdle(std::chrono::milliseconds limit);
+
+private:
+    struct Callbacks;
+    using SessionList = std::vector<std::unique_ptr<ClientSession>>;
+
+    UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id, const UA_ExtensionObject& token,
+                           void** context);
+    [[nodiscard]] UA_StatusCode Readmit(UA_Server& server, ClientSession& session,
+                                        const std::string& user);
+    void Admit(const UA_NodeId& id, const std::string& user, void** context);
+    void End(ClientSession& session);
+    void StopGrace(ClientSession& session);
+    void Forget(const ClientSession& session);
+
+    EventLoop& loop;
+    Core::Embedding::Runtime& runtime;
+    SessionRules rules;
+    Authenticate authenticate;
+    IsVisible isVisible;
+    Ended ended;
+    std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
+    SessionList sessions;                          // active and ending ones
+};
+
+} // namespace Host

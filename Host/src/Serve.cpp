@@ -1,0 +1,136 @@
+#include "Serve.h"
+
+#include "Console.h"
+#include "Endpoint.h"
+#include "Log.h"
+#include "LoginThrottle.h"
+#include "Logins.h"
+#include "Version.h"
+
+#include <poll.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+
+namespace Host {
+namespace {
+
+/// Who may log in, and how fast.
+class Doorkeeper
+{
+public:
+    explicit Doorkeeper(const Users* users)
+    {
+        if (users != nullptr)
+            logins.emplace(*users, throttle);
+    }
+
+    UA_StatusCode Decide(const std::optional<UserCredentials>& login, const std::string& address)
+    {
+        if (!login)
+            return UA_STATUSCODE_GOOD; // whether anybody may come was decided before
+        if (!logins)
+            return UA_STATUSCODE_BADIDENTITYTOKENREJECTED;
+        switch (logins->TryLogin(login->user, login->password, address)) {
+        case LoginResult::Accepted:
+            return UA_STATUSCODE_GOOD;
+        case LoginResult::TooSoon:
+        case LoginResult::Refused:
+            break;
+        }
+        return UA_STATUSCODE_BADUSERACCESSDENIED;
+    }
+
+private:
+    LoginThrottle throttle;
+    std::optional<Logins> logins; // after the throttle
+};
+
+EndpointSettings MakeSettings(const PreparedHost& host)
+{
+    const Configuration& configuration = host.configuration;
+    EndpointSettings settings;
+    for (const auto& address : host.addresses)
+        settings.addresses.push_back(address.text);
+    settings.port = configuration.listen.port;
+    settings.applicationUri = host.pki.GetApplicationUri();
+    settings.version = GetVersion();
+    settings.certificate = host.pki.GetCertificate();
+    settings.key = host.pki.GetKey();
+    settings.allowsUnencrypted = host.admission.allowsUnencrypted;
+    // Where anybody may come unencrypted, a certificate keeps nobody out.
+    settings.trustsAnyClient = configuration.trustAnyClient || host.admission.allowsUnencrypted;
+    settings.trusted = host.pki.GetTrusted();
+    settings.issuers = host.pki.GetIssuers();
+    settings.revocationLists = host.pki.GetRevocationLists();
+    settings.sessions.anonymousAllowed = host.admission.allowsAnonymous;
+    settings.sessions.usersAllowed = host.users != nullptr;
+    settings.sessions.grace = configuration.grace;
+    if (configuration.sharedNodes)
+        settings.sharedNodes = configuration.nodes;
+    settings.drain = configuration.drain;
+    settings.maximumMessage = configuration.limits.messageSize;
+    settings.maximumChunks = configuration.limits.messageChunks;
+    settings.maximumSessions = configuration.limits.sessions;
+    settings.subscriptionsPerSession = configuration.limits.subscriptionsPerSession;
+    settings.ownObjectsPerSession = configuration.limits.fileSystemsPerSession;
+    settings.queuedOutput = configuration.limits.queuedOutput;
+    settings.queuedOutputPause = configuration.limits.queuedOutputPause;
+    settings.isMemoryShort = [&host] {
+        return host.memory.Read() > host.memoryLimit;
+    };
+    return settings;
+}
+
+void Announce(const PreparedHost& host, const Endpoint& endpoint)
+{
+    StartSummary summary;
+    for (const std::string& url : endpoint.GetUrls())
+        summary.endpoint += (summary.endpoint.empty() ? "" : ", ") + url;
+    summary.roots = host.roots;
+    summary.sandbox = host.sandbox;
+    summary.admission = host.admission;
+    summary.trustsAnyClient = host.configuration.trustAnyClient;
+    summary.users = host.users == nullptr ? 0 : host.users->GetSize();
+    summary.trustedFolder = host.pki.GetTrustedFolder().string();
+    summary.isRoot = IsRoot();
+    std::cout << Describe(summary) << std::flush;
+}
+
+/// Stops the endpoint when the first signal comes. REQUIRES: one comes.
+std::thread StopOnSignal(Endpoint& endpoint, const StopSignals& stop)
+{
+    return std::thread([&endpoint, &stop] {
+        pollfd descriptor{stop.GetDescriptor(), POLLIN, 0};
+        while (poll(&descriptor, 1, -1) < 0 && errno == EINTR)
+            continue;
+        endpoint.Stop();
+    });
+}
+
+} // namespace
+
+ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
+{
+    Doorkeeper doorkeeper(host.users.get());
+    Endpoint endpoint(*host.runtime, MakeSettings(host),
+                      [&doorkeeper](const auto& login, const std::string& address) {
+                          return doorkeeper.Decide(login, address);
+                      });
+    Announce(host, endpoint);
+    std::thread watcher = StopOnSignal(endpoint, stop);
+    const bool drained = endpoint.Run();
+    watcher.join();
+    if (!drained) {
+        Log(Core::LogLevel::Error, "Host", "Stopped with work that did not come to an end");
+        std::_Exit(static_cast<int>(ExitStatus::NotDrained));
+    }
+    return ExitStatus::Stopped;
+}
+
+} // namespace Host

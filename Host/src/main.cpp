@@ -1,0 +1,7 @@
+#include "Application.h"
+#include "Serve.h"
+
+int main(int argumentCount, char** arguments)
+{
+    return static_cast<int>(Host::RunApplication(argumentCount, arguments, Host::Serve));
+}
