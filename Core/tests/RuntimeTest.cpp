@@ -471,6 +471,7 @@ TEST_F(ARuntime, NeverRunsStartsAndStopsOfOneBehaviourAtTheSameTime)
     const auto device = CreateDevice();
     {
         std::vector<std::jthread> threads;
+        threads.reserve(4);
         for (int thread = 0; thread < 4; ++thread) {
             threads.emplace_back([&, thread] {
                 for (int i = 0; i < 500; ++i) {

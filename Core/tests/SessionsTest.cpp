@@ -5,7 +5,6 @@ namespace CoreTests {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ASession : public RuntimeFixture
 {
@@ -147,6 +146,7 @@ TEST_F(ASession, IsAnnouncedGoneOnceWhenManyThreadsCloseIt)
         const auto before = changes.Get().size();
         {
             std::vector<std::jthread> threads;
+            threads.reserve(4);
             for (int i = 0; i < 4; ++i)
                 threads.emplace_back([this] { session->Close(); });
         }
