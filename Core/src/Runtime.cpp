@@ -76,6 +76,7 @@ private:
     void AddRootFolders();
     [[nodiscard]] std::shared_ptr<ObjectNode> RequireObject(const NodeId& id);
     [[nodiscard]] bool IsOwnObject(const NodeId& id);
+    [[nodiscard]] bool IsOwnNode(const NodeId& id);
     [[nodiscard]] std::shared_ptr<ObjectNode> RequireParent(const NodeId& id);
     [[nodiscard]] std::optional<RegisteredFactory> FindFactory(const InformationModel& types,
                                                                const NodeId& type);
@@ -311,7 +312,7 @@ void Runtime::Implementation::Change(const NodeId& id, const char* purpose,
 
 void Runtime::Implementation::RemoveObject(const NodeId& id)
 {
-    if (!objects.Find(id) && GetAddressSpace().Find(id))
+    if (IsOwnNode(id))
         throw InvalidArgumentException("Node " + id.ToString() +
                                        " cannot be removed: it was not created as an object");
     AddressSpace::Removal removal;
@@ -338,8 +339,7 @@ Runtime::Implementation::RequireExecutable(const NodeId& object)
 {
     const auto slot = objects.Find(object);
     auto published = slot ? slot->Get() : BehaviourSlot::Published();
-    const auto isThere = published.isThere || (!slot && IsOwnObject(object));
-    if (!isThere)
+    if (!published.isThere && !IsOwnObject(object))
         throw NotFoundException("There is no object " + object.ToString());
     if (!published.held || published.held->GetExecutable() == nullptr)
         throw NotExecutableException("Object " + object.ToString() + " takes no calls");
@@ -351,6 +351,14 @@ bool Runtime::Implementation::IsOwnObject(const NodeId& id)
 {
     const auto object = std::dynamic_pointer_cast<ObjectNode>(GetAddressSpace().Find(id));
     return object && object->GetRole() != ObjectRole::Created;
+}
+
+/// True for what the runtime keeps by itself: the types, the root folders, the sessions' objects.
+bool Runtime::Implementation::IsOwnNode(const NodeId& id)
+{
+    const auto node = GetAddressSpace().Find(id);
+    const auto* object = dynamic_cast<const ObjectNode*>(node.get());
+    return node && (object == nullptr || object->GetRole() != ObjectRole::Created);
 }
 
 CallResult Runtime::Implementation::Call(const std::shared_ptr<Session>& session,

@@ -198,7 +198,7 @@ protected:
     std::string GetListError(const std::string& path, bool recursive)
     {
         EXPECT_EQ(::chmod(root.c_str(), 0755), 0);
-        const auto error = OnWorker(behaviour, [&]() -> std::string {
+        auto error = OnWorker(behaviour, [&]() -> std::string {
             const WithoutRights ordinary;
             try {
                 behaviour.List(path, recursive);

@@ -111,6 +111,7 @@ TEST_F(HandleRegistry, CallsOnSeveralThreadsAreNeverGivenTheSameHandle)
 TEST_F(HandleRegistry, HandlesCanBeDrawnOnSeveralThreadsAtOnce)
 {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([this] {
             for (int draw = 0; draw < 2000; ++draw)
@@ -124,7 +125,7 @@ TEST_F(HandleRegistry, HandlesCanBeDrawnOnSeveralThreadsAtOnce)
 
 TEST_F(HandleRegistry, ARegisteredHandleHasItsSessionAndItsPathByteForByteAndNoStream)
 {
-    const std::string path("a/../\xff\0 b/", 11);
+    const std::string path("a/../\xff\0 b/", 10);
     const unsigned int handle = Register(path);
     const auto info = behaviour.GetFileInfo(handle);
     EXPECT_EQ(info.file, nullptr);
@@ -407,18 +408,21 @@ TEST_F(HandleRegistry, StreamsFoundBeforeAMissingRecordAreClosedAllTheSame)
 /// A reader that waits in a pipe for bytes, in a handle of this test's session.
 class StreamInUse : public HandleRegistry
 {
+public:
+    StreamInUse(const StreamInUse&) = delete;
+    StreamInUse& operator=(const StreamInUse&) = delete;
+
 protected:
     StreamInUse()
     {
         EXPECT_TRUE(WaitUntil([this] { return CountUsers(handle) == 1; }));
     }
+    // NOLINTNEXTLINE(bugprone-exception-escape): without its pipe there is no going on
     ~StreamInUse() override
     {
         if (reader.joinable())
             ReleaseReader();
     }
-    StreamInUse(const StreamInUse&) = delete;
-    StreamInUse& operator=(const StreamInUse&) = delete;
 
     void ReleaseReader()
     {

@@ -33,7 +33,7 @@ private:
 
 Core::Value TypeOf(const Doubles::ObjectNode::Raised& raised)
 {
-    return Core::Value(raised.type->GetNodeId());
+    return {raised.type->GetNodeId()};
 }
 
 } // namespace
@@ -43,11 +43,13 @@ Core::Value TypeOf(const Doubles::ObjectNode::Raised& raised)
 /// at 5 and 7.
 class ResultEventLayout : public ::testing::Test
 {
+public:
+    ResultEventLayout(const ResultEventLayout&) = delete;
+    ResultEventLayout& operator=(const ResultEventLayout&) = delete;
+
 protected:
     ResultEventLayout() { behaviour->OnStart(); }
     ~ResultEventLayout() override { behaviour->OnStop(); }
-    ResultEventLayout(const ResultEventLayout&) = delete;
-    ResultEventLayout& operator=(const ResultEventLayout&) = delete;
 
     /// The one event that work on the worker thread raised.
     template <typename Work>
@@ -60,11 +62,11 @@ protected:
 
     /// Nothing but what is expected is filled in.
     static void ExpectFields(const Doubles::ObjectNode::Raised& raised, std::size_t size,
-                             std::vector<std::pair<std::size_t, Core::Value>> filled)
+                             const std::vector<std::pair<std::size_t, Core::Value>>& filled)
     {
         std::vector<Core::Value> expected(size);
-        for (auto& [position, value] : filled)
-            expected.at(position) = std::move(value);
+        for (const auto& [position, value] : filled)
+            expected.at(position) = value;
         EXPECT_EQ(raised.fields, expected);
     }
 
@@ -150,7 +152,7 @@ TEST_F(ResultEventLayout, WhatTheHostThrowsWhileAnEventIsRaisedIsLoggedAndTheEve
 TEST_F(ResultEventLayout, ANewLayoutIsFoundByTheNextStart)
 {
     behaviour->OnStop();
-    const auto id = FileSystem::ObjectTypes::ExistsResultEvent();
+    const auto& id = FileSystem::ObjectTypes::ExistsResultEvent();
     context.SetEventType(id, {{0, "EventType"}, {id.GetNamespaceIndex(), "Exist"}});
     behaviour->OnStart();
     const auto raised = Raise([this] { behaviour->Exists("/"); });

@@ -148,6 +148,7 @@ TEST_F(WorkerQueue, TasksNeverOverlapAndThoseOfOneThreadKeepTheirOrder)
     std::atomic<bool> overlapped = false;
     std::vector<std::vector<int>> orders(threadCount);
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (auto& order : orders)
         threads.emplace_back([&] {
             for (int i = 0; i < taskCount; ++i)
