@@ -45,9 +45,9 @@ struct EndpointSettings
 };
 
 /// Serves the address space of a runtime to OPC UA clients: its types, its objects below the folder
-/// "FileSystems", their methods and events, and objects of a session's own (see
-/// `docs/host.md`). Knows no module's types: the objects are of the one type in the runtime's
-/// models that has a behaviour.
+/// "FileSystems", their methods and events, and objects of a session's own (the folder's
+/// method CreateFileSystem). Knows no module's types: the objects are of the one type in the
+/// runtime's models that has a behaviour.
 class Endpoint
 {
 public:
