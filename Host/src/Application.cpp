@@ -24,11 +24,9 @@ std::vector<Root> MakeRoots(const Configuration& configuration)
     return roots;
 }
 
-std::optional<Users> ReadUsers(const Configuration& configuration)
+std::unique_ptr<Users> ReadUsers(const Configuration& configuration)
 {
-    if (!configuration.usersFile)
-        return std::nullopt;
-    return Users(*configuration.usersFile);
+    return configuration.usersFile ? std::make_unique<Users>(*configuration.usersFile) : nullptr;
 }
 
 void StartLog(const Configuration& configuration)
@@ -137,7 +135,7 @@ PreparedHost PrepareHost(Configuration configuration)
     auto users = ReadUsers(configuration);
     Pki pki(GetPkiFolder(configuration), configuration.listen.host);
     const auto admission =
-        DecideAdmission(addresses, {.hasUsers = users.has_value(),
+        DecideAdmission(addresses, {.hasUsers = users != nullptr,
                                     .hasTrustedCertificates = !pki.GetTrusted().empty(),
                                     .trustsAnyClient = configuration.trustAnyClient});
     StartLog(configuration);

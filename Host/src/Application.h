@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace Host {
@@ -36,7 +35,7 @@ struct PreparedHost
     Configuration configuration;
     std::vector<Root> roots;
     std::vector<ListenAddress> addresses;
-    std::optional<Users> users; ///< nothing: anybody may log in, see `admission`
+    std::unique_ptr<Users> users; ///< null: anybody may log in, see `admission`
     Pki pki;
     Admission admission;
     std::uint64_t descriptors = 0; ///< how many the process may have

@@ -33,12 +33,14 @@ std::string DescribeLogins(const StartSummary& summary)
            (summary.users == 1 ? " user, with a password" : " users, with their passwords");
 }
 
+/// Where clients may come unencrypted, a certificate keeps nobody out.
 std::string DescribeEncryption(const StartSummary& summary)
 {
-    const auto certificates = summary.trustsAnyClient
-                                  ? std::string("any client's certificate is accepted")
-                                  : "clients' certificates have to be in " + summary.trustedFolder;
-    return (summary.admission.allowsUnencrypted ? "possible; " : "required; ") + certificates;
+    if (summary.admission.allowsUnencrypted)
+        return "possible, with any client's certificate";
+    return summary.trustsAnyClient
+               ? "required; any client's certificate is accepted"
+               : "required; clients' certificates have to be in " + summary.trustedFolder;
 }
 
 } // namespace

@@ -28,7 +28,7 @@ TEST(WhatIsPrintedAtTheStart, NamesEndpointRootsSandboxAndLogins)
                       HasSubstr("/data (/mnt/disk), read-only\n"),
                       HasSubstr("holds: mount namespace, Landlock 7\n"),
                       HasSubstr("anybody on this machine, without a name\n"),
-                      HasSubstr("possible; clients' certificates have to be in /pki/trusted\n"),
+                      HasSubstr("possible, with any client's certificate\n"),
                       Not(HasSubstr("warning"))));
 }
 
@@ -41,6 +41,14 @@ TEST(WhatIsPrintedAtTheStart, SaysThatLoginsAndEncryptionAreRequired)
     EXPECT_THAT(Describe(summary),
                 AllOf(HasSubstr("2 users, with their passwords\n"),
                       HasSubstr("required; any client's certificate is accepted\n")));
+}
+
+TEST(WhatIsPrintedAtTheStart, SaysWhereTheTrustedCertificatesAre)
+{
+    auto summary = MakeSummary();
+    summary.admission = {};
+    EXPECT_THAT(Describe(summary),
+                HasSubstr("required; clients' certificates have to be in /pki/trusted\n"));
 }
 
 TEST(WhatIsPrintedAtTheStart, WarnsOfRootAndOfAMissingSandbox)
