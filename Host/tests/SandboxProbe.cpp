@@ -3,7 +3,7 @@
 // that succeeded. The same attempts run without a sandbox show that they can succeed at all.
 //
 // usage: SandboxProbe MODE [--uid N] [--root DIR] [--read-only DIR] [--outside DIR]
-//                     [--create FILE] [--read FILE] [--list DIR] [--exists PATH]
+//                     [--create FILE] [--read FILE] [--touch PATH] [--list DIR] [--exists PATH]
 // MODE: free, sandbox or landlock. With --outside all attempts are made on that folder, which holds
 // "secret", "folder/inner" and "link", and on the first read-only root, which holds the same.
 
@@ -61,6 +61,11 @@ bool ListFolder(const std::string& path)
 {
     DIR* const folder = opendir(path.c_str());
     return folder != nullptr && closedir(folder) == 0;
+}
+
+bool Touch(const std::string& path)
+{
+    return utimensat(AT_FDCWD, path.c_str(), nullptr, 0) == 0;
 }
 
 bool RemoveTree(const std::string& path)
@@ -305,6 +310,14 @@ const std::vector<Attempt> escapes = {
      [](const std::string&) {
          return mkdir("/new", S_IRWXU) == 0;
      }},
+    {"set the time of the sandbox's own folders",
+     [](const std::string&) {
+         return Touch("/");
+     }},
+    {"set permissions of the sandbox's own folders",
+     [](const std::string&) {
+         return chmod("/", S_IRWXU) == 0;
+     }},
     {"list the sandbox's own folders",
      [](const std::string&) {
          return ListFolder("/");
@@ -449,6 +462,7 @@ void Answer(const std::string& question, const std::string& path)
     const std::vector<std::pair<std::string, bool>> answers = {
         {"--create", question == "--create" && OpenStream(path, "wb")},
         {"--read", question == "--read" && OpenStream(path, "rb")},
+        {"--touch", question == "--touch" && Touch(path)},
         {"--list", question == "--list" && ListFolder(path)},
         {"--exists", question == "--exists" && access(path.c_str(), F_OK) == 0},
     };

@@ -316,7 +316,7 @@ TEST_P(ASandbox, ConfinesWhatIsMountedInsideARootToo)
     ASSERT_EQ(mount("none", inner.c_str(), "tmpfs", 0, "mode=0777"), 0);
     const auto result =
         Probe("sandbox", {"--root", writable.string(), "--read-only", readOnly.string(), "--create",
-                          inner / "made", "--list", inner});
+                          inner / "made", "--touch", inner.string(), "--list", inner.string()});
     umount2(inner.c_str(), MNT_DETACH);
     SKIP_IF_REFUSED(result);
     EXPECT_THAT(result.done, ElementsAre("list " + inner.string()));
