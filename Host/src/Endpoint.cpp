@@ -3,7 +3,7 @@
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
 #include "Endpoint/EventRelay.h"
-#include "Endpoint/Failure.h"
+#include "Endpoint/Ua.h"
 #include "Endpoint/MethodCalls.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/Objects.h"

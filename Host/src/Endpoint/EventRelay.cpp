@@ -1,6 +1,6 @@
 #include "Endpoint/EventRelay.h"
 
-#include "Endpoint/Failure.h"
+#include "Endpoint/Ua.h"
 #include "Endpoint/HiddenSubscribers.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "Endpoint/MethodCalls.h"
 
 #include "Core/Exception.h"
-#include "Endpoint/Failure.h"
+#include "Endpoint/Ua.h"
 #include "Log.h"
 
 #include <fmt/format.h>

@@ -2,7 +2,7 @@
 
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
-#include "Endpoint/Text.h"
+#include "Endpoint/Ua.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,5 @@
 #include "Endpoint/TypeProjection.h"
 
-#include "Endpoint/Failure.h"
 #include "Endpoint/Ua.h"
 
 #include <algorithm>

@@ -1,8 +1,7 @@
 #include "Endpoint/Values.h"
 
 #include "Core/Exception.h"
-#include "Endpoint/Failure.h"
-#include "Endpoint/Text.h"
+#include "Endpoint/Ua.h"
 
 #include <cstddef>
 #include <cstring>

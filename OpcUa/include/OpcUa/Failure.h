@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace Host {
+namespace OpcUa {
 
 /// A refusal of the OPC UA library. The text names what failed, on what, and the status.
 class UaException : public std::runtime_error
@@ -22,4 +22,4 @@ private:
 /// Throws UaException unless the status is good.
 void RequireGood(UA_StatusCode status, const std::string& what);
 
-} // namespace Host
+} // namespace OpcUa

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace Host {
+namespace OpcUa {
 
 /// OPC UA strings are UTF-8, the names of files are any bytes. The escape below carries every byte
 /// string through a UTF-8 string and back:
@@ -19,4 +19,4 @@ namespace Host {
 [[nodiscard]] std::string EscapeToUtf8(std::string_view bytes);
 [[nodiscard]] std::string UnescapeFromUtf8(std::string_view text);
 
-} // namespace Host
+} // namespace OpcUa

@@ -1,9 +1,9 @@
-#include "Endpoint/Text.h"
+#include "OpcUa/Text.h"
 
 #include <cstddef>
 #include <cstdint>
 
-namespace Host {
+namespace OpcUa {
 namespace {
 
 constexpr std::size_t escapeLength = 4;
@@ -109,4 +109,4 @@ std::string UnescapeFromUtf8(std::string_view text)
     return bytes;
 }
 
-} // namespace Host
+} // namespace OpcUa

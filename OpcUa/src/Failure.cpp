@@ -1,6 +1,6 @@
-#include "Endpoint/Failure.h"
+#include "OpcUa/Failure.h"
 
-namespace Host {
+namespace OpcUa {
 
 UaException::UaException(const std::string& what, UA_StatusCode status)
     : std::runtime_error(what + ": " + UA_StatusCode_name(status))
@@ -13,4 +13,4 @@ void RequireGood(UA_StatusCode status, const std::string& what)
         throw UaException(what, status);
 }
 
-} // namespace Host
+} // namespace OpcUa
