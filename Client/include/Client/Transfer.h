@@ -1,0 +1,140 @@
+#pragma once
+
+#include "Client/Cancellation.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Client {
+
+enum class Side
+{
+    Local,
+    Remote,
+};
+
+/// The step of an operation on one file or directory.
+enum class Step
+{
+    List,
+    CreateDirectory,
+    Open,
+    Read,
+    Write,
+    Close,
+    SetTime,
+    SetPermissions,
+    Rename,
+    Delete,
+    Resume,
+    Verify,
+};
+
+/// "listing", "opening" and so on, for texts: "cannot finish opening ...".
+[[nodiscard]] const char* GetName(Step step) noexcept;
+
+enum class FailureKind
+{
+    LocalSystem,    ///< `systemError` says why
+    RemoteResult,   ///< the server acknowledged with a failure: `remoteResult`
+    RemoteUnknown,  ///< the server's file system did not do it and does not tell why
+    Refused,        ///< the server refused a call
+    ConnectionLost, ///< and could not be made again in time
+    Unsafe,         ///< a path of a listing leads out of the target; nothing was written
+    Different, ///< the contents differ (verification, or resuming what is no part of the source)
+    Skipped,   ///< neither a regular file nor a directory, or a directory without `isRecursive`
+};
+
+/// One file or directory that something failed on.
+struct Failure
+{
+    Side side = Side::Remote; ///< whose path it is
+    std::string path;         ///< any bytes
+    Step step = Step::Open;
+    FailureKind kind = FailureKind::RemoteUnknown;
+    std::string cause;              ///< in words, without path and step
+    int systemError = 0;            ///< errno, for LocalSystem
+    std::uint32_t remoteResult = 0; ///< 1 to 5, for RemoteResult; the OPC UA status, for Refused
+};
+
+/// One file or tree to move. What is at the source becomes what is at the target: the target is
+/// the new name, not the directory to put it in.
+struct TransferItem
+{
+    std::string local;
+    std::string remote;
+};
+
+/// How far a transfer is. Bytes are those of file contents.
+struct Progress
+{
+    std::string path;                      ///< of the file that went on; the remote one
+    std::uint64_t fileBytes = 0;           ///< done of it, with what an earlier transfer did
+    std::optional<std::uint64_t> fileSize; ///< where it is known
+    bool isFileFinished = false;           ///< done as a whole, or failed
+
+    std::uint64_t files = 0;               ///< finished, failed ones too
+    std::uint64_t allFiles = 0;            ///< found so far
+    std::uint64_t bytes = 0;               ///< done of all files, with what earlier transfers did
+    std::optional<std::uint64_t> allBytes; ///< where it is known: uploads, once all was found
+};
+
+/// Called on threads of the transfer, never two at once. Must return soon; must not throw and not
+/// call anything of the library.
+using ProgressCallback = std::function<void(const Progress&)>;
+
+struct TransferOptions
+{
+    /// Directories with all that is in them; otherwise a directory is Skipped.
+    bool isRecursive = false;
+    /// How many files of blocks are on their way at the same time, 1 to 64. Small files are many
+    /// at a time in any case.
+    std::size_t jobs = 2;
+    /// Carries on where an earlier transfer broke off: the target's size is where it begins, and a
+    /// whole target of the same time is left as it is. Only for sources that have not changed
+    /// since.
+    bool resumes = false;
+    /// Compares the contents end to end afterwards, what was there before too.
+    bool verifies = false;
+    /// Sets the times of files and directories as they are at the source.
+    bool setsTimes = true;
+    /// Uploads only: sets what the server's flags can say: executable where the owner may execute,
+    /// read-only where nobody may write.
+    bool setsPermissions = true;
+    ProgressCallback progress;
+    const Cancellation* cancellation = nullptr; ///< null: cannot be cancelled
+};
+
+/// A file or directory that a transfer dealt with completely.
+struct TransferResult
+{
+    std::uint64_t files = 0;        ///< whole, time included
+    std::uint64_t directories = 0;  ///< made or there
+    std::uint64_t skippedFiles = 0; ///< of `files`: whole before (resumes)
+    std::uint64_t bytes = 0;        ///< moved by this transfer
+    std::uint64_t resumedBytes = 0; ///< not moved, since an earlier transfer had
+    std::chrono::nanoseconds duration{0};
+    std::vector<Failure> failures;
+    /// The targets that were begun and are not whole: after a cancellation, a lost connection or a
+    /// failure. Remote files hold a part of the source; local ones have not been touched, and a
+    /// part is kept beside them under the name GetPartName.
+    std::vector<std::string> unfinished;
+    bool isCancelled = false;
+    bool isConnectionLost = false;
+
+    [[nodiscard]] bool IsComplete() const noexcept
+    {
+        return failures.empty() && !isCancelled && !isConnectionLost;
+    }
+};
+
+/// The name under which a download keeps what it has until it is whole.
+[[nodiscard]] std::string GetPartName(const std::string& local);
+
+} // namespace Client
