@@ -1,0 +1,506 @@
+// Runs real hosts and talks to them as a client that shares no code with them. How to use it:
+//
+//     const host = await startHost();                  // a process of its own, on a free port
+//     after(() => host.stop());                        // ends its clients too; its exit status is 0
+//     const client = await host.connect();             // a session; see `connect` for encryption, users
+//     const files = await client.createFiles();        // a file system of the session's own, heard
+//     const handle = await files.call("OpenWrite", host.path("a.txt"), Buffer.from("text"));
+//     await files.call("Close", handle);
+//     const { Result } = await files.nextEvent("AckEvent");
+//
+// Nothing here sleeps: `waitFor` and `nextEvent` wait for what is asked, and fail after a minute.
+// What is tested is named by the environment: TALVENSOR_HOST (the program), TALVENSOR_MODULE,
+// TALVENSOR_MODEL; without these it is what build/dev holds.
+
+import assert from "node:assert/strict";
+import { spawn, spawnSync } from "node:child_process";
+import { webcrypto } from "node:crypto";
+import { once } from "node:events";
+import { mkdirSync, mkdtempSync, readdirSync, readFileSync, readlinkSync, rmSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join, resolve } from "node:path";
+import { fileURLToPath } from "node:url";
+
+// node 18 has it, but not yet as a global, where node-opcua looks for it.
+globalThis.crypto ??= webcrypto;
+
+export const opcua = (await import("node-opcua-client")).default;
+const { OPCUACertificateManager } = (await import("node-opcua-certificate-manager")).default;
+const { AttributeIds, DataType, MessageSecurityMode, SecurityPolicy, StatusCodes, Variant, VariantArrayType } = opcua;
+
+const repository = resolve(fileURLToPath(import.meta.url), "../../../..");
+export const programs = {
+    host: process.env.TALVENSOR_HOST ?? join(repository, "build/dev/bin/talvensor-host"),
+    module: process.env.TALVENSOR_MODULE ?? join(repository, "build/dev/lib/libTalvensor.FileSystem.so"),
+    model:
+        process.env.TALVENSOR_MODEL ??
+        join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
+};
+
+export const hostUri = "urn:Talvensor:Host";
+export const fileSystemUri = "urn:Talvensor:FileSystem";
+export const longestWait = 60_000;
+
+/** The published numbers, inputs and outputs of the methods. */
+export const methods = {
+    Open: { id: 1010, inputs: [DataType.String, DataType.Int32], outputs: 1 },
+    Close: { id: 1020, inputs: [DataType.UInt32], outputs: 0 },
+    UploadFile: { id: 1030, inputs: [DataType.String, DataType.ByteString, DataType.DateTime, DataType.Byte], outputs: 1 },
+    OpenWrite: { id: 1040, inputs: [DataType.String, DataType.ByteString], outputs: 1 },
+    Write: { id: 1050, inputs: [DataType.UInt32, DataType.ByteString], outputs: 0 },
+    WriteClose: { id: 1060, inputs: [DataType.UInt32, DataType.ByteString, DataType.DateTime, DataType.Byte], outputs: 0 },
+    CreateDirectory: { id: 1070, inputs: [DataType.String], outputs: 0 },
+    Delete: { id: 1080, inputs: [[DataType.String]], outputs: 0 },
+    List: { id: 1090, inputs: [DataType.String, DataType.Boolean], outputs: 0 },
+    Exists: { id: 1100, inputs: [DataType.String], outputs: 0 },
+    Read: { id: 1110, inputs: [DataType.UInt32, DataType.UInt32], outputs: 1 },
+    GetDateTime: { id: 1120, inputs: [DataType.String], outputs: 1 },
+    SetDateTime: { id: 1130, inputs: [DataType.String, DataType.DateTime], outputs: 0 },
+    GetPosition: { id: 1140, inputs: [DataType.UInt32], outputs: 1 },
+    SetPosition: { id: 1150, inputs: [DataType.UInt32, DataType.UInt64], outputs: 0 },
+};
+
+/** The published numbers and own fields of the event types. */
+export const eventTypes = {
+    AckEvent: { id: 54, fields: ["FileHandle", "Result"] },
+    ExistsResultEvent: { id: 64, fields: ["Exist"] },
+    DeleteResultEvent: { id: 66, fields: [] },
+    CreateDirectoryResultEvent: { id: 67, fields: [] },
+    ListResultEvent: { id: 68, fields: ["Content", "LimitExceeded"] },
+};
+
+/** The fields of every event. */
+export const baseFields = [
+    "EventId", "EventType", "SourceNode", "SourceName", "Time", "ReceiveTime", "Message", "Severity",
+];
+
+/** For inputs: no time. */
+export const noTime = new Date(Date.UTC(1601, 0, 1));
+
+/** Waits until `condition()` is something other than undefined, null and false, and returns it. */
+export async function waitFor(what, condition, limit = longestWait) {
+    const end = Date.now() + limit;
+    for (;;) {
+        const result = await condition();
+        if (result) {
+            return result;
+        }
+        if (Date.now() > end) {
+            throw new Error(`Waited in vain for ${what}`);
+        }
+        await new Promise((resume) => setTimeout(resume, 5));
+    }
+}
+
+/** What comes of a promise, or a failure that says what was waited for. */
+export function within(what, promise, limit = longestWait) {
+    let timer;
+    const late = new Promise((_, reject) => {
+        timer = setTimeout(() => reject(new Error(`Waited in vain for ${what}`)), limit);
+    });
+    return Promise.race([promise, late]).finally(() => clearTimeout(timer));
+}
+
+const folders = [];
+process.on("exit", () => folders.forEach((folder) => rmSync(folder, { recursive: true, force: true })));
+
+/** A new folder, gone when this process ends. */
+export function makeFolder(name = "folder") {
+    const folder = mkdtempSync(join(tmpdir(), `talvensor-${name}-`));
+    folders.push(folder);
+    return folder;
+}
+
+const running = new Set();
+process.on("exit", () => running.forEach((child) => child.kill("SIGKILL")));
+
+/** Writes a user file with the host's own command. `users`: passwords by name. */
+export function writeUsers(file, users) {
+    for (const [name, password] of Object.entries(users)) {
+        const result = spawnSync(programs.host, ["passwd", file, name], { input: `${password}\n` });
+        assert.equal(result.status, 0, String(result.stderr));
+    }
+}
+
+/**
+ * Starts a host with one root and waits until it listens. Options, all of them optional:
+ * - users: passwords by name; without them anybody may log in
+ * - url: where it listens, "opc.tcp://127.0.0.1:0"
+ * - pki: its folder of keys; a new one
+ * - trusted: certificate files of clients that it trusts
+ * - flags: further command line arguments
+ */
+export async function startHost(options = {}) {
+    const host = new Host(options);
+    await host.start();
+    return host;
+}
+
+/** Runs a host that should not start; what it said and its exit status. */
+export function runHost(flags) {
+    const result = spawnSync(programs.host, flags, { encoding: "utf8", timeout: longestWait });
+    return { status: result.status, output: result.stdout, error: result.stderr };
+}
+
+class Host {
+    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, trusted = [], flags = [] }) {
+        this.folder = makeFolder("host");
+        this.root = join(this.folder, "root");
+        this.pki = pki ?? join(this.folder, "pki");
+        this.clients = [];
+        this.output = "";
+        this.log = ""; // everything that it wrote to its log so far
+        mkdirSync(this.root);
+        this.arguments = [
+            "--listen", url, "--root", this.root, "--module", programs.module, "--model", programs.model,
+            "--pki", this.pki, ...flags,
+        ];
+        if (users) {
+            writeUsers(join(this.folder, "users"), users);
+            this.arguments.push("--users", join(this.folder, "users"));
+        }
+        if (trusted.length > 0) {
+            mkdirSync(join(this.pki, "trusted"), { recursive: true, mode: 0o700 });
+            trusted.forEach((file, i) => {
+                const copy = join(this.pki, "trusted", `client${i}.pem`);
+                assert.equal(spawnSync("cp", [file, copy]).status, 0);
+            });
+        }
+    }
+
+    async start() {
+        this.process = spawn(programs.host, this.arguments, { stdio: ["ignore", "pipe", "pipe"] });
+        running.add(this.process);
+        this.exited = once(this.process, "close").then(([status, signal]) => {
+            running.delete(this.process);
+            return { status, signal };
+        });
+        this.process.stdout.setEncoding("utf8").on("data", (text) => (this.output += text));
+        this.process.stderr.setEncoding("utf8").on("data", (text) => (this.log += text));
+        let ended = false;
+        this.exited.then(() => (ended = true));
+        await waitFor("the host to listen", () => {
+            assert.ok(!ended, `The host does not start:\n${this.output}${this.log}`);
+            // The last line that is always there.
+            return /^ {2}encrypted .*$/m.test(this.output);
+        });
+        this.url = /^ {2}endpoint {2}(\S+)$/m.exec(this.output)[1].replace(/,$/, "");
+        this.port = Number(/:(\d+)$/.exec(this.url)[1]);
+    }
+
+    get pid() {
+        return this.process.pid;
+    }
+
+    /** A path in the root. */
+    path(...names) {
+        return join(this.root, ...names);
+    }
+
+    /** The files below the root that the host's process has open, by the names that it knows. */
+    openFiles() {
+        const descriptors = `/proc/${this.pid}/fd`;
+        return readdirSync(descriptors).flatMap((descriptor) => {
+            try {
+                const target = readlinkSync(join(descriptors, descriptor));
+                return target.startsWith(`${this.root}/`) ? [target] : [];
+            } catch {
+                return []; // closed meanwhile
+            }
+        });
+    }
+
+    /** See Client.open; closed with the host. */
+    async connect(options = {}) {
+        const client = new Client(this, options);
+        this.clients.push(client);
+        await client.open();
+        return client;
+    }
+
+    /** Ends its clients, then itself by SIGTERM, and checks that it ends in good order. */
+    async stop() {
+        await Promise.all(this.clients.map((client) => client.close()));
+        this.process.kill("SIGTERM");
+        const { status, signal } = await within("the host to end", this.exited);
+        assert.deepEqual({ status, signal }, { status: 0, signal: null }, this.log);
+    }
+}
+
+/** A certificate store of a client with a key and a certificate of its own. */
+export async function makeClientPki(folder = makeFolder("client-pki")) {
+    const store = new OPCUACertificateManager({
+        rootFolder: folder, automaticallyAcceptUnknownCertificate: true,
+    });
+    await store.initialize();
+    return { store, folder, certificate: join(folder, "own/certs/client_certificate.pem") };
+}
+
+let commonPki;
+/** The store of all clients that are given none. Its certificate is there after `prepareClientPki`. */
+export function getCommonPki() {
+    commonPki ??= makeClientPki();
+    return commonPki;
+}
+
+/** Makes the key and certificate of a store now, for a host that is to trust it; returns its file. */
+export async function makeCertificate(pki) {
+    const { store, certificate } = await pki;
+    const client = makeOpcUaClient(store, {});
+    await client.createDefaultCertificate();
+    return certificate;
+}
+
+const applicationUri = "urn:talvensor:endpoint-test";
+
+function makeOpcUaClient(store, { policy = "None", mode, options = {} }) {
+    return opcua.OPCUAClient.create({
+        applicationName: "endpoint-test",
+        applicationUri,
+        clientCertificateManager: store,
+        securityPolicy: SecurityPolicy[policy],
+        securityMode: mode ?? (policy === "None" ? MessageSecurityMode.None : MessageSecurityMode.SignAndEncrypt),
+        endpointMustExist: false,
+        keepSessionAlive: false,
+        requestedSessionTimeout: 600_000,
+        defaultTransactionTimeout: longestWait,
+        connectionStrategy: { maxRetry: 0, initialDelay: 50, maxDelay: 100 },
+        transportSettings: { maxMessageSize: 64 * 1024 * 1024, maxChunkCount: 2_000 },
+        ...options,
+    });
+}
+
+class Client {
+    /**
+     * - policy: "None", "Basic256Sha256", "Aes128_Sha256_RsaOaep", "Aes256_Sha256_RsaPss"
+     * - user, password
+     * - identity: a whole user identity, instead
+     * - pki: see makeClientPki
+     * - options: further ones of node-opcua's client
+     * - session: false connects without a session
+     */
+    constructor(host, options) {
+        this.host = host;
+        this.options = options;
+        this.subscriptions = [];
+    }
+
+    async open() {
+        const { store } = await (this.options.pki ?? getCommonPki());
+        this.opcua = makeOpcUaClient(store, this.options);
+        await within("the connection", this.opcua.connect(this.options.url ?? this.host.url));
+        if (this.options.session === false) {
+            return;
+        }
+        const { user, password, identity } = this.options;
+        const named = { type: opcua.UserTokenType.UserName, userName: user, password };
+        const session = this.opcua.createSession(identity ?? (user === undefined ? undefined : named));
+        this.session = await within("the session", session);
+        this.namespaces = await this.session.readNamespaceArray();
+    }
+
+    /** May be called again. */
+    async close() {
+        const opened = this.opcua;
+        this.opcua = undefined;
+        if (opened) {
+            await within("the client's end", opened.disconnect());
+        }
+    }
+
+    node(uri, identifier) {
+        const index = this.namespaces.indexOf(uri);
+        assert.notEqual(index, -1, `there is no namespace ${uri}`);
+        return opcua.coerceNodeId(`ns=${index};${typeof identifier === "number" ? "i" : "s"}=${identifier}`);
+    }
+
+    get folder() {
+        return this.node(hostUri, 1);
+    }
+
+    read(nodeId, attribute = "Value") {
+        return this.session.read({ nodeId, attributeId: AttributeIds[attribute] });
+    }
+
+    async browse(nodeId, options = {}) {
+        const { statusCode, references } = await this.session.browse({
+            nodeId, browseDirection: opcua.BrowseDirection.Forward, includeSubtypes: true,
+            referenceTypeId: "HierarchicalReferences", resultMask: 63, ...options,
+        });
+        return { statusCode, references: references ?? [] };
+    }
+
+    /** One method call with whatever is given; the whole result. */
+    callMethod(objectId, methodId, inputArguments = []) {
+        return this.session.call({ objectId, methodId, inputArguments });
+    }
+
+    /** The id of a new file system of the session's own. */
+    async createFileSystem() {
+        const result = await this.callMethod(this.folder, this.node(hostUri, 2));
+        if (!result.statusCode.isGood()) {
+            throw new CallError("CreateFileSystem", result);
+        }
+        return result.outputArguments[0].value;
+    }
+
+    /** A file system of the session's own, whose events are followed. */
+    async createFiles() {
+        return this.files(await this.createFileSystem());
+    }
+
+    /** The file system with that id; without one it is the shared one. */
+    async files(nodeId = this.node(hostUri, "FileSystem")) {
+        const files = new Files(this, nodeId);
+        await files.listen();
+        return files;
+    }
+
+    /**
+     * Calls `hear(event)` for the events of a node, in their order. An event is an object with the
+     * fields' values, and its type's name as `type` ("AckEvent"; the id as text for types that are
+     * not the file system's). Returns what ends it.
+     */
+    async subscribe(nodeId, hear, { queueSize = 200_000 } = {}) {
+        const subscription = await this.session.createSubscription2({
+            requestedPublishingInterval: 10,
+            requestedLifetimeCount: 12_000,
+            requestedMaxKeepAliveCount: 1_000,
+            maxNotificationsPerPublish: 0,
+            publishingEnabled: true,
+        });
+        this.subscriptions.push(subscription);
+        const selected = this.selectClauses();
+        const item = await subscription.monitor(
+            { nodeId, attributeId: AttributeIds.EventNotifier },
+            {
+                samplingInterval: 0, queueSize, discardOldest: true,
+                filter: new opcua.EventFilter({ selectClauses: selected.clauses }),
+            },
+            opcua.TimestampsToReturn.Neither,
+            opcua.MonitoringMode.Reporting
+        );
+        if (!item.statusCode.isGood()) {
+            throw new Error(`Cannot monitor ${nodeId}: ${item.statusCode}`);
+        }
+        item.on("changed", (values) => hear(this.toEvent(selected.names, values)));
+        return subscription;
+    }
+
+    selectClauses() {
+        const clause = (typeDefinitionId, namespaceIndex, name) => ({
+            typeDefinitionId, browsePath: [{ namespaceIndex, name }], attributeId: AttributeIds.Value,
+        });
+        const names = [...baseFields];
+        const clauses = baseFields.map((name) => clause(opcua.coerceNodeId("i=2041"), 0, name));
+        const index = this.namespaces.indexOf(fileSystemUri);
+        for (const { id, fields } of Object.values(eventTypes)) {
+            names.push(...fields);
+            clauses.push(...fields.map((name) => clause(this.node(fileSystemUri, id), index, name)));
+        }
+        return { names, clauses };
+    }
+
+    toEvent(names, values) {
+        const event = {};
+        names.forEach((name, i) => (event[name] = values[i].value));
+        const index = this.namespaces.indexOf(fileSystemUri);
+        const found = Object.entries(eventTypes).find(
+            ([, { id }]) => event.EventType?.namespace === index && event.EventType.value === id
+        );
+        event.type = found?.[0] ?? String(event.EventType);
+        return event;
+    }
+}
+
+/** A call that did not end well, with everything that the host said of it. */
+export class CallError extends Error {
+    constructor(name, result) {
+        super(`${name}: ${result.statusCode}`);
+        this.status = result.statusCode.name;
+        this.argumentStatuses = (result.inputArgumentResults ?? []).map((status) => status.name);
+    }
+}
+
+/** A file system node: its methods by name, its events in the order in which they came. */
+export class Files {
+    constructor(client, nodeId) {
+        this.client = client;
+        this.nodeId = nodeId;
+        this.events = [];
+        this.wakers = [];
+    }
+
+    async listen() {
+        this.subscription = await this.client.subscribe(this.nodeId, (event) => {
+            this.events.push(event);
+            this.wakers.splice(0).forEach((wake) => wake());
+        });
+    }
+
+    /** The id of a method, as the type has it. */
+    method(name) {
+        return this.client.node(fileSystemUri, methods[name].id);
+    }
+
+    /** Inputs as the model declares them; variants are passed on as they are. */
+    variants(name, inputs) {
+        const declared = methods[name].inputs;
+        return inputs.map((value, i) => {
+            if (value instanceof Variant) {
+                return value;
+            }
+            const isArray = Array.isArray(declared[i]);
+            const dataType = isArray ? declared[i][0] : declared[i];
+            return new Variant({
+                dataType, value, arrayType: isArray ? VariantArrayType.Array : VariantArrayType.Scalar,
+            });
+        });
+    }
+
+    /** The whole result of a call. */
+    tryCall(name, ...inputs) {
+        return this.client.callMethod(this.nodeId, this.method(name), this.variants(name, inputs));
+    }
+
+    /** The output of a call, undefined where there is none; throws CallError. */
+    async call(name, ...inputs) {
+        const result = await this.tryCall(name, ...inputs);
+        if (result.statusCode.value !== StatusCodes.Good.value) {
+            throw new CallError(name, result);
+        }
+        return result.outputArguments?.[0]?.value;
+    }
+
+    /** Takes the next event off the list; with a type, checks that it is of this one. */
+    async nextEvent(type) {
+        const end = Date.now() + longestWait;
+        while (this.events.length === 0) {
+            const woken = new Promise((resume) => this.wakers.push(resume));
+            await within(type ?? "an event", woken, end - Date.now());
+        }
+        const event = this.events.shift();
+        if (type !== undefined) {
+            assert.equal(event.type, type);
+        }
+        return event;
+    }
+
+    /** Waits until everything asked for so far is done; `Exists` is always answered. */
+    async barrier() {
+        await this.call("Exists", this.client.host.root);
+        for (;;) {
+            const event = await this.nextEvent();
+            if (event.type === "ExistsResultEvent") {
+                return;
+            }
+        }
+    }
+
+    /** Uploads in one call, which works. */
+    async upload(path, content, time = noTime, permissions = 0) {
+        const handle = await this.call("UploadFile", path, Buffer.from(content), time, permissions);
+        const event = await this.nextEvent("AckEvent");
+        assert.deepEqual([event.FileHandle, event.Result], [handle, 0]);
+    }
+}
