@@ -37,7 +37,7 @@ struct Limits
     /// read from it.
     std::uint64_t queuedOutput = 64'000'000;
     std::uint64_t queuedOutputPause = 4'000'000;
-    std::uint64_t queuedEventsPerSubscription = 64'000'000;
+    std::uint64_t queuedEventsPerSession = 64'000'000;
     /// The process's own memory above which the connections that sent most are not read. Empty:
     /// half of what the machine has.
     std::optional<std::uint64_t> memory;

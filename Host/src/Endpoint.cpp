@@ -2,13 +2,14 @@
 
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
+#include "Endpoint/EventBacklog.h"
 #include "Endpoint/EventRelay.h"
-#include "Endpoint/Ua.h"
 #include "Endpoint/MethodCalls.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/Objects.h"
 #include "Endpoint/StructureTypes.h"
 #include "Endpoint/TypeProjection.h"
+#include "Endpoint/Ua.h"
 #include "Endpoint/Values.h"
 #include "EventLoop.h"
 #include "Log.h"
@@ -128,6 +129,7 @@ private:
     const StructureTypes structures;
     const Values values;
     Objects objects;
+    EventBacklog backlog;
     EventRelay events;
     MethodCalls calls;
     std::vector<std::pair<Core::NodeId, Core::Embedding::EventSubscription>> sharedNodes;
@@ -148,7 +150,8 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , structures(*model, namespaces)
     , values(namespaces, structures)
     , objects(*server, namespaces)
-    , events(*server, loop, runtime, namespaces, values, objects)
+    , backlog(namespaces, settings.waitingEvents)
+    , events(*server, loop, runtime, namespaces, values, objects, backlog)
     , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions)
 {
     UA_Server_getConfig(server.get())->customDataTypes = &structures.GetArray();
@@ -157,6 +160,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
         return objects.IsVisible(node, session);
     });
     sessions.SetEndedObserver([this](ClientSession& session) {
+        backlog.Forget(session);
         objects.RemoveOwned(session);
         session.strand.Post([this, &session] { RemoveOwnObjects(session); });
     });
@@ -192,6 +196,21 @@ ServerPointer Endpoint::Implementation::MakeServer()
                 fmt::format("Cannot take a call: {}", exception.what()));
         }
     };
+    configuration.monitoredItemRegisterCallback =
+        [](UA_Server* registering, const UA_NodeId* /*sessionId*/, void* session,
+           const UA_NodeId* node, void* /*nodeContext*/, UA_UInt32 attribute,
+           UA_Boolean removed) noexcept {
+            if (session == nullptr || attribute != UA_ATTRIBUTEID_EVENTNOTIFIER)
+                return;
+            auto& self = *static_cast<Implementation*>(UA_Server_getConfig(registering)->context);
+            try {
+                self.backlog.OnMonitoredItem(*static_cast<const ClientSession*>(session), *node,
+                                             removed);
+            } catch (const std::exception& exception) {
+                Log(Core::LogLevel::Error, "Session",
+                    fmt::format("Cannot follow a monitored item: {}", exception.what()));
+            }
+        };
     // Without a limit the library does not look at the answers at all.
     configuration.asyncOperationTimeout = neverInMilliseconds;
     ServerPointer made(UA_Server_newWithConfig(&configuration));

@@ -38,6 +38,7 @@ struct EndpointSettings
     std::size_t maximumSessions = 100;
     std::size_t subscriptionsPerSession = 20;
     std::size_t ownObjectsPerSession = 4;
+    std::size_t waitingEvents = 64'000'000; ///< bytes, for each session
     std::size_t queuedOutput = 64'000'000;
     std::size_t queuedOutputPause = 4'000'000;
     /// True while the process uses more memory than it should.

@@ -3,10 +3,12 @@
 #include "LoginThrottle.h"
 #include "Users.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 
 namespace Host {
 
@@ -17,9 +19,10 @@ enum class LoginResult
     TooSoon, ///< refused without a look at the password
 };
 
-/// Decides about logins and logs them, never with the password. Any thread, but not the network's:
-/// it takes tens of milliseconds, and longer when others wait. One password is looked at at a time,
-/// so that many logins at once neither get around the throttle nor use up the memory.
+/// Decides about logins and logs them, never with the password. Any thread. A user's first login,
+/// and each refused one, takes tens of milliseconds; the throttle bounds how many. One password is
+/// looked at at a time, so that many logins at once neither get around the throttle nor use up the
+/// memory.
 class Logins
 {
 public:
@@ -33,6 +36,11 @@ public:
     [[nodiscard]] std::uint64_t GetRefusedCount() const noexcept { return refused; }
 
 private:
+    using Tag = std::array<unsigned char, 32>;
+
+    static Tag MakeRandomTag();
+    [[nodiscard]] Tag MakeTag(const std::string& user, const std::string& password) const;
+    [[nodiscard]] bool WasRightBefore(const std::string& user, const Tag& tag) const;
     LoginResult Decide(const std::string& user, const std::string& password,
                        const std::string& address, LoginThrottle::Clock::duration& delay);
 
@@ -40,6 +48,10 @@ private:
     LoginThrottle& throttle;
     std::atomic<std::uint64_t> refused = 0;
     std::mutex deciding; // from the look at the throttle to the report to it
+    /// Tags of the passwords that were right before, by user: only a user's first login takes the
+    /// time of the hash. Guarded by deciding.
+    std::unordered_map<std::string, Tag> rightTags;
+    const Tag key = MakeRandomTag(); // never leaves this process
 };
 
 } // namespace Host

@@ -37,6 +37,19 @@ void HandleStopSignal(int number)
     errno = saved;
 }
 
+std::atomic<rlim_t> keptDescriptors = 0;
+
+/// Sets the soft limit to the hard one less `kept`. What cannot be set stays: the one who needs a
+/// descriptor hears it from the system then.
+void MoveDescriptorLimit(rlim_t kept) noexcept
+{
+    rlimit limit = {};
+    if (keptDescriptors == 0 || getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max - kept;
+    static_cast<void>(setrlimit(RLIMIT_NOFILE, &limit));
+}
+
 /// The limit that the control group of this process sets; the largest number without one.
 std::uint64_t GetGroupMemory()
 {
@@ -68,10 +81,22 @@ std::uint64_t RaiseDescriptorLimit()
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
         ThrowSystemError("the limit of descriptors cannot be read");
-    limit.rlim_cur = limit.rlim_max;
+    const rlim_t kept = std::min<rlim_t>(KeptDescriptors::count, limit.rlim_max / 2);
+    limit.rlim_cur = limit.rlim_max - kept;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
         ThrowSystemError("the limit of descriptors cannot be raised");
+    keptDescriptors = kept;
     return limit.rlim_cur;
+}
+
+KeptDescriptors::KeptDescriptors() noexcept
+{
+    MoveDescriptorLimit(0);
+}
+
+KeptDescriptors::~KeptDescriptors()
+{
+    MoveDescriptorLimit(keptDescriptors);
 }
 
 void DisableCoreFiles()

@@ -15,8 +15,23 @@ namespace Host {
 /// operation. Throws SystemException.
 void IgnoreFatalSignals();
 
-/// Sets the soft limit of descriptors to the hard one and returns it. Throws SystemException.
+/// Sets the soft limit of descriptors to the hard one, less those kept back for connections, and
+/// returns it. Throws SystemException.
 std::uint64_t RaiseDescriptorLimit();
+
+/// While one lives, the process may use the descriptors that are kept back: whoever opens files
+/// until nothing is left keeps nobody from connecting. Without effect before
+/// `RaiseDescriptorLimit`. One at a time.
+class KeptDescriptors
+{
+public:
+    static constexpr std::uint64_t count = 64;
+
+    KeptDescriptors() noexcept;
+    KeptDescriptors(const KeptDescriptors&) = delete;
+    KeptDescriptors& operator=(const KeptDescriptors&) = delete;
+    ~KeptDescriptors();
+};
 
 /// A core file would hold keys and passwords. Throws SystemException.
 void DisableCoreFiles();

@@ -70,6 +70,7 @@ EndpointSettings MakeSettings(const PreparedHost& host)
     settings.revocationLists = host.pki.GetRevocationLists();
     settings.sessions.anonymousAllowed = host.admission.allowsAnonymous;
     settings.sessions.usersAllowed = host.users != nullptr;
+    settings.sessions.maximum = configuration.limits.sessions;
     settings.sessions.grace = configuration.grace;
     if (configuration.sharedNodes)
         settings.sharedNodes = configuration.nodes;
@@ -79,6 +80,7 @@ EndpointSettings MakeSettings(const PreparedHost& host)
     settings.maximumSessions = configuration.limits.sessions;
     settings.subscriptionsPerSession = configuration.limits.subscriptionsPerSession;
     settings.ownObjectsPerSession = configuration.limits.fileSystemsPerSession;
+    settings.waitingEvents = configuration.limits.queuedEventsPerSession;
     settings.queuedOutput = configuration.limits.queuedOutput;
     settings.queuedOutputPause = configuration.limits.queuedOutputPause;
     settings.isMemoryShort = [&host] {

@@ -272,9 +272,9 @@ const std::vector<Setting>& AllSettings()
              all.limits.queuedOutputPause = ParseSizeAboveZero(values.front());
          }},
         {"max-queued-events", Size, false, "Bounds", "SIZE",
-         "events waiting for one subscription (64MB)",
+         "events waiting for one session, which is closed when there are more (64MB)",
          [](Configuration& all, const Values& values) {
-             all.limits.queuedEventsPerSubscription = ParseSizeAboveZero(values.front());
+             all.limits.queuedEventsPerSession = ParseSizeAboveZero(values.front());
          }},
         {"max-memory", Size, false, "Bounds", "SIZE",
          "memory of this process above which the connections that sent most are not read (half of "

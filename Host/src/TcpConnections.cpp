@@ -1,5 +1,7 @@
 #include "TcpConnections.h"
 
+#include "Process.h"
+
 #include <open62541/plugin/log.h>
 
 #include <algorithm>
@@ -432,21 +434,31 @@ void TcpConnections::Accept(const SharedListener& listener)
 void TcpConnections::OnAccepted(const SharedListener& listener, const ErrorCode& error,
                                 Tcp::socket socket)
 {
-    if (error) {
-        OnAcceptFailed(*listener, error);
-        if (IsOutOfResources(error))
+    ErrorCode failure = error;
+    if (failure == asio::error::no_descriptors)
+        socket = AcceptWithKeptDescriptor(*listener, failure);
+    if (failure) {
+        OnAcceptFailed(*listener, failure);
+        if (IsOutOfResources(failure))
             return RetryAccept(listener);
     } else {
         listener->failing = false;
         try {
             if (HasRoom(*listener))
                 AddConnection(*listener, std::move(socket));
-        } catch (const std::exception& failure) { // it may have gone already
+        } catch (const std::exception& gone) { // it may have gone already
             UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP %zu: a connection was not taken: %s",
-                        listener->id, failure.what());
+                        listener->id, gone.what());
         }
     }
     Accept(listener);
+}
+
+TcpConnections::Tcp::socket TcpConnections::AcceptWithKeptDescriptor(Listener& listener,
+                                                                     ErrorCode& error)
+{
+    const KeptDescriptors kept;
+    return listener.acceptor.accept(error); // does not wait: the acceptor is non-blocking
 }
 
 void TcpConnections::OnAcceptFailed(Listener& listener, const ErrorCode& error)

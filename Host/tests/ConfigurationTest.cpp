@@ -108,7 +108,7 @@ TEST_F(ACommandLine, HasDefaultsForEverythingButRootsAndModules)
     EXPECT_EQ(configuration.limits.fileSystemsPerSession, 4U);
     EXPECT_EQ(configuration.limits.queuedOutput, 64'000'000U);
     EXPECT_EQ(configuration.limits.queuedOutputPause, 4'000'000U);
-    EXPECT_EQ(configuration.limits.queuedEventsPerSubscription, 64'000'000U);
+    EXPECT_EQ(configuration.limits.queuedEventsPerSession, 64'000'000U);
     EXPECT_FALSE(configuration.limits.memory);
     EXPECT_EQ(configuration.limits.reservedDescriptors, 64U);
 }
@@ -181,7 +181,7 @@ TEST_F(ACommandLine, SetsEverything)
     EXPECT_EQ(configuration.limits.fileSystemsPerSession, 0U);
     EXPECT_EQ(configuration.limits.queuedOutput, 5'000U);
     EXPECT_EQ(configuration.limits.queuedOutputPause, 6U);
-    EXPECT_EQ(configuration.limits.queuedEventsPerSubscription, 7'000'000'000U);
+    EXPECT_EQ(configuration.limits.queuedEventsPerSession, 7'000'000'000U);
     EXPECT_EQ(configuration.limits.memory, 8ULL << 30U);
     EXPECT_EQ(configuration.limits.reservedDescriptors, 9U);
 }

@@ -47,17 +47,25 @@ TEST(FatalSignals, BecomeOrdinaryFailures)
     EXPECT_EXIT(WriteInVain(), testing::ExitedWithCode(0), "");
 }
 
-TEST(TheDescriptorLimit, IsRaisedToTheHardOne)
+TEST(TheDescriptorLimit, IsRaisedToTheHardOneLessThoseKeptForConnections)
 {
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     auto lower = before;
     lower.rlim_cur = 256;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lower), 0);
-    EXPECT_EQ(RaiseDescriptorLimit(), before.rlim_max);
+    const auto raised = before.rlim_max - KeptDescriptors::count;
+    EXPECT_EQ(RaiseDescriptorLimit(), raised);
     rlimit after = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &after), 0);
-    EXPECT_EQ(after.rlim_cur, before.rlim_max);
+    EXPECT_EQ(after.rlim_cur, raised);
+    {
+        const KeptDescriptors kept;
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &after), 0);
+        EXPECT_EQ(after.rlim_cur, before.rlim_max);
+    }
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &after), 0);
+    EXPECT_EQ(after.rlim_cur, raised);
     setrlimit(RLIMIT_NOFILE, &before);
 }
 

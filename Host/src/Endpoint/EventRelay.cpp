@@ -1,7 +1,7 @@
 #include "Endpoint/EventRelay.h"
 
-#include "Endpoint/Ua.h"
 #include "Endpoint/HiddenSubscribers.h"
+#include "Endpoint/Ua.h"
 
 #include <algorithm>
 #include <array>
@@ -45,13 +45,15 @@ bool IsFilledByServer(const Core::QualifiedName& field)
 } // namespace
 
 EventRelay::EventRelay(UA_Server& server, EventLoop& loop, Runtime& runtime,
-                       const Namespaces& namespaces, const Values& values, const Objects& objects)
+                       const Namespaces& namespaces, const Values& values, const Objects& objects,
+                       EventBacklog& backlog)
     : server(server)
     , loop(loop)
     , runtime(runtime)
     , namespaces(namespaces)
     , values(values)
     , objects(objects)
+    , backlog(backlog)
     , fields(CollectAllFields(*runtime.GetInformationModel()))
 {}
 
@@ -70,6 +72,8 @@ void EventRelay::Convert(const std::shared_ptr<const Event>& event)
         message->values.push_back(IsFilledByServer(descriptions[i].browseName)
                                       ? Ua<UA_Variant>()
                                       : values.ToUa(event->fields.at(i), descriptions[i].dataType));
+    for (const auto& value : message->values)
+        message->bytes += UA_calcSizeBinary(&*value, &UA_TYPES[UA_TYPES_VARIANT]);
     loop.Post([this, message] { Raise(*message); });
 }
 
@@ -84,6 +88,7 @@ void EventRelay::Raise(Message& message)
             RequireGood(UA_Server_writeValue(&server, *node.properties[i], *message.values[i]),
                         "writing a field of an event");
     Trigger(node, *source);
+    backlog.Add(server, *source, message.bytes);
     loop.DeliverEvents();
 }
 

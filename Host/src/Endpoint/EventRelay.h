@@ -2,6 +2,7 @@
 
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Embedding/Runtime.h"
+#include "Endpoint/EventBacklog.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/Objects.h"
 #include "Endpoint/Ua.h"
@@ -25,7 +26,8 @@ class EventRelay
 {
 public:
     EventRelay(UA_Server& server, EventLoop& loop, Core::Embedding::Runtime& runtime,
-               const Namespaces& namespaces, const Values& values, const Objects& objects);
+               const Namespaces& namespaces, const Values& values, const Objects& objects,
+               EventBacklog& backlog);
 
     /// Hears the events of an object of the runtime for as long as the subscription lives. Any
     /// thread. Throws Core::NotFoundException.
@@ -46,6 +48,7 @@ private:
     {
         std::shared_ptr<const Core::Embedding::Event> event; ///< keeps type and identifiers alive
         std::vector<Ua<UA_Variant>> values;                  ///< by position
+        std::size_t bytes = 0;                               ///< of the values, as encoded
     };
 
     void Convert(const std::shared_ptr<const Core::Embedding::Event>& event);
@@ -61,6 +64,7 @@ private:
     const Namespaces& namespaces;
     const Values& values;
     const Objects& objects;
+    EventBacklog& backlog;
     /// The fields of each event type, inherited ones first; constant.
     const std::unordered_map<Core::NodeId, FieldList, Core::HashNodeId> fields;
     std::unordered_map<Core::NodeId, EventNode, Core::HashNodeId> nodes; // loop thread

@@ -134,9 +134,9 @@ UA_StatusCode MethodCalls::Resolve(Call& call, const ClientSession& session) con
                 return UA_STATUSCODE_GOOD;
             }
         const ProjectedObject* object = objects.Find(call.object);
-        const bool isForeign =
-            object != nullptr && object->owner != nullptr && object->owner != &session;
-        if (object == nullptr || isForeign)
+        if (object == nullptr) // but a node: the library has looked
+            return UA_STATUSCODE_BADMETHODINVALID;
+        if (object->owner != nullptr && object->owner != &session)
             return UA_STATUSCODE_BADNODEIDUNKNOWN;
         call.method = FindMethod(object->type, method);
         return call.method == nullptr ? UA_STATUSCODE_BADMETHODINVALID : UA_STATUSCODE_GOOD;

@@ -25,7 +25,8 @@ void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession*
                     *namespaces.ToUa(object.type), attributes, nullptr, nullptr),
                 "adding the object " + object.browseName.ToString() + " (" + object.id.ToString() +
                     ")");
-    objects.insert_or_assign(object.id, ProjectedObject{object.id, object.type, owner});
+    objects.insert_or_assign(object.id,
+                             ProjectedObject{object.id, object.type, object.parent, owner});
 }
 
 void Objects::RemoveOwned(const ClientSession& owner)

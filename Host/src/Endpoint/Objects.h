@@ -17,6 +17,7 @@ struct ProjectedObject
 {
     Core::NodeId id;
     Core::NodeId type;
+    Core::NodeId parent;
     /// The session that alone may know of it; null: everybody may.
     const ClientSession* owner = nullptr;
 };

@@ -186,7 +186,7 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
     if (*context != nullptr)
         return Readmit(server, *static_cast<ClientSession*>(*context), user);
     // Calls are tied to their session by the connection: one session each.
-    if (Find(connection->id) != nullptr)
+    if (Find(connection->id) != nullptr || sessions.size() >= rules.maximum)
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
     Admit(id, user, context);
     return UA_STATUSCODE_GOOD;

@@ -32,6 +32,8 @@ struct SessionRules
 {
     bool anonymousAllowed = false;
     bool usersAllowed = false;
+    /// Sessions that are at work, ended ones included.
+    std::size_t maximum = 100;
     /// How long a session outlives its connection.
     std::chrono::milliseconds grace{5'000};
 };

@@ -33,6 +33,15 @@ const UA_DataType* FindBuiltIn(const Core::NodeId& dataType)
     return *number <= lastBuiltInType ? &UA_TYPES[*number - 1] : nullptr;
 }
 
+/// A type of the standard that is laid out like the given one, UtcTime say, names itself to
+/// clients: they learn more from it than from the layout alone.
+const UA_DataType& NameToClients(const UA_DataType& layout, const UA_NodeId& dataType)
+{
+    const UA_DataType* named = UA_findDataType(&dataType);
+    const bool isSameLayout = named != nullptr && named->typeKind == layout.typeKind;
+    return isSameLayout ? *named : layout;
+}
+
 std::size_t AlignmentOf(const UA_DataType& type)
 {
     switch (type.typeKind) {
@@ -137,7 +146,7 @@ UA_DataTypeMember StructureTypes::MakeMember(const Core::Embedding::DataTypeFiel
 {
     UA_DataTypeMember member{};
     member.memberName = names.emplace_back(field.name).c_str();
-    member.memberType = &Get(field.dataType);
+    member.memberType = &NameToClients(Get(field.dataType), *namespaces.ToUa(field.dataType));
     member.isArray = field.valueRank > 0;
     return member;
 }

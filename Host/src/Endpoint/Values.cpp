@@ -44,10 +44,11 @@ std::byte* Advance(void* data, std::size_t bytes)
     return static_cast<std::byte*>(data) + bytes;
 }
 
+/// No bytes are sent as an empty string, never as a null one, which would mean "no answer".
 UA_String CopyOf(std::string_view bytes)
 {
     UA_String copy = UA_STRING_NULL;
-    const UA_String view = ViewOf(bytes);
+    const UA_String view = ViewOf(bytes.empty() ? std::string_view("") : bytes);
     RequireGood(UA_String_copy(&view, &copy), "copying " + std::to_string(bytes.size()) + " bytes");
     return copy;
 }
