@@ -16,7 +16,7 @@ import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
 import { webcrypto } from "node:crypto";
 import { once } from "node:events";
-import { mkdirSync, mkdtempSync, readdirSync, readFileSync, readlinkSync, rmSync } from "node:fs";
+import { mkdirSync, mkdtempSync, readdirSync, readlinkSync, rmSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -403,7 +403,12 @@ class Client {
 
     toEvent(names, values) {
         const event = {};
-        names.forEach((name, i) => (event[name] = values[i].value));
+        if (values.length === 1) {
+            // What tells of lost events carries its type alone, whatever was selected.
+            event.EventType = values[0].value;
+        } else {
+            names.forEach((name, i) => (event[name] = values[i].value));
+        }
         const index = this.namespaces.indexOf(fileSystemUri);
         const found = Object.entries(eventTypes).find(
             ([, { id }]) => event.EventType?.namespace === index && event.EventType.value === id
@@ -504,3 +509,6 @@ export class Files {
         assert.deepEqual([event.FileHandle, event.Result], [handle, 0]);
     }
 }
+
+// For clients in processes of their own, which know no more than a host's url and root.
+export { Client };
