@@ -1,0 +1,260 @@
+// What tests need that treat a host badly: hosts that the system gives little, what a host holds,
+// clients that speak the protocol byte by byte, and one that keeps calling meanwhile.
+
+import assert from "node:assert/strict";
+import { spawnSync } from "node:child_process";
+import { createHash } from "node:crypto";
+import { once } from "node:events";
+import { lstatSync, readdirSync, readFileSync, readlinkSync, writeFileSync } from "node:fs";
+import { connect } from "node:net";
+import { join } from "node:path";
+import { longestWait, makeFolder, programs, startHost, waitFor, within } from "./harness.mjs";
+
+/** Starts a host with limits of prlimit(1), such as "nofile=200:200". */
+export function startLimitedHost(limits, options) {
+    const script = join(makeFolder("limits"), "host");
+    const flags = limits.map((limit) => `--${limit}`).join(" ");
+    writeFileSync(script, `#!/bin/sh\nexec prlimit ${flags} "${programs.host}" "$@"\n`, { mode: 0o755 });
+    const { host } = programs;
+    try {
+        programs.host = script;
+        return startHost(options); // has started the process when it returns its promise
+    } finally {
+        programs.host = host;
+    }
+}
+
+/** How many descriptors and threads a host has. */
+export function holdings(host) {
+    const count = (what) => readdirSync(`/proc/${host.pid}/${what}`).length;
+    return { descriptors: count("fd"), threads: count("task") };
+}
+
+/** The memory of a host in megabytes: now, and the most that it ever had. */
+export function memory(host) {
+    const status = readFileSync(`/proc/${host.pid}/status`, "utf8");
+    const read = (name) => Number(new RegExp(`^${name}:\\s+(\\d+) kB$`, "m").exec(status)[1]) / 1000;
+    return { now: read("VmRSS"), most: read("VmHWM") };
+}
+
+/** Waits until a host holds what it held before, no more and no less. */
+export async function becomesWhole(host, before) {
+    let now;
+    const isWhole = () => {
+        now = holdings(host);
+        return now.descriptors === before.descriptors && now.threads === before.threads;
+    };
+    try {
+        await waitFor("the host to let go", isWhole);
+    } catch {
+        assert.deepEqual(now, before, `The host does not let go:\n${host.log}`);
+    }
+}
+
+/** Everything that can be told of a folder or a file and what is below it. */
+export function snapshot(path) {
+    const status = lstatSync(path);
+    const own = { path, mode: status.mode, time: status.mtimeMs, inode: status.ino, owner: status.uid };
+    if (status.isSymbolicLink()) {
+        return [{ ...own, target: readlinkSync(path) }];
+    }
+    if (status.isDirectory()) {
+        return [own, ...readdirSync(path).sort().flatMap((name) => snapshot(join(path, name)))];
+    }
+    if (!status.isFile()) {
+        return [own];
+    }
+    return [{ ...own, content: createHash("sha256").update(readFileSync(path)).digest("hex") }];
+}
+
+/** A well-behaved client: calls all the time, hears its results, and checks that none is missing. */
+export class SteadyClient {
+    static async start(host) {
+        const steady = new SteadyClient();
+        steady.host = host;
+        steady.files = await (await host.connect()).createFiles();
+        await steady.files.barrier();
+        steady.latencies = []; // milliseconds
+        steady.calls = 0;
+        return steady;
+    }
+
+    /** Calls `count` times, one after another, and hears as many results. */
+    async call(count) {
+        const first = this.calls + 1;
+        for (let i = 0; i < count; ++i) {
+            const start = process.hrtime.bigint();
+            // Nothing is open, so the result tells the number of its request.
+            await this.files.call("Close", ++this.calls);
+            this.latencies.push(Number(process.hrtime.bigint() - start) / 1e6);
+        }
+        for (let number = first; number < first + count; ++number) {
+            const event = await this.files.nextEvent("AckEvent");
+            assert.deepEqual([event.FileHandle, event.Result], [number, 3]);
+        }
+    }
+
+    /** Calls until a promise is settled, and at least `least` times; returns what it gives. */
+    async callDuring(promise, least = 2_000) {
+        let settled = false;
+        promise.then(() => (settled = true), () => (settled = true));
+        const first = this.calls;
+        while (!settled || this.calls - first < least) {
+            await this.call(100);
+        }
+        return promise;
+    }
+
+    /** The latencies since this was asked last: the median, the 99th percentile and the most. */
+    takeLatencies() {
+        const sorted = this.latencies.splice(0).sort((left, right) => left - right);
+        const at = (part) => sorted[Math.min(sorted.length - 1, Math.floor(sorted.length * part))].toFixed(2);
+        return `${sorted.length} calls: p50 ${at(0.5)} ms, p99 ${at(0.99)} ms, most ${at(1)} ms`;
+    }
+}
+
+/** Ends a process and waits for it. */
+export async function end(child) {
+    if (child.exitCode === null && child.signalCode === null) {
+        child.kill("SIGKILL");
+        await within("a process to end", once(child, "close"));
+    }
+}
+
+export function makeFifo(path) {
+    assert.equal(spawnSync("mkfifo", [path]).status, 0);
+    return path;
+}
+
+// The protocol, byte by byte
+
+const uint32 = (value) => {
+    const bytes = Buffer.alloc(4);
+    bytes.writeUInt32LE(value);
+    return bytes;
+};
+const double = (value) => {
+    const bytes = Buffer.alloc(8);
+    bytes.writeDoubleLE(value);
+    return bytes;
+};
+const none = uint32(0xffffffff); // no string, byte string or array
+const string = (text) => Buffer.concat([uint32(Buffer.byteLength(text)), Buffer.from(text)]);
+const encodingId = (number) => Buffer.from([1, 0, number & 0xff, number >> 8]);
+const emptyNodeId = Buffer.from([0, 0]);
+const emptyObject = Buffer.from([0, 0, 0]);
+const secondsFrom1601To1970 = 11_644_473_600n;
+
+function makeRequestHeader() {
+    const now = Buffer.alloc(8);
+    now.writeBigInt64LE((BigInt(Date.now()) + secondsFrom1601To1970 * 1_000n) * 10_000n);
+    return Buffer.concat([emptyNodeId, now, uint32(1), uint32(0), none, uint32(0), emptyObject]);
+}
+const responseHeaderSize = 8 + 4 + 4 + 1 + 4 + 3;
+
+/** A message or a chunk of one, with its size in front; `size`, if given, is a lie. */
+export function message(type, content, size) {
+    return Buffer.concat([Buffer.from(type), uint32(size ?? content.length + 8), content]);
+}
+
+export function hello({ version = 0, receive = 65_535, send = 65_535, size = 0, chunks = 0, url = "opc.tcp://localhost" } = {}) {
+    return message("HELF", Buffer.concat([version, receive, send, size, chunks].map(uint32).concat(string(url))));
+}
+
+/** A connection that says what it is told to. */
+export class RawClient {
+    static async connect(host) {
+        const client = new RawClient();
+        client.received = Buffer.alloc(0);
+        client.closed = false;
+        client.socket = connect(host.port, "127.0.0.1");
+        client.socket.on("data", (bytes) => (client.received = Buffer.concat([client.received, bytes])));
+        client.socket.on("error", () => {}); // is followed by a close
+        client.socket.on("close", () => (client.closed = true));
+        await within("a connection", once(client.socket, "connect"));
+        return client;
+    }
+
+    send(bytes) {
+        this.socket.write(bytes);
+    }
+
+    /** Takes the next message off what was received: its type and the whole of it. */
+    async next() {
+        const isThere = () => {
+            assert.ok(!this.closed, "the host has closed the connection");
+            return this.received.length >= 8 && this.received.length >= this.received.readUInt32LE(4);
+        };
+        await waitFor("a message", isThere);
+        const bytes = this.received.subarray(0, this.received.readUInt32LE(4));
+        this.received = this.received.subarray(bytes.length);
+        return { type: bytes.toString("latin1", 0, 3), bytes };
+    }
+
+    async greet() {
+        this.send(hello());
+        assert.equal((await this.next()).type, "ACK");
+    }
+
+    /** Opens a channel that is not encrypted. */
+    async openChannel() {
+        const policy = string("http://opcfoundation.org/UA/SecurityPolicy#None");
+        const request = [encodingId(446), makeRequestHeader(), uint32(0), uint32(0), uint32(1), none, uint32(600_000)];
+        this.send(message("OPNF", Buffer.concat([uint32(0), policy, none, none, uint32(1), uint32(1), ...request])));
+        const { type, bytes } = await this.next();
+        assert.equal(type, "OPN");
+        this.channel = bytes.subarray(8, 12);
+        // Behind the policy, two empty certificates, two numbers, the response's type and header,
+        // the protocol's version and the channel.
+        const token = 12 + policy.length + 8 + 8 + 4 + responseHeaderSize + 4 + 4;
+        this.token = bytes.subarray(token, token + 4);
+        this.sequence = 1;
+    }
+
+    /** Sends a chunk in the channel: type "MSGF", "MSGC", "CLOF". */
+    sendChunk(type, content) {
+        const number = uint32(++this.sequence);
+        this.send(message(type, Buffer.concat([this.channel, this.token, number, uint32(2), content])));
+    }
+
+    /** Asks for a session that is then not activated. */
+    async createSession() {
+        const application = [string("urn:a"), string("urn:b"), Buffer.from([0]), uint32(1), none, none, none];
+        this.sendChunk("MSGF", Buffer.concat([
+            encodingId(461), makeRequestHeader(), ...application, none, string("opc.tcp://localhost"), string("session"),
+            none, none, double(3_600_000), uint32(0),
+        ]));
+        const { type, bytes } = await this.next();
+        assert.equal(type, "MSG");
+        return { status: bytes.readUInt32LE(24 + 4 + 12) };
+    }
+
+    closeChannel() {
+        this.sendChunk("CLOF", Buffer.concat([encodingId(452), makeRequestHeader()]));
+    }
+
+    /** Waits until the host has closed the connection. */
+    async isClosed() {
+        await waitFor("the host to close a connection", () => this.closed);
+    }
+
+    async end() {
+        this.socket.destroy();
+        await this.isClosed();
+    }
+
+    /** Writes without end, waiting where the host does not read; returns how much until it closed. */
+    async flood(makeBytes) {
+        let sent = 0;
+        const limit = Date.now() + longestWait;
+        while (!this.closed) {
+            assert.ok(Date.now() < limit, `The host takes all, ${sent} bytes so far`);
+            const bytes = makeBytes();
+            sent += bytes.length;
+            if (!this.socket.write(bytes)) {
+                await Promise.race([once(this.socket, "drain"), once(this.socket, "close")]).catch(() => {});
+            }
+        }
+        return sent;
+    }
+}
