@@ -129,7 +129,7 @@ PreparedHost PrepareHost(Configuration configuration)
 {
     IgnoreFatalSignals();
     DisableCoreFiles();
-    const auto descriptors = RaiseDescriptorLimit();
+    const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
     auto roots = MakeRoots(configuration);
     auto addresses = ResolveListenUrl(configuration.listen);
     auto users = ReadUsers(configuration);

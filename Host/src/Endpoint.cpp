@@ -13,6 +13,7 @@
 #include "Endpoint/Values.h"
 #include "EventLoop.h"
 #include "Log.h"
+#include "OpcUa/SymmetricCiphers.h"
 #include "UaLogger.h"
 
 #include <open62541/plugin/pki_default.h>
@@ -258,6 +259,7 @@ void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
         UA_ServerConfig_addSecurityPolicyAes256Sha256RsaPss(&configuration, &certificate, &key),
         "adding the security policy Aes256_Sha256_RsaPss");
     for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i) {
+        OpcUa::UseOpenSsl(configuration.securityPolicies[i]);
         const UA_String uri = configuration.securityPolicies[i].policyUri;
         if (i > 0)
             RequireGood(UA_ServerConfig_addEndpoint(&configuration, uri,

@@ -76,16 +76,16 @@ void IgnoreFatalSignals()
         ThrowSystemError("SIGPIPE and SIGXFSZ cannot be ignored");
 }
 
-std::uint64_t RaiseDescriptorLimit()
+std::uint64_t RaiseDescriptorLimit(std::uint64_t kept)
 {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
         ThrowSystemError("the limit of descriptors cannot be read");
-    const rlim_t kept = std::min<rlim_t>(KeptDescriptors::count, limit.rlim_max / 2);
-    limit.rlim_cur = limit.rlim_max - kept;
+    const rlim_t possible = std::min<rlim_t>(kept, limit.rlim_max / 2);
+    limit.rlim_cur = limit.rlim_max - possible;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
         ThrowSystemError("the limit of descriptors cannot be raised");
-    keptDescriptors = kept;
+    keptDescriptors = possible;
     return limit.rlim_cur;
 }
 

@@ -15,9 +15,9 @@ namespace Host {
 /// operation. Throws SystemException.
 void IgnoreFatalSignals();
 
-/// Sets the soft limit of descriptors to the hard one, less those kept back for connections, and
-/// returns it. Throws SystemException.
-std::uint64_t RaiseDescriptorLimit();
+/// Sets the soft limit of descriptors to the hard one, less those kept back for connections (half
+/// of it at most), and returns it. Throws SystemException.
+std::uint64_t RaiseDescriptorLimit(std::uint64_t kept);
 
 /// While one lives, the process may use the descriptors that are kept back: whoever opens files
 /// until nothing is left keeps nobody from connecting. Without effect before
@@ -25,8 +25,6 @@ std::uint64_t RaiseDescriptorLimit();
 class KeptDescriptors
 {
 public:
-    static constexpr std::uint64_t count = 64;
-
     KeptDescriptors() noexcept;
     KeptDescriptors(const KeptDescriptors&) = delete;
     KeptDescriptors& operator=(const KeptDescriptors&) = delete;
