@@ -1,0 +1,201 @@
+#include "Caller.h"
+
+#include <OpcUa/Text.h>
+
+#include <chrono>
+
+namespace Client {
+
+namespace {
+
+constexpr std::chrono::seconds closingTime{3};
+
+} // namespace
+
+Caller::Caller(std::shared_ptr<RemoteNode> givenNode, const Cancellation* cancellation)
+    : node(std::move(givenNode))
+    , cancellation(cancellation)
+    , state(node->Await(*waiter, cancellation))
+{}
+
+TicketPointer Caller::Make(Method method) const
+{
+    auto ticket = std::make_shared<Ticket>();
+    ticket->method = method;
+    ticket->node = node;
+    ticket->waiter = waiter;
+    ticket->epoch = state.epoch;
+    return ticket;
+}
+
+TicketPointer Caller::Post(TicketPointer ticket) const
+{
+    node->GetEngine().Post(ticket);
+    return ticket;
+}
+
+TicketPointer Caller::MakeOnHandle(Method method, std::uint32_t handle) const
+{
+    auto ticket = Make(method);
+    ticket->handle = handle;
+    return ticket;
+}
+
+TicketPointer Caller::MakeOnPath(Method method, const std::string& path) const
+{
+    auto ticket = Make(method);
+    ticket->path = OpcUa::EscapeToUtf8(path);
+    return ticket;
+}
+
+TicketPointer Caller::Open(const std::string& path, std::int32_t mode)
+{
+    auto ticket = MakeOnPath(Method::Open, path);
+    ticket->mode = mode;
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::Close(std::uint32_t handle)
+{
+    return Post(MakeOnHandle(Method::Close, handle));
+}
+
+TicketPointer Caller::UploadFile(const std::string& path,
+                                 std::shared_ptr<std::vector<unsigned char>> content,
+                                 UA_DateTime time, UA_Byte permissions)
+{
+    auto ticket = MakeOnPath(Method::UploadFile, path);
+    ticket->bytes = *content;
+    ticket->bytesOwner = std::move(content);
+    ticket->time = time;
+    ticket->permissions = permissions;
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::OpenWrite(const std::string& path)
+{
+    return Post(MakeOnPath(Method::OpenWrite, path));
+}
+
+TicketPointer Caller::Write(std::uint32_t handle, std::span<const unsigned char> bytes,
+                            std::shared_ptr<const void> owner)
+{
+    auto ticket = MakeOnHandle(Method::Write, handle);
+    ticket->bytes = bytes;
+    ticket->bytesOwner = std::move(owner);
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::WriteClose(std::uint32_t handle, UA_DateTime time, UA_Byte permissions)
+{
+    auto ticket = MakeOnHandle(Method::WriteClose, handle);
+    ticket->time = time;
+    ticket->permissions = permissions;
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::CreateDirectory(const std::string& path)
+{
+    return Post(MakeOnPath(Method::CreateDirectory, path));
+}
+
+TicketPointer Caller::Delete(const std::vector<std::string>& paths)
+{
+    auto ticket = Make(Method::Delete);
+    ticket->paths.reserve(paths.size());
+    for (const auto& path : paths)
+        ticket->paths.push_back(OpcUa::EscapeToUtf8(path));
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::List(const std::string& path, bool isRecursive)
+{
+    auto ticket = MakeOnPath(Method::List, path);
+    ticket->isRecursive = isRecursive;
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::Exists(const std::string& path)
+{
+    return Post(MakeOnPath(Method::Exists, path));
+}
+
+TicketPointer Caller::Read(std::uint32_t handle, std::uint32_t length)
+{
+    auto ticket = MakeOnHandle(Method::Read, handle);
+    ticket->length = length;
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::GetDateTime(const std::string& path)
+{
+    return Post(MakeOnPath(Method::GetDateTime, path));
+}
+
+TicketPointer Caller::SetDateTime(const std::string& path, UA_DateTime time)
+{
+    auto ticket = MakeOnPath(Method::SetDateTime, path);
+    ticket->time = time;
+    return Post(std::move(ticket));
+}
+
+TicketPointer Caller::GetPosition(std::uint32_t handle)
+{
+    return Post(MakeOnHandle(Method::GetPosition, handle));
+}
+
+TicketPointer Caller::SetPosition(std::uint32_t handle, std::uint64_t position)
+{
+    auto ticket = MakeOnHandle(Method::SetPosition, handle);
+    ticket->position = position;
+    return Post(std::move(ticket));
+}
+
+void CheckAnswer(const Ticket& ticket)
+{
+    if (ticket.isLost)
+        throw CallsLost();
+    if (ticket.IsRefused())
+        throw CallRefusedException(std::string("the server refused ") + GetName(ticket.method) +
+                                       ": " + UA_StatusCode_name(ticket.status),
+                                   ticket.status);
+}
+
+void Caller::AwaitAnswer(const TicketPointer& ticket)
+{
+    Wait([&] { return ticket->isAnswered.load(); });
+    CheckAnswer(*ticket);
+}
+
+void Caller::AwaitEvent(const TicketPointer& ticket)
+{
+    Wait([&] { return ticket->isEventIn.load() && ticket->isAnswered.load(); });
+    CheckAnswer(*ticket);
+}
+
+bool Caller::Recover()
+{
+    const auto before = state.incarnation;
+    state = node->Await(*waiter, cancellation);
+    return state.incarnation == before;
+}
+
+void Caller::CloseAnyway(std::uint32_t handle) noexcept
+{
+    try {
+        const auto ticket = Close(handle);
+        const auto barrier = Barrier();
+        waiter->WaitUntil([&] { return barrier->isEventIn.load(); },
+                          std::chrono::steady_clock::now() + closingTime);
+    } catch (const std::exception&) {
+        // Out of memory or the like: the session's end closes it.
+    }
+}
+
+void Caller::ThrowIfCancelled() const
+{
+    if (cancellation != nullptr && cancellation->IsCancelled())
+        throw CancelledException();
+}
+
+} // namespace Client

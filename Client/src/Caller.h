@@ -1,0 +1,101 @@
+#pragma once
+
+#include "Client/Cancellation.h"
+#include "Node.h"
+#include "Ticket.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Client {
+
+/// Thrown while an operation waits: the connection was lost, so nobody knows what became of its
+/// calls. Never leaves the library.
+struct CallsLost
+{};
+
+/// The calls that one thread makes on a file system. Paths are given as they are and escaped here.
+class Caller
+{
+public:
+    /// Waits until there is a connection. Throws ConnectionLostException, CancelledException.
+    Caller(std::shared_ptr<RemoteNode> node, const Cancellation* cancellation);
+
+    // Each posts a call and returns at once.
+
+    TicketPointer Open(const std::string& path, std::int32_t mode);
+    TicketPointer Close(std::uint32_t handle);
+    TicketPointer UploadFile(const std::string& path, std::shared_ptr<std::vector<unsigned char>> content,
+                             UA_DateTime time, UA_Byte permissions);
+    TicketPointer OpenWrite(const std::string& path);
+    /// `owner` keeps the bytes until they have been encoded.
+    TicketPointer Write(std::uint32_t handle, std::span<const unsigned char> bytes,
+                        std::shared_ptr<const void> owner);
+    TicketPointer WriteClose(std::uint32_t handle, UA_DateTime time, UA_Byte permissions);
+    TicketPointer CreateDirectory(const std::string& path);
+    TicketPointer Delete(const std::vector<std::string>& paths);
+    TicketPointer List(const std::string& path, bool isRecursive);
+    TicketPointer Exists(const std::string& path);
+    TicketPointer Read(std::uint32_t handle, std::uint32_t length);
+    TicketPointer GetDateTime(const std::string& path);
+    TicketPointer SetDateTime(const std::string& path, UA_DateTime time);
+    TicketPointer GetPosition(std::uint32_t handle);
+    TicketPointer SetPosition(std::uint32_t handle, std::uint64_t position);
+    /// Its event says that everything asked for before is over.
+    TicketPointer Barrier() { return Exists("."); }
+
+    // Each waits. They throw CallsLost, CallRefusedException and CancelledException.
+
+    void AwaitAnswer(const TicketPointer& ticket);
+    void AwaitEvent(const TicketPointer& ticket);
+    template <typename Condition>
+    void Wait(const Condition& condition)
+    {
+        waiter->Wait(condition, cancellation);
+    }
+
+    /// After CallsLost: waits until there is a connection. False when handles are gone with it.
+    bool Recover();
+
+    /// Repeats what can be repeated until no call of it is lost.
+    template <typename Function>
+    auto Repeat(const Function& function)
+    {
+        for (;;) {
+            try {
+                return function();
+            } catch (const CallsLost&) {
+                Recover();
+            }
+        }
+    }
+
+    /// Closes a file without being cancelled, for a short time. Whatever goes wrong is left to the
+    /// end of the session.
+    void CloseAnyway(std::uint32_t handle) noexcept;
+
+    void SetCancellation(const Cancellation* given) noexcept { cancellation = given; }
+    [[nodiscard]] const Cancellation* GetCancellation() const noexcept { return cancellation; }
+    void ThrowIfCancelled() const;
+    [[nodiscard]] Waiter& GetWaiter() const noexcept { return *waiter; }
+
+private:
+    TicketPointer Make(Method method) const;
+    TicketPointer Post(TicketPointer ticket) const;
+    TicketPointer MakeOnHandle(Method method, std::uint32_t handle) const;
+    TicketPointer MakeOnPath(Method method, const std::string& path) const;
+
+    const std::shared_ptr<RemoteNode> node;
+    const std::shared_ptr<Waiter> waiter = std::make_shared<Waiter>();
+    const Cancellation* cancellation;
+    RemoteNode::State state;
+};
+
+/// Throws when the ticket, which is answered, is lost or refused.
+void CheckAnswer(const Ticket& ticket);
+
+} // namespace Client

@@ -1,0 +1,945 @@
+#include "Engine.h"
+
+#include "Node.h"
+
+#include <OpcUa/Text.h>
+#include <OpcUa/Ua.h>
+
+#include <open62541/client_config_default.h>
+#include <open62541/client_highlevel.h>
+#include <open62541/client_subscriptions.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+using OpcUa::BytesOf;
+using OpcUa::ViewOf;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr const char* filesUri = "urn:Talvensor:FileSystem";
+constexpr const char* hostUri = "urn:Talvensor:Host";
+constexpr UA_UInt32 listItemNumber = 50;
+constexpr UA_UInt32 listItemEncoding = 1320;
+
+/// More is not encoded ahead of what the network takes, so that the time in which a call has to be
+/// answered does not begin while it waits here.
+constexpr std::size_t outputAhead = std::size_t{1} << 20U;
+constexpr UA_UInt32 longestWait = 1'000; // ms; everything that happens ends it
+constexpr UA_UInt32 cancellationWait = 50; // ms, while connecting
+constexpr UA_UInt32 sessionTimeout = 3'600'000; // ms
+
+constexpr double publishingInterval = 10; // ms; the host delivers ahead of it
+constexpr UA_UInt32 lifetimeCount = 12'000;
+constexpr UA_UInt32 keepAliveCount = 1'000;
+constexpr UA_UInt32 eventQueue = 200'000;
+
+constexpr milliseconds firstPause{50};
+constexpr milliseconds longestPause{1'000};
+
+std::string NameOf(UA_StatusCode status)
+{
+    return UA_StatusCode_name(status);
+}
+
+/// Higher is better; 0: not to be used.
+int RankPolicy(std::string_view uri)
+{
+    constexpr std::array<std::string_view, 3> known{"#Basic256Sha256", "#Aes128_Sha256_RsaOaep",
+                                                    "#Aes256_Sha256_RsaPss"};
+    for (std::size_t i = 0; i < known.size(); ++i)
+        if (uri.ends_with(known[i]))
+            return static_cast<int>(i) + 1;
+    return 0;
+}
+
+int RankEndpoint(const UA_EndpointDescription& endpoint)
+{
+    if (endpoint.securityMode == UA_MESSAGESECURITYMODE_NONE)
+        return 0;
+    return endpoint.securityMode == UA_MESSAGESECURITYMODE_SIGNANDENCRYPT
+               ? RankPolicy(BytesOf(endpoint.securityPolicyUri))
+               : 0;
+}
+
+bool IsPlain(const UA_EndpointDescription& endpoint)
+{
+    return endpoint.securityMode == UA_MESSAGESECURITYMODE_NONE;
+}
+
+/// Endpoints as the server lists them.
+class EndpointList
+{
+public:
+    EndpointList() = default;
+    EndpointList(const EndpointList&) = delete;
+    EndpointList& operator=(const EndpointList&) = delete;
+    ~EndpointList()
+    {
+        UA_Array_delete(list, count, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]);
+    }
+
+    UA_StatusCode Ask(UA_Client& client, const std::string& url)
+    {
+        return UA_Client_getEndpoints(&client, url.c_str(), &count, &list);
+    }
+    [[nodiscard]] std::span<const UA_EndpointDescription> Get() const { return {list, count}; }
+
+private:
+    std::size_t count = 0;
+    UA_EndpointDescription* list = nullptr;
+};
+
+/// "host:port" of a URL. Throws InvalidArgumentException.
+std::string ParseServer(const std::string& url)
+{
+    UA_String host = UA_STRING_NULL;
+    UA_UInt16 port = 0;
+    UA_String path = UA_STRING_NULL;
+    const UA_String view = ViewOf(url);
+    if (!url.starts_with("opc.tcp://") ||
+        UA_parseEndpointUrl(&view, &host, &port, &path) != UA_STATUSCODE_GOOD || host.length == 0)
+        throw InvalidArgumentException("'" + url + "' is no URL of the form opc.tcp://HOST:PORT");
+    constexpr UA_UInt16 standardPort = 4840;
+    return std::string(BytesOf(host)) + ":" + std::to_string(port == 0 ? standardPort : port);
+}
+
+[[gnu::format(printf, 4, 0)]] void KeepMessage(void* context, UA_LogLevel level,
+                                               UA_LogCategory /*category*/, const char* message,
+                                               va_list arguments)
+{
+    if (level < UA_LOGLEVEL_ERROR)
+        return;
+    std::array<char, 512> text{};
+    std::vsnprintf(text.data(), text.size(), message, arguments);
+    *static_cast<std::string*>(context) = text.data();
+}
+
+UA_StatusCode VerifyPinned(const UA_CertificateVerification* verification,
+                           const UA_ByteString* certificate)
+{
+    const auto& pinned = *static_cast<const std::vector<unsigned char>*>(verification->context);
+    const auto shown = BytesOf(*certificate);
+    return std::equal(shown.begin(), shown.end(), pinned.begin(), pinned.end(),
+                      [](char left, unsigned char right) {
+                          return static_cast<unsigned char>(left) == right;
+                      })
+               ? UA_STATUSCODE_GOOD
+               : UA_STATUSCODE_BADCERTIFICATEUNTRUSTED;
+}
+
+/// Accepts the certificate that the caller has accepted, and no other. The context outlives it.
+void Pin(UA_CertificateVerification& verification, std::vector<unsigned char>& certificate,
+         const UA_Logger* logger)
+{
+    if (verification.clear != nullptr)
+        verification.clear(&verification);
+    verification = {};
+    verification.context = &certificate;
+    verification.logging = logger;
+    verification.verifyCertificate = &VerifyPinned;
+    verification.verifyApplicationURI = [](const UA_CertificateVerification*, const UA_ByteString*,
+                                           const UA_String*) -> UA_StatusCode {
+        return UA_STATUSCODE_GOOD;
+    };
+}
+
+[[noreturn]] void ThrowNotConnected(const std::string& url, UA_StatusCode status,
+                                    const std::string& reason, bool isEncrypted)
+{
+    const std::string text =
+        "cannot connect to " + url + ": " + (reason.empty() ? "" : reason + ", ") + NameOf(status);
+    switch (status) {
+    case UA_STATUSCODE_BADUSERACCESSDENIED:
+    case UA_STATUSCODE_BADIDENTITYTOKENREJECTED:
+    case UA_STATUSCODE_BADIDENTITYTOKENINVALID:
+        throw RefusedException(Refusal::Login, "cannot log in to " + url +
+                                                   ": the user or the password is refused");
+    case UA_STATUSCODE_BADTOOMANYSESSIONS:
+        throw RefusedException(Refusal::Limit,
+                               "cannot log in to " + url + ": it has as many sessions as it allows");
+    case UA_STATUSCODE_BADCERTIFICATEUNTRUSTED:
+    case UA_STATUSCODE_BADSECURITYCHECKSFAILED:
+    case UA_STATUSCODE_BADCERTIFICATEINVALID:
+    case UA_STATUSCODE_BADCERTIFICATETIMEINVALID:
+    case UA_STATUSCODE_BADCERTIFICATEUSENOTALLOWED:
+    case UA_STATUSCODE_BADCERTIFICATEURIINVALID:
+    case UA_STATUSCODE_BADCERTIFICATECHAININCOMPLETE:
+        if (isEncrypted)
+            throw RefusedException(Refusal::ClientCertificate,
+                                   "cannot connect to " + url +
+                                       ": it does not trust the certificate of this client (" +
+                                       NameOf(status) + ")");
+        throw RefusedException(Refusal::Security, text);
+    case UA_STATUSCODE_BADSECURITYMODEREJECTED:
+    case UA_STATUSCODE_BADSECURITYPOLICYREJECTED:
+        throw RefusedException(Refusal::Security, text);
+    default:
+        throw NoConnectionException(text);
+    }
+}
+
+/// Reads an attribute value. Empty when there is none.
+OpcUa::Ua<UA_Variant> ReadValue(UA_Client& client, UA_UInt32 number)
+{
+    OpcUa::Ua<UA_Variant> value;
+    const UA_StatusCode status =
+        UA_Client_readValueAttribute(&client, UA_NODEID_NUMERIC(0, number), &*value);
+    if (IsLoss(status))
+        throw ConnectionLostException("the connection was lost: " + NameOf(status));
+    return value;
+}
+
+UA_UInt32 ReadNumber(UA_Client& client, UA_UInt32 number)
+{
+    const auto value = ReadValue(client, number);
+    return UA_Variant_hasScalarType(&*value, &UA_TYPES[UA_TYPES_UINT32])
+               ? *static_cast<const UA_UInt32*>(value->data)
+               : 0;
+}
+
+} // namespace
+
+void RequireGood(UA_StatusCode status, const std::string& what)
+{
+    if (status == UA_STATUSCODE_GOOD)
+        return;
+    if (IsLoss(status))
+        throw ConnectionLostException(what + ": the connection was lost (" + NameOf(status) + ")");
+    throw CallRefusedException(what + ": " + NameOf(status), status);
+}
+
+bool IsLoss(UA_StatusCode status) noexcept
+{
+    switch (status) {
+    case UA_STATUSCODE_BADCONNECTIONCLOSED:
+    case UA_STATUSCODE_BADCONNECTIONREJECTED:
+    case UA_STATUSCODE_BADSECURECHANNELCLOSED:
+    case UA_STATUSCODE_BADSECURECHANNELIDINVALID:
+    case UA_STATUSCODE_BADSECURECHANNELTOKENUNKNOWN:
+    case UA_STATUSCODE_BADSESSIONCLOSED:
+    case UA_STATUSCODE_BADSESSIONIDINVALID:
+    case UA_STATUSCODE_BADSESSIONNOTACTIVATED:
+    case UA_STATUSCODE_BADSERVERNOTCONNECTED:
+    case UA_STATUSCODE_BADTIMEOUT:
+    case UA_STATUSCODE_BADREQUESTTIMEOUT:
+    case UA_STATUSCODE_BADSHUTDOWN:
+    case UA_STATUSCODE_BADSERVERHALTED:
+    case UA_STATUSCODE_BADDISCONNECT:
+    case UA_STATUSCODE_BADCOMMUNICATIONERROR:
+        return true;
+    default:
+        return false;
+    }
+}
+
+Engine::Engine(ConnectionOptions givenOptions, const Cancellation* cancellation)
+    : options(std::move(givenOptions))
+    , logger{&KeepMessage, &lastLog, nullptr}
+    , loop(logger)
+{
+    Connect(cancellation);
+    ReadNamespaces();
+    DescribeTypes();
+    sessionToken = GetSessionToken();
+    UA_Client_getConfig(client.get())->timeout =
+        static_cast<UA_UInt32>(options.answerTime.count());
+    thread = std::thread([this] { RunThread(); });
+}
+
+Engine::~Engine()
+{
+    isStopping = true;
+    interruption.Notify();
+    loop.Wake();
+    thread.join();
+}
+
+// Connecting
+
+void Engine::Connect(const Cancellation* cancellation)
+{
+    const std::string server = ParseServer(options.url);
+    const auto deadline = steady_clock::now() + options.connectTime;
+    UA_ClientConfig asking{};
+    asking.logging = &logger;
+    RequireGood(UA_ClientConfig_setDefault(&asking), "configuring the client");
+    asking.timeout = static_cast<UA_UInt32>(options.connectTime.count());
+    const ClientPointer asker(UA_Client_newWithConfig(&asking));
+    EndpointList endpoints;
+    const UA_StatusCode status = endpoints.Ask(*asker, options.url);
+    if (status != UA_STATUSCODE_GOOD)
+        throw NoConnectionException("cannot connect to " + options.url + ": " +
+                                    (lastLog.empty() ? "" : lastLog + ", ") + NameOf(status));
+    if (cancellation != nullptr && cancellation->IsCancelled())
+        throw CancelledException();
+
+    const UA_EndpointDescription* best = nullptr;
+    const UA_EndpointDescription* plain = nullptr;
+    for (const auto& endpoint : endpoints.Get()) {
+        if (IsPlain(endpoint))
+            plain = &endpoint;
+        else if (RankEndpoint(endpoint) > (best == nullptr ? 0 : RankEndpoint(*best)))
+            best = &endpoint;
+    }
+    const UA_EndpointDescription* chosen = options.security == Security::Plain ? plain : best;
+    if (chosen == nullptr && options.security == Security::Automatic) {
+        if (options.login)
+            throw RefusedException(Refusal::Security,
+                                   options.url + " offers no encryption, so the password would be "
+                                                 "readable on the way; ask for a plain connection "
+                                                 "if that is all right");
+        chosen = plain;
+    }
+    if (chosen == nullptr)
+        throw RefusedException(Refusal::Security,
+                               options.url + (options.security == Security::Plain
+                                                  ? " offers encrypted connections only"
+                                                  : " offers no encryption that is good enough"));
+    const auto certificate = BytesOf(chosen->serverCertificate);
+    serverCertificate.assign(certificate.begin(), certificate.end());
+    if (!serverCertificate.empty())
+        fingerprint = MakeFingerprint(serverCertificate);
+    if (!IsPlain(*chosen)) {
+        const KnownServers known(options.stateFolder);
+        const std::string previous = known.Find(server);
+        ServerCertificate shown;
+        shown.acquaintance = previous.empty()          ? Acquaintance::FirstSeen
+                             : previous == fingerprint ? Acquaintance::Known
+                                                       : Acquaintance::Changed;
+        shown.server = server;
+        shown.fingerprint = fingerprint;
+        shown.previousFingerprint = previous;
+        shown.knownServers = known.GetFile();
+        shown.der = serverCertificate;
+        const bool isKnown = shown.acquaintance == Acquaintance::Known;
+        if (options.trustServer ? !options.trustServer(shown) : !isKnown)
+            throw RefusedException(Refusal::ServerCertificate,
+                                   "the certificate of " + server + " with the fingerprint " +
+                                       fingerprint +
+                                       (previous.empty() ? " is not known"
+                                        : isKnown        ? " was not accepted"
+                                                  : " is not the one that was accepted before"));
+        if (!isKnown)
+            known.Remember(server, fingerprint);
+    }
+    SetSecurity(*chosen);
+    SetIdentity(*chosen);
+    lastLog.clear();
+    const UA_StatusCode begun = UA_Client_connectAsync(client.get(), options.url.c_str());
+    if (begun != UA_STATUSCODE_GOOD)
+        ThrowNotConnected(options.url, begun, lastLog, !IsPlain(*chosen));
+    AwaitSession(deadline, cancellation);
+}
+
+void Engine::SetSecurity(const UA_EndpointDescription& endpoint)
+{
+    UA_ClientConfig configuration{};
+    configuration.logging = &logger;
+    configuration.eventLoop = loop.GetHandle();
+    configuration.externalEventLoop = true;
+    if (IsPlain(endpoint)) {
+        RequireGood(UA_ClientConfig_setDefault(&configuration), "configuring the client");
+        securityMode = "None";
+    } else {
+        Identity identity = LoadIdentity(options.stateFolder);
+        const UA_ByteString certificate{identity.certificate.size(), identity.certificate.data()};
+        const UA_ByteString key{identity.key.size(), identity.key.data()};
+        RequireGood(UA_ClientConfig_setDefaultEncryption(&configuration, certificate, key, nullptr,
+                                                         0, nullptr, 0),
+                    "configuring the client's encryption");
+        UA_String_clear(&configuration.clientDescription.applicationUri);
+        configuration.clientDescription.applicationUri =
+            UA_STRING_ALLOC(identity.applicationUri.c_str());
+        explicit_bzero(identity.key.data(), identity.key.size());
+        securityMode = "SignAndEncrypt";
+    }
+    Pin(configuration.certificateVerification, serverCertificate, &logger);
+    const std::string uri(BytesOf(endpoint.securityPolicyUri));
+    securityPolicy = uri.substr(uri.find('#') + 1);
+    applicationName = BytesOf(endpoint.server.applicationName.text);
+    applicationUri = BytesOf(endpoint.server.applicationUri);
+    configuration.securityMode = endpoint.securityMode;
+    UA_String_copy(&endpoint.securityPolicyUri, &configuration.securityPolicyUri);
+    configuration.timeout = static_cast<UA_UInt32>(options.connectTime.count());
+    configuration.noReconnect = true; // this does it
+    configuration.requestedSessionTimeout = sessionTimeout;
+    const std::string name = "talvensor-client " + std::to_string(getpid());
+    configuration.sessionName = UA_STRING_ALLOC(name.c_str());
+    configuration.clientContext = this;
+    client.reset(UA_Client_newWithConfig(&configuration));
+    if (!client)
+        throw ClientException("there is no memory for a client");
+}
+
+/// The endpoint itself, so that it is not asked for again, and who logs in.
+void Engine::SetIdentity(const UA_EndpointDescription& endpoint)
+{
+    UA_ClientConfig& configuration = *UA_Client_getConfig(client.get());
+    UA_EndpointDescription_copy(&endpoint, &configuration.endpoint);
+    // Servers name themselves as they are seen from where they run.
+    UA_String_clear(&configuration.endpoint.endpointUrl);
+    configuration.endpoint.endpointUrl = UA_STRING_ALLOC(options.url.c_str());
+    const auto type = options.login ? UA_USERTOKENTYPE_USERNAME : UA_USERTOKENTYPE_ANONYMOUS;
+    const UA_UserTokenPolicy* found = nullptr;
+    for (std::size_t i = 0; i < endpoint.userIdentityTokensSize && found == nullptr; ++i)
+        if (endpoint.userIdentityTokens[i].tokenType == type)
+            found = &endpoint.userIdentityTokens[i];
+    if (found == nullptr)
+        throw RefusedException(Refusal::Login,
+                               options.url + (options.login
+                                                  ? " takes no user names and passwords"
+                                                  : " asks for a user name and a password"));
+    UA_UserTokenPolicy_copy(found, &configuration.userTokenPolicy);
+    if (options.login)
+        RequireGood(UA_ClientConfig_setAuthenticationUsername(&configuration,
+                                                              options.login->user.c_str(),
+                                                              options.login->password.c_str()),
+                    "setting the user's name");
+}
+
+bool Engine::IsActivated(UA_StatusCode& status) const
+{
+    UA_SecureChannelState channel{};
+    UA_SessionState session{};
+    UA_Client_getState(client.get(), &channel, &session, &status);
+    return session == UA_SESSIONSTATE_ACTIVATED && channel == UA_SECURECHANNELSTATE_OPEN;
+}
+
+void Engine::AwaitSession(Waiter::Deadline deadline, const Cancellation* cancellation)
+{
+    const bool isEncrypted = securityMode != "None";
+    for (UA_StatusCode status = UA_STATUSCODE_GOOD; !IsActivated(status);) {
+        if (status != UA_STATUSCODE_GOOD)
+            ThrowNotConnected(options.url, status, lastLog, isEncrypted);
+        if ((cancellation != nullptr && cancellation->IsCancelled()) || isStopping)
+            throw CancelledException();
+        if (steady_clock::now() >= deadline)
+            ThrowNotConnected(options.url, UA_STATUSCODE_BADTIMEOUT, lastLog, isEncrypted);
+        status = UA_Client_run_iterate(client.get(), cancellationWait);
+        if (status != UA_STATUSCODE_GOOD && !IsActivated(status) && status != UA_STATUSCODE_GOOD)
+            ThrowNotConnected(options.url, status, lastLog, isEncrypted);
+    }
+}
+
+void Engine::ReadNamespaces()
+{
+    const auto value = ReadValue(*client, UA_NS0ID_SERVER_NAMESPACEARRAY);
+    if (!UA_Variant_hasArrayType(&*value, &UA_TYPES[UA_TYPES_STRING]))
+        throw NoConnectionException(options.url + " does not tell its namespaces");
+    namespaces = {};
+    for (std::size_t i = 0; i < value->arrayLength; ++i)
+        namespaces.uris.emplace_back(BytesOf(static_cast<const UA_String*>(value->data)[i]));
+    const auto find = [this](const char* uri) {
+        const auto found = std::find(namespaces.uris.begin(), namespaces.uris.end(), uri);
+        if (found == namespaces.uris.end())
+            throw NoConnectionException(options.url + " serves no files: it does not know " + uri);
+        return static_cast<UA_UInt16>(found - namespaces.uris.begin());
+    };
+    namespaces.files = find(filesUri);
+    namespaces.host = find(hostUri);
+}
+
+/// So that the entries of listings are decoded where they arrive.
+void Engine::DescribeTypes()
+{
+    const auto member = [](const char* name, std::size_t type, std::size_t padding) {
+        UA_DataTypeMember described{};
+        described.memberName = name;
+        described.memberType = &UA_TYPES[type];
+        described.padding = padding & 0x3FU;
+        return described;
+    };
+    listItemMembers = {member("path", UA_TYPES_STRING, 0), member("dateTime", UA_TYPES_DATETIME, 0),
+                       member("isDirectory", UA_TYPES_BOOLEAN, 0)};
+    static_assert(offsetof(ListItem, dateTime) == sizeof(UA_String));
+    static_assert(offsetof(ListItem, isDirectory) == sizeof(UA_String) + sizeof(UA_DateTime));
+    listItem = {};
+    listItem.typeName = "ListItem";
+    listItem.typeId = UA_NODEID_NUMERIC(namespaces.files, listItemNumber);
+    listItem.binaryEncodingId = UA_NODEID_NUMERIC(namespaces.files, listItemEncoding);
+    listItem.memSize = sizeof(ListItem);
+    listItem.typeKind = UA_DATATYPEKIND_STRUCTURE;
+    listItem.membersSize = listItemMembers.size() & 0xFFU;
+    listItem.members = listItemMembers.data();
+    UA_Client_getConfig(client.get())->customDataTypes = &types;
+}
+
+std::string Engine::GetSessionToken() const
+{
+    OpcUa::Ua<UA_NodeId> token;
+    UA_ByteString nonce = UA_BYTESTRING_NULL;
+    if (UA_Client_getSessionAuthenticationToken(client.get(), &*token, &nonce) !=
+        UA_STATUSCODE_GOOD)
+        return {};
+    UA_ByteString_clear(&nonce);
+    UA_String text = UA_STRING_NULL;
+    UA_NodeId_print(&*token, &text);
+    std::string result(BytesOf(text));
+    UA_String_clear(&text);
+    return result;
+}
+
+// The thread
+
+void Engine::RunThread()
+{
+    while (!isStopping && !isDead) {
+        RunFunctions();
+        TakePosted();
+        SendPosted();
+        UA_Client_run_iterate(client.get(), longestWait);
+        UA_StatusCode status = UA_STATUSCODE_GOOD;
+        if (!IsActivated(status) && !isStopping)
+            HandleLoss();
+    }
+    Die("the connection was closed");
+    // Its farewell lets the server close what is open at once.
+    UA_Client_disconnect(client.get());
+    client.reset();
+}
+
+void Engine::Post(TicketPointer ticket)
+{
+    {
+        const std::lock_guard lock(mutex);
+        if (!isDead) {
+            posted.push_back(std::move(ticket));
+            ticket = nullptr;
+        }
+    }
+    if (ticket)
+        RemoteNode::Lose(*ticket);
+    else
+        loop.Wake();
+}
+
+void Engine::Run(const std::function<void()>& function)
+{
+    std::promise<void> promise;
+    auto done = promise.get_future();
+    {
+        const std::lock_guard lock(mutex);
+        if (isDead)
+            throw ConnectionLostException(lossReason);
+        functions.emplace_back(&function, &promise);
+    }
+    loop.Wake();
+    done.get();
+}
+
+void Engine::RunFunctions()
+{
+    std::vector<Function> taken;
+    {
+        const std::lock_guard lock(mutex);
+        taken.swap(functions);
+    }
+    for (auto& [function, promise] : taken) {
+        try {
+            (*function)();
+            promise->set_value();
+        } catch (...) {
+            promise->set_exception(std::current_exception());
+        }
+    }
+}
+
+void Engine::TakePosted()
+{
+    const std::lock_guard lock(mutex);
+    ready.insert(ready.end(), std::make_move_iterator(posted.begin()),
+                 std::make_move_iterator(posted.end()));
+    posted.clear();
+}
+
+void Engine::SendPosted()
+{
+    while (!ready.empty() && loop.GetQueuedOutput() < outputAhead) {
+        const TicketPointer ticket = std::move(ready.front());
+        ready.pop_front();
+        Send(ticket);
+    }
+}
+
+void Engine::Send(const TicketPointer& ticket)
+{
+    if (!ticket->node->TakeForSending(ticket)) {
+        RemoteNode::Lose(*ticket);
+        return;
+    }
+    std::array<UA_Variant, 4> inputs{};
+    std::size_t count = 0;
+    const auto add = [&](const void* data, std::size_t type) {
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): encoding only reads it
+        UA_Variant_setScalar(&inputs.at(count++), const_cast<void*>(data), &UA_TYPES[type]);
+    };
+    const UA_String path = ViewOf(ticket->path);
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): encoding only reads it
+    const UA_ByteString bytes{ticket->bytes.size(), const_cast<UA_Byte*>(ticket->bytes.data())};
+    std::vector<UA_String> paths;
+    const auto addEnd = [&] {
+        add(&bytes, UA_TYPES_BYTESTRING);
+        add(&ticket->time, UA_TYPES_DATETIME);
+        add(&ticket->permissions, UA_TYPES_BYTE);
+    };
+    switch (ticket->method) {
+    case Method::Open:
+        add(&path, UA_TYPES_STRING);
+        add(&ticket->mode, UA_TYPES_INT32);
+        break;
+    case Method::UploadFile:
+        add(&path, UA_TYPES_STRING);
+        addEnd();
+        break;
+    case Method::OpenWrite:
+        add(&path, UA_TYPES_STRING);
+        add(&bytes, UA_TYPES_BYTESTRING);
+        break;
+    case Method::Write:
+        add(&ticket->handle, UA_TYPES_UINT32);
+        add(&bytes, UA_TYPES_BYTESTRING);
+        break;
+    case Method::WriteClose:
+        add(&ticket->handle, UA_TYPES_UINT32);
+        addEnd();
+        break;
+    case Method::Delete:
+        for (const auto& each : ticket->paths)
+            paths.push_back(ViewOf(each));
+        UA_Variant_setArray(inputs.data(), paths.data(), paths.size(), &UA_TYPES[UA_TYPES_STRING]);
+        count = 1;
+        break;
+    case Method::List:
+        add(&path, UA_TYPES_STRING);
+        add(&ticket->isRecursive, UA_TYPES_BOOLEAN);
+        break;
+    case Method::CreateDirectory:
+    case Method::Exists:
+    case Method::GetDateTime:
+        add(&path, UA_TYPES_STRING);
+        break;
+    case Method::SetDateTime:
+        add(&path, UA_TYPES_STRING);
+        add(&ticket->time, UA_TYPES_DATETIME);
+        break;
+    case Method::Read:
+        add(&ticket->handle, UA_TYPES_UINT32);
+        add(&ticket->length, UA_TYPES_UINT32);
+        break;
+    case Method::SetPosition:
+        add(&ticket->handle, UA_TYPES_UINT32);
+        add(&ticket->position, UA_TYPES_UINT64);
+        break;
+    case Method::Close:
+    case Method::GetPosition:
+        add(&ticket->handle, UA_TYPES_UINT32);
+        break;
+    }
+    UA_CallMethodRequest call{};
+    call.objectId = ticket->node->GetId();
+    call.methodId =
+        UA_NODEID_NUMERIC(namespaces.files, static_cast<UA_UInt32>(ticket->method));
+    call.inputArguments = inputs.data();
+    call.inputArgumentsSize = count;
+    UA_CallRequest request{};
+    request.methodsToCall = &call;
+    request.methodsToCallSize = 1;
+    auto kept = std::make_unique<TicketPointer>(ticket);
+    const UA_StatusCode status = __UA_Client_AsyncService(
+        client.get(), &request, &UA_TYPES[UA_TYPES_CALLREQUEST], &Engine::OnAnswer,
+        &UA_TYPES[UA_TYPES_CALLRESPONSE], kept.get(), nullptr);
+    ticket->bytesOwner.reset(); // encoded
+    if (status == UA_STATUSCODE_GOOD) {
+        static_cast<void>(kept.release()); // belongs to OnAnswer
+        return;
+    }
+    UA_CallResponse failed{};
+    failed.responseHeader.serviceResult = status;
+    TakeAnswer(ticket, failed);
+}
+
+void Engine::OnAnswer(UA_Client* client, void* userdata, UA_UInt32 /*request*/,
+                      void* response) noexcept
+{
+    const std::unique_ptr<TicketPointer> ticket(static_cast<TicketPointer*>(userdata));
+    auto& self = *static_cast<Engine*>(UA_Client_getContext(client));
+    self.TakeAnswer(*ticket, *static_cast<const UA_CallResponse*>(response));
+}
+
+void Engine::TakeAnswer(const TicketPointer& ticket, const UA_CallResponse& response)
+{
+    UA_StatusCode status = response.responseHeader.serviceResult;
+    if (IsLoss(status)) {
+        if (status == UA_STATUSCODE_BADTIMEOUT)
+            Break(std::string(GetName(ticket->method)) + " was not answered in time");
+        RemoteNode::Lose(*ticket);
+        return;
+    }
+    if (status == UA_STATUSCODE_GOOD)
+        status = response.resultsSize == 1 ? response.results[0].statusCode
+                                           : UA_STATUSCODE_BADUNEXPECTEDERROR;
+    // The library only reads what is left of it after this.
+    UA_Variant* const output =
+        status == UA_STATUSCODE_GOOD && response.results[0].outputArgumentsSize > 0
+            ? &response.results[0].outputArguments[0]
+            : nullptr;
+    ticket->node->TakeAnswer(ticket, status, output);
+}
+
+void Engine::Break(const std::string& reason) noexcept
+{
+    breakReason = reason;
+    loop.Break();
+}
+
+// Losing the connection and making it again
+
+void Engine::Report(const std::string& text) const
+{
+    if (options.report)
+        options.report(text);
+}
+
+void Engine::HandleLoss()
+{
+    const std::string reason = breakReason.empty() ? "the connection broke" : breakReason;
+    breakReason.clear();
+    for (auto* const listener : listeners)
+        listener->OnLost();
+    TakePosted();
+    for (const auto& ticket : std::exchange(ready, {}))
+        RemoteNode::Lose(*ticket);
+    Report("lost the connection to " + options.url + ": " + reason);
+    if (Reconnect())
+        Report("connected to " + options.url + " again");
+    else if (!isStopping)
+        Die("the connection to " + options.url + " was lost: " + reason +
+            ", and could not be made again: " + lastLog);
+}
+
+bool Engine::Reconnect()
+{
+    const auto deadline = steady_clock::now() + options.reconnectTime;
+    for (auto pause = firstPause; !isStopping; pause = std::min(pause * 2, longestPause)) {
+        if (steady_clock::now() >= deadline)
+            return false;
+        try {
+            if (TryReconnect(deadline))
+                return true;
+        } catch (const RefusedException& refused) {
+            lastLog = refused.what();
+            if (refused.GetRefusal() != Refusal::Limit)
+                return false; // trying again would not help
+        } catch (const ClientException& failure) {
+            lastLog = failure.what();
+        }
+        const auto resume = std::min(deadline, steady_clock::now() + pause);
+        interruption.WaitUntil([this] { return isStopping.load(); }, resume);
+    }
+    return false;
+}
+
+bool Engine::TryReconnect(Waiter::Deadline deadline)
+{
+    UA_ClientConfig& configuration = *UA_Client_getConfig(client.get());
+    configuration.timeout = static_cast<UA_UInt32>(options.connectTime.count());
+    UA_Client_disconnectSecureChannel(client.get()); // what may be left of it
+    const UA_StatusCode begun = UA_Client_connectAsync(client.get(), options.url.c_str());
+    if (begun != UA_STATUSCODE_GOOD)
+        ThrowNotConnected(options.url, begun, lastLog, securityMode != "None");
+    AwaitSession(std::min(deadline, steady_clock::now() + options.connectTime), nullptr);
+    const std::string token = GetSessionToken();
+    const bool isSameSession = token == sessionToken;
+    sessionToken = token;
+    if (!isSameSession) {
+        ReadNamespaces();
+        DescribeTypes();
+    }
+    configuration.timeout = static_cast<UA_UInt32>(options.answerTime.count());
+    for (auto* const listener : listeners)
+        listener->OnConnected(isSameSession);
+    return true;
+}
+
+void Engine::Die(const std::string& reason)
+{
+    std::vector<Function> waiting;
+    {
+        const std::lock_guard lock(mutex);
+        isDead = true;
+        lossReason = reason;
+        waiting.swap(functions);
+    }
+    TakePosted();
+    for (const auto& ticket : std::exchange(ready, {}))
+        RemoteNode::Lose(*ticket);
+    for (auto* const listener : listeners)
+        listener->OnDead();
+    for (auto& [function, promise] : waiting)
+        promise->set_exception(std::make_exception_ptr(ConnectionLostException(reason)));
+}
+
+std::string Engine::GetLossReason() const
+{
+    const std::lock_guard lock(mutex);
+    return lossReason;
+}
+
+// Events
+
+void Engine::Add(EventListener& listener)
+{
+    listeners.push_back(&listener);
+}
+
+void Engine::Remove(EventListener& listener)
+{
+    std::erase(listeners, &listener);
+}
+
+UA_UInt32 Engine::Subscribe(const UA_NodeId& node, EventListener& listener)
+{
+    UA_CreateSubscriptionRequest wanted = UA_CreateSubscriptionRequest_default();
+    wanted.requestedPublishingInterval = publishingInterval;
+    wanted.requestedLifetimeCount = lifetimeCount;
+    wanted.requestedMaxKeepAliveCount = keepAliveCount;
+    UA_CreateSubscriptionResponse made =
+        UA_Client_Subscriptions_create(client.get(), wanted, nullptr, nullptr, nullptr);
+    const UA_StatusCode status = made.responseHeader.serviceResult;
+    const UA_UInt32 subscription = made.subscriptionId;
+    UA_CreateSubscriptionResponse_clear(&made);
+    RequireGood(status, "subscribing");
+
+    struct Field
+    {
+        UA_UInt16 typeNamespace;
+        UA_UInt32 type;
+        UA_UInt16 nameNamespace;
+        const char* name;
+    };
+    const UA_UInt16 files = namespaces.files;
+    const std::array<Field, eventFields> fields{{
+        {0, UA_NS0ID_BASEEVENTTYPE, 0, "EventType"},
+        {0, UA_NS0ID_BASEEVENTTYPE, 0, "Time"},
+        {files, ackEventType, files, "FileHandle"},
+        {files, ackEventType, files, "Result"},
+        {files, existsEventType, files, "Exist"},
+        {files, listEventType, files, "Content"},
+        {files, listEventType, files, "LimitExceeded"},
+    }};
+    std::array<UA_SimpleAttributeOperand, eventFields> operands{};
+    std::array<UA_QualifiedName, eventFields> names{};
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        names[i] = {fields[i].nameNamespace, ViewOf(fields[i].name)};
+        operands[i].typeDefinitionId = UA_NODEID_NUMERIC(fields[i].typeNamespace, fields[i].type);
+        operands[i].attributeId = UA_ATTRIBUTEID_VALUE;
+        operands[i].browsePath = &names[i];
+        operands[i].browsePathSize = 1;
+    }
+    UA_EventFilter filter{};
+    filter.selectClauses = operands.data();
+    filter.selectClausesSize = operands.size();
+    UA_MonitoredItemCreateRequest item = UA_MonitoredItemCreateRequest_default(node);
+    item.itemToMonitor.attributeId = UA_ATTRIBUTEID_EVENTNOTIFIER;
+    item.requestedParameters.queueSize = eventQueue;
+    item.requestedParameters.samplingInterval = 0;
+    UA_ExtensionObject_setValueNoDelete(&item.requestedParameters.filter, &filter,
+                                        &UA_TYPES[UA_TYPES_EVENTFILTER]);
+    UA_MonitoredItemCreateResult result = UA_Client_MonitoredItems_createEvent(
+        client.get(), subscription, UA_TIMESTAMPSTORETURN_NEITHER, item, &listener,
+        [](UA_Client*, UA_UInt32, void*, UA_UInt32, void* context, std::size_t count,
+           UA_Variant* values) {
+            auto& hearing = *static_cast<EventListener*>(context);
+            try {
+                hearing.OnEvent(count, values);
+            } catch (const std::exception&) {
+                hearing.OnLost(); // out of memory: what it said will not be known
+            }
+        },
+        nullptr);
+    const UA_StatusCode itemStatus = result.statusCode;
+    UA_MonitoredItemCreateResult_clear(&result);
+    if (itemStatus != UA_STATUSCODE_GOOD)
+        Unsubscribe(subscription);
+    RequireGood(itemStatus, "listening to the events of the file system");
+    return subscription;
+}
+
+void Engine::Unsubscribe(UA_UInt32 subscription) noexcept
+{
+    UA_Client_Subscriptions_deleteSingle(client.get(), subscription);
+}
+
+ServerInfo Engine::AskInfo()
+{
+    ServerInfo info;
+    info.url = options.url;
+    info.applicationName = applicationName;
+    info.applicationUri = applicationUri;
+    info.securityPolicy = securityPolicy;
+    info.securityMode = securityMode;
+    info.fingerprint = fingerprint;
+    info.user = options.login ? options.login->user : "";
+    info.sessionId = "talvensor-client " + std::to_string(getpid());
+    info.sessionTimeout = milliseconds(sessionTimeout);
+    info.namespaces = namespaces.uris;
+    for (const auto& uri : namespaces.uris)
+        if (uri.starts_with("urn:Talvensor:") && uri != hostUri)
+            info.modules.push_back(uri);
+    const auto build = ReadValue(*client, UA_NS0ID_SERVER_SERVERSTATUS_BUILDINFO);
+    if (UA_Variant_hasScalarType(&*build, &UA_TYPES[UA_TYPES_BUILDINFO])) {
+        const auto& told = *static_cast<const UA_BuildInfo*>(build->data);
+        info.productName = BytesOf(told.productName);
+        info.softwareVersion = BytesOf(told.softwareVersion);
+    }
+    info.maximumByteString =
+        ReadNumber(*client, UA_NS0ID_SERVER_SERVERCAPABILITIES_MAXBYTESTRINGLENGTH);
+    info.maximumArray = ReadNumber(*client, UA_NS0ID_SERVER_SERVERCAPABILITIES_MAXARRAYLENGTH);
+    info.maximumCalls = ReadNumber(
+        *client, UA_NS0ID_SERVER_SERVERCAPABILITIES_OPERATIONLIMITS_MAXNODESPERMETHODCALL);
+    UA_BrowseDescription description{};
+    description.nodeId = UA_NODEID_NUMERIC(namespaces.host, fileSystemsFolder);
+    description.resultMask = UA_BROWSERESULTMASK_ALL;
+    description.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
+    description.includeSubtypes = true;
+    description.nodeClassMask = UA_NODECLASS_OBJECT;
+    UA_BrowseRequest request{};
+    request.nodesToBrowse = &description;
+    request.nodesToBrowseSize = 1;
+    UA_BrowseResponse response = UA_Client_Service_browse(client.get(), request);
+    for (std::size_t i = 0; response.resultsSize == 1 && i < response.results[0].referencesSize;
+         ++i) {
+        const auto& reference = response.results[0].references[i];
+        if (reference.nodeId.nodeId.identifierType == UA_NODEIDTYPE_STRING)
+            info.sharedNodes.emplace_back(BytesOf(reference.browseName.name));
+    }
+    UA_BrowseResponse_clear(&response);
+    return info;
+}
+
+// The connection as others see it
+
+Connection::Connection(ConnectionOptions options, const Cancellation* cancellation)
+    : engine(std::make_unique<Engine>(std::move(options), cancellation))
+{}
+
+Connection::~Connection() = default;
+
+ServerInfo Connection::GetInfo() const
+{
+    ServerInfo info;
+    engine->Run([&] { info = engine->AskInfo(); });
+    return info;
+}
+
+} // namespace Client

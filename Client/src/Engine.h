@@ -1,0 +1,163 @@
+#pragma once
+
+#include "Client/Connection.h"
+#include "EventLoop.h"
+#include "Ticket.h"
+#include "TrustStore.h"
+
+#include <open62541/client.h>
+#include <open62541/plugin/log.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Client {
+
+class Engine;
+
+/// What hears the events of one node. Its operations run on the engine's thread.
+class EventListener
+{
+public:
+    EventListener() = default;
+    EventListener(const EventListener&) = delete;
+    EventListener& operator=(const EventListener&) = delete;
+    virtual ~EventListener() = default;
+
+    /// The connection is back. Throws what the server refuses.
+    virtual void OnConnected(bool isSameSession) = 0;
+    /// What was asked for and not answered will not be.
+    virtual void OnLost() = 0;
+    /// The connection will not come back.
+    virtual void OnDead() = 0;
+    virtual void OnEvent(std::size_t count, UA_Variant* fields) = 0;
+};
+
+/// Numbers of the server's namespaces that this library needs.
+struct Namespaces
+{
+    std::vector<std::string> uris;
+    UA_UInt16 host = 0;
+    UA_UInt16 files = 0;
+};
+
+/// The one thread that drives the OPC UA client: connects, sends the calls that others post, and
+/// tells what comes of them. Makes a lost connection again.
+class Engine
+{
+public:
+    /// Connects on the calling thread. Throws as Connection's constructor does.
+    Engine(ConnectionOptions options, const Cancellation* cancellation);
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+    ~Engine();
+
+    /// Any thread. The ticket's flags are set in any case.
+    void Post(TicketPointer ticket);
+
+    /// Runs on the engine's thread while it is connected, and waits for it. Throws what it throws,
+    /// and ConnectionLostException. Not for the engine's thread.
+    void Run(const std::function<void()>& function);
+
+    [[nodiscard]] const ConnectionOptions& GetOptions() const noexcept { return options; }
+
+    // For the engine's thread.
+
+    void Add(EventListener& listener);
+    void Remove(EventListener& listener);
+    [[nodiscard]] UA_Client* GetClient() const noexcept { return client.get(); }
+    [[nodiscard]] const Namespaces& GetNamespaces() const noexcept { return namespaces; }
+    /// Subscribes to the events of a node. Returns the subscription's number. Throws
+    /// CallRefusedException.
+    UA_UInt32 Subscribe(const UA_NodeId& node, EventListener& listener);
+    /// Not to be asked for while the connection is lost.
+    void Unsubscribe(UA_UInt32 subscription) noexcept;
+    /// Closes the connection, to make it again: for when events are missing.
+    void Break(const std::string& reason) noexcept;
+    [[nodiscard]] ServerInfo AskInfo();
+
+    /// Why there is no connection any more. Any thread.
+    [[nodiscard]] std::string GetLossReason() const;
+    [[nodiscard]] bool IsDead() const noexcept { return isDead; }
+
+private:
+    struct ClientDeleter
+    {
+        void operator()(UA_Client* client) const noexcept { UA_Client_delete(client); }
+    };
+    using ClientPointer = std::unique_ptr<UA_Client, ClientDeleter>;
+    using Function = std::pair<const std::function<void()>*, std::promise<void>*>;
+
+    void Connect(const Cancellation* cancellation);
+    void SetSecurity(const UA_EndpointDescription& endpoint);
+    void SetIdentity(const UA_EndpointDescription& endpoint);
+    void AwaitSession(Waiter::Deadline deadline, const Cancellation* cancellation);
+    [[nodiscard]] bool IsActivated(UA_StatusCode& status) const;
+    void ReadNamespaces();
+    void DescribeTypes();
+    [[nodiscard]] std::string GetSessionToken() const;
+
+    void RunThread();
+    void TakePosted();
+    void RunFunctions();
+    void SendPosted();
+    void Send(const TicketPointer& ticket);
+    static void OnAnswer(UA_Client* client, void* userdata, UA_UInt32 request,
+                         void* response) noexcept;
+    void TakeAnswer(const TicketPointer& ticket, const UA_CallResponse& response);
+    void HandleLoss();
+    bool Reconnect();
+    bool TryReconnect(Waiter::Deadline deadline);
+    void Die(const std::string& reason);
+    void Report(const std::string& text) const;
+
+    const ConnectionOptions options;
+    std::string lastLog; // what the library said last of why it failed
+    UA_Logger logger{};
+    EventLoop loop; // after the logger
+    std::vector<unsigned char> serverCertificate;
+    std::string securityPolicy;
+    std::string securityMode;
+    std::string applicationName;
+    std::string applicationUri;
+    std::string fingerprint;
+    Namespaces namespaces;
+    std::array<UA_DataTypeMember, 3> listItemMembers{};
+    UA_DataType listItem{};
+    UA_DataTypeArray types{nullptr, 1, &listItem, false};
+    ClientPointer client; // after what it refers to
+
+    // Of the engine's thread.
+    std::vector<EventListener*> listeners;
+    std::deque<TicketPointer> ready;
+    std::string sessionToken;
+    std::string breakReason;
+
+    mutable std::mutex mutex; // guards what follows
+    std::vector<TicketPointer> posted;
+    std::vector<Function> functions;
+    std::string lossReason;
+
+    Waiter interruption; // ends waiting between two attempts to connect
+    std::atomic<bool> isStopping{false};
+    std::atomic<bool> isDead{false};
+    std::thread thread; // last
+};
+
+/// Runs a request of the library, names what failed. Throws CallRefusedException.
+void RequireGood(UA_StatusCode status, const std::string& what);
+
+/// Statuses that say that the connection or the session is gone, rather than that a request is
+/// refused.
+[[nodiscard]] bool IsLoss(UA_StatusCode status) noexcept;
+
+} // namespace Client

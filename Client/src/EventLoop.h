@@ -1,0 +1,40 @@
+#pragma once
+
+#include <open62541/plugin/eventloop.h>
+
+#include <cstddef>
+#include <memory>
+
+namespace Client {
+
+/// The event loop of one OPC UA client: timers, and TCP connections that it opens. Sending never
+/// blocks and gathers small messages; waiting ends at once when there is something to do.
+///
+/// Threads: one, which runs it through the handle; `Wake` is for any thread.
+/// Lifetime: outlives the client that it is given to (UA_ClientConfig::externalEventLoop).
+class EventLoop
+{
+public:
+    /// `logger` must outlive it. Throws ClientException when there is no descriptor left.
+    explicit EventLoop(const UA_Logger& logger);
+    EventLoop(const EventLoop&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
+    ~EventLoop();
+
+    [[nodiscard]] UA_EventLoop* GetHandle() noexcept;
+
+    /// Lets `run` return soon, or not wait the next time.
+    void Wake() noexcept;
+
+    /// Bytes that wait to be sent.
+    [[nodiscard]] std::size_t GetQueuedOutput() const noexcept;
+
+    /// Closes what is open, as if the peer had.
+    void Break() noexcept;
+
+private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation;
+};
+
+} // namespace Client

@@ -1,0 +1,336 @@
+#include "Client/FileSystem.h"
+
+#include "Client/Watch.h"
+#include "FileSystemImplementation.h"
+#include "Sizes.h"
+
+#include <algorithm>
+#include <deque>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+constexpr std::size_t directoriesAtOnce = 16;
+constexpr std::size_t pathsAtOnce = 500;
+
+void CheckPath(const std::string& path)
+{
+    if (path.empty() || path.find('\0') != std::string::npos)
+        throw InvalidArgumentException("a path is empty or holds a zero byte");
+}
+
+std::string Quote(const std::string& path)
+{
+    return "'" + path + "'";
+}
+
+/// A directory whose listing is on its way.
+struct PendingListing
+{
+    std::string path; // relative to where the walk starts; empty there
+    TicketPointer list;
+    TicketPointer barrier;
+};
+
+/// Lists directory by directory, several at a time.
+class Walk
+{
+public:
+    Walk(Caller& caller, const std::string& root)
+        : caller(caller)
+        , root(root)
+    {}
+
+    Listing Run()
+    {
+        waiting.emplace_back();
+        while (!waiting.empty() || !pending.empty()) {
+            while (!waiting.empty() && pending.size() < directoriesAtOnce) {
+                Ask(std::move(waiting.front()));
+                waiting.pop_front();
+            }
+            const PendingListing first = std::move(pending.front());
+            pending.pop_front();
+            caller.AwaitEvent(first.barrier);
+            Take(first);
+        }
+        return std::move(listing);
+    }
+
+private:
+    void Ask(std::string path)
+    {
+        const std::string full = path.empty() ? root : Join(root, path);
+        auto list = caller.List(full, false);
+        pending.push_back({std::move(path), std::move(list), caller.Exists(AsDirectory(full))});
+    }
+
+    void Take(const PendingListing& done)
+    {
+        CheckAnswer(*done.list);
+        if (done.list->hasNoEvent) {
+            Fail(done.path, "it cannot be read");
+            return;
+        }
+        if (done.list->isLimitExceeded)
+            Fail(done.path, "it has more entries than the server tells of (61440)");
+        for (auto& entry : done.list->entries) {
+            entry.path = Join(done.path, entry.path);
+            if (entry.isDirectory && IsSafeRelativePath(entry.path) &&
+                seen.insert(entry.path).second)
+                waiting.push_back(entry.path);
+            listing.entries.push_back(std::move(entry));
+        }
+    }
+
+    void Fail(const std::string& path, const std::string& cause)
+    {
+        listing.failures.push_back(
+            MakeUnknownFailure(path.empty() ? root : Join(root, path), Step::List, cause));
+    }
+
+    Caller& caller;
+    const std::string& root;
+    std::deque<std::string> waiting;
+    std::deque<PendingListing> pending;
+    std::unordered_set<std::string> seen;
+    Listing listing;
+};
+
+Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecursive)
+{
+    const auto list = caller.List(directory, isRecursive);
+    const auto barrier = caller.Exists(AsDirectory(directory));
+    caller.AwaitEvent(barrier);
+    CheckAnswer(*list);
+    if (!barrier->exists)
+        throw OperationFailedException("cannot list " + Quote(directory) +
+                                       ": there is no such directory");
+    const bool isWhole = !list->hasNoEvent && !list->isLimitExceeded;
+    if (isRecursive && !isWhole) {
+        Listing walked = Walk(caller, directory).Run();
+        if (walked.entries.empty() && !walked.failures.empty())
+            throw OperationFailedException("cannot list " + Quote(directory) +
+                                           ": it cannot be read");
+        return walked;
+    }
+    if (list->hasNoEvent)
+        throw OperationFailedException("cannot list " + Quote(directory) + ": it cannot be read");
+    Listing listing{std::move(list->entries), {}};
+    if (list->isLimitExceeded)
+        listing.failures.push_back(
+            MakeUnknownFailure(directory, Step::List,
+                               "it has more entries than the server tells of (61440)"));
+    return listing;
+}
+
+/// Which of the paths are there.
+std::vector<bool> AskExistence(Caller& caller, std::span<const std::string> paths)
+{
+    std::vector<TicketPointer> tickets;
+    tickets.reserve(paths.size());
+    for (const auto& path : paths)
+        tickets.push_back(caller.Exists(path));
+    std::vector<bool> existing;
+    for (const auto& ticket : tickets) {
+        caller.AwaitEvent(ticket);
+        existing.push_back(ticket->exists);
+    }
+    return existing;
+}
+
+} // namespace
+
+bool IsSafeRelativePath(const std::string& path)
+{
+    if (path.empty() || path.find('\0') != std::string::npos)
+        return false;
+    std::string_view rest = path;
+    for (;;) {
+        const auto end = rest.find('/');
+        const auto name = rest.substr(0, end);
+        if (name.empty() || name == "." || name == "..")
+            return false;
+        if (end == std::string_view::npos)
+            return true;
+        rest.remove_prefix(end + 1);
+    }
+}
+
+Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result)
+{
+    Failure failure;
+    failure.path = std::move(path);
+    failure.step = step;
+    failure.kind = FailureKind::RemoteResult;
+    failure.cause = DescribeResult(result);
+    failure.remoteResult = result;
+    return failure;
+}
+
+Failure MakeUnknownFailure(std::string path, Step step, std::string cause)
+{
+    Failure failure;
+    failure.path = std::move(path);
+    failure.step = step;
+    failure.kind = FailureKind::RemoteUnknown;
+    failure.cause = std::move(cause);
+    return failure;
+}
+
+FileSystem::FileSystem(Connection& connection)
+    : implementation(std::make_unique<Implementation>(connection))
+{}
+
+FileSystem::~FileSystem() = default;
+
+Kind FileSystem::GetKind(const std::string& path, const Cancellation* cancellation)
+{
+    CheckPath(path);
+    auto caller = implementation->MakeCaller(cancellation);
+    return caller.Repeat([&] {
+        const auto there = caller.Exists(path);
+        const auto directory = caller.Exists(AsDirectory(path));
+        caller.AwaitEvent(there);
+        caller.AwaitEvent(directory);
+        if (directory->exists)
+            return Kind::Directory;
+        return there->exists ? Kind::File : Kind::Missing;
+    });
+}
+
+bool FileSystem::Exists(const std::string& path, const Cancellation* cancellation)
+{
+    CheckPath(path);
+    auto caller = implementation->MakeCaller(cancellation);
+    return caller.Repeat([&] {
+        const auto ticket = caller.Exists(path);
+        caller.AwaitEvent(ticket);
+        return ticket->exists;
+    });
+}
+
+Listing FileSystem::List(const std::string& directory, bool isRecursive,
+                         const Cancellation* cancellation)
+{
+    CheckPath(directory);
+    auto caller = implementation->MakeCaller(cancellation);
+    return caller.Repeat([&] { return ListDirectory(caller, directory, isRecursive); });
+}
+
+void FileSystem::CreateDirectory(const std::string& path, const Cancellation* cancellation)
+{
+    CheckPath(path);
+    auto caller = implementation->MakeCaller(cancellation);
+    const bool isThere = caller.Repeat([&] {
+        const auto ticket = caller.CreateDirectory(path);
+        const auto check = caller.Exists(AsDirectory(path));
+        caller.AwaitEvent(check);
+        CheckAnswer(*ticket);
+        return check->exists;
+    });
+    if (!isThere)
+        throw OperationFailedException("cannot create the directory " + Quote(path) +
+                                       ": there is none afterwards");
+}
+
+std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, bool mayBeMissing,
+                                        const Cancellation* cancellation)
+{
+    std::for_each(paths.begin(), paths.end(), CheckPath);
+    auto caller = implementation->MakeCaller(cancellation);
+    std::vector<Failure> failures;
+    for (std::size_t start = 0; start < paths.size(); start += pathsAtOnce) {
+        const auto part =
+            std::span(paths).subspan(start, std::min(pathsAtOnce, paths.size() - start));
+        const auto before = caller.Repeat([&] { return AskExistence(caller, part); });
+        const auto after = caller.Repeat([&] {
+            caller.AwaitEvent(caller.Delete({part.begin(), part.end()}));
+            return AskExistence(caller, part);
+        });
+        for (std::size_t i = 0; i < part.size(); ++i) {
+            if (after[i])
+                failures.push_back(MakeUnknownFailure(part[i], Step::Delete, "it is still there"));
+            else if (!before[i] && !mayBeMissing)
+                failures.push_back(MakeUnknownFailure(part[i], Step::Delete,
+                                                      "there is nothing of this name"));
+        }
+    }
+    return failures;
+}
+
+std::optional<FileTime> FileSystem::GetTime(const std::string& path,
+                                            const Cancellation* cancellation)
+{
+    CheckPath(path);
+    auto caller = implementation->MakeCaller(cancellation);
+    return caller.Repeat([&] {
+        const auto ticket = caller.GetDateTime(path);
+        caller.AwaitAnswer(ticket);
+        return ticket->hasOutput ? ToFileTime(ticket->readTime) : std::nullopt;
+    });
+}
+
+void FileSystem::SetTime(const std::string& path, FileTime time, const Cancellation* cancellation)
+{
+    CheckPath(path);
+    auto caller = implementation->MakeCaller(cancellation);
+    const bool isSet = caller.Repeat([&] {
+        const auto set = caller.SetDateTime(path, ToUaTime(time));
+        const auto check = caller.GetDateTime(path);
+        caller.AwaitAnswer(set);
+        caller.AwaitAnswer(check);
+        return check->hasOutput && ToFileTime(check->readTime) == time;
+    });
+    if (!isSet)
+        throw OperationFailedException("cannot set the time of " + Quote(path) +
+                                       ": it does not read back as set");
+}
+
+void FileSystem::SetPermissions(const std::string& path, Permissions permissions,
+                                const Cancellation* cancellation)
+{
+    if (GetKind(path, cancellation) != Kind::File)
+        throw OperationFailedException("cannot set permissions of " + Quote(path) +
+                                       ": it is no file");
+    auto caller = implementation->MakeCaller(cancellation);
+    const auto flags = MakePermissions(permissions);
+    const std::uint32_t result = caller.Repeat([&] {
+        const auto open = caller.Open(path, openForAppending);
+        caller.AwaitAnswer(open);
+        caller.WriteClose(open->opened->GetNumber(), 0, flags);
+        const auto barrier = caller.Barrier();
+        caller.AwaitEvent(barrier);
+        return open->opened->GetFailure();
+    });
+    if (result != 0)
+        throw OperationFailedException("cannot set permissions of " + Quote(path) + ": " +
+                                       DescribeResult(result));
+}
+
+std::uint64_t FileSystem::GetSize(const std::string& path, const Cancellation* cancellation)
+{
+    if (GetKind(path, cancellation) == Kind::Directory)
+        throw OperationFailedException("cannot find the size of " + Quote(path) +
+                                       ": it is a directory");
+    auto caller = implementation->MakeCaller(cancellation);
+    const auto size = FindSizes(caller, std::span(&path, 1)).front();
+    if (!size)
+        throw OperationFailedException("cannot find the size of " + Quote(path) +
+                                       ": it cannot be opened");
+    return *size;
+}
+
+std::vector<std::optional<std::uint64_t>>
+FileSystem::GetSizes(const std::vector<std::string>& paths, const Cancellation* cancellation)
+{
+    std::for_each(paths.begin(), paths.end(), CheckPath);
+    auto caller = implementation->MakeCaller(cancellation);
+    return FindSizes(caller, paths);
+}
+
+} // namespace Client

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Caller.h"
+#include "Client/FileSystem.h"
+
+#include <memory>
+
+namespace Client {
+
+class FileSystem::Implementation
+{
+public:
+    explicit Implementation(Connection& connection)
+        : node(std::make_shared<RemoteNode>(connection.GetEngine()))
+    {
+        node->Open();
+    }
+    Implementation(const Implementation&) = delete;
+    Implementation& operator=(const Implementation&) = delete;
+    ~Implementation() { node->Close(); }
+
+    [[nodiscard]] Caller MakeCaller(const Cancellation* cancellation) const
+    {
+        return {node, cancellation};
+    }
+    [[nodiscard]] const std::shared_ptr<RemoteNode>& GetNode() const noexcept { return node; }
+
+private:
+    const std::shared_ptr<RemoteNode> node;
+};
+
+/// A path of the directory that holds itself: there only when it is a directory.
+[[nodiscard]] inline std::string AsDirectory(const std::string& path)
+{
+    return path.ends_with('/') ? path + "." : path + "/.";
+}
+
+[[nodiscard]] inline std::string Join(const std::string& directory, const std::string& name)
+{
+    if (directory.empty())
+        return name;
+    return directory.ends_with('/') ? directory + name : directory + "/" + name;
+}
+
+/// In words what the result of an acknowledgement says.
+[[nodiscard]] Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result);
+[[nodiscard]] Failure MakeUnknownFailure(std::string path, Step step, std::string cause);
+
+} // namespace Client

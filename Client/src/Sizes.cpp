@@ -1,0 +1,145 @@
+#include "Sizes.h"
+
+#include <algorithm>
+
+namespace Client {
+
+namespace {
+
+constexpr std::uint32_t firstRead = 4096;
+constexpr std::size_t filesAtOnce = 32;
+constexpr std::uint64_t probesAtOnce = 32;
+constexpr unsigned int firstExponent = 13; // twice the first read
+constexpr unsigned int lastExponent = 62;
+
+/// Whether there is a byte at each of some positions.
+class Probes
+{
+public:
+    Probes(Caller& caller, std::uint32_t handle)
+        : caller(caller)
+        , handle(handle)
+    {}
+
+    void Add(std::uint64_t position)
+    {
+        caller.SetPosition(handle, position);
+        const auto check = caller.GetPosition(handle);
+        probes.push_back({position, check, caller.Read(handle, 1)});
+    }
+
+    /// The bounds of the size: at least the first, less than the second unless that is 0.
+    void Narrow(std::uint64_t& atLeast, std::uint64_t& atMost)
+    {
+        for (const auto& probe : probes) {
+            caller.AwaitAnswer(probe.check);
+            caller.AwaitAnswer(probe.read);
+            // A position that the system refuses is no byte of a file either.
+            const bool isAt = probe.check->hasOutput && probe.check->readPosition == probe.position;
+            if (isAt && !probe.read->read.Get().empty())
+                atLeast = std::max(atLeast, probe.position + 1);
+            else
+                atMost = std::min(atMost, probe.position);
+        }
+        probes.clear();
+    }
+
+private:
+    struct Probe
+    {
+        std::uint64_t position;
+        TicketPointer check;
+        TicketPointer read;
+    };
+
+    Caller& caller;
+    const std::uint32_t handle;
+    std::vector<Probe> probes;
+};
+
+std::uint64_t FindLargeSize(Caller& caller, std::uint32_t handle)
+{
+    std::uint64_t atLeast = firstRead;
+    std::uint64_t atMost = std::uint64_t{1} << (lastExponent + 1);
+    Probes probes(caller, handle);
+    for (unsigned int exponent = firstExponent; exponent <= lastExponent; ++exponent)
+        probes.Add(std::uint64_t{1} << exponent);
+    probes.Narrow(atLeast, atMost);
+    while (atLeast < atMost) {
+        const std::uint64_t range = atMost - atLeast;
+        const std::uint64_t count = std::min(range, probesAtOnce);
+        const std::uint64_t step = range / count;
+        for (std::uint64_t i = 0; i < count; ++i)
+            probes.Add(atLeast + i * step);
+        probes.Narrow(atLeast, atMost);
+    }
+    return atLeast;
+}
+
+struct OpenFile
+{
+    TicketPointer open;
+    TicketPointer read;
+};
+
+std::vector<std::optional<std::uint64_t>> FindSome(Caller& caller,
+                                                   std::span<const std::string> paths)
+{
+    std::vector<OpenFile> files;
+    for (const auto& path : paths)
+        files.push_back({caller.Open(path, openForReading), nullptr});
+    caller.AwaitEvent(caller.Barrier());
+    for (auto& file : files) {
+        caller.AwaitAnswer(file.open);
+        file.read = caller.Read(file.open->opened->GetNumber(), firstRead);
+    }
+    std::vector<std::optional<std::uint64_t>> sizes;
+    for (auto& file : files) {
+        caller.AwaitAnswer(file.read);
+        const auto handle = file.open->opened->GetNumber();
+        const auto length = file.read->read.Get().size();
+        if (!file.read->hasOutput)
+            sizes.emplace_back();
+        else if (length < firstRead)
+            sizes.emplace_back(length);
+        else
+            sizes.emplace_back(FindLargeSize(caller, handle));
+        if (file.read->hasOutput)
+            caller.Close(handle);
+    }
+    caller.AwaitEvent(caller.Barrier()); // so that no more than these are open at a time
+    return sizes;
+}
+
+} // namespace
+
+std::vector<std::optional<std::uint64_t>> FindSizes(Caller& caller,
+                                                    std::span<const std::string> paths)
+{
+    std::vector<std::optional<std::uint64_t>> sizes;
+    for (std::size_t start = 0; start < paths.size(); start += filesAtOnce) {
+        const auto part = paths.subspan(start, std::min(filesAtOnce, paths.size() - start));
+        const auto found = caller.Repeat([&] { return FindSome(caller, part); });
+        sizes.insert(sizes.end(), found.begin(), found.end());
+    }
+    return sizes;
+}
+
+std::uint64_t FindSize(Caller& caller, std::uint32_t handle)
+{
+    caller.SetPosition(handle, 0);
+    const auto read = caller.Read(handle, firstRead);
+    caller.AwaitAnswer(read);
+    const auto length = read->read.Get().size();
+    return length < firstRead ? length : FindLargeSize(caller, handle);
+}
+
+UA_Byte MakePermissions(Permissions permissions) noexcept
+{
+    constexpr UA_Byte readOnly = 0x02;
+    constexpr UA_Byte executable = 0x04;
+    return static_cast<UA_Byte>((permissions.readOnly ? readOnly : 0) |
+                                (permissions.executable ? executable : 0));
+}
+
+} // namespace Client

@@ -1,0 +1,83 @@
+#include "Ticket.h"
+
+namespace Client {
+
+const char* GetName(Method method) noexcept
+{
+    switch (method) {
+    case Method::Open:
+        return "Open";
+    case Method::Close:
+        return "Close";
+    case Method::UploadFile:
+        return "UploadFile";
+    case Method::OpenWrite:
+        return "OpenWrite";
+    case Method::Write:
+        return "Write";
+    case Method::WriteClose:
+        return "WriteClose";
+    case Method::CreateDirectory:
+        return "CreateDirectory";
+    case Method::Delete:
+        return "Delete";
+    case Method::List:
+        return "List";
+    case Method::Exists:
+        return "Exists";
+    case Method::Read:
+        return "Read";
+    case Method::GetDateTime:
+        return "GetDateTime";
+    case Method::SetDateTime:
+        return "SetDateTime";
+    case Method::GetPosition:
+        return "GetPosition";
+    case Method::SetPosition:
+        return "SetPosition";
+    }
+    return "";
+}
+
+RemoteHandle::~RemoteHandle()
+{
+    table->Remove(number);
+}
+
+std::shared_ptr<RemoteHandle> HandleTable::Add(std::uint32_t number, std::shared_ptr<Waiter> waiter)
+{
+    auto handle = std::make_shared<RemoteHandle>(shared_from_this(), number, std::move(waiter));
+    const std::lock_guard lock(mutex);
+    handles.insert_or_assign(number, handle);
+    if (const auto found = early.extract(number))
+        handle->Acknowledge(found.mapped());
+    return handle;
+}
+
+void HandleTable::Remove(std::uint32_t number) noexcept
+{
+    const std::lock_guard lock(mutex);
+    // Unless the number has been given out again.
+    const auto found = handles.find(number);
+    if (found != handles.end() && found->second.expired())
+        handles.erase(found);
+}
+
+void HandleTable::Acknowledge(std::uint32_t number, std::uint32_t result)
+{
+    std::shared_ptr<RemoteHandle> handle; // released after the lock
+    const std::lock_guard lock(mutex);
+    const auto found = handles.find(number);
+    if (found == handles.end())
+        early.insert_or_assign(number, result);
+    else if ((handle = found->second.lock()))
+        handle->Acknowledge(result);
+}
+
+void HandleTable::ForgetEarly()
+{
+    const std::lock_guard lock(mutex);
+    early.clear();
+}
+
+} // namespace Client

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "Client/Cancellation.h"
+#include "Client/Exceptions.h"
+#include "Descriptor.h"
+
+#include <atomic>
+#include <chrono>
+
+namespace Client {
+
+/// Lets one thread wait until others have changed something. What they change has to be atomic.
+class Waiter
+{
+public:
+    using Deadline = std::chrono::steady_clock::time_point;
+
+    /// Throws ClientException when there is no descriptor left.
+    Waiter();
+
+    /// After a change. Any thread.
+    void Notify() noexcept;
+
+    /// Throws CancelledException.
+    template <typename Condition>
+    void Wait(const Condition& condition, const Cancellation* cancellation)
+    {
+        while (!condition()) {
+            if (cancellation != nullptr && cancellation->IsCancelled())
+                throw CancelledException();
+            SleepUnless(condition, cancellation, Deadline::max());
+        }
+    }
+
+    /// False when the condition has not come true by the deadline.
+    template <typename Condition>
+    bool WaitUntil(const Condition& condition, Deadline deadline)
+    {
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() >= deadline)
+                return false;
+            SleepUnless(condition, nullptr, deadline);
+        }
+        return true;
+    }
+
+private:
+    template <typename Condition>
+    void SleepUnless(const Condition& condition, const Cancellation* cancellation,
+                     Deadline deadline)
+    {
+        isSleeping = true;
+        // Whoever changed it before the line above does not wake us.
+        if (!condition())
+            Sleep(cancellation, deadline);
+        isSleeping = false;
+    }
+    void Sleep(const Cancellation* cancellation, Deadline deadline) noexcept;
+
+    Descriptor descriptor;
+    std::atomic<bool> isSleeping{false};
+};
+
+} // namespace Client

@@ -1,0 +1,150 @@
+#include "HostProcess.h"
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace ClientTest {
+
+namespace {
+
+constexpr int startLimit = 60'000; // ms
+
+/// Both ends of a pipe; the second is for the child.
+struct Pipe
+{
+    Pipe()
+    {
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            throw std::system_error(errno, std::generic_category(), "pipe2");
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    ~Pipe()
+    {
+        close(ends[0]);
+        CloseChildEnd();
+    }
+    void CloseChildEnd()
+    {
+        if (ends[1] >= 0)
+            close(std::exchange(ends[1], -1));
+    }
+
+    int ends[2] = {-1, -1};
+};
+
+/// Reads until the text is there with a whole line behind it. Throws when it does not come.
+std::string ReadUntil(int descriptor, const std::string& text)
+{
+    std::string output;
+    for (;;) {
+        const auto found = output.find(text);
+        if (found != std::string::npos && output.find('\n', found) != std::string::npos)
+            return output;
+        pollfd query{descriptor, POLLIN, 0};
+        char block[512];
+        if (poll(&query, 1, startLimit) <= 0)
+            throw std::runtime_error("the host does not start: " + output);
+        const auto count = read(descriptor, block, sizeof block);
+        if (count <= 0)
+            throw std::runtime_error("the host ended: " + output);
+        output.append(block, static_cast<std::size_t>(count));
+    }
+}
+
+} // namespace
+
+TemporaryFolder::TemporaryFolder()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "talvensor-client.XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw std::system_error(errno, std::generic_category(), name);
+    path = name;
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    std::error_code error;
+    std::filesystem::remove_all(path, error);
+}
+
+HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::string> more,
+                         std::uint16_t port)
+    : root(std::move(givenRoot))
+    , more(std::move(more))
+    , port(port)
+{
+    Start();
+}
+
+HostProcess::~HostProcess()
+{
+    Stop(SIGTERM);
+}
+
+void HostProcess::Start()
+{
+    std::vector<std::string> arguments{
+        TALVENSOR_HOST,  "--listen",      "opc.tcp://127.0.0.1:" + std::to_string(port),
+        "--root",        root.string(),   "--module",
+        TALVENSOR_MODULE, "--model",      TALVENSOR_MODEL,
+        "--pki",         (state.GetPath() / "pki").string(),
+        "--log-level",   "off"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    std::vector<char*> pointers;
+    for (auto& argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    Pipe output;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, output.ends[1], STDOUT_FILENO);
+    const int error =
+        posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0)
+        throw std::system_error(error, std::generic_category(), arguments[0]);
+    output.CloseChildEnd();
+    const std::string scheme = "opc.tcp://127.0.0.1:";
+    const std::string text = ReadUntil(output.ends[0], scheme);
+    const char* const digits = text.data() + text.find(scheme) + scheme.size();
+    std::from_chars(digits, text.data() + text.size(), port);
+}
+
+void HostProcess::Stop(int signal)
+{
+    if (process < 0)
+        return;
+    kill(process, signal);
+    while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    process = -1;
+}
+
+void HostProcess::Kill()
+{
+    Stop(SIGKILL);
+}
+
+void HostProcess::Restart()
+{
+    Stop(SIGKILL);
+    Start();
+}
+
+std::string HostProcess::GetUrl() const
+{
+    return "opc.tcp://127.0.0.1:" + std::to_string(port);
+}
+
+} // namespace ClientTest

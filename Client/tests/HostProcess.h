@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace ClientTest {
+
+/// A folder that is removed with all that is in it.
+class TemporaryFolder
+{
+public:
+    TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder();
+
+    [[nodiscard]] const std::filesystem::path& GetPath() const noexcept { return path; }
+
+private:
+    std::filesystem::path path;
+};
+
+/// A real talvensor-host on loopback that serves a folder.
+class HostProcess
+{
+public:
+    /// Starts it and waits until it listens. Port 0: the system chooses.
+    explicit HostProcess(std::filesystem::path root, std::vector<std::string> more = {},
+                         std::uint16_t port = 0);
+    HostProcess(const HostProcess&) = delete;
+    HostProcess& operator=(const HostProcess&) = delete;
+    ~HostProcess();
+
+    [[nodiscard]] std::string GetUrl() const;
+    [[nodiscard]] std::uint16_t GetPort() const noexcept { return port; }
+    [[nodiscard]] const std::filesystem::path& GetRoot() const noexcept { return root; }
+    [[nodiscard]] pid_t GetProcess() const noexcept { return process; }
+
+    /// Ends it at once, as a crash would.
+    void Kill();
+    /// Starts it again on the same port, with the same key.
+    void Restart();
+
+private:
+    void Start();
+    void Stop(int signal);
+
+    TemporaryFolder state;
+    std::filesystem::path root;
+    std::vector<std::string> more;
+    std::uint16_t port;
+    pid_t process = -1;
+};
+
+} // namespace ClientTest
