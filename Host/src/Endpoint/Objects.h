@@ -29,7 +29,8 @@ public:
     Objects(UA_Server& server, const Namespaces& namespaces) noexcept;
 
     /// Adds an object of the runtime below another one that clients see (or below the server's
-    /// Objects folder). Throws UaException.
+    /// Objects folder). One that belongs to a session is found by those alone who know its
+    /// identifier. Throws UaException.
     void Add(const Core::Embedding::NewObject& object, const ClientSession* owner);
 
     /// Takes the objects of a session out of the clients' sight.
@@ -42,6 +43,8 @@ public:
     [[nodiscard]] bool IsVisible(const UA_NodeId& node, const ClientSession* session) const;
 
 private:
+    void Unlink(const UA_NodeId& node);
+
     UA_Server& server;
     const Namespaces& namespaces;
     std::unordered_map<Core::NodeId, ProjectedObject, Core::HashNodeId> objects;
