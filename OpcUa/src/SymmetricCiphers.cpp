@@ -14,8 +14,10 @@
 #include <array>
 #include <climits>
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 
 namespace OpcUa {
@@ -75,7 +77,8 @@ Pointer Require(Pointer pointer, const char* algorithm, std::string_view use)
     return pointer;
 }
 
-/// A policy's own context: what it was before, and what OpenSSL needs for its channels.
+/// A policy's own context: what it was before, and what OpenSSL needs for its channels. On the
+/// heap, from UseOpenSsl to `clear`: the library moves policies about.
 struct Policy
 {
     Policy(const UA_SecurityPolicy& policy, const Kind& kind)
