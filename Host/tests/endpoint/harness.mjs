@@ -25,6 +25,8 @@ import { fileURLToPath } from "node:url";
 globalThis.crypto ??= webcrypto;
 
 export const opcua = (await import("node-opcua-client")).default;
+/** Requests and structures that the client has no operation for. */
+export const opcuaTypes = (await import("node-opcua-types")).default;
 const { OPCUACertificateManager } = (await import("node-opcua-certificate-manager")).default;
 const { AttributeIds, DataType, MessageSecurityMode, SecurityPolicy, StatusCodes, Variant, VariantArrayType } = opcua;
 
