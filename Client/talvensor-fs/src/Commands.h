@@ -1,0 +1,118 @@
+#pragma once
+
+#include "Client/FileSystem.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Cli {
+
+/// A path that stands for standard input or output where a command says so.
+constexpr const char* standardStream = "-";
+
+struct ListCommand
+{
+    std::string path;
+    bool isRecursive = false;
+    bool isLong = false;
+    bool hasSizes = false;
+    bool endsWithZero = false;
+};
+
+/// What `put` and `get` have in common: sources, and where they go.
+struct TransferCommand
+{
+    std::vector<std::string> sources;
+    std::string target;
+    bool isRecursive = false;
+    bool resumes = false;
+    bool verifies = false;
+    std::size_t jobs = 2;
+};
+
+struct PutCommand : TransferCommand
+{};
+
+struct GetCommand : TransferCommand
+{};
+
+struct CatCommand
+{
+    std::vector<std::string> paths;
+};
+
+struct RemoveCommand
+{
+    std::vector<std::string> paths;
+    bool isRecursive = false;
+    bool mayBeMissing = false;
+};
+
+struct MakeDirectoryCommand
+{
+    std::vector<std::string> paths;
+};
+
+struct ExistsCommand
+{
+    std::vector<std::string> paths;
+};
+
+struct TouchCommand
+{
+    std::vector<std::string> paths;
+    std::optional<Client::FileTime> time; ///< none: now
+};
+
+struct PermissionsCommand
+{
+    std::vector<std::string> paths;
+    Client::Permissions permissions;
+};
+
+struct WatchCommand
+{
+    std::string node;      ///< empty: the first shared one
+    std::size_t count = 0; ///< events to wait for; 0: until interrupted
+};
+
+struct InfoCommand
+{};
+
+struct ShellCommand
+{};
+
+// Of the shell alone.
+
+struct ChangeFolderCommand
+{
+    std::string path; ///< empty: back to where it began
+};
+
+struct ChangeLocalFolderCommand
+{
+    std::string path; ///< empty: home
+};
+
+struct ShowFolderCommand
+{
+    bool isLocal = false;
+};
+
+struct HelpCommand
+{
+    std::string text;
+};
+
+struct ExitCommand
+{};
+
+using Command = std::variant<ListCommand, PutCommand, GetCommand, CatCommand, RemoveCommand,
+                             MakeDirectoryCommand, ExistsCommand, TouchCommand, PermissionsCommand,
+                             WatchCommand, InfoCommand, ShellCommand, ChangeFolderCommand,
+                             ChangeLocalFolderCommand, ShowFolderCommand, HelpCommand, ExitCommand>;
+
+} // namespace Cli

@@ -1,0 +1,203 @@
+#include "ConnectionSettings.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+#include <toml++/toml.h>
+
+namespace Cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::optional<std::string> GetVariable(const char* name)
+{
+    const char* const value = std::getenv(name);
+    if (value == nullptr || *value == '\0')
+        return std::nullopt;
+    return value;
+}
+
+/// A folder that the desktop's conventions name by a variable, or by a place in the home.
+fs::path GetUserFolder(const char* variable, const char* belowHome)
+{
+    if (const auto folder = GetVariable(variable); folder && fs::path(*folder).is_absolute())
+        return *folder;
+    if (const auto home = GetVariable("HOME"))
+        return fs::path(*home) / belowHome;
+    throw Client::InvalidArgumentException(std::string("neither $") + variable +
+                                           " nor $HOME says where this program keeps its files");
+}
+
+[[noreturn]] void Refuse(const fs::path& file, const toml::source_region& place,
+                         const std::string& why)
+{
+    throw Client::InvalidArgumentException(file.string() + ":" + std::to_string(place.begin.line) +
+                                           ": " + why);
+}
+
+toml::table ParseFile(const fs::path& file)
+{
+    try {
+        return toml::parse_file(file.string());
+    } catch (const toml::parse_error& error) {
+        const auto line = error.source().begin.line;
+        const auto place = line > 0 ? file.string() + ":" + std::to_string(line) : file.string();
+        throw Client::InvalidArgumentException(place + ": " + std::string(error.description()));
+    }
+}
+
+std::string GetText(const fs::path& file, const toml::key& key, const toml::node& node)
+{
+    if (const auto* const text = node.as_string())
+        return text->get();
+    Refuse(file, key.source(), std::string(key.str()) + " takes a text in quotes");
+}
+
+void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& key,
+           const toml::node& node)
+{
+    const auto text = GetText(file, key, node);
+    if (key.str() == "endpoint")
+        settings.endpoint = text;
+    else if (key.str() == "user")
+        settings.user = text;
+    else if (key.str() == "password-file")
+        settings.passwordFile = fs::absolute(file).parent_path() / text;
+    else if (key.str() == "security")
+        settings.security = ParseSecurity(text);
+    else
+        Refuse(file, key.source(),
+               "there is no setting " + std::string(key.str()) +
+                   "; a profile has endpoint, user, password-file and security");
+}
+
+template <typename Value>
+void TakeUnless(std::optional<Value>& first, const std::optional<Value>& second)
+{
+    if (!first)
+        first = second;
+}
+
+class OpenFile
+{
+public:
+    explicit OpenFile(const fs::path& file)
+        : descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
+        , path(file)
+    {
+        if (descriptor < 0)
+            Fail(std::generic_category().message(errno));
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    ~OpenFile() { close(descriptor); }
+
+    /// Asked of what is open, so that it cannot be replaced in between.
+    void CheckThatItIsPrivate() const
+    {
+        struct stat status = {};
+        if (fstat(descriptor, &status) != 0)
+            Fail(std::generic_category().message(errno));
+        if (!S_ISREG(status.st_mode))
+            Fail("it is no regular file");
+        if (status.st_uid != geteuid() && status.st_uid != 0)
+            Fail("it belongs to somebody else");
+        if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+            Fail("others may read or change it; 'chmod 600' makes it private");
+    }
+
+    [[nodiscard]] std::string ReadLine() const
+    {
+        constexpr std::size_t longest = 4096;
+        std::array<char, longest> block{};
+        const auto count = read(descriptor, block.data(), block.size());
+        if (count < 0)
+            Fail(std::generic_category().message(errno));
+        const std::string_view text(block.data(), static_cast<std::size_t>(count));
+        return std::string(text.substr(0, text.find('\n')));
+    }
+
+    [[noreturn]] void Fail(const std::string& why) const
+    {
+        throw Client::InvalidArgumentException("the password file " + path.string() +
+                                               " cannot be used: " + why);
+    }
+
+private:
+    const int descriptor;
+    const fs::path path;
+};
+
+} // namespace
+
+ConnectionSettings Combine(ConnectionSettings first, const ConnectionSettings& second)
+{
+    TakeUnless(first.endpoint, second.endpoint);
+    TakeUnless(first.user, second.user);
+    TakeUnless(first.passwordFile, second.passwordFile);
+    TakeUnless(first.security, second.security);
+    return first;
+}
+
+ConnectionSettings ReadEnvironment()
+{
+    ConnectionSettings settings;
+    settings.endpoint = GetVariable("TALVENSOR_ENDPOINT");
+    settings.user = GetVariable("TALVENSOR_USER");
+    return settings;
+}
+
+fs::path GetProfileFile()
+{
+    return GetUserFolder("XDG_CONFIG_HOME", ".config") / "talvensor" / "client.toml";
+}
+
+ConnectionSettings ReadProfile(const fs::path& file, const std::string& name)
+{
+    const auto profiles = ParseFile(file);
+    const auto* const profile = profiles[name].as_table();
+    if (profile == nullptr)
+        throw Client::InvalidArgumentException(file.string() + " has no profile [" + name + "]");
+    ConnectionSettings settings;
+    for (const auto& [key, node] : *profile)
+        Apply(settings, file, key, node);
+    return settings;
+}
+
+Client::Security ParseSecurity(const std::string& text)
+{
+    if (text == "auto")
+        return Client::Security::Automatic;
+    if (text == "plain")
+        return Client::Security::Plain;
+    if (text == "encrypted")
+        return Client::Security::Encrypted;
+    throw Client::InvalidArgumentException("'" + text +
+                                           "' is no security: auto, plain or encrypted");
+}
+
+std::string ReadPasswordFile(const fs::path& path)
+{
+    const OpenFile file(path);
+    file.CheckThatItIsPrivate();
+    auto password = file.ReadLine();
+    if (password.empty())
+        file.Fail("its first line is empty");
+    return password;
+}
+
+fs::path GetStateFolder()
+{
+    return GetUserFolder("XDG_STATE_HOME", ".local/state") / "talvensor" / "client";
+}
+
+} // namespace Cli

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Client/Connection.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace Cli {
+
+/// Where to connect and as whom, as far as one place says so: the command line, a profile, the
+/// environment.
+struct ConnectionSettings
+{
+    std::optional<std::string> endpoint;
+    std::optional<std::string> user;
+    std::optional<std::filesystem::path> passwordFile;
+    std::optional<Client::Security> security;
+};
+
+/// Those of the first place that says something, one by one.
+[[nodiscard]] ConnectionSettings Combine(ConnectionSettings first,
+                                         const ConnectionSettings& second);
+
+/// $TALVENSOR_ENDPOINT and $TALVENSOR_USER.
+[[nodiscard]] ConnectionSettings ReadEnvironment();
+
+/// $XDG_CONFIG_HOME/talvensor/client.toml. Throws InvalidArgumentException when there is neither
+/// that variable nor a home.
+[[nodiscard]] std::filesystem::path GetProfileFile();
+
+/// One profile of a file. Throws InvalidArgumentException with file and line when the file cannot
+/// be read or has no such profile, or when there is something in the profile that means nothing.
+[[nodiscard]] ConnectionSettings ReadProfile(const std::filesystem::path& file,
+                                             const std::string& name);
+
+/// "auto", "plain" or "encrypted". Throws InvalidArgumentException.
+[[nodiscard]] Client::Security ParseSecurity(const std::string& text);
+
+/// The first line of a file that its owner alone may read. Throws InvalidArgumentException.
+[[nodiscard]] std::string ReadPasswordFile(const std::filesystem::path& file);
+
+/// $XDG_STATE_HOME/talvensor/client: key, certificate and known servers, and the shell's history.
+/// Throws InvalidArgumentException.
+[[nodiscard]] std::filesystem::path GetStateFolder();
+
+} // namespace Cli

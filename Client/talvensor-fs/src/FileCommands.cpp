@@ -1,0 +1,141 @@
+#include "ServerCommands.h"
+
+#include "Text.h"
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+namespace Cli {
+
+namespace {
+
+/// What fails for one path is reported, and the others go on.
+ExitStatus ForEach(const std::vector<std::string>& paths, const Workplace& workplace,
+                   const std::function<void(const std::string&)>& operation)
+{
+    auto status = ExitStatus::Done;
+    for (const auto& path : paths) {
+        try {
+            operation(workplace.remote.Resolve(path));
+        } catch (const Client::OperationFailedException& error) {
+            workplace.console.Report(error.what());
+            status = ExitStatus::Failed;
+        } catch (const Client::CallRefusedException& error) {
+            workplace.console.Report(error.what());
+            status = ExitStatus::Failed;
+        }
+    }
+    return status;
+}
+
+/// Without the directories among them, which are reported.
+std::vector<std::string> KeepFiles(const std::vector<std::string>& paths,
+                                   const Workplace& workplace)
+{
+    std::vector<std::string> files;
+    for (const auto& path : paths) {
+        const auto kind = workplace.remote.GetFiles().GetKind(path, &workplace.cancellation);
+        if (kind == Client::Kind::Directory)
+            workplace.console.Report(path +
+                                     ": not deleted: it is a directory; with -r it goes, and all "
+                                     "that is in it");
+        else
+            files.push_back(path);
+    }
+    return files;
+}
+
+/// Those that a typing error makes. Throws InvalidArgumentException.
+void CheckThatItMayGo(const std::string& path)
+{
+    if (GetBaseName(path).empty())
+        throw Client::InvalidArgumentException("rm does not delete '" + path +
+                                               "': neither \"/\" nor what ends in \".\" or \"..\"");
+}
+
+const char* GetName(Client::Kind kind)
+{
+    switch (kind) {
+    case Client::Kind::File:
+        return "file";
+    case Client::Kind::Directory:
+        return "directory";
+    case Client::Kind::Missing:
+        break;
+    }
+    return "missing";
+}
+
+} // namespace
+
+void Report(Console& console, const Client::Failure& failure)
+{
+    const auto* const side = failure.side == Client::Side::Local ? "local" : "remote";
+    console.Report(failure.path + " (" + side + "): cannot finish " +
+                   Client::GetName(failure.step) + ": " + failure.cause);
+}
+
+ExitStatus Run(const RemoveCommand& command, const Workplace& workplace)
+{
+    std::vector<std::string> paths;
+    for (const auto& path : command.paths) {
+        CheckThatItMayGo(path);
+        paths.push_back(workplace.remote.Resolve(path));
+    }
+    const auto wanted = paths.size();
+    if (!command.isRecursive)
+        paths = KeepFiles(paths, workplace);
+    auto status = paths.size() == wanted ? ExitStatus::Done : ExitStatus::Failed;
+    if (paths.empty())
+        return status;
+    for (const auto& failure :
+         workplace.remote.GetFiles().Delete(paths, command.mayBeMissing, &workplace.cancellation)) {
+        Report(workplace.console, failure);
+        status = ExitStatus::Failed;
+    }
+    return status;
+}
+
+ExitStatus Run(const MakeDirectoryCommand& command, const Workplace& workplace)
+{
+    return ForEach(command.paths, workplace, [&workplace](const std::string& path) {
+        workplace.remote.GetFiles().CreateDirectory(path, &workplace.cancellation);
+    });
+}
+
+ExitStatus Run(const ExistsCommand& command, const Workplace& workplace)
+{
+    Output output(workplace.cancellation);
+    bool isAnyMissing = false;
+    const auto status =
+        ForEach(command.paths, workplace, [&workplace, &output, &isAnyMissing](const auto& path) {
+            const auto kind = workplace.remote.GetFiles().GetKind(path, &workplace.cancellation);
+            isAnyMissing = isAnyMissing || kind == Client::Kind::Missing;
+            if (workplace.choice.isQuiet)
+                return;
+            const auto name = output.IsTerminal() ? EscapeName(path) : path;
+            output.Write(std::string(GetName(kind)) + "  " + name + "\n");
+        });
+    output.Flush();
+    return isAnyMissing ? ExitStatus::Failed : status;
+}
+
+ExitStatus Run(const TouchCommand& command, const Workplace& workplace)
+{
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    return ForEach(command.paths, workplace, [&](const std::string& path) {
+        workplace.remote.GetFiles().SetTime(path, command.time.value_or(now),
+                                            &workplace.cancellation);
+    });
+}
+
+ExitStatus Run(const PermissionsCommand& command, const Workplace& workplace)
+{
+    return ForEach(command.paths, workplace, [&](const std::string& path) {
+        workplace.remote.GetFiles().SetPermissions(path, command.permissions,
+                                                   &workplace.cancellation);
+    });
+}
+
+} // namespace Cli

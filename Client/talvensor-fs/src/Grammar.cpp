@@ -1,0 +1,588 @@
+#include "Grammar.h"
+
+#include "Times.h"
+#include "Version.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <utility>
+
+namespace Cli {
+
+namespace {
+
+constexpr const char* description =
+    "Moves files to and from a talvensor-host, and looks after them there.\n";
+
+constexpr const char* footer =
+    "\nWhere to connect says -e, otherwise the profile, otherwise $TALVENSOR_ENDPOINT. Likewise\n"
+    "the user: -u, the profile, $TALVENSOR_USER. The password comes from --password-file, the\n"
+    "profile's password-file, $TALVENSOR_PASSWORD, or is asked for on the terminal.\n"
+    "\n"
+    "Profiles are in $XDG_CONFIG_HOME/talvensor/client.toml (~/.config/...); only the endpoint is\n"
+    "needed, and paths are seen from the file's folder:\n"
+    "\n"
+    "    [plant]\n"
+    "    endpoint = \"opc.tcp://plant.example:4840\"\n"
+    "    user = \"ann\"\n"
+    "    password-file = \"plant.password\"\n"
+    "    security = \"encrypted\"\n"
+    "\n"
+    "A server's certificate is shown when it is first seen and remembered once it is trusted.\n"
+    "Relative remote paths are seen from the server's working directory. Paths are bytes: names\n"
+    "that are not UTF-8 are kept. Errors are one line each on standard error.\n"
+    "\n"
+    "Exit status:\n"
+    "    0    all done\n"
+    "    1    something failed; the rest was done\n"
+    "    2    wrong arguments or settings\n"
+    "    3    no connection, or it was lost for good\n"
+    "    4    refused: the login, or a certificate\n"
+    "    130  interrupted by Ctrl-C; a second one ends at once\n";
+
+constexpr const char* putFooter =
+    "\nREMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard\n"
+    "input. A path that ends in . or .. stands for what is in it.\n"
+    "\n"
+    "There is no rename on the server: put writes in place. What was at the target is overwritten\n"
+    "from the start, and who reads it meanwhile sees a part. After an interruption the target\n"
+    "holds the part that was sent, under its own name and with another time than the source; put\n"
+    "says which files that are, and put --continue carries on at their ends.\n"
+    "\n"
+    "Times are set to whole seconds. Of the permissions the server can be told two: executable\n"
+    "(where the owner may execute) and read-only (where nobody may write).\n";
+
+constexpr const char* getFooter =
+    "\nLOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output.\n"
+    "A path that ends in . or .. stands for what is in it.\n"
+    "\n"
+    "A file is kept under another name beside its target until it is whole, and then takes its\n"
+    "place at once: an interruption leaves the target as it was, and get --continue carries on.\n"
+    "Times are set to whole seconds; permissions cannot be read from the server and are not set.\n";
+
+constexpr const char* listFooter =
+    "\n-l shows the kind (d: directory; -: file or anything else), the time in local time, and "
+    "the\n"
+    "name: permissions and owners cannot be read from the server. Sizes cost a few round trips\n"
+    "for each file. On a terminal, control characters in names are shown as \\xNN; elsewhere\n"
+    "names are printed as they are.\n";
+
+constexpr const char* watchFooter =
+    "\nA shared node is heard by all clients: these are the results of whatever they ask of it.\n"
+    "Without NODE it is the first one that the server has; info names them.\n";
+
+constexpr const char* chmodFooter = "\nMODE is +x (everyone may execute), readonly (everyone may "
+                                    "read, nobody may write), or both:\n"
+                                    "+x,readonly. The server can be told nothing else, and cannot "
+                                    "take it back. The file has to be\n"
+                                    "writable.\n";
+
+constexpr const char* touchFooter =
+    "\nTIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or\n"
+    "@SECONDS since 1970. Nothing is created.\n";
+
+constexpr std::size_t nameColumn = 28;
+constexpr std::size_t textColumn = 66;
+
+/// Breaks a text at blanks so that no line is longer than the width, where that is possible.
+std::string Wrap(const std::string& text, std::size_t width)
+{
+    std::istringstream words(text);
+    std::string wrapped;
+    std::size_t column = 0;
+    for (std::string word; words >> word; column += word.size()) {
+        const bool isFull = column + 1 + word.size() > width;
+        if (column > 0)
+            wrapped += isFull ? '\n' : ' ';
+        column = isFull ? 0 : column + 1;
+        wrapped += word;
+    }
+    return wrapped;
+}
+
+/// The help, with usage lines of our own.
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    HelpFormatter() { column_width(nameColumn); }
+
+    void SetUsage(const CLI::App* app, const std::string& usage) { usages[app] = usage; }
+
+    std::string make_usage(const CLI::App* app, std::string) const override
+    {
+        return "\nUsage: " + usages.at(app) + "\n";
+    }
+
+    std::string make_option_desc(const CLI::Option* option) const override
+    {
+        return Wrap(option->get_description(), textColumn);
+    }
+
+private:
+    std::map<const CLI::App*, std::string> usages;
+};
+
+// The parser takes "[a,b]" for a list. A mark before whatever begins like one, or like the mark,
+// keeps it from that.
+constexpr char mark = '\x01';
+
+std::string Mask(const std::string& argument)
+{
+    return argument.starts_with('[') || argument.starts_with(mark) ? mark + argument : argument;
+}
+
+std::string Unmask(const std::string& argument)
+{
+    return argument.starts_with(mark) ? argument.substr(1) : argument;
+}
+
+std::vector<std::string> GetTexts(const CLI::Option* option)
+{
+    // The raw results: those that are converted have lost lists and empty texts.
+    std::vector<std::string> texts;
+    for (const auto& text : option->results())
+        texts.push_back(Unmask(text));
+    return texts;
+}
+
+std::optional<std::string> GetText(const CLI::Option* option)
+{
+    if (option->count() == 0)
+        return std::nullopt;
+    return Unmask(option->results().back());
+}
+
+CLI::Option* AddFlag(CLI::App& app, const std::string& flag, const std::string& text)
+{
+    return app.add_flag(flag)->description(text);
+}
+
+bool IsSet(const CLI::Option* option)
+{
+    return option->count() > 0;
+}
+
+Client::Permissions ParsePermissions(const std::string& text)
+{
+    Client::Permissions permissions;
+    std::istringstream modes(text);
+    for (std::string mode; std::getline(modes, mode, ',');) {
+        if (mode == "+x")
+            permissions.executable = true;
+        else if (mode == "readonly")
+            permissions.readOnly = true;
+        else
+            throw Client::InvalidArgumentException("'" + text +
+                                                   "' is no mode: +x, readonly, or both");
+    }
+    return permissions;
+}
+
+/// Where the commands are typed.
+enum class Place
+{
+    CommandLine,
+    Shell,
+};
+
+/// The commands of a grammar, and which of them was given.
+class CommandGrammar
+{
+public:
+    CommandGrammar(CLI::App& app, Place place)
+        : app(app)
+        , place(place)
+        , formatter(std::make_shared<HelpFormatter>())
+    {
+        app.formatter(formatter);
+        formatter->SetUsage(&app, place == Place::Shell
+                                      ? "COMMAND ..."
+                                      : "talvensor-fs [CONNECTION OPTIONS] COMMAND ...");
+        app.set_help_flag("-h,--help", "this text");
+        app.require_subcommand(1);
+        quiet = AddFlag(app, "-q,--quiet", "no progress, no totals: nothing but errors");
+        json = AddFlag(app, "--json",
+                       "results of ls, info, watch, put and get as JSON, one "
+                       "object on a line");
+        AddListing();
+        AddTransfers();
+        AddChanges();
+        AddServer();
+        if (place == Place::Shell)
+            AddShellCommands();
+    }
+
+    /// Throws InvalidArgumentException. REQUIRES: it was parsed.
+    [[nodiscard]] Command MakeCommand() const { return makers.at(app.get_subcommands().front())(); }
+
+    [[nodiscard]] OutputChoice GetChoice() const
+    {
+        return {.isQuiet = IsSet(quiet), .isJson = IsSet(json)};
+    }
+
+private:
+    struct Transfer
+    {
+        CLI::App* command;
+        CLI::Option* paths;
+        CLI::Option* recursive;
+        CLI::Option* resumes;
+        CLI::Option* verifies;
+        std::shared_ptr<std::size_t> jobs;
+    };
+
+    CLI::App* Add(const std::string& name, const std::string& arguments, const std::string& text,
+                  const std::string& end = "")
+    {
+        auto* const command = app.add_subcommand(name, text);
+        command->fallthrough();
+        command->footer(end);
+        formatter->SetUsage(command, (place == Place::Shell ? "" : "talvensor-fs ") + name +
+                                         (arguments.empty() ? "" : " " + arguments));
+        return command;
+    }
+
+    /// What stands behind a command without a name of its own; the usage line shows it.
+    static CLI::Option* AddPositionals(CLI::App* command, int least)
+    {
+        return command->add_option("PATHS")
+            ->expected(least, CLI::detail::expected_max_vector_size)
+            ->required(least > 0)
+            ->group("");
+    }
+
+    static CLI::Option* AddPositional(CLI::App* command)
+    {
+        return command->add_option("PATH")->group("");
+    }
+
+    static CLI::Option* AddPaths(CLI::App* command) { return AddPositionals(command, 1); }
+
+    void AddListing()
+    {
+        auto* const command =
+            Add("ls", "[-R] [-l] [-s] [-0] [PATH]", "lists a directory", listFooter);
+        auto* const path = AddPositional(command);
+        auto* const recursive = AddFlag(*command, "-R,--recursive", "what is below it, too");
+        auto* const isLong = AddFlag(*command, "-l,--long", "kind, time and name");
+        auto* const sizes = AddFlag(*command, "-s,--size", "sizes of files, found by reading");
+        auto* const zero =
+            AddFlag(*command, "-0,--print0", "names as they are, each with a zero byte behind it");
+        makers[command] = [=] {
+            return ListCommand{.path = GetText(path).value_or("."),
+                               .isRecursive = IsSet(recursive),
+                               .isLong = IsSet(isLong),
+                               .hasSizes = IsSet(sizes),
+                               .endsWithZero = IsSet(zero)};
+        };
+        AddForPaths<CatCommand>("cat", "REMOTE...", "writes files to standard output");
+        AddForPaths<ExistsCommand>("exists", "PATH...",
+                                   "says what is at paths; fails when there is nothing");
+    }
+
+    /// A command that takes paths and nothing else.
+    template <typename PathsCommand>
+    void AddForPaths(const std::string& name, const std::string& arguments, const std::string& text)
+    {
+        auto* const command = Add(name, arguments, text);
+        auto* const paths = AddPaths(command);
+        makers[command] = [paths] {
+            return PathsCommand{GetTexts(paths)};
+        };
+    }
+
+    Transfer AddTransfer(const std::string& name, const std::string& arguments,
+                         const std::string& text, const std::string& end)
+    {
+        auto* const command = Add(name, "[-r] [-c] [--verify] [-j COUNT] " + arguments, text, end);
+        auto jobs = std::make_shared<std::size_t>(2);
+        command->add_option("-j,--jobs", *jobs, "large files on their way at once, 1 to 64 (2)")
+            ->type_name("COUNT")
+            ->check(CLI::Range(1, 64));
+        return {.command = command,
+                .paths = AddPaths(command),
+                .recursive =
+                    AddFlag(*command, "-r,--recursive", "directories with all that is in them"),
+                .resumes = AddFlag(*command, "-c,--continue",
+                                   "carries on where an earlier transfer broke off; only for "
+                                   "sources that have not changed since"),
+                .verifies =
+                    AddFlag(*command, "--verify", "compares the contents end to end afterwards"),
+                .jobs = jobs};
+    }
+
+    /// In the shell one path is enough: the rest is where one is.
+    template <typename Made>
+    Made MakeTransfer(const Transfer& parts) const
+    {
+        auto paths = GetTexts(parts.paths);
+        if (paths.size() == 1 && place == Place::Shell)
+            paths.emplace_back(".");
+        if (paths.size() < 2)
+            throw Client::InvalidArgumentException(parts.command->get_name() +
+                                                   " needs what to move and where to");
+        Made made;
+        made.target = paths.back();
+        paths.pop_back();
+        made.sources = std::move(paths);
+        made.isRecursive = IsSet(parts.recursive);
+        made.resumes = IsSet(parts.resumes);
+        made.verifies = IsSet(parts.verifies);
+        made.jobs = *parts.jobs;
+        return made;
+    }
+
+    void AddTransfers()
+    {
+        const auto put =
+            AddTransfer("put", "LOCAL... REMOTE", "sends files to the server", putFooter);
+        makers[put.command] = [this, put] {
+            return MakeTransfer<PutCommand>(put);
+        };
+        const auto get =
+            AddTransfer("get", "REMOTE... LOCAL", "fetches files from the server", getFooter);
+        makers[get.command] = [this, get] {
+            return MakeTransfer<GetCommand>(get);
+        };
+    }
+
+    void AddChanges()
+    {
+        auto* const remove = Add("rm", "[-r] [-f] PATH...", "deletes files");
+        auto* const removed = AddPaths(remove);
+        auto* const recursive =
+            AddFlag(*remove, "-r,--recursive", "directories with all that is in them");
+        auto* const force = AddFlag(*remove, "-f,--force", "what is missing is no failure");
+        makers[remove] = [=] {
+            return RemoveCommand{.paths = GetTexts(removed),
+                                 .isRecursive = IsSet(recursive),
+                                 .mayBeMissing = IsSet(force)};
+        };
+        AddForPaths<MakeDirectoryCommand>("mkdir", "PATH...",
+                                          "makes directories, and those above them");
+        auto* const touch =
+            Add("touch", "[-d TIME] PATH...", "sets the time of what is there", touchFooter);
+        auto* const touched = AddPaths(touch);
+        auto* const time =
+            touch->add_option("-d,--date")->description("which time (now)")->type_name("TIME");
+        makers[touch] = [=] {
+            TouchCommand made{.paths = GetTexts(touched), .time = std::nullopt};
+            if (const auto text = GetText(time))
+                made.time = ParseTime(*text);
+            return made;
+        };
+        AddPermissions();
+    }
+
+    void AddPermissions()
+    {
+        auto* const command = Add("chmod", "MODE PATH...", "sets permissions", chmodFooter);
+        auto* const words = AddPositionals(command, 1);
+        makers[command] = [words] {
+            auto texts = GetTexts(words);
+            if (texts.size() < 2)
+                throw Client::InvalidArgumentException("chmod needs a mode and paths");
+            const auto permissions = ParsePermissions(texts.front());
+            texts.erase(texts.begin());
+            return PermissionsCommand{.paths = std::move(texts), .permissions = permissions};
+        };
+    }
+
+    void AddServer()
+    {
+        auto* const watch = Add("watch", "[-n COUNT] [NODE]",
+                                "prints the events of a shared node as they come", watchFooter);
+        auto* const node = AddPositional(watch);
+        auto count = std::make_shared<std::size_t>(0);
+        watch->add_option("-n,--count", *count, "ends after so many events (until Ctrl-C)")
+            ->type_name("COUNT")
+            ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+        makers[watch] = [=] {
+            return WatchCommand{.node = GetText(node).value_or(""), .count = *count};
+        };
+        AddPlain<InfoCommand>("info", "endpoint, limits, session and modules");
+        if (place == Place::CommandLine)
+            AddPlain<ShellCommand>("shell", "takes commands until there are no more");
+    }
+
+    template <typename PlainCommand>
+    void AddPlain(const std::string& name, const std::string& text)
+    {
+        makers[Add(name, "", text)] = [] {
+            return PlainCommand{};
+        };
+    }
+
+    void AddShellCommands()
+    {
+        AddWithFolder<ChangeFolderCommand>("cd", "goes to a remote directory");
+        AddWithFolder<ChangeLocalFolderCommand>("lcd", "goes to a local directory");
+        makers[Add("pwd", "", "where one is on the server")] = [] {
+            return ShowFolderCommand{.isLocal = false};
+        };
+        makers[Add("lpwd", "", "where one is locally")] = [] {
+            return ShowFolderCommand{.isLocal = true};
+        };
+        auto* const help = Add("help", "[COMMAND]", "says what there is, or what a command does");
+        auto* const topic = AddPositional(help);
+        makers[help] = [this, topic] {
+            return HelpCommand{MakeHelp(GetText(topic))};
+        };
+        AddPlain<ExitCommand>("exit", "ends the shell; so does Ctrl-D");
+    }
+
+    std::string MakeHelp(const std::optional<std::string>& topic) const
+    {
+        if (!topic)
+            return app.help("", CLI::AppFormatMode::Normal);
+        try {
+            return app.get_subcommand(*topic)->help();
+        } catch (const CLI::OptionNotFound&) {
+            throw Client::InvalidArgumentException("there is no command " + *topic);
+        }
+    }
+
+    template <typename FolderCommand>
+    void AddWithFolder(const std::string& name, const std::string& text)
+    {
+        auto* const command = Add(name, "[PATH]", text);
+        auto* const path = AddPositional(command);
+        makers[command] = [path] {
+            return FolderCommand{GetText(path).value_or("")};
+        };
+    }
+
+    CLI::App& app;
+    const Place place;
+    const std::shared_ptr<HelpFormatter> formatter;
+    CLI::Option* quiet = nullptr;
+    CLI::Option* json = nullptr;
+    std::map<const CLI::App*, std::function<Command()>> makers;
+};
+
+/// The options that say where to connect.
+class ConnectionGrammar
+{
+public:
+    explicit ConnectionGrammar(CLI::App& app)
+        : endpoint(Add(app, "-e,--endpoint", "URL", "where the server is, opc.tcp://HOST:PORT"))
+        , profile(Add(app, "--profile", "NAME", "settings from the profile of this name"))
+        , user(Add(app, "-u,--user", "NAME", "who logs in (anonymous)"))
+        , passwordFile(Add(app, "--password-file", "FILE",
+                           "holds the password on its first line; nobody else may read it"))
+        , security(Add(app, "--security", "auto|plain|encrypted",
+                       "auto: encrypted where the server offers it (encrypted where there is a "
+                       "user, otherwise auto)"))
+        , fingerprint(Add(app, "--trust-fingerprint", "FP",
+                          "trusts the server with this certificate (SHA-256) and no other"))
+        , acceptsNew(AddFlag(app, "--accept-new",
+                             "trusts a server that was never seen before, unasked; a changed "
+                             "one is still refused")
+                         ->group(groupName))
+    {}
+
+    [[nodiscard]] ConnectionSettings GetSettings() const
+    {
+        ConnectionSettings settings;
+        settings.endpoint = GetText(endpoint);
+        settings.user = GetText(user);
+        settings.passwordFile = GetText(passwordFile);
+        if (const auto text = GetText(security))
+            settings.security = ParseSecurity(*text);
+        return settings;
+    }
+
+    [[nodiscard]] std::optional<std::string> GetProfile() const { return GetText(profile); }
+
+    [[nodiscard]] Trust::Options GetTrust() const
+    {
+        Trust::Options options{.fingerprint = std::nullopt, .acceptsNew = IsSet(acceptsNew)};
+        if (const auto text = GetText(fingerprint))
+            options.fingerprint = ParseFingerprint(*text);
+        return options;
+    }
+
+private:
+    static constexpr const char* groupName = "Connection";
+
+    static CLI::Option* Add(CLI::App& app, const std::string& flag, const std::string& placeholder,
+                            const std::string& text)
+    {
+        return app.add_option(flag)->type_name(placeholder)->description(text)->group(groupName);
+    }
+
+    CLI::Option* const endpoint;
+    CLI::Option* const profile;
+    CLI::Option* const user;
+    CLI::Option* const passwordFile;
+    CLI::Option* const security;
+    CLI::Option* const fingerprint;
+    CLI::Option* const acceptsNew;
+};
+
+/// Nothing, or the help or the version that was asked for.
+std::optional<std::string> Parse(CLI::App& app, const std::vector<std::string>& words)
+{
+    std::vector<std::string> backwards;
+    std::transform(words.rbegin(), words.rend(), std::back_inserter(backwards), Mask);
+    try {
+        app.parse(backwards);
+        return std::nullopt;
+    } catch (const CLI::CallForVersion& version) {
+        return std::string(version.what()) + "\n";
+    } catch (const CLI::CallForHelp&) {
+        return app.help();
+    } catch (const CLI::ParseError& error) {
+        throw Client::InvalidArgumentException(error.what());
+    }
+}
+
+} // namespace
+
+std::variant<ShowText, Invocation> ParseArguments(const std::vector<std::string>& arguments)
+{
+    CLI::App app{description};
+    app.name("talvensor-fs");
+    app.footer(footer);
+    app.set_version_flag("--version", std::string("talvensor-fs ") + GetVersion(), "the version");
+    const CommandGrammar commands(app, Place::CommandLine);
+    const ConnectionGrammar connection(app);
+    if (auto text = Parse(app, arguments))
+        return ShowText{std::move(*text)};
+    return Invocation{.connection = connection.GetSettings(),
+                      .profile = connection.GetProfile(),
+                      .trust = connection.GetTrust(),
+                      .choice = commands.GetChoice(),
+                      .command = commands.MakeCommand()};
+}
+
+ShellLine ParseShellLine(const std::vector<std::string>& words)
+{
+    CLI::App app;
+    const CommandGrammar commands(app, Place::Shell);
+    if (auto text = Parse(app, words))
+        return {.choice = {}, .command = HelpCommand{std::move(*text)}};
+    return {.choice = commands.GetChoice(), .command = commands.MakeCommand()};
+}
+
+const std::vector<std::string>& GetShellCommands()
+{
+    static const auto names = [] {
+        CLI::App app;
+        const CommandGrammar commands(app, Place::Shell);
+        std::vector<std::string> all;
+        for (const auto* const command : app.get_subcommands(nullptr))
+            all.push_back(command->get_name());
+        std::sort(all.begin(), all.end());
+        return all;
+    }();
+    return names;
+}
+
+} // namespace Cli

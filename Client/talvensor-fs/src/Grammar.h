@@ -1,0 +1,48 @@
+#pragma once
+
+#include "CommandRunner.h"
+#include "Commands.h"
+#include "ConnectionSettings.h"
+#include "Trust.h"
+
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Cli {
+
+/// Only print a text: the help or the version.
+struct ShowText
+{
+    std::string text;
+};
+
+/// A command for a server.
+struct Invocation
+{
+    ConnectionSettings connection;
+    std::optional<std::string> profile;
+    Trust::Options trust;
+    OutputChoice choice;
+    Command command;
+};
+
+/// What the arguments behind the program's name ask for; their bytes are kept as they are. Throws
+/// InvalidArgumentException with what is wrong with them.
+[[nodiscard]] std::variant<ShowText, Invocation>
+ParseArguments(const std::vector<std::string>& arguments);
+
+struct ShellLine
+{
+    OutputChoice choice;
+    Command command;
+};
+
+/// The same for a line of the shell, where help is a command.
+[[nodiscard]] ShellLine ParseShellLine(const std::vector<std::string>& words);
+
+/// The names of the commands that the shell knows, for completion.
+[[nodiscard]] const std::vector<std::string>& GetShellCommands();
+
+} // namespace Cli

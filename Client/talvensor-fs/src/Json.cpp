@@ -1,0 +1,198 @@
+#include "Json.h"
+
+#include "Text.h"
+#include "Times.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+
+namespace Cli {
+
+namespace {
+
+/// Keeps the order in which the members are added.
+using Json = nlohmann::ordered_json;
+
+std::string Dump(const Json& json, JsonReader reader)
+{
+    return json.dump(-1, ' ', reader == JsonReader::Terminal, Json::error_handler_t::replace);
+}
+
+std::string ToHex(const std::string& bytes)
+{
+    std::string digits;
+    for (const char byte : bytes)
+        digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+    return digits;
+}
+
+Json MakePath(const std::string& path)
+{
+    Json json;
+    json["path"] = path;
+    if (!IsUtf8(path))
+        json["pathHex"] = ToHex(path);
+    return json;
+}
+
+template <typename Value>
+Json OrNull(const std::optional<Value>& value)
+{
+    return value ? Json(*value) : Json(nullptr);
+}
+
+Json OrNull(const std::optional<Client::FileTime>& time)
+{
+    return time ? Json(FormatUtcTime(*time)) : Json(nullptr);
+}
+
+/// With a number of 0 for what the server does not name.
+Json LimitOrNull(std::uint32_t limit)
+{
+    return limit == 0 ? Json(nullptr) : Json(limit);
+}
+
+Json Make(const Client::ListEntry& entry)
+{
+    auto json = MakePath(entry.path);
+    json["kind"] = entry.isDirectory ? "directory" : "file";
+    json["time"] = OrNull(entry.time);
+    return json;
+}
+
+const char* GetName(Client::FailureKind kind)
+{
+    switch (kind) {
+    case Client::FailureKind::LocalSystem:
+        return "localSystem";
+    case Client::FailureKind::RemoteResult:
+        return "remoteResult";
+    case Client::FailureKind::RemoteUnknown:
+        return "remoteUnknown";
+    case Client::FailureKind::Refused:
+        return "refused";
+    case Client::FailureKind::ConnectionLost:
+        return "connectionLost";
+    case Client::FailureKind::Unsafe:
+        return "unsafe";
+    case Client::FailureKind::Different:
+        return "different";
+    case Client::FailureKind::Skipped:
+        return "skipped";
+    }
+    return "";
+}
+
+Json Make(const Client::Failure& failure)
+{
+    auto json = MakePath(failure.path);
+    json["side"] = failure.side == Client::Side::Local ? "local" : "remote";
+    json["step"] = Client::GetName(failure.step);
+    json["kind"] = GetName(failure.kind);
+    json["cause"] = failure.cause;
+    if (failure.systemError != 0)
+        json["systemError"] = failure.systemError;
+    if (failure.remoteResult != 0)
+        json["remoteResult"] = failure.remoteResult;
+    return json;
+}
+
+std::string FormatMilliseconds(std::chrono::system_clock::time_point time)
+{
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const auto rest = std::chrono::floor<std::chrono::milliseconds>(time - seconds);
+    auto text = FormatUtcTime(seconds);
+    if (text.ends_with('Z'))
+        text.insert(text.size() - 1, fmt::format(".{:03}", rest.count()));
+    return text;
+}
+
+} // namespace
+
+std::string ToJson(const Client::ListEntry& entry, JsonReader reader)
+{
+    return Dump(Make(entry), reader);
+}
+
+std::string ToJson(const Client::ListEntry& entry, std::optional<std::uint64_t> size,
+                   JsonReader reader)
+{
+    auto json = Make(entry);
+    json["size"] = OrNull(size);
+    return Dump(json, reader);
+}
+
+std::string ToJson(const Client::TransferResult& result, JsonReader reader)
+{
+    Json json;
+    json["complete"] = result.IsComplete();
+    json["files"] = result.files;
+    json["directories"] = result.directories;
+    json["skippedFiles"] = result.skippedFiles;
+    json["bytes"] = result.bytes;
+    json["resumedBytes"] = result.resumedBytes;
+    json["seconds"] = std::chrono::duration<double>(result.duration).count();
+    json["cancelled"] = result.isCancelled;
+    json["connectionLost"] = result.isConnectionLost;
+    json["failures"] = Json::array();
+    for (const auto& failure : result.failures)
+        json["failures"].push_back(Make(failure));
+    json["unfinished"] = Json::array();
+    for (const auto& path : result.unfinished)
+        json["unfinished"].push_back(MakePath(path));
+    return Dump(json, reader);
+}
+
+std::string ToJson(const Client::ServerInfo& info, JsonReader reader)
+{
+    Json json;
+    json["endpoint"] = info.url;
+    json["applicationName"] = info.applicationName;
+    json["applicationUri"] = info.applicationUri;
+    json["productName"] = info.productName;
+    json["softwareVersion"] = info.softwareVersion;
+    json["securityPolicy"] = info.securityPolicy;
+    json["securityMode"] = info.securityMode;
+    json["fingerprint"] = info.fingerprint.empty() ? Json(nullptr) : Json(info.fingerprint);
+    json["user"] = info.user.empty() ? Json(nullptr) : Json(info.user);
+    json["sessionId"] = info.sessionId;
+    json["sessionTimeoutMilliseconds"] = info.sessionTimeout.count();
+    json["maximumByteString"] = LimitOrNull(info.maximumByteString);
+    json["maximumArray"] = LimitOrNull(info.maximumArray);
+    json["maximumCalls"] = LimitOrNull(info.maximumCalls);
+    json["namespaces"] = info.namespaces;
+    json["sharedNodes"] = info.sharedNodes;
+    json["modules"] = info.modules;
+    return Dump(json, reader);
+}
+
+std::string ToJson(const Client::Event& event, JsonReader reader)
+{
+    Json json;
+    json["event"] = Client::GetName(event.kind);
+    json["time"] = FormatMilliseconds(event.time);
+    switch (event.kind) {
+    case Client::EventKind::Acknowledgement:
+        json["handle"] = event.handle;
+        json["result"] = event.result;
+        break;
+    case Client::EventKind::ExistsResult:
+        json["exists"] = event.exists;
+        break;
+    case Client::EventKind::ListResult:
+        json["limitExceeded"] = event.isLimitExceeded;
+        json["entries"] = Json::array();
+        for (const auto& entry : event.entries)
+            json["entries"].push_back(Make(entry));
+        break;
+    case Client::EventKind::DeleteResult:
+    case Client::EventKind::CreateDirectoryResult:
+    case Client::EventKind::Overflow:
+        break;
+    }
+    return Dump(json, reader);
+}
+
+} // namespace Cli

@@ -1,0 +1,155 @@
+#include "ServerCommands.h"
+
+#include "Json.h"
+#include "Text.h"
+#include "Times.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+
+namespace Cli {
+
+namespace {
+
+struct Row
+{
+    Client::ListEntry entry;
+    std::optional<std::uint64_t> size;
+};
+
+/// What is in a directory comes right behind it, whatever characters names have.
+bool IsBefore(const Row& left, const Row& right)
+{
+    const auto rank = [](char character) {
+        return character == '/' ? 0 : static_cast<int>(static_cast<unsigned char>(character)) + 1;
+    };
+    return std::lexicographical_compare(
+        left.entry.path.begin(), left.entry.path.end(), right.entry.path.begin(),
+        right.entry.path.end(), [rank](char one, char other) { return rank(one) < rank(other); });
+}
+
+/// One run of `ls`.
+class Lister
+{
+public:
+    Lister(const ListCommand& command, const Workplace& workplace)
+        : command(command)
+        , workplace(workplace)
+        , files(workplace.remote.GetFiles())
+        , path(workplace.remote.Resolve(command.path))
+        , output(workplace.cancellation)
+    {}
+
+    ExitStatus Run()
+    {
+        auto listing = List();
+        for (auto& entry : listing.entries)
+            rows.push_back({.entry = std::move(entry), .size = std::nullopt});
+        std::sort(rows.begin(), rows.end(), IsBefore);
+        if (command.hasSizes)
+            FindSizes();
+        for (const auto& row : rows)
+            Print(row);
+        output.Flush();
+        for (const auto& failure : listing.failures)
+            Report(workplace.console, failure);
+        return listing.failures.empty() && !hasUnknownSizes ? ExitStatus::Done : ExitStatus::Failed;
+    }
+
+private:
+    /// A file is listed as itself.
+    Client::Listing List()
+    {
+        try {
+            return files.List(path, command.isRecursive, &workplace.cancellation);
+        } catch (const Client::OperationFailedException&) {
+            if (files.GetKind(path, &workplace.cancellation) != Client::Kind::File)
+                throw;
+        }
+        isFile = true;
+        return {.entries = {{.path = command.path,
+                             .time = files.GetTime(path, &workplace.cancellation),
+                             .isDirectory = false}},
+                .failures = {}};
+    }
+
+    void FindSizes()
+    {
+        std::vector<Row*> measured;
+        std::vector<std::string> paths;
+        for (auto& row : rows) {
+            if (row.entry.isDirectory)
+                continue;
+            measured.push_back(&row);
+            paths.push_back(isFile ? path : JoinPath(path, row.entry.path));
+        }
+        const auto sizes = files.GetSizes(paths, &workplace.cancellation);
+        for (std::size_t index = 0; index < measured.size(); ++index) {
+            measured[index]->size = sizes.at(index);
+            if (sizes[index])
+                widestSize = std::max(widestSize, std::to_string(*sizes[index]).size());
+            else
+                ReportUnknownSize(paths[index]);
+        }
+    }
+
+    void ReportUnknownSize(const std::string& file)
+    {
+        workplace.console.Report(file + ": its size cannot be found: it cannot be opened");
+        hasUnknownSizes = true;
+    }
+
+    void Print(const Row& row)
+    {
+        output.Write(workplace.choice.isJson ? FormatJson(row) : FormatText(row));
+        output.Write(std::string_view(command.endsWithZero ? "\0" : "\n", 1));
+    }
+
+    [[nodiscard]] std::string FormatJson(const Row& row) const
+    {
+        const auto reader = output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
+        return command.hasSizes ? ToJson(row.entry, row.size, reader) : ToJson(row.entry, reader);
+    }
+
+    [[nodiscard]] std::string FormatText(const Row& row) const
+    {
+        std::string text;
+        if (command.isLong)
+            text += row.entry.isDirectory ? "d  " : "-  ";
+        if (command.hasSizes)
+            text += fmt::format("{:>{}}  ", FormatSize(row), widestSize);
+        if (command.isLong)
+            text += fmt::format("{:19}  ", row.entry.time ? FormatLocalTime(*row.entry.time) : "?");
+        const bool isRaw = command.endsWithZero || !output.IsTerminal();
+        return text + (isRaw ? row.entry.path : EscapeName(row.entry.path));
+    }
+
+    static std::string FormatSize(const Row& row)
+    {
+        if (row.entry.isDirectory)
+            return "-";
+        return row.size ? std::to_string(*row.size) : "?";
+    }
+
+    const ListCommand& command;
+    const Workplace& workplace;
+    Client::FileSystem& files;
+    const std::string path;
+    Output output;
+    std::vector<Row> rows;
+    std::size_t widestSize = 1;
+    bool isFile = false;
+    bool hasUnknownSizes = false;
+};
+
+} // namespace
+
+ExitStatus Run(const ListCommand& command, const Workplace& workplace)
+{
+    return Lister(command, workplace).Run();
+}
+
+} // namespace Cli

@@ -1,0 +1,103 @@
+#include "Output.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <system_error>
+
+namespace Cli {
+
+namespace {
+
+constexpr std::size_t gatheredAtMost = 65'536;
+
+bool IsRegularFile(int descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Waits until one of the events comes. Throws CancelledException.
+void WaitFor(int descriptor, short events, const Client::Cancellation& cancellation)
+{
+    std::array<pollfd, 2> waiting = {
+        pollfd{.fd = descriptor, .events = events, .revents = 0},
+        pollfd{.fd = cancellation.GetDescriptor(), .events = POLLIN, .revents = 0}};
+    do {
+        if (cancellation.IsCancelled())
+            throw Client::CancelledException();
+        poll(waiting.data(), waiting.size(), -1);
+    } while (waiting.front().revents == 0);
+}
+
+[[noreturn]] void Fail(const std::string& what)
+{
+    throw Client::ClientException(what + ": " + std::generic_category().message(errno));
+}
+
+} // namespace
+
+Output::Output(const Client::Cancellation& cancellation)
+    : cancellation(cancellation)
+    , isTerminal(isatty(STDOUT_FILENO) == 1)
+    , isFile(IsRegularFile(STDOUT_FILENO))
+{}
+
+void Output::Write(std::string_view text)
+{
+    gathered += text;
+    if (gathered.size() >= gatheredAtMost)
+        Flush();
+}
+
+void Output::Write(std::span<const unsigned char> bytes)
+{
+    Write(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+void Output::Flush()
+{
+    WriteNow(gathered);
+    gathered.clear();
+}
+
+void Output::WriteNow(std::string_view text) const
+{
+    while (!text.empty()) {
+        WaitUntilWritable();
+        // So much a pipe takes at once when it takes anything: a reader that stops does not hold
+        // up an interruption.
+        const auto size = isFile ? text.size() : std::min<std::size_t>(text.size(), PIPE_BUF);
+        const auto count = write(STDOUT_FILENO, text.data(), size);
+        if (count < 0 && errno == EPIPE)
+            throw BrokenPipeException();
+        if (count < 0 && errno != EINTR && errno != EAGAIN)
+            Fail("standard output cannot be written");
+        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    }
+}
+
+void Output::WaitUntilWritable() const
+{
+    if (!isFile)
+        WaitFor(STDOUT_FILENO, POLLOUT, cancellation);
+}
+
+std::size_t ReadInput(std::span<unsigned char> buffer, const Client::Cancellation& cancellation)
+{
+    for (;;) {
+        WaitFor(STDIN_FILENO, POLLIN, cancellation);
+        const auto count = read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        if (errno != EINTR && errno != EAGAIN)
+            Fail("standard input cannot be read");
+    }
+}
+
+} // namespace Cli

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Client/Cancellation.h"
+#include "Client/Exceptions.h"
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Cli {
+
+/// Standard output has no reader any more.
+class BrokenPipeException : public Client::ClientException
+{
+public:
+    BrokenPipeException()
+        : ClientException("nobody reads standard output any more")
+    {}
+};
+
+/// Standard output, gathered. REQUIRES: SIGPIPE is ignored.
+/// Errors: what writes throws BrokenPipeException, CancelledException, and ClientException.
+class Output
+{
+public:
+    /// `cancellation` must outlive it.
+    explicit Output(const Client::Cancellation& cancellation);
+
+    [[nodiscard]] bool IsTerminal() const noexcept { return isTerminal; }
+
+    void Write(std::string_view text);
+    void Write(std::span<const unsigned char> bytes);
+
+    /// Nothing is written before that, unless there is much. Not done by the destructor.
+    void Flush();
+
+private:
+    void WriteNow(std::string_view text) const;
+    void WaitUntilWritable() const;
+
+    const Client::Cancellation& cancellation;
+    const bool isTerminal;
+    const bool isFile; ///< never blocks for long
+    std::string gathered;
+};
+
+/// Standard input, until it is wanted no more.
+/// Reads what is there, at most as much as the buffer takes; 0 is the end. Throws
+/// CancelledException, ClientException.
+[[nodiscard]] std::size_t ReadInput(std::span<unsigned char> buffer,
+                                    const Client::Cancellation& cancellation);
+
+} // namespace Cli

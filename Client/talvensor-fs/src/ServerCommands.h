@@ -1,0 +1,24 @@
+#pragma once
+
+#include "CommandRunner.h"
+
+namespace Cli {
+
+// Each as RunCommand.
+
+[[nodiscard]] ExitStatus Run(const ListCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const RemoveCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const MakeDirectoryCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const ExistsCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const TouchCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const PermissionsCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const PutCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const GetCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const CatCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const InfoCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const WatchCommand& command, const Workplace& workplace);
+
+/// One line: file, step and cause.
+void Report(Console& console, const Client::Failure& failure);
+
+} // namespace Cli

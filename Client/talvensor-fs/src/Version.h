@@ -1,0 +1,7 @@
+#pragma once
+
+namespace Cli {
+
+[[nodiscard]] const char* GetVersion() noexcept;
+
+} // namespace Cli
