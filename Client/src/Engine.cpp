@@ -28,6 +28,7 @@ using std::chrono::steady_clock;
 
 constexpr const char* filesUri = "urn:Talvensor:FileSystem";
 constexpr const char* hostUri = "urn:Talvensor:Host";
+constexpr const char* coreUri = "urn:Talvensor:Core"; // built in, not brought
 constexpr UA_UInt32 listItemNumber = 50;
 constexpr UA_UInt32 listItemEncoding = 1320;
 
@@ -894,7 +895,7 @@ ServerInfo Engine::AskInfo()
     info.sessionTimeout = milliseconds(sessionTimeout);
     info.namespaces = namespaces.uris;
     for (const auto& uri : namespaces.uris)
-        if (uri.starts_with("urn:Talvensor:") && uri != hostUri)
+        if (uri.starts_with("urn:Talvensor:") && uri != hostUri && uri != coreUri)
             info.modules.push_back(uri);
     const auto build = ReadValue(*client, UA_NS0ID_SERVER_SERVERSTATUS_BUILDINFO);
     if (UA_Variant_hasScalarType(&*build, &UA_TYPES[UA_TYPES_BUILDINFO])) {

@@ -50,7 +50,7 @@ struct Permissions
 };
 
 /// A file system of one's own on the server: a node that only this session can use, so results are
-/// never somebody else's. Goes with the object or the connection.
+/// never somebody else's. The node goes with the connection; a connection has few (4 by default).
 ///
 /// Paths are any bytes without a zero, '/' between names; a relative one is seen from the server's
 /// working directory. Sent and received so that every byte survives, valid UTF-8 or not.
@@ -106,8 +106,7 @@ public:
                  const Cancellation* cancellation = nullptr);
 
     /// The file has to be writable: the server sets permissions behind a write alone, so this opens
-    /// the file for appending, appends nothing, and sets the time that it had. Throws
-    /// OperationFailedException.
+    /// the file for appending and appends nothing; its time stays. Throws OperationFailedException.
     void SetPermissions(const std::string& path, Permissions permissions,
                         const Cancellation* cancellation = nullptr);
 
@@ -143,8 +142,9 @@ public:
     [[nodiscard]] TransferResult DownloadTo(const std::string& remote, const ByteSink& sink,
                                             const TransferOptions& options = {});
 
+    class Implementation; ///< the library's own
+
 private:
-    class Implementation;
     std::unique_ptr<Implementation> implementation;
 };
 

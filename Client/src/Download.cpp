@@ -1,0 +1,591 @@
+#include "Jobs.h"
+#include "LocalFiles.h"
+#include "Sizes.h"
+
+#include <algorithm>
+#include <array>
+#include <deque>
+#include <fcntl.h>
+#include <mutex>
+#include <unordered_set>
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+constexpr std::uint32_t readSize = 61440; // the most that one Read returns
+constexpr std::size_t fewestReads = 8;
+constexpr std::size_t mostReads = 64; // of all jobs together; the host holds back more output
+constexpr std::size_t filesAtOnce = 32;
+
+Failure MakeLocalFailure(const std::string& path, Step step, FailureKind kind, std::string cause)
+{
+    Failure failure;
+    failure.side = Side::Local;
+    failure.path = path;
+    failure.step = step;
+    failure.kind = kind;
+    failure.cause = std::move(cause);
+    return failure;
+}
+
+/// A remote file that is read from some position to its end.
+class RemoteReader
+{
+public:
+    RemoteReader(Caller& caller, const std::string& remote, std::uint64_t start, std::size_t jobs)
+        : caller(caller)
+        , remote(remote)
+        , most(std::max(mostReads / jobs, fewestReads))
+        , position(start)
+    {}
+    RemoteReader(const RemoteReader&) = delete;
+    RemoteReader& operator=(const RemoteReader&) = delete;
+    ~RemoteReader()
+    {
+        if (handle)
+            caller.CloseAnyway(handle->GetNumber());
+    }
+
+    /// Returns the size.
+    std::uint64_t Run(const PartSink& sink)
+    {
+        for (bool isSame = false;;) {
+            try {
+                if (!isSame)
+                    Open();
+                Seek();
+                ReadAll(sink);
+                Close();
+                return position;
+            } catch (const CallsLost&) {
+                pending.clear();
+                isSame = caller.Recover() && handle != nullptr;
+                if (!isSame)
+                    handle.reset(); // the server closed it with the session
+            }
+        }
+    }
+
+private:
+    void Open()
+    {
+        handle.reset();
+        const auto open = caller.Open(remote, openForReading);
+        const auto barrier = caller.Barrier();
+        caller.AwaitAnswer(open);
+        handle = open->opened;
+        caller.AwaitEvent(barrier);
+        if (const auto result = handle->GetFailure(); result != 0) {
+            handle.reset();
+            throw FileFailed(MakeRemoteFailure(remote, Step::Open, result));
+        }
+    }
+
+    /// After a lost connection reads may have run whose bytes never came.
+    void Seek()
+    {
+        if (position == 0 && !hasRead)
+            return;
+        caller.SetPosition(handle->GetNumber(), position);
+        const auto check = caller.GetPosition(handle->GetNumber());
+        caller.AwaitAnswer(check);
+        if (!check->hasOutput || check->readPosition != position)
+            throw FileFailed(
+                MakeUnknownFailure(remote, Step::Resume, "it cannot be read from there on"));
+    }
+
+    void ReadAll(const PartSink& sink)
+    {
+        std::size_t depth = std::min(most, std::size_t{4});
+        for (;;) {
+            while (pending.size() < depth)
+                pending.push_back(caller.Read(handle->GetNumber(), readSize));
+            const auto first = std::move(pending.front());
+            pending.pop_front();
+            hasRead = true;
+            caller.AwaitAnswer(first);
+            if (!first->hasOutput)
+                throw FileFailed(MakeUnknownFailure(remote, Step::Read, "it is not open any more"));
+            const auto bytes = first->read.Get();
+            if (bytes.empty())
+                return;
+            caller.ThrowIfCancelled();
+            sink(position, bytes);
+            position += bytes.size();
+            depth = std::min(most, depth + 1);
+        }
+    }
+
+    /// That the position fits says that no part was left out. Failing to close what was only read
+    /// loses nothing.
+    void Close()
+    {
+        const auto check = caller.GetPosition(handle->GetNumber());
+        caller.Close(handle->GetNumber());
+        caller.AwaitAnswer(check);
+        handle.reset();
+        pending.clear();
+        if (check->hasOutput && check->readPosition != position)
+            throw FileFailed(MakeUnknownFailure(
+                remote, Step::Read, "not all of its bytes arrived, though the server gave no "
+                                    "reason"));
+    }
+
+    Caller& caller;
+    const std::string& remote;
+    const std::size_t most;
+    std::uint64_t position;
+    bool hasRead = false;
+    std::shared_ptr<RemoteHandle> handle;
+    std::deque<TicketPointer> pending;
+};
+
+struct DownloadJob
+{
+    std::string remote;
+    std::string local; // as it is named
+    std::string relative; // below the tree; the leaf otherwise
+    std::shared_ptr<LocalTree> tree;
+    std::optional<FileTime> time;
+};
+
+/// A directory whose time is set when all is in it.
+struct DirectoryJob
+{
+    std::string relative;
+    std::shared_ptr<LocalTree> tree;
+    std::optional<FileTime> time;
+};
+
+class Downloader
+{
+public:
+    explicit Downloader(Transfer& transfer)
+        : transfer(transfer)
+        , options(transfer.options)
+    {}
+
+    void Run(FileSystem& fileSystem, const std::vector<TransferItem>& items)
+    {
+        for (const auto& item : items)
+            DoStep(transfer, [&] { Find(fileSystem, item); });
+        transfer.tally.EndFinding();
+        std::vector<DownloadJob> large;
+        if (files.size() > 1)
+            DoStep(transfer, [&] { FetchSmall(large); });
+        else
+            large = std::move(files);
+        if (!transfer.isOver)
+            DoAll(transfer, large,
+                  [this](Caller& caller, const DownloadJob& job) { FetchLarge(caller, job); });
+        if (!transfer.isOver)
+            SetTimes();
+    }
+
+private:
+    void Find(FileSystem& fileSystem, const TransferItem& item)
+    {
+        if (transfer.isOver)
+            return;
+        try {
+            const Kind kind = fileSystem.GetKind(item.remote, options.cancellation);
+            if (kind == Kind::Missing)
+                throw FileFailed(MakeUnknownFailure(item.remote, Step::Open,
+                                                    "there is nothing of this name"));
+            if (kind == Kind::File)
+                AddFile(fileSystem, item);
+            else if (options.isRecursive)
+                AddTree(fileSystem, item);
+            else
+                throw FileFailed(Skip(item.remote, "it is a directory"));
+        } catch (const FileFailed& failed) {
+            transfer.tally.AddFailure(failed.GetFailure());
+        } catch (const OperationFailedException& failed) {
+            transfer.tally.AddFailure(MakeUnknownFailure(item.remote, Step::List, failed.what()));
+        } catch (const InvalidArgumentException& failed) {
+            transfer.tally.AddFailure(MakeUnknownFailure(item.remote, Step::Open, failed.what()));
+        } catch (const CallRefusedException& refused) {
+            transfer.tally.AddFailure(MakeUnknownFailure(item.remote, Step::Open, refused.what()));
+        }
+    }
+
+    static Failure Skip(const std::string& remote, std::string cause)
+    {
+        Failure failure = MakeUnknownFailure(remote, Step::Open, std::move(cause));
+        failure.kind = FailureKind::Skipped;
+        return failure;
+    }
+
+    void AddFile(FileSystem& fileSystem, const TransferItem& item)
+    {
+        if (GetLeaf(item.local).empty())
+            throw FileFailed(MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped,
+                                              "it names no file"));
+        DownloadJob job{item.remote, item.local, "", nullptr, std::nullopt};
+        job.time = fileSystem.GetTime(item.remote, options.cancellation);
+        transfer.tally.Find(1, std::nullopt);
+        files.push_back(std::move(job));
+    }
+
+    void AddTree(FileSystem& fileSystem, const TransferItem& item)
+    {
+        const Listing listing = fileSystem.List(item.remote, true, options.cancellation);
+        for (const auto& failure : listing.failures)
+            transfer.tally.AddFailure(failure);
+        const auto tree = std::make_shared<LocalTree>(item.local);
+        transfer.tally.AddDirectory();
+        directories.push_back(
+            {"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
+        std::unordered_set<std::string> seen;
+        for (const auto& entry : listing.entries)
+            AddEntry(item, tree, entry, seen);
+    }
+
+    void AddEntry(const TransferItem& item, const std::shared_ptr<LocalTree>& tree,
+                  const ListEntry& entry, std::unordered_set<std::string>& seen)
+    {
+        const std::string remote = Join(item.remote, entry.path);
+        if (!IsSafeRelativePath(entry.path)) {
+            Failure failure = MakeUnknownFailure(remote, Step::List,
+                                                 "its path leads out of the directory, as a link "
+                                                 "may; nothing was written");
+            failure.kind = FailureKind::Unsafe;
+            transfer.tally.AddFailure(std::move(failure));
+            return;
+        }
+        if (!seen.insert(entry.path).second)
+            return; // what a link leads to has been there already
+        if (!entry.isDirectory) {
+            transfer.tally.Find(1, std::nullopt);
+            files.push_back({remote, tree->GetName(entry.path), entry.path, tree, entry.time});
+            return;
+        }
+        try {
+            tree->MakeDirectory(entry.path);
+            transfer.tally.AddDirectory();
+            directories.push_back({entry.path, tree, entry.time});
+        } catch (const FileFailed& failed) {
+            transfer.tally.AddFailure(failed.GetFailure());
+        }
+    }
+
+    /// A file's place on this side; the directory is closed with it.
+    struct Place
+    {
+        Descriptor directory;
+        std::string leaf;
+    };
+
+    static Place FindPlace(const DownloadJob& job)
+    {
+        Place place;
+        if (job.tree) {
+            place.directory =
+                Descriptor(fcntl(job.tree->OpenParent(job.relative), F_DUPFD_CLOEXEC, 0));
+            place.leaf = GetLeaf(job.relative);
+        } else {
+            place.directory = Descriptor(
+                open(GetDirectory(job.local).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            place.leaf = GetLeaf(job.local);
+        }
+        if (!place.directory.IsOpen())
+            FailLocally(job.local, Step::Open);
+        return place;
+    }
+
+    /// Whether an earlier transfer has finished it.
+    [[nodiscard]] bool IsWhole(const DownloadJob& job, const Place& place) const
+    {
+        return options.resumes && options.setsTimes && job.time &&
+               FindLocalTime(place.directory.Get(), place.leaf) == job.time;
+    }
+
+    [[nodiscard]] std::optional<FileTime> GetTimeToSet(const DownloadJob& job) const
+    {
+        return options.setsTimes ? job.time : std::nullopt;
+    }
+
+    void FetchLarge(Caller& caller, const DownloadJob& job)
+    {
+        bool hasBegun = false;
+        DoFile(transfer, job.remote, job.local, hasBegun, [&] {
+            const Place place = LockedPlace(job);
+            if (IsWhole(job, place)) {
+                transfer.tally.FinishFile(job.remote, 0, true);
+                return;
+            }
+            PartFile part(place.directory.Get(), place.leaf, job.local, options.resumes);
+            hasBegun = true;
+            const std::uint64_t start = FindStart(caller, job, part);
+            transfer.tally.Resume(start);
+            const std::uint64_t size = ReadRemoteFile(
+                caller, job.remote, start, transfer.GetJobs(),
+                [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                    WriteAt(part.GetDescriptor(), job.local, bytes, position);
+                    transfer.tally.Move(job.remote, position + bytes.size(), std::nullopt,
+                                        bytes.size());
+                });
+            if (options.verifies)
+                CompareContents(caller, job.remote, part.GetDescriptor(), job.local,
+                                transfer.GetJobs());
+            part.Finish(GetTimeToSet(job));
+            transfer.tally.FinishFile(job.remote, size);
+        });
+    }
+
+    /// The trees keep the directory that was opened last.
+    Place LockedPlace(const DownloadJob& job)
+    {
+        const std::lock_guard lock(places);
+        return FindPlace(job);
+    }
+
+    /// Where an earlier transfer broke off. What it wrote last has to be the same at the source.
+    std::uint64_t FindStart(Caller& caller, const DownloadJob& job, PartFile& part) const
+    {
+        const std::uint64_t size = part.GetSize();
+        if (size == 0)
+            return 0;
+        const std::uint64_t tail = std::min<std::uint64_t>(size, readSize);
+        std::vector<unsigned char> local(tail);
+        ReadAt(part.GetDescriptor(), job.local, local, size - tail);
+        const auto remote = caller.Repeat([&] { return ReadTail(caller, job.remote, size - tail, tail); });
+        if (remote == local)
+            return size;
+        part.Truncate(0); // another file was there
+        return 0;
+    }
+
+    static std::vector<unsigned char> ReadTail(Caller& caller, const std::string& remote,
+                                               std::uint64_t position, std::uint64_t length)
+    {
+        const auto open = caller.Open(remote, openForReading);
+        const auto barrier = caller.Barrier();
+        caller.AwaitAnswer(open);
+        caller.AwaitEvent(barrier);
+        const auto handle = open->opened->GetNumber();
+        caller.SetPosition(handle, position);
+        const auto read = caller.Read(handle, static_cast<std::uint32_t>(length));
+        caller.Close(handle);
+        caller.AwaitAnswer(read);
+        const auto bytes = read->read.Get();
+        return {bytes.begin(), bytes.end()};
+    }
+
+    // Many small files
+
+    struct SmallFile
+    {
+        const DownloadJob* job;
+        TicketPointer open;
+        TicketPointer first;
+        TicketPointer second;
+    };
+    struct Batch
+    {
+        std::vector<SmallFile> files;
+        TicketPointer barrier;
+    };
+
+    /// Fetches what two reads hold; the others are left in `large`.
+    void FetchSmall(std::vector<DownloadJob>& large)
+    {
+        Caller caller = transfer.fileSystem.MakeCaller(options.cancellation);
+        std::deque<Batch> batches;
+        std::size_t next = 0;
+        while (next < files.size() || !batches.empty()) {
+            caller.ThrowIfCancelled();
+            try {
+                while (next < files.size() && batches.size() < 2) {
+                    batches.push_back(OpenBatch(caller, next));
+                    next += filesAtOnce;
+                }
+                ReadBatch(caller, batches.front());
+                if (next < files.size()) { // so that the worker is never idle
+                    batches.push_back(OpenBatch(caller, next));
+                    next += filesAtOnce;
+                }
+                FinishBatch(caller, batches.front(), large);
+                batches.pop_front();
+            } catch (const CallsLost&) {
+                // What has not been finished is done one by one.
+                for (const auto& batch : batches)
+                    for (const auto& file : batch.files)
+                        if (file.job != nullptr)
+                            large.push_back(*file.job);
+                batches.clear();
+                caller.Recover();
+            }
+        }
+    }
+
+    Batch OpenBatch(Caller& caller, std::size_t start)
+    {
+        Batch batch;
+        const std::size_t end = std::min(start + filesAtOnce, files.size());
+        for (std::size_t i = start; i < end; ++i) {
+            if (IsWholeAlready(files[i]))
+                continue;
+            batch.files.push_back(
+                {&files[i], caller.Open(files[i].remote, openForReading), nullptr, nullptr});
+        }
+        batch.barrier = caller.Barrier();
+        return batch;
+    }
+
+    bool IsWholeAlready(const DownloadJob& job)
+    {
+        bool isWhole = false;
+        const bool hasBegun = false;
+        if (options.resumes)
+            DoFile(transfer, job.remote, job.local, hasBegun, [&] {
+                isWhole = IsWhole(job, LockedPlace(job));
+                if (isWhole)
+                    transfer.tally.FinishFile(job.remote, 0, true);
+            });
+        return isWhole;
+    }
+
+    static void ReadBatch(Caller& caller, Batch& batch)
+    {
+        caller.AwaitEvent(batch.barrier);
+        for (auto& file : batch.files) {
+            caller.Wait([&] { return file.open->isAnswered.load(); });
+            if (file.open->isLost)
+                throw CallsLost();
+            if (file.open->opened == nullptr || file.open->opened->GetFailure() != 0)
+                continue;
+            const auto handle = file.open->opened->GetNumber();
+            file.first = caller.Read(handle, readSize);
+            file.second = caller.Read(handle, readSize);
+            caller.Close(handle);
+        }
+    }
+
+    void FinishBatch(Caller& caller, Batch& batch, std::vector<DownloadJob>& large)
+    {
+        for (auto& file : batch.files) {
+            if (file.second)
+                caller.Wait([&] { return file.second->isAnswered.load(); });
+            if (file.second && (file.first->isLost || file.second->isLost))
+                throw CallsLost();
+            const DownloadJob& job = *std::exchange(file.job, nullptr);
+            if (file.second && (!file.second->read.Get().empty() || options.verifies))
+                large.push_back(job);
+            else
+                FinishSmall(job, file);
+        }
+    }
+
+    void FinishSmall(const DownloadJob& job, const SmallFile& file)
+    {
+        bool hasBegun = false;
+        DoFile(transfer, job.remote, job.local, hasBegun, [&] {
+            CheckAnswer(*file.open);
+            if (const auto result = file.open->opened->GetFailure(); result != 0)
+                throw FileFailed(MakeRemoteFailure(job.remote, Step::Open, result));
+            CheckAnswer(*file.first);
+            if (!file.first->hasOutput)
+                throw FileFailed(
+                    MakeUnknownFailure(job.remote, Step::Read, "it is not open any more"));
+            const Place place = LockedPlace(job);
+            PartFile part(place.directory.Get(), place.leaf, job.local, false);
+            hasBegun = true;
+            const auto bytes = file.first->read.Get();
+            WriteAt(part.GetDescriptor(), job.local, bytes, 0);
+            part.Finish(GetTimeToSet(job));
+            transfer.tally.Move(job.remote, bytes.size(), bytes.size(), bytes.size());
+            transfer.tally.FinishFile(job.remote, bytes.size());
+        });
+    }
+
+    /// From below to above: what is done in a directory changes its time.
+    void SetTimes()
+    {
+        if (!options.setsTimes)
+            return;
+        for (auto each = directories.rbegin(); each != directories.rend(); ++each) {
+            if (!each->time)
+                continue;
+            try {
+                each->tree->SetTime(each->relative, *each->time);
+            } catch (const FileFailed& failed) {
+                transfer.tally.AddFailure(failed.GetFailure());
+            }
+        }
+    }
+
+    Transfer& transfer;
+    const TransferOptions& options;
+    std::vector<DownloadJob> files;
+    std::vector<DirectoryJob> directories;
+    std::mutex places; // guards the trees
+};
+
+} // namespace
+
+std::uint64_t ReadRemoteFile(Caller& caller, const std::string& remote, std::uint64_t start,
+                             std::size_t jobs, const PartSink& sink)
+{
+    return RemoteReader(caller, remote, start, jobs).Run(sink);
+}
+
+void CompareContents(Caller& caller, const std::string& remote, int local,
+                     const std::string& localName, std::size_t jobs)
+{
+    std::vector<unsigned char> buffer(readSize);
+    const auto differ = [&](std::uint64_t position) {
+        Failure failure = MakeUnknownFailure(
+            remote, Step::Verify,
+            "its content differs from the other side's, from byte " + std::to_string(position) +
+                " on or later");
+        failure.kind = FailureKind::Different;
+        throw FileFailed(std::move(failure));
+    };
+    const auto size = ReadRemoteFile(
+        caller, remote, 0, jobs,
+        [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+            const auto expected = std::span(buffer).first(bytes.size());
+            if (ReadAt(local, localName, expected, position) != bytes.size() ||
+                !std::equal(bytes.begin(), bytes.end(), expected.begin()))
+                differ(position);
+        });
+    if (ReadAt(local, localName, std::span(buffer).first(1), size) != 0)
+        differ(size);
+}
+
+TransferResult FileSystem::Download(const std::vector<TransferItem>& items,
+                                    const TransferOptions& options)
+{
+    Transfer transfer{*implementation, options};
+    Downloader(transfer).Run(*this, items);
+    return transfer.tally.Take();
+}
+
+TransferResult FileSystem::DownloadTo(const std::string& remote, const ByteSink& sink,
+                                      const TransferOptions& options)
+{
+    Transfer transfer{*implementation, options};
+    transfer.tally.Find(1, std::nullopt);
+    DoStep(transfer, [&] {
+        Caller caller = implementation->MakeCaller(options.cancellation);
+        const bool hasBegun = false; // there is no target
+        DoFile(transfer, remote, "", hasBegun, [&] {
+            if (GetKind(remote, options.cancellation) == Kind::Directory)
+                throw FileFailed(MakeUnknownFailure(remote, Step::Open, "it is a directory"));
+            const auto size = ReadRemoteFile(
+                caller, remote, 0, 1,
+                [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                    sink(bytes);
+                    transfer.tally.Move(remote, position + bytes.size(), std::nullopt,
+                                        bytes.size());
+                });
+            transfer.tally.FinishFile(remote, size);
+        });
+    });
+    return transfer.tally.Take();
+}
+
+} // namespace Client

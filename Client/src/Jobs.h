@@ -1,0 +1,126 @@
+#pragma once
+
+#include "Caller.h"
+#include "FileSystemImplementation.h"
+#include "Tally.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Client {
+
+constexpr std::size_t mostJobs = 64;
+
+/// What the jobs of one transfer share.
+struct Transfer
+{
+    FileSystem::Implementation& fileSystem;
+    const TransferOptions& options;
+    Tally tally{options};
+    std::atomic<bool> isOver{false}; ///< cancelled, or the connection is gone
+
+    [[nodiscard]] std::size_t GetJobs() const noexcept
+    {
+        return std::clamp<std::size_t>(options.jobs, 1, mostJobs);
+    }
+};
+
+/// Does one file, and settles what it throws. `target` is unfinished then if `hasBegun`.
+template <typename Function>
+void DoFile(Transfer& transfer, const std::string& remote, const std::string& target,
+            const bool& hasBegun, const Function& function)
+{
+    const auto fail = [&](FailureKind kind, const std::string& cause, std::uint32_t status) {
+        Failure failure;
+        failure.path = remote;
+        failure.kind = kind;
+        failure.cause = cause;
+        failure.remoteResult = status;
+        transfer.tally.FailFile(remote, std::move(failure), hasBegun ? target : "");
+    };
+    try {
+        function();
+    } catch (const FileFailed& failed) {
+        const bool isTouched = hasBegun && failed.GetFailure().step != Step::Open;
+        transfer.tally.FailFile(remote, failed.GetFailure(), isTouched ? target : "");
+    } catch (const CancelledException&) {
+        transfer.isOver = true;
+        transfer.tally.SetCancelled();
+        if (hasBegun)
+            transfer.tally.AddUnfinished(target);
+    } catch (const ConnectionLostException& lost) {
+        transfer.isOver = true;
+        transfer.tally.SetConnectionLost();
+        fail(FailureKind::ConnectionLost, lost.what(), 0);
+    } catch (const CallRefusedException& refused) {
+        fail(FailureKind::Refused, refused.what(), refused.GetStatus());
+    } catch (const std::bad_alloc&) {
+        fail(FailureKind::LocalSystem, "there is no memory for it", 0);
+    }
+}
+
+/// Does steps that belong to no single file; the transfer is over when it cannot go on.
+template <typename Function>
+void DoStep(Transfer& transfer, const Function& function)
+{
+    const auto end = [&](FailureKind kind, const char* cause) {
+        transfer.isOver = true;
+        Failure failure;
+        failure.kind = kind;
+        failure.cause = cause;
+        transfer.tally.AddFailure(std::move(failure));
+    };
+    try {
+        function();
+    } catch (const CancelledException&) {
+        transfer.isOver = true;
+        transfer.tally.SetCancelled();
+    } catch (const ConnectionLostException& lost) {
+        transfer.tally.SetConnectionLost();
+        end(FailureKind::ConnectionLost, lost.what());
+    } catch (const ClientException& refused) {
+        end(FailureKind::Refused, refused.what());
+    } catch (const std::bad_alloc&) {
+        end(FailureKind::LocalSystem, "there is no memory for it");
+    }
+}
+
+/// Does each file of a list with one of several threads; the calling one is among them.
+template <typename File, typename Function>
+void DoAll(Transfer& transfer, const std::vector<File>& files, const Function& function)
+{
+    std::atomic<std::size_t> next{0};
+    const auto work = [&] {
+        DoStep(transfer, [&] {
+            Caller caller = transfer.fileSystem.MakeCaller(transfer.options.cancellation);
+            for (std::size_t i = next++; i < files.size() && !transfer.isOver; i = next++)
+                function(caller, files[i]);
+        });
+    };
+    std::vector<std::thread> threads;
+    for (std::size_t i = 1; i < std::min(transfer.GetJobs(), files.size()); ++i)
+        threads.emplace_back(work);
+    work();
+    for (auto& thread : threads)
+        thread.join();
+}
+
+/// Reads a remote file from a position to its end into a sink that takes its parts in order,
+/// each with where it begins. Resumes over lost connections. Returns the file's size. Throws
+/// FileFailed, and what Caller's waiting throws but CallsLost; the file is closed then.
+using PartSink = std::function<void(std::uint64_t, std::span<const unsigned char>)>;
+std::uint64_t ReadRemoteFile(Caller& caller, const std::string& remote, std::uint64_t start,
+                             std::size_t jobs, const PartSink& sink);
+
+/// Throws FileFailed unless the contents are the same.
+void CompareContents(Caller& caller, const std::string& remote, int local,
+                     const std::string& localName, std::size_t jobs);
+
+} // namespace Client

@@ -1,0 +1,203 @@
+#include "LocalFiles.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+constexpr mode_t fileMode = 0666; // as far as the umask allows
+constexpr mode_t directoryMode = 0777;
+constexpr std::size_t longestName = 255;
+constexpr std::size_t keptOfLongName = 200;
+
+std::string GetPartLeaf(const std::string& leaf)
+{
+    const std::string part = "." + leaf + ".part";
+    if (part.size() <= longestName)
+        return part;
+    // FNV-1a: only to tell long names that begin alike apart.
+    std::uint64_t hash = 0xCBF29CE484222325U;
+    for (const char letter : leaf)
+        hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3U;
+    std::array<char, 32> digits{};
+    std::snprintf(digits.data(), digits.size(), "-%016llx", static_cast<unsigned long long>(hash));
+    return "." + leaf.substr(0, keptOfLongName) + digits.data() + ".part";
+}
+
+} // namespace
+
+std::string GetLeaf(const std::string& path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string GetDirectory(const std::string& path)
+{
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string GetPartName(const std::string& local)
+{
+    return local.substr(0, local.rfind('/') + 1) + GetPartLeaf(GetLeaf(local));
+}
+
+std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> buffer,
+                   std::uint64_t position)
+{
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        const auto count = pread(file, buffer.data() + done, buffer.size() - done,
+                                 static_cast<off_t>(position + done));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            FailLocally(name, Step::Read);
+        if (count == 0)
+            break;
+        done += static_cast<std::size_t>(count);
+    }
+    return done;
+}
+
+void WriteAt(int file, const std::string& name, std::span<const unsigned char> bytes,
+             std::uint64_t position)
+{
+    while (!bytes.empty()) {
+        const auto count =
+            pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(position));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            FailLocally(name, Step::Write);
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
+        position += static_cast<std::uint64_t>(count);
+    }
+}
+
+LocalTree::LocalTree(std::string givenRoot)
+    : root(std::move(givenRoot))
+{
+    while (root.size() > 1 && root.ends_with('/'))
+        root.pop_back();
+    if (mkdir(root.c_str(), directoryMode) != 0 && errno != EEXIST)
+        FailLocally(root, Step::CreateDirectory);
+    rootDescriptor = Descriptor(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!rootDescriptor.IsOpen())
+        FailLocally(root, Step::Open);
+}
+
+/// Name by name, so that no link is followed.
+Descriptor LocalTree::OpenDirectory(const std::string& relative)
+{
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    Descriptor current(openat(rootDescriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::string_view rest = relative;
+    while (!rest.empty()) {
+        const std::string name(rest.substr(0, rest.find('/')));
+        rest.remove_prefix(std::min(name.size() + 1, rest.size()));
+        Descriptor next(openat(current.Get(), name.c_str(), flags));
+        if (!next.IsOpen() && errno == ENOENT &&
+            (mkdirat(current.Get(), name.c_str(), directoryMode) == 0 || errno == EEXIST))
+            next = Descriptor(openat(current.Get(), name.c_str(), flags));
+        if (!next.IsOpen())
+            FailLocally(GetName(relative), Step::CreateDirectory);
+        current = std::move(next);
+    }
+    if (!current.IsOpen())
+        FailLocally(GetName(relative), Step::Open);
+    return current;
+}
+
+int LocalTree::OpenParent(const std::string& relative)
+{
+    const auto slash = relative.rfind('/');
+    const std::string directory = slash == std::string::npos ? "" : relative.substr(0, slash);
+    if (!opened.IsOpen() || directory != openedPath) {
+        opened = OpenDirectory(directory);
+        openedPath = directory;
+    }
+    return opened.Get();
+}
+
+void LocalTree::MakeDirectory(const std::string& relative)
+{
+    opened = OpenDirectory(relative);
+    openedPath = relative;
+}
+
+void LocalTree::SetTime(const std::string& relative, FileTime time)
+{
+    const Descriptor directory = OpenDirectory(relative);
+    const std::array<timespec, 2> times{
+        timespec{0, UTIME_OMIT}, timespec{static_cast<time_t>(time.time_since_epoch().count()), 0}};
+    if (futimens(directory.Get(), times.data()) != 0)
+        FailLocally(GetName(relative), Step::SetTime);
+}
+
+PartFile::PartFile(int directory, std::string givenLeaf, std::string givenName, bool keepsContent)
+    : directory(directory)
+    , leaf(std::move(givenLeaf))
+    , part(GetPartLeaf(leaf))
+    , shownName(std::move(givenName))
+    , descriptor(openat(directory, part.c_str(),
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | (keepsContent ? 0 : O_TRUNC),
+                        fileMode))
+{
+    if (!descriptor.IsOpen())
+        FailLocally(shownName, Step::Open);
+}
+
+std::uint64_t PartFile::GetSize() const
+{
+    struct stat status = {};
+    if (fstat(descriptor.Get(), &status) != 0)
+        FailLocally(shownName, Step::Open);
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
+void PartFile::Truncate(std::uint64_t size)
+{
+    if (ftruncate(descriptor.Get(), static_cast<off_t>(size)) != 0)
+        FailLocally(shownName, Step::Write);
+}
+
+void PartFile::Finish(std::optional<FileTime> time)
+{
+    if (time) {
+        const std::array<timespec, 2> times{
+            timespec{0, UTIME_OMIT},
+            timespec{static_cast<time_t>(time->time_since_epoch().count()), 0}};
+        if (futimens(descriptor.Get(), times.data()) != 0)
+            FailLocally(shownName, Step::SetTime);
+    }
+    if (renameat(directory, part.c_str(), directory, leaf.c_str()) != 0)
+        FailLocally(shownName, Step::Rename);
+}
+
+void PartFile::Remove() noexcept
+{
+    unlinkat(directory, part.c_str(), 0);
+}
+
+std::optional<FileTime> FindLocalTime(int directory, const std::string& leaf)
+{
+    struct stat status = {};
+    if (fstatat(directory, leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISREG(status.st_mode))
+        return std::nullopt;
+    return FileTime(std::chrono::seconds(status.st_mtim.tv_sec));
+}
+
+} // namespace Client

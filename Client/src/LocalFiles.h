@@ -1,0 +1,80 @@
+#pragma once
+
+#include "Client/FileSystem.h"
+#include "Descriptor.h"
+#include "Tally.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace Client {
+
+/// Reads as much as fits from a position; less at the end of the file. Throws FileFailed.
+std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> buffer,
+                   std::uint64_t position);
+/// Throws FileFailed.
+void WriteAt(int file, const std::string& name, std::span<const unsigned char> bytes,
+             std::uint64_t position);
+
+/// The directory that a download goes into. Whatever is asked of it stays below it: links are not
+/// followed.
+class LocalTree
+{
+public:
+    /// Made when it is missing. Throws FileFailed.
+    explicit LocalTree(std::string root);
+
+    /// Makes a directory and those above it. REQUIRES: the path is safe.
+    void MakeDirectory(const std::string& relative);
+    void SetTime(const std::string& relative, FileTime time);
+
+    /// The directory of a path below the root, which is kept until the next call. Throws
+    /// FileFailed.
+    int OpenParent(const std::string& relative);
+
+    [[nodiscard]] std::string GetName(const std::string& relative) const
+    {
+        return relative.empty() ? root : root + "/" + relative;
+    }
+
+private:
+    Descriptor OpenDirectory(const std::string& relative);
+
+    std::string root;
+    Descriptor rootDescriptor;
+    std::string openedPath;
+    Descriptor opened;
+};
+
+/// A download that has another name until it is whole.
+class PartFile
+{
+public:
+    /// `directory` has to stay open. Opens or makes the part. Throws FileFailed.
+    PartFile(int directory, std::string leaf, std::string shownName, bool keepsContent);
+
+    [[nodiscard]] int GetDescriptor() const noexcept { return descriptor.Get(); }
+    [[nodiscard]] std::uint64_t GetSize() const;
+    void Truncate(std::uint64_t size);
+    /// Gives it its time and its name.
+    void Finish(std::optional<FileTime> time);
+    void Remove() noexcept;
+
+private:
+    int directory;
+    std::string leaf;
+    std::string part;
+    std::string shownName;
+    Descriptor descriptor;
+};
+
+/// The last name of a path.
+[[nodiscard]] std::string GetLeaf(const std::string& path);
+/// What is before the last name; "." when there is nothing.
+[[nodiscard]] std::string GetDirectory(const std::string& path);
+
+/// The time of a local file, when there is one.
+[[nodiscard]] std::optional<FileTime> FindLocalTime(int directory, const std::string& leaf);
+
+} // namespace Client

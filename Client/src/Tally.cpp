@@ -1,0 +1,161 @@
+#include "Tally.h"
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace Client {
+
+void FailLocally(const std::string& path, Step step)
+{
+    FailLocally(path, step, errno);
+}
+
+void FailLocally(const std::string& path, Step step, int error)
+{
+    Failure failure;
+    failure.side = Side::Local;
+    failure.path = path;
+    failure.step = step;
+    failure.kind = FailureKind::LocalSystem;
+    failure.cause = std::generic_category().message(error);
+    failure.systemError = error;
+    throw FileFailed(std::move(failure));
+}
+
+const char* GetName(Step step) noexcept
+{
+    switch (step) {
+    case Step::List:
+        return "listing";
+    case Step::CreateDirectory:
+        return "creating the directory";
+    case Step::Open:
+        return "opening";
+    case Step::Read:
+        return "reading";
+    case Step::Write:
+        return "writing";
+    case Step::Close:
+        return "closing";
+    case Step::SetTime:
+        return "setting the time of";
+    case Step::SetPermissions:
+        return "setting the permissions of";
+    case Step::Rename:
+        return "renaming";
+    case Step::Delete:
+        return "deleting";
+    case Step::Resume:
+        return "resuming";
+    case Step::Verify:
+        return "verifying";
+    }
+    return "";
+}
+
+void Tally::Find(std::uint64_t files, std::optional<std::uint64_t> size)
+{
+    const std::lock_guard lock(mutex);
+    allFiles += files;
+    allBytes += size.value_or(0);
+    knowsSizes = knowsSizes && size;
+}
+
+void Tally::EndFinding()
+{
+    const std::lock_guard lock(mutex);
+    isAllFound = true;
+}
+
+void Tally::Show(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
+                 bool isFinished)
+{
+    if (!options.progress)
+        return;
+    Progress progress;
+    progress.path = remote;
+    progress.fileBytes = done;
+    progress.fileSize = size;
+    progress.isFileFinished = isFinished;
+    progress.files = finished;
+    progress.allFiles = allFiles;
+    progress.bytes = bytes;
+    if (knowsSizes && isAllFound)
+        progress.allBytes = allBytes;
+    options.progress(progress);
+}
+
+void Tally::Move(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
+                 std::uint64_t moved)
+{
+    const std::lock_guard lock(mutex);
+    bytes += moved;
+    result.bytes += moved;
+    Show(remote, done, size, false);
+}
+
+void Tally::Resume(std::uint64_t resumed)
+{
+    const std::lock_guard lock(mutex);
+    bytes += resumed;
+    result.resumedBytes += resumed;
+}
+
+void Tally::FinishFile(const std::string& remote, std::uint64_t size, bool wasWhole)
+{
+    const std::lock_guard lock(mutex);
+    ++finished;
+    ++result.files;
+    result.skippedFiles += wasWhole ? 1 : 0;
+    Show(remote, size, size, true);
+}
+
+void Tally::FailFile(const std::string& remote, Failure failure, const std::string& unfinished)
+{
+    const std::lock_guard lock(mutex);
+    ++finished;
+    result.failures.push_back(std::move(failure));
+    if (!unfinished.empty())
+        result.unfinished.push_back(unfinished);
+    Show(remote, 0, std::nullopt, true);
+}
+
+void Tally::AddDirectory()
+{
+    const std::lock_guard lock(mutex);
+    ++result.directories;
+}
+
+void Tally::AddFailure(Failure failure)
+{
+    const std::lock_guard lock(mutex);
+    result.failures.push_back(std::move(failure));
+}
+
+void Tally::AddUnfinished(const std::string& target)
+{
+    const std::lock_guard lock(mutex);
+    result.unfinished.push_back(target);
+}
+
+void Tally::SetCancelled()
+{
+    const std::lock_guard lock(mutex);
+    result.isCancelled = true;
+}
+
+void Tally::SetConnectionLost()
+{
+    const std::lock_guard lock(mutex);
+    result.isConnectionLost = true;
+}
+
+TransferResult Tally::Take()
+{
+    const std::lock_guard lock(mutex);
+    result.duration = std::chrono::steady_clock::now() - start;
+    return std::move(result);
+}
+
+} // namespace Client
