@@ -22,6 +22,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <exception>
 #include <utility>
@@ -87,6 +89,26 @@ Core::NodeId FindServedType(const Core::Embedding::InformationModel& model)
             fmt::format("the loaded models have {} object types with a behaviour; one is needed",
                         served.size()));
     return served.front();
+}
+
+/// What the library makes by itself at run time: the nodes of events, which keep the fields of the
+/// last one, and the diagnostics of sessions. The numbers that it gives them start above those of
+/// the standard.
+bool TellsOfOthers(const UA_NodeId& node)
+{
+    constexpr UA_UInt16 serversOwn = 1;
+    constexpr UA_UInt32 firstGivenNumber = 50'000;
+    constexpr std::array<UA_UInt32, 3> diagnostics{
+        UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SUBSCRIPTIONDIAGNOSTICSARRAY,
+        UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SESSIONSDIAGNOSTICSSUMMARY_SESSIONDIAGNOSTICSARRAY,
+        UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SESSIONSDIAGNOSTICSSUMMARY_SESSIONSECURITYDIAGNOSTICSARRAY};
+    if (node.namespaceIndex == serversOwn)
+        return true;
+    if (node.namespaceIndex != 0 || node.identifierType != UA_NODEIDTYPE_NUMERIC)
+        return false;
+    const UA_UInt32 number = node.identifier.numeric;
+    return number >= firstGivenNumber ||
+           std::find(diagnostics.begin(), diagnostics.end(), number) != diagnostics.end();
 }
 
 } // namespace
@@ -159,6 +181,9 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     TypeProjection(*server, *model, namespaces).Project();
     sessions.SetVisibility([this](const UA_NodeId& node, const ClientSession* session) {
         return objects.IsVisible(node, session);
+    });
+    sessions.SetReadability([this](const UA_NodeId& node, const ClientSession* session) {
+        return !TellsOfOthers(node) || events.IsRaisingFor(session);
     });
     sessions.SetEndedObserver([this](ClientSession& session) {
         backlog.Forget(session);

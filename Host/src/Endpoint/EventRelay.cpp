@@ -126,9 +126,11 @@ void EventRelay::Trigger(const EventNode& node, const ProjectedObject& source)
     std::optional<HiddenSubscribers> hidden;
     if (source.owner != nullptr)
         hidden.emplace(server, *namespaces.ToUa(source.id));
-    RequireGood(
-        UA_Server_triggerEvent(&server, *node.id, *namespaces.ToUa(source.id), nullptr, false),
-        "raising an event of " + source.id.ToString());
+    raising = &source;
+    const UA_StatusCode status =
+        UA_Server_triggerEvent(&server, *node.id, *namespaces.ToUa(source.id), nullptr, false);
+    raising = nullptr;
+    RequireGood(status, "raising an event of " + source.id.ToString());
 }
 
 } // namespace Host

@@ -33,6 +33,14 @@ public:
     /// thread. Throws Core::NotFoundException.
     [[nodiscard]] Core::Embedding::EventSubscription Follow(const Core::NodeId& object);
 
+    /// True while the library reads the fields of an event for its hearers, and the session may
+    /// hear it: another one that knows the identifier of a private object gets empty fields. Loop
+    /// thread.
+    [[nodiscard]] bool IsRaisingFor(const ClientSession* session) const noexcept
+    {
+        return raising != nullptr && (raising->owner == nullptr || raising->owner == session);
+    }
+
 private:
     using FieldList = std::vector<Core::Embedding::EventFieldDescription>;
 
@@ -68,6 +76,7 @@ private:
     /// The fields of each event type, inherited ones first; constant.
     const std::unordered_map<Core::NodeId, FieldList, Core::HashNodeId> fields;
     std::unordered_map<Core::NodeId, EventNode, Core::HashNodeId> nodes; // loop thread
+    const ProjectedObject* raising = nullptr;                            // loop thread
 };
 
 } // namespace Host

@@ -96,6 +96,18 @@ struct Sessions::Callbacks
             return false;
         }
     }
+
+    static UA_Byte GetAccessLevel(UA_Server* /*server*/, UA_AccessControl* control,
+                                  const UA_NodeId* /*sessionId*/, void* context,
+                                  const UA_NodeId* node, void* /*nodeContext*/) noexcept
+    {
+        try {
+            const auto* session = static_cast<const ClientSession*>(context);
+            return Self(control).isReadable(*node, session) ? readOnly : 0;
+        } catch (const std::exception&) {
+            return 0;
+        }
+    }
 };
 
 Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRules rules,
@@ -105,6 +117,7 @@ Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRu
     , rules(rules)
     , authenticate(std::move(authenticate))
     , isVisible([](const UA_NodeId&, const ClientSession*) { return true; })
+    , isReadable([](const UA_NodeId&, const ClientSession*) { return true; })
     , ended([](ClientSession&) {})
 {
     if (rules.anonymousAllowed)
@@ -134,9 +147,7 @@ void Sessions::Install(UA_ServerConfig& configuration)
     control.getUserRightsMask = [](auto...) -> UA_UInt32 {
         return 0;
     };
-    control.getUserAccessLevel = [](auto...) -> UA_Byte {
-        return readOnly;
-    };
+    control.getUserAccessLevel = Callbacks::GetAccessLevel;
     control.getUserExecutable = [](auto...) -> UA_Boolean {
         return true;
     };

@@ -59,6 +59,10 @@ public:
     ~Sessions();
 
     void SetVisibility(IsVisible isVisible) { this->isVisible = std::move(isVisible); }
+
+    /// Says which variables a session may read the value of. Loop thread.
+    using IsReadable = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
+    void SetReadability(IsReadable isReadable) { this->isReadable = std::move(isReadable); }
     void SetEndedObserver(Ended ended) { this->ended = std::move(ended); }
 
     /// Makes this the access control of a server; what it had before is cleared.
@@ -94,6 +98,7 @@ private:
     SessionRules rules;
     Authenticate authenticate;
     IsVisible isVisible;
+    IsReadable isReadable;
     Ended ended;
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
     SessionList sessions;                          // active and ending ones
