@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 
 namespace Host {
 namespace {
@@ -30,6 +31,14 @@ Core::LogLevel ToLevel(UA_LogLevel level)
     }
 }
 
+/// Clients may not add nodes, and for a node about a subscription the library asks as if one did. It
+/// would say so for each of them.
+bool IsOfNoInterest(std::string_view text)
+{
+    return text.find("Creating the subscription diagnostics object failed") !=
+           std::string_view::npos;
+}
+
 void Write(void* /*context*/, UA_LogLevel level, UA_LogCategory /*category*/, const char* format,
            va_list arguments) noexcept
 {
@@ -38,7 +47,8 @@ void Write(void* /*context*/, UA_LogLevel level, UA_LogCategory /*category*/, co
             return;
         std::array<char, 1024> text{};
         std::vsnprintf(text.data(), text.size(), format, arguments);
-        Log(ToLevel(level), category, text.data());
+        if (!IsOfNoInterest(text.data()))
+            Log(ToLevel(level), category, text.data());
     } catch (const std::exception&) {
         // A line that cannot be written is lost; nobody could be told but by another line.
     }
