@@ -29,8 +29,9 @@ public:
 
     TicketPointer Open(const std::string& path, std::int32_t mode);
     TicketPointer Close(std::uint32_t handle);
-    TicketPointer UploadFile(const std::string& path, std::shared_ptr<std::vector<unsigned char>> content,
-                             UA_DateTime time, UA_Byte permissions);
+    TicketPointer UploadFile(const std::string& path,
+                             std::shared_ptr<std::vector<unsigned char>> content, UA_DateTime time,
+                             UA_Byte permissions);
     TicketPointer OpenWrite(const std::string& path);
     /// `owner` keeps the bytes until they have been encoded.
     TicketPointer Write(std::uint32_t handle, std::span<const unsigned char> bytes,

@@ -128,9 +128,10 @@ private:
         handle.reset();
         pending.clear();
         if (check->hasOutput && check->readPosition != position)
-            throw FileFailed(MakeUnknownFailure(
-                remote, Step::Read, "not all of its bytes arrived, though the server gave no "
-                                    "reason"));
+            throw FileFailed(
+                MakeUnknownFailure(remote, Step::Read,
+                                   "not all of its bytes arrived, though the server gave no "
+                                   "reason"));
     }
 
     Caller& caller;
@@ -145,7 +146,7 @@ private:
 struct DownloadJob
 {
     std::string remote;
-    std::string local; // as it is named
+    std::string local;    // as it is named
     std::string relative; // below the tree; the leaf otherwise
     std::shared_ptr<LocalTree> tree;
     std::optional<FileTime> time;
@@ -192,8 +193,8 @@ private:
         try {
             const Kind kind = fileSystem.GetKind(item.remote, options.cancellation);
             if (kind == Kind::Missing)
-                throw FileFailed(MakeUnknownFailure(item.remote, Step::Open,
-                                                    "there is nothing of this name"));
+                throw FileFailed(
+                    MakeUnknownFailure(item.remote, Step::Open, "there is nothing of this name"));
             if (kind == Kind::File)
                 AddFile(fileSystem, item);
             else if (options.isRecursive)
@@ -221,8 +222,8 @@ private:
     void AddFile(FileSystem& fileSystem, const TransferItem& item)
     {
         if (GetLeaf(item.local).empty())
-            throw FileFailed(MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped,
-                                              "it names no file"));
+            throw FileFailed(
+                MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped, "it names no file"));
         DownloadJob job{item.remote, item.local, "", nullptr, std::nullopt};
         job.time = fileSystem.GetTime(item.remote, options.cancellation);
         transfer.tally.Find(1, std::nullopt);
@@ -236,8 +237,7 @@ private:
             transfer.tally.AddFailure(failure);
         const auto tree = std::make_shared<LocalTree>(item.local);
         transfer.tally.AddDirectory();
-        directories.push_back(
-            {"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
+        directories.push_back({"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
         std::unordered_set<std::string> seen;
         for (const auto& entry : listing.entries)
             AddEntry(item, tree, entry, seen);
@@ -320,13 +320,13 @@ private:
             hasBegun = true;
             const std::uint64_t start = FindStart(caller, job, part);
             transfer.tally.Resume(start);
-            const std::uint64_t size = ReadRemoteFile(
-                caller, job.remote, start, transfer.GetJobs(),
-                [&](std::uint64_t position, std::span<const unsigned char> bytes) {
-                    WriteAt(part.GetDescriptor(), job.local, bytes, position);
-                    transfer.tally.Move(job.remote, position + bytes.size(), std::nullopt,
-                                        bytes.size());
-                });
+            const std::uint64_t size =
+                ReadRemoteFile(caller, job.remote, start, transfer.GetJobs(),
+                               [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                                   WriteAt(part.GetDescriptor(), job.local, bytes, position);
+                                   transfer.tally.Move(job.remote, position + bytes.size(),
+                                                       std::nullopt, bytes.size());
+                               });
             if (options.verifies)
                 CompareContents(caller, job.remote, part.GetDescriptor(), job.local,
                                 transfer.GetJobs());
@@ -351,7 +351,8 @@ private:
         const std::uint64_t tail = std::min<std::uint64_t>(size, readSize);
         std::vector<unsigned char> local(tail);
         ReadAt(part.GetDescriptor(), job.local, local, size - tail);
-        const auto remote = caller.Repeat([&] { return ReadTail(caller, job.remote, size - tail, tail); });
+        const auto remote =
+            caller.Repeat([&] { return ReadTail(caller, job.remote, size - tail, tail); });
         if (remote == local)
             return size;
         part.Truncate(0); // another file was there
@@ -537,16 +538,15 @@ void CompareContents(Caller& caller, const std::string& remote, int local,
 {
     std::vector<unsigned char> buffer(readSize);
     const auto differ = [&](std::uint64_t position) {
-        Failure failure = MakeUnknownFailure(
-            remote, Step::Verify,
-            "its content differs from the other side's, from byte " + std::to_string(position) +
-                " on or later");
+        Failure failure =
+            MakeUnknownFailure(remote, Step::Verify,
+                               "its content differs from the other side's, from byte " +
+                                   std::to_string(position) + " on or later");
         failure.kind = FailureKind::Different;
         throw FileFailed(std::move(failure));
     };
     const auto size = ReadRemoteFile(
-        caller, remote, 0, jobs,
-        [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+        caller, remote, 0, jobs, [&](std::uint64_t position, std::span<const unsigned char> bytes) {
             const auto expected = std::span(buffer).first(bytes.size());
             if (ReadAt(local, localName, expected, position) != bytes.size() ||
                 !std::equal(bytes.begin(), bytes.end(), expected.begin()))
@@ -575,13 +575,13 @@ TransferResult FileSystem::DownloadTo(const std::string& remote, const ByteSink&
         DoFile(transfer, remote, "", hasBegun, [&] {
             if (GetKind(remote, options.cancellation) == Kind::Directory)
                 throw FileFailed(MakeUnknownFailure(remote, Step::Open, "it is a directory"));
-            const auto size = ReadRemoteFile(
-                caller, remote, 0, 1,
-                [&](std::uint64_t position, std::span<const unsigned char> bytes) {
-                    sink(bytes);
-                    transfer.tally.Move(remote, position + bytes.size(), std::nullopt,
-                                        bytes.size());
-                });
+            const auto size =
+                ReadRemoteFile(caller, remote, 0, 1,
+                               [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                                   sink(bytes);
+                                   transfer.tally.Move(remote, position + bytes.size(),
+                                                       std::nullopt, bytes.size());
+                               });
             transfer.tally.FinishFile(remote, size);
         });
     });

@@ -35,8 +35,8 @@ constexpr UA_UInt32 listItemEncoding = 1320;
 /// More is not encoded ahead of what the network takes, so that the time in which a call has to be
 /// answered does not begin while it waits here.
 constexpr std::size_t outputAhead = std::size_t{1} << 20U;
-constexpr UA_UInt32 longestWait = 1'000; // ms; everything that happens ends it
-constexpr UA_UInt32 cancellationWait = 50; // ms, while connecting
+constexpr UA_UInt32 longestWait = 1'000;        // ms; everything that happens ends it
+constexpr UA_UInt32 cancellationWait = 50;      // ms, while connecting
 constexpr UA_UInt32 sessionTimeout = 3'600'000; // ms
 
 constexpr double publishingInterval = 10; // ms; the host delivers ahead of it
@@ -84,10 +84,7 @@ public:
     EndpointList() = default;
     EndpointList(const EndpointList&) = delete;
     EndpointList& operator=(const EndpointList&) = delete;
-    ~EndpointList()
-    {
-        UA_Array_delete(list, count, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]);
-    }
+    ~EndpointList() { UA_Array_delete(list, count, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]); }
 
     UA_StatusCode Ask(UA_Client& client, const std::string& url)
     {
@@ -163,11 +160,11 @@ void Pin(UA_CertificateVerification& verification, std::vector<unsigned char>& c
     case UA_STATUSCODE_BADUSERACCESSDENIED:
     case UA_STATUSCODE_BADIDENTITYTOKENREJECTED:
     case UA_STATUSCODE_BADIDENTITYTOKENINVALID:
-        throw RefusedException(Refusal::Login, "cannot log in to " + url +
-                                                   ": the user or the password is refused");
+        throw RefusedException(Refusal::Login,
+                               "cannot log in to " + url + ": the user or the password is refused");
     case UA_STATUSCODE_BADTOOMANYSESSIONS:
-        throw RefusedException(Refusal::Limit,
-                               "cannot log in to " + url + ": it has as many sessions as it allows");
+        throw RefusedException(Refusal::Limit, "cannot log in to " + url +
+                                                   ": it has as many sessions as it allows");
     case UA_STATUSCODE_BADCERTIFICATEUNTRUSTED:
     case UA_STATUSCODE_BADSECURITYCHECKSFAILED:
     case UA_STATUSCODE_BADCERTIFICATEINVALID:
@@ -252,8 +249,7 @@ Engine::Engine(ConnectionOptions givenOptions, const Cancellation* cancellation)
     ReadNamespaces();
     DescribeTypes();
     sessionToken = GetSessionToken();
-    UA_Client_getConfig(client.get())->timeout =
-        static_cast<UA_UInt32>(options.answerTime.count());
+    UA_Client_getConfig(client.get())->timeout = static_cast<UA_UInt32>(options.answerTime.count());
     thread = std::thread([this] { RunThread(); });
 }
 
@@ -396,10 +392,9 @@ void Engine::SetIdentity(const UA_EndpointDescription& endpoint)
         if (endpoint.userIdentityTokens[i].tokenType == type)
             found = &endpoint.userIdentityTokens[i];
     if (found == nullptr)
-        throw RefusedException(Refusal::Login,
-                               options.url + (options.login
-                                                  ? " takes no user names and passwords"
-                                                  : " asks for a user name and a password"));
+        throw RefusedException(
+            Refusal::Login, options.url + (options.login ? " takes no user names and passwords"
+                                                         : " asks for a user name and a password"));
     UA_UserTokenPolicy_copy(found, &configuration.userTokenPolicy);
     if (options.login)
         RequireGood(UA_ClientConfig_setAuthenticationUsername(&configuration,
@@ -648,8 +643,7 @@ void Engine::Send(const TicketPointer& ticket)
     }
     UA_CallMethodRequest call{};
     call.objectId = ticket->node->GetId();
-    call.methodId =
-        UA_NODEID_NUMERIC(namespaces.files, static_cast<UA_UInt32>(ticket->method));
+    call.methodId = UA_NODEID_NUMERIC(namespaces.files, static_cast<UA_UInt32>(ticket->method));
     call.inputArguments = inputs.data();
     call.inputArgumentsSize = count;
     UA_CallRequest request{};

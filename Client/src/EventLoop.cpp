@@ -292,8 +292,10 @@ void EventLoop::Implementation::FillLifecycle()
         return UA_STATUSCODE_GOOD;
     };
     // One thread does it all.
-    handle.lock = [](UA_EventLoop*) {};
-    handle.unlock = [](UA_EventLoop*) {};
+    handle.lock = [](UA_EventLoop*) {
+    };
+    handle.unlock = [](UA_EventLoop*) {
+    };
     handle.dateTime_now = [](UA_EventLoop*) {
         return UA_DateTime_now();
     };
@@ -587,8 +589,8 @@ void EventLoop::Implementation::ConnectNext(TcpConnection& connection)
     while (connection.nextAddress != nullptr) {
         const addrinfo& address =
             *std::exchange(connection.nextAddress, connection.nextAddress->ai_next);
-        connection.socket = Descriptor(
-            ::socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        connection.socket =
+            Descriptor(::socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         if (!connection.socket.IsOpen())
             continue;
         Configure(connection.socket.Get());

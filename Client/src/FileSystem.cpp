@@ -122,9 +122,8 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
         throw OperationFailedException("cannot list " + Quote(directory) + ": it cannot be read");
     Listing listing{std::move(list->entries), {}};
     if (list->isLimitExceeded)
-        listing.failures.push_back(
-            MakeUnknownFailure(directory, Step::List,
-                               "it has more entries than the server tells of (61440)"));
+        listing.failures.push_back(MakeUnknownFailure(
+            directory, Step::List, "it has more entries than the server tells of (61440)"));
     return listing;
 }
 
@@ -256,8 +255,8 @@ std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, b
             if (after[i])
                 failures.push_back(MakeUnknownFailure(part[i], Step::Delete, "it is still there"));
             else if (!before[i] && !mayBeMissing)
-                failures.push_back(MakeUnknownFailure(part[i], Step::Delete,
-                                                      "there is nothing of this name"));
+                failures.push_back(
+                    MakeUnknownFailure(part[i], Step::Delete, "there is nothing of this name"));
         }
     }
     return failures;

@@ -75,8 +75,7 @@ void WriteAt(int file, const std::string& name, std::span<const unsigned char> b
              std::uint64_t position)
 {
     while (!bytes.empty()) {
-        const auto count =
-            pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(position));
+        const auto count = pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(position));
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)

@@ -112,10 +112,9 @@ void RemoteNode::Make()
     const UA_UInt16 host = engine.GetNamespaces().host;
     std::size_t count = 0;
     UA_Variant* outputs = nullptr;
-    const UA_StatusCode status =
-        UA_Client_call(engine.GetClient(), UA_NODEID_NUMERIC(host, fileSystemsFolder),
-                       UA_NODEID_NUMERIC(host, createFileSystemMethod), 0, nullptr, &count,
-                       &outputs);
+    const UA_StatusCode status = UA_Client_call(
+        engine.GetClient(), UA_NODEID_NUMERIC(host, fileSystemsFolder),
+        UA_NODEID_NUMERIC(host, createFileSystemMethod), 0, nullptr, &count, &outputs);
     if (status == UA_STATUSCODE_BADRESOURCEUNAVAILABLE)
         throw RefusedException(Refusal::Limit, "the session has as many file systems as the "
                                                "server allows");

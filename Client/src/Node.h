@@ -62,12 +62,10 @@ T GetScalar(const UA_Variant& value, std::size_t type, T otherwise)
 /// A private file system on the server, and which of its events answers what. Events come in the
 /// order of the requests; so who waits is kept in that order.
 ///
-/// After a lost connection a new epoch begins: calls of the one before are lost. When the session is
-/// the same, so are the node and its handles; the new epoch begins behind a mark, a Close of a
+/// After a lost connection a new epoch begins: calls of the one before are lost. When the session
+/// is the same, so are the node and its handles; the new epoch begins behind a mark, a Close of a
 /// handle that nobody has, whose acknowledgement says that everything queued before has run.
-class RemoteNode final
-    : public EventListener
-    , public std::enable_shared_from_this<RemoteNode>
+class RemoteNode final : public EventListener, public std::enable_shared_from_this<RemoteNode>
 {
 public:
     explicit RemoteNode(Engine& engine);

@@ -96,8 +96,8 @@ class FolderLock
 {
 public:
     explicit FolderLock(const Path& folder)
-        : descriptor(open((folder / "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC,
-                          S_IRUSR | S_IWUSR))
+        : descriptor(
+              open((folder / "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR))
     {
         if (!descriptor.IsOpen())
             Fail("'" + (folder / "lock").string() + "' cannot be made");
@@ -165,11 +165,11 @@ void MakeIdentity(const Path& folder)
     SetParameter(parameters, "expires-in-days", validDays);
     UA_ByteString key = UA_BYTESTRING_NULL;
     UA_ByteString certificate = UA_BYTESTRING_NULL;
-    const UA_Logger silent{[](void*, UA_LogLevel, UA_LogCategory, const char*, va_list) {},
-                           nullptr, nullptr};
-    const UA_StatusCode status = UA_CreateCertificate(
-        &silent, subjects.data(), subjects.size(), names.data(), names.size(),
-        UA_CERTIFICATEFORMAT_DER, &parameters, &key, &certificate);
+    const UA_Logger silent{[](void*, UA_LogLevel, UA_LogCategory, const char*, va_list) {}, nullptr,
+                           nullptr};
+    const UA_StatusCode status =
+        UA_CreateCertificate(&silent, subjects.data(), subjects.size(), names.data(), names.size(),
+                             UA_CERTIFICATEFORMAT_DER, &parameters, &key, &certificate);
     UA_KeyValueMap_clear(&parameters);
     const std::string keyText = TakeText(key);
     const std::string certificateText = TakeText(certificate);
@@ -228,8 +228,8 @@ Identity LoadIdentity(const Path& stateFolder)
         throw ClientException("'" + (folder / "key.der").string() +
                               "' is a secret, but others than its owner may read or change it: "
                               "chmod 600 it");
-    Identity identity{ToBytes(ReadWhole(folder / "key.der")),
-                      ToBytes(ReadWhole(folder / "certificate.der")), {}};
+    Identity identity{
+        ToBytes(ReadWhole(folder / "key.der")), ToBytes(ReadWhole(folder / "certificate.der")), {}};
     identity.applicationUri = FindUri(identity.certificate);
     if (identity.applicationUri.empty())
         throw ClientException("'" + (folder / "certificate.der").string() +

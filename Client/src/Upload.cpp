@@ -207,8 +207,7 @@ private:
                 MakeUnknownFailure(remote, Step::Resume, "it cannot be written from there on"));
         next = from;
         written = from;
-        if (from < position && !source.CanSeek() &&
-            (blocks.empty() || blocks.front().start > from))
+        if (from < position && !source.CanSeek() && (blocks.empty() || blocks.front().start > from))
             throw FileFailed(MakeUnknownFailure(
                 remote, Step::Resume, "the server lost more than can be sent again from a stream"));
         if (source.CanSeek()) {
@@ -304,8 +303,7 @@ private:
 
     void Send(const Block& block)
     {
-        caller.Write(handle->GetNumber(), std::span(*block.bytes).first(block.length),
-                     block.bytes);
+        caller.Write(handle->GetNumber(), std::span(*block.bytes).first(block.length), block.bytes);
         next = block.start + block.length;
     }
 
@@ -371,16 +369,14 @@ private:
     void Finish()
     {
         isFinishing = true;
-        const auto close =
-            caller.WriteClose(handle->GetNumber(), stamp.time, stamp.permissions);
+        const auto close = caller.WriteClose(handle->GetNumber(), stamp.time, stamp.permissions);
         const auto barrier = caller.Barrier();
         caller.AwaitAnswer(close);
         caller.AwaitEvent(barrier);
         ThrowIfFailed(Step::Close);
         if (!handle->IsAcknowledged()) {
             handle.reset();
-            throw FileFailed(
-                MakeUnknownFailure(remote, Step::Close, "it was not open any more"));
+            throw FileFailed(MakeUnknownFailure(remote, Step::Close, "it was not open any more"));
         }
         handle.reset();
         CountWritten(position);
@@ -519,7 +515,8 @@ private:
         directories.push_back({remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
         errno = 0;
         std::vector<std::string> names;
-        while (const dirent* const entry = readdir(directory.get())) // NOLINT(concurrency-mt-unsafe)
+        while (const dirent* const entry =
+                   readdir(directory.get())) // NOLINT(concurrency-mt-unsafe)
             names.emplace_back(entry->d_name);
         if (errno != 0)
             FailLocally(local, Step::List);
@@ -533,9 +530,9 @@ private:
     void MakeDirectories(Caller& caller)
     {
         for (std::size_t start = 0; start < directories.size(); start += directoriesAtOnce) {
-            const auto part = std::span(directories)
-                                  .subspan(start, std::min(directoriesAtOnce,
-                                                           directories.size() - start));
+            const auto part =
+                std::span(directories)
+                    .subspan(start, std::min(directoriesAtOnce, directories.size() - start));
             const auto made = caller.Repeat([&] { return MakeSome(caller, part); });
             for (std::size_t i = 0; i < part.size(); ++i) {
                 if (made[i])
@@ -567,9 +564,9 @@ private:
     {
         std::reverse(directories.begin(), directories.end());
         for (std::size_t start = 0; start < directories.size(); start += directoriesAtOnce) {
-            const auto part = std::span(directories)
-                                  .subspan(start, std::min(directoriesAtOnce,
-                                                           directories.size() - start));
+            const auto part =
+                std::span(directories)
+                    .subspan(start, std::min(directoriesAtOnce, directories.size() - start));
             caller.Repeat([&] { SetSomeTimes(caller, part); });
         }
     }

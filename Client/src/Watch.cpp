@@ -119,8 +119,7 @@ public:
         if (count != eventFields)
             return;
         Event event;
-        event.time =
-            ToTimePoint(GetScalar<UA_DateTime>(fields[timeField], UA_TYPES_DATETIME, 0));
+        event.time = ToTimePoint(GetScalar<UA_DateTime>(fields[timeField], UA_TYPES_DATETIME, 0));
         if (!Fill(event, fields))
             return;
         {

@@ -66,7 +66,8 @@ std::string ReadUntil(int descriptor, const std::string& text)
 
 TemporaryFolder::TemporaryFolder()
 {
-    std::string name = (std::filesystem::temp_directory_path() / "talvensor-client.XXXXXX").string();
+    std::string name =
+        (std::filesystem::temp_directory_path() / "talvensor-client.XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
         throw std::system_error(errno, std::generic_category(), name);
     path = name;
@@ -94,12 +95,19 @@ HostProcess::~HostProcess()
 
 void HostProcess::Start()
 {
-    std::vector<std::string> arguments{
-        TALVENSOR_HOST,  "--listen",      "opc.tcp://127.0.0.1:" + std::to_string(port),
-        "--root",        root.string(),   "--module",
-        TALVENSOR_MODULE, "--model",      TALVENSOR_MODEL,
-        "--pki",         (state.GetPath() / "pki").string(),
-        "--log-level",   "off"};
+    std::vector<std::string> arguments{TALVENSOR_HOST,
+                                       "--listen",
+                                       "opc.tcp://127.0.0.1:" + std::to_string(port),
+                                       "--root",
+                                       root.string(),
+                                       "--module",
+                                       TALVENSOR_MODULE,
+                                       "--model",
+                                       TALVENSOR_MODEL,
+                                       "--pki",
+                                       (state.GetPath() / "pki").string(),
+                                       "--log-level",
+                                       "off"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     std::vector<char*> pointers;
     for (auto& argument : arguments)

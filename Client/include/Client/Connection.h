@@ -92,7 +92,7 @@ struct ServerInfo
     std::string securityMode;   ///< "None" or "SignAndEncrypt"
     std::string fingerprint;    ///< of the server's certificate; empty when it shows none
     std::string user;           ///< empty when anonymous
-    std::string sessionId; ///< the name that the session has at the server
+    std::string sessionId;      ///< the name that the session has at the server
     std::chrono::milliseconds sessionTimeout{0};
     std::vector<std::string> namespaces;  ///< their URIs, by index
     std::vector<std::string> sharedNodes; ///< the names of the file systems that all clients share

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "HostProcess.h"
+
+#include "Client/FileSystem.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+namespace ClientTest {
+
+/// A modification time that lies well in the past, in seconds.
+constexpr long oldTime = 1'600'000'000;
+
+[[nodiscard]] std::string MakeContent(std::size_t size);
+void WriteFile(const std::filesystem::path& file, const std::string& content);
+[[nodiscard]] std::string ReadFile(const std::filesystem::path& file);
+/// With the folders above it, and with the old time.
+void MakeFile(const std::filesystem::path& file, std::size_t size);
+[[nodiscard]] long GetSeconds(const std::filesystem::path& file);
+/// Names, contents and times of files.
+void ExpectSameTrees(const std::filesystem::path& left, const std::filesystem::path& right);
+[[nodiscard]] std::string Describe(const Client::TransferResult& result);
+
+class WithHost : public testing::Test
+{
+protected:
+    Client::ConnectionOptions MakeOptions(const HostProcess& server,
+                                          Client::Security security = Client::Security::Plain)
+    {
+        Client::ConnectionOptions options;
+        options.url = server.GetUrl();
+        options.security = security;
+        options.stateFolder = state.GetPath() / "client";
+        return options;
+    }
+
+    TemporaryFolder root;
+    TemporaryFolder local;
+    TemporaryFolder state;
+    HostProcess host{root.GetPath()};
+};
+
+} // namespace ClientTest
