@@ -420,23 +420,30 @@ void TcpConnections::AddListener(const Channel& channel, Tcp::acceptor acceptor)
     Accept(listener);
 }
 
+/// Waits until there is somebody to accept: without a descriptor left the system refuses to accept
+/// also when there is nobody, so that just trying would go round and round.
 void TcpConnections::Accept(const SharedListener& listener)
 {
     if (listener->closing)
         return;
-    listener->acceptor.async_accept([this, listener](const ErrorCode& error, Tcp::socket socket) {
-        const Lock lock(mutex);
-        if (!listener->closing)
-            OnAccepted(listener, error, std::move(socket));
-    });
+    listener->acceptor.async_wait(Tcp::acceptor::wait_read,
+                                  [this, listener](const ErrorCode& error) {
+                                      const Lock lock(mutex);
+                                      if (!listener->closing)
+                                          OnAcceptable(listener, error);
+                                  });
 }
 
-void TcpConnections::OnAccepted(const SharedListener& listener, const ErrorCode& error,
-                                Tcp::socket socket)
+void TcpConnections::OnAcceptable(const SharedListener& listener, const ErrorCode& error)
 {
     ErrorCode failure = error;
+    Tcp::socket socket(context);
+    if (!failure)
+        socket = listener->acceptor.accept(failure);
     if (failure == asio::error::no_descriptors)
         socket = AcceptWithKeptDescriptor(*listener, failure);
+    if (failure == asio::error::would_block) // has gone already
+        return Accept(listener);
     if (failure) {
         OnAcceptFailed(*listener, failure);
         if (IsOutOfResources(failure))

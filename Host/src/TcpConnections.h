@@ -142,7 +142,7 @@ private:
     std::optional<Tcp::acceptor> OpenAcceptor(const Tcp::endpoint& endpoint);
     void AddListener(const Channel& channel, Tcp::acceptor acceptor);
     void Accept(const SharedListener& listener);
-    void OnAccepted(const SharedListener& listener, const ErrorCode& error, Tcp::socket socket);
+    void OnAcceptable(const SharedListener& listener, const ErrorCode& error);
     Tcp::socket AcceptWithKeptDescriptor(Listener& listener, ErrorCode& error);
     void OnAcceptFailed(Listener& listener, const ErrorCode& error);
     void RetryAccept(const SharedListener& listener);
