@@ -26,6 +26,7 @@
 #include <array>
 #include <atomic>
 #include <exception>
+#include <limits>
 #include <utility>
 
 namespace Host {
@@ -323,8 +324,13 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
 {
     configuration.tcpMaxMsgSize = static_cast<UA_UInt32>(settings.maximumMessage);
     configuration.tcpMaxChunks = static_cast<UA_UInt32>(settings.maximumChunks);
-    configuration.maxSessions = static_cast<UA_UInt16>(settings.maximumSessions);
-    configuration.maxSecureChannels = static_cast<UA_UInt16>(settings.maximumSessions + 20);
+    // The bound of sessions is that of active ones, which `Sessions` keeps. As many more may be
+    // about to be activated, so that who never does it does not keep others out at once.
+    constexpr std::size_t most = std::numeric_limits<UA_UInt16>::max();
+    constexpr std::size_t channelsWithoutSession = 20;
+    const auto created = std::min(2 * settings.maximumSessions, most - channelsWithoutSession);
+    configuration.maxSessions = static_cast<UA_UInt16>(created);
+    configuration.maxSecureChannels = static_cast<UA_UInt16>(created + channelsWithoutSession);
     configuration.maxSubscriptionsPerSession =
         static_cast<UA_UInt32>(settings.subscriptionsPerSession);
     configuration.publishingIntervalLimits.min = 10;
@@ -417,11 +423,17 @@ void Endpoint::Implementation::RemoveOwnObjects(ClientSession& session)
 void Endpoint::Implementation::AddHousekeeping()
 {
     constexpr double interval = 1'000;
-    const auto report = [](UA_Server* /*server*/, void* context) noexcept {
+    const auto keepHouse = [](UA_Server* /*server*/, void* context) noexcept {
         auto& self = *static_cast<Implementation*>(context);
-        self.sessions.ReportUndrained(self.settings.drain);
+        try {
+            self.sessions.ReportUndrained(self.settings.drain);
+            self.sessions.CloseUnclaimed(*self.server);
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot look after the sessions: {}", exception.what()));
+        }
     };
-    RequireGood(UA_Server_addRepeatedCallback(server.get(), report, this, interval, nullptr),
+    RequireGood(UA_Server_addRepeatedCallback(server.get(), keepHouse, this, interval, nullptr),
                 "adding a timer");
 }
 

@@ -318,6 +318,47 @@ void Sessions::ReportUndrained(milliseconds limit)
     }
 }
 
+/// The library tells of these in its diagnostics alone.
+std::vector<Ua<UA_NodeId>> Sessions::FindUnclaimed(UA_Server& server) const
+{
+    Ua<UA_Variant> all;
+    const UA_NodeId array = UA_NODEID_NUMERIC(
+        0, UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SESSIONSDIAGNOSTICSSUMMARY_SESSIONDIAGNOSTICSARRAY);
+    RequireGood(UA_Server_readValue(&server, array, &*all), "reading the state of sessions");
+    std::vector<Ua<UA_NodeId>> found;
+    if (!UA_Variant_hasArrayType(&*all, &UA_TYPES[UA_TYPES_SESSIONDIAGNOSTICSDATATYPE]))
+        return found;
+    const auto* entries = static_cast<const UA_SessionDiagnosticsDataType*>(all->data);
+    for (std::size_t i = 0; i < all->arrayLength; ++i) {
+        const UA_NodeId& id = entries[i].sessionId;
+        if (std::any_of(sessions.begin(), sessions.end(),
+                        [&id](const auto& session) { return UA_NodeId_equal(&*session->id, &id); }))
+            continue;
+        UA_NodeId copy;
+        RequireGood(UA_NodeId_copy(&id, &copy), "copying a session's identifier");
+        found.emplace_back(copy);
+    }
+    return found;
+}
+
+void Sessions::CloseUnclaimed(UA_Server& server)
+{
+    constexpr std::chrono::seconds limit{5};
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<Unclaimed> current;
+    for (auto& id : FindUnclaimed(server)) {
+        const auto known =
+            std::find_if(unclaimed.begin(), unclaimed.end(),
+                         [&id](const Unclaimed& each) { return UA_NodeId_equal(&*each.id, &*id); });
+        const auto since = known == unclaimed.end() ? now : known->since;
+        if (now - since < limit)
+            current.push_back({std::move(id), since});
+        else
+            static_cast<void>(UA_Server_closeSession(&server, &*id));
+    }
+    unclaimed = std::move(current);
+}
+
 bool Sessions::WaitIdle(milliseconds limit)
 {
     const auto end = std::chrono::steady_clock::now() + limit;

@@ -77,6 +77,10 @@ public:
     /// Logs, once each, the sessions that ended before the limit and are still at work.
     void ReportUndrained(std::chrono::milliseconds limit);
 
+    /// Closes what clients created and have not activated since: it takes places of sessions, for
+    /// an hour if nobody looks, and its creator need not have logged in. To be called now and then.
+    void CloseUnclaimed(UA_Server& server);
+
     /// Waits for the jobs of all sessions; false when some are still at work after the limit.
     [[nodiscard]] bool WaitIdle(std::chrono::milliseconds limit);
 
@@ -92,6 +96,14 @@ private:
     void End(ClientSession& session);
     void StopGrace(ClientSession& session);
     void Forget(const ClientSession& session);
+    [[nodiscard]] std::vector<Ua<UA_NodeId>> FindUnclaimed(UA_Server& server) const;
+
+    /// Created, and not activated.
+    struct Unclaimed
+    {
+        Ua<UA_NodeId> id;
+        std::chrono::steady_clock::time_point since;
+    };
 
     EventLoop& loop;
     Core::Embedding::Runtime& runtime;
@@ -102,6 +114,7 @@ private:
     Ended ended;
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
     SessionList sessions;                          // active and ending ones
+    std::vector<Unclaimed> unclaimed;              // when last looked at
 };
 
 } // namespace Host
