@@ -119,6 +119,10 @@ class Endpoint::Implementation
 public:
     Implementation(Core::Embedding::Runtime& runtime, EndpointSettings settings,
                    Authenticate authenticate);
+    Implementation(const Implementation&) = delete;
+    Implementation& operator=(const Implementation&) = delete;
+    /// The server goes first: what is left of events in its nodes is of the types in `structures`.
+    ~Implementation() { server.reset(); }
 
     [[nodiscard]] std::vector<std::string> GetUrls() const;
     bool Run();
