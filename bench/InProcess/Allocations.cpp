@@ -1,0 +1,36 @@
+#include "Allocations.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local std::size_t allocations = 0;
+
+} // namespace
+
+std::size_t Bench::CountAllocations() noexcept
+{
+    return allocations;
+}
+
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is what allocates for everything else
+void* operator new(std::size_t size)
+{
+    ++allocations;
+    if (void* const memory = std::malloc(std::max<std::size_t>(size, 1)))
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+// NOLINTEND(cppcoreguidelines-no-malloc)

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Host.h"
+#include "Operation.h"
+
+#include <filesystem>
+
+namespace Bench {
+
+/// Each gives a figure and its reference. `folder` is empty and on a memory file system; what is
+/// returned refers to `host`.
+[[nodiscard]] Operations MakeExistsOperations(Host& host, const std::filesystem::path& folder);
+[[nodiscard]] Operations MakeUploadOperations(Host& host, const std::filesystem::path& folder);
+[[nodiscard]] Operations MakeBlocksOperations(Host& host, const std::filesystem::path& folder);
+[[nodiscard]] Operations MakeReadOperations(Host& host, const std::filesystem::path& folder);
+[[nodiscard]] Operations MakeListOperations(Host& host, const std::filesystem::path& folder);
+[[nodiscard]] Operations MakeTraceOperations(const std::filesystem::path& folder);
+
+} // namespace Bench

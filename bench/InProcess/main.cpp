@@ -1,0 +1,195 @@
+#include "Operations.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string_view>
+
+// InProcessBench [Google Benchmark's options]
+//   measures every operation beside its reference, in rounds and in no fixed order.
+// InProcessBench --count FOLDER OPERATION NUMBER
+//   does one operation so many times, for tools that count. What it leaves in the folder is the
+//   caller's to remove.
+
+namespace Bench {
+
+namespace {
+
+constexpr const char* memoryFileSystem = "/dev/shm";
+
+/// A folder on the memory file system, removed with everything in it.
+class Folder
+{
+public:
+    Folder()
+    {
+        std::string pattern = std::string(memoryFileSystem) + "/talvensor-bench-XXXXXX";
+        if (::mkdtemp(pattern.data()) == nullptr)
+            ThrowSystemError(pattern);
+        path = pattern;
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+
+    [[nodiscard]] std::filesystem::path Add(const char* name) const
+    {
+        std::filesystem::create_directory(path / name);
+        return path / name;
+    }
+
+private:
+    std::filesystem::path path;
+};
+
+using MakeOperations = Operations (*)(Host& host, const std::filesystem::path& folder);
+
+/// What makes the operations whose names begin so.
+struct Group
+{
+    const char* name;
+    MakeOperations make;
+};
+
+constexpr Group groups[] = {
+    {"exists", MakeExistsOperations},
+    {"upload", MakeUploadOperations},
+    {"blocks", MakeBlocksOperations},
+    {"read", MakeReadOperations},
+    {"list", MakeListOperations},
+    {"trace",
+     [](Host&, const std::filesystem::path& folder) {
+         return MakeTraceOperations(folder);
+     }},
+};
+
+void Measure(benchmark::State& state, const Operation& operation)
+{
+    const auto batch = static_cast<benchmark::IterationCount>(operation.batch);
+    try {
+        operation.prepare();
+        while (state.KeepRunningBatch(batch)) {
+            operation.run(operation.batch);
+            state.PauseTiming();
+            operation.tidy();
+            operation.prepare();
+            state.ResumeTiming();
+        }
+    } catch (const std::exception& exception) {
+        state.SkipWithError(exception.what());
+    }
+    if (operation.bytes != 0)
+        state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(operation.bytes));
+}
+
+/// The bench's defaults, and what the caller gives: that comes later and so counts.
+std::vector<std::string> MakeArguments(int argc, char** argv)
+{
+    std::vector<std::string> arguments{"InProcessBench", "--benchmark_repetitions=9",
+                                       "--benchmark_enable_random_interleaving=true",
+                                       "--benchmark_display_aggregates_only=true"};
+    for (int i = 1; i < argc; ++i)
+        arguments.emplace_back(argv[i]);
+    return arguments;
+}
+
+/// Leaves out of the names what the library adds to say how time was taken.
+template <typename Reporter>
+class WithPlainNames final : public Reporter
+{
+public:
+    void ReportRuns(const std::vector<benchmark::BenchmarkReporter::Run>& runs) override
+    {
+        auto renamed = runs;
+        for (auto& run : renamed) {
+            run.run_name.time_type.clear();
+        }
+        Reporter::ReportRuns(renamed);
+    }
+};
+
+bool HasOutputFile(const std::vector<std::string>& arguments)
+{
+    return std::any_of(arguments.begin(), arguments.end(), [](const std::string& argument) {
+        return argument.starts_with("--benchmark_out=");
+    });
+}
+
+int MeasureAll(std::vector<std::string> texts)
+{
+    std::vector<char*> arguments;
+    for (auto& text : texts)
+        arguments.push_back(text.data());
+    auto count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
+        return EXIT_FAILURE;
+
+    const Folder folder;
+    Host host;
+    Operations operations;
+    for (const auto& group : groups)
+        for (auto& operation : group.make(host, folder.Add(group.name)))
+            operations.push_back(std::move(operation));
+    for (const auto& operation : operations)
+        benchmark::RegisterBenchmark(
+            operation.name.c_str(),
+            [&operation](benchmark::State& state) { Measure(state, operation); })
+            ->UseRealTime()
+            ->MeasureProcessCPUTime();
+    WithPlainNames<benchmark::ConsoleReporter> table;
+    WithPlainNames<benchmark::JSONReporter> file;
+    benchmark::RunSpecifiedBenchmarks(&table, HasOutputFile(texts) ? &file : nullptr);
+    benchmark::Shutdown();
+    return EXIT_SUCCESS;
+}
+
+Operation FindOperation(Host& host, const std::filesystem::path& folder, std::string_view name)
+{
+    for (const auto& group : groups) {
+        if (!name.starts_with(group.name))
+            continue;
+        for (auto& operation : group.make(host, folder))
+            if (operation.name == name)
+                return std::move(operation);
+    }
+    throw std::invalid_argument("there is no operation " + std::string(name));
+}
+
+int Count(const std::filesystem::path& folder, std::string_view name, std::string_view number)
+{
+    std::size_t count = 0;
+    if (std::from_chars(number.data(), number.data() + number.size(), count).ec != std::errc())
+        throw std::invalid_argument("not a number: " + std::string(number));
+    Host host;
+    const auto operation = FindOperation(host, folder, name);
+    operation.prepare();
+    for (; count > operation.batch; count -= operation.batch)
+        operation.run(operation.batch);
+    operation.run(count);
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+} // namespace Bench
+
+int main(int argc, char** argv)
+try {
+    if (argc == 5 && std::strcmp(argv[1], "--count") == 0)
+        return Bench::Count(argv[2], argv[3], argv[4]);
+    return Bench::MeasureAll(Bench::MakeArguments(argc, argv));
+} catch (const std::exception& exception) {
+    std::cerr << "InProcessBench: " << exception.what() << '\n';
+    return EXIT_FAILURE;
+}

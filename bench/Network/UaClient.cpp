@@ -1,0 +1,212 @@
+#include "UaClient.h"
+
+#include <OpcUa/Failure.h>
+
+#include <open62541/client_config_default.h>
+#include <open62541/client_highlevel.h>
+#include <open62541/client_subscriptions.h>
+#include <open62541/plugin/log_stdout.h>
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+namespace Bench {
+
+using OpcUa::BytesOf;
+using OpcUa::RequireGood;
+using OpcUa::Ua;
+using OpcUa::ViewOf;
+
+namespace {
+
+constexpr UA_UInt32 roundTime = 1000; // ms
+constexpr std::size_t longestSilence = 60;
+constexpr UA_UInt32 createFileSystem = 2;
+constexpr UA_UInt32 fileSystemsFolder = 1;
+
+UA_Variant View(const void* value, std::size_t type)
+{
+    UA_Variant variant;
+    UA_Variant_init(&variant);
+    variant.type = &UA_TYPES[type];
+    variant.storageType = UA_VARIANT_DATA_NODELETE;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
+    variant.data = const_cast<void*>(value);
+    return variant;
+}
+
+} // namespace
+
+struct UaClient::Pending
+{
+    UaClient& client;
+    Answer answer;
+};
+
+UaClient::UaClient(const std::string& url)
+{
+    UA_ClientConfig configuration{};
+    configuration.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
+    RequireGood(UA_ClientConfig_setDefault(&configuration), "configuring a client");
+    configuration.securityMode = UA_MESSAGESECURITYMODE_NONE;
+    configuration.timeout = roundTime * longestSilence;
+    client.reset(UA_Client_newWithConfig(&configuration));
+    if (!client)
+        throw std::bad_alloc();
+    RequireGood(UA_Client_connect(client.get(), url.c_str()), "connecting to " + url);
+    hostNamespace = GetNamespace("urn:Talvensor:Host");
+    filesNamespace = GetNamespace("urn:Talvensor:FileSystem");
+}
+
+UaClient::~UaClient()
+{
+    UA_Client_disconnect(client.get());
+}
+
+UA_UInt16 UaClient::GetNamespace(const std::string& uri) const
+{
+    const UA_String name = ViewOf(uri);
+    UA_UInt16 index = 0;
+    RequireGood(UA_Client_NamespaceGetIndex(client.get(), const_cast<UA_String*>(&name), &index),
+                "finding the namespace " + uri);
+    return index;
+}
+
+UA_NodeId UaClient::GetSharedFiles(const std::string& name) const
+{
+    return {hostNamespace, UA_NODEIDTYPE_STRING, {.string = ViewOf(name)}};
+}
+
+Ua<UA_NodeId> UaClient::CreateFiles()
+{
+    std::size_t count = 0;
+    UA_Variant* outputs = nullptr;
+    RequireGood(UA_Client_call(client.get(), UA_NODEID_NUMERIC(hostNamespace, fileSystemsFolder),
+                               UA_NODEID_NUMERIC(hostNamespace, createFileSystem), 0, nullptr,
+                               &count, &outputs),
+                "CreateFileSystem");
+    Ua<UA_NodeId> node;
+    if (count == 1 && UA_Variant_hasScalarType(outputs, &UA_TYPES[UA_TYPES_NODEID]))
+        std::swap(*node, *static_cast<UA_NodeId*>(outputs->data));
+    UA_Array_delete(outputs, count, &UA_TYPES[UA_TYPES_VARIANT]);
+    return node;
+}
+
+void UaClient::Post(const UA_NodeId& object, Method method,
+                    std::initializer_list<UA_Variant> inputs, Answer answer)
+{
+    UA_CallMethodRequest call{};
+    call.objectId = object;
+    call.methodId = UA_NODEID_NUMERIC(filesNamespace, static_cast<UA_UInt32>(method));
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
+    call.inputArguments = const_cast<UA_Variant*>(inputs.begin());
+    call.inputArgumentsSize = inputs.size();
+    UA_CallRequest request{};
+    request.methodsToCall = &call;
+    request.methodsToCallSize = 1;
+    auto pending = std::make_unique<Pending>(Pending{*this, std::move(answer)});
+    RequireGood(__UA_Client_AsyncService(client.get(), &request, &UA_TYPES[UA_TYPES_CALLREQUEST],
+                                         OnAnswer, &UA_TYPES[UA_TYPES_CALLRESPONSE], pending.get(),
+                                         nullptr),
+                "sending a call");
+    static_cast<void>(pending.release()); // the answer's
+}
+
+void UaClient::OnAnswer(UA_Client*, void* userdata, UA_UInt32, void* response)
+{
+    const std::unique_ptr<Pending> pending(static_cast<Pending*>(userdata));
+    const auto& answer = *static_cast<const UA_CallResponse*>(response);
+    ++pending->client.arrived;
+    UA_CallMethodResult failed{};
+    failed.statusCode = answer.responseHeader.serviceResult;
+    pending->answer(answer.resultsSize == 1 ? answer.results[0] : failed);
+}
+
+std::uint32_t UaClient::CallForNumber(const UA_NodeId& object, Method method,
+                                      std::initializer_list<UA_Variant> inputs)
+{
+    bool isAnswered = false;
+    const UA_UInt32* number = nullptr;
+    UA_UInt32 copy = 0;
+    Post(object, method, inputs, [&](const UA_CallMethodResult& result) {
+        isAnswered = true;
+        if (result.outputArgumentsSize == 1 &&
+            UA_Variant_hasScalarType(result.outputArguments, &UA_TYPES[UA_TYPES_UINT32])) {
+            copy = *static_cast<const UA_UInt32*>(result.outputArguments->data);
+            number = &copy;
+        }
+    });
+    Run([&] { return isAnswered; });
+    if (number == nullptr)
+        throw std::runtime_error("a call of method " +
+                                 std::to_string(static_cast<unsigned>(method)) + " has no output");
+    return copy;
+}
+
+void UaClient::Subscribe(const UA_NodeId& node, Heard given)
+{
+    heard = std::make_unique<Heard>(std::move(given));
+    UA_CreateSubscriptionRequest wanted = UA_CreateSubscriptionRequest_default();
+    wanted.requestedPublishingInterval = 10; // ms; the host delivers ahead of it
+    wanted.requestedLifetimeCount = 12'000;
+    wanted.requestedMaxKeepAliveCount = 1'000;
+    UA_CreateSubscriptionResponse made =
+        UA_Client_Subscriptions_create(client.get(), wanted, nullptr, nullptr, nullptr);
+    const UA_StatusCode status = made.responseHeader.serviceResult;
+    const UA_UInt32 subscription = made.subscriptionId;
+    UA_CreateSubscriptionResponse_clear(&made);
+    RequireGood(status, "subscribing");
+
+    UA_QualifiedName name{0, ViewOf("Time")};
+    UA_SimpleAttributeOperand operand{};
+    operand.typeDefinitionId = UA_NODEID_NUMERIC(0, UA_NS0ID_BASEEVENTTYPE);
+    operand.attributeId = UA_ATTRIBUTEID_VALUE;
+    operand.browsePath = &name;
+    operand.browsePathSize = 1;
+    UA_EventFilter filter{};
+    filter.selectClauses = &operand;
+    filter.selectClausesSize = 1;
+    UA_MonitoredItemCreateRequest item = UA_MonitoredItemCreateRequest_default(node);
+    item.itemToMonitor.attributeId = UA_ATTRIBUTEID_EVENTNOTIFIER;
+    item.requestedParameters.queueSize = 200'000;
+    item.requestedParameters.samplingInterval = 0;
+    UA_ExtensionObject_setValueNoDelete(&item.requestedParameters.filter, &filter,
+                                        &UA_TYPES[UA_TYPES_EVENTFILTER]);
+    const UA_MonitoredItemCreateResult result = UA_Client_MonitoredItems_createEvent(
+        client.get(), subscription, UA_TIMESTAMPSTORETURN_NEITHER, item, this,
+        [](UA_Client*, UA_UInt32, void*, UA_UInt32, void* context, std::size_t count,
+           UA_Variant* values) {
+            auto& self = *static_cast<UaClient*>(context);
+            ++self.arrived;
+            if (count == 1 && UA_Variant_hasScalarType(values, &UA_TYPES[UA_TYPES_DATETIME]))
+                (*self.heard)(*static_cast<const UA_DateTime*>(values->data));
+        },
+        nullptr);
+    RequireGood(result.statusCode, "subscribing to events");
+}
+
+void UaClient::RunOnce()
+{
+    const std::size_t before = arrived;
+    const UA_StatusCode status = UA_Client_run_iterate(client.get(), roundTime);
+    RequireGood(status, "keeping the connection");
+    silentRounds = arrived == before ? silentRounds + 1 : 0;
+}
+
+UA_Variant MakeVariant(const std::uint32_t& number)
+{
+    return View(&number, UA_TYPES_UINT32);
+}
+
+UA_Variant MakeVariant(const std::int32_t& number)
+{
+    return View(&number, UA_TYPES_INT32);
+}
+
+UA_Variant MakeVariant(const UA_String& text)
+{
+    return View(&text, UA_TYPES_STRING);
+}
+
+} // namespace Bench

@@ -1,0 +1,32 @@
+// node client.mjs URL LOCAL FOLDER up|down BLOCK
+// Moves LOCAL to or from the served file with the package's own operations, and prints the seconds
+// that took, without those to connect. BLOCK in bytes, 0: what the package chooses. FOLDER is for
+// its key.
+
+import { writeFileSync } from "node:fs";
+import { makeCertificateManager, fileNode } from "./common.mjs";
+
+const { OPCUAClient } = (await import("node-opcua-client")).default;
+const { ClientFile, readFile, writeOPCUAFile } = (await import("node-opcua-file-transfer")).default;
+
+const [url, local, folder, direction, block] = process.argv.slice(2);
+const client = OPCUAClient.create({
+    clientCertificateManager: await makeCertificateManager(folder, "client"),
+    endpointMustExist: false,
+    connectionStrategy: { maxRetry: 0 },
+});
+await client.connect(url);
+const session = await client.createSession();
+const file = new ClientFile(session, fileNode);
+const chunkSize = Number(block) || undefined;
+const start = process.hrtime.bigint();
+if (direction === "up") {
+    await writeOPCUAFile(file, local, { chunkSize });
+} else {
+    writeFileSync(local, await readFile(file, chunkSize && { chunkSize }));
+}
+const seconds = Number(process.hrtime.bigint() - start) / 1e9;
+console.log(JSON.stringify({ seconds }));
+await session.close();
+await client.disconnect();
+process.exit(0);
