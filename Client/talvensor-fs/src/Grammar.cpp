@@ -18,10 +18,10 @@ namespace Cli {
 namespace {
 
 constexpr const char* description =
-    "Moves files to and from a talvensor-host, and looks after them there.\n";
+    "Moves files to and from a talvensor-host, and looks after them there.";
 
 constexpr const char* footer =
-    "\nWhere to connect says -e, otherwise the profile, otherwise $TALVENSOR_ENDPOINT. Likewise\n"
+    "Where to connect says -e, otherwise the profile, otherwise $TALVENSOR_ENDPOINT. Likewise\n"
     "the user: -u, the profile, $TALVENSOR_USER. The password comes from --password-file, the\n"
     "profile's password-file, $TALVENSOR_PASSWORD, or is asked for on the terminal.\n"
     "\n"
@@ -47,7 +47,7 @@ constexpr const char* footer =
     "    130  interrupted by Ctrl-C; a second one ends at once\n";
 
 constexpr const char* putFooter =
-    "\nREMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard\n"
+    "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard\n"
     "input. A path that ends in . or .. stands for what is in it.\n"
     "\n"
     "There is no rename on the server: put writes in place. What was at the target is overwritten\n"
@@ -59,7 +59,7 @@ constexpr const char* putFooter =
     "(where the owner may execute) and read-only (where nobody may write).\n";
 
 constexpr const char* getFooter =
-    "\nLOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output.\n"
+    "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output.\n"
     "A path that ends in . or .. stands for what is in it.\n"
     "\n"
     "A file is kept under another name beside its target until it is whole, and then takes its\n"
@@ -67,24 +67,24 @@ constexpr const char* getFooter =
     "Times are set to whole seconds; permissions cannot be read from the server and are not set.\n";
 
 constexpr const char* listFooter =
-    "\n-l shows the kind (d: directory; -: file or anything else), the time in local time, and "
+    "-l shows the kind (d: directory; -: file or anything else), the time in local time, and "
     "the\n"
     "name: permissions and owners cannot be read from the server. Sizes cost a few round trips\n"
     "for each file. On a terminal, control characters in names are shown as \\xNN; elsewhere\n"
     "names are printed as they are.\n";
 
 constexpr const char* watchFooter =
-    "\nA shared node is heard by all clients: these are the results of whatever they ask of it.\n"
+    "A shared node is heard by all clients: these are the results of whatever they ask of it.\n"
     "Without NODE it is the first one that the server has; info names them.\n";
 
-constexpr const char* chmodFooter = "\nMODE is +x (everyone may execute), readonly (everyone may "
+constexpr const char* chmodFooter = "MODE is +x (everyone may execute), readonly (everyone may "
                                     "read, nobody may write), or both:\n"
                                     "+x,readonly. The server can be told nothing else, and cannot "
                                     "take it back. The file has to be\n"
                                     "writable.\n";
 
 constexpr const char* touchFooter =
-    "\nTIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or\n"
+    "TIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or\n"
     "@SECONDS since 1970. Nothing is created.\n";
 
 constexpr std::size_t nameColumn = 28;
@@ -151,6 +151,15 @@ std::vector<std::string> GetTexts(const CLI::Option* option)
     return texts;
 }
 
+/// Throws InvalidArgumentException when there are none.
+std::vector<std::string> GetPaths(const CLI::App* command, const CLI::Option* option)
+{
+    auto paths = GetTexts(option);
+    if (paths.empty())
+        throw Client::InvalidArgumentException(command->get_name() + " needs a path");
+    return paths;
+}
+
 std::optional<std::string> GetText(const CLI::Option* option)
 {
     if (option->count() == 0)
@@ -205,7 +214,7 @@ public:
                                       ? "COMMAND ..."
                                       : "talvensor-fs [CONNECTION OPTIONS] COMMAND ...");
         app.set_help_flag("-h,--help", "this text");
-        app.require_subcommand(1);
+        app.require_subcommand(0, 1);
         quiet = AddFlag(app, "-q,--quiet", "no progress, no totals: nothing but errors");
         json = AddFlag(app, "--json",
                        "results of ls, info, watch, put and get as JSON, one "
@@ -219,7 +228,13 @@ public:
     }
 
     /// Throws InvalidArgumentException. REQUIRES: it was parsed.
-    [[nodiscard]] Command MakeCommand() const { return makers.at(app.get_subcommands().front())(); }
+    [[nodiscard]] Command MakeCommand() const
+    {
+        const auto given = app.get_subcommands();
+        if (given.empty())
+            throw Client::InvalidArgumentException("there is no command; --help names them");
+        return makers.at(given.front())();
+    }
 
     [[nodiscard]] OutputChoice GetChoice() const
     {
@@ -242,6 +257,7 @@ private:
     {
         auto* const command = app.add_subcommand(name, text);
         command->fallthrough();
+        command->group("Commands");
         command->footer(end);
         formatter->SetUsage(command, (place == Place::Shell ? "" : "talvensor-fs ") + name +
                                          (arguments.empty() ? "" : " " + arguments));
@@ -249,11 +265,11 @@ private:
     }
 
     /// What stands behind a command without a name of its own; the usage line shows it.
-    static CLI::Option* AddPositionals(CLI::App* command, int least)
+    static CLI::Option* AddPaths(CLI::App* command)
     {
         return command->add_option("PATHS")
-            ->expected(least, CLI::detail::expected_max_vector_size)
-            ->required(least > 0)
+            ->expected(0, CLI::detail::expected_max_vector_size)
+            ->allow_extra_args()
             ->group("");
     }
 
@@ -261,8 +277,6 @@ private:
     {
         return command->add_option("PATH")->group("");
     }
-
-    static CLI::Option* AddPaths(CLI::App* command) { return AddPositionals(command, 1); }
 
     void AddListing()
     {
@@ -292,8 +306,8 @@ private:
     {
         auto* const command = Add(name, arguments, text);
         auto* const paths = AddPaths(command);
-        makers[command] = [paths] {
-            return PathsCommand{GetTexts(paths)};
+        makers[command] = [command, paths] {
+            return PathsCommand{GetPaths(command, paths)};
         };
     }
 
@@ -304,7 +318,7 @@ private:
         auto jobs = std::make_shared<std::size_t>(2);
         command->add_option("-j,--jobs", *jobs, "large files on their way at once, 1 to 64 (2)")
             ->type_name("COUNT")
-            ->check(CLI::Range(1, 64));
+            ->check(CLI::Range(1, 64).description(""));
         return {.command = command,
                 .paths = AddPaths(command),
                 .recursive =
@@ -360,7 +374,7 @@ private:
             AddFlag(*remove, "-r,--recursive", "directories with all that is in them");
         auto* const force = AddFlag(*remove, "-f,--force", "what is missing is no failure");
         makers[remove] = [=] {
-            return RemoveCommand{.paths = GetTexts(removed),
+            return RemoveCommand{.paths = GetPaths(remove, removed),
                                  .isRecursive = IsSet(recursive),
                                  .mayBeMissing = IsSet(force)};
         };
@@ -372,7 +386,7 @@ private:
         auto* const time =
             touch->add_option("-d,--date")->description("which time (now)")->type_name("TIME");
         makers[touch] = [=] {
-            TouchCommand made{.paths = GetTexts(touched), .time = std::nullopt};
+            TouchCommand made{.paths = GetPaths(touch, touched), .time = std::nullopt};
             if (const auto text = GetText(time))
                 made.time = ParseTime(*text);
             return made;
@@ -383,7 +397,7 @@ private:
     void AddPermissions()
     {
         auto* const command = Add("chmod", "MODE PATH...", "sets permissions", chmodFooter);
-        auto* const words = AddPositionals(command, 1);
+        auto* const words = AddPaths(command);
         makers[command] = [words] {
             auto texts = GetTexts(words);
             if (texts.size() < 2)
@@ -402,7 +416,7 @@ private:
         auto count = std::make_shared<std::size_t>(0);
         watch->add_option("-n,--count", *count, "ends after so many events (until Ctrl-C)")
             ->type_name("COUNT")
-            ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+            ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""));
         makers[watch] = [=] {
             return WatchCommand{.node = GetText(node).value_or(""), .count = *count};
         };
