@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include <malloc.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 
@@ -763,8 +764,11 @@ void TcpConnections::CheckBrakeLater()
     });
 }
 
+/// What was freed between blocks still in use stays with the process, and would keep the brake on
+/// for good, unless it is given back.
 void TcpConnections::CheckBrake()
 {
+    malloc_trim(0);
     if (!AskBrake())
         return ReleaseBrake();
     CloseAbandoned();
