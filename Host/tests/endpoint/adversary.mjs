@@ -37,6 +37,14 @@ export function memory(host) {
     return { now: read("VmRSS"), most: read("VmHWM") };
 }
 
+/** Bytes that wait in the system between a host and its clients. */
+export function countPending(host) {
+    const port = host.port.toString(16).toUpperCase().padStart(4, "0");
+    const lines = readFileSync("/proc/net/tcp", "utf8").split("\n").filter((line) => line.includes(`:${port} `));
+    const queues = lines.map((line) => line.trim().split(/\s+/)[4].split(":"));
+    return queues.flat().reduce((sum, each) => sum + parseInt(each, 16), 0);
+}
+
 /** Waits until a host holds what it held before, no more and no less. */
 export async function becomesWhole(host, before) {
     let now;
@@ -105,12 +113,29 @@ export class SteadyClient {
         return promise;
     }
 
-    /** The latencies since this was asked last: the median, the 99th percentile and the most. */
-    takeLatencies() {
-        const sorted = this.latencies.splice(0).sort((left, right) => left - right);
+    /** Calls, and says how long it took: the median, the 99th percentile and the most. */
+    async measure(count) {
+        this.latencies = [];
+        await this.call(count);
+        const sorted = this.latencies.sort((left, right) => left - right);
         const at = (part) => sorted[Math.min(sorted.length - 1, Math.floor(sorted.length * part))].toFixed(2);
         return `${sorted.length} calls: p50 ${at(0.5)} ms, p99 ${at(0.99)} ms, most ${at(1)} ms`;
     }
+}
+
+/** Stops a process of a client's once that much waits in the system between it and the host. */
+export async function stopWhilePending(child, host, bytes) {
+    await waitFor(`${bytes} bytes to wait`, async () => {
+        child.kill("SIGSTOP");
+        for (let look = 0; look < 20; ++look) {
+            if (countPending(host) > bytes) {
+                return true;
+            }
+            await new Promise((resume) => setTimeout(resume, 5));
+        }
+        child.kill("SIGCONT");
+        return false;
+    });
 }
 
 /** Ends a process and waits for it. */
@@ -218,10 +243,10 @@ export class RawClient {
     }
 
     /** Asks for a session that is then not activated. */
-    async createSession() {
+    async createSession({ name = "session", url = "opc.tcp://localhost" } = {}) {
         const application = [string("urn:a"), string("urn:b"), Buffer.from([0]), uint32(1), none, none, none];
         this.sendChunk("MSGF", Buffer.concat([
-            encodingId(461), makeRequestHeader(), ...application, none, string("opc.tcp://localhost"), string("session"),
+            encodingId(461), makeRequestHeader(), ...application, none, string(url), string(name),
             none, none, double(3_600_000), uint32(0),
         ]));
         const { type, bytes } = await this.next();
