@@ -128,13 +128,23 @@ private:
     std::map<const CLI::App*, std::string> usages;
 };
 
-// The parser takes "[a,b]" for a list. A mark before whatever begins like one, or like the mark,
-// keeps it from that.
+// The parser takes "[a,b]" for a list, and does not heed "--" behind paths. A mark before what it
+// would mistake keeps it from that.
 constexpr char mark = '\x01';
 
-std::string Mask(const std::string& argument)
+std::vector<std::string> Mask(const std::vector<std::string>& arguments)
 {
-    return argument.starts_with('[') || argument.starts_with(mark) ? mark + argument : argument;
+    std::vector<std::string> masked;
+    bool isBehindOptions = false;
+    for (const auto& argument : arguments) {
+        if (argument == "--" && !isBehindOptions)
+            isBehindOptions = true;
+        else if (isBehindOptions || argument.starts_with('[') || argument.starts_with(mark))
+            masked.push_back(mark + argument);
+        else
+            masked.push_back(argument);
+    }
+    return masked;
 }
 
 std::string Unmask(const std::string& argument)
@@ -454,7 +464,7 @@ private:
     std::string MakeHelp(const std::optional<std::string>& topic) const
     {
         if (!topic)
-            return app.help("", CLI::AppFormatMode::Normal);
+            return formatter->make_help(&app, "", CLI::AppFormatMode::Normal);
         try {
             return app.get_subcommand(*topic)->help();
         } catch (const CLI::OptionNotFound&) {
@@ -543,8 +553,8 @@ private:
 /// Nothing, or the help or the version that was asked for.
 std::optional<std::string> Parse(CLI::App& app, const std::vector<std::string>& words)
 {
-    std::vector<std::string> backwards;
-    std::transform(words.rbegin(), words.rend(), std::back_inserter(backwards), Mask);
+    auto backwards = Mask(words);
+    std::reverse(backwards.begin(), backwards.end());
     try {
         app.parse(backwards);
         return std::nullopt;
