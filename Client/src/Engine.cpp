@@ -490,6 +490,7 @@ std::string Engine::GetSessionToken() const
 void Engine::RunThread()
 {
     while (!isStopping && !isDead) {
+        RunDepartures();
         RunFunctions();
         TakePosted();
         SendPosted();
@@ -499,6 +500,15 @@ void Engine::RunThread()
             HandleLoss();
     }
     Die("the connection was closed");
+    while (!isStopping) { // those who listened leave one after the other
+        interruption.WaitUntil(
+            [this] {
+                const std::lock_guard lock(mutex);
+                return isStopping || !departures.empty();
+            },
+            Waiter::Deadline::max());
+        RunDepartures();
+    }
     // Its farewell lets the server close what is open at once.
     UA_Client_disconnect(client.get());
     client.reset();
@@ -547,6 +557,34 @@ void Engine::RunFunctions()
         } catch (...) {
             promise->set_exception(std::current_exception());
         }
+    }
+}
+
+void Engine::Leave(EventListener& listener, UA_UInt32 subscription) noexcept
+{
+    std::promise<void> promise;
+    auto done = promise.get_future();
+    {
+        const std::lock_guard lock(mutex);
+        departures.push_back({&listener, subscription, &promise});
+    }
+    loop.Wake();
+    interruption.Notify();
+    done.wait();
+}
+
+void Engine::RunDepartures()
+{
+    std::vector<Departure> taken;
+    {
+        const std::lock_guard lock(mutex);
+        taken.swap(departures);
+    }
+    for (const auto& departure : taken) {
+        std::erase(listeners, departure.listener);
+        if (isConnected)
+            Unsubscribe(departure.subscription);
+        departure.promise->set_value();
     }
 }
 
@@ -709,6 +747,7 @@ void Engine::HandleLoss()
 {
     const std::string reason = breakReason.empty() ? "the connection broke" : breakReason;
     breakReason.clear();
+    isConnected = false;
     for (auto* const listener : listeners)
         listener->OnLost();
     TakePosted();
@@ -739,7 +778,13 @@ bool Engine::Reconnect()
             lastLog = failure.what();
         }
         const auto resume = std::min(deadline, steady_clock::now() + pause);
-        interruption.WaitUntil([this] { return isStopping.load(); }, resume);
+        interruption.WaitUntil(
+            [this] {
+                const std::lock_guard lock(mutex);
+                return isStopping || !departures.empty();
+            },
+            resume);
+        RunDepartures();
     }
     return false;
 }
@@ -763,11 +808,14 @@ bool Engine::TryReconnect(Waiter::Deadline deadline)
     configuration.timeout = static_cast<UA_UInt32>(options.answerTime.count());
     for (auto* const listener : listeners)
         listener->OnConnected(isSameSession);
+    isConnected = true;
     return true;
 }
 
 void Engine::Die(const std::string& reason)
 {
+    if (isDead)
+        return;
     std::vector<Function> waiting;
     {
         const std::lock_guard lock(mutex);
@@ -795,11 +843,6 @@ std::string Engine::GetLossReason() const
 void Engine::Add(EventListener& listener)
 {
     listeners.push_back(&listener);
-}
-
-void Engine::Remove(EventListener& listener)
-{
-    std::erase(listeners, &listener);
 }
 
 UA_UInt32 Engine::Subscribe(const UA_NodeId& node, EventListener& listener)

@@ -68,12 +68,15 @@ public:
     /// and ConnectionLostException. Not for the engine's thread.
     void Run(const std::function<void()>& function);
 
+    /// Lets the listener hear nothing from now on, and waits for that, also when the connection is
+    /// lost. Not for the engine's thread.
+    void Leave(EventListener& listener, UA_UInt32 subscription) noexcept;
+
     [[nodiscard]] const ConnectionOptions& GetOptions() const noexcept { return options; }
 
     // For the engine's thread.
 
     void Add(EventListener& listener);
-    void Remove(EventListener& listener);
     [[nodiscard]] UA_Client* GetClient() const noexcept { return client.get(); }
     [[nodiscard]] const Namespaces& GetNamespaces() const noexcept { return namespaces; }
     /// Subscribes to the events of a node. Returns the subscription's number. Throws
@@ -95,6 +98,12 @@ private:
         void operator()(UA_Client* client) const noexcept { UA_Client_delete(client); }
     };
     using ClientPointer = std::unique_ptr<UA_Client, ClientDeleter>;
+    struct Departure
+    {
+        EventListener* listener;
+        UA_UInt32 subscription;
+        std::promise<void>* promise;
+    };
     using Function = std::pair<const std::function<void()>*, std::promise<void>*>;
 
     void Connect(const Cancellation* cancellation);
@@ -109,6 +118,7 @@ private:
     void RunThread();
     void TakePosted();
     void RunFunctions();
+    void RunDepartures();
     void SendPosted();
     void Send(const TicketPointer& ticket);
     static void OnAnswer(UA_Client* client, void* userdata, UA_UInt32 request,
@@ -141,10 +151,12 @@ private:
     std::deque<TicketPointer> ready;
     std::string sessionToken;
     std::string breakReason;
+    bool isConnected = true;
 
     mutable std::mutex mutex; // guards what follows
     std::vector<TicketPointer> posted;
     std::vector<Function> functions;
+    std::vector<Departure> departures;
     std::string lossReason;
 
     Waiter interruption; // ends waiting between two attempts to connect

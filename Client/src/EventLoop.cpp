@@ -12,11 +12,11 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <exception>
 #include <limits>
+#include <malloc.h>
 #include <map>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -71,46 +71,32 @@ struct AddressesDeleter
 using Addresses = std::unique_ptr<addrinfo, AddressesDeleter>;
 
 /// Memory for messages that knows how much it is: the library says only how much it has filled.
+/// From malloc, as what the library frees by itself has to be.
 class Buffer
 {
 public:
     Buffer() noexcept = default;
+    /// Takes the memory over.
+    explicit Buffer(UA_Byte* bytes) noexcept
+        : data(bytes)
+    {}
     /// Empty when there is no memory.
     static Buffer Allocate(std::size_t size) noexcept
     {
-        Buffer buffer;
-        if (void* const memory = std::malloc(size + header)) { // NOLINT(*-no-malloc)
-            std::memcpy(memory, &size, sizeof size);
-            buffer.data.reset(static_cast<UA_Byte*>(memory) + header);
-        }
-        return buffer;
-    }
-    /// Takes back what `Release` gave away.
-    static Buffer Adopt(UA_Byte* bytes) noexcept
-    {
-        Buffer buffer;
-        buffer.data.reset(bytes);
-        return buffer;
+        return Buffer(static_cast<UA_Byte*>(UA_malloc(size)));
     }
     [[nodiscard]] UA_Byte* Release() noexcept { return data.release(); }
 
     [[nodiscard]] UA_Byte* GetData() const noexcept { return data.get(); }
     [[nodiscard]] std::size_t GetCapacity() const noexcept
     {
-        std::size_t size = 0;
-        std::memcpy(&size, data.get() - header, sizeof size);
-        return size;
+        return malloc_usable_size(data.get());
     }
 
 private:
-    static constexpr std::size_t header = alignof(std::max_align_t);
-
     struct Deleter
     {
-        void operator()(UA_Byte* bytes) const noexcept
-        {
-            std::free(bytes - header); // NOLINT(*-no-malloc)
-        }
+        void operator()(UA_Byte* bytes) const noexcept { UA_free(bytes); }
     };
     std::unique_ptr<UA_Byte, Deleter> data;
 };
@@ -413,7 +399,7 @@ void EventLoop::Implementation::FillManager()
     manager.freeNetworkBuffer = [](UA_ConnectionManager* self, uintptr_t, UA_ByteString* bytes) {
         if (bytes->data != nullptr)
             Owner(self).Guard([&]() -> UA_StatusCode {
-                Owner(self).Recycle(Buffer::Adopt(bytes->data));
+                Owner(self).Recycle(Buffer(bytes->data));
                 return UA_STATUSCODE_GOOD;
             });
         UA_ByteString_init(bytes);
@@ -655,7 +641,7 @@ void EventLoop::Implementation::Recycle(Buffer buffer)
 UA_StatusCode EventLoop::Implementation::Send(uintptr_t id, UA_ByteString& bytes)
 {
     const std::size_t size = bytes.length;
-    Buffer buffer = Buffer::Adopt(bytes.data);
+    Buffer buffer(bytes.data);
     UA_ByteString_init(&bytes);
     const auto found = connections.find(id);
     if (found == connections.end() || found->second.phase != Phase::Open)

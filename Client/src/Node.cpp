@@ -97,14 +97,7 @@ void RemoteNode::Open()
 
 void RemoteNode::Close() noexcept
 {
-    try {
-        engine.Run([this] {
-            engine.Remove(*this);
-            engine.Unsubscribe(subscription);
-        });
-    } catch (const std::exception&) {
-        // The connection is gone for good, and with it the subscription.
-    }
+    engine.Leave(*this, subscription);
 }
 
 void RemoteNode::Make()

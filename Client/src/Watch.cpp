@@ -82,17 +82,7 @@ public:
         });
     }
 
-    ~Implementation() override
-    {
-        try {
-            engine.Run([this] {
-                engine.Remove(*this);
-                engine.Unsubscribe(subscription);
-            });
-        } catch (const std::exception&) {
-            // The connection is gone for good, and with it the subscription.
-        }
-    }
+    ~Implementation() override { engine.Leave(*this, subscription); }
 
     Event Next(const Cancellation* cancellation)
     {
