@@ -42,16 +42,8 @@ struct OpenFile
         : client(options.url)
         , files(client.CreateFiles())
         , handle(Open(options.path))
-    {}
-
-    /// What was asked before is done when an event answers this.
-    void AwaitOpening()
     {
-        bool isHeard = false;
-        client.Subscribe(*files, [&](UA_DateTime) { isHeard = true; });
-        const UA_String name = ViewOf("/");
-        client.Post(*files, Method::Exists, {MakeVariant(name)}, [](const UA_CallMethodResult&) {});
-        client.Run([&] { return isHeard; });
+        AwaitOpening();
     }
 
     UaClient client;
@@ -64,6 +56,16 @@ private:
         const UA_String name = ViewOf(path);
         return client.CallForNumber(*files, Method::Open,
                                     {MakeVariant(name), MakeVariant(readMode)});
+    }
+
+    /// What was asked before is done when an event answers what is asked here.
+    void AwaitOpening()
+    {
+        bool isHeard = false;
+        client.Subscribe(*files, [&](UA_DateTime) { isHeard = true; });
+        const UA_String name = ViewOf("/");
+        client.Post(*files, Method::Exists, {MakeVariant(name)}, [](const UA_CallMethodResult&) {});
+        client.Run([&] { return isHeard; });
     }
 };
 
@@ -158,7 +160,6 @@ void RunBlocked(const Options& options)
     std::list<OpenFile> clients;
     while (clients.size() < options.count) {
         OpenFile& file = clients.emplace_back(options);
-        file.AwaitOpening();
         file.client.Post(*file.files, Method::Read,
                          {MakeVariant(file.handle), MakeVariant(blockSize)},
                          [](const UA_CallMethodResult&) {});

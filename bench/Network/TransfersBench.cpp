@@ -45,8 +45,10 @@ public:
     /// Throws when it is not complete.
     void Run()
     {
-        const auto result = options.isUpload ? files.Upload({{options.source, target}})
-                                             : files.Download({{target, options.source}});
+        const std::vector<Client::TransferItem> items{
+            options.isUpload ? Client::TransferItem{options.source, target}
+                             : Client::TransferItem{target, options.source}};
+        const auto result = options.isUpload ? files.Upload(items) : files.Download(items);
         if (!result.failures.empty())
             throw std::runtime_error(result.failures.front().path + ": " +
                                      result.failures.front().cause);

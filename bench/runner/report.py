@@ -86,7 +86,7 @@ def plot(folder, group):
         bars = [(m["name"], m["median"], m["least"], m["most"], m["name"] in ours)
                 for m in measured]
     else:
-        label = "times the reference's cost, less is better"
+        label = "cost in units of the reference, less is better"
         bars = [(f["title"], f["cost"], f["cost"], f["cost"], True)
                 for f in group["figures"] if "cost" in f]
     if bars:
@@ -99,8 +99,8 @@ def draw(file, title, label, bars):
     script = f"""
 set terminal svg size {max(480, 90 * len(bars) + 120)},520 font 'sans-serif,11' background '#ffffff'
 set output '{file}'
-set title '{title}'
-set ylabel '{label}'
+set title "{title}"
+set ylabel "{label}"
 set yrange [0:*]
 set style fill solid
 set boxwidth 0.7
