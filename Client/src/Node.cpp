@@ -205,11 +205,13 @@ void RemoteNode::OnLost()
     }
     mark.reset();
     LoseWaiting();
+    handles->Lose();
 }
 
 void RemoteNode::OnDead()
 {
     LoseWaiting();
+    handles->Lose();
     const std::lock_guard lock(mutex);
     isReady = false;
     isDead = true;

@@ -74,6 +74,17 @@ void HandleTable::Acknowledge(std::uint32_t number, std::uint32_t result)
         handle->Acknowledge(result);
 }
 
+void HandleTable::Lose()
+{
+    std::vector<std::shared_ptr<RemoteHandle>> open; // released after the lock
+    const std::lock_guard lock(mutex);
+    for (const auto& [number, handle] : handles)
+        if (auto shared = handle.lock()) {
+            shared->Lose();
+            open.push_back(std::move(shared));
+        }
+}
+
 void HandleTable::ForgetEarly()
 {
     const std::lock_guard lock(mutex);

@@ -74,6 +74,14 @@ public:
         return IsAcknowledged() ? GetResult() : 0;
     }
 
+    /// The connection was lost since it was opened: an acknowledgement may never come.
+    [[nodiscard]] bool IsLost() const noexcept { return isLost; }
+    void Lose() noexcept
+    {
+        isLost = true;
+        waiter->Notify();
+    }
+
     void Acknowledge(std::uint32_t result) noexcept
     {
         if (acknowledgements == 0)
@@ -90,6 +98,7 @@ private:
     std::atomic<std::uint32_t> acknowledgements{0};
     std::atomic<std::uint32_t> firstResult{0};
     std::atomic<std::uint32_t> lastResult{0};
+    std::atomic<bool> isLost{false};
 };
 
 class HandleTable : public std::enable_shared_from_this<HandleTable>
@@ -100,6 +109,8 @@ public:
     void Remove(std::uint32_t number) noexcept;
     void Acknowledge(std::uint32_t number, std::uint32_t result);
     void ForgetEarly();
+    /// Acknowledgements that were on their way may never come.
+    void Lose();
 
 private:
     std::mutex mutex;

@@ -733,9 +733,12 @@ private:
         caller.Wait([&] {
             return upload.upload->isAnswered &&
                    (upload.upload->isLost || upload.upload->opened == nullptr ||
-                    upload.upload->opened->IsAcknowledged());
+                    upload.upload->opened->IsAcknowledged() || upload.upload->opened->IsLost());
         });
-        if (upload.upload->isLost)
+        const bool isHandleLost = upload.upload->opened != nullptr &&
+                                  upload.upload->opened->IsLost() &&
+                                  !upload.upload->opened->IsAcknowledged();
+        if (upload.upload->isLost || isHandleLost)
             throw CallsLost();
         DoFile(transfer, upload.job->remote, upload.job->remote, hasBegun, [&] {
             CheckAnswer(*upload.upload);
