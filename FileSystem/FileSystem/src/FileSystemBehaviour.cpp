@@ -4,6 +4,7 @@
 #include "Core/Objects.h"
 #include "Diagnostics.h"
 #include "ModuleIdentifiers.h"
+#include "RelativePaths.h"
 #include "ResultCode.h"
 #include "SecurityEnhancedUtils.h"
 #include "StreamTurn.h"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <sys/stat.h>
 #include <utility>
 
 namespace FileSystem {
@@ -82,52 +84,69 @@ bool PathExists(const fs::path& path) noexcept
     return type != fs::status_error && type != fs::file_not_found;
 }
 
-Core::DateTime GetEntryTime(const std::string& path)
+/// What a walk finds out about an entry.
+struct EntryStatus
 {
-    const std::int64_t time = FileSystemBehaviour::GetDateTime(path);
+    bool isListed = false; ///< it is, or links to, a regular file or a directory
+    bool isDirectory = false;
+    bool isLink = false;    ///< or it may be one
+    std::int64_t time = -1; ///< of the last modification, -1 when it cannot be read
+};
+
+EntryStatus ReadTargetStatus(const fs::directory_entry& entry)
+{
+    boost::system::error_code error;
+    const fs::file_type type = entry.status(error).type();
+    if (type != fs::directory_file && type != fs::regular_file)
+        return {};
+    return {true, type == fs::directory_file, true,
+            FileSystemBehaviour::GetDateTime(entry.path().string())};
+}
+
+/// Most entries are no links: then one look answers all questions.
+EntryStatus ReadEntryStatus(const fs::directory_entry& entry)
+{
+    struct stat status = {};
+    if (::lstat(entry.path().c_str(), &status) != 0 || S_ISLNK(status.st_mode))
+        return ReadTargetStatus(entry);
+    const bool isDirectory = S_ISDIR(status.st_mode);
+    return {isDirectory || S_ISREG(status.st_mode), isDirectory, false, status.st_mtime};
+}
+
+Core::DateTime MakeEntryTime(std::int64_t time)
+{
     return time == -1 ? Core::DateTime() : Core::DateTime::FromUnixEpochTime(time);
 }
 
-/// Shows `visit(path, isDirectory)` every regular file and directory below an existing directory,
+/// Shows `visit(path, status, depth)` every regular file and directory below an existing directory,
 /// each directory before its contents. Links are followed; what is neither, links to nowhere and in
 /// circles included, is passed over.
 template <typename Visit>
-bool Walk(const fs::path& directory, bool recursive, Visit&& visit)
+bool Walk(const fs::path& directory, bool recursive, Visit&& visit, std::size_t depth = 0)
 {
     if (!PathExists(directory))
         return false;
     for (fs::directory_iterator entry(directory), end; entry != end; ++entry) {
-        boost::system::error_code error;
-        const fs::file_type type = entry->status(error).type();
-        const bool isDirectory = type == fs::directory_file;
-        if (!isDirectory && type != fs::regular_file)
+        const EntryStatus status = ReadEntryStatus(*entry);
+        if (!status.isListed)
             continue;
-        visit(entry->path().string(), isDirectory);
-        if (recursive && isDirectory)
-            Walk(entry->path(), recursive, visit);
+        visit(entry->path(), status, depth);
+        if (recursive && status.isDirectory)
+            Walk(entry->path(), recursive, visit, depth + 1);
     }
     return true;
 }
 
-Core::Struct MakeStruct(const FileSystemBehaviour::ListItem& item)
+Core::Struct MakeListItem(std::string path, const Core::DateTime& dateTime, bool isDirectory)
 {
-    Core::Struct result{Core::Value(item.path), Core::Value(item.dateTime),
-                        Core::Value(item.isDirectory)};
+    std::vector<Core::Value> fields;
+    fields.reserve(3);
+    fields.emplace_back(std::move(path));
+    fields.emplace_back(dateTime);
+    fields.emplace_back(isDirectory);
+    Core::Struct result(std::move(fields));
     result.SetDataTypeId(DataTypes::ListItem());
     return result;
-}
-
-std::vector<Core::Struct> MakeContent(std::vector<FileSystemBehaviour::ListItem>& items,
-                                      const std::string& rootDirectory)
-{
-    std::vector<Core::Struct> content;
-    content.reserve(items.size());
-    for (auto& item : items) {
-        boost::system::error_code error;
-        item.path = fs::relative(item.path, rootDirectory, error).string();
-        content.push_back(MakeStruct(item));
-    }
-    return content;
 }
 
 /// The values of an event: empty, but for its type.
@@ -850,23 +869,29 @@ void FileSystemBehaviour::Delete(const std::vector<std::string>& paths)
 bool FileSystemBehaviour::List(const std::string& rootDirectory, std::vector<ListItem>& items,
                                bool recursive)
 {
-    return Walk(rootDirectory, recursive, [&items](const std::string& path, bool isDirectory) {
-        items.push_back({path, GetEntryTime(path), isDirectory});
-    });
+    return Walk(
+        rootDirectory, recursive,
+        [&items](const fs::path& path, const EntryStatus& status, std::size_t) {
+            items.push_back({path.string(), MakeEntryTime(status.time), status.isDirectory});
+        });
 }
 
 void FileSystemBehaviour::List(const std::string& rootDirectory, bool recursive)
 {
     // Walks to the end, so that a failure further on is met, but keeps only what an event carries.
-    std::vector<ListItem> items;
+    std::vector<Core::Struct> content;
+    RelativePaths paths(rootDirectory);
     bool limitExceeded = false;
-    Walk(rootDirectory, recursive, [&](const std::string& path, bool isDirectory) {
-        limitExceeded = items.size() == maximumBlock;
-        if (!limitExceeded)
-            items.push_back({path, GetEntryTime(path), isDirectory});
-    });
+    Walk(rootDirectory, recursive,
+         [&](const fs::path& path, const EntryStatus& status, std::size_t depth) {
+             limitExceeded = content.size() == maximumBlock;
+             if (!limitExceeded)
+                 content.push_back(
+                     MakeListItem(paths.Get(path, status.isDirectory, status.isLink, depth),
+                                  MakeEntryTime(status.time), status.isDirectory));
+         });
     auto values = MakeEventValues(*listResultEventType, listEventTypeIndex);
-    values.at(listContentIndex) = Core::Value(MakeContent(items, rootDirectory));
+    values.at(listContentIndex) = Core::Value(std::move(content));
     values.at(listLimitExceededIndex) = Core::Value(limitExceeded);
     GetNodeObject()->RaiseEvent(listResultEventType, values);
 }
