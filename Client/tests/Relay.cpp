@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -28,6 +29,13 @@ struct Pair
     int client;
     int server;
 };
+
+/// What is passed on must not wait for more to come.
+void SendAtOnce(int socket)
+{
+    const int on = 1;
+    setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
 
 /// False when one of them has ended.
 bool Pass(int from, int to)
@@ -117,6 +125,8 @@ void Relay::Run()
             const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
             const sockaddr_in address = MakeAddress(target);
             if (connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+                SendAtOnce(client);
+                SendAtOnce(server);
                 pairs.push_back({client, server});
                 ++connections;
             } else {
