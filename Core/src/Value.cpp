@@ -380,12 +380,7 @@ template <typename T>
 T Value::Get() const
 {
     if constexpr (std::same_as<T, ByteString>) {
-        if (const auto* bytes = std::get_if<ByteString>(&held))
-            return *bytes;
-        if (const auto* array = std::get_if<SharedArray>(&held))
-            if (const auto* bytes = std::get_if<ByteString>(&(*array)->elements))
-                return *bytes;
-        ThrowTypeMismatch(GetTypeName(), Core::ToString(ValueKind::ByteString));
+        return GetBytes();
     } else if constexpr (isVector<T>) {
         return GetElements<typename T::value_type>();
     } else {
@@ -441,6 +436,16 @@ const Value::ByteString& Value::GetByteString() const
 const std::string& Value::GetText() const
 {
     return RequireScalar<std::string>();
+}
+
+const Value::ByteString& Value::GetBytes() const
+{
+    if (const auto* bytes = std::get_if<ByteString>(&held))
+        return *bytes;
+    if (const auto* array = std::get_if<SharedArray>(&held))
+        if (const auto* bytes = std::get_if<ByteString>(&(*array)->elements))
+            return *bytes;
+    ThrowTypeMismatch(GetTypeName(), Core::ToString(ValueKind::ByteString));
 }
 
 const Struct& Value::GetStruct() const

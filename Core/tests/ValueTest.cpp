@@ -309,6 +309,17 @@ TEST(AnArrayOfBytes, IsNoByteStringButReadsAsOne)
     EXPECT_NE(value, Value(bytes, true));
 }
 
+TEST(BytesOfEitherKind, AreReadWithoutACopy)
+{
+    const Bytes bytes{0, 1, 255};
+    const Value byteString(bytes, true);
+    EXPECT_EQ(&byteString.GetBytes(), &byteString.GetByteString());
+    const Value array(bytes, false);
+    EXPECT_EQ(&array.GetBytes(), &array.GetElements<unsigned char>());
+    EXPECT_THROW((void)Value("bytes").GetBytes(), TypeMismatchException);
+    EXPECT_THROW((void)Value(std::vector<std::string>{"a"}).GetBytes(), TypeMismatchException);
+}
+
 TEST(AnArrayOfOtherIntegers, DoesNotReadAsAByteString)
 {
     EXPECT_EQ(MismatchAsking<Bytes>(Value::MakeArray(std::vector<int>{1}, {1})),

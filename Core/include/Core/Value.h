@@ -122,6 +122,8 @@ public:
     /// The held byte string or text without a copy; the same validity and failure as GetElements.
     [[nodiscard]] const ByteString& GetByteString() const;
     [[nodiscard]] const std::string& GetText() const;
+    /// What Get<ByteString> gives, of a byte string or an array of bytes, without a copy.
+    [[nodiscard]] const ByteString& GetBytes() const;
     [[nodiscard]] const Struct& GetStruct() const;
 
     /// The length of each dimension; empty for a scalar.

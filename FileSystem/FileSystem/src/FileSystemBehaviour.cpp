@@ -373,7 +373,7 @@ bool FileSystemBehaviour::Open(const Values& inputs, Values& outputs)
 {
     if (inputs.size() < 2)
         return false;
-    const auto path = inputs[0].Get<std::string>();
+    const auto& path = inputs[0].GetText();
     const auto mode = static_cast<OpenModeEnum>(inputs[1].Get<unsigned int>());
     const unsigned int handle = MakeRegisteredHandle(path);
     if (handle == 0)
@@ -395,8 +395,8 @@ bool FileSystemBehaviour::UploadFile(const Values& inputs, Values& outputs)
 {
     if (inputs.size() < 4)
         return false;
-    const auto path = inputs[0].Get<std::string>();
-    const auto data = inputs[1].Get<std::vector<unsigned char>>();
+    const auto& path = inputs[0].GetText();
+    const auto& data = inputs[1].GetBytes();
     const auto dateTime = inputs[2].Get<Core::DateTime>();
     const auto permissions = inputs[3].Get<unsigned char>();
     const unsigned int handle = MakeRegisteredHandle(path);
@@ -412,8 +412,8 @@ bool FileSystemBehaviour::OpenWrite(const Values& inputs, Values& outputs)
 {
     if (inputs.size() < 2)
         return false;
-    const auto path = inputs[0].Get<std::string>();
-    const auto data = inputs[1].Get<std::vector<unsigned char>>();
+    const auto& path = inputs[0].GetText();
+    const auto& data = inputs[1].GetBytes();
     const unsigned int handle = MakeRegisteredHandle(path);
     if (handle == 0)
         return false;
@@ -427,7 +427,7 @@ bool FileSystemBehaviour::Write(const Values& inputs)
     if (inputs.size() < 2)
         return false;
     const auto handle = inputs[0].Get<unsigned int>();
-    const auto data = inputs[1].Get<std::vector<unsigned char>>();
+    const auto& data = inputs[1].GetBytes();
     EnqueueAsyncTask(std::make_shared<WriteTask>(*this, handle, data));
     return true;
 }
@@ -437,7 +437,7 @@ bool FileSystemBehaviour::WriteClose(const Values& inputs)
     if (inputs.size() < 4)
         return false;
     const auto handle = inputs[0].Get<unsigned int>();
-    const auto data = inputs[1].Get<std::vector<unsigned char>>();
+    const auto& data = inputs[1].GetBytes();
     const auto dateTime = inputs[2].Get<Core::DateTime>();
     const auto permissions = inputs[3].Get<unsigned char>();
     EnqueueAsyncTask(std::make_shared<WriteCloseTask>(*this, handle, data, dateTime, permissions));
@@ -448,7 +448,7 @@ bool FileSystemBehaviour::CreateDirectory(const Values& inputs)
 {
     if (inputs.empty())
         return false;
-    EnqueueAsyncTask(std::make_shared<CreateDirectoryTask>(*this, inputs[0].Get<std::string>()));
+    EnqueueAsyncTask(std::make_shared<CreateDirectoryTask>(*this, inputs[0].GetText()));
     return true;
 }
 
@@ -470,7 +470,7 @@ bool FileSystemBehaviour::List(const Values& inputs)
 {
     if (inputs.size() < 2)
         return false;
-    const auto path = inputs[0].Get<std::string>();
+    const auto& path = inputs[0].GetText();
     const auto recursive = inputs[1].Get<bool>();
     EnqueueAsyncTask(std::make_shared<ListTask>(*this, path, recursive));
     return true;
@@ -480,7 +480,7 @@ bool FileSystemBehaviour::Exists(const Values& inputs)
 {
     if (inputs.empty())
         return false;
-    EnqueueAsyncTask(std::make_shared<ExistsTask>(*this, inputs[0].Get<std::string>()));
+    EnqueueAsyncTask(std::make_shared<ExistsTask>(*this, inputs[0].GetText()));
     return true;
 }
 
@@ -500,7 +500,7 @@ bool FileSystemBehaviour::GetDateTime(const Values& inputs, Values& outputs)
 {
     if (inputs.empty())
         return false;
-    const std::int64_t seconds = GetDateTime(inputs[0].Get<std::string>());
+    const std::int64_t seconds = GetDateTime(inputs[0].GetText());
     if (seconds != -1)
         outputs.emplace_back(Core::DateTime::FromUnixEpochTime(seconds));
     return true;
@@ -510,7 +510,7 @@ bool FileSystemBehaviour::SetDateTime(const Values& inputs)
 {
     if (inputs.size() < 2)
         return false;
-    const auto path = inputs[0].Get<std::string>();
+    const auto& path = inputs[0].GetText();
     const auto dateTime = inputs[1].Get<Core::DateTime>();
     SetDateTime(path, dateTime.ToUnixEpochTime());
     return true;
