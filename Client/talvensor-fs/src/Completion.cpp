@@ -33,7 +33,7 @@ std::string MakeReplacement(const std::string& directory, const std::string& ste
     if (candidates.empty())
         return directory.empty() && stem.empty() ? "" : QuoteWord(directory + stem);
     const auto whole = directory + GetCommonPrefix(candidates);
-    const auto quoted = whole.empty() ? "" : QuoteWord(whole);
+    auto quoted = whole.empty() ? "" : QuoteWord(whole);
     if (candidates.size() > 1)
         return quoted;
     return quoted + (candidates.front().isDirectory ? "/" : " ");

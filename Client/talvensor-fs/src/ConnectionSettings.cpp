@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 std::optional<std::string> GetVariable(const char* name)
 {
-    const char* const value = std::getenv(name);
+    const char* const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
     if (value == nullptr || *value == '\0')
         return std::nullopt;
     return value;

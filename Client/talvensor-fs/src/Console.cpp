@@ -18,7 +18,7 @@ constexpr const char* lineUp = "\x1b[A";
 
 bool CanDrawOnStandardError()
 {
-    const char* const terminal = std::getenv("TERM");
+    const char* const terminal = std::getenv("TERM"); // NOLINT(concurrency-mt-unsafe)
     return isatty(STDERR_FILENO) == 1 && terminal != nullptr &&
            std::string_view(terminal) != "dumb";
 }
@@ -47,7 +47,7 @@ Console::~Console()
         WriteAll(Erase());
 }
 
-std::size_t Console::GetColumns() const noexcept
+std::size_t Console::GetColumns() noexcept
 {
     constexpr std::size_t usual = 80;
     winsize size = {};

@@ -21,7 +21,7 @@ public:
     [[nodiscard]] bool CanDraw() const noexcept { return canDraw; }
 
     /// Columns of the terminal.
-    [[nodiscard]] std::size_t GetColumns() const noexcept;
+    [[nodiscard]] static std::size_t GetColumns() noexcept;
 
     /// One line, with this program's name before it; nothing in it can act on a terminal.
     void Report(const std::string& text);

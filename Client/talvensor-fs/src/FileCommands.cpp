@@ -51,7 +51,7 @@ void CheckThatItMayGo(const std::string& path)
 {
     if (GetBaseName(path).empty())
         throw Client::InvalidArgumentException("rm does not delete '" + path +
-                                               "': neither \"/\" nor what ends in \".\" or \"..\"");
+                                               "': not the root, and nothing that ends in . or ..");
 }
 
 const char* GetName(Client::Kind kind)

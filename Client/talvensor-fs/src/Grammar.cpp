@@ -343,7 +343,7 @@ private:
 
     /// In the shell one path is enough: the rest is where one is.
     template <typename Made>
-    Made MakeTransfer(const Transfer& parts) const
+    [[nodiscard]] Made MakeTransfer(const Transfer& parts) const
     {
         auto paths = GetTexts(parts.paths);
         if (paths.size() == 1 && place == Place::Shell)
@@ -461,7 +461,7 @@ private:
         AddPlain<ExitCommand>("exit", "ends the shell; so does Ctrl-D");
     }
 
-    std::string MakeHelp(const std::optional<std::string>& topic) const
+    [[nodiscard]] std::string MakeHelp(const std::optional<std::string>& topic) const
     {
         if (!topic)
             return formatter->make_help(&app, "", CLI::AppFormatMode::Normal);

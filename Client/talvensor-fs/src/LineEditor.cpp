@@ -105,7 +105,8 @@ private:
             const int count = self.ReadByte(byte);
             if (count <= 0)
                 return count;
-            const auto result = std::mbrtowc(character, &byte, 1, &state);
+            const auto result =
+                std::mbrtowc(character, &byte, 1, &state); // NOLINT(concurrency-mt-unsafe)
             if (result == static_cast<std::size_t>(-1))
                 state = {}; // what is no character is left out
             else if (result != static_cast<std::size_t>(-2))

@@ -20,9 +20,10 @@ namespace {
 /// Characters are those of the user's locale, or of UTF-8 where it has but ASCII.
 void ChooseLocale()
 {
-    std::setlocale(LC_CTYPE, "");
+    // There is one thread yet.
+    std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe)
     if (MB_CUR_MAX == 1)
-        std::setlocale(LC_CTYPE, "C.UTF-8");
+        std::setlocale(LC_CTYPE, "C.UTF-8"); // NOLINT(concurrency-mt-unsafe)
 }
 
 /// One run for a server.
@@ -106,7 +107,8 @@ private:
     {
         if (settings.passwordFile)
             return ReadPasswordFile(*settings.passwordFile);
-        if (const char* const password = std::getenv("TALVENSOR_PASSWORD"))
+        if (const char* const password =
+                std::getenv("TALVENSOR_PASSWORD")) // NOLINT(concurrency-mt-unsafe)
             return password;
         const auto prompt = Prompt::Open();
         if (!prompt)

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Cli {
 
@@ -42,8 +43,7 @@ std::string DescribeTimeLeft(const Client::Progress& progress, std::optional<dou
     const auto seconds = static_cast<double>(*all - progress.bytes) / *rate;
     if (seconds > longest)
         return {};
-    return "  " + FormatClock(std::chrono::seconds(static_cast<std::int64_t>(seconds + 0.5))) +
-           " left";
+    return "  " + FormatClock(std::chrono::seconds(std::llround(seconds))) + " left";
 }
 
 std::string RenderFile(const Client::Progress& progress, std::size_t columns)
@@ -139,7 +139,7 @@ void ProgressDisplay::Show(const Client::Progress& progress)
         return;
     }
     // The last column stays free: a terminal would begin a new line there.
-    const auto columns = std::max<std::size_t>(console.GetColumns(), 2) - 1;
+    const auto columns = std::max<std::size_t>(Console::GetColumns(), 2) - 1;
     console.Draw(RenderProgress(progress, meter.GetRate(), columns));
 }
 

@@ -30,7 +30,7 @@ private:
     struct Sample
     {
         Time time;
-        std::uint64_t number;
+        std::uint64_t number = 0;
     };
     std::deque<Sample> samples;
 };

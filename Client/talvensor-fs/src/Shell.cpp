@@ -47,7 +47,7 @@ std::vector<Candidate> ListLocal(const std::string& directory)
 
 void ChangeLocalFolder(const std::string& path)
 {
-    const char* const home = std::getenv("HOME");
+    const char* const home = std::getenv("HOME"); // NOLINT(concurrency-mt-unsafe)
     const fs::path folder = path.empty() && home != nullptr ? home : path.c_str();
     std::error_code error;
     fs::current_path(folder, error);

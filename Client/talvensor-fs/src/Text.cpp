@@ -18,6 +18,12 @@ enum class Backslash
 
 constexpr std::string_view ellipsis = "...";
 
+/// What fits of the ellipsis.
+std::string FitDots(std::size_t columns)
+{
+    return std::string(ellipsis.substr(0, columns));
+}
+
 /// REQUIRES: `text` starts with a UTF-8 character of this length.
 char32_t Decode(std::string_view text, std::size_t length)
 {
@@ -144,7 +150,7 @@ std::string FitColumns(std::string_view text, std::size_t columns)
     if (CountColumns(text) <= columns)
         return std::string(text);
     if (columns < ellipsis.size())
-        return std::string(columns, '.');
+        return FitDots(columns);
     std::size_t left = columns - ellipsis.size();
     std::string fitting;
     for (;;) {
@@ -163,7 +169,7 @@ std::string FitColumnsFromEnd(std::string_view text, std::size_t columns)
     if (CountColumns(text) <= columns)
         return std::string(text);
     if (columns < ellipsis.size())
-        return std::string(columns, '.');
+        return FitDots(columns);
     while (CountColumns(text) > columns - ellipsis.size())
         text.remove_prefix(std::max<std::size_t>(GetCharacterLength(text), 1));
     return std::string(ellipsis) + std::string(text);
