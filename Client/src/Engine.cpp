@@ -2,6 +2,7 @@
 
 #include "Node.h"
 
+#include <OpcUa/SymmetricCiphers.h>
 #include <OpcUa/Text.h>
 #include <OpcUa/Ua.h>
 
@@ -338,6 +339,21 @@ void Engine::Connect(const Cancellation* cancellation)
     AwaitSession(deadline, cancellation);
 }
 
+namespace {
+
+/// Has the messages of encrypted connections done several times faster.
+void UseOpenSsl(UA_ClientConfig& configuration)
+{
+    try {
+        for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i)
+            OpcUa::UseOpenSsl(configuration.securityPolicies[i]);
+    } catch (const OpcUa::CipherException& exception) {
+        throw ClientException(exception.what());
+    }
+}
+
+} // namespace
+
 void Engine::SetSecurity(const UA_EndpointDescription& endpoint)
 {
     UA_ClientConfig configuration{};
@@ -354,6 +370,7 @@ void Engine::SetSecurity(const UA_EndpointDescription& endpoint)
         RequireGood(UA_ClientConfig_setDefaultEncryption(&configuration, certificate, key, nullptr,
                                                          0, nullptr, 0),
                     "configuring the client's encryption");
+        UseOpenSsl(configuration);
         UA_String_clear(&configuration.clientDescription.applicationUri);
         configuration.clientDescription.applicationUri =
             UA_STRING_ALLOC(identity.applicationUri.c_str());
