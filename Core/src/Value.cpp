@@ -294,13 +294,17 @@ Value& Value::operator=(const Value&) = default;
 Value::~Value() = default;
 
 Value::Value(Value&& other) noexcept
+    : held(std::move(other.held))
 {
-    held.swap(other.held);
+    other.held.emplace<std::monostate>();
 }
 
 Value& Value::operator=(Value&& other) noexcept
 {
-    held = std::exchange(other.held, std::monostate{});
+    if (this != &other) {
+        held = std::move(other.held);
+        other.held.emplace<std::monostate>();
+    }
     return *this;
 }
 
