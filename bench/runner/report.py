@@ -96,24 +96,25 @@ def plot(folder, group):
 def draw(file, title, label, bars):
     rows = "\n".join(f'{i} "{name}" {median} {least} {most} {0x2F6DB5 if is_ours else 0xB0B0B0}'
                      for i, (name, median, least, most, is_ours) in enumerate(bars))
+    longest = max(len(bar[0]) for bar in bars)
     script = f"""
-set terminal svg size {max(480, 90 * len(bars) + 120)},520 font 'sans-serif,11' background '#ffffff'
+set terminal svg size {600 + 8 * longest},{120 + 28 * len(bars)} font 'sans-serif,12' background '#ffffff'
 set output '{file}'
 set title "{title}"
-set ylabel "{label}"
-set yrange [0:*]
+set xlabel "{label}"
+set xrange [0:*]
+set yrange [{len(bars) - 0.4}:-0.6]
+set lmargin {longest + 2}
+set rmargin 4
 set style fill solid
-set boxwidth 0.7
-set grid ytics
+set grid xtics
 set border 3
 set tics nomirror
-set xtics rotate by -35
-set rmargin 16
 unset key
 $bars << END
 {rows}
 END
-plot [-0.6:{len(bars) - 0.4}] $bars using 1:3:6:xtic(2) with boxes lc rgb variable, \\
-    $bars using 1:3:4:5 with yerrorbars lc rgb '#202020' pt -1
+plot $bars using 3:1:(0):3:($1-0.35):($1+0.35):6:ytic(2) with boxxyerror lc rgb variable, \\
+    $bars using 3:1:4:5 with xerrorbars lc rgb '#202020' pt 0
 """
-    subprocess.run(["gnuplot"], input=script.encode(), check=True, stdin=None)
+    subprocess.run(["gnuplot"], input=script.encode(), check=True)
