@@ -9,6 +9,7 @@
 #include <poll.h>
 
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <list>
 #include <stdexcept>
@@ -173,7 +174,7 @@ void RunBlocked(const Options& options)
 } // namespace
 
 int main(int argc, char** argv)
-{
+try {
     CLI::App app("measures calls to a talvensor-host", "CallsBench");
     Options options;
     const auto add = [&](const char* name, const char* text, void (*run)(const Options&)) {
@@ -190,4 +191,7 @@ int main(int argc, char** argv)
     add("blocked", "reads from a pipe until standard input ends", RunBlocked);
     app.require_subcommand(1);
     return Bench::RunProgram(app, argc, argv);
+} catch (const std::exception& error) {
+    std::cerr << argv[0] << ": " << error.what() << "\n";
+    return 1;
 }

@@ -13,6 +13,7 @@
 #include <Core/Embedding/Runtime.h>
 #include <Core/NamespaceMap.h>
 
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -74,7 +75,7 @@ public:
     }
 
 private:
-    Host::EndpointSettings MakeSettings() const
+    [[nodiscard]] Host::EndpointSettings MakeSettings() const
     {
         Host::EndpointSettings settings;
         settings.addresses = {address};
@@ -180,7 +181,7 @@ void Measure(const Options& options)
 } // namespace
 
 int main(int argc, char** argv)
-{
+try {
     CLI::App app("measures events of an embedded host", "EventsBench");
     Options options;
     app.add_option("--module", options.module)->required();
@@ -189,4 +190,7 @@ int main(int argc, char** argv)
     app.add_option("--count", options.count, "events one by one; ten times as many in a stream");
     app.callback([&] { Measure(options); });
     return Bench::RunProgram(app, argc, argv);
+} catch (const std::exception& error) {
+    std::cerr << argv[0] << ": " << error.what() << "\n";
+    return 1;
 }

@@ -1,8 +1,5 @@
 #include "Report.h"
 
-#include <exception>
-#include <iostream>
-
 namespace Bench {
 
 int RunProgram(CLI::App& app, int argc, char** argv)
@@ -12,9 +9,6 @@ int RunProgram(CLI::App& app, int argc, char** argv)
         return 0;
     } catch (const CLI::ParseError& error) {
         return app.exit(error);
-    } catch (const std::exception& error) {
-        std::cerr << app.get_name() << ": " << error.what() << "\n";
-        return 1;
     }
 }
 

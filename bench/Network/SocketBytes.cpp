@@ -27,7 +27,7 @@ int FindSocket(std::uint16_t port)
 {
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
     if (folder)
-        while (const dirent* const entry = readdir(folder.get()))
+        while (const dirent* const entry = readdir(folder.get())) // NOLINT(concurrency-mt-unsafe)
             if (IsConnectedTo(std::atoi(entry->d_name), port))
                 return std::atoi(entry->d_name);
     throw std::runtime_error("there is no connection to port " + std::to_string(port));

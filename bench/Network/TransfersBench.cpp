@@ -107,6 +107,7 @@ void Measure(const Options& options)
             std::rethrow_exception(failure);
 
     std::vector<double> seconds;
+    seconds.reserve(options.sessions);
     for (const auto& transfer : transfers)
         seconds.push_back(std::chrono::duration<double>(transfer->GetEnd() - begin).count());
     const auto [fastest, slowest] = std::minmax_element(seconds.begin(), seconds.end());
@@ -116,7 +117,7 @@ void Measure(const Options& options)
 } // namespace
 
 int main(int argc, char** argv)
-{
+try {
     CLI::App app("measures transfers to and from a talvensor-host", "TransfersBench");
     Options options;
     app.add_option("--url", options.url)->required();
@@ -128,4 +129,7 @@ int main(int argc, char** argv)
     app.add_option("--target", options.target, "followed by a session's number")->required();
     app.callback([&] { Measure(options); });
     return Bench::RunProgram(app, argc, argv);
+} catch (const std::exception& error) {
+    std::cerr << argv[0] << ": " << error.what() << "\n";
+    return 1;
 }

@@ -13,7 +13,6 @@
 
 namespace Bench {
 
-using OpcUa::BytesOf;
 using OpcUa::RequireGood;
 using OpcUa::Ua;
 using OpcUa::ViewOf;
@@ -66,9 +65,9 @@ UaClient::~UaClient()
 
 UA_UInt16 UaClient::GetNamespace(const std::string& uri) const
 {
-    const UA_String name = ViewOf(uri);
+    UA_String name = ViewOf(uri);
     UA_UInt16 index = 0;
-    RequireGood(UA_Client_NamespaceGetIndex(client.get(), const_cast<UA_String*>(&name), &index),
+    RequireGood(UA_Client_NamespaceGetIndex(client.get(), &name, &index),
                 "finding the namespace " + uri);
     return index;
 }
