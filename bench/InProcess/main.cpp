@@ -127,9 +127,9 @@ bool HasOutputFile(const std::vector<std::string>& arguments)
 
 int MeasureAll(std::vector<std::string> texts)
 {
-    std::vector<char*> arguments;
-    for (auto& text : texts)
-        arguments.push_back(text.data());
+    std::vector<char*> arguments(texts.size());
+    std::transform(texts.begin(), texts.end(), arguments.begin(),
+                   [](std::string& text) { return text.data(); });
     auto count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
