@@ -1,5 +1,6 @@
 """What the bench connects to: our host, OpenSSH's server, and the reference's own server."""
 
+import contextlib
 import getpass
 import os
 import shutil
@@ -69,10 +70,13 @@ class Host:
             [self._bench.program(name), *arguments, "--url", self.url], **options)
 
     def read_processor_time(self):
-        """Seconds that it has worked, all its threads and processes together."""
-        return sum(int(thread.read_text().split()[0])
-                   for process in _find_group(self._process.pid)
-                   for thread in Path(f"/proc/{process}/task").glob("*/schedstat")) / 1e9
+        """Seconds that it has worked, all its threads and processes together that are there."""
+        total = 0
+        for process in _find_group(self._process.pid):
+            for thread in Path(f"/proc/{process}/task").glob("*/schedstat"):
+                with contextlib.suppress(FileNotFoundError, ProcessLookupError): # it has ended
+                    total += int(thread.read_text().split()[0])
+        return total / 1e9
 
     def await_idle(self):
         """Waits until what was asked of it is done."""
