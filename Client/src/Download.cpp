@@ -224,10 +224,17 @@ private:
         if (GetLeaf(item.local).empty())
             throw FileFailed(
                 MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped, "it names no file"));
+        RequireOwnTarget(item.remote, item.local);
         DownloadJob job{item.remote, item.local, "", nullptr, std::nullopt};
         job.time = fileSystem.GetTime(item.remote, options.cancellation);
         transfer.tally.Find(1, std::nullopt);
         files.push_back(std::move(job));
+    }
+
+    void RequireOwnTarget(const std::string& remote, const std::string& local)
+    {
+        if (!targets.insert(NormalizeLocal(local)).second)
+            throw FileFailed(Skip(remote, "another source goes to the same target, " + local));
     }
 
     void AddTree(FileSystem& fileSystem, const TransferItem& item)
@@ -257,12 +264,14 @@ private:
         }
         if (!seen.insert(entry.path).second)
             return; // what a link leads to has been there already
-        if (!entry.isDirectory) {
-            transfer.tally.Find(1, std::nullopt);
-            files.push_back({remote, tree->GetName(entry.path), entry.path, tree, entry.time});
-            return;
-        }
         try {
+            if (!entry.isDirectory) {
+                const std::string local = tree->GetName(entry.path);
+                RequireOwnTarget(remote, local);
+                transfer.tally.Find(1, std::nullopt);
+                files.push_back({remote, local, entry.path, tree, entry.time});
+                return;
+            }
             tree->MakeDirectory(entry.path);
             transfer.tally.AddDirectory();
             directories.push_back({entry.path, tree, entry.time});
@@ -520,6 +529,7 @@ private:
 
     Transfer& transfer;
     const TransferOptions& options;
+    std::unordered_set<std::string> targets; // of files
     std::vector<DownloadJob> files;
     std::vector<DirectoryJob> directories;
     std::mutex places; // guards the trees

@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <string_view>
 #include <sys/stat.h>
+#include <system_error>
 #include <utility>
 
 namespace Client {
@@ -38,6 +40,32 @@ std::string GetPartLeaf(const std::string& leaf)
 std::string GetLeaf(const std::string& path)
 {
     return path.substr(path.rfind('/') + 1);
+}
+
+std::string Normalize(std::string_view path)
+{
+    std::string normal;
+    normal.reserve(path.size());
+    const bool isAbsolute = path.starts_with('/');
+    while (!path.empty()) {
+        const auto name = path.substr(0, path.find('/'));
+        path.remove_prefix(std::min(name.size() + 1, path.size()));
+        if (name.empty() || name == ".")
+            continue;
+        if (isAbsolute || !normal.empty())
+            normal += '/';
+        normal += name;
+    }
+    if (normal.empty())
+        normal = isAbsolute ? "/" : ".";
+    return normal;
+}
+
+std::string NormalizeLocal(const std::string& path)
+{
+    std::error_code error; // the current directory may be gone
+    const auto absolute = std::filesystem::absolute(path, error);
+    return Normalize(error ? path : absolute.native());
 }
 
 std::string GetDirectory(const std::string& path)

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace Client {
 
@@ -71,6 +72,10 @@ private:
 
 /// The last name of a path.
 [[nodiscard]] std::string GetLeaf(const std::string& path);
+/// The path without what changes nothing: "a//./b/" becomes "a/b".
+[[nodiscard]] std::string Normalize(std::string_view path);
+/// Likewise, of a local file, from the root on: equal for paths that name the same place.
+[[nodiscard]] std::string NormalizeLocal(const std::string& path);
 /// What is before the last name; "." when there is nothing.
 [[nodiscard]] std::string GetDirectory(const std::string& path);
 

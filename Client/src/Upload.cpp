@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unordered_set>
 #include <utility>
 
 namespace Client {
@@ -484,6 +485,8 @@ private:
 
     void AddFile(const std::string& local, const std::string& remote, const struct stat& status)
     {
+        if (!targets.insert(Normalize(remote)).second)
+            throw FileFailed(Skip(local, "another source goes to the same target, " + remote));
         UploadJob job;
         job.local = local;
         job.remote = remote;
@@ -826,6 +829,7 @@ private:
 
     Transfer& transfer;
     const TransferOptions& options;
+    std::unordered_set<std::string> targets; // of files
     std::vector<UploadDirectory> directories;
     std::vector<UploadJob> small;
     std::vector<UploadJob> large;

@@ -142,6 +142,41 @@ TEST_F(ATransfer, NamesWhatIsMissing)
     EXPECT_FALSE(fs::exists(local.GetPath() / "file"));
 }
 
+TEST_F(ATransfer, SendsOnlyTheFirstOfSourcesWithTheSameTarget)
+{
+    MakeFile(local.GetPath() / "first" / "file", 5 * mebibyte);
+    MakeFile(local.GetPath() / "second" / "file", 6 * mebibyte);
+    const auto target = root.GetPath().string();
+    const auto sent =
+        fileSystem.Upload({{(local.GetPath() / "first" / "file").string(), target + "/file"},
+                           {(local.GetPath() / "second" / "file").string(), target + "//./file"}});
+    ASSERT_EQ(sent.failures.size(), 1U) << Describe(sent);
+    EXPECT_EQ(sent.failures[0].path, (local.GetPath() / "second" / "file").string());
+    EXPECT_THAT(sent.failures[0].cause, testing::HasSubstr("same target"));
+    EXPECT_EQ(sent.files, 1U);
+    EXPECT_EQ(ReadFile(root.GetPath() / "file"), ReadFile(local.GetPath() / "first" / "file"));
+}
+
+TEST_F(ATransfer, FetchesOnlyTheFirstOfSourcesWithTheSameTarget)
+{
+    MakeFile(root.GetPath() / "first" / "file", 5 * mebibyte);
+    MakeFile(root.GetPath() / "second" / "file", 6 * mebibyte);
+    MakeFile(root.GetPath() / "second" / "other", 10);
+    const auto target = local.GetPath().string();
+    TransferOptions options;
+    options.isRecursive = true;
+    const auto fetched =
+        fileSystem.Download({{target + "//file", (root.GetPath() / "first" / "file").string()},
+                             {target, (root.GetPath() / "second").string()}},
+                            options);
+    ASSERT_EQ(fetched.failures.size(), 1U) << Describe(fetched);
+    EXPECT_EQ(fetched.failures[0].path, (root.GetPath() / "second" / "file").string());
+    EXPECT_THAT(fetched.failures[0].cause, testing::HasSubstr("same target"));
+    EXPECT_EQ(fetched.files, 2U);
+    EXPECT_EQ(ReadFile(local.GetPath() / "file"), ReadFile(root.GetPath() / "first" / "file"));
+    EXPECT_TRUE(fs::exists(local.GetPath() / "other"));
+}
+
 TEST_F(ATransfer, TellsThatTheHostCannotWriteAll)
 {
     // As on a full disk: writing behind this size fails.

@@ -48,7 +48,8 @@ enum class FailureKind
     ConnectionLost, ///< and could not be made again in time
     Unsafe,         ///< a path of a listing leads out of the target; nothing was written
     Different, ///< the contents differ (verification, or resuming what is no part of the source)
-    Skipped,   ///< neither a regular file nor a directory, or a directory without `isRecursive`
+    Skipped,   ///< neither a regular file nor a directory, a directory without `isRecursive`, or
+               ///< a file whose target is that of an earlier one
 };
 
 /// One file or directory that something failed on.
