@@ -432,6 +432,7 @@ void Endpoint::Implementation::AddHousekeeping()
         auto& self = *static_cast<Implementation*>(context);
         try {
             self.sessions.ReportUndrained(self.settings.drain);
+            self.loop.CloseAbandonedConnections();
             self.sessions.CloseUnclaimed(*self.server);
         } catch (const std::exception& exception) {
             Log(Core::LogLevel::Error, "Session",

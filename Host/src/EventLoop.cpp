@@ -680,6 +680,16 @@ std::vector<ListeningSocket> EventLoop::GetListenAddresses() const
     return implementation->GetConnections().GetListenAddresses();
 }
 
+void EventLoop::HoldConnection(ConnectionId connection, bool isHeld)
+{
+    implementation->GetConnections().Hold(connection, isHeld);
+}
+
+void EventLoop::CloseAbandonedConnections()
+{
+    implementation->GetConnections().CloseAbandoned();
+}
+
 void EventLoop::CloseConnection(ConnectionId connection)
 {
     implementation->GetConnections().Close(connection);

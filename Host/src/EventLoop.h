@@ -41,6 +41,7 @@ struct ConnectionLimits
     std::size_t outputPause = 4 * megabyte;     ///< more waiting to be sent: it is not read
     std::size_t outputLimit = 64 * megabyte;    ///< more waiting to be sent: it is closed
     std::size_t brakeAllowance = 64 * megabyte; ///< see `EventLoop::SetMemoryBrake`
+    std::size_t brakeRefill = megabyte / 20;    ///< the same, each time the brake is looked at
 };
 
 /// The event loop and the TCP transport of an OPC UA server: timers, delayed callbacks and
@@ -123,6 +124,14 @@ public:
 
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
+    /// While held, a connection is not read, whatever it has sent; what it was sent goes out. That
+    /// its client has left is noticed by `CloseAbandonedConnections` alone then. One that is not
+    /// known is ignored. On the loop's thread.
+    void HoldConnection(ConnectionId connection, bool isHeld);
+
+    /// Closes those that are not read for now and whose clients have left.
+    void CloseAbandonedConnections();
+
     /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
     void CloseConnection(ConnectionId connection);
 
@@ -132,10 +141,12 @@ public:
 
     /// While `isMemoryShort` says true, a connection may receive no more than its equal share of
     /// `ConnectionLimits::brakeAllowance`, counted from when it first said so; who has used up its
-    /// share is not read until it says false again. So those that send most stop first, those that
-    /// say little are still heard, what comes in above the mark is bounded, and nothing waits for
-    /// itself: calls taken before need no further input to end and free their memory, answers are
-    /// sent all the while, and a connection that its client has left is still noticed.
+    /// share is not read until it says false again, but for a trickle: every 50 ms all shares
+    /// together grow by `ConnectionLimits::brakeRefill`. Connections made meanwhile start with
+    /// their share used up. So those that send most stop first, those that say little are still
+    /// heard, what comes in above the mark is bounded, and nothing waits for itself: calls taken
+    /// before need no further input to end and free their memory, answers are sent all the while,
+    /// and a connection that its client has left is still noticed.
     ///
     /// It is asked before each read, on the loop's thread with the loop's lock held: it must be
     /// cheap and may not call the loop or the server. One that throws counts as false.

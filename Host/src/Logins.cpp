@@ -15,6 +15,7 @@ namespace Host {
 namespace {
 
 constexpr const char* category = "Host.Login";
+constexpr std::size_t longestLoggedName = 64; // as long as a user's name may be
 constexpr auto none = LoginThrottle::Clock::duration::zero();
 
 std::string ToSeconds(LoginThrottle::Clock::duration delay)
@@ -34,12 +35,14 @@ LoginResult Logins::TryLogin(const std::string& user, const std::string& passwor
 {
     LoginThrottle::Clock::duration delay{};
     const auto result = Decide(user, password, address, delay);
-    const auto who = "user '" + user + "' from " + address;
+    const auto who = "user '" + user.substr(0, longestLoggedName) + "' from " + address;
     if (result == LoginResult::Accepted) {
         Log(Core::LogLevel::Notice, category, "Login of " + who);
         return result;
     }
     ++refused;
+    if (result == LoginResult::TooSoon && !MaySayTooSoon())
+        return result;
     if (result == LoginResult::TooSoon)
         Log(Core::LogLevel::Warning, category,
             "Login of " + who + " refused unseen: it comes too soon, " + ToSeconds(delay) +
@@ -50,6 +53,17 @@ LoginResult Logins::TryLogin(const std::string& user, const std::string& passwor
     else
         Log(Core::LogLevel::Warning, category, "Login of " + who + " refused");
     return result;
+}
+
+/// Whoever does not wait shall not fill the log either.
+bool Logins::MaySayTooSoon()
+{
+    const std::lock_guard lock(deciding);
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextTooSoonLine)
+        return false;
+    nextTooSoonLine = now + std::chrono::seconds(1);
+    return true;
 }
 
 LoginResult Logins::Decide(const std::string& user, const std::string& password,

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -38,6 +39,7 @@ public:
 private:
     using Tag = std::array<unsigned char, 32>;
 
+    bool MaySayTooSoon();
     static Tag MakeRandomTag();
     [[nodiscard]] Tag MakeTag(const std::string& user, const std::string& password) const;
     [[nodiscard]] bool WasRightBefore(const std::string& user, const Tag& tag) const;
@@ -51,7 +53,8 @@ private:
     /// Tags of the passwords that were right before, by user: only a user's first login takes the
     /// time of the hash. Guarded by deciding.
     std::unordered_map<std::string, Tag> rightTags;
-    const Tag key = MakeRandomTag(); // never leaves this process
+    std::chrono::steady_clock::time_point nextTooSoonLine; // guarded by deciding
+    const Tag key = MakeRandomTag();                       // never leaves this process
 };
 
 } // namespace Host

@@ -507,6 +507,8 @@ void TcpConnections::AddConnection(const Listener& listener, Tcp::socket socket)
     channel.id = ++lastId;
     const auto connection = std::make_shared<Connection>(channel, std::move(socket));
     connections.emplace(connection->id, connection);
+    if (braked) // coming again gives no new share
+        connection->receivedWhileBraked = limits.brakeAllowance / connections.size();
 
     auto address = Borrow(connection->info.remoteAddress);
     UA_KeyValuePair pair{};
@@ -521,6 +523,18 @@ void TcpConnections::AddConnection(const Listener& listener, Tcp::socket socket)
 
 // Reading
 
+void TcpConnections::Hold(ConnectionId id, bool isHeld)
+{
+    const Lock lock(mutex);
+    const auto found = connections.find(id);
+    if (found == connections.end() || found->second->held == isHeld)
+        return;
+    const SharedConnection connection = found->second;
+    connection->held = isHeld;
+    if (!isHeld)
+        Guard(connection, [&] { Read(connection); });
+}
+
 void TcpConnections::Read(const SharedConnection& connection)
 {
     if (connection->closing || connection->reading || !MayRead(*connection))
@@ -532,7 +546,7 @@ void TcpConnections::Read(const SharedConnection& connection)
 
 bool TcpConnections::MayRead(const Connection& connection)
 {
-    if (connection.queued > limits.outputPause)
+    if (connection.held || connection.queued > limits.outputPause)
         return false;
     return !UpdateBrake() ||
            connection.receivedWhileBraked < limits.brakeAllowance / connections.size();
@@ -772,7 +786,19 @@ void TcpConnections::CheckBrake()
     if (!AskBrake())
         return ReleaseBrake();
     CloseAbandoned();
+    RefillShares();
     CheckBrakeLater();
+}
+
+/// However long it takes, everybody is heard a little: what somebody else fills up keeps nobody
+/// from saying that a file is to be closed.
+void TcpConnections::RefillShares()
+{
+    const std::size_t refill = std::max<std::size_t>(limits.brakeRefill / connections.size(), 1);
+    for (const auto& [id, connection] : connections) {
+        connection->receivedWhileBraked -= std::min(connection->receivedWhileBraked, refill);
+        Guard(connection, [this, &connection = connection] { Read(connection); });
+    }
 }
 
 void TcpConnections::ReleaseBrake()
@@ -787,6 +813,7 @@ void TcpConnections::ReleaseBrake()
 /// for it.
 void TcpConnections::CloseAbandoned()
 {
+    const Lock lock(mutex);
     for (const auto& [id, connection] : connections) {
         if (!connection->reading && !connection->closing && IsAbandoned(connection->socket))
             BeginClose(connection);

@@ -68,6 +68,12 @@ public:
     void SetClosedObserver(std::function<void(ConnectionId)> observer);
     void SetBrake(std::function<bool()> shortage);
 
+    /// While held, a connection is not read. Unknown ones are ignored. On the loop's thread.
+    void Hold(ConnectionId id, bool isHeld);
+
+    /// Closes those that are not read for now and whose clients have left.
+    void CloseAbandoned();
+
     /// False if there is none, or it is closing already.
     bool Close(ConnectionId id);
 
@@ -111,6 +117,7 @@ private:
         std::deque<OutputBuffer> output;
         std::size_t queued{};              // bytes in `output`
         std::size_t receivedWhileBraked{}; // bytes since the brake came on
+        bool held = false;                 // is not to be read
         bool reading = false;              // waits until there is something to read
         bool writing = false;              // waits until there is room to send
     };
@@ -175,7 +182,7 @@ private:
     void CheckBrakeLater();
     void CheckBrake();
     void ReleaseBrake();
-    void CloseAbandoned();
+    void RefillShares();
 
     void Notify(Connection& connection, UA_ConnectionState state, const UA_KeyValueMap& parameters,
                 UA_ByteString message);

@@ -31,8 +31,8 @@ Core::LogLevel ToLevel(UA_LogLevel level)
     }
 }
 
-/// Clients may not add nodes, and for a node about a subscription the library asks as if one did. It
-/// would say so for each of them.
+/// Clients may not add nodes, and for a node about a subscription the library asks as if one did.
+/// It would say so for each of them.
 bool IsOfNoInterest(std::string_view text)
 {
     return text.find("Creating the subscription diagnostics object failed") !=

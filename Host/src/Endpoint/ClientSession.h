@@ -26,8 +26,11 @@ struct ClientSession
     std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
 
     // Loop thread only.
-    ConnectionId connection = 0;  ///< the one on which it was last activated
-    std::uint64_t graceTimer = 0; ///< runs while the connection is gone; 0: none
+    ConnectionId connection = 0;     ///< the one on which it was last activated
+    std::size_t callsInFlight = 0;   ///< taken and not answered yet
+    std::size_t bytesInFlight = 0;   ///< in the byte strings of their inputs
+    ConnectionId heldConnection = 0; ///< not read, since too much is in flight; 0: none
+    std::uint64_t graceTimer = 0;    ///< runs while the connection is gone; 0: none
 
     std::chrono::steady_clock::time_point endedAt; ///< once `ended`
     bool isReported = false;                       ///< as one that does not come to its end

@@ -108,6 +108,7 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
     ClientSession* session = sessions.Find(loop.GetCurrentConnection());
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): see above
     std::swap(*call->request, const_cast<UA_CallMethodRequest&>(request));
+    call->bytes = CountBytes(call->request->inputArguments, call->request->inputArgumentsSize);
     const UA_StatusCode status =
         session == nullptr ? UA_STATUSCODE_BADSESSIONIDINVALID : Resolve(*call, *session);
     if (status != UA_STATUSCODE_GOOD) {
@@ -116,10 +117,40 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
         loop.Post([this, call] { Answer(call); });
         return;
     }
+    call->session = session;
+    CountIn(*call);
     session->strand.Post([this, call, session] {
         Run(*call, *session);
         loop.Post([this, call] { Answer(call); });
     });
+}
+
+/// What waits for a session is bounded: the server looks through all calls in flight for each
+/// answer, and a client may send faster than its calls are run.
+void MethodCalls::CountIn(const Call& call)
+{
+    constexpr std::size_t mostCalls = 1'000;
+    constexpr std::size_t mostBytes = 32'000'000;
+    ClientSession& session = *call.session;
+    ++session.callsInFlight;
+    session.bytesInFlight += call.bytes;
+    if (session.callsInFlight < mostCalls && session.bytesInFlight < mostBytes)
+        return;
+    session.heldConnection = session.connection;
+    loop.HoldConnection(session.heldConnection, true);
+}
+
+void MethodCalls::CountOut(const Call& call)
+{
+    constexpr std::size_t fewCalls = 500;
+    constexpr std::size_t fewBytes = 16'000'000;
+    ClientSession& session = *call.session;
+    --session.callsInFlight;
+    session.bytesInFlight -= call.bytes;
+    if (session.heldConnection == 0 || session.callsInFlight > fewCalls ||
+        session.bytesInFlight > fewBytes)
+        return;
+    loop.HoldConnection(std::exchange(session.heldConnection, 0), false);
 }
 
 UA_StatusCode MethodCalls::Resolve(Call& call, const ClientSession& session) const
@@ -180,7 +211,7 @@ void MethodCalls::Run(Call& call, ClientSession& session)
 void MethodCalls::Execute(Call& call, ClientSession& session)
 {
     ++session.calls;
-    session.bytes += CountBytes(call.request->inputArguments, call.request->inputArgumentsSize);
+    session.bytes += call.bytes;
     if (call.hostMethod != nullptr) {
         SetOutputs(call, call.hostMethod->run(session));
         return;
@@ -262,6 +293,8 @@ void MethodCalls::Answer(const std::shared_ptr<Call>& call)
     response.callMethodResult = *call->result;
     UA_Server_setAsyncOperationResult(&server, &response, call->context);
     loop.FlushAnswers();
+    if (call->session != nullptr)
+        CountOut(*call);
 }
 
 } // namespace Host

@@ -50,7 +50,9 @@ private:
     /// A call on its way, from the queue to its answer.
     struct Call
     {
-        void* context = nullptr; ///< the server's own
+        void* context = nullptr;          ///< the server's own
+        ClientSession* session = nullptr; ///< null: refused before it was known whose it is
+        std::size_t bytes = 0;            ///< in the byte strings of the inputs
         Ua<UA_CallMethodRequest> request;
         Core::NodeId object;
         const MethodDescription* method = nullptr;
@@ -59,6 +61,8 @@ private:
     };
 
     void Take(const UA_CallMethodRequest& request, void* context);
+    void CountIn(const Call& call);
+    void CountOut(const Call& call);
     [[nodiscard]] UA_StatusCode Resolve(Call& call, const ClientSession& session) const;
     [[nodiscard]] const MethodDescription* FindMethod(const Core::NodeId& type,
                                                       const Core::NodeId& method) const;
