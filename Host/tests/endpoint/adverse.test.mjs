@@ -4,7 +4,7 @@
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
-import { closeSync, constants, mkdirSync, openSync, readdirSync, readFileSync, statSync, writeFileSync } from "node:fs";
+import { closeSync, constants, mkdirSync, openSync, readdirSync, readFileSync, statSync, writeFileSync, writeSync } from "node:fs";
 import { fileURLToPath } from "node:url";
 import { describe, it } from "node:test";
 import {
@@ -144,6 +144,47 @@ describe("A host survives", () => {
             fifos.forEach(hold); // who opens goes on
             await waitFor("all to go on", () => countWaiting(host) === 0);
             held.forEach(closeSync);
+        }));
+
+    it("3 000 calls behind one that waits, and answers them in their order", async () =>
+        survives({}, async (host, steady) => {
+            const fifo = makeFifo(host.path("fifo"));
+            const writer = openSync(fifo, constants.O_RDWR | constants.O_NONBLOCK);
+            const client = await host.connect();
+            const files = await client.createFiles();
+            const handle = await files.call("Open", fifo, read);
+            await files.barrier();
+            const waiting = files.call("Read", handle, 4);
+            const answered = [];
+            const calls = Array.from({ length: 3_000 }, async (_, i) => {
+                await files.tryCall("GetPosition", handle);
+                answered.push(i);
+            });
+            await waitFor("the read to wait", () => countWaiting(host) === 1);
+            await steady.call(1_000);
+            assert.equal(answered.length, 0);
+            writeSync(writer, "data");
+            assert.equal(String(await waiting), "data");
+            await within("the calls", Promise.all(calls));
+            assert.deepEqual(answered, calls.map((_, i) => i));
+            await files.call("Close", handle);
+            await files.nextEvent("AckEvent");
+            closeSync(writer);
+            await client.close();
+        }));
+
+    it("a client that leaves while it is not read, since too many of its calls wait", async () =>
+        survives({ flags: ["--drain", "500ms"] }, async (host, steady) => {
+            const fifo = makeFifo(host.path("fifo"));
+            const writer = openSync(fifo, constants.O_RDWR | constants.O_NONBLOCK);
+            const program = fileURLToPath(new URL("waiting-client.mjs", import.meta.url));
+            const client = spawn(process.execPath, [program, host.url, fifo], { stdio: ["ignore", "pipe", "inherit"] });
+            await within("the client to wait", once(client.stdout, "data"));
+            await waitFor("the read to wait", () => countWaiting(host) === 1);
+            await steady.call(1_000);
+            client.kill("SIGKILL");
+            await logged(host, "has ended, but its work has not");
+            closeSync(writer); // who reads comes to the end
         }));
 
     it("a pipe that nobody ever opens, and says so when it ends", async () =>

@@ -1,0 +1,16 @@
+// A client that a test kills: it reads from a pipe that has nothing, and sends thousands of calls
+// behind that. Usage: node waiting-client.mjs URL PIPE
+
+import { Client } from "./harness.mjs";
+
+const [url, path] = process.argv.slice(2);
+const client = new Client({ url, root: "/" }, {});
+await client.open();
+const files = await client.createFiles();
+const handle = await files.call("Open", path, 1);
+await files.barrier();
+files.call("Read", handle, 4).catch(() => {}); // is not answered
+for (let i = 0; i < 3_000; ++i) {
+    files.tryCall("GetPosition", handle).catch(() => {});
+}
+console.log("waiting");
