@@ -582,13 +582,13 @@ void Engine::RunFunctions()
     }
 }
 
-void Engine::Leave(EventListener& listener, UA_UInt32 subscription) noexcept
+void Engine::Leave(EventListener& listener) noexcept
 {
     std::promise<void> promise;
     auto done = promise.get_future();
     {
         const std::lock_guard lock(mutex);
-        departures.push_back({&listener, subscription, &promise});
+        departures.push_back({&listener, &promise});
     }
     loop.Wake();
     interruption.Notify();
@@ -603,11 +603,13 @@ void Engine::RunDepartures()
         taken.swap(departures);
     }
     for (const auto& departure : taken) {
-        std::erase(listeners, departure.listener);
-        if (isConnected)
-            Unsubscribe(departure.subscription);
+        std::erase_if(members,
+                      [&](const Member& member) { return member.listener == departure.listener; });
+        Unsubscribe(*departure.listener);
         departure.promise->set_value();
     }
+    if (isConnected)
+        DeleteLeftSubscriptions();
 }
 
 void Engine::TakePosted()
@@ -751,9 +753,13 @@ void Engine::TakeAnswer(const TicketPointer& ticket, const UA_CallResponse& resp
     ticket->node->TakeAnswer(ticket, status, output);
 }
 
-void Engine::Break(const std::string& reason) noexcept
+void Engine::Break(std::string_view reason) noexcept
 {
-    breakReason = reason;
+    try {
+        breakReason = reason;
+    } catch (const std::exception&) {
+        breakReason.clear(); // no memory to say why
+    }
     loop.Break();
 }
 
@@ -770,8 +776,7 @@ void Engine::HandleLoss()
     const std::string reason = breakReason.empty() ? "the connection broke" : breakReason;
     breakReason.clear();
     isConnected = false;
-    for (auto* const listener : listeners)
-        listener->OnLost();
+    TellLost();
     TakePosted();
     for (const auto& ticket : std::exchange(ready, {}))
         RemoteNode::Lose(*ticket);
@@ -821,17 +826,39 @@ bool Engine::TryReconnect(Waiter::Deadline deadline)
         ThrowNotConnected(options.url, begun, lastLog, securityMode != "None");
     AwaitSession(std::min(deadline, steady_clock::now() + options.connectTime), nullptr);
     const std::string token = GetSessionToken();
-    const bool isSameSession = token == sessionToken;
-    sessionToken = token;
-    if (!isSameSession) {
+    if (token != sessionToken) {
+        subscriptions.clear(); // they ended with their session
+        leftSubscriptions.clear();
         ReadNamespaces();
         DescribeTypes();
+        sessionToken = token;
     }
     configuration.timeout = static_cast<UA_UInt32>(options.answerTime.count());
-    for (auto* const listener : listeners)
-        listener->OnConnected(isSameSession);
+    DeleteLeftSubscriptions();
+    TellConnected(token);
     isConnected = true;
     return true;
+}
+
+/// The connection may be lost again before all have heard of it. So each one's session is kept:
+/// those who have not heard of a new one must not take it for theirs the next time.
+void Engine::TellConnected(const std::string& session)
+{
+    try {
+        for (auto& member : members) {
+            member.listener->OnConnected(member.session == session);
+            member.session = session;
+        }
+    } catch (...) {
+        TellLost();
+        throw;
+    }
+}
+
+void Engine::TellLost()
+{
+    for (const auto& member : members)
+        member.listener->OnLost();
 }
 
 void Engine::Die(const std::string& reason)
@@ -848,8 +875,8 @@ void Engine::Die(const std::string& reason)
     TakePosted();
     for (const auto& ticket : std::exchange(ready, {}))
         RemoteNode::Lose(*ticket);
-    for (auto* const listener : listeners)
-        listener->OnDead();
+    for (const auto& member : members)
+        member.listener->OnDead();
     for (auto& [function, promise] : waiting)
         promise->set_exception(std::make_exception_ptr(ConnectionLostException(reason)));
 }
@@ -864,11 +891,14 @@ std::string Engine::GetLossReason() const
 
 void Engine::Add(EventListener& listener)
 {
-    listeners.push_back(&listener);
+    members.push_back({&listener, sessionToken});
 }
 
-UA_UInt32 Engine::Subscribe(const UA_NodeId& node, EventListener& listener)
+void Engine::Subscribe(const UA_NodeId& node, EventListener& listener)
 {
+    Unsubscribe(listener);
+    DeleteLeftSubscriptions(); // first: the server allows a number of them
+    leftSubscriptions.reserve(leftSubscriptions.size() + subscriptions.size() + 1);
     UA_CreateSubscriptionRequest wanted = UA_CreateSubscriptionRequest_default();
     wanted.requestedPublishingInterval = publishingInterval;
     wanted.requestedLifetimeCount = lifetimeCount;
@@ -879,6 +909,7 @@ UA_UInt32 Engine::Subscribe(const UA_NodeId& node, EventListener& listener)
     const UA_UInt32 subscription = made.subscriptionId;
     UA_CreateSubscriptionResponse_clear(&made);
     RequireGood(status, "subscribing");
+    subscriptions.insert_or_assign(subscription, &listener);
 
     struct Field
     {
@@ -916,28 +947,51 @@ UA_UInt32 Engine::Subscribe(const UA_NodeId& node, EventListener& listener)
     UA_ExtensionObject_setValueNoDelete(&item.requestedParameters.filter, &filter,
                                         &UA_TYPES[UA_TYPES_EVENTFILTER]);
     UA_MonitoredItemCreateResult result = UA_Client_MonitoredItems_createEvent(
-        client.get(), subscription, UA_TIMESTAMPSTORETURN_NEITHER, item, &listener,
-        [](UA_Client*, UA_UInt32, void*, UA_UInt32, void* context, std::size_t count,
-           UA_Variant* values) {
-            auto& hearing = *static_cast<EventListener*>(context);
-            try {
-                hearing.OnEvent(count, values);
-            } catch (const std::exception&) {
-                hearing.OnLost(); // out of memory: what it said will not be known
-            }
-        },
+        client.get(), subscription, UA_TIMESTAMPSTORETURN_NEITHER, item, nullptr, &Engine::OnEvent,
         nullptr);
     const UA_StatusCode itemStatus = result.statusCode;
     UA_MonitoredItemCreateResult_clear(&result);
     if (itemStatus != UA_STATUSCODE_GOOD)
-        Unsubscribe(subscription);
+        Unsubscribe(listener); // deleted before the next one is made
     RequireGood(itemStatus, "listening to the events of the file system");
-    return subscription;
 }
 
-void Engine::Unsubscribe(UA_UInt32 subscription) noexcept
+/// The listener hears nothing from now on.
+/// subscribed.
+void Engine::Unsubscribe(EventListener& listener) noexcept
 {
-    UA_Client_Subscriptions_deleteSingle(client.get(), subscription);
+    for (auto entry = subscriptions.begin(); entry != subscriptions.end();) {
+        if (entry->second != &listener) {
+            ++entry;
+            continue;
+        }
+        leftSubscriptions.push_back(entry->first);
+        entry = subscriptions.erase(entry);
+    }
+}
+
+/// What cannot be deleted now stays for the next connection.
+void Engine::DeleteLeftSubscriptions() noexcept
+{
+    std::erase_if(leftSubscriptions, [this](UA_UInt32 subscription) {
+        return !IsLoss(UA_Client_Subscriptions_deleteSingle(client.get(), subscription));
+    });
+}
+
+void Engine::OnEvent(UA_Client* client, UA_UInt32 subscription, void* /*subscriptionContext*/,
+                     UA_UInt32 /*item*/, void* /*itemContext*/, std::size_t count,
+                     UA_Variant* fields) noexcept
+{
+    auto& self = *static_cast<Engine*>(UA_Client_getContext(client));
+    const auto found = self.subscriptions.find(subscription);
+    if (found == self.subscriptions.end())
+        return;
+    try {
+        found->second->OnEvent(count, fields);
+    } catch (const std::exception& failure) {
+        // What it said will not be known; so nothing that waits may go on as if it had come.
+        self.Break(failure.what());
+    }
 }
 
 ServerInfo Engine::AskInfo()

@@ -14,9 +14,11 @@
 #include <exception>
 #include <functional>
 #include <future>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -70,7 +72,7 @@ public:
 
     /// Lets the listener hear nothing from now on, and waits for that, also when the connection is
     /// lost. Not for the engine's thread.
-    void Leave(EventListener& listener, UA_UInt32 subscription) noexcept;
+    void Leave(EventListener& listener) noexcept;
 
     [[nodiscard]] const ConnectionOptions& GetOptions() const noexcept { return options; }
 
@@ -79,13 +81,11 @@ public:
     void Add(EventListener& listener);
     [[nodiscard]] UA_Client* GetClient() const noexcept { return client.get(); }
     [[nodiscard]] const Namespaces& GetNamespaces() const noexcept { return namespaces; }
-    /// Subscribes to the events of a node. Returns the subscription's number. Throws
-    /// CallRefusedException.
-    UA_UInt32 Subscribe(const UA_NodeId& node, EventListener& listener);
-    /// Not to be asked for while the connection is lost.
-    void Unsubscribe(UA_UInt32 subscription) noexcept;
+    /// Subscribes to the events of a node, in place of what the listener had subscribed to. Throws
+    /// CallRefusedException, ConnectionLostException.
+    void Subscribe(const UA_NodeId& node, EventListener& listener);
     /// Closes the connection, to make it again: for when events are missing.
-    void Break(const std::string& reason) noexcept;
+    void Break(std::string_view reason) noexcept;
     [[nodiscard]] ServerInfo AskInfo();
 
     /// Why there is no connection any more. Any thread.
@@ -101,8 +101,12 @@ private:
     struct Departure
     {
         EventListener* listener;
-        UA_UInt32 subscription;
         std::promise<void>* promise;
+    };
+    struct Member
+    {
+        EventListener* listener;
+        std::string session; // the token of the one that it has heard of
     };
     using Function = std::pair<const std::function<void()>*, std::promise<void>*>;
 
@@ -127,6 +131,13 @@ private:
     void HandleLoss();
     bool Reconnect();
     bool TryReconnect(Waiter::Deadline deadline);
+    void TellConnected(const std::string& session);
+    void TellLost();
+    void Unsubscribe(EventListener& listener) noexcept;
+    void DeleteLeftSubscriptions() noexcept;
+    static void OnEvent(UA_Client* client, UA_UInt32 subscription, void* subscriptionContext,
+                        UA_UInt32 item, void* itemContext, std::size_t count,
+                        UA_Variant* fields) noexcept;
     void Die(const std::string& reason);
     void Report(const std::string& text) const;
 
@@ -147,9 +158,13 @@ private:
     ClientPointer client; // after what it refers to
 
     // Of the engine's thread.
-    std::vector<EventListener*> listeners;
+    std::vector<Member> members;
+    // Who hears of which subscription. The library knows their numbers only, so that what arrives
+    // for one who has left finds nobody.
+    std::map<UA_UInt32, EventListener*> subscriptions;
+    std::vector<UA_UInt32> leftSubscriptions; // to be deleted when there is a connection
     std::deque<TicketPointer> ready;
-    std::string sessionToken;
+    std::string sessionToken; // of the session that the namespaces were read in
     std::string breakReason;
     bool isConnected = true;
 

@@ -97,7 +97,7 @@ void RemoteNode::Open()
 
 void RemoteNode::Close() noexcept
 {
-    engine.Leave(*this, subscription);
+    engine.Leave(*this);
 }
 
 void RemoteNode::Make()
@@ -119,7 +119,7 @@ void RemoteNode::Make()
     if (UA_NodeId_isNull(&id))
         throw CallRefusedException("CreateFileSystem returned no node",
                                    UA_STATUSCODE_BADUNEXPECTEDERROR);
-    subscription = engine.Subscribe(id, *this);
+    engine.Subscribe(id, *this);
 }
 
 RemoteNode::State RemoteNode::Await(Waiter& waiter, const Cancellation* cancellation)
@@ -164,8 +164,7 @@ void RemoteNode::OnConnected(bool isSameSession)
         BeginEpoch();
         return;
     }
-    engine.Unsubscribe(subscription);
-    subscription = engine.Subscribe(id, *this);
+    engine.Subscribe(id, *this);
     SendMark();
 }
 

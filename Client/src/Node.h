@@ -129,7 +129,6 @@ private:
     Engine& engine;
     const std::shared_ptr<HandleTable> handles = std::make_shared<HandleTable>();
     UA_NodeId id = UA_NODEID_NULL;
-    UA_UInt32 subscription = 0;
     std::uint64_t sent = 0; // counts requests
     Queue existsQueue;
     Queue listQueue;

@@ -73,7 +73,7 @@ public:
                                  UA_NODEIDTYPE_STRING,
                                  {.string = OpcUa::ViewOf(sharedNode)}};
             try {
-                subscription = engine.Subscribe(node, *this);
+                engine.Subscribe(node, *this);
             } catch (const CallRefusedException&) {
                 throw OperationFailedException("there is no shared file system '" + sharedNode +
                                                "'");
@@ -82,7 +82,7 @@ public:
         });
     }
 
-    ~Implementation() override { engine.Leave(*this, subscription); }
+    ~Implementation() override { engine.Leave(*this); }
 
     Event Next(const Cancellation* cancellation)
     {
@@ -163,7 +163,6 @@ private:
     }
 
     Engine& engine;
-    UA_UInt32 subscription = 0;
     Waiter waiter;
     std::mutex mutex; // guards what follows
     std::deque<Event> events;

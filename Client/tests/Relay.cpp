@@ -1,10 +1,13 @@
 #include "Relay.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <array>
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -37,19 +40,23 @@ void SendAtOnce(int socket)
     setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-/// False when one of them has ended.
-bool Pass(int from, int to)
+using Block = std::array<char, 65536>;
+
+/// Empty when the connection has ended.
+std::span<char> Receive(int socket, Block& block)
 {
-    char block[65536];
-    const auto count = recv(from, block, sizeof block, 0);
-    if (count <= 0)
-        return false;
-    for (ssize_t sent = 0; sent < count;) {
-        const auto part =
-            send(to, block + sent, static_cast<std::size_t>(count - sent), MSG_NOSIGNAL);
+    const auto count = recv(socket, block.data(), block.size(), 0);
+    return std::span(block).first(count <= 0 ? 0 : static_cast<std::size_t>(count));
+}
+
+/// False when the connection has ended.
+bool Send(int socket, std::span<const char> bytes)
+{
+    while (!bytes.empty()) {
+        const auto part = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (part <= 0)
             return false;
-        sent += part;
+        bytes = bytes.subspan(static_cast<std::size_t>(part));
     }
     return true;
 }
@@ -91,6 +98,76 @@ void Relay::Cut()
     eventfd_write(wake, 1);
 }
 
+void Relay::CutBefore(std::string bytes, int occurrence)
+{
+    const std::lock_guard lock(mutex);
+    cutBytes = std::move(bytes);
+    cutAfter = occurrence;
+    hasCut = false;
+}
+
+void Relay::Rewrite(std::string bytes, std::string others)
+{
+    if (bytes.size() != others.size())
+        throw std::invalid_argument("as many bytes have to come in place of others");
+    const std::lock_guard lock(mutex);
+    rewrites.emplace_back(std::move(bytes), std::move(others));
+}
+
+void Relay::SpoilIn(std::span<char> block)
+{
+    if (!isSpoiling)
+        return;
+    // The method's number, 1050, in a namespace, then two inputs of which the first is a UInt32.
+    constexpr std::array<char, 7> rest{0x1A, 0x04, 2, 0, 0, 0, 0x07};
+    for (std::size_t i = 0; i + 2 + rest.size() <= block.size(); ++i)
+        if (block[i] == 0x01 && std::equal(rest.begin(), rest.end(), &block[i + 2])) {
+            block[i + 2] = 0x1B; // there is no such method
+            isSpoiling = false;
+            hasSpoiled = true;
+            return;
+        }
+}
+
+bool Relay::IsCutHere(std::string_view block)
+{
+    const std::lock_guard lock(mutex);
+    if (cutAfter == 0 || block.find(cutBytes) == std::string_view::npos || --cutAfter > 0)
+        return false;
+    hasCut = true;
+    return true;
+}
+
+void Relay::RewriteIn(std::span<char> block)
+{
+    const std::lock_guard lock(mutex);
+    for (const auto& [bytes, others] : rewrites)
+        for (auto rest = block;;) {
+            const auto found = std::search(rest.begin(), rest.end(), bytes.begin(), bytes.end());
+            if (found == rest.end())
+                break;
+            std::copy(others.begin(), others.end(), found);
+            rest = {found, rest.end()};
+        }
+}
+
+bool Relay::PassToServer(int client, int server)
+{
+    Block block;
+    const auto received = Receive(client, block);
+    SpoilIn(received);
+    return !received.empty() && !IsCutHere({received.data(), received.size()}) &&
+           Send(server, received);
+}
+
+bool Relay::PassToClient(int server, int client)
+{
+    Block block;
+    const auto received = Receive(server, block);
+    RewriteIn(received);
+    return !received.empty() && Send(client, received);
+}
+
 void Relay::Run()
 {
     std::vector<Pair> pairs;
@@ -109,8 +186,8 @@ void Relay::Run()
         for (std::size_t i = pairs.size(); i-- > 0;) {
             const bool fromClient = queries[2 + 2 * i].revents != 0;
             const bool fromServer = queries[3 + 2 * i].revents != 0;
-            if ((fromClient && !Pass(pairs[i].client, pairs[i].server)) ||
-                (fromServer && !Pass(pairs[i].server, pairs[i].client)))
+            if ((fromClient && !PassToServer(pairs[i].client, pairs[i].server)) ||
+                (fromServer && !PassToClient(pairs[i].server, pairs[i].client)))
                 end(i);
         }
         if (queries[0].revents != 0) {
@@ -124,7 +201,8 @@ void Relay::Run()
             const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
             const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
             const sockaddr_in address = MakeAddress(target);
-            if (connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+            if (!isRefusing &&
+                connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
                 SendAtOnce(client);
                 SendAtOnce(server);
                 pairs.push_back({client, server});
