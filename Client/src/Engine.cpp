@@ -301,6 +301,7 @@ void Engine::Connect(const Cancellation* cancellation)
                                    options.url + " offers no encryption, so the password would be "
                                                  "readable on the way; ask for a plain connection "
                                                  "if that is all right");
+        RequireUnknown(server);
         chosen = plain;
     }
     if (chosen == nullptr)
@@ -342,6 +343,18 @@ void Engine::Connect(const Cancellation* cancellation)
     if (begun != UA_STATUSCODE_GOOD)
         ThrowNotConnected(options.url, begun, lastLog, !IsPlain(*chosen));
     AwaitSession(deadline, cancellation);
+}
+
+/// Somebody on the way could hide what a server offers. One whose certificate was accepted once
+/// does encrypt.
+void Engine::RequireUnknown(const std::string& server) const
+{
+    const KnownServers known(options.stateFolder);
+    if (!known.Find(server).empty())
+        throw RefusedException(Refusal::Security,
+                               options.url + " offers no encryption any more, although " + server +
+                                   " did before, as " + known.GetFile().string() +
+                                   " says; ask for a plain connection if that is all right");
 }
 
 namespace {
@@ -956,8 +969,7 @@ void Engine::Subscribe(const UA_NodeId& node, EventListener& listener)
     RequireGood(itemStatus, "listening to the events of the file system");
 }
 
-/// The listener hears nothing from now on.
-/// subscribed.
+/// The listener hears nothing from now on. The room was made when it subscribed.
 void Engine::Unsubscribe(EventListener& listener) noexcept
 {
     for (auto entry = subscriptions.begin(); entry != subscriptions.end();) {

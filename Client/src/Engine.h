@@ -111,6 +111,7 @@ private:
     using Function = std::pair<const std::function<void()>*, std::promise<void>*>;
 
     void Connect(const Cancellation* cancellation);
+    void RequireUnknown(const std::string& server) const;
     void SetSecurity(const UA_EndpointDescription& endpoint);
     void SetIdentity(const UA_EndpointDescription& endpoint);
     void AwaitSession(Waiter::Deadline deadline, const Cancellation* cancellation);

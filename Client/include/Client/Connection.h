@@ -18,7 +18,8 @@ class Engine;
 
 enum class Security
 {
-    Automatic, ///< encrypted where the server offers it, otherwise plain
+    Automatic, ///< encrypted where the server offers it, otherwise plain; never plain with a
+               ///< password, or with a server whose certificate was accepted before
     Plain,     ///< neither signed nor encrypted
     Encrypted, ///< signed and encrypted, or not at all
 };
