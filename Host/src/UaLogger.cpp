@@ -39,8 +39,9 @@ bool IsOfNoInterest(std::string_view text)
            std::string_view::npos;
 }
 
-void Write(void* /*context*/, UA_LogLevel level, UA_LogCategory /*category*/, const char* format,
-           va_list arguments) noexcept
+[[gnu::format(printf, 4, 0)]] void Write(void* /*context*/, UA_LogLevel level,
+                                         UA_LogCategory /*category*/, const char* format,
+                                         va_list arguments) noexcept
 {
     try {
         if (!Core::Logger::Instance().IsEnabledForEntry(ToLevel(level), category))

@@ -58,12 +58,12 @@ public:
     /// Waits for the jobs of all sessions.
     ~Sessions();
 
-    void SetVisibility(IsVisible isVisible) { this->isVisible = std::move(isVisible); }
+    void SetVisibility(IsVisible observer) { isVisible = std::move(observer); }
 
     /// Says which variables a session may read the value of. Loop thread.
     using IsReadable = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
-    void SetReadability(IsReadable isReadable) { this->isReadable = std::move(isReadable); }
-    void SetEndedObserver(Ended ended) { this->ended = std::move(ended); }
+    void SetReadability(IsReadable observer) { isReadable = std::move(observer); }
+    void SetEndedObserver(Ended observer) { ended = std::move(observer); }
 
     /// Makes this the access control of a server; what it had before is cleared.
     void Install(UA_ServerConfig& configuration);
