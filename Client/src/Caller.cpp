@@ -159,6 +159,12 @@ void CheckAnswer(const Ticket& ticket)
         throw CallRefusedException(std::string("the server refused ") + GetName(ticket.method) +
                                        ": " + UA_StatusCode_name(ticket.status),
                                    ticket.status);
+    const bool opens = ticket.method == Method::Open || ticket.method == Method::OpenWrite ||
+                       ticket.method == Method::UploadFile;
+    if (opens && ticket.isAnswered && !ticket.opened)
+        throw CallRefusedException(std::string("the server gave no handle for ") +
+                                       GetName(ticket.method),
+                                   UA_STATUSCODE_BADUNEXPECTEDERROR);
 }
 
 void Caller::AwaitAnswer(const TicketPointer& ticket)

@@ -96,7 +96,8 @@ private:
     RemoteNode::State state;
 };
 
-/// Throws when the ticket, which is answered, is lost or refused.
+/// Throws when the ticket, which is answered, is lost or refused, or opened nothing though it had
+/// to.
 void CheckAnswer(const Ticket& ticket);
 
 } // namespace Client

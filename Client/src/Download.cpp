@@ -19,17 +19,6 @@ constexpr std::size_t fewestReads = 8;
 constexpr std::size_t mostReads = 64; // of all jobs together; the host holds back more output
 constexpr std::size_t filesAtOnce = 32;
 
-Failure MakeLocalFailure(const std::string& path, Step step, FailureKind kind, std::string cause)
-{
-    Failure failure;
-    failure.side = Side::Local;
-    failure.path = path;
-    failure.step = step;
-    failure.kind = kind;
-    failure.cause = std::move(cause);
-    return failure;
-}
-
 /// A remote file that is read from some position to its end.
 class RemoteReader
 {
@@ -64,6 +53,7 @@ public:
                 isSame = caller.Recover() && handle != nullptr;
                 if (!isSame)
                     handle.reset(); // the server closed it with the session
+                CountLoss();
             }
         }
     }
@@ -81,6 +71,14 @@ private:
             handle.reset();
             throw FileFailed(MakeRemoteFailure(remote, Step::Open, result));
         }
+    }
+
+    void CountLoss()
+    {
+        losses = position > positionBefore ? 1 : losses + 1;
+        positionBefore = position;
+        if (losses >= mostLosses)
+            throw FileFailed(MakeUnknownFailure(remote, Step::Read, describeLosses));
     }
 
     /// After a lost connection reads may have run whose bytes never came.
@@ -138,6 +136,8 @@ private:
     const std::string& remote;
     const std::size_t most;
     std::uint64_t position;
+    std::uint64_t positionBefore = 0; // at the loss before
+    unsigned int losses = 0;          // in a row, without progress
     bool hasRead = false;
     std::shared_ptr<RemoteHandle> handle;
     std::deque<TicketPointer> pending;
@@ -272,6 +272,7 @@ private:
                 files.push_back({remote, local, entry.path, tree, entry.time});
                 return;
             }
+            targets.insert(NormalizeLocal(tree->GetName(entry.path)));
             tree->MakeDirectory(entry.path);
             transfer.tally.AddDirectory();
             directories.push_back({entry.path, tree, entry.time});
@@ -285,9 +286,21 @@ private:
     {
         Descriptor directory;
         std::string leaf;
+        std::string part;
     };
 
-    static Place FindPlace(const DownloadJob& job)
+    /// A file of the transfer may have the name that the part of another would have.
+    [[nodiscard]] std::string FindPartLeaf(const std::string& local, const std::string& leaf) const
+    {
+        const std::string directory = GetDirectory(NormalizeLocal(local));
+        for (unsigned int number = 1;; ++number) {
+            std::string part = GetPartLeaf(leaf, number);
+            if (!targets.contains(directory == "/" ? "/" + part : directory + "/" + part))
+                return part;
+        }
+    }
+
+    [[nodiscard]] Place FindPlace(const DownloadJob& job) const
     {
         Place place;
         if (job.tree) {
@@ -301,6 +314,7 @@ private:
         }
         if (!place.directory.IsOpen())
             FailLocally(job.local, Step::Open);
+        place.part = FindPartLeaf(job.local, place.leaf);
         return place;
     }
 
@@ -325,7 +339,8 @@ private:
                 transfer.tally.FinishFile(job.remote, 0, true);
                 return;
             }
-            PartFile part(place.directory.Get(), place.leaf, job.local, options.resumes);
+            PartFile part(place.directory.Get(), place.leaf, place.part, job.local,
+                          options.resumes);
             hasBegun = true;
             const std::uint64_t start = FindStart(caller, job, part);
             transfer.tally.Resume(start);
@@ -501,7 +516,7 @@ private:
                 throw FileFailed(
                     MakeUnknownFailure(job.remote, Step::Read, "it is not open any more"));
             const Place place = LockedPlace(job);
-            PartFile part(place.directory.Get(), place.leaf, job.local, false);
+            PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false);
             hasBegun = true;
             const auto bytes = file.first->read.Get();
             WriteAt(part.GetDescriptor(), job.local, bytes, 0);
@@ -529,7 +544,7 @@ private:
 
     Transfer& transfer;
     const TransferOptions& options;
-    std::unordered_set<std::string> targets; // of files
+    std::unordered_set<std::string> targets; // normalized; unchanged once all was found
     std::vector<DownloadJob> files;
     std::vector<DirectoryJob> directories;
     std::mutex places; // guards the trees

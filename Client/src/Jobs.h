@@ -17,6 +17,11 @@
 namespace Client {
 
 constexpr std::size_t mostJobs = 64;
+/// A file that gets no further between so many losses of the connection has failed.
+constexpr unsigned int mostLosses = 5;
+constexpr const char* describeLosses =
+    "the connection was lost again and again without any progress; a message may be larger than "
+    "the server or the network between takes";
 
 /// What the jobs of one transfer share.
 struct Transfer

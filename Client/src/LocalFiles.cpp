@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <utility>
@@ -21,21 +22,32 @@ constexpr mode_t directoryMode = 0777;
 constexpr std::size_t longestName = 255;
 constexpr std::size_t keptOfLongName = 200;
 
-std::string GetPartLeaf(const std::string& leaf)
+} // namespace
+
+Failure MakeLocalFailure(const std::string& path, Step step, FailureKind kind, std::string cause)
 {
-    const std::string part = "." + leaf + ".part";
-    if (part.size() <= longestName)
-        return part;
+    Failure failure;
+    failure.side = Side::Local;
+    failure.path = path;
+    failure.step = step;
+    failure.kind = kind;
+    failure.cause = std::move(cause);
+    return failure;
+}
+
+std::string GetPartLeaf(const std::string& leaf, unsigned int number)
+{
+    const std::string end = ".talvensor-part" + (number == 1 ? "" : "-" + std::to_string(number));
+    if (leaf.size() + end.size() < longestName)
+        return "." + leaf + end;
     // FNV-1a: only to tell long names that begin alike apart.
     std::uint64_t hash = 0xCBF29CE484222325U;
     for (const char letter : leaf)
         hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3U;
     std::array<char, 32> digits{};
     std::snprintf(digits.data(), digits.size(), "-%016llx", static_cast<unsigned long long>(hash));
-    return "." + leaf.substr(0, keptOfLongName) + digits.data() + ".part";
+    return "." + leaf.substr(0, keptOfLongName) + digits.data() + end;
 }
-
-} // namespace
 
 std::string GetLeaf(const std::string& path)
 {
@@ -173,17 +185,51 @@ void LocalTree::SetTime(const std::string& relative, FileTime time)
         FailLocally(GetName(relative), Step::SetTime);
 }
 
-PartFile::PartFile(int directory, std::string givenLeaf, std::string givenName, bool keepsContent)
+PartFile::PartFile(int directory, std::string givenLeaf, std::string givenPart,
+                   std::string givenName, bool keepsContent)
     : directory(directory)
     , leaf(std::move(givenLeaf))
-    , part(GetPartLeaf(leaf))
+    , part(std::move(givenPart))
     , shownName(std::move(givenName))
     , descriptor(openat(directory, part.c_str(),
-                        O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | (keepsContent ? 0 : O_TRUNC),
-                        fileMode))
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, fileMode))
 {
     if (!descriptor.IsOpen())
         FailLocally(shownName, Step::Open);
+    Lock();
+    if (!keepsContent && GetSize() > 0)
+        Truncate(0);
+}
+
+/// Two transfers that write one file at the same time would mix its content.
+void PartFile::Lock() const
+{
+    // File systems that cannot lock go without.
+    if (flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw FileFailed(MakeLocalFailure(shownName, Step::Open, FailureKind::Skipped,
+                                          "another transfer is writing it"));
+}
+
+/// Network file systems and quotas tell of some failures not until a descriptor is closed. The
+/// lock stays.
+void PartFile::RequireWritten() const
+{
+    const int copy = fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, 0);
+    if (copy < 0 || (close(copy) != 0 && errno != EINTR))
+        FailLocally(shownName, Step::Write);
+}
+
+/// What has the part's name now may be another file.
+void PartFile::RequireInPlace() const
+{
+    struct stat own = {};
+    struct stat named = {};
+    if (fstat(descriptor.Get(), &own) != 0 ||
+        fstatat(directory, part.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0)
+        FailLocally(shownName, Step::Rename);
+    if (own.st_dev != named.st_dev || own.st_ino != named.st_ino)
+        throw FileFailed(MakeLocalFailure(shownName, Step::Rename, FailureKind::LocalSystem,
+                                          "its part, " + part + ", was replaced meanwhile"));
 }
 
 std::uint64_t PartFile::GetSize() const
@@ -209,6 +255,8 @@ void PartFile::Finish(std::optional<FileTime> time)
         if (futimens(descriptor.Get(), times.data()) != 0)
             FailLocally(shownName, Step::SetTime);
     }
+    RequireWritten();
+    RequireInPlace();
     if (renameat(directory, part.c_str(), directory, leaf.c_str()) != 0)
         FailLocally(shownName, Step::Rename);
 }

@@ -11,6 +11,9 @@
 
 namespace Client {
 
+[[nodiscard]] Failure MakeLocalFailure(const std::string& path, Step step, FailureKind kind,
+                                       std::string cause);
+
 /// Reads as much as fits from a position; less at the end of the file. Throws FileFailed.
 std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> buffer,
                    std::uint64_t position);
@@ -48,21 +51,30 @@ private:
     Descriptor opened;
 };
 
-/// A download that has another name until it is whole.
+/// The name of what a download has until it is whole. The first is the usual one; the others are
+/// for when that is a name of its own.
+[[nodiscard]] std::string GetPartLeaf(const std::string& leaf, unsigned int number = 1);
+
+/// A download that has another name until it is whole. Locked against other transfers meanwhile.
 class PartFile
 {
 public:
     /// `directory` has to stay open. Opens or makes the part. Throws FileFailed.
-    PartFile(int directory, std::string leaf, std::string shownName, bool keepsContent);
+    PartFile(int directory, std::string leaf, std::string part, std::string shownName,
+             bool keepsContent);
 
     [[nodiscard]] int GetDescriptor() const noexcept { return descriptor.Get(); }
     [[nodiscard]] std::uint64_t GetSize() const;
     void Truncate(std::uint64_t size);
-    /// Gives it its time and its name.
+    /// Gives it its time and its name. Throws FileFailed, also when not all could be written.
     void Finish(std::optional<FileTime> time);
     void Remove() noexcept;
 
 private:
+    void Lock() const;
+    void RequireWritten() const;
+    void RequireInPlace() const;
+
     int directory;
     std::string leaf;
     std::string part;

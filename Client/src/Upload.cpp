@@ -37,6 +37,11 @@ constexpr std::chrono::seconds presentTime{60};
 constexpr std::uint32_t tailSize = 61440;
 constexpr std::size_t directoriesAtOnce = 200;
 
+bool IsPast(FileTime time)
+{
+    return time < std::chrono::system_clock::now() - presentTime;
+}
+
 /// What is written at the end.
 struct Stamp
 {
@@ -140,8 +145,11 @@ public:
                 Finish();
                 return position;
             } catch (const CallsLost&) {
+                ThrowIfRefused();
                 barriers.clear();
+                writes.clear();
                 const bool isSame = caller.Recover();
+                CountLoss(isSame);
                 const auto next = FindProgress(isSame);
                 if (next == Progress::Done)
                     return position;
@@ -167,6 +175,7 @@ private:
     {
         std::uint64_t position = 0;
         TicketPointer barrier;
+        std::vector<TicketPointer> writes; // before it, since the last one
     };
 
     void Open(bool isNew)
@@ -177,7 +186,7 @@ private:
         caller.AwaitAnswer(open);
         handle = open->opened;
         if (isNew) { // blocks may follow at once
-            barriers.push_back({0, barrier});
+            barriers.push_back({0, barrier, {}});
             StartOver();
             return;
         }
@@ -185,6 +194,18 @@ private:
         ThrowIfFailed(Step::Open);
         const std::uint64_t found = FindSize(caller, handle->GetNumber());
         Continue(std::min(found, position));
+    }
+
+    /// A block that is too large for the server, say, would end every connection.
+    void CountLoss(bool isSame)
+    {
+        losses = written > writtenBefore ? 1 : losses + 1;
+        writtenBefore = written;
+        if (losses < mostLosses)
+            return;
+        if (!isSame)
+            handle.reset(); // the server closed it with the session
+        throw FileFailed(MakeUnknownFailure(remote, Step::Write, describeLosses));
     }
 
     void StartOver()
@@ -247,21 +268,24 @@ private:
         if (wasFinished)
             ThrowIfFailed(Step::Write);
         handle.reset();
-        if (wasFinished || (isFinishing && HasStamp()))
+        if (isFinishing && (wasFinished || HasStamp()) && HasSize())
             return Progress::Done;
         isFinishing = false;
         return Progress::Closed;
     }
 
-    /// The time is set last: a file that has it is whole.
+    /// The time is set last: a file that has it is whole. Not if writing may have set it.
     bool HasStamp()
     {
-        if (stamp.time == 0)
+        const auto time = ToFileTime(stamp.time);
+        if (!time || !IsPast(*time))
             return false;
         const auto check = caller.GetDateTime(remote);
         caller.AwaitAnswer(check);
-        return check->hasOutput && ToFileTime(check->readTime) == ToFileTime(stamp.time);
+        return check->hasOutput && ToFileTime(check->readTime) == time;
     }
+
+    bool HasSize() { return FindSizes(caller, std::span(&remote, 1)).front() == position; }
 
     void SendAll()
     {
@@ -278,7 +302,7 @@ private:
             Send(block);
             blocks.push_back(std::move(block));
             if (next - marked >= window / barriersInWindow) {
-                barriers.push_back({next, caller.Barrier()});
+                barriers.push_back({next, caller.Barrier(), std::exchange(writes, {})});
                 marked = next;
             }
             while (next - written > window && !barriers.empty())
@@ -295,16 +319,17 @@ private:
             if (end <= next)
                 continue;
             const std::size_t skipped = next > block.start ? next - block.start : 0;
-            caller.Write(handle->GetNumber(),
-                         std::span(*block.bytes).subspan(skipped, block.length - skipped),
-                         block.bytes);
+            writes.push_back(caller.Write(
+                handle->GetNumber(),
+                std::span(*block.bytes).subspan(skipped, block.length - skipped), block.bytes));
             next = end;
         }
     }
 
     void Send(const Block& block)
     {
-        caller.Write(handle->GetNumber(), std::span(*block.bytes).first(block.length), block.bytes);
+        writes.push_back(caller.Write(handle->GetNumber(),
+                                      std::span(*block.bytes).first(block.length), block.bytes));
         next = block.start + block.length;
     }
 
@@ -318,11 +343,35 @@ private:
     {
         const Mark mark = std::move(barriers.front());
         barriers.pop_front();
-        caller.Wait([&] { return mark.barrier->isEventIn || handle->IsAcknowledged(); });
+        caller.Wait([&] {
+            return (mark.barrier->isEventIn && mark.barrier->isAnswered) ||
+                   handle->IsAcknowledged();
+        });
         ThrowIfFailed(mark.position == 0 ? Step::Open : Step::Write);
         CheckAnswer(*mark.barrier);
+        CheckWrites(mark.writes);
         isEmptied = true;
         CountWritten(mark.position);
+    }
+
+    /// A refused block leaves a gap that those behind it close up.
+    void CheckWrites(const std::vector<TicketPointer>& posted)
+    {
+        for (const auto& write : posted)
+            caller.AwaitAnswer(write);
+    }
+
+    /// Of blocks whose answers came before the connection was lost.
+    void ThrowIfRefused() const
+    {
+        const auto check = [](const std::vector<TicketPointer>& posted) {
+            for (const auto& write : posted)
+                if (write->isAnswered && !write->isLost)
+                    CheckAnswer(*write);
+        };
+        for (const auto& mark : barriers)
+            check(mark.writes);
+        check(writes);
     }
 
     void CountWritten(std::uint64_t upTo)
@@ -346,6 +395,16 @@ private:
         SharedBytes buffer = std::move(spare.front());
         spare.pop_front();
         return buffer;
+    }
+
+    /// The barriers that nothing waited for: their blocks have been answered by now.
+    void CheckMarks()
+    {
+        for (const auto& mark : barriers)
+            CheckWrites(mark.writes);
+        CheckWrites(writes);
+        barriers.clear();
+        writes.clear();
     }
 
     void ThrowIfFailed(Step step)
@@ -375,11 +434,11 @@ private:
         caller.AwaitAnswer(close);
         caller.AwaitEvent(barrier);
         ThrowIfFailed(Step::Close);
-        if (!handle->IsAcknowledged()) {
-            handle.reset();
-            throw FileFailed(MakeUnknownFailure(remote, Step::Close, "it was not open any more"));
-        }
+        CheckMarks();
+        const bool isClosed = handle->IsAcknowledged();
         handle.reset();
+        if (!isClosed)
+            throw FileFailed(MakeUnknownFailure(remote, Step::Close, "it was not open any more"));
         CountWritten(position);
     }
 
@@ -394,10 +453,13 @@ private:
     std::deque<Block> blocks; // that may have to be sent again
     std::deque<SharedBytes> spare;
     std::deque<Mark> barriers;
-    std::uint64_t position = 0; // in the source
-    std::uint64_t next = 0;     // in the remote file, of what is sent
-    std::uint64_t written = 0;  // up to here it is there
+    std::vector<TicketPointer> writes; // since the last barrier
+    std::uint64_t position = 0;        // in the source
+    std::uint64_t next = 0;            // in the remote file, of what is sent
+    std::uint64_t written = 0;         // up to here it is there
     std::uint64_t counted = 0;
+    std::uint64_t writtenBefore = 0; // at the loss before
+    unsigned int losses = 0;         // in a row, without progress
     bool isEmptied = false;   // the file holds nothing but what this wrote, or an earlier transfer
     bool isFinishing = false; // WriteClose is on its way
 };
@@ -497,10 +559,10 @@ private:
             job.permissions.readOnly = (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
         }
         transfer.tally.Find(1, job.size);
-        const bool isPast = job.time < std::chrono::system_clock::now() - presentTime;
-        auto& jobs = job.size <= smallFile && options.setsTimes && isPast && !options.verifies
-                         ? small
-                         : large;
+        auto& jobs =
+            job.size <= smallFile && options.setsTimes && IsPast(job.time) && !options.verifies
+                ? small
+                : large;
         jobs.push_back(std::move(job));
     }
 
@@ -646,6 +708,8 @@ private:
         std::deque<SmallUpload> sent;
         std::deque<SmallUpload> checking;
         std::size_t bytes = 0;
+        std::size_t waitingBefore = waiting.size();
+        unsigned int losses = 0; // in a row, without progress
         while (!waiting.empty() || !sent.empty() || !checking.empty()) {
             try {
                 caller.ThrowIfCancelled();
@@ -673,33 +737,25 @@ private:
                 }
             } catch (const CallsLost&) {
                 caller.Recover();
-                std::deque<SmallUpload> unknown = std::exchange(checking, {});
-                unknown.insert(unknown.end(), sent.begin(), sent.end());
-                sent.clear();
+                // Not even their time would say that they arrived: an earlier file may have it.
+                for (auto* const queue : {&checking, &sent}) {
+                    for (const auto& upload : *queue)
+                        waiting.push_back(upload.job);
+                    queue->clear();
+                }
                 bytes = 0;
-                Settle(caller, unknown, waiting);
+                losses = waiting.size() < waitingBefore ? 1 : losses + 1;
+                waitingBefore = waiting.size();
+                if (losses == mostLosses) { // each for itself, so that one cannot hold up all
+                    for (const auto* const job : std::exchange(waiting, {}))
+                        large.push_back(*job);
+                }
             } catch (...) {
                 for (const auto* const queue : {&sent, &checking})
                     for (const auto& upload : *queue)
                         transfer.tally.AddUnfinished(upload.job->remote);
                 throw;
             }
-        }
-    }
-
-    /// Files whose calls were lost: those that have their time are whole, the others wait again.
-    void Settle(Caller& caller, const std::deque<SmallUpload>& unknown,
-                std::deque<const UploadJob*>& waiting)
-    {
-        std::vector<UploadJob> jobs;
-        for (const auto& upload : unknown)
-            jobs.push_back(*upload.job);
-        const auto times = caller.Repeat([&] { return AskTimes(caller, jobs); });
-        for (std::size_t i = 0; i < unknown.size(); ++i) {
-            if (times[i] == jobs[i].time)
-                Succeed(unknown[i]);
-            else
-                waiting.push_back(unknown[i].job);
         }
     }
 

@@ -133,6 +133,42 @@ TEST_F(ALostConnection, IsMadeAgainWithAHostThatWasKilledAndStarted)
     EXPECT_EQ(ReadFile(local.GetPath() / "target"), ReadFile(local.GetPath() / "source"));
 }
 
+TEST_F(ALostConnection, LeavesNoEarlierFilesOfTheSameTime)
+{
+    Relay relay(host.GetPort());
+    auto options = MakeOptions(host);
+    options.url = relay.GetUrl();
+    Connection connection(options);
+    FileSystem fileSystem(connection);
+    for (int i = 0; i < 1'000; ++i) {
+        MakeFile(local.GetPath() / "tree" / std::to_string(i), 5'000);
+        MakeFile(root.GetPath() / "tree" / std::to_string(i), 4'999);
+    }
+    const auto sent = fileSystem.Upload(
+        {{(local.GetPath() / "tree").string(), (root.GetPath() / "tree").string()}},
+        MakeTransfer(Once(2'000'000, [&] { relay.Cut(); })));
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    ExpectSameTrees(local.GetPath() / "tree", root.GetPath() / "tree");
+}
+
+TEST_F(ALostConnection, IsNotTheOnlyThingThatLosesABlock)
+{
+    Relay relay(host.GetPort());
+    auto options = MakeOptions(host);
+    options.url = relay.GetUrl();
+    Connection connection(options);
+    FileSystem fileSystem(connection);
+    MakeFile(local.GetPath() / "source", 40 * mebibyte);
+    const auto sent = fileSystem.Upload(
+        {{(local.GetPath() / "source").string(), (root.GetPath() / "file").string()}},
+        MakeTransfer(Once(8 * mebibyte, [&] { relay.SpoilWrite(); })));
+    ASSERT_TRUE(relay.HasSpoiled());
+    ASSERT_EQ(sent.failures.size(), 1U) << Describe(sent);
+    EXPECT_EQ(sent.failures[0].kind, FailureKind::Refused);
+    EXPECT_EQ(sent.files, 0U);
+    EXPECT_THAT(sent.unfinished, testing::ElementsAre((root.GetPath() / "file").string()));
+}
+
 TEST_F(ALostConnection, IsToldWhenItCannotBeMadeAgain)
 {
     auto options = MakeOptions(host);

@@ -8,7 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using namespace Client;
 using namespace ClientTest;
@@ -240,6 +243,45 @@ TEST_F(ATransfer, ContinuesABrokenDownload)
     EXPECT_EQ(fetched.resumedBytes, mebibyte + 1);
     EXPECT_EQ(ReadFile(target), ReadFile(root.GetPath() / "file"));
     EXPECT_EQ(Get(target, root.GetPath() / "file", options).skippedFiles, 1U);
+}
+
+TEST_F(ATransfer, FetchesFilesThatAreNamedAsPartsOfOthers)
+{
+    const auto tree = root.GetPath() / "tree";
+    const auto addWithPart = [&](const std::string& name, std::size_t size) {
+        MakeFile(tree / name, size);
+        MakeFile(GetPartName((tree / name).string()), size + 1);
+        MakeFile(GetPartName((tree / name).string()) + "-2", size + 2);
+    };
+    addWithPart("small", 100);
+    addWithPart("large", 5 * mebibyte);
+    fs::create_directory(GetPartName((tree / "blocked").string()));
+    MakeFile(tree / "blocked", 10);
+    for (const std::size_t jobs : {1U, 4U}) {
+        TransferOptions options;
+        options.jobs = jobs;
+        const auto target = local.GetPath() / std::to_string(jobs);
+        const auto fetched = Get(target, tree, options);
+        EXPECT_TRUE(fetched.IsComplete()) << Describe(fetched);
+        ExpectSameTrees(tree, target);
+    }
+}
+
+TEST_F(ATransfer, LeavesAPartAloneThatAnotherTransferWrites)
+{
+    MakeFile(root.GetPath() / "file", 100);
+    const auto target = local.GetPath() / "file";
+    const auto part = GetPartName(target.string());
+    WriteFile(part, "of another");
+    const int other = open(part.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+    const auto blocked = Get(target, root.GetPath() / "file");
+    ASSERT_EQ(blocked.failures.size(), 1U);
+    EXPECT_THAT(blocked.failures[0].cause, testing::HasSubstr("another transfer"));
+    EXPECT_EQ(ReadFile(part), "of another");
+    close(other);
+    EXPECT_TRUE(Get(target, root.GetPath() / "file").IsComplete());
+    EXPECT_EQ(ReadFile(target), ReadFile(root.GetPath() / "file"));
 }
 
 TEST_F(ATransfer, VerifiesWhatIsThere)

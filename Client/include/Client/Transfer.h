@@ -135,7 +135,8 @@ struct TransferResult
     }
 };
 
-/// The name under which a download keeps what it has until it is whole.
+/// The name under which a download keeps what it has until it is whole, unless a file of the same
+/// transfer has that name.
 [[nodiscard]] std::string GetPartName(const std::string& local);
 
 } // namespace Client
