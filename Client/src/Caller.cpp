@@ -2,7 +2,9 @@
 
 #include <OpcUa/Text.h>
 
+#include <algorithm>
 #include <chrono>
+#include <utility>
 
 namespace Client {
 
@@ -183,7 +185,11 @@ bool Caller::Recover()
 {
     const auto before = state.incarnation;
     state = node->Await(*waiter, cancellation);
-    return state.incarnation == before;
+    const bool isSame = state.incarnation == before;
+    for (const auto& open : std::exchange(left, {}))
+        if (isSame && open->opened)
+            Close(open->opened->GetNumber());
+    return isSame;
 }
 
 void Caller::CloseAnyway(std::uint32_t handle) noexcept
@@ -196,6 +202,34 @@ void Caller::CloseAnyway(std::uint32_t handle) noexcept
     } catch (const std::exception&) {
         // Out of memory or the like: the session's end closes it.
     }
+}
+
+void Caller::CloseAnyway(std::span<const TicketPointer> opens) noexcept
+{
+    const auto deadline = std::chrono::steady_clock::now() + closingTime;
+    try {
+        waiter->WaitUntil(
+            [&] {
+                return std::all_of(opens.begin(), opens.end(),
+                                   [](const auto& open) { return open->isAnswered.load(); });
+            },
+            deadline);
+        for (const auto& open : opens)
+            if (open->isAnswered && open->opened)
+                Close(open->opened->GetNumber());
+        const auto barrier = Barrier();
+        waiter->WaitUntil([&] { return barrier->isEventIn.load(); }, deadline);
+        if (barrier->isLost)
+            left.insert(left.end(), opens.begin(), opens.end());
+    } catch (const std::exception&) {
+        // Out of memory or the like: the session's end closes them.
+    }
+}
+
+OpenedFiles::~OpenedFiles()
+{
+    if (!opens.empty())
+        caller.CloseAnyway(opens);
 }
 
 void Caller::ThrowIfCancelled() const

@@ -59,7 +59,8 @@ public:
         waiter->Wait(condition, cancellation);
     }
 
-    /// After CallsLost: waits until there is a connection. False when handles are gone with it.
+    /// After CallsLost: waits until there is a connection. False when handles are gone with it;
+    /// otherwise what CloseAnyway could not close is closed now.
     bool Recover();
 
     /// Repeats what can be repeated until no call of it is lost.
@@ -78,6 +79,8 @@ public:
     /// Closes a file without being cancelled, for a short time. Whatever goes wrong is left to the
     /// end of the session.
     void CloseAnyway(std::uint32_t handle) noexcept;
+    /// Likewise, what some calls opened or are about to open.
+    void CloseAnyway(std::span<const TicketPointer> opens) noexcept;
 
     void SetCancellation(const Cancellation* given) noexcept { cancellation = given; }
     [[nodiscard]] const Cancellation* GetCancellation() const noexcept { return cancellation; }
@@ -94,6 +97,29 @@ private:
     const std::shared_ptr<Waiter> waiter = std::make_shared<Waiter>();
     const Cancellation* cancellation;
     RemoteNode::State state;
+    std::vector<TicketPointer> left; // opened what could not be closed for the connection was lost
+};
+
+/// Files that are open for a while: closed when this goes, without being cancelled, whatever else
+/// goes wrong.
+class OpenedFiles
+{
+public:
+    explicit OpenedFiles(Caller& caller) noexcept
+        : caller(caller)
+    {}
+    OpenedFiles(const OpenedFiles&) = delete;
+    OpenedFiles& operator=(const OpenedFiles&) = delete;
+    ~OpenedFiles();
+
+    /// The call that opens it, answered or not.
+    void Add(TicketPointer open) { opens.push_back(std::move(open)); }
+    /// They have been closed, or ended with their session.
+    void Release() noexcept { opens.clear(); }
+
+private:
+    Caller& caller;
+    std::vector<TicketPointer> opens;
 };
 
 /// Throws when the ticket, which is answered, is lost or refused, or opened nothing though it had

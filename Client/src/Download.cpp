@@ -174,7 +174,7 @@ public:
             DoStep(transfer, [&] { Find(fileSystem, item); });
         transfer.tally.EndFinding();
         std::vector<DownloadJob> large;
-        if (files.size() > 1)
+        if (files.size() > 1 && !options.verifies)
             DoStep(transfer, [&] { FetchSmall(large); });
         else
             large = std::move(files);
@@ -336,6 +336,8 @@ private:
         DoFile(transfer, job.remote, job.local, hasBegun, [&] {
             const Place place = LockedPlace(job);
             if (IsWhole(job, place)) {
+                if (options.verifies)
+                    CompareWhole(caller, job, place);
                 transfer.tally.FinishFile(job.remote, 0, true);
                 return;
             }
@@ -357,6 +359,15 @@ private:
             part.Finish(GetTimeToSet(job));
             transfer.tally.FinishFile(job.remote, size);
         });
+    }
+
+    void CompareWhole(Caller& caller, const DownloadJob& job, const Place& place) const
+    {
+        const Descriptor file(openat(place.directory.Get(), place.leaf.c_str(),
+                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!file.IsOpen())
+            FailLocally(job.local, Step::Verify);
+        CompareContents(caller, job.remote, file.Get(), job.local, transfer.GetJobs());
     }
 
     /// The trees keep the directory that was opened last.
@@ -386,15 +397,18 @@ private:
     static std::vector<unsigned char> ReadTail(Caller& caller, const std::string& remote,
                                                std::uint64_t position, std::uint64_t length)
     {
+        OpenedFiles opened(caller);
         const auto open = caller.Open(remote, openForReading);
+        opened.Add(open);
         const auto barrier = caller.Barrier();
         caller.AwaitAnswer(open);
         caller.AwaitEvent(barrier);
         const auto handle = open->opened->GetNumber();
         caller.SetPosition(handle, position);
         const auto read = caller.Read(handle, static_cast<std::uint32_t>(length));
-        caller.Close(handle);
+        caller.AwaitAnswer(caller.Close(handle));
         caller.AwaitAnswer(read);
+        opened.Release();
         const auto bytes = read->read.Get();
         return {bytes.begin(), bytes.end()};
     }
@@ -410,8 +424,13 @@ private:
     };
     struct Batch
     {
+        explicit Batch(Caller& caller) noexcept
+            : opened(caller)
+        {}
+
         std::vector<SmallFile> files;
         TicketPointer barrier;
+        OpenedFiles opened;
     };
 
     /// Fetches what two reads hold; the others are left in `large`.
@@ -424,15 +443,16 @@ private:
             caller.ThrowIfCancelled();
             try {
                 while (next < files.size() && batches.size() < 2) {
-                    batches.push_back(OpenBatch(caller, next));
+                    OpenBatch(caller, next, batches.emplace_back(caller));
                     next += filesAtOnce;
                 }
                 ReadBatch(caller, batches.front());
                 if (next < files.size()) { // so that the worker is never idle
-                    batches.push_back(OpenBatch(caller, next));
+                    OpenBatch(caller, next, batches.emplace_back(caller));
                     next += filesAtOnce;
                 }
                 FinishBatch(caller, batches.front(), large);
+                batches.front().opened.Release();
                 batches.pop_front();
             } catch (const CallsLost&) {
                 // What has not been finished is done one by one.
@@ -440,37 +460,38 @@ private:
                     for (const auto& file : batch.files)
                         if (file.job != nullptr)
                             large.push_back(*file.job);
+                if (!caller.Recover())
+                    for (auto& batch : batches)
+                        batch.opened.Release();
                 batches.clear();
-                caller.Recover();
             }
         }
     }
 
-    Batch OpenBatch(Caller& caller, std::size_t start)
+    void OpenBatch(Caller& caller, std::size_t start, Batch& batch)
     {
-        Batch batch;
         const std::size_t end = std::min(start + filesAtOnce, files.size());
         for (std::size_t i = start; i < end; ++i) {
-            if (IsWholeAlready(files[i]))
+            if (options.resumes && IsSettled(files[i]))
                 continue;
             batch.files.push_back(
                 {&files[i], caller.Open(files[i].remote, openForReading), nullptr, nullptr});
+            batch.opened.Add(batch.files.back().open);
         }
         batch.barrier = caller.Barrier();
-        return batch;
     }
 
-    bool IsWholeAlready(const DownloadJob& job)
+    /// Nothing is to be fetched: it is whole already, or cannot be written.
+    bool IsSettled(const DownloadJob& job)
     {
-        bool isWhole = false;
+        bool isSettled = true;
         const bool hasBegun = false;
-        if (options.resumes)
-            DoFile(transfer, job.remote, job.local, hasBegun, [&] {
-                isWhole = IsWhole(job, LockedPlace(job));
-                if (isWhole)
-                    transfer.tally.FinishFile(job.remote, 0, true);
-            });
-        return isWhole;
+        DoFile(transfer, job.remote, job.local, hasBegun, [&] {
+            isSettled = IsWhole(job, LockedPlace(job));
+            if (isSettled)
+                transfer.tally.FinishFile(job.remote, 0, true);
+        });
+        return isSettled;
     }
 
     static void ReadBatch(Caller& caller, Batch& batch)
@@ -497,7 +518,7 @@ private:
             if (file.second && (file.first->isLost || file.second->isLost))
                 throw CallsLost();
             const DownloadJob& job = *std::exchange(file.job, nullptr);
-            if (file.second && (!file.second->read.Get().empty() || options.verifies))
+            if (file.second && !file.second->read.Get().empty())
                 large.push_back(job);
             else
                 FinishSmall(job, file);

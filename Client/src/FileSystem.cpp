@@ -300,10 +300,17 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
     const auto flags = MakePermissions(permissions);
     const std::uint32_t result = caller.Repeat([&] {
         const auto open = caller.Open(path, openForAppending);
+        OpenedFiles opened(caller);
+        opened.Add(open);
         caller.AwaitAnswer(open);
-        caller.WriteClose(open->opened->GetNumber(), 0, flags);
+        const auto close = caller.WriteClose(open->opened->GetNumber(), 0, flags);
         const auto barrier = caller.Barrier();
         caller.AwaitEvent(barrier);
+        caller.AwaitAnswer(close);
+        opened.Release();
+        if (!open->opened->IsAcknowledged())
+            throw OperationFailedException("cannot set permissions of " + Quote(path) +
+                                           ": the server does not say whether it worked");
         return open->opened->GetFailure();
     });
     if (result != 0)

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <new>
@@ -110,8 +111,13 @@ void DoAll(Transfer& transfer, const std::vector<File>& files, const Function& f
         });
     };
     std::vector<std::thread> threads;
-    for (std::size_t i = 1; i < std::min(transfer.GetJobs(), files.size()); ++i)
-        threads.emplace_back(work);
+    threads.reserve(mostJobs);
+    try {
+        for (std::size_t i = 1; i < std::min(transfer.GetJobs(), files.size()); ++i)
+            threads.emplace_back(work);
+    } catch (const std::exception&) {
+        // The system gives no more threads, or no memory for one; those there are do it all.
+    }
     work();
     for (auto& thread : threads)
         thread.join();

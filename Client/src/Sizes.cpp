@@ -86,8 +86,11 @@ std::vector<std::optional<std::uint64_t>> FindSome(Caller& caller,
                                                    std::span<const std::string> paths)
 {
     std::vector<OpenFile> files;
-    for (const auto& path : paths)
+    OpenedFiles opened(caller);
+    for (const auto& path : paths) {
         files.push_back({caller.Open(path, openForReading), nullptr});
+        opened.Add(files.back().open);
+    }
     caller.AwaitEvent(caller.Barrier());
     for (auto& file : files) {
         caller.AwaitAnswer(file.open);
@@ -108,6 +111,7 @@ std::vector<std::optional<std::uint64_t>> FindSome(Caller& caller,
             caller.Close(handle);
     }
     caller.AwaitEvent(caller.Barrier()); // so that no more than these are open at a time
+    opened.Release();
     return sizes;
 }
 

@@ -471,12 +471,14 @@ struct UploadJob
     std::uint64_t size = 0;
     FileTime time;
     Permissions permissions;
+    bool isWhole = false; // an earlier transfer has finished it; only to be compared
 };
 
 struct UploadDirectory
 {
     std::string remote;
     FileTime time;
+    bool isThere = false;
 };
 
 struct DirectoryCloser
@@ -600,6 +602,7 @@ private:
                     .subspan(start, std::min(directoriesAtOnce, directories.size() - start));
             const auto made = caller.Repeat([&] { return MakeSome(caller, part); });
             for (std::size_t i = 0; i < part.size(); ++i) {
+                part[i].isThere = made[i];
                 if (made[i])
                     transfer.tally.AddDirectory();
                 else
@@ -607,6 +610,8 @@ private:
                         part[i].remote, Step::CreateDirectory, "there is none afterwards"));
             }
         }
+        std::erase_if(directories,
+                      [](const UploadDirectory& directory) { return !directory.isThere; });
     }
 
     static std::vector<bool> MakeSome(Caller& caller, std::span<const UploadDirectory> part)
@@ -632,17 +637,16 @@ private:
             const auto part =
                 std::span(directories)
                     .subspan(start, std::min(directoriesAtOnce, directories.size() - start));
-            caller.Repeat([&] { SetSomeTimes(caller, part); });
+            const auto times = caller.Repeat([&] {
+                for (const auto& directory : part)
+                    caller.SetDateTime(directory.remote, ToUaTime(directory.time));
+                return AskTimes(caller, part);
+            });
+            for (std::size_t i = 0; i < part.size(); ++i)
+                if (times[i] != part[i].time)
+                    transfer.tally.AddFailure(MakeUnknownFailure(part[i].remote, Step::SetTime,
+                                                                 "it does not read back as set"));
         }
-    }
-
-    static void SetSomeTimes(Caller& caller, std::span<const UploadDirectory> part)
-    {
-        TicketPointer last;
-        for (const auto& directory : part)
-            last = caller.SetDateTime(directory.remote, ToUaTime(directory.time));
-        if (last)
-            caller.AwaitAnswer(last);
     }
 
     // What is there already
@@ -665,7 +669,8 @@ private:
                 paths.push_back(job.remote);
             const auto sizes = FindSizes(caller, paths);
             for (std::size_t i = 0; i < candidates.size(); ++i) {
-                if (sizes[i] == candidates[i].size) {
+                candidates[i].isWhole = sizes[i] == candidates[i].size;
+                if (candidates[i].isWhole && !options.verifies) {
                     transfer.tally.Resume(candidates[i].size);
                     transfer.tally.FinishFile(candidates[i].remote, candidates[i].size, true);
                 } else {
@@ -676,12 +681,12 @@ private:
         }
     }
 
-    static std::vector<std::optional<FileTime>> AskTimes(Caller& caller,
-                                                         std::span<const UploadJob> jobs)
+    template <typename Entry>
+    static std::vector<std::optional<FileTime>> AskTimes(Caller& caller, std::span<Entry> entries)
     {
         std::vector<TicketPointer> tickets;
-        for (const auto& job : jobs)
-            tickets.push_back(caller.GetDateTime(job.remote));
+        for (const auto& entry : entries)
+            tickets.push_back(caller.GetDateTime(entry.remote));
         std::vector<std::optional<FileTime>> times;
         for (const auto& ticket : tickets) {
             caller.AwaitAnswer(ticket);
@@ -851,6 +856,12 @@ private:
             const Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
             if (!file.IsOpen())
                 FailLocally(job.local, Step::Open);
+            if (job.isWhole) {
+                CompareContents(caller, job.remote, file.Get(), job.local, transfer.GetJobs());
+                transfer.tally.Resume(job.size);
+                transfer.tally.FinishFile(job.remote, job.size, true);
+                return;
+            }
             const std::uint64_t start = options.resumes ? FindStart(caller, job, file.Get()) : 0;
             transfer.tally.Resume(start);
             FileSource source(file.Get(), job.local);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -305,6 +306,62 @@ TEST_F(ATransfer, VerifiesWhatIsThere)
     EXPECT_EQ(sent.failures[0].step, Step::Verify);
 }
 
+TEST_F(ATransfer, VerifiesWhatItDoesNotMoveAgain)
+{
+    const auto change = [](const fs::path& file) {
+        auto content = ReadFile(file);
+        content[100] = static_cast<char>(content[100] + 1);
+        WriteFile(file, content);
+        const std::array<timespec, 2> times{timespec{oldTime, 0}, timespec{oldTime, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times.data(), 0), 0);
+    };
+    for (const std::string name : {"small", "small too", "large"}) {
+        MakeFile(local.GetPath() / "tree" / name, name == "large" ? 2 * mebibyte : 1000);
+        MakeFile(root.GetPath() / "tree" / name, name == "large" ? 2 * mebibyte : 1000);
+    }
+    TransferOptions options;
+    options.resumes = true;
+    options.verifies = true;
+    const auto same = Put(local.GetPath() / "tree", root.GetPath() / "tree", options);
+    EXPECT_TRUE(same.IsComplete()) << Describe(same);
+    EXPECT_EQ(same.skippedFiles, 3U);
+    EXPECT_EQ(same.bytes, 0U);
+    const auto sameBack = Get(local.GetPath() / "tree", root.GetPath() / "tree", options);
+    EXPECT_TRUE(sameBack.IsComplete()) << Describe(sameBack);
+    EXPECT_EQ(sameBack.skippedFiles, 3U);
+
+    change(root.GetPath() / "tree" / "small");
+    change(root.GetPath() / "tree" / "large");
+    for (const bool isUpload : {true, false}) {
+        const auto moved = isUpload
+                               ? Put(local.GetPath() / "tree", root.GetPath() / "tree", options)
+                               : Get(local.GetPath() / "tree", root.GetPath() / "tree", options);
+        ASSERT_EQ(moved.failures.size(), 2U) << Describe(moved);
+        for (const auto& failure : moved.failures)
+            EXPECT_EQ(failure.kind, FailureKind::Different) << failure.path;
+        EXPECT_EQ(moved.skippedFiles, 1U);
+    }
+}
+
+TEST_F(ATransfer, LeavesNoFileOpenWhenCancelled)
+{
+    for (int i = 0; i < 200; ++i)
+        MakeFile(root.GetPath() / "tree" / std::to_string(i), 1000);
+    Cancellation cancellation;
+    TransferOptions options;
+    options.cancellation = &cancellation;
+    options.progress = [&](const Progress&) {
+        cancellation.Cancel();
+    };
+    EXPECT_TRUE(Get(local.GetPath() / "tree", root.GetPath() / "tree", options).isCancelled);
+    const auto descriptors = fs::path("/proc") / std::to_string(host.GetProcess()) / "fd";
+    for (const auto& entry : fs::directory_iterator(descriptors)) {
+        std::error_code isGone;
+        const auto file = fs::read_symlink(entry.path(), isGone).string();
+        EXPECT_FALSE(file.starts_with((root.GetPath() / "tree").string())) << file;
+    }
+}
+
 TEST_F(ATransfer, ShowsItsProgress)
 {
     const auto source = local.GetPath() / "source";
@@ -397,6 +454,18 @@ TEST_F(ATransfer, FollowsNoLinkOfTheLocalTarget)
     const auto fetched = Get(local.GetPath() / "tree", root.GetPath() / "tree");
     EXPECT_FALSE(fetched.IsComplete());
     EXPECT_TRUE(fs::is_empty(local.GetPath() / "elsewhere"));
+}
+
+TEST_F(ATransfer, TellsOnceOfEachFileThatHasNoPlace)
+{
+    for (const std::string name : {"first", "second"})
+        MakeFile(root.GetPath() / "tree" / "sub" / name, 10);
+    fs::create_directories(local.GetPath() / "tree");
+    WriteFile(local.GetPath() / "tree" / "sub", "no directory");
+    TransferOptions options;
+    options.resumes = true;
+    const auto fetched = Get(local.GetPath() / "tree", root.GetPath() / "tree", options);
+    EXPECT_EQ(fetched.failures.size(), 3U) << Describe(fetched); // the directory, and its files
 }
 
 TEST(APath, IsSafeOnlyWhenItStaysBelow)
