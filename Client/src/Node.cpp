@@ -156,7 +156,6 @@ void RemoteNode::OnConnected(bool isSameSession)
 {
     if (!isSameSession) {
         Make();
-        handles->ForgetEarly();
         {
             const std::lock_guard lock(mutex);
             ++state.incarnation;
@@ -235,6 +234,16 @@ void RemoteNode::LoseWaiting()
 
 // Calls
 
+namespace {
+
+/// Its answer brings a handle.
+bool IsOpening(Method method) noexcept
+{
+    return method == Method::Open || method == Method::OpenWrite || method == Method::UploadFile;
+}
+
+} // namespace
+
 RemoteNode::Queue* RemoteNode::FindQueue(Method method) noexcept
 {
     switch (method) {
@@ -259,6 +268,8 @@ bool RemoteNode::TakeForSending(const TicketPointer& ticket)
             return false;
     }
     ++sent;
+    if (IsOpening(ticket->method))
+        handles->BeginOpening();
     if (auto* const queue = FindQueue(ticket->method))
         queue->push_back({sent, ticket});
     return true;
@@ -279,6 +290,8 @@ void RemoteNode::TakeAnswer(const TicketPointer& ticket, UA_StatusCode status, U
     }
     if (output != nullptr)
         TakeOutput(*ticket, *output);
+    if (IsOpening(ticket->method))
+        handles->EndOpening();
     ticket->isAnswered = true;
     ticket->waiter->Notify();
 }

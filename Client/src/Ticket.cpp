@@ -68,9 +68,12 @@ void HandleTable::Acknowledge(std::uint32_t number, std::uint32_t result)
     std::shared_ptr<RemoteHandle> handle; // released after the lock
     const std::lock_guard lock(mutex);
     const auto found = handles.find(number);
-    if (found == handles.end())
-        early.insert_or_assign(number, result);
-    else if ((handle = found->second.lock()))
+    if (found == handles.end()) {
+        // Of a handle that nobody waits for any more, unless one is being opened. Failures stay.
+        if (opening > 0)
+            if (auto& kept = early[number]; kept == 0)
+                kept = result;
+    } else if ((handle = found->second.lock()))
         handle->Acknowledge(result);
 }
 
@@ -78,6 +81,8 @@ void HandleTable::Lose()
 {
     std::vector<std::shared_ptr<RemoteHandle>> open; // released after the lock
     const std::lock_guard lock(mutex);
+    opening = 0; // none of them will be answered
+    early.clear();
     for (const auto& [number, handle] : handles)
         if (auto shared = handle.lock()) {
             shared->Lose();
@@ -85,10 +90,17 @@ void HandleTable::Lose()
         }
 }
 
-void HandleTable::ForgetEarly()
+void HandleTable::BeginOpening()
 {
     const std::lock_guard lock(mutex);
-    early.clear();
+    ++opening;
+}
+
+void HandleTable::EndOpening()
+{
+    const std::lock_guard lock(mutex);
+    if (opening > 0 && --opening == 0)
+        early.clear();
 }
 
 } // namespace Client

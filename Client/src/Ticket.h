@@ -108,13 +108,17 @@ public:
     std::shared_ptr<RemoteHandle> Add(std::uint32_t number, std::shared_ptr<Waiter> waiter);
     void Remove(std::uint32_t number) noexcept;
     void Acknowledge(std::uint32_t number, std::uint32_t result);
-    void ForgetEarly();
+    /// A call that opens is sent: acknowledgements may come ahead of its answer.
+    void BeginOpening();
+    /// It is answered, after `Add` when there is a handle.
+    void EndOpening();
     /// Acknowledgements that were on their way may never come.
     void Lose();
 
 private:
     std::mutex mutex;
     std::unordered_map<std::uint32_t, std::weak_ptr<RemoteHandle>> handles;
+    std::size_t opening = 0;                                // calls that are not answered
     std::unordered_map<std::uint32_t, std::uint32_t> early; // results whose handles are yet to come
 };
 
