@@ -638,7 +638,12 @@ void Engine::SendPosted()
     while (!ready.empty() && loop.GetQueuedOutput() < outputAhead) {
         const TicketPointer ticket = std::move(ready.front());
         ready.pop_front();
-        Send(ticket);
+        try {
+            Send(ticket);
+        } catch (const std::exception& failure) {
+            RemoteNode::Lose(*ticket);
+            Break(failure.what());
+        }
     }
 }
 
@@ -743,7 +748,12 @@ void Engine::OnAnswer(UA_Client* client, void* userdata, UA_UInt32 /*request*/,
 {
     const std::unique_ptr<TicketPointer> ticket(static_cast<TicketPointer*>(userdata));
     auto& self = *static_cast<Engine*>(UA_Client_getContext(client));
-    self.TakeAnswer(*ticket, *static_cast<const UA_CallResponse*>(response));
+    try {
+        self.TakeAnswer(*ticket, *static_cast<const UA_CallResponse*>(response));
+    } catch (const std::exception& failure) {
+        RemoteNode::Lose(**ticket);
+        self.Break(failure.what());
+    }
 }
 
 void Engine::TakeAnswer(const TicketPointer& ticket, const UA_CallResponse& response)
@@ -813,8 +823,8 @@ bool Engine::Reconnect()
         } catch (const RefusedException& refused) {
             lastLog = refused.what();
             if (refused.GetRefusal() != Refusal::Limit)
-                return false; // trying again would not help
-        } catch (const ClientException& failure) {
+                return false;                     // trying again would not help
+        } catch (const std::exception& failure) { // of memory, too
             lastLog = failure.what();
         }
         const auto resume = std::min(deadline, steady_clock::now() + pause);
