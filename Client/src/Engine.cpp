@@ -525,14 +525,19 @@ std::string Engine::GetSessionToken() const
 void Engine::RunThread()
 {
     while (!isStopping && !isDead) {
-        RunDepartures();
-        RunFunctions();
-        TakePosted();
-        SendPosted();
-        UA_Client_run_iterate(client.get(), longestWait);
-        UA_StatusCode status = UA_STATUSCODE_GOOD;
-        if (!IsActivated(status) && !isStopping)
-            HandleLoss();
+        try {
+            RunDepartures();
+            RunFunctions();
+            TakePosted();
+            SendPosted();
+            // The calls above run the loop too, and take the wake-up for what has come meanwhile.
+        UA_Client_run_iterate(client.get(), HasWork() ? 0 : longestWait);
+            UA_StatusCode status = UA_STATUSCODE_GOOD;
+            if (!IsActivated(status) && !isStopping)
+                HandleLoss();
+        } catch (const std::exception& failure) { // of memory: the loss is handled once more
+            Break(failure.what());
+        }
     }
     Die("the connection was closed");
     while (!isStopping) { // those who listened leave one after the other
@@ -547,6 +552,12 @@ void Engine::RunThread()
     // Its farewell lets the server close what is open at once.
     UA_Client_disconnect(client.get());
     client.reset();
+}
+
+bool Engine::HasWork()
+{
+    const std::lock_guard lock(mutex);
+    return isStopping || !departures.empty() || !functions.empty() || !posted.empty();
 }
 
 void Engine::Post(TicketPointer ticket)
