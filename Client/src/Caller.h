@@ -88,10 +88,10 @@ public:
     [[nodiscard]] Waiter& GetWaiter() const noexcept { return *waiter; }
 
 private:
-    TicketPointer Make(Method method) const;
-    TicketPointer Post(TicketPointer ticket) const;
-    TicketPointer MakeOnHandle(Method method, std::uint32_t handle) const;
-    TicketPointer MakeOnPath(Method method, const std::string& path) const;
+    [[nodiscard]] TicketPointer Make(Method method) const;
+    [[nodiscard]] TicketPointer Post(TicketPointer ticket) const;
+    [[nodiscard]] TicketPointer MakeOnHandle(Method method, std::uint32_t handle) const;
+    [[nodiscard]] TicketPointer MakeOnPath(Method method, const std::string& path) const;
 
     const std::shared_ptr<RemoteNode> node;
     const std::shared_ptr<Waiter> waiter = std::make_shared<Waiter>();

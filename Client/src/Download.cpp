@@ -295,7 +295,9 @@ private:
         const std::string directory = GetDirectory(NormalizeLocal(local));
         for (unsigned int number = 1;; ++number) {
             std::string part = GetPartLeaf(leaf, number);
-            if (!targets.contains(directory == "/" ? "/" + part : directory + "/" + part))
+            std::string path = directory == "/" ? directory : directory + "/";
+            path += part;
+            if (!targets.contains(path))
                 return part;
         }
     }
@@ -378,7 +380,7 @@ private:
     }
 
     /// Where an earlier transfer broke off. What it wrote last has to be the same at the source.
-    std::uint64_t FindStart(Caller& caller, const DownloadJob& job, PartFile& part) const
+    static std::uint64_t FindStart(Caller& caller, const DownloadJob& job, PartFile& part)
     {
         const std::uint64_t size = part.GetSize();
         if (size == 0)
@@ -552,6 +554,7 @@ private:
     {
         if (!options.setsTimes)
             return;
+        // NOLINTNEXTLINE(modernize-loop-convert): clang 14 does not take std::views::reverse
         for (auto each = directories.rbegin(); each != directories.rend(); ++each) {
             if (!each->time)
                 continue;

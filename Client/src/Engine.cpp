@@ -531,7 +531,7 @@ void Engine::RunThread()
             TakePosted();
             SendPosted();
             // The calls above run the loop too, and take the wake-up for what has come meanwhile.
-        UA_Client_run_iterate(client.get(), HasWork() ? 0 : longestWait);
+            UA_Client_run_iterate(client.get(), HasWork() ? 0 : longestWait);
             UA_StatusCode status = UA_STATUSCODE_GOOD;
             if (!IsActivated(status) && !isStopping)
                 HandleLoss();

@@ -123,6 +123,7 @@ private:
     void RunThread();
     void TakePosted();
     void RunFunctions();
+    [[nodiscard]] bool HasWork();
     void RunDepartures();
     void SendPosted();
     void Send(const TicketPointer& ticket);

@@ -665,6 +665,7 @@ private:
                     (times[i] == part[i].time ? candidates : left).push_back(std::move(part[i]));
             }
             std::vector<std::string> paths;
+            paths.reserve(candidates.size());
             for (const auto& job : candidates)
                 paths.push_back(job.remote);
             const auto sizes = FindSizes(caller, paths);
@@ -877,7 +878,7 @@ private:
     }
 
     /// Where an earlier transfer broke off. What it wrote last has to be the same at the source.
-    std::uint64_t FindStart(Caller& caller, const UploadJob& job, int file) const
+    static std::uint64_t FindStart(Caller& caller, const UploadJob& job, int file)
     {
         const auto found = FindSizes(caller, std::span(&job.remote, 1)).front();
         if (!found || *found == 0 || *found > job.size)
