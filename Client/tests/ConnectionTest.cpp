@@ -66,7 +66,7 @@ TEST_F(AConnection, IsEncryptedWhereThatIsOffered)
     Connection connection(options);
     const auto info = connection.GetInfo();
     EXPECT_EQ(info.securityMode, "SignAndEncrypt");
-    EXPECT_EQ(info.securityPolicy, "Aes256_Sha256_RsaPss");
+    EXPECT_EQ(info.securityPolicy, "Aes128_Sha256_RsaOaep");
     ASSERT_TRUE(shown);
     EXPECT_EQ(shown->acquaintance, Acquaintance::FirstSeen);
     EXPECT_EQ(shown->fingerprint.size(), 95U);
