@@ -356,6 +356,10 @@ describe("A host without a sandbox", () => {
                     { file: `/proc/self/root${outside.secret}`, folder: `/proc/self/root${outside.inner}` },
                 ];
             };
+            // For its first listing the client asks how entries are made up, and hands out later events meanwhile.
+            mkdirSync(host.path("entry"));
+            await files.call("List", host.root, false);
+            await files.nextEvent("ListResultEvent");
             for (let i = 0; i < 5; ++i) {
                 const outside = makeOutside();
                 const attempt = attempts(outside)[i];
