@@ -129,7 +129,9 @@ public:
     /// known is ignored. On the loop's thread.
     void HoldConnection(ConnectionId connection, bool isHeld);
 
-    /// Closes those that are not read for now and whose clients have left.
+    /// Closes those that are not read for now and whose clients have left. One whose system still
+    /// holds back what nobody reads here looks as before; it is found by what is sent to it next,
+    /// or by its session's timeout.
     void CloseAbandonedConnections();
 
     /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
