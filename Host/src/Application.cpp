@@ -129,6 +129,7 @@ PreparedHost PrepareHost(Configuration configuration)
 {
     IgnoreFatalSignals();
     DisableCoreFiles();
+    KeepFreedMemory();
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
     auto roots = MakeRoots(configuration);
     auto addresses = ResolveListenUrl(configuration.listen);
