@@ -1,10 +1,30 @@
 # What every test program is linked with. Tests are compiled without optimisation, and the
-# framework's headers once for each program: compiling them is most of what a run of all tests
-# takes.
+# framework's headers once for all of them: compiling is most of what a run of all tests takes.
 find_package(GTest REQUIRED)
 include(GoogleTest)
 add_library(TalvensorTesting INTERFACE)
 target_link_libraries(TalvensorTesting INTERFACE
     TalvensorWarnings GTest::gtest GTest::gmock GTest::gtest_main)
 target_compile_options(TalvensorTesting INTERFACE -O0)
-target_precompile_headers(TalvensorTesting INTERFACE <gmock/gmock.h> <gtest/gtest.h>)
+
+# A program without tests, since precompiled headers belong to a program.
+set(noSource ${CMAKE_BINARY_DIR}/NoTests.cpp)
+file(CONFIGURE OUTPUT ${noSource} CONTENT "")
+add_executable(NoTests ${noSource})
+target_link_libraries(NoTests PRIVATE TalvensorTesting)
+target_precompile_headers(NoTests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+
+# What the tests need that have no label "long".
+add_custom_target(ShortTests)
+
+# add_test_program(NAME [LONG] SOURCE...): an executable of tests; LONG if all its tests have the
+# label "long".
+function(add_test_program name)
+    cmake_parse_arguments(PARSE_ARGV 1 program "LONG" "" "")
+    add_executable(${name} ${program_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PRIVATE TalvensorTesting)
+    target_precompile_headers(${name} REUSE_FROM NoTests)
+    if(NOT program_LONG)
+        add_dependencies(ShortTests ${name})
+    endif()
+endfunction()

@@ -753,7 +753,7 @@ std::vector<unsigned char> FileSystemBehaviour::Read(FILE* fileHandle, unsigned 
                 text << "Read data length exceeded (Max " << maximumBlock << " bytes)";
             });
     }
-    unsigned char buffer[maximumBlock] = {};
+    unsigned char buffer[maximumBlock]; // filled as far as it is taken from
     StreamTurn turn(fileHandle);
     turn.PrepareReading();
     const std::size_t count = std::fread(buffer, 1, length, fileHandle);
