@@ -22,6 +22,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <span>
 #include <string>
 #include <string_view>
 #include <sys/eventfd.h>
@@ -110,6 +111,41 @@ struct Output
     [[nodiscard]] std::size_t GetRoom() const noexcept { return buffer.GetCapacity() - size; }
 };
 
+/// Finds where messages end in a stream of bytes.
+class MessageBounds
+{
+public:
+    /// How many of the bytes belong to the message that they begin with or carry on.
+    std::size_t Measure(std::span<const UA_Byte> bytes) noexcept
+    {
+        std::size_t measured = 0;
+        while (known < header.size() && measured < bytes.size()) {
+            header[known++] = bytes[measured++];
+            if (known == header.size())
+                left = ReadBodySize();
+        }
+        const auto body = std::min(left, bytes.size() - measured);
+        left -= body;
+        if (known == header.size() && left == 0)
+            known = 0;
+        return measured + body;
+    }
+
+private:
+    /// The header's second half is the size of the whole. What is no message the library refuses.
+    [[nodiscard]] std::size_t ReadBodySize() const noexcept
+    {
+        std::size_t size = 0;
+        for (std::size_t i = header.size(); i-- > header.size() / 2;)
+            size = size << 8U | header[i];
+        return size - std::min(size, header.size());
+    }
+
+    std::array<UA_Byte, 8> header{};
+    std::size_t known = 0; // of the header
+    std::size_t left = 0;  // of what is behind it
+};
+
 enum class Phase
 {
     Connecting,
@@ -127,6 +163,7 @@ struct TcpConnection
     void* context{};
     Addresses addresses;
     addrinfo* nextAddress{};
+    MessageBounds input;
     std::deque<Output> output;
     std::size_t queued = 0;
 };
@@ -198,6 +235,7 @@ private:
     void ConnectNext(TcpConnection& connection);
     void OnConnected(TcpConnection& connection);
     void OnReadable(TcpConnection& connection);
+    void TellMessages(TcpConnection& connection, std::span<UA_Byte> bytes);
     UA_StatusCode Send(uintptr_t id, UA_ByteString& bytes);
     void Flush(TcpConnection& connection);
     void Recycle(Buffer buffer);
@@ -616,9 +654,20 @@ void EventLoop::Implementation::OnReadable(TcpConnection& connection)
             return;
         }
         const auto size = static_cast<std::size_t>(count);
-        Tell(connection, UA_CONNECTIONSTATE_ESTABLISHED, {size, input.data()});
+        TellMessages(connection, std::span(input).first(size));
         if (size < input.size())
             return;
+    }
+}
+
+/// One by one: what comes at once with the answer that a call waits for, the library would leave
+/// until more comes.
+void EventLoop::Implementation::TellMessages(TcpConnection& connection, std::span<UA_Byte> bytes)
+{
+    while (!bytes.empty() && connection.phase == Phase::Open) {
+        const auto message = bytes.first(connection.input.Measure(bytes));
+        Tell(connection, UA_CONNECTIONSTATE_ESTABLISHED, {message.size(), message.data()});
+        bytes = bytes.subspan(message.size());
     }
 }
 
