@@ -1,5 +1,6 @@
 #include "HostProcess.h"
 
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
@@ -8,6 +9,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -62,7 +64,54 @@ std::string ReadUntil(int descriptor, const std::string& text)
     }
 }
 
+void Reap(pid_t process)
+{
+    while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
+/// In a child that holds nothing else of its parent. Only what is safe behind a fork with threads.
+[[noreturn]] void KillAfterParent(int process, int parent)
+{
+    setsid(); // what ends the parent's group should leave this to its work
+    std::array<pollfd, 2> queries{pollfd{process, POLLIN, 0}, pollfd{parent, POLLIN, 0}};
+    while (poll(queries.data(), queries.size(), -1) < 0) {
+    }
+    if (queries[0].revents == 0)
+        syscall(SYS_pidfd_send_signal, process, SIGKILL, nullptr, 0);
+    _exit(0);
+}
+
 } // namespace
+
+Leash::Leash(pid_t process)
+{
+    Pipe pipe;
+    const int target = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+    if (target < 0)
+        throw std::system_error(errno, std::generic_category(), "pidfd_open");
+    watcher = fork();
+    if (watcher == 0) {
+        // Other ends of such pipes, and of connections, must not stay open here.
+        constexpr int parent = 0;
+        constexpr int child = 1;
+        if (dup2(pipe.ends[0], parent) == parent && dup2(target, child) == child &&
+            close_range(child + 1, ~0U, 0) == 0)
+            KillAfterParent(child, parent);
+        _exit(1);
+    }
+    close(target);
+    if (watcher < 0)
+        throw std::system_error(errno, std::generic_category(), "fork");
+    ours = std::exchange(pipe.ends[1], -1);
+}
+
+Leash::~Leash()
+{
+    kill(watcher, SIGKILL);
+    Reap(watcher);
+    close(ours);
+}
 
 TemporaryFolder::TemporaryFolder()
 {
@@ -123,6 +172,7 @@ void HostProcess::Start()
     if (error != 0)
         throw std::system_error(error, std::generic_category(), arguments[0]);
     output.CloseChildEnd();
+    leash.emplace(process);
     const std::string scheme = "opc.tcp://127.0.0.1:";
     const std::string text = ReadUntil(output.ends[0], scheme);
     const char* const digits = text.data() + text.find(scheme) + scheme.size();
@@ -134,8 +184,8 @@ void HostProcess::Stop(int signal)
     if (process < 0)
         return;
     kill(process, signal);
-    while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    Reap(process);
+    leash.reset();
     process = -1;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -23,7 +24,24 @@ private:
     std::filesystem::path path;
 };
 
-/// A real talvensor-host on loopback that serves a folder.
+/// Kills a process when this one has ended, however it ended; until it is released. A watcher does
+/// that: what the system has for it would follow the thread that started the process.
+class Leash
+{
+public:
+    explicit Leash(pid_t process);
+    Leash(const Leash&) = delete;
+    Leash& operator=(const Leash&) = delete;
+    /// Releases it.
+    ~Leash();
+
+private:
+    int ours = -1; // the end of a pipe that closes with this process
+    pid_t watcher = -1;
+};
+
+/// A real talvensor-host on loopback that serves a folder. It ends with the process that started
+/// it.
 class HostProcess
 {
 public:
@@ -53,6 +71,7 @@ private:
     std::vector<std::string> more;
     std::uint16_t port;
     pid_t process = -1;
+    std::optional<Leash> leash;
 };
 
 } // namespace ClientTest
