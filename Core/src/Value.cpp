@@ -10,6 +10,7 @@
 #include <limits>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace Core {
 namespace {
@@ -294,17 +295,13 @@ Value& Value::operator=(const Value&) = default;
 Value::~Value() = default;
 
 Value::Value(Value&& other) noexcept
-    : held(std::move(other.held))
-{
-    other.held.emplace<std::monostate>();
-}
+    : held(std::exchange(other.held, {}))
+{}
 
 Value& Value::operator=(Value&& other) noexcept
 {
-    if (this != &other) {
-        held = std::move(other.held);
-        other.held.emplace<std::monostate>();
-    }
+    if (this != &other)
+        held = std::exchange(other.held, {});
     return *this;
 }
 
