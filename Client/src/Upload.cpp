@@ -9,6 +9,7 @@
 #include <deque>
 #include <dirent.h>
 #include <fcntl.h>
+#include <random>
 #include <sys/stat.h>
 #include <unordered_set>
 #include <utility>
@@ -40,6 +41,16 @@ constexpr std::size_t directoriesAtOnce = 200;
 bool IsPast(FileTime time)
 {
     return time < std::chrono::system_clock::now() - presentTime;
+}
+
+/// A time that no file has by chance, and that writing does not set.
+FileTime MakeMarker()
+{
+    constexpr std::int64_t earliest = 100'000'000; // 1973
+    constexpr std::int64_t latest = 900'000'000;   // 1998
+    std::random_device random;
+    return FileTime(std::chrono::seconds(
+        std::uniform_int_distribution<std::int64_t>(earliest, latest)(random)));
 }
 
 /// What is written at the end.
@@ -562,9 +573,7 @@ private:
         }
         transfer.tally.Find(1, job.size);
         auto& jobs =
-            job.size <= smallFile && options.setsTimes && IsPast(job.time) && !options.verifies
-                ? small
-                : large;
+            job.size <= smallFile && options.setsTimes && !options.verifies ? small : large;
         jobs.push_back(std::move(job));
     }
 
@@ -702,6 +711,7 @@ private:
     {
         const UploadJob* job;
         std::size_t size;
+        FileTime time; // that it is to have now: the marker, until that has been seen
         TicketPointer upload;
         TicketPointer check;
     };
@@ -734,13 +744,10 @@ private:
                     bytes -= sent.front().size;
                     sent.pop_front();
                 } else if (!checking.empty()) {
-                    Check(caller, checking.front());
-                    checking.pop_front();
+                    CheckFirst(caller, checking);
                 }
-                while (!checking.empty() && checking.front().check->isAnswered) {
-                    Check(caller, checking.front());
-                    checking.pop_front();
-                }
+                while (!checking.empty() && checking.front().check->isAnswered)
+                    CheckFirst(caller, checking);
             } catch (const CallsLost&) {
                 caller.Recover();
                 // Not even their time would say that they arrived: an earlier file may have it.
@@ -781,8 +788,9 @@ private:
                 return;
             }
             content->resize(size);
-            upload = {&job, size,
-                      caller.UploadFile(job.remote, std::move(content), ToUaTime(job.time),
+            const FileTime time = IsPast(job.time) ? job.time : marker;
+            upload = {&job, size, time,
+                      caller.UploadFile(job.remote, std::move(content), ToUaTime(time),
                                         MakePermissions(job.permissions)),
                       nullptr};
         });
@@ -816,16 +824,29 @@ private:
     }
 
     /// The acknowledgement says only that the file was opened. That its time reads back as sent
-    /// says that it was written, closed and stamped.
-    void Check(Caller& caller, const SmallUpload& upload)
+    /// says that it was written, closed and stamped. A time so close to now would not, so a file
+    /// that has one is sent with the marker, and gets its own time when it is known to be whole.
+    void CheckFirst(Caller& caller, std::deque<SmallUpload>& checking)
     {
+        SmallUpload& upload = checking.front();
         caller.Wait([&] { return upload.check->isAnswered.load(); });
         if (upload.check->isLost)
             throw CallsLost();
-        if (upload.check->hasOutput && ToFileTime(upload.check->readTime) == upload.job->time) {
+        if (!upload.check->hasOutput || ToFileTime(upload.check->readTime) != upload.time) {
+            Fail(caller, upload);
+        } else if (upload.time == upload.job->time) {
             Succeed(upload);
-            return;
+        } else {
+            upload.time = upload.job->time;
+            caller.SetDateTime(upload.job->remote, ToUaTime(upload.time));
+            upload.check = caller.GetDateTime(upload.job->remote);
+            checking.push_back(upload);
         }
+        checking.pop_front();
+    }
+
+    void Fail(Caller& caller, const SmallUpload& upload)
+    {
         const auto handle = upload.upload->opened->GetNumber();
         const auto position = caller.GetPosition(handle);
         caller.Wait([&] { return position->isAnswered.load(); });
@@ -897,6 +918,7 @@ private:
 
     Transfer& transfer;
     const TransferOptions& options;
+    const FileTime marker = MakeMarker();
     std::unordered_set<std::string> targets; // of files
     std::vector<UploadDirectory> directories;
     std::vector<UploadJob> small;

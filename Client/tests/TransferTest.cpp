@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -104,6 +105,25 @@ TEST_F(ATransfer, CarriesManySmallFiles)
     ExpectSameTrees(tree, local.GetPath() / "back");
 }
 
+/// Small files with the times around now, one of which is that of writing them on the other side.
+void MakeNewFiles(const fs::path& tree, std::size_t size)
+{
+    for (int i = 0; i < 10; ++i) {
+        const auto file = tree / std::to_string(i);
+        MakeFile(file, size);
+        fs::last_write_time(file, fs::file_time_type::clock::now() + std::chrono::seconds(i - 1));
+    }
+}
+
+TEST_F(ATransfer, KeepsTheTimesOfNewFiles)
+{
+    const auto tree = local.GetPath() / "tree";
+    MakeNewFiles(tree, 1000);
+    const auto sent = Put(tree, root.GetPath() / "tree");
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    ExpectSameTrees(tree, root.GetPath() / "tree");
+}
+
 TEST_F(ATransfer, SetsWhatThePermissionFlagsCanSay)
 {
     const auto source = local.GetPath() / "program";
@@ -196,6 +216,17 @@ TEST_F(ATransfer, TellsThatTheHostCannotWriteAll)
         EXPECT_EQ(failure.remoteResult, 2U);
     }
     EXPECT_EQ(sent.unfinished.size(), 2U);
+}
+
+TEST_F(ATransfer, TellsThatTheHostCannotWriteNewFiles)
+{
+    const rlimit limit{100'000, 100'000};
+    ASSERT_EQ(prlimit(host.GetProcess(), RLIMIT_FSIZE, &limit, nullptr), 0);
+    const auto tree = local.GetPath() / "tree";
+    MakeNewFiles(tree, 200'000);
+    const auto sent = Put(tree, root.GetPath() / "tree");
+    EXPECT_EQ(sent.failures.size(), 10U) << Describe(sent);
+    EXPECT_EQ(sent.unfinished.size(), 10U);
 }
 
 TEST_F(ATransfer, ContinuesABrokenUpload)

@@ -152,8 +152,8 @@ class SmallFiles(AgainstSftp):
         super().__init__(bench, Group(
             "small-files", f"{self.count} files of 4 KiB",
             "Each with the time to connect. Ours checks every file and sets its time, sftp does "
-            "neither. The files are a day old; for those of the last minute ours has to take more "
-            "steps, since a set time proves nothing then."))
+            "neither. The files are a day old; for those of the last minute ours takes two more "
+            "calls each, since the time of such a file proves nothing."))
         self.declare(("up", "down"))
         self.group.measure(self.fresh, "s")
         for task in ("up", "down"):
