@@ -421,8 +421,7 @@ private:
     {
         const DownloadJob* job;
         TicketPointer open;
-        TicketPointer first;
-        TicketPointer second;
+        TicketPointer read;
     };
     struct Batch
     {
@@ -435,7 +434,7 @@ private:
         OpenedFiles opened;
     };
 
-    /// Fetches what two reads hold; the others are left in `large`.
+    /// Fetches what one read holds; the others are left in `large`.
     void FetchSmall(std::vector<DownloadJob>& large)
     {
         Caller caller = transfer.fileSystem.MakeCaller(options.cancellation);
@@ -477,7 +476,7 @@ private:
             if (options.resumes && IsSettled(files[i]))
                 continue;
             batch.files.push_back(
-                {&files[i], caller.Open(files[i].remote, openForReading), nullptr, nullptr});
+                {&files[i], caller.Open(files[i].remote, openForReading), nullptr});
             batch.opened.Add(batch.files.back().open);
         }
         batch.barrier = caller.Barrier();
@@ -506,8 +505,7 @@ private:
             if (file.open->opened == nullptr || file.open->opened->GetFailure() != 0)
                 continue;
             const auto handle = file.open->opened->GetNumber();
-            file.first = caller.Read(handle, readSize);
-            file.second = caller.Read(handle, readSize);
+            file.read = caller.Read(handle, readSize);
             caller.Close(handle);
         }
     }
@@ -515,12 +513,13 @@ private:
     void FinishBatch(Caller& caller, Batch& batch, std::vector<DownloadJob>& large)
     {
         for (auto& file : batch.files) {
-            if (file.second)
-                caller.Wait([&] { return file.second->isAnswered.load(); });
-            if (file.second && (file.first->isLost || file.second->isLost))
+            if (file.read)
+                caller.Wait([&] { return file.read->isAnswered.load(); });
+            if (file.read && file.read->isLost)
                 throw CallsLost();
             const DownloadJob& job = *std::exchange(file.job, nullptr);
-            if (file.second && !file.second->read.Get().empty())
+            // One that is full may not be all: it ends short only where the file does.
+            if (file.read && file.read->read.Get().size() >= readSize)
                 large.push_back(job);
             else
                 FinishSmall(job, file);
@@ -534,14 +533,14 @@ private:
             CheckAnswer(*file.open);
             if (const auto result = file.open->opened->GetFailure(); result != 0)
                 throw FileFailed(MakeRemoteFailure(job.remote, Step::Open, result));
-            CheckAnswer(*file.first);
-            if (!file.first->hasOutput)
+            CheckAnswer(*file.read);
+            if (!file.read->hasOutput)
                 throw FileFailed(
                     MakeUnknownFailure(job.remote, Step::Read, "it is not open any more"));
             const Place place = LockedPlace(job);
             PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false);
             hasBegun = true;
-            const auto bytes = file.first->read.Get();
+            const auto bytes = file.read->read.Get();
             WriteAt(part.GetDescriptor(), job.local, bytes, 0);
             part.Finish(GetTimeToSet(job));
             transfer.tally.Move(job.remote, bytes.size(), bytes.size(), bytes.size());
