@@ -40,9 +40,9 @@ constexpr UA_UInt32 longestWait = 1'000;        // ms; everything that happens e
 constexpr UA_UInt32 cancellationWait = 50;      // ms, while connecting
 constexpr UA_UInt32 sessionTimeout = 3'600'000; // ms
 
-constexpr double publishingInterval = 10; // ms; the host delivers ahead of it
-constexpr UA_UInt32 lifetimeCount = 12'000;
-constexpr UA_UInt32 keepAliveCount = 1'000;
+constexpr double publishingInterval = 100; // ms; the host delivers ahead of it
+constexpr UA_UInt32 lifetimeCount = 1'200;
+constexpr UA_UInt32 keepAliveCount = 100;
 constexpr UA_UInt32 eventQueue = 200'000;
 
 constexpr milliseconds firstPause{50};
