@@ -38,7 +38,7 @@ const char* DescribeResult(std::uint32_t result) noexcept
     case 1:
         return "the file could not be opened";
     case 2:
-        return "not everything could be written";
+        return "not everything could be written; the server's disk may be full";
     case 3:
         return "the file could not be closed";
     case 4:

@@ -8,6 +8,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -165,6 +166,37 @@ void MakeSparseFile(const fs::path& file, std::uintmax_t size)
     fs::resize_file(file, size);
 }
 
+void MakeMarkedFile(const fs::path& file, std::uintmax_t size)
+{
+    constexpr std::uintmax_t distance = 50'000; // some in every block, at different places
+    MakeSparseFile(file, size);
+    std::fstream stream(file, std::ios::binary | std::ios::in | std::ios::out);
+    for (std::uintmax_t position = 0; position < size; position += distance) {
+        const auto mark = std::to_string(position);
+        stream.seekp(static_cast<std::streamoff>(position));
+        stream.write(mark.data(), static_cast<std::streamsize>(
+                                      std::min<std::uintmax_t>(mark.size(), size - position)));
+    }
+}
+
+bool AreSame(const fs::path& left, const fs::path& right)
+{
+    std::array<std::ifstream, 2> streams{std::ifstream(left, std::ios::binary),
+                                         std::ifstream(right, std::ios::binary)};
+    std::array<std::vector<char>, 2> blocks;
+    do {
+        for (std::size_t i = 0; i < streams.size(); ++i) {
+            blocks.at(i).resize(std::size_t{1} << 20U);
+            streams.at(i).read(blocks.at(i).data(),
+                               static_cast<std::streamsize>(blocks.at(i).size()));
+            blocks.at(i).resize(static_cast<std::size_t>(streams.at(i).gcount()));
+        }
+        if (blocks[0] != blocks[1])
+            return false;
+    } while (!blocks[0].empty());
+    return fs::exists(left) && fs::exists(right);
+}
+
 Terminal::Terminal(const Desk& desk, const std::vector<std::string>& arguments,
                    unsigned short columns)
 {
@@ -197,6 +229,17 @@ Terminal::~Terminal()
 void Terminal::Type(const std::string& text) const
 {
     ASSERT_EQ(write(descriptor, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+int Terminal::TypeUntilEnd(const std::string& text)
+{
+    constexpr int pause = 20; // ms, in which it may do something about it
+    pollfd waiting = {.fd = descriptor, .events = POLLIN, .revents = 0};
+    while (write(descriptor, text.data(), text.size()) > 0)
+        while (poll(&waiting, 1, pause) == 1)
+            if (!ReadMore())
+                return WaitForEnd();
+    return WaitForEnd();
 }
 
 bool Terminal::ReadMore()

@@ -55,6 +55,9 @@ void WriteFile(const std::filesystem::path& file, const std::string& content);
 [[nodiscard]] std::string ReadFile(const std::filesystem::path& file);
 /// Of zeros, without room on the disk.
 void MakeSparseFile(const std::filesystem::path& file, std::uintmax_t size);
+/// Takes as little room, and no two parts of it are the same.
+void MakeMarkedFile(const std::filesystem::path& file, std::uintmax_t size);
+[[nodiscard]] bool AreSame(const std::filesystem::path& left, const std::filesystem::path& right);
 
 /// talvensor-fs as somebody at a terminal sees it. What is seen is collected.
 class Terminal
@@ -68,6 +71,8 @@ public:
     ~Terminal();
 
     void Type(const std::string& text) const;
+    /// Types it again and again, and collects to the end. Its status, as in `Result`.
+    [[nodiscard]] int TypeUntilEnd(const std::string& text);
     /// Collects until the text comes behind what was waited for before. False when it does not.
     [[nodiscard]] bool WaitFor(const std::string& text);
     /// Collects to the end. Its status, as in `Result`.
