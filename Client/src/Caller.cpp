@@ -1,5 +1,7 @@
 #include "Caller.h"
 
+#include "StatusWords.h"
+
 #include <OpcUa/Text.h>
 
 #include <algorithm>
@@ -159,7 +161,7 @@ void CheckAnswer(const Ticket& ticket)
         throw CallsLost();
     if (ticket.IsRefused())
         throw CallRefusedException(std::string("the server refused ") + GetName(ticket.method) +
-                                       ": " + UA_StatusCode_name(ticket.status),
+                                       ": " + DescribeStatus(ticket.status),
                                    ticket.status);
     const bool opens = ticket.method == Method::Open || ticket.method == Method::OpenWrite ||
                        ticket.method == Method::UploadFile;

@@ -1,6 +1,7 @@
 #include "Engine.h"
 
 #include "Node.h"
+#include "StatusWords.h"
 
 #include <OpcUa/SymmetricCiphers.h>
 #include <OpcUa/Text.h>
@@ -47,11 +48,6 @@ constexpr UA_UInt32 eventQueue = 200'000;
 
 constexpr milliseconds firstPause{50};
 constexpr milliseconds longestPause{1'000};
-
-std::string NameOf(UA_StatusCode status)
-{
-    return UA_StatusCode_name(status);
-}
 
 /// Higher is better; 0: not to be used. The shorter key of the symmetric cipher is as safe for
 /// what a session takes, and a fifth faster.
@@ -113,11 +109,12 @@ std::string ParseServer(const std::string& url)
     return std::string(BytesOf(host)) + ":" + std::to_string(port == 0 ? standardPort : port);
 }
 
+/// What the network says; the library's own messages say no more than its statuses do.
 [[gnu::format(printf, 4, 0)]] void KeepMessage(void* context, UA_LogLevel level,
-                                               UA_LogCategory /*category*/, const char* message,
+                                               UA_LogCategory category, const char* message,
                                                va_list arguments)
 {
-    if (level < UA_LOGLEVEL_ERROR)
+    if (level < UA_LOGLEVEL_ERROR || category != UA_LOGCATEGORY_NETWORK)
         return;
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), message, arguments);
@@ -153,11 +150,19 @@ void Pin(UA_CertificateVerification& verification, std::vector<unsigned char>& c
     };
 }
 
+/// `reason`: the system's words, where it has some.
+std::string DescribeNoConnection(const std::string& url, UA_StatusCode status,
+                                 const std::string& reason)
+{
+    const std::string name = UA_StatusCode_name(status);
+    return "cannot connect to " + url + ": " +
+           (reason.empty() ? DescribeStatus(status) : reason + " (" + name + ")");
+}
+
 [[noreturn]] void ThrowNotConnected(const std::string& url, UA_StatusCode status,
                                     const std::string& reason, bool isEncrypted)
 {
-    const std::string text =
-        "cannot connect to " + url + ": " + (reason.empty() ? "" : reason + ", ") + NameOf(status);
+    const std::string text = DescribeNoConnection(url, status, reason);
     switch (status) {
     case UA_STATUSCODE_BADUSERACCESSDENIED:
     case UA_STATUSCODE_BADIDENTITYTOKENREJECTED:
@@ -178,7 +183,7 @@ void Pin(UA_CertificateVerification& verification, std::vector<unsigned char>& c
             throw RefusedException(Refusal::ClientCertificate,
                                    "cannot connect to " + url +
                                        ": it does not trust the certificate of this client (" +
-                                       NameOf(status) + ")");
+                                       UA_StatusCode_name(status) + ")");
         throw RefusedException(Refusal::Security, text);
     case UA_STATUSCODE_BADSECURITYMODEREJECTED:
     case UA_STATUSCODE_BADSECURITYPOLICYREJECTED:
@@ -195,7 +200,7 @@ OpcUa::Ua<UA_Variant> ReadValue(UA_Client& client, UA_UInt32 number)
     const UA_StatusCode status =
         UA_Client_readValueAttribute(&client, UA_NODEID_NUMERIC(0, number), &*value);
     if (IsLoss(status))
-        throw ConnectionLostException("the connection was lost: " + NameOf(status));
+        throw ConnectionLostException("the connection was lost: " + DescribeStatus(status));
     return value;
 }
 
@@ -214,8 +219,9 @@ void RequireGood(UA_StatusCode status, const std::string& what)
     if (status == UA_STATUSCODE_GOOD)
         return;
     if (IsLoss(status))
-        throw ConnectionLostException(what + ": the connection was lost (" + NameOf(status) + ")");
-    throw CallRefusedException(what + ": " + NameOf(status), status);
+        throw ConnectionLostException(what +
+                                      ": the connection was lost: " + DescribeStatus(status));
+    throw CallRefusedException(what + ": " + DescribeStatus(status), status);
 }
 
 bool IsLoss(UA_StatusCode status) noexcept
@@ -270,21 +276,21 @@ void Engine::Connect(const Cancellation* cancellation)
     const std::string server = ParseServer(options.url);
     const auto deadline = steady_clock::now() + options.connectTime;
     // The library's own loop would wait for a tenth of a second when it ends.
-    EventLoop askingLoop(logger);
+    EventLoop askingLoop(logger, cancellation);
     UA_ClientConfig asking{};
     asking.logging = &logger;
     asking.eventLoop = askingLoop.GetHandle();
     asking.externalEventLoop = true;
     RequireGood(UA_ClientConfig_setDefault(&asking), "configuring the client");
     asking.timeout = static_cast<UA_UInt32>(options.connectTime.count());
+    asking.noReconnect = true; // whoever hangs up will do so again
     const ClientPointer asker(UA_Client_newWithConfig(&asking));
     EndpointList endpoints;
     const UA_StatusCode status = endpoints.Ask(*asker, options.url);
-    if (status != UA_STATUSCODE_GOOD)
-        throw NoConnectionException("cannot connect to " + options.url + ": " +
-                                    (lastLog.empty() ? "" : lastLog + ", ") + NameOf(status));
     if (cancellation != nullptr && cancellation->IsCancelled())
         throw CancelledException();
+    if (status != UA_STATUSCODE_GOOD)
+        throw NoConnectionException(DescribeNoConnection(options.url, status, lastLog));
 
     const UA_EndpointDescription* best = nullptr;
     const UA_EndpointDescription* plain = nullptr;
@@ -595,12 +601,17 @@ void Engine::RunFunctions()
         taken.swap(functions);
     }
     for (auto& [function, promise] : taken) {
+        std::exception_ptr failure;
         try {
             (*function)();
-            promise->set_value();
         } catch (...) {
-            promise->set_exception(std::current_exception());
+            failure = std::current_exception();
         }
+        // Handed over as a whole: whoever waits looks into it and ends it.
+        if (failure)
+            promise->set_exception(std::move(failure));
+        else
+            promise->set_value();
     }
 }
 
@@ -853,6 +864,7 @@ bool Engine::TryReconnect(Waiter::Deadline deadline)
     UA_ClientConfig& configuration = *UA_Client_getConfig(client.get());
     configuration.timeout = static_cast<UA_UInt32>(options.connectTime.count());
     UA_Client_disconnectSecureChannel(client.get()); // what may be left of it
+    lastLog.clear();
     const UA_StatusCode begun = UA_Client_connectAsync(client.get(), options.url.c_str());
     if (begun != UA_STATUSCODE_GOOD)
         ThrowNotConnected(options.url, begun, lastLog, securityMode != "None");

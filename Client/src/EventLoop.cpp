@@ -190,7 +190,7 @@ void Configure(int socket)
 class EventLoop::Implementation
 {
 public:
-    explicit Implementation(const UA_Logger& logger);
+    Implementation(const UA_Logger& logger, const Cancellation* cancellation);
 
     UA_EventLoop* GetHandle() noexcept { return &handle; }
     void Wake() noexcept;
@@ -244,6 +244,7 @@ private:
     void Tell(TcpConnection& connection, UA_ConnectionState state, UA_ByteString bytes);
 
     const UA_Logger& logger;
+    const Cancellation* const cancellation;
     Handle handle{};
     UA_KeyValueMap parameters{};
     Manager manager{};
@@ -259,8 +260,9 @@ private:
     std::vector<Buffer> spare; // buffers to be used again
 };
 
-EventLoop::Implementation::Implementation(const UA_Logger& logger)
+EventLoop::Implementation::Implementation(const UA_Logger& logger, const Cancellation* cancellation)
     : logger(logger)
+    , cancellation(cancellation)
     , wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
     , input(inputSize)
 {
@@ -473,6 +475,8 @@ void EventLoop::Implementation::Turn(UA_UInt32 timeout)
 {
     const bool ranTimers = RunTimers();
     const bool ranDelayed = RunDelayed();
+    if (cancellation != nullptr && cancellation->IsCancelled())
+        Break();
     const bool hasClosed = FinishClosing();
     for (auto& [id, connection] : connections)
         Flush(connection);
@@ -531,8 +535,9 @@ int EventLoop::Implementation::GetWait(UA_UInt32 timeout) const
 
 void EventLoop::Implementation::Poll(int wait)
 {
-    std::vector<pollfd> queries{{wake.Get(), POLLIN, 0}};
-    std::vector<uintptr_t> ids{0};
+    const int cancelling = cancellation == nullptr ? -1 : cancellation->GetDescriptor();
+    std::vector<pollfd> queries{{wake.Get(), POLLIN, 0}, {cancelling, POLLIN, 0}};
+    std::vector<uintptr_t> ids(queries.size());
     for (const auto& [id, connection] : connections) {
         const bool writes = connection.phase == Phase::Connecting || !connection.output.empty();
         const bool reads = connection.phase == Phase::Open;
@@ -548,7 +553,7 @@ void EventLoop::Implementation::Poll(int wait)
     eventfd_t ignored{};
     if (queries.front().revents != 0)
         eventfd_read(wake.Get(), &ignored);
-    for (std::size_t i = 1; i < queries.size(); ++i) {
+    for (std::size_t i = 2; i < queries.size(); ++i) {
         const auto found = connections.find(ids[i]);
         if (queries[i].revents == 0 || found == connections.end())
             continue;
@@ -763,8 +768,8 @@ bool EventLoop::Implementation::FinishClosing()
     return hasClosed;
 }
 
-EventLoop::EventLoop(const UA_Logger& logger)
-    : implementation(std::make_unique<Implementation>(logger))
+EventLoop::EventLoop(const UA_Logger& logger, const Cancellation* cancellation)
+    : implementation(std::make_unique<Implementation>(logger, cancellation))
 {}
 
 EventLoop::~EventLoop() = default;

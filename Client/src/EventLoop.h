@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Client/Cancellation.h"
+
 #include <open62541/plugin/eventloop.h>
 
 #include <cstddef>
@@ -15,8 +17,9 @@ namespace Client {
 class EventLoop
 {
 public:
-    /// `logger` must outlive it. Throws ClientException when there is no descriptor left.
-    explicit EventLoop(const UA_Logger& logger);
+    /// `logger` must outlive it, and so must `cancellation`, which does what `Break` does, unless
+    /// null. Throws ClientException when there is no descriptor left.
+    explicit EventLoop(const UA_Logger& logger, const Cancellation* cancellation = nullptr);
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
     ~EventLoop();
