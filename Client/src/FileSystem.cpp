@@ -234,7 +234,7 @@ void FileSystem::CreateDirectory(const std::string& path, const Cancellation* ca
     });
     if (!isThere)
         throw OperationFailedException("cannot create the directory " + Quote(path) +
-                                       ": there is none afterwards");
+                                       ": the server did not make it, and does not tell why");
 }
 
 std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, bool mayBeMissing,

@@ -10,9 +10,12 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <netinet/in.h>
 #include <optional>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace Client;
 using namespace ClientTest;
@@ -48,6 +51,23 @@ protected:
 
     std::optional<ServerCertificate> shown;
 };
+
+TEST_F(AConnection, IsGivenUpWhenCancelled)
+{
+    const int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(listen(silent, 1), 0); // the system accepts, and nobody answers
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    ASSERT_EQ(getsockname(silent, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    auto options = MakeOptions(host);
+    options.url = "opc.tcp://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    options.connectTime = std::chrono::hours(1);
+    Cancellation cancellation;
+    std::thread canceller([&] { cancellation.Cancel(); });
+    EXPECT_THROW(Connection(options, &cancellation), CancelledException);
+    canceller.join();
+    close(silent);
+}
 
 TEST_F(AConnection, CanBePlain)
 {

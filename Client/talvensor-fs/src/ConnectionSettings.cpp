@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <string_view>
 #include <system_error>
 #include <toml++/toml.h>
@@ -46,8 +47,12 @@ fs::path GetUserFolder(const char* variable, const char* belowHome)
 
 toml::table ParseFile(const fs::path& file)
 {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        throw Client::InvalidArgumentException(
+            file.string() + " cannot be read: " + std::generic_category().message(errno));
     try {
-        return toml::parse_file(file.string());
+        return toml::parse(stream, file.string());
     } catch (const toml::parse_error& error) {
         const auto line = error.source().begin.line;
         const auto place = line > 0 ? file.string() + ":" + std::to_string(line) : file.string();

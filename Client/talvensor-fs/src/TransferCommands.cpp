@@ -184,6 +184,10 @@ ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
     if (command.target == standardStream)
         throw Client::InvalidArgumentException("put goes to a remote path, not to -");
     const auto remote = workplace.remote.Resolve(command.target);
+    if (workplace.remote.GetFiles().GetKind(remote, &workplace.cancellation) ==
+        Client::Kind::Directory)
+        throw Client::OperationFailedException(
+            command.target + ": is a directory; what comes from - needs the name of a file");
     const auto read = [&workplace](std::span<unsigned char> buffer) {
         return ReadInput(buffer, workplace.cancellation);
     };

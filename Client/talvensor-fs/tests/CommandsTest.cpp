@@ -218,6 +218,8 @@ TEST_P(TheCommands, TakeAndGiveStandardStreams)
     EXPECT_EQ(cat.output, "tail");
     ExpectFailed(Run({"get", "missing", "-"}), "missing");
     ExpectFailed(Run({"put", "-", "nowhere/x"}, content), "nowhere/x");
+    fs::create_directory(desk.GetRemote("folder"));
+    ExpectFailed(Run({"put", "-", "folder"}, content), "folder: is a directory");
     EXPECT_EQ(Run({"put", "-", "b", "c"}).status, 2);
     EXPECT_EQ(Run({"get", "--json", "b", "-"}).status, 2);
     EXPECT_EQ(Run({"put", "-c", "-", "c"}).status, 2);

@@ -4,7 +4,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
 
 namespace CliTest {
 namespace {
@@ -88,7 +93,58 @@ TEST(AServerThatIsNotThere, IsNoConnection)
     desk.host.Kill();
     const auto result = desk.Run({"ls"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_THAT(result.error, HasSubstr(desk.host.GetUrl()));
+    EXPECT_EQ(result.error, "talvensor-fs: cannot connect to " + desk.host.GetUrl() +
+                                ": Connection refused (BadConnectionRejected)\n");
+}
+
+/// Says something to whoever connects, and hangs up.
+class AnotherService : public testing::Test
+{
+protected:
+    AnotherService()
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* const any = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(bind(listener, any, size), 0);
+        EXPECT_EQ(listen(listener, 8), 0);
+        EXPECT_EQ(getsockname(listener, any, &size), 0);
+        desk.environment["TALVENSOR_ENDPOINT"] =
+            "opc.tcp://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    }
+    ~AnotherService() override { close(listener); }
+
+    [[nodiscard]] std::string GetError(const std::string& text) const
+    {
+        std::thread service([&] {
+            const int client = accept(listener, nullptr, nullptr);
+            char first = 0;
+            EXPECT_EQ(recv(client, &first, 1, 0), 1);
+            EXPECT_EQ(send(client, text.data(), text.size(), MSG_NOSIGNAL),
+                      static_cast<ssize_t>(text.size()));
+            close(client);
+        });
+        const auto result = desk.Run({"ls"});
+        service.join();
+        EXPECT_EQ(result.status, 3);
+        return result.error;
+    }
+
+    Desk desk;
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+TEST_F(AnotherService, IsKnownByWhatItSays)
+{
+    EXPECT_THAT(GetError("HTTP/1.1 400 Bad Request\r\n\r\n"),
+                HasSubstr("what answers there is no OPC UA server"));
+}
+
+TEST_F(AnotherService, IsNotAskedAgainWhenItHangsUp)
+{
+    EXPECT_THAT(GetError(""), HasSubstr("the other side closed the connection"));
 }
 
 TEST(AWrongArgument, IsAUsageError)
@@ -167,6 +223,10 @@ TEST_F(AUser, KeepsSettingsInAProfile)
     const auto odd = desk.Run({"--profile", "odd", "ls"});
     EXPECT_EQ(odd.status, 2);
     EXPECT_THAT(odd.error, HasSubstr("client.toml:7: there is no setting colour"));
+    fs::remove(folder / "client.toml");
+    const auto missing = desk.Run({"--profile", "plant", "ls"});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.error, HasSubstr("client.toml cannot be read: No such file or directory"));
 }
 
 } // namespace
