@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <map>
@@ -15,9 +16,10 @@ std::string MakeContent(std::size_t size)
 {
     std::string content(size, '\0');
     std::uint64_t state = size + 1;
-    for (char& letter : content) {
+    for (std::size_t i = 0; i < size; i += sizeof state) { // by words: sizes are large
         state = state * 6364136223846793005U + 1442695040888963407U;
-        letter = static_cast<char>(state >> 56U);
+        const std::uint64_t word = state ^ state >> 32U; // the lower half alone repeats soon
+        std::memcpy(&content[i], &word, std::min(sizeof word, size - i));
     }
     return content;
 }

@@ -44,11 +44,11 @@ TEST_F(ALostConnection, IsMadeAgainInAnUpload)
     options.url = relay.GetUrl();
     Connection connection(options);
     FileSystem fileSystem(connection);
-    MakeFile(local.GetPath() / "source", 100 * mebibyte);
+    MakeFile(local.GetPath() / "source", 40 * mebibyte);
     const auto before = relay.CountConnections();
     const auto sent = fileSystem.Upload(
         {{(local.GetPath() / "source").string(), (root.GetPath() / "file").string()}},
-        MakeTransfer(Once(20 * mebibyte, [&] { relay.Cut(); })));
+        MakeTransfer(Once(8 * mebibyte, [&] { relay.Cut(); })));
     EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
     EXPECT_GT(relay.CountConnections(), before);
     EXPECT_EQ(ReadFile(root.GetPath() / "file"), ReadFile(local.GetPath() / "source"));
@@ -62,13 +62,13 @@ TEST_F(ALostConnection, IsMadeAgainInADownload)
     options.url = relay.GetUrl();
     Connection connection(options);
     FileSystem fileSystem(connection);
-    MakeFile(root.GetPath() / "file", 100 * mebibyte);
+    MakeFile(root.GetPath() / "file", 40 * mebibyte);
     const auto before = relay.CountConnections();
     const auto fetched = fileSystem.Download(
         {{(local.GetPath() / "target").string(), (root.GetPath() / "file").string()}},
-        MakeTransfer(Once(20 * mebibyte, [&] { relay.Cut(); })));
+        MakeTransfer(Once(8 * mebibyte, [&] { relay.Cut(); })));
     EXPECT_TRUE(fetched.IsComplete()) << Describe(fetched);
-    EXPECT_EQ(fetched.bytes, 100 * mebibyte);
+    EXPECT_EQ(fetched.bytes, 40 * mebibyte);
     EXPECT_GT(relay.CountConnections(), before);
     EXPECT_EQ(ReadFile(local.GetPath() / "target"), ReadFile(root.GetPath() / "file"));
 }

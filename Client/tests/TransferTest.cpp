@@ -415,7 +415,7 @@ TEST_F(ATransfer, ShowsItsProgress)
 TEST_F(ATransfer, EndsSoonWhenCancelled)
 {
     const auto source = local.GetPath() / "source";
-    MakeFile(source, 200 * mebibyte);
+    MakeFile(source, 60 * mebibyte);
     Cancellation cancellation;
     TransferOptions options;
     options.cancellation = &cancellation;
@@ -425,7 +425,7 @@ TEST_F(ATransfer, EndsSoonWhenCancelled)
     const auto sent = Put(source, root.GetPath() / "file", options);
     EXPECT_TRUE(sent.isCancelled);
     EXPECT_THAT(sent.unfinished, testing::ElementsAre((root.GetPath() / "file").string()));
-    EXPECT_LT(sent.bytes, 200 * mebibyte);
+    EXPECT_LT(sent.bytes, 60 * mebibyte);
     // And what it left can be continued.
     options.cancellation = nullptr;
     options.progress = nullptr;
