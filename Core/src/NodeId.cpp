@@ -28,9 +28,8 @@ NodeId::~NodeId() = default;
 
 NodeId::NodeId(NodeId&& other) noexcept
     : namespaceIndex(std::exchange(other.namespaceIndex, 0))
-{
-    identifier.swap(other.identifier);
-}
+    , identifier(std::exchange(other.identifier, 0U))
+{}
 
 NodeId& NodeId::operator=(NodeId&& other) noexcept
 {
