@@ -8,6 +8,7 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <malloc.h>
 #include <stdexcept>
 #include <string_view>
 
@@ -186,6 +187,9 @@ int Count(const std::filesystem::path& folder, std::string_view name, std::strin
 
 int main(int argc, char** argv)
 try {
+    // As talvensor-host has it.
+    mallopt(M_TRIM_THRESHOLD, 16 << 20U);
+    mallopt(M_MMAP_THRESHOLD, 32 << 20U);
     if (argc == 5 && std::strcmp(argv[1], "--count") == 0)
         return Bench::Count(argv[2], argv[3], argv[4]);
     return Bench::MeasureAll(Bench::MakeArguments(argc, argv));

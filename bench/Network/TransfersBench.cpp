@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <exception>
 #include <iostream>
+#include <malloc.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -118,6 +119,9 @@ void Measure(const Options& options)
 
 int main(int argc, char** argv)
 try {
+    // As talvensor-fs has it.
+    mallopt(M_TRIM_THRESHOLD, 16 << 20U);
+    mallopt(M_MMAP_THRESHOLD, 32 << 20U);
     CLI::App app("measures transfers to and from a talvensor-host", "TransfersBench");
     Options options;
     app.add_option("--url", options.url)->required();
