@@ -312,14 +312,21 @@ private:
             position += block.length;
             Send(block);
             blocks.push_back(std::move(block));
-            if (next - marked >= window / barriersInWindow) {
+            if (next - marked >= GetWindow() / barriersInWindow) {
                 barriers.push_back({next, caller.Barrier(), std::exchange(writes, {})});
                 marked = next;
             }
-            while (next - written > window && !barriers.empty())
+            while (next - written > GetWindow() && !barriers.empty())
                 TakeBarrier();
             TakeReadyBarriers();
         }
+    }
+
+    /// Grows with what has arrived: of many that begin at once none sends all it has at first and
+    /// is through when the others have hardly begun.
+    [[nodiscard]] std::uint64_t GetWindow() const noexcept
+    {
+        return std::min<std::uint64_t>(window, smallestWindow + written);
     }
 
     /// After a loss: the blocks, or parts of them, that did not arrive.
