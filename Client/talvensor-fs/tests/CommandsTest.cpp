@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
 #include <sstream>
 
 namespace CliTest {
@@ -41,6 +42,12 @@ std::vector<json> ParseLines(const std::string& output)
     for (std::string line; std::getline(stream, line);)
         lines.push_back(json::parse(line));
     return lines;
+}
+
+/// Whether there are minutes to spend.
+bool IsLong()
+{
+    return std::getenv("TALVENSOR_LONG") != nullptr;
 }
 
 class TheCommands : public testing::TestWithParam<Way>
@@ -109,6 +116,42 @@ TEST_P(TheCommands, MoveATreeThereAndBack)
     EXPECT_EQ(ReadFile(desk.GetLocal("back/a b")), "first");
     EXPECT_EQ(ReadFile(desk.GetLocal("back/sub/\xFF\n")), "second");
     EXPECT_TRUE(fs::exists(desk.GetLocal("back/[x,y]")));
+}
+
+TEST_P(TheCommands, MoveFilesOfEverySize)
+{
+    std::vector<std::uintmax_t> sizes{0, 1, 61'439, 61'440, 61'441, 20'000'001};
+    if (IsLong())
+        sizes.push_back(std::uintmax_t{1} << 30U);
+    fs::create_directory(desk.GetLocal("sizes"));
+    for (const auto size : sizes)
+        MakeMarkedFile(desk.GetLocal("sizes/" + std::to_string(size)), size);
+    ExpectDone(Run({"put", "-r", "sizes", "there"}));
+    ExpectDone(Run({"get", "-r", "there", "back"}));
+    for (const auto size : sizes)
+        for (const auto& copy : {desk.GetRemote("there"), desk.GetLocal("back")}) {
+            const auto name = std::to_string(size);
+            EXPECT_TRUE(AreSame(desk.GetLocal("sizes") / name, copy / name)) << copy / name;
+        }
+}
+
+TEST_P(TheCommands, MoveManySmallFiles)
+{
+    const int count = IsLong() ? 20'000 : 500;
+    fs::create_directory(desk.GetLocal("many"));
+    for (int i = 0; i < count; ++i)
+        WriteFile(desk.GetLocal("many/" + std::to_string(i)),
+                  std::string(static_cast<std::size_t>(i % 4'097), static_cast<char>(i)));
+    ExpectDone(Run({"put", "-r", "many", "there"}));
+    const auto got = Run({"get", "-r", "--json", "there", "back"});
+    ExpectDone(got);
+    EXPECT_EQ(json::parse(got.output)["files"], count);
+    for (int i = 0; i < count; ++i) {
+        const auto name = std::to_string(i);
+        ASSERT_TRUE(ReadFile(desk.GetLocal("many") / name) ==
+                    ReadFile(desk.GetLocal("back") / name))
+            << name;
+    }
 }
 
 TEST_P(TheCommands, PutSeveralFilesIntoADirectoryAndGoOnAfterAFailure)
