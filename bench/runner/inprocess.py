@@ -14,8 +14,9 @@ TITLES = {
     "list": "recursive listing of 61 440 entries",
     "trace-off": "a trace line that is switched off",
 }
+# Of the trace line: no difference that could be measured.
 GOALS = {"exists": 1.5, "upload-4k": 1.4, "blocks-60k": 1.25, "blocks-1m": 1.25, "read": 1.3,
-         "list": 1.5}
+         "list": 1.5, "trace-off": 1.1}
 REFERENCE = "/reference"
 TO_MICROSECONDS = {"ns": 1e-3, "us": 1, "ms": 1e3, "s": 1e6}
 
