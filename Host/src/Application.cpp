@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "Core/Embedding/LogControl.h"
 #include "Log.h"
+#include "OpcUa/Memory.h"
 #include "PasswordPrompt.h"
 
 #include <iostream>
@@ -129,7 +130,7 @@ PreparedHost PrepareHost(Configuration configuration)
 {
     IgnoreFatalSignals();
     DisableCoreFiles();
-    KeepFreedMemory();
+    OpcUa::KeepFreedMemory();
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
     auto roots = MakeRoots(configuration);
     auto addresses = ResolveListenUrl(configuration.listen);

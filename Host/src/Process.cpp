@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <malloc.h>
 #include <string>
 #include <string_view>
 #include <sys/eventfd.h>
@@ -105,15 +104,6 @@ void DisableCoreFiles()
     const rlimit none = {};
     if (setrlimit(RLIMIT_CORE, &none) != 0)
         ThrowSystemError("core files cannot be switched off");
-}
-
-void KeepFreedMemory() noexcept
-{
-    constexpr int most = 16 << 20U;       // at the end of each of the allocator's arenas
-    constexpr int ownMapping = 32 << 20U; // the largest that the allocator takes
-    // What it refuses costs time only.
-    mallopt(M_TRIM_THRESHOLD, most);
-    mallopt(M_MMAP_THRESHOLD, ownMapping);
 }
 
 bool IsRoot() noexcept

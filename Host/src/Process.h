@@ -34,10 +34,6 @@ public:
 /// A core file would hold keys and passwords. Throws SystemException.
 void DisableCoreFiles();
 
-/// Memory that is freed stays with the process up to a bound, and is not made anew by the system,
-/// page by page, for every block that passes through.
-void KeepFreedMemory() noexcept;
-
 [[nodiscard]] bool IsRoot() noexcept;
 
 /// The memory of the machine, or of the control group that holds the process where that is less.

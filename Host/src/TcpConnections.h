@@ -150,7 +150,7 @@ private:
     void AddListener(const Channel& channel, Tcp::acceptor acceptor);
     void Accept(const SharedListener& listener);
     void OnAcceptable(const SharedListener& listener, const ErrorCode& error);
-    Tcp::socket AcceptWithKeptDescriptor(Listener& listener, ErrorCode& error);
+    static Tcp::socket AcceptWithKeptDescriptor(Listener& listener, ErrorCode& error);
     void OnAcceptFailed(Listener& listener, const ErrorCode& error);
     void RetryAccept(const SharedListener& listener);
     bool HasRoom(Listener& listener);

@@ -1,5 +1,7 @@
 #include "Operations.h"
 
+#include "OpcUa/Memory.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -8,7 +10,6 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <malloc.h>
 #include <stdexcept>
 #include <string_view>
 
@@ -187,9 +188,7 @@ int Count(const std::filesystem::path& folder, std::string_view name, std::strin
 
 int main(int argc, char** argv)
 try {
-    // As talvensor-host has it.
-    mallopt(M_TRIM_THRESHOLD, 16 << 20U);
-    mallopt(M_MMAP_THRESHOLD, 32 << 20U);
+    OpcUa::KeepFreedMemory(); // as talvensor-host does
     if (argc == 5 && std::strcmp(argv[1], "--count") == 0)
         return Bench::Count(argv[2], argv[3], argv[4]);
     return Bench::MeasureAll(Bench::MakeArguments(argc, argv));

@@ -5,13 +5,13 @@
 
 #include "Client/Connection.h"
 #include "Client/FileSystem.h"
+#include "OpcUa/Memory.h"
 
 #include <algorithm>
 #include <barrier>
 #include <cstddef>
 #include <exception>
 #include <iostream>
-#include <malloc.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -119,9 +119,7 @@ void Measure(const Options& options)
 
 int main(int argc, char** argv)
 try {
-    // As talvensor-fs has it.
-    mallopt(M_TRIM_THRESHOLD, 16 << 20U);
-    mallopt(M_MMAP_THRESHOLD, 32 << 20U);
+    OpcUa::KeepFreedMemory(); // as talvensor-fs does
     CLI::App app("measures transfers to and from a talvensor-host", "TransfersBench");
     Options options;
     app.add_option("--url", options.url)->required();

@@ -30,6 +30,9 @@ export function holdings(host) {
     return { descriptors: count("fd"), threads: count("task") };
 }
 
+/** AddressSanitizer does, and finds late uses by it. */
+export const keepsFreedMemory = process.env.TALVENSOR_SANITIZER === "address";
+
 /** The memory of a host in megabytes: now, and the most that it ever had. */
 export function memory(host) {
     const status = readFileSync(`/proc/${host.pid}/status`, "utf8");
