@@ -639,6 +639,7 @@ void Engine::RunDepartures()
         std::erase_if(members,
                       [&](const Member& member) { return member.listener == departure.listener; });
         Unsubscribe(*departure.listener);
+        departure.listener->OnDead();
         departure.promise->set_value();
     }
     if (isConnected)

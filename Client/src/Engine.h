@@ -39,7 +39,8 @@ public:
     virtual void OnConnected(bool isSameSession) = 0;
     /// What was asked for and not answered will not be.
     virtual void OnLost() = 0;
-    /// The connection will not come back.
+    /// The connection will not come back, or the listener leaves: calls that wait and what they
+    /// belong to would keep each other.
     virtual void OnDead() = 0;
     virtual void OnEvent(std::size_t count, UA_Variant* fields) = 0;
 };
