@@ -316,7 +316,9 @@ class Blocks(Step):
         self.prepare_theirs(task)
         file = self.source if task == "up" else self.folder / "local"
         output = self.node.run(task, file, block)
-        return self.size / 1e6 / json.loads(output.splitlines()[-1])["seconds"]
+        # Its library's own log stands around the result.
+        result = next(line for line in output.splitlines() if line.startswith(b"{"))
+        return self.size / 1e6 / json.loads(result)["seconds"]
 
     def prepare_theirs(self, task):
         if task == "up":
