@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <optional>
+#include <poll.h>
 #include <string_view>
 #include <termios.h>
 #include <unistd.h>
@@ -17,17 +18,24 @@ namespace {
 
 volatile std::sig_atomic_t caughtSignal = 0;
 
-/// Keeps the signals that end or stop a program waiting until the terminal is in order.
+/// Keeps the signals that end or stop a program waiting until the terminal is in order. They are
+/// caught only where `GetWaitingMask` lets them in: one that came just before a wait would not end
+/// it.
 class SignalDelay
 {
 public:
     SignalDelay()
     {
         caughtSignal = 0;
-        struct sigaction action = {}; // without SA_RESTART: a read that waits ends
+        struct sigaction action = {};
         action.sa_handler = [](int number) {
             caughtSignal = number;
         };
+        sigset_t delayed;
+        sigemptyset(&delayed);
+        for (const int number : signals)
+            sigaddset(&delayed, number);
+        pthread_sigmask(SIG_BLOCK, &delayed, &mask);
         for (std::size_t index = 0; index < signals.size(); ++index)
             sigaction(signals.at(index), &action, &previous.at(index));
     }
@@ -39,10 +47,14 @@ public:
             sigaction(signals.at(index), &previous.at(index), nullptr);
         if (caughtSignal != 0)
             raise(caughtSignal);
+        pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     }
+
+    [[nodiscard]] const sigset_t& GetWaitingMask() const noexcept { return mask; }
 
 private:
     static constexpr std::array signals = {SIGINT, SIGTERM, SIGQUIT, SIGHUP, SIGTSTP};
+    sigset_t mask{};
     std::array<struct sigaction, signals.size()> previous{};
 };
 
@@ -73,18 +85,36 @@ void Show(std::string_view text)
         return;
 }
 
+sigset_t GetSignalMask()
+{
+    sigset_t mask{};
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return mask;
+}
+
+/// False when a signal came.
+bool WaitForInput(const sigset_t& mask)
+{
+    pollfd query{STDIN_FILENO, POLLIN, 0};
+    while (caughtSignal == 0 && ppoll(&query, 1, nullptr, &mask) < 0) {
+        if (errno != EINTR)
+            ThrowSystemError("the password cannot be read");
+    }
+    return caughtSignal == 0;
+}
+
 /// Nothing at the end of the input, or when a signal came.
-std::optional<std::string> ReadLine()
+std::optional<std::string> ReadLine(const sigset_t& mask)
 {
     std::string line;
     for (;;) {
+        if (!WaitForInput(mask))
+            return std::nullopt;
         char character = 0;
         const auto count = read(STDIN_FILENO, &character, 1);
-        if (count < 0 && errno != EINTR)
+        if (count < 0)
             ThrowSystemError("the password cannot be read");
-        if (count < 0 && caughtSignal == 0)
-            continue;
-        if (count <= 0 && (line.empty() || count < 0))
+        if (count == 0 && line.empty())
             return std::nullopt;
         if (count == 0 || character == '\n')
             return line;
@@ -99,7 +129,7 @@ std::string AskWithoutEcho(const std::string& prompt)
         const SignalDelay delay;
         const EchoOff silence;
         Show(prompt);
-        answer = ReadLine();
+        answer = ReadLine(delay.GetWaitingMask());
         Show("\n");
     }
     if (!answer)
@@ -112,7 +142,7 @@ std::string AskWithoutEcho(const std::string& prompt)
 std::string AskForNewPassword(const std::string& user)
 {
     if (isatty(STDIN_FILENO) == 0) {
-        if (auto line = ReadLine())
+        if (auto line = ReadLine(GetSignalMask()))
             return *line;
         throw Core::InvalidArgumentException("standard input holds no password");
     }
