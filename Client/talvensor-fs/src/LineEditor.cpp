@@ -58,6 +58,9 @@ public:
         cancellation = &wantedCancellation;
         el_resize(editor.get());
         int length = 0;
+        // It shows the prompt first otherwise, and what is typed at once goes by the terminal's
+        // rules.
+        el_set(editor.get(), EL_PREP_TERM, 1);
         const char* const text = el_gets(editor.get(), &length);
         if (wantedCancellation.IsCancelled()) {
             std::fputs("^C\n", stdout);
