@@ -38,10 +38,10 @@ struct CloseReport
     const char* text;
 };
 
-/// Writes one entry, if the logger would keep it; otherwise `writeText(std::ostream&)` is not
-/// called and nothing is built. Any thread.
-template <typename WriteText>
-void Log(const LogStatement& statement, WriteText&& writeText, std::string details = {})
+/// Writes one entry, if the logger would keep it; otherwise neither `writeText(std::ostream&)` nor
+/// `makeDetails()` is called and nothing is built. Any thread.
+template <typename WriteText, typename MakeDetails>
+void Log(const LogStatement& statement, WriteText&& writeText, MakeDetails&& makeDetails)
 {
     if (!Core::Logger::Instance().IsEnabledForEntry(statement.level, logCategory))
         return;
@@ -55,9 +55,15 @@ void Log(const LogStatement& statement, WriteText&& writeText, std::string detai
                                           statement.file,
                                           statement.function,
                                           statement.line,
-                                          std::move(details),
+                                          std::forward<MakeDetails>(makeDetails)(),
                                           {},
                                           nullptr});
+}
+
+template <typename WriteText>
+void Log(const LogStatement& statement, WriteText&& writeText)
+{
+    Log(statement, std::forward<WriteText>(writeText), [] { return std::string(); });
 }
 
 inline void Log(const CloseReport& report)

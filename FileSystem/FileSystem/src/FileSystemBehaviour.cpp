@@ -38,13 +38,18 @@ void CheckCondition(bool holds, const char* condition, std::int32_t line)
     FileSystem::CheckCondition(holds, condition, sourceFile, line);
 }
 
-/// Closes streams that nobody is inside any more, with no lock held: closing writes what is
+/// Closes a stream that nobody is inside any more, with no lock held: closing writes what is
 /// buffered and may take its time.
+void CloseAndReport(FILE* stream, const CloseReport& report)
+{
+    if (std::fclose(stream) != 0)
+        Log(report);
+}
+
 void CloseAndReport(const std::vector<FILE*>& streams, const CloseReport& report)
 {
     for (FILE* stream : streams)
-        if (std::fclose(stream) != 0)
-            Log(report);
+        CloseAndReport(stream, report);
 }
 
 struct StreamCloser
@@ -220,8 +225,7 @@ void FileSystemBehaviour::OnStop()
     StopWorkerThread();
     ClearEventTypeCaches();
     currentSession.reset();
-    if (IsStopRequested())
-        CloseAllFiles();
+    CloseAllFiles();
 }
 
 void FileSystemBehaviour::SetRegistrationOpen(bool open)
@@ -231,13 +235,15 @@ void FileSystemBehaviour::SetRegistrationOpen(bool open)
 }
 
 /// Calls that were let in before the stop may still be at work, so the maps are emptied under their
-/// lock, and closed to latecomers.
+/// lock, and closed to latecomers. A behaviour that never ran refuses no calls, before or after.
 void FileSystemBehaviour::CloseAllFiles()
 {
+    const bool refusesCalls = IsStopRequested();
     std::vector<FILE*> streams;
     {
         const std::lock_guard lock(handlesMutex);
-        registrationOpen = false;
+        if (refusesCalls)
+            registrationOpen = false;
         streams.reserve(handlesMap.size());
         sessionsMap.clear();
         for (const auto& [handle, info] : handlesMap)
@@ -688,7 +694,7 @@ void FileSystemBehaviour::EndStreamUse(StreamUsers& users)
         report = users.lastOneCloses;
     }
     if (report != nullptr)
-        CloseAndReport({users.file}, *report);
+        CloseAndReport(users.file, *report);
     else
         streamReleased.notify_all();
 }
@@ -928,14 +934,14 @@ void FileSystemBehaviour::EnqueueAsyncTask(const std::shared_ptr<FileSystemAsync
     taskCondition.notify_one();
 }
 
+/// Without a thread the behaviour stays as it was, and no call has seen it otherwise: one that is
+/// stopped goes on refusing calls.
 void FileSystemBehaviour::StartWorkerThread()
 {
-    {
-        const std::lock_guard lock(taskMutex);
-        stopRequested = false;
-        workerGone = false;
-    }
+    const std::lock_guard lock(taskMutex);
     workerThread = std::thread([this] { RunTasks(); });
+    stopRequested = false;
+    workerGone = false;
 }
 
 void FileSystemBehaviour::StopWorkerThread()
@@ -980,22 +986,23 @@ bool FileSystemBehaviour::TakeTask(std::shared_ptr<FileSystemAsyncTask>& task)
 void FileSystemBehaviour::RunTask(FileSystemAsyncTask& task)
 {
     // The published place of these entries: the worker's function object.
-    const auto logException = [](std::uint32_t code, const std::string& message,
-                                 std::string details) {
-        Log(
-            {Core::LogLevel::Error, code, sourceFile, "operator()", 820},
-            [&message](std::ostream& text) { text << message; }, std::move(details));
+    const auto describe = [](std::uint32_t code) {
+        return LogStatement{Core::LogLevel::Error, code, sourceFile, "operator()", 820};
     };
     try {
         task.DoWork();
     } catch (const Core::Exception& exception) {
         const std::uint32_t family = exception.GetErrorCode() << 16U;
-        logException(LogCode::general | family, "Exception caught: " + exception.GetMessage(),
-                     exception.GetDetails());
+        Log(
+            describe(LogCode::general | family),
+            [&](std::ostream& text) { text << "Exception caught: " << exception.GetMessage(); },
+            [&] { return exception.GetDetails(); });
     } catch (const std::exception& exception) {
-        logException(LogCode::general, std::string("Exception caught: ") + exception.what(), {});
+        Log(describe(LogCode::general),
+            [&](std::ostream& text) { text << "Exception caught: " << exception.what(); });
     } catch (...) {
-        logException(LogCode::general, "Unknown exception caught", {});
+        Log(describe(LogCode::general),
+            [](std::ostream& text) { text << "Unknown exception caught"; });
     }
 }
 

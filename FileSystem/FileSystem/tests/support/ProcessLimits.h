@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <system_error>
@@ -69,6 +71,29 @@ private:
     }
 
     ProcessLimit limit;
+};
+
+/// No further thread can be had: the system has no room for the stack that each would get.
+class NoMoreThreads
+{
+public:
+    NoMoreThreads()
+    {
+        ::pthread_getattr_default_np(&previous);
+        pthread_attr_t endless = previous;
+        ::pthread_attr_setstacksize(&endless, std::size_t{1} << 47U);
+        ::pthread_setattr_default_np(&endless);
+    }
+    NoMoreThreads(const NoMoreThreads&) = delete;
+    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+    ~NoMoreThreads()
+    {
+        ::pthread_setattr_default_np(&previous);
+        ::pthread_attr_destroy(&previous);
+    }
+
+private:
+    pthread_attr_t previous{};
 };
 
 /// The calling thread alone meets files as an ordinary user as long as this lives; if it is one

@@ -2,6 +2,7 @@
 #include "Host.h"
 #include "HostDoubles.h"
 #include "LogCapture.h"
+#include "ProcessLimits.h"
 #include "Waiting.h"
 
 #include <future>
@@ -364,21 +365,63 @@ TEST_F(StartStop, AStoppedBehaviourHearsNothingMoreOfSessions)
     EXPECT_TRUE(log.GetEntries().empty());
 }
 
-TEST_F(StartStop, StoppingABehaviourThatNeverRanLeavesItsRequestsAndHandles)
+TEST_F(StartStop, StoppingABehaviourThatNeverRanClosesItsFilesAndKeepsItsRequests)
 {
     const auto unstarted = host.MakeUnstartedBehaviour();
+    const BehaviourProbe unstartedProbe{*unstarted};
     std::vector<Core::Value> outputs;
     ASSERT_TRUE(unstarted->OnExecuteMethod(nullptr, "Open",
                                            {Core::Value(folder / "x"), Core::Value(0U)}, outputs));
+    const unsigned int handle = outputs.at(0).Get<unsigned int>();
+    ASSERT_TRUE(unstarted->OpenFile(handle, folder / "x", OpenModeEnum::CreateWrite));
     unstarted->OnStop();
-    const BehaviourProbe unstartedProbe{*unstarted};
-    EXPECT_EQ(unstartedProbe.HandlesMap().size(), 1U);
+    EXPECT_EQ(CountDescriptors(folder / "x"), 0U);
+    EXPECT_TRUE(unstartedProbe.HandlesMap().empty());
+    EXPECT_TRUE(unstartedProbe.SessionsMap().empty());
     EXPECT_EQ(unstartedProbe.TaskQueue().size(), 1U);
-    EXPECT_TRUE(
-        unstarted->OnExecuteMethod(nullptr, "Exists", {Core::Value(folder / "x")}, outputs));
+}
+
+TEST_F(StartStop, ABehaviourThatNeverRanTakesCallsAlsoAfterItsStop)
+{
+    const auto unstarted = host.MakeUnstartedBehaviour();
+    unstarted->OnStop();
+    std::vector<Core::Value> outputs;
+    ASSERT_TRUE(unstarted->OnExecuteMethod(nullptr, "Open",
+                                           {Core::Value(folder / "x"), Core::Value(0U)}, outputs));
     unstarted->OnStart();
     FinishQueue(*unstarted);
-    EXPECT_TRUE(std::filesystem::exists(folder / "x"));
+    EXPECT_EQ(CountDescriptors(folder / "x"), 1U);
+    unstarted->OnStop();
+}
+
+TEST_F(StartStop, ARestartWithoutAThreadLeavesItStoppedAndRefusingCalls)
+{
+    host.GetRuntime().StopBehaviour(host.GetObject());
+    {
+        const NoMoreThreads limit;
+        EXPECT_THROW(behaviour.OnStart(), std::system_error);
+    }
+    for (const auto& call : MakeCallsOfAllMethods(folder / "x"))
+        EXPECT_FALSE(Call(call.name, call.inputs)) << call.name;
+    EXPECT_TRUE(probe.TaskQueue().empty());
+    EXPECT_FALSE(probe.HasWorker());
+    host.GetRuntime().StartBehaviour(host.GetObject());
+    EXPECT_TRUE(Call("Exists", {Core::Value("/")}));
+}
+
+TEST_F(StartStop, AFirstStartWithoutAThreadLeavesRequestsForTheNextOne)
+{
+    const auto unstarted = host.MakeUnstartedBehaviour();
+    {
+        const NoMoreThreads limit;
+        EXPECT_THROW(unstarted->OnStart(), std::system_error);
+    }
+    std::vector<Core::Value> outputs;
+    EXPECT_TRUE(unstarted->OnExecuteMethod(
+        nullptr, "OpenWrite", {Core::Value(folder / "x"), Core::Value(Bytes("x"), true)}, outputs));
+    unstarted->OnStart();
+    FinishQueue(*unstarted);
+    EXPECT_EQ(CountDescriptors(folder / "x"), 1U);
     unstarted->OnStop();
 }
 

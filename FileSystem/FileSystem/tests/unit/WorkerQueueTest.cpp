@@ -363,10 +363,10 @@ TEST_F(WorkerQueue, OnlyTheLow16BitsOfAHostsErrorCodeAreLogged)
 {
     const LogCapture log(Core::LogLevel::Error);
     Enqueue(behaviour,
-            [] { throw Core::Exception(static_cast<Core::ErrorCode>(0x7FFF0003U), "x"); });
+            [] { throw Core::Exception(static_cast<Core::ErrorCode>(0x7FFF1203U), "x"); });
     FinishQueue(behaviour);
     ASSERT_EQ(log.GetEntries().size(), 1U);
-    EXPECT_EQ(log.GetEntries()[0].code, 197143U);
+    EXPECT_EQ(log.GetEntries()[0].code, 0x12030217U);
 }
 
 TEST_F(WorkerQueue, AnExceptionIsCaughtAlsoWhenNobodyLogsIt)
@@ -375,6 +375,34 @@ TEST_F(WorkerQueue, AnExceptionIsCaughtAlsoWhenNobodyLogsIt)
     Enqueue(behaviour, [] { throw std::runtime_error("x"); });
     FinishQueue(behaviour);
     EXPECT_TRUE(log.GetEntries().empty());
+}
+
+TEST_F(WorkerQueue, NothingOfAnExceptionsTextIsBuiltWhenNobodyLogsIt)
+{
+    static std::atomic<int> asked;
+    struct Curious : Core::Exception
+    {
+        using Core::Exception::Exception;
+        std::string GetDetails() const override
+        {
+            ++asked;
+            return {};
+        }
+    };
+    const auto fail = [] {
+        throw Curious(Core::ErrorCode::NotFound, "x");
+    };
+    asked = 0;
+    {
+        const LogCapture log(Core::LogLevel::Off);
+        Enqueue(behaviour, fail);
+        FinishQueue(behaviour);
+    }
+    EXPECT_EQ(asked, 0);
+    const LogCapture log(Core::LogLevel::Error);
+    Enqueue(behaviour, fail);
+    FinishQueue(behaviour);
+    EXPECT_EQ(asked, 1);
 }
 
 TEST_F(WorkerQueue, ATaskThatThrowsRaisesNoEvent)
