@@ -154,6 +154,7 @@ TcpConnections::TcpConnections(asio::io_context& context, Mutex& mutex, const UA
     , context(context)
     , mutex(mutex)
     , input(inputSize)
+    , brake(limits.brakeAllowance, limits.brakeRefill)
     , brakeTimer(context)
 {
     FillOperations();
@@ -507,8 +508,7 @@ void TcpConnections::AddConnection(const Listener& listener, Tcp::socket socket)
     channel.id = ++lastId;
     const auto connection = std::make_shared<Connection>(channel, std::move(socket));
     connections.emplace(connection->id, connection);
-    if (braked) // coming again gives no new share
-        connection->receivedWhileBraked = limits.brakeAllowance / connections.size();
+    brake.Add(connection->id);
 
     auto address = Borrow(connection->info.remoteAddress);
     UA_KeyValuePair pair{};
@@ -548,8 +548,8 @@ bool TcpConnections::MayRead(const Connection& connection)
 {
     if (connection.held || connection.queued > limits.outputPause)
         return false;
-    return !UpdateBrake() ||
-           connection.receivedWhileBraked < limits.brakeAllowance / connections.size();
+    UpdateBrake();
+    return brake.MayRead(connection.id);
 }
 
 void TcpConnections::OnReadable(const SharedConnection& connection)
@@ -574,7 +574,7 @@ void TcpConnections::OnReadable(const SharedConnection& connection)
 void TcpConnections::Receive(Connection& connection, std::size_t size)
 {
     connection.info.bytesIn += size;
-    connection.receivedWhileBraked += size;
+    brake.CountReceived(connection.id, size);
     Notify(connection, UA_CONNECTIONSTATE_ESTABLISHED, {0, nullptr}, {size, input.data()});
 }
 
@@ -722,6 +722,7 @@ void TcpConnections::FinishClose(const SharedConnection& connection)
     ErrorCode ignored; // the descriptor is gone in any case
     connection->socket.close(ignored);
     connections.erase(connection->id);
+    brake.Remove(connection->id);
     CheckStopped();
 }
 
@@ -753,17 +754,14 @@ bool TcpConnections::AskBrake() const
 }
 
 /// Notices that memory became short; that it is no longer is noticed by the timer.
-bool TcpConnections::UpdateBrake()
+void TcpConnections::UpdateBrake()
 {
-    if (braked || !AskBrake())
-        return braked;
-    braked = true;
-    for (const auto& [id, connection] : connections)
-        connection->receivedWhileBraked = 0;
+    if (brake.IsOn() || !AskBrake())
+        return;
+    brake.Engage();
     UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
                    "TCP: memory is short: connections that send most are not read for now");
     CheckBrakeLater();
-    return true;
 }
 
 void TcpConnections::CheckBrakeLater()
@@ -772,7 +770,7 @@ void TcpConnections::CheckBrakeLater()
     brakeTimer.async_wait([this](const ErrorCode& error) {
         const Lock lock(mutex);
         if (error) // the manager stops
-            braked = false;
+            brake.Release();
         else
             CheckBrake();
     });
@@ -783,28 +781,19 @@ void TcpConnections::CheckBrakeLater()
 void TcpConnections::CheckBrake()
 {
     malloc_trim(0);
-    if (!AskBrake())
-        return ReleaseBrake();
-    CloseAbandoned();
-    RefillShares();
-    CheckBrakeLater();
-}
-
-/// However long it takes, everybody is heard a little: what somebody else fills up keeps nobody
-/// from saying that a file is to be closed.
-void TcpConnections::RefillShares()
-{
-    const std::size_t refill = std::max<std::size_t>(limits.brakeRefill / connections.size(), 1);
-    for (const auto& [id, connection] : connections) {
-        connection->receivedWhileBraked -= std::min(connection->receivedWhileBraked, refill);
-        Guard(connection, [this, &connection = connection] { Read(connection); });
+    if (AskBrake()) {
+        CloseAbandoned();
+        brake.Refill();
+        CheckBrakeLater();
+    } else {
+        brake.Release();
+        UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP: memory is no longer short");
     }
+    ReadAll();
 }
 
-void TcpConnections::ReleaseBrake()
+void TcpConnections::ReadAll()
 {
-    braked = false;
-    UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP: memory is no longer short");
     for (const auto& [id, connection] : connections)
         Guard(connection, [this, &connection = connection] { Read(connection); });
 }

@@ -2,6 +2,7 @@
 
 #include "Asio.h"
 #include "EventLoop.h"
+#include "MemoryBrake.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -115,11 +116,10 @@ private:
         Tcp::socket socket;
         ConnectionInfo info;
         std::deque<OutputBuffer> output;
-        std::size_t queued{};              // bytes in `output`
-        std::size_t receivedWhileBraked{}; // bytes since the brake came on
-        bool held = false;                 // is not to be read
-        bool reading = false;              // waits until there is something to read
-        bool writing = false;              // waits until there is room to send
+        std::size_t queued{}; // bytes in `output`
+        bool held = false;    // is not to be read
+        bool reading = false; // waits until there is something to read
+        bool writing = false; // waits until there is room to send
     };
 
     using SharedListener = std::shared_ptr<Listener>;
@@ -178,11 +178,10 @@ private:
 
     // The memory brake
     bool AskBrake() const;
-    bool UpdateBrake();
+    void UpdateBrake();
     void CheckBrakeLater();
     void CheckBrake();
-    void ReleaseBrake();
-    void RefillShares();
+    void ReadAll();
 
     void Notify(Connection& connection, UA_ConnectionState state, const UA_KeyValueMap& parameters,
                 UA_ByteString message);
@@ -209,8 +208,8 @@ private:
     std::unordered_map<ConnectionId, SharedConnection> connections;
     std::vector<boost::asio::const_buffer> gathered; // scratch
     std::function<bool()> isMemoryShort;
+    MemoryBrake brake;
     boost::asio::steady_timer brakeTimer;
-    bool braked = false;
 };
 
 } // namespace Host
