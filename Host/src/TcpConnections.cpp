@@ -1,11 +1,8 @@
 #include "TcpConnections.h"
 
-#include "Process.h"
-
 #include <open62541/plugin/log.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <string_view>
@@ -29,59 +26,7 @@ constexpr std::size_t inputSize = std::size_t{256} << 10U;
 constexpr std::size_t gatherSize = std::size_t{64} << 10U;
 /// As many buffers as are handed to the system at once.
 constexpr std::size_t gatherCount = 64;
-constexpr std::chrono::milliseconds acceptRetry{100};
 constexpr std::chrono::milliseconds brakeCheck{50};
-
-/// A text as the library takes it, without copying it.
-UA_String Borrow(std::string_view text)
-{
-    // The library's type has no const form; nothing that is given this writes to it.
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
-    return {text.size(), reinterpret_cast<UA_Byte*>(const_cast<char*>(text.data()))};
-}
-
-std::string ToText(const UA_String& text)
-{
-    return {reinterpret_cast<const char*>(text.data), text.length};
-}
-
-template <typename Value>
-Value GetScalar(const UA_KeyValueMap& parameters, std::string_view key, const UA_DataType& type,
-                Value otherwise)
-{
-    const auto* value = UA_KeyValueMap_getScalar(&parameters, {0, Borrow(key)}, &type);
-    return value == nullptr ? otherwise : *static_cast<const Value*>(value);
-}
-
-/// The addresses of a request; an empty one means all of the machine and is left out.
-std::vector<std::string> GetAddresses(const UA_KeyValueMap& parameters)
-{
-    std::vector<std::string> addresses;
-    const auto* value = UA_KeyValueMap_get(&parameters, {0, Borrow("address")});
-    if (value == nullptr || value->type != &UA_TYPES[UA_TYPES_STRING])
-        return addresses;
-    const auto* texts = static_cast<const UA_String*>(value->data);
-    const auto count = UA_Variant_isScalar(value) ? 1 : value->arrayLength;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (texts[i].length > 0)
-            addresses.push_back(ToText(texts[i]));
-    }
-    return addresses;
-}
-
-std::string ToListenAddress(const Tcp::endpoint& endpoint)
-{
-    // The address is published to clients, to whom "any" would mean their own machine.
-    return endpoint.address().is_unspecified() ? asio::ip::host_name()
-                                               : endpoint.address().to_string();
-}
-
-bool IsOutOfResources(const ErrorCode& error)
-{
-    return error == asio::error::no_descriptors || error == asio::error::no_memory ||
-           error == asio::error::no_buffer_space ||
-           error == boost::system::errc::too_many_files_open_in_system;
-}
 
 /// Answers leave at once, and a peer that vanished without a word is noticed within a minute.
 void Configure(Tcp::socket& socket)
@@ -130,17 +75,8 @@ void OutputBuffer::Shrink() noexcept
     }
 }
 
-TcpConnections::Listener::Listener(const Channel& channel, Tcp::acceptor opened)
-    : Channel(channel)
-    , acceptor(std::move(opened))
-    , retry(acceptor.get_executor())
-{
-    const auto endpoint = acceptor.local_endpoint();
-    address = {ToListenAddress(endpoint), endpoint.port()};
-}
-
-TcpConnections::Connection::Connection(const Channel& channel, Tcp::socket accepted)
-    : Channel(channel)
+TcpConnections::Connection::Connection(const TcpChannel& channel, Tcp::socket accepted)
+    : TcpChannel(channel)
     , socket(std::move(accepted))
 {
     const auto remote = socket.remote_endpoint();
@@ -154,10 +90,25 @@ TcpConnections::TcpConnections(asio::io_context& context, Mutex& mutex, const UA
     , context(context)
     , mutex(mutex)
     , input(inputSize)
+    , listeners(context, mutex, logger, MakeListenersOwner())
     , brake(limits.brakeAllowance, limits.brakeRefill)
     , brakeTimer(context)
 {
     FillOperations();
+}
+
+TcpListeners::Owner TcpConnections::MakeListenersOwner()
+{
+    return {
+        [this] { return ++lastId; },
+        [this](TcpChannel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters) {
+            Notify(channel, state, parameters, {});
+        },
+        [this](const TcpChannel& listener, Tcp::socket socket) {
+            AddConnection(listener, std::move(socket));
+        },
+        [this] { CheckStopped(); },
+    };
 }
 
 TcpConnections& TcpConnections::GetOwner(UA_ConnectionManager* manager)
@@ -248,10 +199,7 @@ std::size_t TcpConnections::Count() const
 std::vector<ListeningSocket> TcpConnections::GetListenAddresses() const
 {
     const Lock lock(mutex);
-    std::vector<ListeningSocket> addresses;
-    for (const auto& [id, listener] : listeners)
-        addresses.push_back(listener->address);
-    return addresses;
+    return listeners.GetAddresses();
 }
 
 void TcpConnections::SetClosedObserver(std::function<void(ConnectionId)> observer)
@@ -264,12 +212,12 @@ void TcpConnections::Notify(Connection& connection, UA_ConnectionState state,
                             const UA_KeyValueMap& parameters, UA_ByteString message)
 {
     current = connection.id;
-    Notify(static_cast<Channel&>(connection), state, parameters, message);
+    Notify(static_cast<TcpChannel&>(connection), state, parameters, message);
     current = 0;
 }
 
 /// The lock is held when called, and not while the server is told.
-void TcpConnections::Notify(Channel& channel, UA_ConnectionState state,
+void TcpConnections::Notify(TcpChannel& channel, UA_ConnectionState state,
                             const UA_KeyValueMap& parameters, UA_ByteString message)
 {
     mutex.unlock();
@@ -311,8 +259,7 @@ void TcpConnections::Stop()
     if (manager.eventSource.state != UA_EVENTSOURCESTATE_STARTED)
         return;
     manager.eventSource.state = UA_EVENTSOURCESTATE_STOPPING;
-    for (const auto& [id, listener] : listeners)
-        BeginClose(listener);
+    listeners.CloseAll();
     for (const auto& [id, connection] : connections)
         BeginClose(connection);
     brakeTimer.cancel();
@@ -321,190 +268,39 @@ void TcpConnections::Stop()
 
 void TcpConnections::CheckStopped()
 {
-    if (manager.eventSource.state == UA_EVENTSOURCESTATE_STOPPING && listeners.empty() &&
+    if (manager.eventSource.state == UA_EVENTSOURCESTATE_STOPPING && listeners.IsEmpty() &&
         connections.empty())
         manager.eventSource.state = UA_EVENTSOURCESTATE_STOPPED;
 }
 
-// Listening
+// Accepting
 
-UA_StatusCode TcpConnections::Open(const UA_KeyValueMap& parameters, const Channel& channel)
-{
-    const auto& boolean = UA_TYPES[UA_TYPES_BOOLEAN];
-    const auto* port =
-        UA_KeyValueMap_getScalar(&parameters, {0, Borrow("port")}, &UA_TYPES[UA_TYPES_UINT16]);
-    if (port == nullptr || channel.callback == nullptr)
-        return UA_STATUSCODE_BADINVALIDARGUMENT;
-    if (!GetScalar(parameters, "listen", boolean, false))
-        return UA_STATUSCODE_BADNOTSUPPORTED;
-    return Listen({GetAddresses(parameters), *static_cast<const std::uint16_t*>(port),
-                   GetScalar(parameters, "validate", boolean, false), channel});
-}
-
-UA_StatusCode TcpConnections::Listen(OpenRequest request)
+UA_StatusCode TcpConnections::Open(const UA_KeyValueMap& parameters, const TcpChannel& channel)
 {
     const Lock lock(mutex);
     if (manager.eventSource.state != UA_EVENTSOURCESTATE_STARTED)
         return UA_STATUSCODE_BADINTERNALERROR;
-    UA_StatusCode status = UA_STATUSCODE_BADCOMMUNICATIONERROR;
-    for (auto endpoint : Resolve(request)) {
-        if (endpoint.port() == 0) // all addresses share what the system chooses for the first
-            endpoint.port(request.port);
-        auto acceptor = OpenAcceptor(endpoint);
-        if (!acceptor)
-            continue;
-        status = UA_STATUSCODE_GOOD;
-        request.port = acceptor->local_endpoint().port();
-        if (!request.onlyCheck)
-            AddListener(request.channel, std::move(*acceptor));
+    return listeners.Open(parameters, channel);
+}
+
+bool TcpConnections::HasRoom()
+{
+    const auto isFull = connections.size() >= limits.connections;
+    if (isFull && !full) {
+        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
+                       "TCP: refuses connections: %zu are open, as many as are allowed",
+                       connections.size());
     }
-    return status;
+    full = isFull;
+    return !isFull;
 }
 
-std::vector<TcpConnections::Tcp::endpoint> TcpConnections::Resolve(const OpenRequest& request) const
+void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socket)
 {
-    if (request.addresses.empty())
-        return {{Tcp::v4(), request.port}, {Tcp::v6(), request.port}};
-    std::vector<Tcp::endpoint> endpoints;
-    Tcp::resolver resolver(context);
-    for (const auto& address : request.addresses) {
-        ErrorCode error;
-        const auto found =
-            resolver.resolve(address, std::to_string(request.port), Tcp::resolver::passive, error);
-        if (error) {
-            UA_LOG_ERROR(&logger, UA_LOGCATEGORY_NETWORK, "TCP: cannot find the address %s: %s",
-                         address.c_str(), error.message().c_str());
-        }
-        for (const auto& entry : found) {
-            if (std::find(endpoints.begin(), endpoints.end(), entry.endpoint()) == endpoints.end())
-                endpoints.push_back(entry.endpoint());
-        }
-    }
-    return endpoints;
-}
-
-std::optional<TcpConnections::Tcp::acceptor>
-TcpConnections::OpenAcceptor(const Tcp::endpoint& endpoint)
-{
-    try {
-        Tcp::acceptor acceptor(context);
-        acceptor.open(endpoint.protocol());
-        acceptor.set_option(Tcp::acceptor::reuse_address(true));
-        if (endpoint.protocol() == Tcp::v6())
-            acceptor.set_option(asio::ip::v6_only(true)); // the other family has its own socket
-        acceptor.bind(endpoint);
-        acceptor.listen();
-        acceptor.non_blocking(true);
-        return acceptor;
-    } catch (const boost::system::system_error& failure) {
-        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK, "TCP: cannot listen on %s, port %u: %s",
-                       endpoint.address().to_string().c_str(), unsigned{endpoint.port()},
-                       failure.code().message().c_str());
-        return std::nullopt;
-    }
-}
-
-void TcpConnections::AddListener(const Channel& channel, Tcp::acceptor acceptor)
-{
-    const auto listener = std::make_shared<Listener>(channel, std::move(acceptor));
-    listener->id = ++lastId;
-    listeners.emplace(listener->id, listener);
-    UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP %zu: listens on %s, port %u", listener->id,
-                listener->address.address.c_str(), unsigned{listener->address.port});
-
-    auto address = Borrow(listener->address.address);
-    std::array<UA_KeyValuePair, 2> pairs{};
-    pairs[0].key = {0, Borrow("listen-address")};
-    UA_Variant_setScalar(&pairs[0].value, &address, &UA_TYPES[UA_TYPES_STRING]);
-    pairs[1].key = {0, Borrow("listen-port")};
-    UA_Variant_setScalar(&pairs[1].value, &listener->address.port, &UA_TYPES[UA_TYPES_UINT16]);
-    Notify(*listener, UA_CONNECTIONSTATE_ESTABLISHED, {pairs.size(), pairs.data()}, {});
-    Accept(listener);
-}
-
-/// Waits until there is somebody to accept: without a descriptor left the system refuses to accept
-/// also when there is nobody, so that just trying would go round and round.
-void TcpConnections::Accept(const SharedListener& listener)
-{
-    if (listener->closing)
+    if (!HasRoom())
         return;
-    listener->acceptor.async_wait(Tcp::acceptor::wait_read,
-                                  [this, listener](const ErrorCode& error) {
-                                      const Lock lock(mutex);
-                                      if (!listener->closing)
-                                          OnAcceptable(listener, error);
-                                  });
-}
-
-void TcpConnections::OnAcceptable(const SharedListener& listener, const ErrorCode& error)
-{
-    ErrorCode failure = error;
-    Tcp::socket socket(context);
-    if (!failure)
-        socket = listener->acceptor.accept(failure);
-    if (failure == asio::error::no_descriptors)
-        socket = AcceptWithKeptDescriptor(*listener, failure);
-    if (failure == asio::error::would_block) // has gone already
-        return Accept(listener);
-    if (failure) {
-        OnAcceptFailed(*listener, failure);
-        if (IsOutOfResources(failure))
-            return RetryAccept(listener);
-    } else {
-        listener->failing = false;
-        try {
-            if (HasRoom(*listener))
-                AddConnection(*listener, std::move(socket));
-        } catch (const std::exception& gone) { // it may have gone already
-            UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP %zu: a connection was not taken: %s",
-                        listener->id, gone.what());
-        }
-    }
-    Accept(listener);
-}
-
-TcpConnections::Tcp::socket TcpConnections::AcceptWithKeptDescriptor(Listener& listener,
-                                                                     ErrorCode& error)
-{
-    const KeptDescriptors kept;
-    return listener.acceptor.accept(error); // does not wait: the acceptor is non-blocking
-}
-
-void TcpConnections::OnAcceptFailed(Listener& listener, const ErrorCode& error)
-{
-    if (!std::exchange(listener.failing, true)) {
-        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
-                       "TCP %zu: cannot accept connections for now: %s", listener.id,
-                       error.message().c_str());
-    }
-}
-
-/// Without a descriptor or memory for it the connection waits in the system's queue.
-void TcpConnections::RetryAccept(const SharedListener& listener)
-{
-    listener->retry.expires_after(acceptRetry);
-    listener->retry.async_wait([this, listener](const ErrorCode&) {
-        const Lock lock(mutex);
-        Accept(listener);
-    });
-}
-
-bool TcpConnections::HasRoom(Listener& listener)
-{
-    const auto full = connections.size() >= limits.connections;
-    if (full && !listener.full) {
-        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
-                       "TCP %zu: refuses connections: %zu are open, as many as are allowed",
-                       listener.id, connections.size());
-    }
-    listener.full = full;
-    return !full;
-}
-
-void TcpConnections::AddConnection(const Listener& listener, Tcp::socket socket)
-{
     Configure(socket);
-    auto channel = static_cast<const Channel&>(listener);
+    auto channel = listener;
     channel.id = ++lastId;
     const auto connection = std::make_shared<Connection>(channel, std::move(socket));
     connections.emplace(connection->id, connection);
@@ -674,12 +470,7 @@ bool TcpConnections::Close(ConnectionId id)
         BeginClose(found->second);
         return first;
     }
-    if (const auto found = listeners.find(id); found != listeners.end()) {
-        const auto first = !found->second->closing;
-        BeginClose(found->second);
-        return first;
-    }
-    return false;
+    return listeners.Close(id).value_or(false);
 }
 
 void TcpConnections::BeginClose(const SharedConnection& connection)
@@ -693,16 +484,6 @@ void TcpConnections::BeginClose(const SharedConnection& connection)
     connection->output.clear();
     connection->queued = 0;
     connection->socket.shutdown(Tcp::socket::shutdown_both, ignored);
-}
-
-void TcpConnections::BeginClose(const SharedListener& listener)
-{
-    if (std::exchange(listener->closing, true))
-        return;
-    asio::post(context, [this, listener] { FinishClose(listener); });
-    ErrorCode ignored; // nothing could be done about it
-    listener->acceptor.close(ignored);
-    listener->retry.cancel();
 }
 
 void TcpConnections::FinishClose(const SharedConnection& connection)
@@ -723,14 +504,6 @@ void TcpConnections::FinishClose(const SharedConnection& connection)
     connection->socket.close(ignored);
     connections.erase(connection->id);
     brake.Remove(connection->id);
-    CheckStopped();
-}
-
-void TcpConnections::FinishClose(const SharedListener& listener)
-{
-    const Lock lock(mutex);
-    Notify(*listener, UA_CONNECTIONSTATE_CLOSING, {0, nullptr}, {});
-    listeners.erase(listener->id);
     CheckStopped();
 }
 

@@ -3,12 +3,13 @@
 #include "Asio.h"
 #include "EventLoop.h"
 #include "MemoryBrake.h"
+#include "TcpChannel.h"
+#include "TcpListeners.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -51,7 +52,7 @@ private:
 class TcpConnections
 {
 public:
-    using Mutex = std::recursive_mutex;
+    using Mutex = LoopMutex;
 
     TcpConnections(boost::asio::io_context& context, Mutex& mutex, const UA_Logger& logger,
                    const ConnectionLimits& limits);
@@ -88,30 +89,9 @@ private:
         TcpConnections* owner{};
     };
 
-    /// What the server calls a connection: a connection or a socket that listens for them.
-    struct Channel
+    struct Connection : TcpChannel
     {
-        ConnectionId id{};
-        UA_ConnectionManager_connectionCallback callback{};
-        void* application{};
-        void* context{};
-        bool closing = false;
-    };
-
-    struct Listener : Channel
-    {
-        Listener(const Channel& channel, Tcp::acceptor opened);
-
-        Tcp::acceptor acceptor;
-        boost::asio::steady_timer retry;
-        ListeningSocket address;
-        bool failing = false; // and that is logged
-        bool full = false;    // and that is logged
-    };
-
-    struct Connection : Channel
-    {
-        Connection(const Channel& channel, Tcp::socket accepted);
+        Connection(const TcpChannel& channel, Tcp::socket accepted);
 
         Tcp::socket socket;
         ConnectionInfo info;
@@ -122,39 +102,22 @@ private:
         bool writing = false; // waits until there is room to send
     };
 
-    using SharedListener = std::shared_ptr<Listener>;
     using SharedConnection = std::shared_ptr<Connection>;
-
-    struct OpenRequest
-    {
-        std::vector<std::string> addresses; // empty: all of the machine
-        std::uint16_t port{};
-        bool onlyCheck = false;
-        Channel channel; // what every socket that is opened for it starts from
-    };
 
     static TcpConnections& GetOwner(UA_ConnectionManager* manager);
     static TcpConnections& GetOwner(UA_EventSource* source);
     void FillOperations();
+    TcpListeners::Owner MakeListenersOwner();
 
     // Lifecycle
     UA_StatusCode Start();
     void Stop();
     void CheckStopped();
 
-    // Listening
-    UA_StatusCode Open(const UA_KeyValueMap& parameters, const Channel& channel);
-    UA_StatusCode Listen(OpenRequest request);
-    [[nodiscard]] std::vector<Tcp::endpoint> Resolve(const OpenRequest& request) const;
-    std::optional<Tcp::acceptor> OpenAcceptor(const Tcp::endpoint& endpoint);
-    void AddListener(const Channel& channel, Tcp::acceptor acceptor);
-    void Accept(const SharedListener& listener);
-    void OnAcceptable(const SharedListener& listener, const ErrorCode& error);
-    static Tcp::socket AcceptWithKeptDescriptor(Listener& listener, ErrorCode& error);
-    void OnAcceptFailed(Listener& listener, const ErrorCode& error);
-    void RetryAccept(const SharedListener& listener);
-    bool HasRoom(Listener& listener);
-    void AddConnection(const Listener& listener, Tcp::socket socket);
+    // Accepting
+    UA_StatusCode Open(const UA_KeyValueMap& parameters, const TcpChannel& channel);
+    bool HasRoom();
+    void AddConnection(const TcpChannel& listener, Tcp::socket socket);
 
     // Reading
     void Read(const SharedConnection& connection);
@@ -172,9 +135,7 @@ private:
 
     // Closing
     void BeginClose(const SharedConnection& connection);
-    void BeginClose(const SharedListener& listener);
     void FinishClose(const SharedConnection& connection);
-    void FinishClose(const SharedListener& listener);
 
     // The memory brake
     bool AskBrake() const;
@@ -185,7 +146,7 @@ private:
 
     void Notify(Connection& connection, UA_ConnectionState state, const UA_KeyValueMap& parameters,
                 UA_ByteString message);
-    void Notify(Channel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters,
+    void Notify(TcpChannel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters,
                 UA_ByteString message);
     template <typename Function>
     void Guard(const SharedConnection& connection, Function function);
@@ -204,9 +165,10 @@ private:
     // Guarded by the loop's lock.
     std::uint64_t messages{};
     ConnectionId lastId{};
-    std::map<ConnectionId, SharedListener> listeners;
+    TcpListeners listeners;
     std::unordered_map<ConnectionId, SharedConnection> connections;
     std::vector<boost::asio::const_buffer> gathered; // scratch
+    bool full = false;                               // and that is logged
     std::function<bool()> isMemoryShort;
     MemoryBrake brake;
     boost::asio::steady_timer brakeTimer;
