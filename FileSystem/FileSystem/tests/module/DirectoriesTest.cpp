@@ -178,21 +178,22 @@ TEST_F(ADirectory, PassesOverWhatIsNeitherFileNorDirectory)
     EXPECT_EQ(TakeSortedPaths(folder.GetPath(), true), std::vector<std::string>{"file"});
 }
 
-TEST_F(ADirectory, EndsARecursiveListingInACircleOfLinksWithoutAnAnswer)
+TEST_F(ADirectory, AnswersARecursiveListingOfACircleOfLinksWithAsManyRoundsAsTheSystemFollows)
 {
-    const LogCapture log;
     stdfs::create_directory(folder / "sub");
     stdfs::create_symlink("..", folder / "sub/up");
-    client.List(folder.GetPath(), true);
-    // The system itself ends the circle, by refusing to follow further links.
-    const Events events = WaitForBarrier();
-    if (events.empty()) {
-        EXPECT_EQ(log.GetEntries().size(), 1U);
-    } else {
-        EXPECT_EQ(TypeNumber(*events.front()), listResultEvent);
+    // Once in a while the system refuses a link near its limit that it followed a moment ago.
+    Events events;
+    for (int attempt = 0; attempt < 10 && events.empty(); ++attempt) {
+        client.List(folder.GetPath(), true);
+        events = WaitForBarrier();
     }
-    client.List(folder.GetPath(), false);
-    EXPECT_NE(TakeOnly(listResultEvent), nullptr);
+    ASSERT_EQ(events.size(), 1U);
+    ASSERT_EQ(TypeNumber(*events.front()), listResultEvent);
+    const auto paths = ToPaths(ToEntries(*events.front()));
+    EXPECT_GT(paths.size(), 4U);
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        EXPECT_EQ(paths[i], i % 2 == 0 ? "sub" : ".") << i;
 }
 
 TEST_F(ADirectory, ThatIsAFileHasNoListingAndALogEntry)

@@ -142,7 +142,7 @@ TEST(BehaviourConstruction, BehavioursOfARealHostHaveAffinitiesOfTheirOwn)
 TEST(BehaviourConstructionDeathTest, DestroyingAStartedBehaviourEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(DestroyAStartedBehaviour(), "");
+    EXPECT_DEATH(DestroyAStartedBehaviour(), "terminate called");
 }
 
 } // namespace FileSystemTests

@@ -4,6 +4,7 @@
 #include "LogCapture.h"
 #include "Waiting.h"
 
+#include <barrier>
 #include <future>
 #include <set>
 #include <stdexcept>
@@ -106,6 +107,32 @@ TEST_F(HandleRegistry, CallsOnSeveralThreadsAreNeverGivenTheSameHandle)
             handles.insert(output.Get<unsigned int>());
     EXPECT_EQ(handles.size(), threadCount * callCount);
     EXPECT_EQ(GetHandles(session->GetNodeId()), handles);
+}
+
+TEST_F(HandleRegistry, DrawingAHandleAndEnteringItAreOneStep)
+{
+    const WorkerGate gate(behaviour);
+    constexpr unsigned int count = 4;
+    probe.HandleDistribution() = std::uniform_int_distribution<unsigned int>(1, count);
+    for (int round = 0; round < 200; ++round) {
+        std::barrier together(count);
+        std::vector<std::future<unsigned int>> threads;
+        for (unsigned int i = 0; i < count; ++i)
+            threads.push_back(std::async(std::launch::async, [&] {
+                const Core::Embedding::SessionScope scope(session);
+                std::vector<Core::Value> outputs;
+                together.arrive_and_wait();
+                behaviour.OnExecuteMethod(nullptr, "Open",
+                                          {Core::Value("missing"), Core::Value(1U)}, outputs);
+                return outputs.at(0).Get<unsigned int>();
+            }));
+        std::set<unsigned int> handles;
+        for (auto& thread : threads)
+            handles.insert(Await(thread));
+        ASSERT_EQ(handles, (std::set<unsigned int>{1, 2, 3, 4})) << round;
+        for (const unsigned int handle : handles)
+            ASSERT_TRUE(behaviour.UnregisterAndCloseFile(handle));
+    }
 }
 
 TEST_F(HandleRegistry, HandlesCanBeDrawnOnSeveralThreadsAtOnce)

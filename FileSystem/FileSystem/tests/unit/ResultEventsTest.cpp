@@ -1,9 +1,13 @@
 #include "Host.h"
 #include "HostDoubles.h"
 #include "LogCapture.h"
+#include "Waiting.h"
 
+#include <fcntl.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace FileSystemTests {
 
@@ -73,6 +77,7 @@ protected:
     Doubles::Context context;
     std::shared_ptr<FileSystemBehaviour> behaviour =
         std::make_shared<FileSystemBehaviour>(*context.node);
+    BehaviourProbe probe{*behaviour};
 };
 
 TEST_F(ResultEventLayout, AnAckEventCarriesItsTypeTheHandleAndTheResult)
@@ -147,6 +152,80 @@ TEST_F(ResultEventLayout, WhatTheHostThrowsWhileAnEventIsRaisedIsLoggedAndTheEve
     EXPECT_EQ(attempts, 2);
     ASSERT_EQ(log.GetEntries().size(), 2U);
     EXPECT_EQ(log.GetEntries()[0].message, "Exception caught: No events today");
+}
+
+TEST_F(ResultEventLayout, AFailureIsAcknowledgedAfterItWasLoggedAndItsHandleIsGone)
+{
+    const TemporaryFolder folder;
+    const LogCapture log(Core::LogLevel::Error);
+    std::size_t logged = 0;
+    bool isRegistered = true;
+    context.sessions.current = std::make_shared<Doubles::Session>(context.sessionObject);
+    context.node->beforeRaising = [&] {
+        logged = log.GetEntries().size();
+        isRegistered = probe.HandlesMap().contains(5);
+    };
+    behaviour->RegisterFileHandle(5, folder / "x");
+    ASSERT_TRUE(behaviour->OpenFile(5, folder / "x", FileSystem::OpenModeEnum::CreateWrite));
+    RunTask<FailingTask>(*behaviour, "WriteTask", 5U, 2U);
+    EXPECT_EQ(logged, 1U);
+    EXPECT_FALSE(isRegistered);
+}
+
+TEST_F(ResultEventLayout, ATransferIsAcknowledgedOnceTheFileIsWrittenClosedAndStamped)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder / "x";
+    const auto time = Core::DateTime::FromUnixEpochTime(1'000'000'000);
+    constexpr unsigned char executable = 4;
+    int acknowledged = 0;
+    context.sessions.current = std::make_shared<Doubles::Session>(context.sessionObject);
+    context.node->beforeRaising = [&] {
+        EXPECT_TRUE(probe.HandlesMap().empty());
+        EXPECT_EQ(ReadWholeFile(path), "data");
+        EXPECT_EQ(FileSystemBehaviour::GetDateTime(path), 1'000'000'000);
+        EXPECT_EQ(::access(path.c_str(), X_OK), 0);
+        ++acknowledged;
+    };
+    behaviour->RegisterFileHandle(5, path);
+    RunTask<FileSystem::OpenWriteCloseTask>(*behaviour, 5U, path, Bytes("data"), time, executable);
+    std::filesystem::remove(path);
+    behaviour->RegisterFileHandle(6, path);
+    ASSERT_TRUE(behaviour->OpenFile(6, path, FileSystem::OpenModeEnum::CreateWrite));
+    RunTask<FileSystem::WriteCloseTask>(*behaviour, 6U, Bytes("data"), time, executable);
+    EXPECT_EQ(acknowledged, 2);
+}
+
+TEST_F(ResultEventLayout, ATaskIsTracedBeforeItsWork)
+{
+    const LogCapture log(Core::LogLevel::Trace);
+    std::vector<std::size_t> lines;
+    context.node->beforeRaising = [&] {
+        lines.push_back(log.GetEntries().size());
+    };
+    RunTask<FileSystem::ExistsTask>(*behaviour, "/");
+    RunTask<FileSystem::ListTask>(*behaviour, "/nowhere", false);
+    RunTask<FileSystem::CreateDirectoryTask>(*behaviour, "/");
+    RunTask<FileSystem::DeleteTask>(*behaviour, std::vector<std::string>());
+    RunTask<FileSystem::CloseTask>(*behaviour, 1U);
+    EXPECT_EQ(lines, (std::vector<std::size_t>{1, 2, 3, 4, 5}));
+}
+
+TEST_F(ResultEventLayout, AnOpenIsTracedBeforeItWaitsForTheOtherEndOfAPipe)
+{
+    const TemporaryFolder folder;
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    context.sessions.current = std::make_shared<Doubles::Session>(context.sessionObject);
+    behaviour->RegisterFileHandle(5, folder / "pipe");
+    const LogCapture log(Core::LogLevel::Trace);
+    behaviour->EnqueueAsyncTask(std::make_shared<FileSystem::OpenTask>(
+        *behaviour, 5U, folder / "pipe", FileSystem::OpenModeEnum::Read));
+    EXPECT_TRUE(WaitUntil([&] { return log.GetEntries().size() == 1; }));
+    const int otherEnd = ::open((folder / "pipe").c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_GE(otherEnd, 0);
+    FinishQueue(*behaviour);
+    EXPECT_EQ(log.GetEntries().size(), 1U);
+    ::close(otherEnd);
 }
 
 TEST_F(ResultEventLayout, ANewLayoutIsFoundByTheNextStart)

@@ -8,6 +8,7 @@
 #include <future>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace FileSystemTests {
 
@@ -233,6 +234,27 @@ TEST_F(StartStopOrder, ACallThatWasLetInBeforeTheStopLeavesNoHandleBehind)
     EXPECT_TRUE(probe.SessionsMap().empty());
     EXPECT_TRUE(probe.TaskQueue().empty());
     EXPECT_TRUE(probe.TasksSetAside().empty());
+}
+
+TEST_F(StartStopOrder, ACallThatComesDuringTheStartLeavesNoHandleBehind)
+{
+    context.sessions.current = std::make_shared<Doubles::Session>(context.sessionObject);
+    behaviour->OnStart();
+    behaviour->OnStop();
+    bool called = false;
+    bool taken = true;
+    std::vector<Core::Value> outputs;
+    context.sessions.beforeAnswering = [&] {
+        if (!std::exchange(called, true))
+            taken = behaviour->OnExecuteMethod(nullptr, "Open",
+                                               {Core::Value("/nowhere"), Core::Value(1U)}, outputs);
+    };
+    behaviour->OnStart();
+    EXPECT_TRUE(called);
+    EXPECT_FALSE(taken);
+    EXPECT_TRUE(outputs.empty());
+    EXPECT_TRUE(probe.HandlesMap().empty());
+    behaviour->OnStop();
 }
 
 class StartStop : public FileSystemTest

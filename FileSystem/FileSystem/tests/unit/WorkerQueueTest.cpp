@@ -222,7 +222,7 @@ TEST_F(WorkerQueue, StoppingTwiceReturnsAtOnce)
 TEST(WorkerQueueDeathTest, StartingTheWorkerTwiceEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(StartTheWorkerTwice(), "");
+    EXPECT_DEATH(StartTheWorkerTwice(), "terminate called");
 }
 
 TEST_F(WorkerQueue, OnceTheStopIsRequestedCallsAreRefusedWhileTheQueueStillDrains)
