@@ -28,7 +28,7 @@ struct ClientSession
     // Loop thread only.
     ConnectionId connection = 0;     ///< the one on which it was last activated
     std::size_t callsInFlight = 0;   ///< taken and not answered yet
-    std::size_t bytesInFlight = 0;   ///< in the byte strings of their inputs
+    std::size_t weightInFlight = 0;  ///< of their inputs, see `Weigh`
     ConnectionId heldConnection = 0; ///< not read, since too much is in flight; 0: none
     std::uint64_t graceTimer = 0;    ///< runs while the connection is gone; 0: none
 

@@ -47,11 +47,9 @@ UA_StatusCode ToStatus(const Core::Exception& exception)
     }
 }
 
-bool IsInteger(const UA_DataType& type)
-{
-    return (type.typeKind >= UA_DATATYPEKIND_SBYTE && type.typeKind <= UA_DATATYPEKIND_UINT64) ||
-           type.typeKind == UA_DATATYPEKIND_ENUM;
-}
+// In flight of one session: its connection is not read until half of them are answered.
+constexpr std::size_t mostCalls = 1'000;
+constexpr std::size_t mostWeight = 32'000'000;
 
 std::uint64_t CountBytes(const UA_Variant& value)
 {
@@ -79,9 +77,9 @@ MethodCalls::MethodCalls(UA_Server& server, EventLoop& loop, Runtime& runtime,
     , runtime(runtime)
     , namespaces(namespaces)
     , values(values)
-    , types(types)
     , objects(objects)
     , sessions(sessions)
+    , arguments(*runtime.GetInformationModel(), types)
     , methods(CollectMethods(*runtime.GetInformationModel()))
 {}
 
@@ -105,12 +103,15 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
 {
     auto call = std::make_shared<Call>();
     call->context = context;
+    call->number = book.Enter(context);
     ClientSession* session = sessions.Find(loop.GetCurrentConnection());
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): see above
     std::swap(*call->request, const_cast<UA_CallMethodRequest&>(request));
-    call->bytes = CountBytes(call->request->inputArguments, call->request->inputArgumentsSize);
-    const UA_StatusCode status =
-        session == nullptr ? UA_STATUSCODE_BADSESSIONIDINVALID : Resolve(*call, *session);
+    call->weight = Weigh(call->request->inputArguments, call->request->inputArgumentsSize);
+    UA_StatusCode status = UA_STATUSCODE_BADSESSIONIDINVALID;
+    if (session != nullptr)
+        status =
+            IsTooMuch(*session) ? UA_STATUSCODE_BADTOOMANYOPERATIONS : Resolve(*call, *session);
     if (status != UA_STATUSCODE_GOOD) {
         call->result->statusCode = status;
         // Not here: the server has not finished queueing the request.
@@ -125,16 +126,21 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
     });
 }
 
+/// A connection that is held has read some calls already, and a session may have had many
+/// connections: what they bring beyond this is refused.
+bool MethodCalls::IsTooMuch(const ClientSession& session)
+{
+    return session.callsInFlight >= 10 * mostCalls || session.weightInFlight >= 2 * mostWeight;
+}
+
 /// What waits for a session is bounded: the server looks through all calls in flight for each
 /// answer, and a client may send faster than its calls are run.
 void MethodCalls::CountIn(const Call& call)
 {
-    constexpr std::size_t mostCalls = 1'000;
-    constexpr std::size_t mostBytes = 32'000'000;
     ClientSession& session = *call.session;
     ++session.callsInFlight;
-    session.bytesInFlight += call.bytes;
-    if (session.callsInFlight < mostCalls && session.bytesInFlight < mostBytes)
+    session.weightInFlight += call.weight;
+    if (session.callsInFlight < mostCalls && session.weightInFlight < mostWeight)
         return;
     session.heldConnection = session.connection;
     loop.HoldConnection(session.heldConnection, true);
@@ -142,13 +148,11 @@ void MethodCalls::CountIn(const Call& call)
 
 void MethodCalls::CountOut(const Call& call)
 {
-    constexpr std::size_t fewCalls = 500;
-    constexpr std::size_t fewBytes = 16'000'000;
     ClientSession& session = *call.session;
     --session.callsInFlight;
-    session.bytesInFlight -= call.bytes;
-    if (session.heldConnection == 0 || session.callsInFlight > fewCalls ||
-        session.bytesInFlight > fewBytes)
+    session.weightInFlight -= call.weight;
+    if (session.heldConnection == 0 || session.callsInFlight > mostCalls / 2 ||
+        session.weightInFlight > mostWeight / 2)
         return;
     loop.HoldConnection(std::exchange(session.heldConnection, 0), false);
 }
@@ -211,7 +215,7 @@ void MethodCalls::Run(Call& call, ClientSession& session)
 void MethodCalls::Execute(Call& call, ClientSession& session)
 {
     ++session.calls;
-    session.bytes += call.bytes;
+    session.bytes += CountBytes(call.request->inputArguments, call.request->inputArgumentsSize);
     if (call.hostMethod != nullptr) {
         SetOutputs(call, call.hostMethod->run(session));
         return;
@@ -232,43 +236,18 @@ void MethodCalls::Execute(Call& call, ClientSession& session)
 
 bool MethodCalls::CheckArguments(Call& call) const
 {
-    const auto& declared = call.method->inputs;
-    const std::size_t count = call.request->inputArgumentsSize;
-    if (count != declared.size()) {
-        call.result->statusCode = count < declared.size() ? UA_STATUSCODE_BADARGUMENTSMISSING
-                                                          : UA_STATUSCODE_BADTOOMANYARGUMENTS;
-        return false;
-    }
-    std::vector<UA_StatusCode> statuses;
-    for (std::size_t i = 0; i < count; ++i)
-        statuses.push_back(Accepts(declared[i], call.request->inputArguments[i])
-                               ? UA_STATUSCODE_GOOD
-                               : UA_STATUSCODE_BADTYPEMISMATCH);
-    if (std::all_of(statuses.begin(), statuses.end(),
-                    [](UA_StatusCode status) { return status == UA_STATUSCODE_GOOD; }))
-        return true;
-    call.result->statusCode = UA_STATUSCODE_BADINVALIDARGUMENT;
-    RequireGood(UA_Array_copy(statuses.data(), count,
-                              reinterpret_cast<void**>(&call.result->inputArgumentResults),
+    std::vector<UA_StatusCode> results;
+    UA_CallMethodResult& result = *call.result;
+    result.statusCode = arguments.Check(call.method->inputs, call.request->inputArguments,
+                                        call.request->inputArgumentsSize, results);
+    if (result.statusCode != UA_STATUSCODE_BADINVALIDARGUMENT)
+        return result.statusCode == UA_STATUSCODE_GOOD;
+    RequireGood(UA_Array_copy(results.data(), results.size(),
+                              reinterpret_cast<void**>(&result.inputArgumentResults),
                               &UA_TYPES[UA_TYPES_STATUSCODE]),
                 "copying the results of the arguments");
-    call.result->inputArgumentResultsSize = count;
+    result.inputArgumentResultsSize = results.size();
     return false;
-}
-
-/// Integers of every width pass, since they convert where they fit; so does a scalar where a list
-/// is declared: what it means is for the behaviour to say.
-bool MethodCalls::Accepts(const ArgumentDescription& argument, const UA_Variant& value) const
-{
-    if (value.type == nullptr)
-        return false;
-    const UA_DataType& declared = types.Get(argument.dataType);
-    const bool isArray = !UA_Variant_isScalar(&value);
-    if (isArray && argument.valueRank == UA_VALUERANK_SCALAR)
-        return false;
-    return value.type->typeKind == declared.typeKind ||
-           declared.typeKind == UA_DATATYPEKIND_VARIANT ||
-           (IsInteger(*value.type) && IsInteger(declared));
 }
 
 void MethodCalls::SetOutputs(Call& call, const std::vector<Core::Value>& outputs) const
@@ -286,13 +265,16 @@ void MethodCalls::SetOutputs(Call& call, const std::vector<Core::Value>& outputs
         result.outputArguments[i] = values.ToUa(outputs[i], declared.at(i).dataType).Release();
 }
 
-/// On the loop's thread: elsewhere the server might give the call up at the same moment.
+/// On the loop's thread: elsewhere the server might give the call up at the same moment. A call
+/// that was cancelled is not answered: its context may be that of another one by now.
 void MethodCalls::Answer(const std::shared_ptr<Call>& call)
 {
-    UA_AsyncOperationResponse response{};
-    response.callMethodResult = *call->result;
-    UA_Server_setAsyncOperationResult(&server, &response, call->context);
-    loop.FlushAnswers();
+    if (book.Remove(call->context, call->number)) {
+        UA_AsyncOperationResponse response{};
+        response.callMethodResult = *call->result;
+        UA_Server_setAsyncOperationResult(&server, &response, call->context);
+        loop.FlushAnswers();
+    }
     if (call->session != nullptr)
         CountOut(*call);
 }

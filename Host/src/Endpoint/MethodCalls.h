@@ -2,6 +2,8 @@
 
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Embedding/Runtime.h"
+#include "Endpoint/Arguments.h"
+#include "Endpoint/CallBook.h"
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/Objects.h"
@@ -51,8 +53,9 @@ private:
     struct Call
     {
         void* context = nullptr;          ///< the server's own
-        ClientSession* session = nullptr; ///< null: refused before it was known whose it is
-        std::size_t bytes = 0;            ///< in the byte strings of the inputs
+        CallBook::Number number = 0;      ///< in `book`
+        ClientSession* session = nullptr; ///< null: not counted
+        std::size_t weight = 0;           ///< of the inputs, see `Weigh`
         Ua<UA_CallMethodRequest> request;
         Core::NodeId object;
         const MethodDescription* method = nullptr;
@@ -61,6 +64,7 @@ private:
     };
 
     void Take(const UA_CallMethodRequest& request, void* context);
+    [[nodiscard]] static bool IsTooMuch(const ClientSession& session);
     void CountIn(const Call& call);
     void CountOut(const Call& call);
     [[nodiscard]] UA_StatusCode Resolve(Call& call, const ClientSession& session) const;
@@ -69,8 +73,6 @@ private:
     void Run(Call& call, ClientSession& session);
     void Execute(Call& call, ClientSession& session);
     [[nodiscard]] bool CheckArguments(Call& call) const;
-    [[nodiscard]] bool Accepts(const Core::Embedding::ArgumentDescription& argument,
-                               const UA_Variant& value) const;
     void SetOutputs(Call& call, const std::vector<Core::Value>& outputs) const;
     void Answer(const std::shared_ptr<Call>& call);
 
@@ -79,9 +81,10 @@ private:
     Core::Embedding::Runtime& runtime;
     const Namespaces& namespaces;
     const Values& values;
-    const StructureTypes& types;
     const Objects& objects;
     const Sessions& sessions;
+    const Arguments arguments;
+    CallBook book; // loop thread
     /// The methods of each object type, inherited ones first; constant.
     const std::unordered_map<Core::NodeId, std::vector<MethodDescription>, Core::HashNodeId>
         methods;

@@ -283,8 +283,34 @@ function describeMethods(where, makeFiles) {
             await acknowledged(unknownHandle, 3);
             await files.call("Close", scalar(DataType.UInt64, [0, unknownHandle]));
             await acknowledged(unknownHandle, 3);
-            assert.deepEqual(await refused("Close", scalar(DataType.Int16, -1)), ["BadOutOfRange", []]);
-            assert.deepEqual(await refused("Close", scalar(DataType.UInt64, [1, 0])), ["BadOutOfRange", []]);
+            const isOutOfRange = ["BadInvalidArgument", ["BadOutOfRange"]];
+            assert.deepEqual(await refused("Close", scalar(DataType.Int16, -1)), isOutOfRange);
+            assert.deepEqual(await refused("Close", scalar(DataType.UInt64, [1, 0])), isOutOfRange);
+            const negative = [unknownHandle, scalar(DataType.Int64, [0xffffffff, 0xffffffff])];
+            assert.deepEqual(await refused("SetPosition", ...negative), ["BadInvalidArgument", ["Good", "BadOutOfRange"]]);
+            const mode = [newFile(), scalar(DataType.Int32, -1)];
+            assert.deepEqual(await refused("Open", ...mode), ["BadInvalidArgument", ["Good", "BadOutOfRange"]]);
+        });
+
+        it("refuses texts with a NUL, which would end there for the operating system", async () => {
+            const path = newFile("kept");
+            const cut = `${path}\0x`;
+            const first = (count) => ["BadInvalidArgument", ["BadOutOfRange", ...Array(count).fill("Good")]];
+            assert.deepEqual(await refused("Delete", [cut]), first(0));
+            assert.deepEqual(await refused("Delete", ["missing", cut, "missing"]), first(0));
+            assert.deepEqual(await refused("Delete", scalar(DataType.String, cut)), first(0));
+            assert.deepEqual(await refused("Open", cut, openModes.truncateWrite), first(1));
+            assert.deepEqual(await refused("OpenWrite", cut, text("x")), first(1));
+            assert.deepEqual(await refused("UploadFile", cut, text("x"), noTime, 0), first(3));
+            assert.deepEqual(await refused("CreateDirectory", `${newPath()}\0`), first(0));
+            assert.deepEqual(await refused("List", cut, false), first(1));
+            assert.deepEqual(await refused("Exists", "\0"), first(0));
+            assert.deepEqual(await refused("GetDateTime", cut), first(0));
+            assert.deepEqual(await refused("SetDateTime", cut, time), first(1));
+            assert.equal(contentOf(path), "kept");
+            // Bytes are bytes.
+            await files.upload(path, "a\0b");
+            assert.equal(contentOf(path), "a\0b");
         });
 
         it("refuses methods and objects that are not there", async () => {
@@ -294,7 +320,7 @@ function describeMethods(where, makeFiles) {
             assert.equal(await call(files.nodeId, client.node("urn:Talvensor:Host", 2)), "BadMethodInvalid");
             assert.equal(await call(client.node("urn:Talvensor:Host", "Missing"), files.method("Exists")), "BadNodeIdUnknown");
             assert.equal(await call(client.folder, files.method("Exists")), "BadMethodInvalid");
-            assert.equal(await call(client.node("urn:Talvensor:FileSystem", 1), files.method("Exists")), "BadMethodInvalid");
+            assert.equal(await call(client.node("urn:Talvensor:FileSystem", 1), files.method("Exists")), "BadNodeClassInvalid");
         });
 
         it("is called by the ids that browsing it gives", async () => {
