@@ -345,6 +345,7 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
     configuration.maxRetransmissionQueueSize = 8; // one listing's event can have 6 MB
     // A method belongs to its session by the connection that calls: one call after another.
     configuration.maxNodesPerMethodCall = 1'000;
+    configuration.pubSubConfig.enableInformationModelMethods = false;
 }
 
 void Endpoint::Implementation::MakeFolder()

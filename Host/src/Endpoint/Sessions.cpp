@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 namespace Host {
 namespace {
@@ -38,6 +39,18 @@ std::optional<std::optional<UserCredentials>> ReadToken(const UA_ExtensionObject
 std::string NameOf(const std::string& user)
 {
     return user.empty() ? "anonymous" : "'" + user + "'";
+}
+
+/// The library brings the methods of the whole base model. Of these clients may call the two that
+/// concern their own subscriptions; some of the others change the address space.
+bool IsCallable(const UA_NodeId& method)
+{
+    constexpr UA_UInt16 firstOfOurs = 2; // after the base model and the server itself
+    if (method.namespaceIndex >= firstOfOurs)
+        return true;
+    return method.namespaceIndex == 0 && method.identifierType == UA_NODEIDTYPE_NUMERIC &&
+           (method.identifier.numeric == UA_NS0ID_SERVER_GETMONITOREDITEMS ||
+            method.identifier.numeric == UA_NS0ID_SERVER_RESENDDATA);
 }
 
 UA_UserTokenPolicy MakePolicy(const char* id, UA_UserTokenType type)
@@ -97,6 +110,23 @@ struct Sessions::Callbacks
         }
     }
 
+    static UA_Boolean MayCall(UA_Server* /*server*/, UA_AccessControl* /*control*/,
+                              const UA_NodeId* /*sessionId*/, void* /*context*/,
+                              const UA_NodeId* method, void* /*methodContext*/) noexcept
+    {
+        return IsCallable(*method);
+    }
+
+    static UA_Boolean MayCallOnObject(UA_Server* /*server*/, UA_AccessControl* /*control*/,
+                                      const UA_NodeId* /*sessionId*/, void* /*context*/,
+                                      const UA_NodeId* method, void* /*methodContext*/,
+                                      const UA_NodeId* object, void* /*objectContext*/) noexcept
+    {
+        const UA_NodeId serverObject = UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER);
+        return IsCallable(*method) &&
+               (method->namespaceIndex != 0 || UA_NodeId_equal(object, &serverObject));
+    }
+
     static UA_Byte GetAccessLevel(UA_Server* /*server*/, UA_AccessControl* control,
                                   const UA_NodeId* /*sessionId*/, void* context,
                                   const UA_NodeId* node, void* /*nodeContext*/) noexcept
@@ -148,12 +178,8 @@ void Sessions::Install(UA_ServerConfig& configuration)
         return 0;
     };
     control.getUserAccessLevel = Callbacks::GetAccessLevel;
-    control.getUserExecutable = [](auto...) -> UA_Boolean {
-        return true;
-    };
-    control.getUserExecutableOnObject = [](auto...) -> UA_Boolean {
-        return true;
-    };
+    control.getUserExecutable = Callbacks::MayCall;
+    control.getUserExecutableOnObject = Callbacks::MayCallOnObject;
     control.allowAddNode = [](auto...) -> UA_Boolean {
         return false;
     };
@@ -214,6 +240,11 @@ UA_StatusCode Sessions::Readmit(UA_Server& /*server*/, ClientSession& session,
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
     StopGrace(session);
     session.connection = connection;
+    // Too much of it in flight holds its new connection like the one before.
+    if (session.heldConnection != 0) {
+        loop.HoldConnection(std::exchange(session.heldConnection, connection), false);
+        loop.HoldConnection(connection, true);
+    }
     return UA_STATUSCODE_GOOD;
 }
 
