@@ -3,6 +3,7 @@
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
 #include "Endpoint/EventBacklog.h"
+#include "Endpoint/EventFilters.h"
 #include "Endpoint/EventRelay.h"
 #include "Endpoint/MethodCalls.h"
 #include "Endpoint/Namespaces.h"
@@ -154,6 +155,7 @@ private:
     EventLoop loop;    // after the logger
     Sessions sessions; // after the loop; the server's access control refers to it
     ServerPointer server;
+    EventFilters filters;        // after the server
     const Namespaces namespaces; // after the server
     const StructureTypes structures;
     const Values values;
@@ -175,6 +177,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , loop(logger.Get(), MakeConnectionLimits(settings))
     , sessions(loop, runtime, settings.sessions, std::move(authenticate))
     , server(MakeServer())
+    , filters(*server)
     , namespaces(*server)
     , structures(*model, namespaces)
     , values(namespaces, structures)

@@ -1,0 +1,277 @@
+#include "Endpoint/EventFilters.h"
+
+#include "Log.h"
+
+#include <fmt/format.h>
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <new>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace Host {
+namespace {
+
+/// The library refuses filters with more; nothing is looked up for those.
+constexpr std::size_t mostSelectClauses = 64;
+/// More than any type has above it.
+constexpr int mostSuperTypes = 100;
+
+std::atomic<EventFilters*> current{nullptr};
+
+template <typename T>
+const T* Decoded(const UA_ExtensionObject& object, const UA_DataType& type)
+{
+    const bool isDecoded = object.encoding == UA_EXTENSIONOBJECT_DECODED ||
+                           object.encoding == UA_EXTENSIONOBJECT_DECODED_NODELETE;
+    if (!isDecoded || object.content.decoded.type != &type)
+        return nullptr;
+    return static_cast<const T*>(object.content.decoded.data);
+}
+
+bool IsElement(const UA_ExtensionObject& operand)
+{
+    return Decoded<UA_ElementOperand>(operand, UA_TYPES[UA_TYPES_ELEMENTOPERAND]) != nullptr;
+}
+
+bool IsLiteralType(const UA_ExtensionObject& operand)
+{
+    const auto* literal = Decoded<UA_LiteralOperand>(operand, UA_TYPES[UA_TYPES_LITERALOPERAND]);
+    return literal != nullptr &&
+           UA_Variant_hasScalarType(&literal->value, &UA_TYPES[UA_TYPES_NODEID]);
+}
+
+/// True for operators whose operands always resolve and whose result is always set; the library
+/// has checked before it evaluates that elements point forwards, to ones that are evaluated then.
+bool IsSupported(UA_FilterOperator operation)
+{
+    return operation == UA_FILTEROPERATOR_OFTYPE || operation == UA_FILTEROPERATOR_AND ||
+           operation == UA_FILTEROPERATOR_OR || operation == UA_FILTEROPERATOR_NOT;
+}
+
+bool HasSafeOperands(const UA_ContentFilterElement& element)
+{
+    const std::span operands(element.filterOperands, element.filterOperandsSize);
+    const bool isOfType = element.filterOperator == UA_FILTEROPERATOR_OFTYPE;
+    return std::all_of(operands.begin(), operands.end(), isOfType ? IsLiteralType : IsElement);
+}
+
+void RefuseOperator(UA_ContentFilterElement& element)
+{
+    UA_Array_delete(element.filterOperands, element.filterOperandsSize,
+                    &UA_TYPES[UA_TYPES_EXTENSIONOBJECT]);
+    element.filterOperands = nullptr;
+    element.filterOperandsSize = 0;
+    element.filterOperator = UA_FILTEROPERATOR_LIKE; // answered with Bad_FilterOperatorUnsupported
+}
+
+void RefuseOperands(UA_ContentFilterElement& element)
+{
+    for (auto& operand : std::span(element.filterOperands, element.filterOperandsSize))
+        UA_ExtensionObject_clear(&operand); // answered with Bad_FilterOperandInvalid
+}
+
+void AdaptWhereClause(UA_ContentFilter& clause)
+{
+    for (auto& element : std::span(clause.elements, clause.elementsSize)) {
+        if (!IsSupported(element.filterOperator))
+            RefuseOperator(element);
+        else if (!HasSafeOperands(element))
+            RefuseOperands(element);
+    }
+}
+
+using NodeIds = std::vector<Ua<UA_NodeId>>;
+
+Ua<UA_NodeId> Copy(const UA_NodeId& id)
+{
+    Ua<UA_NodeId> copy;
+    RequireGood(UA_NodeId_copy(&id, &*copy), "copying an identifier");
+    return copy;
+}
+
+/// The type and those above it up to BaseEventType; empty for what is no event type.
+NodeIds FindSuperTypes(UA_Server& server, const UA_NodeId& type)
+{
+    constexpr UA_NodeId baseEventType{0, UA_NODEIDTYPE_NUMERIC, {UA_NS0ID_BASEEVENTTYPE}};
+    UA_BrowseDescription upwards;
+    UA_BrowseDescription_init(&upwards);
+    upwards.browseDirection = UA_BROWSEDIRECTION_INVERSE;
+    upwards.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HASSUBTYPE);
+    NodeIds types;
+    types.push_back(Copy(type));
+    while (!UA_NodeId_equal(&*types.back(), &baseEventType)) {
+        upwards.nodeId = *types.back();
+        UA_BrowseResult above = UA_Server_browse(&server, 0, &upwards);
+        const bool isFound = above.referencesSize > 0 && types.size() < mostSuperTypes;
+        if (isFound)
+            types.emplace_back(std::exchange(above.references[0].nodeId.nodeId, UA_NODEID_NULL));
+        UA_BrowseResult_clear(&above);
+        if (!isFound)
+            return {};
+    }
+    return types;
+}
+
+bool HasField(UA_Server& server, const UA_NodeId& type, const UA_SimpleAttributeOperand& clause)
+{
+    UA_BrowsePathResult result = UA_Server_browseSimplifiedBrowsePath(
+        &server, type, clause.browsePathSize, clause.browsePath);
+    const bool isFound = result.statusCode == UA_STATUSCODE_GOOD && result.targetsSize > 0;
+    UA_BrowsePathResult_clear(&result);
+    return isFound;
+}
+
+bool HasFieldBelow(UA_Server& server, const UA_NodeId& type,
+                   const UA_SimpleAttributeOperand& clause)
+{
+    UA_BrowseDescription downwards;
+    UA_BrowseDescription_init(&downwards);
+    downwards.nodeId = type;
+    downwards.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HASSUBTYPE);
+    downwards.includeSubtypes = true;
+    std::size_t count = 0;
+    UA_ExpandedNodeId* below = nullptr;
+    RequireGood(UA_Server_browseRecursive(&server, &downwards, &count, &below),
+                "looking for the subtypes of an event type");
+    const std::span types(below, count);
+    const bool isFound = std::any_of(types.begin(), types.end(), [&](const auto& each) {
+        return HasField(server, each.nodeId, clause);
+    });
+    UA_Array_delete(below, count, &UA_TYPES[UA_TYPES_EXPANDEDNODEID]);
+    return isFound;
+}
+
+/// False for a field that no event has. What is wrong otherwise is the library's to refuse.
+bool NameDeclaringType(UA_Server& server, UA_SimpleAttributeOperand& clause)
+{
+    if (clause.browsePathSize == 0)
+        return true;
+    NodeIds types = FindSuperTypes(server, clause.typeDefinitionId);
+    const auto declaring = std::find_if(types.begin(), types.end(), [&](const auto& type) {
+        return HasField(server, *type, clause);
+    });
+    if (declaring == types.end())
+        return types.empty() || HasFieldBelow(server, clause.typeDefinitionId, clause);
+    std::swap(clause.typeDefinitionId, **declaring);
+    return true;
+}
+
+/// Selects the value of the event itself, which is an object and has none.
+void SelectNothing(UA_SimpleAttributeOperand& clause)
+{
+    UA_SimpleAttributeOperand_clear(&clause);
+    clause.typeDefinitionId = UA_NODEID_NUMERIC(0, UA_NS0ID_BASEEVENTTYPE);
+    clause.attributeId = UA_ATTRIBUTEID_VALUE;
+}
+
+} // namespace
+
+EventFilters::EventFilters(UA_Server& server)
+    : server(server)
+{
+    current = this;
+    try {
+        RequireSeen();
+    } catch (...) {
+        current = nullptr;
+        throw;
+    }
+}
+
+EventFilters::~EventFilters()
+{
+    current = nullptr;
+}
+
+void EventFilters::RequireSeen()
+{
+    UA_MonitoredItemCreateRequest request;
+    UA_MonitoredItemCreateRequest_init(&request);
+    request.itemToMonitor.nodeId = UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STARTTIME);
+    request.itemToMonitor.attributeId = UA_ATTRIBUTEID_VALUE;
+    request.monitoringMode = UA_MONITORINGMODE_DISABLED;
+    const auto ignore = [](UA_Server*, UA_UInt32, void*, const UA_NodeId*, void*, UA_UInt32,
+                           const UA_DataValue*) {
+    };
+    UA_MonitoredItemCreateResult item = UA_Server_createDataChangeMonitoredItem(
+        &server, UA_TIMESTAMPSTORETURN_NEITHER, request, nullptr, ignore);
+    const UA_StatusCode status = item.statusCode;
+    if (status == UA_STATUSCODE_GOOD)
+        UA_Server_deleteMonitoredItem(&server, item.monitoredItemId);
+    UA_MonitoredItemCreateResult_clear(&item);
+    RequireGood(status, "making a monitored item");
+    if (!hasSeen)
+        throw UaException("looking at event filters, which this build of open62541 keeps to itself",
+                          UA_STATUSCODE_BADNOTSUPPORTED);
+}
+
+void EventFilters::Adapt(UA_MonitoringParameters& parameters)
+{
+    hasSeen = true;
+    const auto* decoded =
+        Decoded<UA_EventFilter>(parameters.filter, UA_TYPES[UA_TYPES_EVENTFILTER]);
+    if (decoded == nullptr)
+        return;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): as changeable as the parameters
+    auto& filter = const_cast<UA_EventFilter&>(*decoded);
+    AdaptWhereClause(filter.whereClause);
+    if (filter.selectClausesSize <= mostSelectClauses)
+        AdaptSelectClauses(filter);
+}
+
+void EventFilters::AdaptSelectClauses(UA_EventFilter& filter) const
+{
+    std::vector<UA_SimpleAttributeOperand*> unknown;
+    for (auto& clause : std::span(filter.selectClauses, filter.selectClausesSize))
+        if (!NameDeclaringType(server, clause))
+            unknown.push_back(&clause);
+    if (unknown.size() == filter.selectClausesSize)
+        return; // refused, with a result for each clause
+    for (auto* clause : unknown)
+        SelectNothing(*clause);
+}
+
+/// For UA_copy alone.
+UA_StatusCode AdaptForCopy(const void* from) noexcept
+{
+    EventFilters* const filters = current;
+    if (filters == nullptr)
+        return UA_STATUSCODE_GOOD;
+    try {
+        // A decoded request, or the item that the constructor makes. What the library checks after
+        // this is the copy for a new item, and the original for a changed one.
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
+        filters->Adapt(*static_cast<UA_MonitoringParameters*>(const_cast<void*>(from)));
+        return UA_STATUSCODE_GOOD;
+    } catch (const std::bad_alloc&) {
+        return UA_STATUSCODE_BADOUTOFMEMORY;
+    } catch (const std::exception& exception) {
+        Log(Core::LogLevel::Error, "Session",
+            fmt::format("Cannot look at an event filter: {}", exception.what()));
+        return UA_STATUSCODE_BADINTERNALERROR;
+    }
+}
+
+} // namespace Host
+
+/// The library's function of this name, which calls of the library reach through this one. Any
+/// thread.
+extern "C" UA_StatusCode UA_copy(const void* from, void* to, const UA_DataType* type)
+{
+    using Function = UA_StatusCode (*)(const void*, void*, const UA_DataType*);
+    static const auto copy = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "UA_copy"));
+    if (type == &UA_TYPES[UA_TYPES_MONITORINGPARAMETERS]) {
+        const UA_StatusCode status = Host::AdaptForCopy(from);
+        if (status != UA_STATUSCODE_GOOD) {
+            UA_init(to, type); // the library clears it
+            return status;
+        }
+    }
+    return copy(from, to, type);
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Endpoint/Ua.h"
+
+#include <open62541/server.h>
+
+namespace Host {
+
+/// Brings the event filters of clients into a form that the library can work with, whichever
+/// service they come by, before the library checks or keeps them.
+///
+/// Where clauses: the library evaluates them with variables on its stack that it may never have
+/// set, see docs/open62541-event-filters.md. Three kinds of elements are proved to be free of that:
+/// OfType with a literal type, and And, Or and Not of the results of other elements. All others are
+/// emptied, so that the library's own check refuses the filter and says which element it was.
+///
+/// Select clauses: the library refuses a monitored item because of one field that it does not find
+/// at the clause's type or below it. A field that a type inherits is named with the type that
+/// declares it instead, and a clause whose field is nowhere with nothing that has a value; a filter
+/// none of whose fields exists is refused.
+///
+/// The library has no callback for this, but it copies the parameters of each monitored item with
+/// its public UA_copy, and a program's function is called instead of a shared library's of the same
+/// name. EventFilters.cpp defines it. The constructor makes a monitored item to see that it works:
+/// a library built otherwise, which binds its calls by itself, is refused and not trusted.
+///
+/// One for a process at a time. Made and used on the thread of the server's loop.
+class EventFilters
+{
+public:
+    /// `server` must outlive it. Throws UaException when filters cannot be seen.
+    explicit EventFilters(UA_Server& server);
+    EventFilters(const EventFilters&) = delete;
+    EventFilters& operator=(const EventFilters&) = delete;
+    ~EventFilters();
+
+    /// Called for the parameters of each monitored item that is made or changed, before the
+    /// library checks them. Throws UaException or std::bad_alloc; the item is refused then.
+    void Adapt(UA_MonitoringParameters& parameters);
+
+private:
+    void RequireSeen();
+    void AdaptSelectClauses(UA_EventFilter& filter) const;
+
+    UA_Server& server;
+    bool hasSeen = false;
+};
+
+} // namespace Host
