@@ -109,21 +109,26 @@ TEST_F(HandleRegistry, CallsOnSeveralThreadsAreNeverGivenTheSameHandle)
     EXPECT_EQ(GetHandles(session->GetNodeId()), handles);
 }
 
-TEST_F(HandleRegistry, DrawingAHandleAndEnteringItAreOneStep)
+TEST(HandleRegistryOrder, DrawingAHandleAndEnteringItAreOneStep)
 {
-    const WorkerGate gate(behaviour);
     constexpr unsigned int count = 4;
+    Doubles::Context context;
+    context.sessions.current = std::make_shared<Doubles::Session>(context.sessionObject);
+    const auto behaviour = std::make_shared<FileSystemBehaviour>(*context.node);
+    const BehaviourProbe probe{*behaviour};
     probe.HandleDistribution() = std::uniform_int_distribution<unsigned int>(1, count);
-    for (int round = 0; round < 200; ++round) {
-        std::barrier together(count);
+    // All calls meet where each asks for its session: a number drawn before that is drawn twice.
+    std::barrier together(count);
+    context.sessions.beforeAnswering = [&together] {
+        together.arrive_and_wait();
+    };
+    for (int round = 0; round < 20; ++round) {
         std::vector<std::future<unsigned int>> threads;
         for (unsigned int i = 0; i < count; ++i)
-            threads.push_back(std::async(std::launch::async, [&] {
-                const Core::Embedding::SessionScope scope(session);
+            threads.push_back(std::async(std::launch::async, [&behaviour] {
                 std::vector<Core::Value> outputs;
-                together.arrive_and_wait();
-                behaviour.OnExecuteMethod(nullptr, "Open",
-                                          {Core::Value("missing"), Core::Value(1U)}, outputs);
+                behaviour->OnExecuteMethod(nullptr, "Open",
+                                           {Core::Value("missing"), Core::Value(1U)}, outputs);
                 return outputs.at(0).Get<unsigned int>();
             }));
         std::set<unsigned int> handles;
@@ -131,7 +136,7 @@ TEST_F(HandleRegistry, DrawingAHandleAndEnteringItAreOneStep)
             handles.insert(Await(thread));
         ASSERT_EQ(handles, (std::set<unsigned int>{1, 2, 3, 4})) << round;
         for (const unsigned int handle : handles)
-            ASSERT_TRUE(behaviour.UnregisterAndCloseFile(handle));
+            ASSERT_TRUE(behaviour->UnregisterAndCloseFile(handle));
     }
 }
 
