@@ -15,6 +15,7 @@
 #include "EventLoop.h"
 #include "Log.h"
 #include "OpcUa/SymmetricCiphers.h"
+#include "RandomNumbers.h"
 #include "UaLogger.h"
 
 #include <open62541/plugin/pki_default.h>
@@ -212,6 +213,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
 
 ServerPointer Endpoint::Implementation::MakeServer()
 {
+    RequireUnpredictableSessions();
     UA_ServerConfig configuration{};
     configuration.logging = &logger.Get();
     configuration.eventLoop = loop.GetHandle();
