@@ -165,7 +165,7 @@ private:
     EventRelay events;
     MethodCalls calls;
     std::vector<std::pair<Core::NodeId, Core::Embedding::EventSubscription>> sharedNodes;
-    Strand closing; // removes the shared nodes
+    Strand closing; // removes the shared nodes; started with the server, since it must not fail
     std::atomic<bool> stopping{false};
 };
 
@@ -207,6 +207,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     MakeFolder();
     MakeSharedNodes();
     AddCreateFileSystem();
+    closing.Start();
     RequireGood(UA_Server_run_startup(server.get()), "starting the server");
     AddHousekeeping();
 }
@@ -335,10 +336,10 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
     configuration.tcpMaxMsgSize = static_cast<UA_UInt32>(settings.maximumMessage);
     configuration.tcpMaxChunks = static_cast<UA_UInt32>(settings.maximumChunks);
     // The bound of sessions is that of active ones, which `Sessions` keeps. As many more may be
-    // about to be activated, so that who never does it does not keep others out at once.
+    // about to be activated, and one more that makes an older one leave.
     constexpr std::size_t most = std::numeric_limits<UA_UInt16>::max();
     constexpr std::size_t channelsWithoutSession = 20;
-    const auto created = std::min(2 * settings.maximumSessions, most - channelsWithoutSession);
+    const auto created = std::min(2 * settings.maximumSessions + 1, most - channelsWithoutSession);
     configuration.maxSessions = static_cast<UA_UInt16>(created);
     configuration.maxSecureChannels = static_cast<UA_UInt16>(created + channelsWithoutSession);
     configuration.maxSubscriptionsPerSession =

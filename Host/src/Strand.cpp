@@ -15,13 +15,16 @@ Strand::~Strand()
         thread.join();
 }
 
+void Strand::Start()
+{
+    thread = std::thread([this] { Run(); });
+}
+
 void Strand::Post(std::function<void()> job)
 {
     {
         const std::lock_guard lock(mutex);
         jobs.push_back(std::move(job));
-        if (!thread.joinable())
-            thread = std::thread([this] { Run(); });
     }
     changed.notify_all();
 }

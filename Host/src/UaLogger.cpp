@@ -3,6 +3,7 @@
 #include "Core/Logger.h"
 #include "Log.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstddef>
@@ -31,12 +32,19 @@ Core::LogLevel ToLevel(UA_LogLevel level)
     }
 }
 
-/// Clients may not add nodes, and for a node about a subscription the library asks as if one did.
-/// It would say so for each of them.
-bool IsOfNoInterest(std::string_view text)
+/// Lines about the objects in which the library describes sessions and subscriptions to everybody:
+/// the host refuses to have them, and each refusal would be a line. Told by the format, which
+/// clients have no part in.
+bool IsOfNoInterest(std::string_view format)
 {
-    return text.find("Creating the subscription diagnostics object failed") !=
-           std::string_view::npos;
+    constexpr std::array<std::string_view, 3> texts{
+        "Creating the subscription diagnostics object failed",
+        "Creating the session diagnostics object failed",
+        "Adding child nodes failed",
+    };
+    return std::any_of(texts.begin(), texts.end(), [format](std::string_view text) {
+        return format.find(text) != std::string_view::npos;
+    });
 }
 
 [[gnu::format(printf, 4, 0)]] void Write(void* /*context*/, UA_LogLevel level,
@@ -44,12 +52,12 @@ bool IsOfNoInterest(std::string_view text)
                                          va_list arguments) noexcept
 {
     try {
-        if (!Core::Logger::Instance().IsEnabledForEntry(ToLevel(level), category))
+        if (!Core::Logger::Instance().IsEnabledForEntry(ToLevel(level), category) ||
+            IsOfNoInterest(format))
             return;
         std::array<char, 1024> text{};
         std::vsnprintf(text.data(), text.size(), format, arguments);
-        if (!IsOfNoInterest(text.data()))
-            Log(ToLevel(level), category, text.data());
+        Log(ToLevel(level), category, text.data());
     } catch (const std::exception&) {
         // A line that cannot be written is lost; nobody could be told but by another line.
     }

@@ -31,6 +31,7 @@ struct ClientSession
     std::size_t weightInFlight = 0;  ///< of their inputs, see `Weigh`
     ConnectionId heldConnection = 0; ///< not read, since too much is in flight; 0: none
     std::uint64_t graceTimer = 0;    ///< runs while the connection is gone; 0: none
+    std::chrono::steady_clock::time_point detachedAt; ///< when the connection went
 
     std::chrono::steady_clock::time_point endedAt; ///< once `ended`
     bool isReported = false;                       ///< as one that does not come to its end

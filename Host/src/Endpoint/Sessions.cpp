@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
+#include <system_error>
 #include <utility>
 
 namespace Host {
@@ -53,6 +55,20 @@ bool IsCallable(const UA_NodeId& method)
             method.identifier.numeric == UA_NS0ID_SERVER_RESENDDATA);
 }
 
+/// Sessions have such identifiers, in the namespace of the server's own nodes.
+bool IsSessionId(const UA_NodeId& id)
+{
+    return id.namespaceIndex == 1 && id.identifierType == UA_NODEIDTYPE_GUID;
+}
+
+void Close(UA_Server& server, const std::vector<UA_Guid>& ids)
+{
+    for (const UA_Guid& id : ids) {
+        const UA_NodeId node = UA_NODEID_GUID(1, id);
+        static_cast<void>(UA_Server_closeSession(&server, &node));
+    }
+}
+
 UA_UserTokenPolicy MakePolicy(const char* id, UA_UserTokenType type)
 {
     UA_UserTokenPolicy policy;
@@ -86,11 +102,33 @@ struct Sessions::Callbacks
         }
     }
 
-    static void Close(UA_Server* /*server*/, UA_AccessControl* control, const UA_NodeId* /*id*/,
+    /// The library tells of a created session by the object that it makes for it alone: names this
+    /// session, and refuses the object, which others could browse. It asks this before it makes
+    /// the object's first child.
+    static UA_StatusCode OnChild(UA_Server* server, const UA_NodeId* /*sessionId*/,
+                                 void* /*context*/, const UA_NodeId* /*source*/,
+                                 const UA_NodeId* parent, const UA_NodeId* /*referenceType*/,
+                                 UA_NodeId* /*child*/) noexcept
+    {
+        if (!IsSessionId(*parent))
+            return UA_STATUSCODE_GOOD;
+        try {
+            Self(&UA_Server_getConfig(server)->accessControl)
+                .OnCreated(*server, parent->identifier.guid);
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot follow a session: {}", exception.what()));
+        }
+        return UA_STATUSCODE_BADNOTSUPPORTED;
+    }
+
+    static void Close(UA_Server* /*server*/, UA_AccessControl* control, const UA_NodeId* id,
                       void* context) noexcept
     {
-        if (context == nullptr)
-            return; // was never let in
+        if (context == nullptr) { // was never let in
+            Self(control).unclaimed.Remove(id->identifier.guid);
+            return;
+        }
         try {
             Self(control).End(*static_cast<ClientSession*>(context));
         } catch (const std::exception& exception) {
@@ -149,6 +187,7 @@ Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRu
     , isVisible([](const UA_NodeId&, const ClientSession*) { return true; })
     , isReadable([](const UA_NodeId&, const ClientSession*) { return true; })
     , ended([](ClientSession&) {})
+    , unclaimed(rules.maximum)
 {
     if (rules.anonymousAllowed)
         tokenPolicies.push_back(MakePolicy("anonymous", UA_USERTOKENTYPE_ANONYMOUS));
@@ -171,6 +210,7 @@ void Sessions::Install(UA_ServerConfig& configuration)
     control.userTokenPoliciesSize = tokenPolicies.size();
     control.activateSession = Callbacks::Activate;
     control.closeSession = Callbacks::Close;
+    configuration.nodeLifecycle.generateChildNodeId = Callbacks::OnChild;
     control.allowBrowseNode = Callbacks::AllowBrowse;
 
     // Clients read, browse and call; nothing else.
@@ -221,16 +261,36 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
 
     const std::string user = credentials ? credentials->user : std::string();
     if (*context != nullptr)
-        return Readmit(server, *static_cast<ClientSession*>(*context), user);
+        return Readmit(*static_cast<ClientSession*>(*context), user);
     // Calls are tied to their session by the connection: one session each.
-    if (Find(connection->id) != nullptr || sessions.size() >= rules.maximum)
+    if (Find(connection->id) != nullptr || !HasPlace(server))
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
-    Admit(id, user, context);
+    try {
+        Admit(server, id, user, context);
+    } catch (const std::system_error& error) {
+        Log(Core::LogLevel::Error, "Session",
+            fmt::format("Session of {} from {} refused: there is no thread for it: {}",
+                        NameOf(user), connection->remoteAddress, error.what()));
+        return UA_STATUSCODE_BADRESOURCEUNAVAILABLE;
+    }
+    unclaimed.Remove(id.identifier.guid);
     return UA_STATUSCODE_GOOD;
 }
 
-UA_StatusCode Sessions::Readmit(UA_Server& /*server*/, ClientSession& session,
-                                const std::string& user)
+/// A session that is already active on the connection forbids another one, which would wait in vain
+/// and could be large.
+void Sessions::OnCreated(UA_Server& server, const UA_Guid& id)
+{
+    const auto connection = loop.GetConnection(loop.GetCurrentConnection());
+    const bool isInVain = !connection || Find(connection->id) != nullptr;
+    if (isInVain)
+        loop.Post([&server, id] { Close(server, {id}); });
+    else
+        Close(server, unclaimed.Add({id, connection->id, connection->remoteAddress,
+                                     UnclaimedSessions::Clock::now()}));
+}
+
+UA_StatusCode Sessions::Readmit(ClientSession& session, const std::string& user)
 {
     if (session.user != user)
         return UA_STATUSCODE_BADUSERACCESSDENIED;
@@ -248,7 +308,46 @@ UA_StatusCode Sessions::Readmit(UA_Server& /*server*/, ClientSession& session,
     return UA_STATUSCODE_GOOD;
 }
 
-void Sessions::Admit(const UA_NodeId& id, const std::string& user, void** context)
+/// True if there is a place, or one was made by a session that waits for its client to come back.
+bool Sessions::HasPlace(UA_Server& server)
+{
+    if (sessions.size() < rules.maximum)
+        return true;
+    // Those that end for others may take their time, and a thread each.
+    const std::size_t mostEnding = rules.maximum / 4 + 1;
+    ClientSession* leaving = FindFirstToLeave();
+    if (leaving == nullptr || sessions.size() >= rules.maximum + mostEnding)
+        return false;
+    Log(Core::LogLevel::Notice, "Session",
+        fmt::format("Session of {} from {}, which lost its connection, ends early: its place is "
+                    "needed",
+                    NameOf(leaving->user), leaving->address));
+    return UA_Server_closeSession(&server, &*leaving->id) == UA_STATUSCODE_GOOD;
+}
+
+/// The session without a connection that lost it first, of the user and address that have most of
+/// them: nobody pushes out the sessions of others by connecting and leaving. Null if there is none.
+ClientSession* Sessions::FindFirstToLeave() const
+{
+    std::map<std::pair<std::string, std::string>, std::vector<ClientSession*>> detached;
+    for (const auto& session : sessions)
+        if (!session->ended && session->connection == 0)
+            detached[{session->user, session->address}].push_back(session.get());
+    const auto most =
+        std::max_element(detached.begin(), detached.end(), [](const auto& left, const auto& right) {
+            return left.second.size() < right.second.size();
+        });
+    if (most == detached.end())
+        return nullptr;
+    return *std::min_element(most->second.begin(), most->second.end(),
+                             [](const ClientSession* left, const ClientSession* right) {
+                                 return left->detachedAt < right->detachedAt;
+                             });
+}
+
+/// What can fail comes before the session counts, and gives back what it took.
+void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& user,
+                     void** context)
 {
     const auto connection = loop.GetConnection(loop.GetCurrentConnection());
     auto session = std::make_unique<ClientSession>();
@@ -259,15 +358,30 @@ void Sessions::Admit(const UA_NodeId& id, const std::string& user, void** contex
     session->user = user;
     session->address = connection->remoteAddress;
     session->connection = connection->id;
-    ClientSession& admitted = *sessions.emplace_back(std::move(session));
-    *context = &admitted;
-    Log(Core::LogLevel::Information, "Session",
-        fmt::format("Session of {} from {} opened", NameOf(user), admitted.address));
+    sessions.reserve(sessions.size() + 1);
+    session->strand.Start();
     // Off the loop: opening is announced to behaviours.
-    admitted.strand.Post([this, &admitted] {
-        admitted.session =
-            runtime.OpenSession(fmt::format("{}@{}", admitted.user, admitted.address));
-    });
+    session->strand.Post([this, &server, &opened = *session] { Open(server, opened); });
+    Log(Core::LogLevel::Information, "Session",
+        fmt::format("Session of {} from {} opened", NameOf(user), session->address));
+    *context = session.get();
+    sessions.push_back(std::move(session));
+}
+
+/// On the session's strand. A session that cannot be opened ends.
+void Sessions::Open(UA_Server& server, ClientSession& session)
+{
+    try {
+        session.session = runtime.OpenSession(fmt::format("{}@{}", session.user, session.address));
+    } catch (const std::exception& exception) {
+        Log(Core::LogLevel::Error, "Session",
+            fmt::format("Session of {} from {} cannot be opened: {}", NameOf(session.user),
+                        session.address, exception.what()));
+        session.ended = true; // its calls are refused from now on
+        loop.Post([&server, &session] {
+            static_cast<void>(UA_Server_closeSession(&server, &*session.id));
+        });
+    }
 }
 
 ClientSession* Sessions::Find(ConnectionId connection) const
@@ -281,10 +395,12 @@ ClientSession* Sessions::Find(ConnectionId connection) const
 
 void Sessions::OnConnectionClosed(UA_Server& server, ConnectionId connection)
 {
+    Close(server, unclaimed.TakeOf(connection));
     ClientSession* session = Find(connection);
     if (session == nullptr)
         return;
     session->connection = 0;
+    session->detachedAt = std::chrono::steady_clock::now();
     UA_EventLoop* handle = loop.GetHandle();
     const UA_DateTime end =
         handle->dateTime_nowMonotonic(handle) +
@@ -296,8 +412,9 @@ void Sessions::OnConnectionClosed(UA_Server& server, ConnectionId connection)
         static_cast<void>(
             UA_Server_closeSession(static_cast<UA_Server*>(application), &*ending.id));
     };
-    static_cast<void>(
-        handle->addTimedCallback(handle, close, &server, session, end, &session->graceTimer));
+    if (handle->addTimedCallback(handle, close, &server, session, end, &session->graceTimer) !=
+        UA_STATUSCODE_GOOD)
+        close(&server, session);
 }
 
 void Sessions::StopGrace(ClientSession& session)
@@ -349,45 +466,10 @@ void Sessions::ReportUndrained(milliseconds limit)
     }
 }
 
-/// The library tells of these in its diagnostics alone.
-std::vector<Ua<UA_NodeId>> Sessions::FindUnclaimed(UA_Server& server) const
-{
-    Ua<UA_Variant> all;
-    const UA_NodeId array = UA_NODEID_NUMERIC(
-        0, UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SESSIONSDIAGNOSTICSSUMMARY_SESSIONDIAGNOSTICSARRAY);
-    RequireGood(UA_Server_readValue(&server, array, &*all), "reading the state of sessions");
-    std::vector<Ua<UA_NodeId>> found;
-    if (!UA_Variant_hasArrayType(&*all, &UA_TYPES[UA_TYPES_SESSIONDIAGNOSTICSDATATYPE]))
-        return found;
-    const auto* entries = static_cast<const UA_SessionDiagnosticsDataType*>(all->data);
-    for (std::size_t i = 0; i < all->arrayLength; ++i) {
-        const UA_NodeId& id = entries[i].sessionId;
-        if (std::any_of(sessions.begin(), sessions.end(),
-                        [&id](const auto& session) { return UA_NodeId_equal(&*session->id, &id); }))
-            continue;
-        UA_NodeId copy;
-        RequireGood(UA_NodeId_copy(&id, &copy), "copying a session's identifier");
-        found.emplace_back(copy);
-    }
-    return found;
-}
-
 void Sessions::CloseUnclaimed(UA_Server& server)
 {
     constexpr std::chrono::seconds limit{5};
-    const auto now = std::chrono::steady_clock::now();
-    std::vector<Unclaimed> current;
-    for (auto& id : FindUnclaimed(server)) {
-        const auto known =
-            std::find_if(unclaimed.begin(), unclaimed.end(),
-                         [&id](const Unclaimed& each) { return UA_NodeId_equal(&*each.id, &*id); });
-        const auto since = known == unclaimed.end() ? now : known->since;
-        if (now - since < limit)
-            current.push_back({std::move(id), since});
-        else
-            static_cast<void>(UA_Server_closeSession(&server, &*id));
-    }
-    unclaimed = std::move(current);
+    Close(server, unclaimed.TakeOlderThan(UnclaimedSessions::Clock::now() - limit));
 }
 
 bool Sessions::WaitIdle(milliseconds limit)

@@ -2,6 +2,7 @@
 
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/ClientSession.h"
+#include "Endpoint/UnclaimedSessions.h"
 #include "EventLoop.h"
 
 #include <open62541/server.h>
@@ -32,7 +33,8 @@ struct SessionRules
 {
     bool anonymousAllowed = false;
     bool usersAllowed = false;
-    /// Sessions that are at work, ended ones included.
+    /// Sessions that are at work, ended ones included. There may be as many more that are created
+    /// and not activated, and a quarter more while others that lost their connection end for them.
     std::size_t maximum = 100;
     /// How long a session outlives its connection.
     std::chrono::milliseconds grace{5'000};
@@ -41,8 +43,10 @@ struct SessionRules
 /// The server's access control: lets clients in, follows their sessions, and says what they may do.
 ///
 /// A session of the host's runtime is opened for each client session, and closed after its last
-/// call in flight. A session whose connection is gone is closed after the grace, unless the client
-/// activates it on another connection before. Loop thread, unless it says otherwise.
+/// call in flight. A session whose connection is gone is closed after the grace, or when its place
+/// is needed, unless the client activates it on another connection before. Clients learn nothing
+/// of the sessions of others: the library's objects that describe them are not made. Loop thread,
+/// unless it says otherwise.
 class Sessions
 {
 public:
@@ -77,8 +81,8 @@ public:
     /// Logs, once each, the sessions that ended before the limit and are still at work.
     void ReportUndrained(std::chrono::milliseconds limit);
 
-    /// Closes what clients created and have not activated since: it takes places of sessions, for
-    /// an hour if nobody looks, and its creator need not have logged in. To be called now and then.
+    /// Closes the sessions that clients created and have not activated within seconds. To be called
+    /// now and then.
     void CloseUnclaimed(UA_Server& server);
 
     /// Waits for the jobs of all sessions; false when some are still at work after the limit.
@@ -90,21 +94,15 @@ private:
 
     UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id, const UA_ExtensionObject& token,
                            void** context);
-    [[nodiscard]] UA_StatusCode Readmit(UA_Server& server, ClientSession& session,
-                                        const std::string& user);
-    void Admit(const UA_NodeId& id, const std::string& user, void** context);
+    void OnCreated(UA_Server& server, const UA_Guid& id);
+    [[nodiscard]] UA_StatusCode Readmit(ClientSession& session, const std::string& user);
+    [[nodiscard]] bool HasPlace(UA_Server& server);
+    [[nodiscard]] ClientSession* FindFirstToLeave() const;
+    void Admit(UA_Server& server, const UA_NodeId& id, const std::string& user, void** context);
+    void Open(UA_Server& server, ClientSession& session);
     void End(ClientSession& session);
     void StopGrace(ClientSession& session);
     void Forget(const ClientSession& session);
-    [[nodiscard]] std::vector<Ua<UA_NodeId>> FindUnclaimed(UA_Server& server) const;
-
-    /// Created, and not activated.
-    struct Unclaimed
-    {
-        Ua<UA_NodeId> id;
-        std::chrono::steady_clock::time_point since;
-    };
-
     EventLoop& loop;
     Core::Embedding::Runtime& runtime;
     SessionRules rules;
@@ -114,7 +112,7 @@ private:
     Ended ended;
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
     SessionList sessions;                          // active and ending ones
-    std::vector<Unclaimed> unclaimed;              // when last looked at
+    UnclaimedSessions unclaimed;
 };
 
 } // namespace Host

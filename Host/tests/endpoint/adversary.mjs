@@ -173,10 +173,10 @@ const emptyNodeId = Buffer.from([0, 0]);
 const emptyObject = Buffer.from([0, 0, 0]);
 const secondsFrom1601To1970 = 11_644_473_600n;
 
-function makeRequestHeader() {
+function makeRequestHeader(token = emptyNodeId) {
     const now = Buffer.alloc(8);
     now.writeBigInt64LE((BigInt(Date.now()) + secondsFrom1601To1970 * 1_000n) * 10_000n);
-    return Buffer.concat([emptyNodeId, now, uint32(1), uint32(0), none, uint32(0), emptyObject]);
+    return Buffer.concat([token, now, uint32(1), uint32(0), none, uint32(0), emptyObject]);
 }
 const responseHeaderSize = 8 + 4 + 4 + 1 + 4 + 3;
 
@@ -224,6 +224,14 @@ export class RawClient {
         assert.equal((await this.next()).type, "ACK");
     }
 
+    /** A connection with a channel. */
+    static async open(host) {
+        const client = await RawClient.connect(host);
+        await client.greet();
+        await client.openChannel();
+        return client;
+    }
+
     /** Opens a channel that is not encrypted. */
     async openChannel() {
         const policy = string("http://opcfoundation.org/UA/SecurityPolicy#None");
@@ -245,16 +253,41 @@ export class RawClient {
         this.send(message(type, Buffer.concat([this.channel, this.token, number, uint32(2), content])));
     }
 
-    /** Asks for a session that is then not activated. */
-    async createSession({ name = "session", url = "opc.tcp://localhost" } = {}) {
+    /** Asks for sessions, all at once; what becomes of each. A session is not active yet then. */
+    async createSessions(count, { name = "session", url = "opc.tcp://localhost" } = {}) {
         const application = [string("urn:a"), string("urn:b"), Buffer.from([0]), uint32(1), none, none, none];
+        for (let i = 0; i < count; ++i) {
+            this.sendChunk("MSGF", Buffer.concat([
+                encodingId(461), makeRequestHeader(), ...application, none, string(url), string(name),
+                none, none, double(3_600_000), uint32(0),
+            ]));
+        }
+        const made = [];
+        while (made.length < count) {
+            const { type, bytes } = await this.next();
+            assert.equal(type, "MSG");
+            // Identifier and token are of the kind Guid.
+            const [id, size] = [24 + 4 + responseHeaderSize, 3 + 16];
+            made.push({
+                status: bytes.readUInt32LE(24 + 4 + 12), id: bytes.subarray(id, id + size),
+                token: bytes.subarray(id + size, id + 2 * size),
+            });
+        }
+        return made;
+    }
+
+    /** Asks for a session that is then not activated. */
+    async createSession(options) {
+        return (await this.createSessions(1, options))[0];
+    }
+
+    /** Activates a session that it has created, without a name; the status. */
+    async activateSession({ token }) {
         this.sendChunk("MSGF", Buffer.concat([
-            encodingId(461), makeRequestHeader(), ...application, none, string(url), string(name),
-            none, none, double(3_600_000), uint32(0),
+            encodingId(467), makeRequestHeader(token), none, none, none, none, emptyObject, none, none,
         ]));
-        const { type, bytes } = await this.next();
-        assert.equal(type, "MSG");
-        return { status: bytes.readUInt32LE(24 + 4 + 12) };
+        const { bytes } = await this.next();
+        return bytes.readUInt32LE(24 + 4 + 12);
     }
 
     closeChannel() {
