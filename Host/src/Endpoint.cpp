@@ -199,9 +199,12 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
         backlog.Forget(session);
         objects.RemoveOwned(session);
         session.strand.Post([this, &session] { RemoveOwnObjects(session); });
+        loop.Post([this, owner = &session] { loop.EndSubscriptions(owner); });
     });
     loop.SetClosedObserver(
         [this](ConnectionId connection) { sessions.OnConnectionClosed(*server, connection); });
+    loop.SetSubscriptionOwners(
+        [this](ConnectionId connection) { return sessions.Find(connection); });
     if (settings.isMemoryShort)
         loop.SetMemoryBrake(settings.isMemoryShort);
     MakeFolder();
@@ -344,9 +347,11 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
     configuration.maxSecureChannels = static_cast<UA_UInt16>(created + channelsWithoutSession);
     configuration.maxSubscriptionsPerSession =
         static_cast<UA_UInt32>(settings.subscriptionsPerSession);
-    configuration.publishingIntervalLimits.min = 10;
-    // Events are delivered ahead of the interval; each vain look counts as one, see EventLoop.
-    configuration.lifeTimeCountLimits.min = 12'000;
+    configuration.publishingIntervalLimits = {10, 10'000};
+    // Events are delivered ahead of the interval; each vain look counts as one, see EventLoop. A
+    // subscription does not outlive its session, however long this is.
+    configuration.lifeTimeCountLimits = {12'000, 12'000};
+    configuration.keepAliveCountLimits = {1, 100};
     configuration.queueSizeLimits.max = 200'000;
     configuration.maxRetransmissionQueueSize = 8; // one listing's event can have 6 MB
     // A method belongs to its session by the connection that calls: one call after another.

@@ -9,13 +9,16 @@ void EventDelivery::NoteCyclicCallback(LoopTimers::Id id, UA_Callback function,
 {
     if (publish == nullptr)
         publish = function;
-    if (function == publish)
-        subscriptions.emplace(id, Subscription{connection, 0});
+    if (function != publish)
+        return;
+    const void* owner = findOwner ? findOwner(connection) : nullptr;
+    subscriptions.emplace(id, Subscription{connection, owner, 0});
 }
 
 void EventDelivery::Forget(LoopTimers::Id id)
 {
     requested.erase(id);
+    ending.erase(id);
     subscriptions.erase(id);
 }
 
@@ -36,6 +39,8 @@ void EventDelivery::Request(ConnectionId connection)
 std::optional<UA_DateTime> EventDelivery::GetNext(UA_DateTime now) const
 {
     std::optional<UA_DateTime> next;
+    if (!ending.empty())
+        next = std::max(now, nextEnding);
     for (const auto id : requested) {
         const auto allowed = std::max(now, GetAllowed(subscriptions.at(id)));
         next = std::min(next.value_or(allowed), allowed);
@@ -60,6 +65,27 @@ void EventDelivery::CountVainCall(LoopTimers::Id id, UA_DateTime now)
     const auto found = subscriptions.find(id);
     if (found != subscriptions.end())
         found->second.rationedUntil = std::max(found->second.rationedUntil, now) + ration;
+}
+
+void EventDelivery::End(const void* owner)
+{
+    for (const auto& [id, subscription] : subscriptions) {
+        if (subscription.owner == owner)
+            ending.insert(id);
+    }
+}
+
+bool EventDelivery::MayCallEnding(UA_DateTime now)
+{
+    if (ending.empty() || now < nextEnding)
+        return false;
+    nextEnding = now + ration;
+    return true;
+}
+
+std::optional<LoopTimers::Id> EventDelivery::FindEnding() const
+{
+    return ending.empty() ? std::nullopt : std::optional(*ending.begin());
 }
 
 } // namespace Host

@@ -3,9 +3,11 @@
 #include "EventLoop.h"
 #include "LoopTimers.h"
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace Host {
@@ -17,6 +19,7 @@ class EventDelivery
 public:
     /// A cyclic callback was registered while a message of the connection was being handled.
     void NoteCyclicCallback(LoopTimers::Id id, UA_Callback function, ConnectionId connection);
+    void SetOwners(std::function<const void*(ConnectionId)> find) { findOwner = std::move(find); }
     void Forget(LoopTimers::Id id);
 
     void RequestAll();
@@ -31,6 +34,15 @@ public:
     /// A call had nothing to send.
     void CountVainCall(LoopTimers::Id id, UA_DateTime now);
 
+    /// From now on the subscriptions of the owner are ending.
+    void End(const void* owner);
+
+    /// True when ending subscriptions may be called again; then not again for a ration.
+    bool MayCallEnding(UA_DateTime now);
+
+    /// One that is ending, if there are any.
+    [[nodiscard]] std::optional<LoopTimers::Id> FindEnding() const;
+
 private:
     static constexpr int mostVainCalls = 20;
     static constexpr UA_DateTime ration = 10 * UA_DATETIME_MSEC;
@@ -38,6 +50,7 @@ private:
     struct Subscription
     {
         ConnectionId connection{};
+        const void* owner{};
         // Each vain call moves this on by a ration, from the present or from where it is.
         UA_DateTime rationedUntil{};
     };
@@ -51,6 +64,9 @@ private:
     UA_Callback publish{};
     std::map<LoopTimers::Id, Subscription> subscriptions;
     std::set<LoopTimers::Id> requested; // of these
+    std::set<LoopTimers::Id> ending;    // of these
+    UA_DateTime nextEnding{};
+    std::function<const void*(ConnectionId)> findOwner;
 };
 
 } // namespace Host

@@ -48,6 +48,8 @@ public:
     void Wake();
     void FlushAnswers();
     void DeliverEvents(std::optional<ConnectionId> connection);
+    void SetSubscriptionOwners(std::function<const void*(ConnectionId)> find);
+    void EndSubscriptions(const void* owner);
     [[nodiscard]] ConnectionId GetCurrentConnection() const;
 
 private:
@@ -91,6 +93,7 @@ private:
     void RunHandlers(std::chrono::milliseconds timeout);
     void RunAnswers();
     void RunDelivery();
+    void RunEnding();
     [[nodiscard]] std::chrono::microseconds GetWait(std::chrono::milliseconds timeout);
     [[nodiscard]] bool IsOnLoopThread() const;
 
@@ -424,6 +427,7 @@ void EventLoop::Implementation::Turn(std::chrono::milliseconds timeout)
     RunHandlers(ranTimers || ranDelayed ? std::chrono::milliseconds::zero() : timeout);
     RunAnswers();
     RunDelivery();
+    RunEnding();
 }
 
 bool EventLoop::Implementation::RunDueTimers()
@@ -507,6 +511,24 @@ void EventLoop::Implementation::RunDelivery()
         lock.lock();
         if (connections.CountMessages() == messages)
             delivery.CountVainCall(id, Now());
+    }
+}
+
+/// A part of the time only, since each call may sample what the subscription monitors.
+void EventLoop::Implementation::RunEnding()
+{
+    constexpr UA_DateTime share = 1 * UA_DATETIME_MSEC;
+    Lock lock(mutex);
+    const auto start = Now();
+    if (!delivery.MayCallEnding(start))
+        return;
+    while (const auto id = delivery.FindEnding()) {
+        const auto callback = timers.Find(*id); // is there as long as its subscription is
+        lock.unlock();
+        (*callback)();
+        lock.lock();
+        if (Now() - start >= share)
+            return;
     }
 }
 
@@ -619,6 +641,18 @@ void EventLoop::Implementation::DeliverEvents(std::optional<ConnectionId> connec
         Wake();
 }
 
+void EventLoop::Implementation::SetSubscriptionOwners(std::function<const void*(ConnectionId)> find)
+{
+    const Lock lock(mutex);
+    delivery.SetOwners(std::move(find));
+}
+
+void EventLoop::Implementation::EndSubscriptions(const void* owner)
+{
+    const Lock lock(mutex);
+    delivery.End(owner);
+}
+
 ConnectionId EventLoop::Implementation::GetCurrentConnection() const
 {
     return IsOnLoopThread() ? connections.GetCurrent() : 0;
@@ -658,6 +692,16 @@ void EventLoop::DeliverEvents()
 void EventLoop::DeliverEvents(ConnectionId connection)
 {
     implementation->DeliverEvents(connection);
+}
+
+void EventLoop::SetSubscriptionOwners(std::function<const void*(ConnectionId)> find)
+{
+    implementation->SetSubscriptionOwners(std::move(find));
+}
+
+void EventLoop::EndSubscriptions(const void* owner)
+{
+    implementation->EndSubscriptions(owner);
 }
 
 ConnectionId EventLoop::GetCurrentConnection() const

@@ -114,6 +114,17 @@ public:
     /// connection that the session has had.
     void DeliverEvents(ConnectionId connection);
 
+    /// Says to whom the subscriptions belong that are made on a connection. Called on the loop's
+    /// thread with the loop's lock held.
+    void SetSubscriptionOwners(std::function<const void*(ConnectionId)> find);
+
+    /// Ends the subscriptions of an owner that has none any more by right: a session may leave them
+    /// behind, and the library then keeps them for as long as their lifetime is. Nothing can be
+    /// sent for these, so each call of their publishing callbacks counts towards the lifetime, and
+    /// they are called until it is over: a tenth of the loop's time at most. On the loop's thread,
+    /// once the library has deleted the subscriptions that it does not keep.
+    void EndSubscriptions(const void* owner);
+
     /// The connection whose message (or opening, or closing) is being handled; 0 outside of that.
     [[nodiscard]] ConnectionId GetCurrentConnection() const;
 
