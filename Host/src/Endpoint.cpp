@@ -443,6 +443,7 @@ void Endpoint::Implementation::AddHousekeeping()
     const auto keepHouse = [](UA_Server* /*server*/, void* context) noexcept {
         auto& self = *static_cast<Implementation*>(context);
         try {
+            LogLeftOut();
             self.sessions.ReportUndrained(self.settings.drain);
             self.loop.CloseAbandonedConnections();
             self.sessions.CloseUnclaimed(*self.server);

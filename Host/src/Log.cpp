@@ -1,13 +1,30 @@
 #include "Log.h"
 
 #include "Core/Logger.h"
+#include "LogLimiter.h"
 
 #include <utility>
 
 namespace Host {
 
+namespace {
+
+LogLimiter& GetLimiter()
+{
+    static LogLimiter limiter;
+    return limiter;
+}
+
+} // namespace
+
 void Log(Core::LogLevel level, const char* category, std::string message, const char* file,
          const char* function, int line)
+{
+    LogOfKind(file, level, category, std::move(message), file, function, line);
+}
+
+void LogOfKind(const void* kind, Core::LogLevel level, const char* category, std::string message,
+               const char* file, const char* function, int line)
 {
     auto& logger = Core::Logger::Instance();
     if (!logger.IsEnabledForEntry(level, category))
@@ -20,7 +37,15 @@ void Log(Core::LogLevel level, const char* category, std::string message, const 
     entry.file = file;
     entry.function = function;
     entry.line = line;
-    logger.AppendEntry(std::move(entry));
+    const bool isLimited = level < Core::LogLevel::Debug;
+    if (!isLimited || GetLimiter().MayWrite({kind, line}, entry))
+        logger.AppendEntry(std::move(entry));
+}
+
+void LogLeftOut()
+{
+    for (auto& entry : GetLimiter().TakeLeftOut())
+        Core::Logger::Instance().AppendEntry(std::move(entry));
 }
 
 } // namespace Host

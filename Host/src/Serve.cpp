@@ -128,6 +128,7 @@ ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
     std::thread watcher = StopOnSignal(endpoint, stop);
     const bool drained = endpoint.Run();
     watcher.join();
+    LogLeftOut();
     if (!drained) {
         Log(Core::LogLevel::Error, "Host", "Stopped with work that did not come to an end");
         std::_Exit(static_cast<int>(ExitStatus::NotDrained));

@@ -57,7 +57,7 @@ bool IsOfNoInterest(std::string_view format)
             return;
         std::array<char, 1024> text{};
         std::vsnprintf(text.data(), text.size(), format, arguments);
-        Log(ToLevel(level), category, text.data());
+        LogOfKind(format, ToLevel(level), category, text.data());
     } catch (const std::exception&) {
         // A line that cannot be written is lost; nobody could be told but by another line.
     }

@@ -281,13 +281,23 @@ export class RawClient {
         return (await this.createSessions(1, options))[0];
     }
 
+    /** Activates a session, without a name, so many times at once; the statuses. */
+    async activateSessions(count, { token }) {
+        for (let i = 0; i < count; ++i) {
+            this.sendChunk("MSGF", Buffer.concat([
+                encodingId(467), makeRequestHeader(token), none, none, none, none, emptyObject, none, none,
+            ]));
+        }
+        const statuses = [];
+        while (statuses.length < count) {
+            statuses.push((await this.next()).bytes.readUInt32LE(24 + 4 + 12));
+        }
+        return statuses;
+    }
+
     /** Activates a session that it has created, without a name; the status. */
-    async activateSession({ token }) {
-        this.sendChunk("MSGF", Buffer.concat([
-            encodingId(467), makeRequestHeader(token), none, none, none, none, emptyObject, none, none,
-        ]));
-        const { bytes } = await this.next();
-        return bytes.readUInt32LE(24 + 4 + 12);
+    async activateSession(session) {
+        return (await this.activateSessions(1, session))[0];
     }
 
     closeChannel() {

@@ -4,7 +4,7 @@ import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
 import { after, before, describe, it } from "node:test";
 import { keepsFreedMemory, memory, RawClient } from "./adversary.mjs";
-import { opcua, programs, startHost } from "./harness.mjs";
+import { opcua, programs, startHost, waitFor } from "./harness.mjs";
 
 const sessionsSummary = "i=3706";
 
@@ -135,6 +135,26 @@ describe("Sessions that lost their connection", () => {
             await assert.rejects(host.connect(), /BadTooManySessions/);
             await stays.barrier();
             await Promise.all([first, second].map((client) => client.read("i=2255")));
+        } finally {
+            await host.stop();
+        }
+    });
+});
+
+describe("The log", () => {
+    it("is not filled by a stranger: lines of one kind are counted after some hundreds", async () => {
+        const host = await startHost();
+        try {
+            const stranger = await RawClient.open(host);
+            const token = Buffer.concat([Buffer.from([4, 1, 0]), Buffer.alloc(16)]);
+            const count = 5_000;
+            const isRefused = "Session not found";
+            const lines = () => host.log.split("\n").filter((line) => line.includes(isRefused));
+            await stranger.activateSessions(count, { token });
+            const told = await waitFor("the count", () => lines().map((line) => /\(and (\d+) more like it\)/.exec(line)).find(Boolean));
+            assert.ok(lines().length < count / 2, `${lines().length} lines`);
+            assert.ok(Number(told[1]) > count / 2, told[0]);
+            await stranger.end();
         } finally {
             await host.stop();
         }
