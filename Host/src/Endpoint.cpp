@@ -446,6 +446,7 @@ void Endpoint::Implementation::AddHousekeeping()
             LogLeftOut();
             self.sessions.ReportUndrained(self.settings.drain);
             self.loop.CloseAbandonedConnections();
+            self.loop.CloseOverdueConnections();
             self.sessions.CloseUnclaimed(*self.server);
         } catch (const std::exception& exception) {
             Log(Core::LogLevel::Error, "Session",

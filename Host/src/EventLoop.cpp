@@ -734,6 +734,16 @@ void EventLoop::CloseAbandonedConnections()
     implementation->GetConnections().CloseAbandoned();
 }
 
+void EventLoop::MarkAdmitted(ConnectionId connection, bool isAdmitted)
+{
+    implementation->GetConnections().MarkAdmitted(connection, isAdmitted);
+}
+
+void EventLoop::CloseOverdueConnections()
+{
+    implementation->GetConnections().CloseOverdue();
+}
+
 void EventLoop::CloseConnection(ConnectionId connection)
 {
     implementation->GetConnections().Close(connection);

@@ -2,6 +2,7 @@
 
 #include <open62541/plugin/eventloop.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -32,16 +33,33 @@ struct ListeningSocket
     std::uint16_t port{};
 };
 
+/// Bounds on connections without an active session; `EventLoop::MarkAdmitted` tells which have one.
+struct StrangerLimits
+{
+    // A certificate chain, the longest that one has to send, has some 10 kB.
+    std::size_t messageSize = std::size_t{64} << 10U; ///< a larger one is not taken
+    std::size_t messageChunks = 8;
+    std::size_t output = std::size_t{256} << 10U; ///< more waiting to be sent: it is closed
+    std::size_t perAddress = 64;                  ///< a further one takes the place of the oldest
+    std::chrono::milliseconds hello{5'000};       ///< until the first message is complete
+    std::chrono::milliseconds session{15'000};    ///< until a session is active
+    /// Until more of an unfinished message comes, on a connection with a session too.
+    std::chrono::milliseconds progress{120'000};
+};
+
 /// Bounds on what connections may take. Sizes are bytes.
 struct ConnectionLimits
 {
     static constexpr std::size_t megabyte = std::size_t{1} << 20U;
 
-    std::size_t connections = 1000;             ///< a further one is accepted and closed at once
+    /// A further one takes the place of the oldest without a session; if there is none, it is
+    /// accepted and closed at once.
+    std::size_t connections = 1000;
     std::size_t outputPause = 4 * megabyte;     ///< more waiting to be sent: it is not read
     std::size_t outputLimit = 64 * megabyte;    ///< more waiting to be sent: it is closed
     std::size_t brakeAllowance = 64 * megabyte; ///< see `EventLoop::SetMemoryBrake`
     std::size_t brakeRefill = megabyte / 20;    ///< the same, each time the brake is looked at
+    StrangerLimits strangers;
 };
 
 /// The event loop and the TCP transport of an OPC UA server: timers, delayed callbacks and
@@ -144,6 +162,14 @@ public:
     /// holds back what nobody reads here looks as before; it is found by what is sent to it next,
     /// or by its session's timeout.
     void CloseAbandonedConnections();
+
+    /// Says that a session is active on a connection, or that none is any more: without one it is
+    /// bounded by `StrangerLimits`. One that is not known is ignored.
+    void MarkAdmitted(ConnectionId connection, bool isAdmitted);
+
+    /// Closes the connections that are overdue by `StrangerLimits`. To be called about once a
+    /// second; nobody is closed at the first call that finds it overdue.
+    void CloseOverdueConnections();
 
     /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
     void CloseConnection(ConnectionId connection);

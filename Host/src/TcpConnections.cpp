@@ -49,6 +49,25 @@ bool IsAbandoned(Tcp::socket& socket)
     return ::poll(&query, 1, 0) > 0;
 }
 
+/// Returns the message with which a server ends a connection; out of memory, an empty one.
+OutputBuffer MakeErrorMessage(UA_StatusCode status, std::string_view reason)
+{
+    const auto append = [](std::string& text, std::size_t number) {
+        for (auto shift = 0U; shift < 32; shift += 8)
+            text += static_cast<char>(number >> shift & 0xffU);
+    };
+    std::string text = "ERRF";
+    append(text, text.size() + 12 + reason.size());
+    append(text, status);
+    append(text, reason.size());
+    text += reason;
+    UA_ByteString bytes;
+    UA_ByteString_init(&bytes);
+    if (UA_ByteString_allocBuffer(&bytes, text.size()) == UA_STATUSCODE_GOOD)
+        std::copy(text.begin(), text.end(), bytes.data);
+    return OutputBuffer(bytes);
+}
+
 } // namespace
 
 OutputBuffer::OutputBuffer(UA_ByteString& bytes)
@@ -91,6 +110,7 @@ TcpConnections::TcpConnections(asio::io_context& context, Mutex& mutex, const UA
     , mutex(mutex)
     , input(inputSize)
     , listeners(context, mutex, logger, MakeListenersOwner())
+    , strangers(limits.strangers)
     , brake(limits.brakeAllowance, limits.brakeRefill)
     , brakeTimer(context)
 {
@@ -283,27 +303,42 @@ UA_StatusCode TcpConnections::Open(const UA_KeyValueMap& parameters, const TcpCh
     return listeners.Open(parameters, channel);
 }
 
-bool TcpConnections::HasRoom()
+/// Returns false if there is no room for a further connection. Those without a session keep nobody
+/// out: the oldest of them goes.
+bool TcpConnections::MakeRoom(const std::string& address)
 {
     const auto isFull = connections.size() >= limits.connections;
+    auto leaving = strangers.FindSurplus(address);
+    if (!leaving && isFull)
+        leaving = strangers.FindOldest();
+    ReportRoom(isFull, leaving.has_value());
+    if (leaving)
+        Refuse(*leaving, {UA_STATUSCODE_BADTCPSERVERTOOBUSY, "gives way to a newer connection"});
+    return leaving || !isFull;
+}
+
+/// Not again for each one that comes and goes at the limit.
+void TcpConnections::ReportRoom(bool isFull, bool hasStrangers)
+{
     if (isFull && !full) {
-        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
-                       "TCP: refuses connections: %zu are open, as many as are allowed",
-                       connections.size());
+        UA_LOG_WARNING(
+            &logger, UA_LOGCATEGORY_NETWORK,
+            "TCP: %zu connections are open, as many as are allowed: %s", connections.size(),
+            hasStrangers ? "those without a session give way to new ones" : "refuses connections");
     }
-    full = isFull;
-    return !isFull;
+    full = isFull || (full && connections.size() >= limits.connections - limits.connections / 10);
 }
 
 void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socket)
 {
-    if (!HasRoom())
+    if (!MakeRoom(socket.remote_endpoint().address().to_string()))
         return;
     Configure(socket);
     auto channel = listener;
     channel.id = ++lastId;
     const auto connection = std::make_shared<Connection>(channel, std::move(socket));
     connections.emplace(connection->id, connection);
+    strangers.Add(connection->id, connection->info.remoteAddress, Strangers::Clock::now());
     brake.Add(connection->id);
 
     auto address = Borrow(connection->info.remoteAddress);
@@ -315,6 +350,26 @@ void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socke
         Flush(connection);
         Read(connection);
     });
+}
+
+// Strangers
+
+void TcpConnections::MarkAdmitted(ConnectionId id, bool isAdmitted)
+{
+    const Lock lock(mutex);
+    strangers.SetAdmitted(id, isAdmitted, Strangers::Clock::now());
+}
+
+void TcpConnections::CloseOverdue()
+{
+    const Lock lock(mutex);
+    const auto now = Strangers::Clock::now();
+    for (const auto& [id, connection] : connections) {
+        if (!connection->reading)
+            strangers.ExcuseWaiting(id, now);
+    }
+    for (const auto& [id, refusal] : strangers.TakeOverdue(now))
+        Refuse(id, refusal);
 }
 
 // Reading
@@ -371,6 +426,9 @@ void TcpConnections::Receive(Connection& connection, std::size_t size)
 {
     connection.info.bytesIn += size;
     brake.CountReceived(connection.id, size);
+    if (const auto refusal =
+            strangers.Receive(connection.id, {input.data(), size}, Strangers::Clock::now()))
+        return Refuse(connection.id, *refusal);
     Notify(connection, UA_CONNECTIONSTATE_ESTABLISHED, {0, nullptr}, {size, input.data()});
 }
 
@@ -452,7 +510,9 @@ void TcpConnections::OnWritable(const SharedConnection& connection)
 
 void TcpConnections::CheckOutput(const SharedConnection& connection)
 {
-    if (connection->closing || connection->queued <= limits.outputLimit)
+    const auto limit =
+        strangers.WasAdmitted(connection->id) ? limits.outputLimit : limits.strangers.output;
+    if (connection->closing || connection->queued <= limit)
         return;
     UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
                    "TCP %zu: closed: %s does not take what it asked for, %zu bytes wait to be sent",
@@ -473,11 +533,26 @@ bool TcpConnections::Close(ConnectionId id)
     return listeners.Close(id).value_or(false);
 }
 
+/// Says why, as far as the client still takes it.
+void TcpConnections::Refuse(ConnectionId id, const Strangers::Refusal& refusal)
+{
+    const auto found = connections.find(id);
+    if (found == connections.end() || found->second->closing)
+        return;
+    const auto connection = found->second;
+    UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP %zu: closed: %s: %s", id,
+                connection->info.remoteAddress.c_str(), refusal.reason);
+    connection->output.emplace_back(MakeErrorMessage(refusal.status, refusal.reason));
+    connection->queued += connection->output.back().GetSize();
+    BeginClose(connection);
+}
+
 void TcpConnections::BeginClose(const SharedConnection& connection)
 {
     if (std::exchange(connection->closing, true))
         return;
     asio::post(context, [this, connection] { FinishClose(connection); });
+    strangers.Remove(connection->id);
     ErrorCode ignored; // the connection ends in any case
     if (!connection->writing)
         FlushWhatFits(*connection, ignored); // often says why it is closed

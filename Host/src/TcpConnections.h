@@ -3,6 +3,7 @@
 #include "Asio.h"
 #include "EventLoop.h"
 #include "MemoryBrake.h"
+#include "Strangers.h"
 #include "TcpChannel.h"
 #include "TcpListeners.h"
 
@@ -76,6 +77,10 @@ public:
     /// Closes those that are not read for now and whose clients have left.
     void CloseAbandoned();
 
+    /// See the operations of `EventLoop`.
+    void MarkAdmitted(ConnectionId id, bool isAdmitted);
+    void CloseOverdue();
+
     /// False if there is none, or it is closing already.
     bool Close(ConnectionId id);
 
@@ -116,7 +121,8 @@ private:
 
     // Accepting
     UA_StatusCode Open(const UA_KeyValueMap& parameters, const TcpChannel& channel);
-    bool HasRoom();
+    bool MakeRoom(const std::string& address);
+    void ReportRoom(bool isFull, bool hasStrangers);
     void AddConnection(const TcpChannel& listener, Tcp::socket socket);
 
     // Reading
@@ -134,6 +140,7 @@ private:
     void CheckOutput(const SharedConnection& connection);
 
     // Closing
+    void Refuse(ConnectionId id, const Strangers::Refusal& refusal);
     void BeginClose(const SharedConnection& connection);
     void FinishClose(const SharedConnection& connection);
 
@@ -170,6 +177,7 @@ private:
     std::vector<boost::asio::const_buffer> gathered; // scratch
     bool full = false;                               // and that is logged
     std::function<bool()> isMemoryShort;
+    Strangers strangers;
     MemoryBrake brake;
     boost::asio::steady_timer brakeTimer;
 };

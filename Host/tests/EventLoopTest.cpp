@@ -801,6 +801,7 @@ protected:
     std::uint16_t port = 0;
     std::atomic<bool> echo = true;
     std::atomic<bool> closeAfterEcho = false;
+    std::atomic<bool> admit = true; // as if each had a session, which takes no messages of OPC UA
     std::thread thread;
 
     mutable std::mutex mutex; // guards what follows
@@ -817,6 +818,8 @@ private:
     {
         auto& test = *static_cast<Connections*>(self);
         const auto info = test.loop.GetConnection(id);
+        if (info && test.admit)
+            test.loop.MarkAdmitted(id, true);
         EXPECT_EQ(test.loop.GetCurrentConnection(), info ? id : 0);
         const std::scoped_lock lock(test.mutex);
         if (info)
@@ -1013,7 +1016,13 @@ TEST_F(Connections, WaitToBeAcceptedWhileThereAreNoDescriptors)
 class ConnectionsWithLimits : public Connections
 {
 protected:
-    static constexpr ConnectionLimits limits{3, megabyte, 8 * megabyte, 2 * megabyte};
+    static constexpr ConnectionLimits limits{
+        .connections = 3,
+        .outputPause = megabyte,
+        .outputLimit = 8 * megabyte,
+        .brakeAllowance = 2 * megabyte,
+        .strangers = {},
+    };
 
     ConnectionsWithLimits()
         : Connections(limits)
@@ -1119,6 +1128,133 @@ TEST_F(ConnectionsWithLimits, ThatAreNotReadAreClosedWhenTheirClientHasGone)
     EXPECT_TRUE(Eventually([&] { return CountClosed(id) == 1; }));
 }
 
+/// Clients without a session.
+class Strange : public Connections
+{
+protected:
+    Strange()
+        : Connections(MakeLimits())
+    {
+        admit = false;
+    }
+
+    static ConnectionLimits MakeLimits()
+    {
+        ConnectionLimits limits;
+        limits.connections = 6;
+        limits.strangers.perAddress = 3;
+        limits.strangers.hello = 0ms;
+        limits.strangers.output = megabyte;
+        return limits;
+    }
+
+    void CloseOverdue()
+    {
+        OnLoop(loop, [&] {
+            loop.CloseOverdueConnections();
+            return true;
+        });
+    }
+
+    const std::string hello{"HELF\x0a\0\0\0..", 10};
+};
+
+TEST_F(Strange, ConnectionsAreToldWhyTheyAreClosed)
+{
+    const RawClient client(port);
+    client.Send(hello);
+    EXPECT_EQ(client.Receive(hello.size()), hello);
+    client.Send(std::string("MSGF\xff\xff\x02\0", 8));
+    const std::string reason = "too large before a session is active";
+    const auto answer = client.Receive(1000);
+    ASSERT_EQ(answer.size(), 16 + reason.size());
+    EXPECT_EQ(answer.substr(0, 8), std::string("ERRF\x34\0\0\0", 8));
+    EXPECT_EQ(answer.substr(8, 4), std::string("\0\0\x80\x80", 4)) << "Bad_TcpMessageTooLarge";
+    EXPECT_EQ(answer.substr(16), reason);
+    EXPECT_TRUE(Eventually([&] { return loop.CountConnections() == 0; }));
+}
+
+TEST_F(Strange, ConnectionsDoNotReachTheServerWithLargeMessages)
+{
+    const RawClient client(port);
+    const auto id = WaitForConnection(client);
+    client.Send(std::string("MSGF\xff\xff\x02\0", 8));
+    EXPECT_TRUE(Eventually([&] { return CountClosed(id) == 1; }));
+    EXPECT_EQ(GetReceived(id), 0U);
+}
+
+TEST_F(Strange, ConnectionsMaySendLargeMessagesOnceTheyAreAdmitted)
+{
+    const RawClient client(port);
+    const auto id = WaitForConnection(client);
+    loop.MarkAdmitted(id, true);
+    client.Send(std::string("MSGF\xff\xff\x02\0", 8));
+    EXPECT_TRUE(Eventually([&] { return GetReceived(id) == 8; }));
+    CloseOverdue();
+    CloseOverdue();
+    EXPECT_EQ(CountClosed(id), 0U);
+}
+
+TEST_F(Strange, ConnectionsThatAreOverdueAreClosedAtTheSecondLook)
+{
+    const RawClient silent(port);
+    const RawClient other(port);
+    const auto id = WaitForConnection(silent);
+    other.Send(hello);
+    EXPECT_EQ(other.Receive(hello.size()), hello);
+    CloseOverdue();
+    EXPECT_EQ(CountClosed(id), 0U);
+    CloseOverdue();
+    EXPECT_TRUE(silent.IsClosedByPeer());
+    EXPECT_TRUE(Eventually([&] { return CountClosed(id) == 1; }));
+    other.Send(hello);
+    EXPECT_EQ(other.Receive(hello.size()), hello);
+}
+
+TEST_F(Strange, ConnectionsGiveWayToNewerOnesOfTheirAddress)
+{
+    std::vector<RawClient> clients;
+    clients.reserve(10);
+    for (auto i = 0; i < 10; ++i)
+        WaitForConnection(clients.emplace_back(port));
+    for (auto i = 0; i < 7; ++i)
+        EXPECT_TRUE(clients.at(static_cast<std::size_t>(i)).IsClosedByPeer()) << i;
+    EXPECT_TRUE(Eventually([&] { return loop.CountConnections() == 3; }));
+    clients.back().Send(hello);
+    EXPECT_EQ(clients.back().Receive(hello.size()), hello);
+}
+
+TEST_F(Strange, ConnectionsDoNotKeepOthersOutWhereverTheyComeFrom)
+{
+    std::vector<RawClient> clients;
+    clients.reserve(6);
+    for (auto i = 0; i < 6; ++i) {
+        const auto id = WaitForConnection(clients.emplace_back(port));
+        if (i != 1)
+            loop.MarkAdmitted(id, true);
+    }
+    const RawClient next(port);
+    WaitForConnection(next);
+    EXPECT_TRUE(clients.at(1).IsClosedByPeer());
+    next.Send(hello);
+    EXPECT_EQ(next.Receive(hello.size()), hello);
+    EXPECT_EQ(log.Count("those without a session give way"), 1U);
+}
+
+TEST_F(Strange, ConnectionsAreClosedWhenTheyDoNotTakeTheirAnswers)
+{
+    const RawClient client(port);
+    const auto id = WaitForConnection(client);
+    const auto sent = OnLoop(loop, [&] {
+        std::size_t count = 0;
+        while (count < 100 * megabyte && Send(id, megabyte) == UA_STATUSCODE_GOOD)
+            count += megabyte;
+        return count;
+    });
+    EXPECT_LT(sent, 20 * megabyte) << "the system's buffers take some";
+    EXPECT_TRUE(Eventually([&] { return CountClosed(id) == 1; }));
+}
+
 // A server
 
 const UA_NodeId objects = UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER);
@@ -1195,9 +1331,18 @@ protected:
                   UA_STATUSCODE_GOOD);
     }
 
+    /// Nobody says here which connections have a session.
+    static ConnectionLimits MakeLimits()
+    {
+        ConnectionLimits limits;
+        limits.strangers.messageSize = limits.outputLimit;
+        limits.strangers.output = limits.outputLimit;
+        return limits;
+    }
+
     Log log;
     UA_Logger logger = log.GetLogger();
-    EventLoop loop{log.GetLogger()};
+    EventLoop loop{log.GetLogger(), MakeLimits()};
     UA_Server* server{};
     std::uint16_t port = 0;
     std::atomic<bool> stopping = false;

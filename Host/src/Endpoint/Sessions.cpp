@@ -299,7 +299,9 @@ UA_StatusCode Sessions::Readmit(ClientSession& session, const std::string& user)
     if (other != nullptr && other != &session)
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
     StopGrace(session);
+    loop.MarkAdmitted(session.connection, false);
     session.connection = connection;
+    loop.MarkAdmitted(connection, true);
     // Too much of it in flight holds its new connection like the one before.
     if (session.heldConnection != 0) {
         loop.HoldConnection(std::exchange(session.heldConnection, connection), false);
@@ -365,6 +367,7 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     Log(Core::LogLevel::Information, "Session",
         fmt::format("Session of {} from {} opened", NameOf(user), session->address));
     *context = session.get();
+    loop.MarkAdmitted(session->connection, true);
     sessions.push_back(std::move(session));
 }
 
@@ -431,6 +434,7 @@ void Sessions::End(ClientSession& session)
     StopGrace(session);
     session.ended = true;
     session.endedAt = std::chrono::steady_clock::now();
+    loop.MarkAdmitted(session.connection, false);
     session.connection = 0;
     ended(session);
     // Behind its calls in flight; they end early, since no further call is made for it.

@@ -210,8 +210,9 @@ export class RawClient {
     /** Takes the next message off what was received: its type and the whole of it. */
     async next() {
         const isThere = () => {
-            assert.ok(!this.closed, "the host has closed the connection");
-            return this.received.length >= 8 && this.received.length >= this.received.readUInt32LE(4);
+            const isWhole = this.received.length >= 8 && this.received.length >= this.received.readUInt32LE(4);
+            assert.ok(isWhole || !this.closed, "the host has closed the connection");
+            return isWhole;
         };
         await waitFor("a message", isThere);
         const bytes = this.received.subarray(0, this.received.readUInt32LE(4));
