@@ -11,7 +11,8 @@ namespace Core {
 
 namespace {
 
-/// What behaviours live on that outlived their removal, kept until they are gone.
+/// Nodes and modules of behaviours that outlive their removal, kept until those are gone, and
+/// behaviours that could not be stopped, kept for good.
 class Leftovers
 {
 public:
@@ -29,7 +30,14 @@ public:
         entries.push_back({std::move(module), std::move(node), std::move(behaviour)});
     }
 
-    /// Releases what is not needed any more.
+    /// Allocates nothing.
+    void KeepForGood(std::shared_ptr<const HeldBehaviour> behaviour) noexcept
+    {
+        const std::scoped_lock lock(mutex);
+        behaviour->nextKept = std::exchange(firstKept, behaviour);
+    }
+
+    /// Releases the entries that are not needed any more.
     void Sweep()
     {
         std::vector<Entry> unused; // released after the lock
@@ -52,7 +60,8 @@ private:
     };
 
     std::mutex mutex;
-    std::vector<Entry> entries; // guarded by mutex
+    std::vector<Entry> entries;                     // guarded by mutex
+    std::shared_ptr<const HeldBehaviour> firstKept; // guarded by mutex
 };
 
 } // namespace
@@ -92,6 +101,8 @@ void BehaviourSlot::Fill(const RegisteredFactory& factory, const std::shared_ptr
     try {
         Start();
     } catch (...) {
+        if (std::exchange(isStarted, false))
+            Leftovers::Instance().KeepForGood(held);
         held.reset();
         throw;
     }
@@ -122,13 +133,16 @@ void BehaviourSlot::StopAfterFailure() noexcept
     } catch (...) {
         LogCurrentException("Cannot stop object " + held->GetNode()->GetNodeId().ToString() +
                             " after its start failed");
+        isStarted = true; // by half
     }
 }
 
 void BehaviourSlot::Stop()
 {
-    if (std::exchange(isStarted, false))
-        held->GetBehaviour().OnStop();
+    if (!isStarted)
+        return;
+    held->GetBehaviour().OnStop();
+    isStarted = false;
 }
 
 void BehaviourSlot::Clear()
@@ -138,7 +152,9 @@ void BehaviourSlot::Clear()
         Stop();
     } catch (...) {
         LogCurrentException("Cannot stop object " + held->GetNode()->GetNodeId().ToString() +
-                            " before its removal");
+                            " before its removal; it is kept as it is");
+        isStarted = false;
+        Leftovers::Instance().KeepForGood(held);
     }
     held.reset();
 }

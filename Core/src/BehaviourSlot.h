@@ -30,6 +30,9 @@ public:
     /// Null for a behaviour that takes no calls.
     [[nodiscard]] IExecutableBehaviour* GetExecutable() const noexcept { return executable; }
 
+    /// Links the behaviours that are kept for good; written once, by their keeper.
+    mutable std::shared_ptr<const HeldBehaviour> nextKept;
+
 private:
     // Destroyed from the last to the first.
     std::shared_ptr<const Module> module;
@@ -61,12 +64,19 @@ public:
     void Publish();
 
     /// Do nothing where there is no behaviour. Throw what the behaviour throws; a start that failed
-    /// has been followed by a stop.
+    /// has been followed by a stop, and one that could not be stopped counts as started.
     void Start();
     void Stop();
 
-    /// Hides the behaviour from new calls, stops and releases it. What the stop throws is logged.
+    /// Hides the behaviour from new calls, stops and releases it. What the stop throws is logged;
+    /// the behaviour, which may still be at work, is then never destroyed.
     void Clear();
+
+    /// The node of the behaviour; null without one.
+    [[nodiscard]] const ObjectNode* GetNode() const noexcept
+    {
+        return held ? held->GetNode().get() : nullptr;
+    }
 
     /// What calls find. Any thread.
     struct Published

@@ -1,5 +1,7 @@
 #include "DispatcherImplementation.h"
 
+#include "Core/Exception.h"
+
 namespace Core {
 
 DispatchGuard DispatcherImplementation::TerminateDispatchOnStop(unsigned int affinityId)
@@ -34,6 +36,22 @@ void DispatcherImplementation::AwaitRunning(const Predicate& predicate)
     waits.Wait(lock, std::move(awaited));
 }
 
+/// Makes room first, so that nothing is entered by half.
+void DispatcherImplementation::Enter(const Running& started)
+{
+    running.reserve(running.size() + 1);
+    std::vector<BehaviourStop*> concerned;
+    for (auto* stop : stops) {
+        if (started.source != stop->object)
+            continue;
+        stop->waiter.activities.reserve(stop->waiter.activities.size() + 1);
+        concerned.push_back(stop);
+    }
+    for (auto* stop : concerned)
+        stop->waiter.activities.push_back(&started);
+    running.push_back(&started);
+}
+
 void DispatcherImplementation::End(const Running& ended) noexcept
 {
     const auto lock = waits.Acquire();
@@ -58,6 +76,37 @@ void DispatcherImplementation::Unsilence(unsigned int affinityId) noexcept
     const auto found = silenced.find(affinityId);
     if (found != silenced.end() && --found->second == 0)
         silenced.erase(found);
+}
+
+BehaviourStop::BehaviourStop(DispatcherImplementation& dispatcher, const ObjectNode* object,
+                             const std::string& purpose)
+    : dispatcher(dispatcher)
+    , object(object)
+{
+    if (object == nullptr)
+        return;
+    const auto lock = dispatcher.waits.Acquire();
+    for (const auto* notification : dispatcher.running) {
+        if (notification->source != object)
+            continue;
+        if (dispatcher.waits.IsHeldUpByThisThread(*notification))
+            throw InvalidStateException(purpose + " is not possible from inside an event of the "
+                                                  "same object, or while the delivery of one waits "
+                                                  "for the calling thread");
+        waiter.activities.push_back(notification);
+    }
+    dispatcher.stops.reserve(dispatcher.stops.size() + 1);
+    dispatcher.waits.Enter(waiter);
+    dispatcher.stops.push_back(this);
+}
+
+BehaviourStop::~BehaviourStop()
+{
+    if (object == nullptr)
+        return;
+    const auto lock = dispatcher.waits.Acquire();
+    std::erase(dispatcher.stops, this);
+    dispatcher.waits.Leave(waiter);
 }
 
 } // namespace Core

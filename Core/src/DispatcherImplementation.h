@@ -13,6 +13,9 @@
 
 namespace Core {
 
+class BehaviourStop;
+class ObjectNode;
+
 /// Identity of something that is notified.
 class RecipientBase
 {
@@ -92,11 +95,13 @@ public:
     [[nodiscard]] DispatchGuard TerminateDispatchOnStop(unsigned int affinityId) override;
 
     /// Calls `notification` with the target, unless the recipient has been ended or its affinity is
-    /// silenced at this moment. What it throws is logged.
+    /// silenced at this moment. What it throws is logged. `source`: the object whose event it is;
+    /// null for other notifications.
     template <typename Target, typename Notification>
-    void Notify(Recipient<Target>& recipient, const Notification& notification)
+    void Notify(Recipient<Target>& recipient, const Notification& notification,
+                const ObjectNode* source = nullptr)
     {
-        Running notified{{}, &recipient};
+        Running notified{{}, &recipient, source};
         auto target = Begin(recipient, notified);
         if (!target)
             return;
@@ -112,13 +117,14 @@ public:
 
     /// Notifies everyone in the list.
     template <typename Target, typename Notification>
-    void NotifyAll(const RecipientList<Target>& list, const Notification& notification)
+    void NotifyAll(const RecipientList<Target>& list, const Notification& notification,
+                   const ObjectNode* source = nullptr)
     {
         const auto recipients = list.Get();
         if (!recipients)
             return;
         for (const auto& recipient : *recipients)
-            Notify(*recipient, notification);
+            Notify(*recipient, notification, source);
     }
 
     /// No new notification starts once this has returned. The caller lets go of what is returned.
@@ -137,9 +143,12 @@ public:
     [[nodiscard]] WaitGraph& GetWaitGraph() noexcept { return waits; }
 
 private:
+    friend class BehaviourStop;
+
     struct Running : Activity
     {
         const RecipientBase* recipient = nullptr;
+        const ObjectNode* source = nullptr; ///< of the event; null for other notifications
     };
 
     template <typename Target>
@@ -148,9 +157,11 @@ private:
         const auto lock = waits.Acquire();
         if (!recipient.target || IsSilenced(recipient.affinityId))
             return nullptr;
-        running.push_back(&started);
+        Enter(started);
         return recipient.target;
     }
+
+    void Enter(const Running& started);
 
     void End(const Running& ended) noexcept;
     [[nodiscard]] bool IsSilenced(unsigned int affinityId) const;
@@ -163,7 +174,30 @@ private:
 
     WaitGraph waits;
     std::vector<const Running*> running;            // guarded by the lock of waits
+    std::vector<BehaviourStop*> stops;              // guarded by the lock of waits
     std::unordered_map<unsigned int, int> silenced; // guarded by the lock of waits
+};
+
+/// The stop of an object's behaviour, while it lives: the behaviour may wait for the threads that
+/// deliver the object's events, as for a worker that it joins.
+class BehaviourStop
+{
+public:
+    /// Throws InvalidStateException naming `purpose` if the calling thread delivers an event of the
+    /// object, or a thread does that waits for the calling one. Does nothing for a null object: one
+    /// without a behaviour, where no foreign code runs.
+    BehaviourStop(DispatcherImplementation& dispatcher, const ObjectNode* object,
+                  const std::string& purpose);
+    BehaviourStop(const BehaviourStop&) = delete;
+    BehaviourStop& operator=(const BehaviourStop&) = delete;
+    ~BehaviourStop();
+
+private:
+    friend class DispatcherImplementation;
+
+    DispatcherImplementation& dispatcher;
+    const ObjectNode* object;
+    WaitGraph::Waiter waiter; // guarded by the lock of the wait graph
 };
 
 } // namespace Core

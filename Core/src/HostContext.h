@@ -32,6 +32,10 @@ public:
     [[nodiscard]] AddressSpace& GetAddressSpace() noexcept { return *addressSpace; }
     [[nodiscard]] FactoryRegistry& GetFactories() noexcept { return factories; }
     [[nodiscard]] SessionRegistry& GetSessionRegistry() noexcept { return *sessions; }
+    [[nodiscard]] DispatcherImplementation& GetDispatcherImplementation() noexcept
+    {
+        return *dispatcher;
+    }
     [[nodiscard]] WaitGraph& GetWaitGraph() noexcept { return dispatcher->GetWaitGraph(); }
 
 private:

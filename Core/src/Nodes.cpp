@@ -132,7 +132,8 @@ void ObjectNode::RaiseEvent(const std::shared_ptr<IObjectType>& eventType,
         return;
     const auto event = MakeEvent(eventType, fields);
     GetDispatcher().NotifyAll(
-        *subscribers, [&event](const Embedding::EventCallback& callback) { callback(event); });
+        *subscribers, [&event](const Embedding::EventCallback& callback) { callback(event); },
+        this);
 }
 
 std::shared_ptr<const Embedding::Event>

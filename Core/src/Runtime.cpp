@@ -4,6 +4,7 @@
 #include "Failure.h"
 #include "HostContext.h"
 #include "ModelNodes.h"
+#include "ModuleBoundary.h"
 #include "ModuleLoader.h"
 #include "ObjectTable.h"
 
@@ -93,6 +94,7 @@ private:
     template <typename Operation>
     void Change(const NodeId& id, const char* purpose, const Operation& operation);
     void RemoveAllObjects();
+    [[nodiscard]] bool TryRemove(const NodeId& id);
 
     const std::shared_ptr<HostContext> host;
     ObjectTable objects;
@@ -151,14 +153,31 @@ Runtime::Implementation::~Implementation()
     }
 }
 
-/// In passes, since an object goes before the one that it is below.
+/// In passes, since an object goes before the one that it is below. Ends when a pass has removed
+/// nothing, so that no object can keep the runtime from ending.
 void Runtime::Implementation::RemoveAllObjects()
 {
-    for (auto ids = objects.GetIds(); !ids.empty(); ids = objects.GetIds()) {
-        for (const auto& id : ids) {
-            if (!GetAddressSpace().HasOthersBelow(id))
-                RemoveObject(id);
-        }
+    bool isRemoving = true;
+    while (isRemoving) {
+        isRemoving = false;
+        for (const auto& id : objects.GetIds())
+            isRemoving = TryRemove(id) || isRemoving;
+    }
+}
+
+/// False for an object that has others below it, or that cannot be removed, which is logged.
+bool Runtime::Implementation::TryRemove(const NodeId& id)
+{
+    try {
+        if (GetAddressSpace().HasOthersBelow(id))
+            return false;
+        RemoveObject(id);
+        return true;
+    } catch (const NotFoundException&) {
+        return true; // the stop of another one has removed it
+    } catch (...) {
+        LogCurrentException("Cannot remove object " + id.ToString());
+        return false;
     }
 }
 
@@ -267,7 +286,7 @@ AddressSpace::Changes Runtime::Implementation::Create(BehaviourSlot& slot, const
         NodeIdentity{id, object.browseName}, host->GetEnvironment(), ObjectRole::Created,
         types->IsSubtypeOf(object.type, BaseTypes::folderType));
     if (factory)
-        slot.Fill(*factory, node);
+        AtModuleBoundary([&] { slot.Fill(*factory, node); });
     return Publish(slot, node, object);
 }
 
@@ -317,6 +336,8 @@ void Runtime::Implementation::RemoveObject(const NodeId& id)
                                        " cannot be removed: it was not created as an object");
     AddressSpace::Removal removal;
     Change(id, "Removing object", [&](BehaviourSlot& slot) {
+        const BehaviourStop stop(host->GetDispatcherImplementation(), slot.GetNode(),
+                                 "Removing object " + id.ToString());
         removal = GetAddressSpace().Remove(id);
         Discard(slot, id);
     });
@@ -326,12 +347,17 @@ void Runtime::Implementation::RemoveObject(const NodeId& id)
 
 void Runtime::Implementation::StopBehaviour(const NodeId& id)
 {
-    Change(id, "Stopping object", [](BehaviourSlot& slot) { slot.Stop(); });
+    Change(id, "Stopping object", [&](BehaviourSlot& slot) {
+        const BehaviourStop stop(host->GetDispatcherImplementation(), slot.GetNode(),
+                                 "Stopping object " + id.ToString());
+        AtModuleBoundary([&slot] { slot.Stop(); });
+    });
 }
 
 void Runtime::Implementation::StartBehaviour(const NodeId& id)
 {
-    Change(id, "Starting object", [](BehaviourSlot& slot) { slot.Start(); });
+    Change(id, "Starting object",
+           [](BehaviourSlot& slot) { AtModuleBoundary([&slot] { slot.Start(); }); });
 }
 
 std::shared_ptr<const HeldBehaviour>
@@ -371,8 +397,10 @@ CallResult Runtime::Implementation::Call(const std::shared_ptr<Session>& session
     const SessionScope scope(session);
     const auto held = RequireExecutable(object);
     CallResult result;
-    result.taken =
-        held->GetExecutable()->OnExecuteMethod(held->GetNode(), method, inputs, result.outputs);
+    AtModuleBoundary([&] {
+        result.taken =
+            held->GetExecutable()->OnExecuteMethod(held->GetNode(), method, inputs, result.outputs);
+    });
     return result;
 }
 

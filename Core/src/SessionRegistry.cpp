@@ -111,11 +111,15 @@ std::shared_ptr<Embedding::Session> SessionRegistry::Open(const std::string& nam
         ObjectRole::Session, false);
     const auto& id = node->GetNodeId();
     auto session = std::make_shared<SessionImplementation>(weak_from_this(), node, name);
-    const auto changes = addressSpace->Add(
-        {node}, {{References::organizes, Objects::SessionsFolder(), id},
-                 {References::hasTypeDefinition, id, Embedding::BaseTypes::baseObjectType}});
+    AddressSpace::Changes changes;
     {
         const std::scoped_lock lock(mutex);
+        if (isEnding)
+            throw InvalidStateException("Session '" + name +
+                                        "' cannot be opened: the runtime is ending");
+        changes = addressSpace->Add(
+            {node}, {{References::organizes, Objects::SessionsFolder(), id},
+                     {References::hasTypeDefinition, id, Embedding::BaseTypes::baseObjectType}});
         sessions.emplace(id, session);
     }
     AddressSpace::NotifyAdded(changes);
@@ -153,6 +157,7 @@ void SessionRegistry::CloseAll()
     std::vector<std::shared_ptr<SessionImplementation>> open;
     {
         const std::scoped_lock lock(mutex);
+        isEnding = true;
         for (const auto& [id, session] : sessions)
             open.push_back(session);
     }

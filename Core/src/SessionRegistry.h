@@ -71,6 +71,7 @@ public:
 
     [[nodiscard]] std::shared_ptr<SessionHandler> GetCurrentSession() const override;
 
+    /// Throws InvalidStateException once the sessions are being closed.
     [[nodiscard]] std::shared_ptr<Embedding::Session> Open(const std::string& name,
                                                            const NodeEnvironment& environment);
 
@@ -81,7 +82,8 @@ public:
     /// Takes the session's object out of the sessions folder and tells the observers.
     void Announce(SessionImplementation& session);
 
-    /// Closes all sessions and waits until their removals are announced.
+    /// Closes all sessions and waits until their removals are announced. None is opened from then
+    /// on.
     void CloseAll();
 
 private:
@@ -91,6 +93,7 @@ private:
     const std::shared_ptr<AddressSpace> addressSpace;
     std::mutex mutex;
     std::condition_variable isEmpty;
+    bool isEnding = false; // guarded by mutex
     OpenSessions sessions; // guarded by mutex; each is in it until its removal has been announced
 };
 

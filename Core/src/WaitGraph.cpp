@@ -31,9 +31,9 @@ void WaitGraph::Wait(Lock& lock, std::vector<const Activity*> activities)
         return;
     Waiter waiter;
     waiter.activities = std::move(activities);
-    waiters.push_back(&waiter);
+    Enter(waiter);
     waiter.ended.wait(lock, [&waiter] { return waiter.activities.empty(); });
-    std::erase(waiters, &waiter);
+    Leave(waiter);
 }
 
 void WaitGraph::End(const Activity& activity) noexcept

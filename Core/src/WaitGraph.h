@@ -37,7 +37,7 @@ public:
     /// To be called when an activity is over. REQUIRES: the lock is held.
     void End(const Activity& activity) noexcept;
 
-private:
+    /// A thread and the activities that it waits for. Guarded by the lock while it is in the graph.
     struct Waiter
     {
         std::thread::id thread = std::this_thread::get_id();
@@ -45,6 +45,12 @@ private:
         std::condition_variable ended;
     };
 
+    /// Puts a waiter into the graph and takes it out again, for a wait that foreign code may do by
+    /// itself. REQUIRES: the lock is held.
+    void Enter(Waiter& waiter) { waiters.push_back(&waiter); }
+    void Leave(Waiter& waiter) noexcept { std::erase(waiters, &waiter); }
+
+private:
     [[nodiscard]] bool IsWaitingFor(std::thread::id waiting, std::thread::id other) const;
 
     std::mutex mutex;

@@ -248,6 +248,32 @@ TEST_F(ADispatcher, LetsARegistrationEndFromInsideItsOwnNotification)
     EXPECT_EQ(heard, 1);
 }
 
+TEST_F(ADispatcher, EndsARegistrationWithItsOwner)
+{
+    int heard = 0;
+    {
+        const auto registration = Observe(folder, affinity, [&](const auto&) { ++heard; });
+        Notify();
+        EXPECT_EQ(heard, 1);
+    }
+    Notify();
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(ADispatcher, EndsARegistrationThatAnotherOneReplaces)
+{
+    int first = 0;
+    int second = 0;
+    auto registration = Observe(folder, affinity, [&](const auto&) { ++first; });
+    registration = Observe(folder, affinity, [&](const auto&) { ++second; });
+    Notify();
+    EXPECT_EQ(first, 0);
+    EXPECT_EQ(second, 1);
+    const auto moved = std::move(registration);
+    Notify();
+    EXPECT_EQ(second, 2);
+}
+
 TEST_F(ADispatcher, HoldsAnObserverUntilItsRegistrationEnds)
 {
     auto observer = std::make_shared<ReferenceObserver>(ReferenceObserver::Callback());

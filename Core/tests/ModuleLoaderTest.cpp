@@ -75,6 +75,36 @@ TEST_F(AModule, MakesBehavioursAndIsUnloadedAfterTheLastOfThem)
     EXPECT_FALSE(IsLoaded(CORE_TEST_MODULE_Recording));
 }
 
+TEST_F(AModule, LeavesNoExceptionOfItsOwnTypeBehindWhenItIsUnloaded)
+{
+    runtime->LoadModule(CORE_TEST_MODULE_Recording);
+    const auto call = [device = Create(TestId(5)), session = runtime->OpenSession("caller"),
+                       this](const char* method) -> std::exception_ptr {
+        try {
+            static_cast<void>(runtime->Call(session, device, method, {}));
+        } catch (...) {
+            return std::current_exception();
+        }
+        return nullptr;
+    };
+    const auto own = call("ThrowOwn");
+    const auto ownOfCore = call("ThrowOwnOfCore");
+    const auto cores = call("ThrowCores");
+    runtime.reset();
+    ASSERT_FALSE(IsLoaded(CORE_TEST_MODULE_Recording));
+    EXPECT_THAT([&] { std::rethrow_exception(own); },
+                ThrowsMessage<std::runtime_error>("the module's own words"));
+    try {
+        std::rethrow_exception(ownOfCore);
+    } catch (const Exception& exception) {
+        EXPECT_EQ(exception.GetErrorCode(), static_cast<unsigned int>(ErrorCode::NotFound));
+        EXPECT_EQ(exception.GetMessage(), "the message");
+        EXPECT_EQ(exception.GetDetails(), "the details");
+    }
+    EXPECT_THAT([&] { std::rethrow_exception(cores); },
+                ThrowsMessage<NotFoundException>("Core's words"));
+}
+
 TEST_F(AModule, StaysLoadedAsLongAsItsRuntimeEvenWithoutObjects)
 {
     runtime->LoadModule(CORE_TEST_MODULE_Recording);

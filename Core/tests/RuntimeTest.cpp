@@ -173,7 +173,8 @@ TEST_F(ARuntime, StopsABehaviourWhoseStartFailedAndReportsTheFailureOfTheStart)
                 {DeviceType(), QualifiedName(1, "broken"), Objects::ObjectsFolder(), id}));
         },
         ThrowsMessage<std::runtime_error>("no power"));
-    EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped", "destroyed"));
+    // Half of it may still be at work.
+    EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped"));
     EXPECT_TRUE(IsLogged("no brakes"));
     EXPECT_FALSE(Exists(id));
 }
@@ -210,12 +211,39 @@ TEST_F(ARuntime, HandsOutWhatAStopThrowsButOnlyLogsItOnRemoval)
     const auto first = CreateDevice();
     EXPECT_THAT([&] { runtime->StopBehaviour(first); },
                 ThrowsMessage<std::runtime_error>("stuck valve"));
-    runtime->StopBehaviour(first); // it counts as stopped
+    EXPECT_THAT([&] { runtime->StopBehaviour(first); },
+                ThrowsMessage<std::runtime_error>("stuck valve"));
     EXPECT_FALSE(IsLogged("stuck valve"));
     const auto second = CreateDevice();
     runtime->RemoveObject(second);
     EXPECT_TRUE(IsLogged("stuck valve"));
     EXPECT_FALSE(Exists(second));
+}
+
+TEST_F(ARuntime, NeverDestroysABehaviourThatCouldNotBeStopped)
+{
+    script.stop = [] {
+        throw std::runtime_error("stuck valve");
+    };
+    const auto device = CreateDevice();
+    runtime->RemoveObject(device);
+    EXPECT_FALSE(Exists(device));
+    runtime.reset();
+    EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped"));
+}
+
+TEST_F(ARuntime, StopsABehaviourAgainThatCouldNotBeStoppedBefore)
+{
+    auto fails = true;
+    script.stop = [&fails] {
+        if (fails)
+            throw std::runtime_error("stuck valve");
+    };
+    const auto device = CreateDevice();
+    EXPECT_THROW(runtime->StopBehaviour(device), std::runtime_error);
+    fails = false;
+    runtime->RemoveObject(device);
+    EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped", "stopped", "destroyed"));
 }
 
 TEST_F(ARuntime, StopsABehaviourThatCannotBeStartedAgainAndKeepsIt)
@@ -454,6 +482,73 @@ TEST_F(ARuntime, DoesNotHangWhenTwoObjectsStopEachOther)
     EXPECT_EQ(refused, 1);
 }
 
+TEST_F(ARuntime, RefusesToRemoveOrStopAnObjectFromInsideItsOwnEvent)
+{
+    const auto device = CreateDevice();
+    int refused = 0;
+    const auto subscription = runtime->Subscribe(device, [&](const auto&) {
+        EXPECT_THROW(runtime->StopBehaviour(device), InvalidStateException);
+        EXPECT_THROW(runtime->RemoveObject(device), InvalidStateException);
+        ++refused;
+    });
+    RaiseDeviceEvent(device, 1);
+    EXPECT_EQ(refused, 1);
+    EXPECT_THAT(record->Get(), ElementsAre("made", "started"));
+    EXPECT_TRUE(Exists(device));
+}
+
+TEST_F(ARuntime, RemovesAnotherObjectFromInsideAnEvent)
+{
+    const auto device = CreateDevice();
+    const auto other = CreateDevice();
+    const auto subscription =
+        runtime->Subscribe(device, [&](const auto&) { runtime->RemoveObject(other); });
+    RaiseDeviceEvent(device, 1);
+    EXPECT_FALSE(Exists(other));
+    EXPECT_TRUE(Exists(device));
+}
+
+/// Two objects with a worker each, which raises events; stopping one joins its worker.
+TEST_F(ARuntime, DoesNotHangWhenTheEventsOfTwoObjectsRemoveEachOther)
+{
+    NodeId ids[2];
+    std::thread workers[2];
+    Signal entered[2];
+    std::atomic<int> refused = 0;
+    std::vector<EventSubscription> subscriptions;
+    for (const auto own : {0, 1}) {
+        script.stop = [&, own] {
+            if (workers[own].joinable())
+                workers[own].join();
+        };
+        ids[own] = CreateDevice();
+        subscriptions.push_back(runtime->Subscribe(ids[own], [&, own](const auto&) {
+            entered[own].Raise();
+            ASSERT_TRUE(entered[1 - own].Wait());
+            try {
+                runtime->RemoveObject(ids[1 - own]);
+            } catch (const InvalidStateException&) {
+                ++refused;
+            }
+        }));
+    }
+    Signal bothMade;
+    for (const auto own : {0, 1})
+        workers[own] = std::thread([&, own] {
+            ASSERT_TRUE(bothMade.Wait());
+            RaiseDeviceEvent(ids[own], 1);
+        });
+    bothMade.Raise();
+    ASSERT_TRUE(entered[0].Wait());
+    ASSERT_TRUE(entered[1].Wait());
+    // The one that was refused goes on, and lets the other one end.
+    runtime.reset();
+    EXPECT_EQ(refused, 1);
+    for (auto& worker : workers)
+        if (worker.joinable())
+            worker.join();
+}
+
 TEST_F(ARuntime, NeverRunsStartsAndStopsOfOneBehaviourAtTheSameTime)
 {
     std::atomic<int> inside = 0;
@@ -610,6 +705,37 @@ TEST_F(ARuntime, RemovesItsObjectsWhenItEnds)
     EXPECT_EQ(node->GetNodeId(), folder); // who holds a node still has it
     EXPECT_THROW(static_cast<void>(node->GetCoreContext().GetNode(folder)), NotFoundException);
     registration.Reset();
+}
+
+TEST_F(ARuntime, EndsAlsoWhenAnObserverOpensASessionAsItHearsOfARemoval)
+{
+    int refused = 0;
+    const auto another = runtime->OpenSession("another");
+    const auto registration = Observe(Objects::SessionsFolder(), 0, {}, [&](const auto&) {
+        EXPECT_THROW(static_cast<void>(runtime->OpenSession("late")), InvalidStateException);
+        ++refused;
+    });
+    EndWhileInUse();
+    EXPECT_GE(refused, 1);
+}
+
+TEST_F(ARuntime, EndsAlsoWhenAStopRemovesAnotherObject)
+{
+    std::vector<NodeId> devices;
+    script.stop = [&] {
+        for (const auto& device : devices) {
+            try {
+                runtime->RemoveObject(device);
+            } catch (const Exception&) { // it is this one, or gone already
+            }
+        }
+    };
+    for (int i = 0; i < 5; ++i)
+        devices.push_back(CreateDevice());
+    EndWhileInUse();
+    const auto happened = record->Get();
+    EXPECT_EQ(std::count(happened.begin(), happened.end(), "stopped"), 5);
+    EXPECT_EQ(std::count(happened.begin(), happened.end(), "destroyed"), 5);
 }
 
 TEST_F(ARuntime, WaitsForTheCallsInFlightWhenItEnds)

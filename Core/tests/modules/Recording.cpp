@@ -3,9 +3,11 @@
 
 #include "Core/Behaviour.h"
 #include "Core/CoreContext.h"
+#include "Core/Exception.h"
 #include "Core/Logger.h"
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +41,15 @@ std::shared_ptr<IBehaviour>& Newest()
     return newest;
 }
 
+/// Its code goes with the module.
+template <typename Base>
+class OwnException final : public Base
+{
+public:
+    using Base::Base;
+    [[nodiscard]] const char* what() const noexcept override { return "the module's own words"; }
+};
+
 class Behaviour final : public IExecutableBehaviour, public std::enable_shared_from_this<Behaviour>
 {
 public:
@@ -52,6 +63,12 @@ public:
     bool OnExecuteMethod(const std::shared_ptr<INode>& /*node*/, const std::string& methodName,
                          const std::vector<Value>& inputs, std::vector<Value>& outputs) override
     {
+        if (methodName == "ThrowOwn")
+            throw OwnException<std::runtime_error>("");
+        if (methodName == "ThrowOwnOfCore")
+            throw OwnException<NotFoundException>("the message", "the details");
+        if (methodName == "ThrowCores")
+            throw NotFoundException("Core's words");
         if (methodName == "Share")
             Newest() = shared_from_this();
         else

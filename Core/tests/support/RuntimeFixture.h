@@ -234,6 +234,14 @@ protected:
         return event.GetField(NumberField()).Get<unsigned int>();
     }
 
+    /// Ends the runtime and leaves it in reach meanwhile, for those who use it as they hear of
+    /// that.
+    void EndWhileInUse()
+    {
+        delete runtime.get();
+        static_cast<void>(runtime.release());
+    }
+
     /// Whether an entry of the category "Core" holds this text.
     [[nodiscard]] bool IsLogged(const std::string& text) const
     {

@@ -79,7 +79,14 @@ struct ReferenceDescription
 /// the host while a behaviour is made, started, stopped, called or notified. Creation, removal,
 /// start and stop of one object are serialised among themselves; asking for one of these from
 /// inside the making, start or stop of the same object, or while that waits for the calling thread,
-/// throws InvalidStateException.
+/// throws InvalidStateException. So does removal or stop from inside an event callback of the same
+/// object, or while such a callback waits for the calling thread, since the behaviour's stop may
+/// wait for the thread that raises its events.
+///
+/// Exceptions of a behaviour that leave an operation are of types of Core or of the standard
+/// library, so that they can be kept longer than the module; one of a module's own type is
+/// translated, with its error code and texts. Two things still need the module's code: the
+/// `std::error_category` of a `std::system_error` and what a `std::nested_exception` carries.
 class CORE_API Runtime
 {
 public:
@@ -87,7 +94,9 @@ public:
     Runtime(const Runtime&) = delete;
     Runtime& operator=(const Runtime&) = delete;
     /// Closes the sessions, waits for the calls in flight, removes the objects, unloads the
-    /// modules. REQUIRES: no other thread uses the runtime any more, but for calls in flight.
+    /// modules. From its beginning on no session is opened (InvalidStateException). An object that
+    /// cannot be removed is logged and left. REQUIRES: no other thread uses the runtime any more,
+    /// but for calls in flight; not called from inside an event callback or a behaviour.
     ~Runtime();
 
     [[nodiscard]] CoreContext& GetContext() noexcept;
@@ -113,18 +122,20 @@ public:
                         const NodeId& parent = Objects::ObjectsFolder());
 
     /// Takes the object out of the address space, then stops its behaviour. Calls in flight keep
-    /// the behaviour alive. What the stop throws is logged. Throws NotFoundException, and
+    /// the behaviour alive. What the stop throws is logged; the behaviour, which may still be at
+    /// work, is then kept to the end of the process. Throws NotFoundException, and
     /// InvalidArgumentException for nodes that were not created with the two operations above or
     /// that still have others below them.
     void RemoveObject(const NodeId& object);
 
     /// Stop and start the behaviour of an object without removing it; stopping a stopped one and
-    /// starting a started one do nothing. Throw NotFoundException, and what the behaviour throws
-    /// (after a failed start it has been stopped).
+    /// starting a started one do nothing. Throw NotFoundException, and what the behaviour throws:
+    /// after a failed start it has been stopped, after a failed stop it counts as started.
     void StopBehaviour(const NodeId& object);
     void StartBehaviour(const NodeId& object);
 
-    /// Opens a session: its object is in the sessions folder when this returns.
+    /// Opens a session: its object is in the sessions folder when this returns. Throws
+    /// InvalidStateException while the runtime ends.
     [[nodiscard]] std::shared_ptr<Session> OpenSession(const std::string& name);
 
     /// Calls a method of an object for a session, on the calling thread. The behaviour decides
