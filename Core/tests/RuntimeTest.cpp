@@ -514,6 +514,7 @@ TEST_F(ARuntime, DoesNotHangWhenTheEventsOfTwoObjectsRemoveEachOther)
     NodeId ids[2];
     std::thread workers[2];
     Signal entered[2];
+    Signal left[2];
     std::atomic<int> refused = 0;
     std::vector<EventSubscription> subscriptions;
     for (const auto own : {0, 1}) {
@@ -530,6 +531,7 @@ TEST_F(ARuntime, DoesNotHangWhenTheEventsOfTwoObjectsRemoveEachOther)
             } catch (const InvalidStateException&) {
                 ++refused;
             }
+            left[own].Raise();
         }));
     }
     Signal bothMade;
@@ -539,9 +541,9 @@ TEST_F(ARuntime, DoesNotHangWhenTheEventsOfTwoObjectsRemoveEachOther)
             RaiseDeviceEvent(ids[own], 1);
         });
     bothMade.Raise();
-    ASSERT_TRUE(entered[0].Wait());
-    ASSERT_TRUE(entered[1].Wait());
-    // The one that was refused goes on, and lets the other one end.
+    // The one that is refused goes on, and so lets the other one end.
+    ASSERT_TRUE(left[0].Wait());
+    ASSERT_TRUE(left[1].Wait());
     runtime.reset();
     EXPECT_EQ(refused, 1);
     for (auto& worker : workers)
