@@ -1,5 +1,7 @@
 #include "Text.h"
 
+#include <Text/UnsafeCharacters.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -24,21 +26,11 @@ constexpr std::array utf8Forms{
     Utf8Form{0xF8, 0xF0, 4, 0x10000},
 };
 
-bool TurnsWritingDirection(std::uint32_t character)
-{
-    return character == 0x061C || character == 0x200E || character == 0x200F ||
-           (character >= 0x202A && character <= 0x202E) ||
-           (character >= 0x2066 && character <= 0x2069);
-}
-
 bool IsPrintable(std::uint32_t character)
 {
-    const bool isControl = character < 0x20 || (character >= 0x7F && character < 0xA0);
-    const bool isLineBreak = character == 0x2028 || character == 0x2029;
     const bool isSurrogate = character >= 0xD800 && character < 0xE000;
     const bool isMark = character == '\\' || character == '"';
-    return !isControl && !isLineBreak && !isSurrogate && !isMark && character <= 0x10FFFF &&
-           !TurnsWritingDirection(character);
+    return !Text::IsUnsafe(character) && !isSurrogate && !isMark && character <= 0x10FFFF;
 }
 
 unsigned char ByteAt(std::string_view text, std::size_t index)

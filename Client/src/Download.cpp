@@ -191,6 +191,7 @@ private:
         if (transfer.isOver)
             return;
         try {
+            CheckPath(item.local);
             const Kind kind = fileSystem.GetKind(item.remote, options.cancellation);
             if (kind == Kind::Missing)
                 throw FileFailed(

@@ -37,9 +37,7 @@ constexpr UA_UInt32 listItemEncoding = 1320;
 /// More is not encoded ahead of what the network takes, so that the time in which a call has to be
 /// answered does not begin while it waits here.
 constexpr std::size_t outputAhead = std::size_t{1} << 20U;
-constexpr UA_UInt32 longestWait = 1'000;        // ms; everything that happens ends it
-constexpr UA_UInt32 cancellationWait = 50;      // ms, while connecting
-constexpr UA_UInt32 sessionTimeout = 3'600'000; // ms
+constexpr UA_UInt32 longestWait = 1'000; // ms; everything that happens ends it
 
 constexpr double publishingInterval = 100; // ms; the host delivers ahead of it
 constexpr UA_UInt32 lifetimeCount = 1'200;
@@ -48,66 +46,6 @@ constexpr UA_UInt32 eventQueue = 200'000;
 
 constexpr milliseconds firstPause{50};
 constexpr milliseconds longestPause{1'000};
-
-/// Higher is better; 0: not to be used. The shorter key of the symmetric cipher is as safe for
-/// what a session takes, and a fifth faster.
-int RankPolicy(std::string_view uri)
-{
-    constexpr std::array<std::string_view, 3> known{"#Basic256Sha256", "#Aes256_Sha256_RsaPss",
-                                                    "#Aes128_Sha256_RsaOaep"};
-    for (std::size_t i = 0; i < known.size(); ++i)
-        if (uri.ends_with(known[i]))
-            return static_cast<int>(i) + 1;
-    return 0;
-}
-
-int RankEndpoint(const UA_EndpointDescription& endpoint)
-{
-    if (endpoint.securityMode == UA_MESSAGESECURITYMODE_NONE)
-        return 0;
-    return endpoint.securityMode == UA_MESSAGESECURITYMODE_SIGNANDENCRYPT
-               ? RankPolicy(BytesOf(endpoint.securityPolicyUri))
-               : 0;
-}
-
-bool IsPlain(const UA_EndpointDescription& endpoint)
-{
-    return endpoint.securityMode == UA_MESSAGESECURITYMODE_NONE;
-}
-
-/// Endpoints as the server lists them.
-class EndpointList
-{
-public:
-    EndpointList() = default;
-    EndpointList(const EndpointList&) = delete;
-    EndpointList& operator=(const EndpointList&) = delete;
-    ~EndpointList() { UA_Array_delete(list, count, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]); }
-
-    UA_StatusCode Ask(UA_Client& client, const std::string& url)
-    {
-        return UA_Client_getEndpoints(&client, url.c_str(), &count, &list);
-    }
-    [[nodiscard]] std::span<const UA_EndpointDescription> Get() const { return {list, count}; }
-
-private:
-    std::size_t count = 0;
-    UA_EndpointDescription* list = nullptr;
-};
-
-/// "host:port" of a URL. Throws InvalidArgumentException.
-std::string ParseServer(const std::string& url)
-{
-    UA_String host = UA_STRING_NULL;
-    UA_UInt16 port = 0;
-    UA_String path = UA_STRING_NULL;
-    const UA_String view = ViewOf(url);
-    if (!url.starts_with("opc.tcp://") ||
-        UA_parseEndpointUrl(&view, &host, &port, &path) != UA_STATUSCODE_GOOD || host.length == 0)
-        throw InvalidArgumentException("'" + url + "' is no URL of the form opc.tcp://HOST:PORT");
-    constexpr UA_UInt16 standardPort = 4840;
-    return std::string(BytesOf(host)) + ":" + std::to_string(port == 0 ? standardPort : port);
-}
 
 /// What the network says; the library's own messages say no more than its statuses do.
 [[gnu::format(printf, 4, 0)]] void KeepMessage(void* context, UA_LogLevel level,
@@ -119,78 +57,6 @@ std::string ParseServer(const std::string& url)
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), message, arguments);
     *static_cast<std::string*>(context) = text.data();
-}
-
-UA_StatusCode VerifyPinned(const UA_CertificateVerification* verification,
-                           const UA_ByteString* certificate)
-{
-    const auto& pinned = *static_cast<const std::vector<unsigned char>*>(verification->context);
-    const auto shown = BytesOf(*certificate);
-    return std::equal(shown.begin(), shown.end(), pinned.begin(), pinned.end(),
-                      [](char left, unsigned char right) {
-                          return static_cast<unsigned char>(left) == right;
-                      })
-               ? UA_STATUSCODE_GOOD
-               : UA_STATUSCODE_BADCERTIFICATEUNTRUSTED;
-}
-
-/// Accepts the certificate that the caller has accepted, and no other. The context outlives it.
-void Pin(UA_CertificateVerification& verification, std::vector<unsigned char>& certificate,
-         const UA_Logger* logger)
-{
-    if (verification.clear != nullptr)
-        verification.clear(&verification);
-    verification = {};
-    verification.context = &certificate;
-    verification.logging = logger;
-    verification.verifyCertificate = &VerifyPinned;
-    verification.verifyApplicationURI = [](const UA_CertificateVerification*, const UA_ByteString*,
-                                           const UA_String*) -> UA_StatusCode {
-        return UA_STATUSCODE_GOOD;
-    };
-}
-
-/// `reason`: the system's words, where it has some.
-std::string DescribeNoConnection(const std::string& url, UA_StatusCode status,
-                                 const std::string& reason)
-{
-    const std::string name = UA_StatusCode_name(status);
-    return "cannot connect to " + url + ": " +
-           (reason.empty() ? DescribeStatus(status) : reason + " (" + name + ")");
-}
-
-[[noreturn]] void ThrowNotConnected(const std::string& url, UA_StatusCode status,
-                                    const std::string& reason, bool isEncrypted)
-{
-    const std::string text = DescribeNoConnection(url, status, reason);
-    switch (status) {
-    case UA_STATUSCODE_BADUSERACCESSDENIED:
-    case UA_STATUSCODE_BADIDENTITYTOKENREJECTED:
-    case UA_STATUSCODE_BADIDENTITYTOKENINVALID:
-        throw RefusedException(Refusal::Login,
-                               "cannot log in to " + url + ": the user or the password is refused");
-    case UA_STATUSCODE_BADTOOMANYSESSIONS:
-        throw RefusedException(Refusal::Limit, "cannot log in to " + url +
-                                                   ": it has as many sessions as it allows");
-    case UA_STATUSCODE_BADCERTIFICATEUNTRUSTED:
-    case UA_STATUSCODE_BADSECURITYCHECKSFAILED:
-    case UA_STATUSCODE_BADCERTIFICATEINVALID:
-    case UA_STATUSCODE_BADCERTIFICATETIMEINVALID:
-    case UA_STATUSCODE_BADCERTIFICATEUSENOTALLOWED:
-    case UA_STATUSCODE_BADCERTIFICATEURIINVALID:
-    case UA_STATUSCODE_BADCERTIFICATECHAININCOMPLETE:
-        if (isEncrypted)
-            throw RefusedException(Refusal::ClientCertificate,
-                                   "cannot connect to " + url +
-                                       ": it does not trust the certificate of this client (" +
-                                       UA_StatusCode_name(status) + ")");
-        throw RefusedException(Refusal::Security, text);
-    case UA_STATUSCODE_BADSECURITYMODEREJECTED:
-    case UA_STATUSCODE_BADSECURITYPOLICYREJECTED:
-        throw RefusedException(Refusal::Security, text);
-    default:
-        throw NoConnectionException(text);
-    }
 }
 
 /// Reads an attribute value. Empty when there is none.
@@ -269,202 +135,7 @@ Engine::~Engine()
     thread.join();
 }
 
-// Connecting
-
-void Engine::Connect(const Cancellation* cancellation)
-{
-    const std::string server = ParseServer(options.url);
-    const auto deadline = steady_clock::now() + options.connectTime;
-    // The library's own loop would wait for a tenth of a second when it ends.
-    EventLoop askingLoop(logger, cancellation);
-    UA_ClientConfig asking{};
-    asking.logging = &logger;
-    asking.eventLoop = askingLoop.GetHandle();
-    asking.externalEventLoop = true;
-    RequireGood(UA_ClientConfig_setDefault(&asking), "configuring the client");
-    asking.timeout = static_cast<UA_UInt32>(options.connectTime.count());
-    asking.noReconnect = true; // whoever hangs up will do so again
-    const ClientPointer asker(UA_Client_newWithConfig(&asking));
-    EndpointList endpoints;
-    const UA_StatusCode status = endpoints.Ask(*asker, options.url);
-    if (cancellation != nullptr && cancellation->IsCancelled())
-        throw CancelledException();
-    if (status != UA_STATUSCODE_GOOD)
-        throw NoConnectionException(DescribeNoConnection(options.url, status, lastLog));
-
-    const UA_EndpointDescription* best = nullptr;
-    const UA_EndpointDescription* plain = nullptr;
-    for (const auto& endpoint : endpoints.Get()) {
-        if (IsPlain(endpoint))
-            plain = &endpoint;
-        else if (RankEndpoint(endpoint) > (best == nullptr ? 0 : RankEndpoint(*best)))
-            best = &endpoint;
-    }
-    const UA_EndpointDescription* chosen = options.security == Security::Plain ? plain : best;
-    if (chosen == nullptr && options.security == Security::Automatic) {
-        if (options.login)
-            throw RefusedException(Refusal::Security,
-                                   options.url + " offers no encryption, so the password would be "
-                                                 "readable on the way; ask for a plain connection "
-                                                 "if that is all right");
-        RequireUnknown(server);
-        chosen = plain;
-    }
-    if (chosen == nullptr)
-        throw RefusedException(Refusal::Security,
-                               options.url + (options.security == Security::Plain
-                                                  ? " offers encrypted connections only"
-                                                  : " offers no encryption that is good enough"));
-    const auto certificate = BytesOf(chosen->serverCertificate);
-    serverCertificate.assign(certificate.begin(), certificate.end());
-    if (!serverCertificate.empty())
-        fingerprint = MakeFingerprint(serverCertificate);
-    if (!IsPlain(*chosen)) {
-        const KnownServers known(options.stateFolder);
-        const std::string previous = known.Find(server);
-        ServerCertificate shown;
-        shown.acquaintance = previous.empty()          ? Acquaintance::FirstSeen
-                             : previous == fingerprint ? Acquaintance::Known
-                                                       : Acquaintance::Changed;
-        shown.server = server;
-        shown.fingerprint = fingerprint;
-        shown.previousFingerprint = previous;
-        shown.knownServers = known.GetFile();
-        shown.der = serverCertificate;
-        const bool isKnown = shown.acquaintance == Acquaintance::Known;
-        if (options.trustServer ? !options.trustServer(shown) : !isKnown)
-            throw RefusedException(Refusal::ServerCertificate,
-                                   "the certificate of " + server + " with the fingerprint " +
-                                       fingerprint +
-                                       (previous.empty() ? " is not known"
-                                        : isKnown        ? " was not accepted"
-                                                  : " is not the one that was accepted before"));
-        if (!isKnown)
-            known.Remember(server, fingerprint);
-    }
-    SetSecurity(*chosen);
-    SetIdentity(*chosen);
-    lastLog.clear();
-    const UA_StatusCode begun = UA_Client_connectAsync(client.get(), options.url.c_str());
-    if (begun != UA_STATUSCODE_GOOD)
-        ThrowNotConnected(options.url, begun, lastLog, !IsPlain(*chosen));
-    AwaitSession(deadline, cancellation);
-}
-
-/// Somebody on the way could hide what a server offers. One whose certificate was accepted once
-/// does encrypt.
-void Engine::RequireUnknown(const std::string& server) const
-{
-    const KnownServers known(options.stateFolder);
-    if (!known.Find(server).empty())
-        throw RefusedException(Refusal::Security,
-                               options.url + " offers no encryption any more, although " + server +
-                                   " did before, as " + known.GetFile().string() +
-                                   " says; ask for a plain connection if that is all right");
-}
-
-namespace {
-
-/// Has the messages of encrypted connections done several times faster.
-void UseOpenSsl(UA_ClientConfig& configuration)
-{
-    try {
-        for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i)
-            OpcUa::UseOpenSsl(configuration.securityPolicies[i]);
-    } catch (const OpcUa::CipherException& exception) {
-        throw ClientException(exception.what());
-    }
-}
-
-} // namespace
-
-void Engine::SetSecurity(const UA_EndpointDescription& endpoint)
-{
-    UA_ClientConfig configuration{};
-    configuration.logging = &logger;
-    configuration.eventLoop = loop.GetHandle();
-    configuration.externalEventLoop = true;
-    if (IsPlain(endpoint)) {
-        RequireGood(UA_ClientConfig_setDefault(&configuration), "configuring the client");
-        securityMode = "None";
-    } else {
-        Identity identity = LoadIdentity(options.stateFolder);
-        const UA_ByteString certificate{identity.certificate.size(), identity.certificate.data()};
-        const UA_ByteString key{identity.key.size(), identity.key.data()};
-        RequireGood(UA_ClientConfig_setDefaultEncryption(&configuration, certificate, key, nullptr,
-                                                         0, nullptr, 0),
-                    "configuring the client's encryption");
-        UseOpenSsl(configuration);
-        UA_String_clear(&configuration.clientDescription.applicationUri);
-        configuration.clientDescription.applicationUri =
-            UA_STRING_ALLOC(identity.applicationUri.c_str());
-        explicit_bzero(identity.key.data(), identity.key.size());
-        securityMode = "SignAndEncrypt";
-    }
-    Pin(configuration.certificateVerification, serverCertificate, &logger);
-    const std::string uri(BytesOf(endpoint.securityPolicyUri));
-    securityPolicy = uri.substr(uri.find('#') + 1);
-    applicationName = BytesOf(endpoint.server.applicationName.text);
-    applicationUri = BytesOf(endpoint.server.applicationUri);
-    configuration.securityMode = endpoint.securityMode;
-    UA_String_copy(&endpoint.securityPolicyUri, &configuration.securityPolicyUri);
-    configuration.timeout = static_cast<UA_UInt32>(options.connectTime.count());
-    configuration.noReconnect = true; // this does it
-    configuration.requestedSessionTimeout = sessionTimeout;
-    const std::string name = "talvensor-client " + std::to_string(getpid());
-    configuration.sessionName = UA_STRING_ALLOC(name.c_str());
-    configuration.clientContext = this;
-    client.reset(UA_Client_newWithConfig(&configuration));
-    if (!client)
-        throw ClientException("there is no memory for a client");
-}
-
-/// The endpoint itself, so that it is not asked for again, and who logs in.
-void Engine::SetIdentity(const UA_EndpointDescription& endpoint)
-{
-    UA_ClientConfig& configuration = *UA_Client_getConfig(client.get());
-    UA_EndpointDescription_copy(&endpoint, &configuration.endpoint);
-    // Servers name themselves as they are seen from where they run.
-    UA_String_clear(&configuration.endpoint.endpointUrl);
-    configuration.endpoint.endpointUrl = UA_STRING_ALLOC(options.url.c_str());
-    const auto type = options.login ? UA_USERTOKENTYPE_USERNAME : UA_USERTOKENTYPE_ANONYMOUS;
-    const UA_UserTokenPolicy* found = nullptr;
-    for (std::size_t i = 0; i < endpoint.userIdentityTokensSize && found == nullptr; ++i)
-        if (endpoint.userIdentityTokens[i].tokenType == type)
-            found = &endpoint.userIdentityTokens[i];
-    if (found == nullptr)
-        throw RefusedException(
-            Refusal::Login, options.url + (options.login ? " takes no user names and passwords"
-                                                         : " asks for a user name and a password"));
-    UA_UserTokenPolicy_copy(found, &configuration.userTokenPolicy);
-    if (options.login)
-        RequireGood(UA_ClientConfig_setAuthenticationUsername(&configuration,
-                                                              options.login->user.c_str(),
-                                                              options.login->password.c_str()),
-                    "setting the user's name");
-}
-
-bool Engine::IsActivated(UA_StatusCode& status) const
-{
-    UA_SecureChannelState channel{};
-    UA_SessionState session{};
-    UA_Client_getState(client.get(), &channel, &session, &status);
-    return session == UA_SESSIONSTATE_ACTIVATED && channel == UA_SECURECHANNELSTATE_OPEN;
-}
-
-void Engine::AwaitSession(Waiter::Deadline deadline, const Cancellation* cancellation)
-{
-    const bool isEncrypted = securityMode != "None";
-    for (UA_StatusCode status = UA_STATUSCODE_GOOD; !IsActivated(status);) {
-        if (status != UA_STATUSCODE_GOOD)
-            ThrowNotConnected(options.url, status, lastLog, isEncrypted);
-        if ((cancellation != nullptr && cancellation->IsCancelled()) || isStopping)
-            throw CancelledException();
-        if (steady_clock::now() >= deadline)
-            ThrowNotConnected(options.url, UA_STATUSCODE_BADTIMEOUT, lastLog, isEncrypted);
-        UA_Client_run_iterate(client.get(), cancellationWait);
-    }
-}
+// What the server says of itself
 
 void Engine::ReadNamespaces()
 {
@@ -868,7 +539,7 @@ bool Engine::TryReconnect(Waiter::Deadline deadline)
     lastLog.clear();
     const UA_StatusCode begun = UA_Client_connectAsync(client.get(), options.url.c_str());
     if (begun != UA_STATUSCODE_GOOD)
-        ThrowNotConnected(options.url, begun, lastLog, securityMode != "None");
+        ThrowNotConnected(begun);
     AwaitSession(std::min(deadline, steady_clock::now() + options.connectTime), nullptr);
     const std::string token = GetSessionToken();
     if (token != sessionToken) {

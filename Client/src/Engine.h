@@ -24,6 +24,7 @@
 
 namespace Client {
 
+class EndpointList;
 class Engine;
 
 /// What hears the events of one node. Its operations run on the engine's thread.
@@ -109,12 +110,21 @@ private:
         EventListener* listener;
         std::string session; // the token of the one that it has heard of
     };
+    static constexpr UA_UInt32 sessionTimeout = 3'600'000; // ms
     using Function = std::pair<const std::function<void()>*, std::promise<void>*>;
 
+    // In Connecting.cpp, up to IsActivated.
     void Connect(const Cancellation* cancellation);
+    [[nodiscard]] const UA_EndpointDescription& Choose(const EndpointList& endpoints,
+                                                       const std::string& server) const;
+    [[nodiscard]] const UA_UserTokenPolicy&
+    ChooseToken(const UA_EndpointDescription& endpoint) const;
+    void RequireTrust(const std::string& server) const;
     void RequireUnknown(const std::string& server) const;
+    void SetEncryption(UA_ClientConfig& configuration) const;
     void SetSecurity(const UA_EndpointDescription& endpoint);
-    void SetIdentity(const UA_EndpointDescription& endpoint);
+    void SetIdentity(const UA_EndpointDescription& endpoint, const UA_UserTokenPolicy& token);
+    [[noreturn]] void ThrowNotConnected(UA_StatusCode status) const;
     void AwaitSession(Waiter::Deadline deadline, const Cancellation* cancellation);
     [[nodiscard]] bool IsActivated(UA_StatusCode& status) const;
     void ReadNamespaces();
@@ -149,6 +159,7 @@ private:
     UA_Logger logger{};
     EventLoop loop; // after the logger
     std::vector<unsigned char> serverCertificate;
+    bool isEncrypting = false; // the messages, or at least the password
     std::string securityPolicy;
     std::string securityMode;
     std::string applicationName;

@@ -17,12 +17,6 @@ namespace {
 constexpr std::size_t directoriesAtOnce = 16;
 constexpr std::size_t pathsAtOnce = 500;
 
-void CheckPath(const std::string& path)
-{
-    if (path.empty() || path.find('\0') != std::string::npos)
-        throw InvalidArgumentException("a path is empty or holds a zero byte");
-}
-
 std::string Quote(const std::string& path)
 {
     return "'" + path + "'";
@@ -158,6 +152,14 @@ bool IsSafeRelativePath(const std::string& path)
             return true;
         rest.remove_prefix(end + 1);
     }
+}
+
+void CheckPath(const std::string& path)
+{
+    if (path.empty())
+        throw InvalidArgumentException("the path is empty");
+    if (path.find('\0') != std::string::npos)
+        throw InvalidArgumentException("the path holds a NUL, which no name can have");
 }
 
 Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result)

@@ -29,10 +29,11 @@ private:
     const std::shared_ptr<RemoteNode> node;
 };
 
-/// A path of the directory that holds itself: there only when it is a directory.
+/// Returns a path that exists only where there is a directory. A slash at the end asks for no
+/// permission of the directory itself; "." behind it would ask for that of searching it.
 [[nodiscard]] inline std::string AsDirectory(const std::string& path)
 {
-    return path.ends_with('/') ? path + "." : path + "/.";
+    return path.ends_with('/') ? path : path + "/";
 }
 
 [[nodiscard]] inline std::string Join(const std::string& directory, const std::string& name)
@@ -41,6 +42,9 @@ private:
         return name;
     return directory.ends_with('/') ? directory + name : directory + "/" + name;
 }
+
+/// Throws InvalidArgumentException for a path that is empty or holds a NUL.
+void CheckPath(const std::string& path);
 
 /// In words what the result of an acknowledgement says.
 [[nodiscard]] Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result);

@@ -540,6 +540,8 @@ private:
     void Find(const std::string& local, const std::string& remote, bool isGiven)
     {
         try {
+            CheckPath(local);
+            CheckPath(remote);
             struct stat status = {};
             if (stat(local.c_str(), &status) != 0)
                 FailLocally(local, Step::Open);
@@ -551,6 +553,8 @@ private:
                 throw FileFailed(Skip(local, "it is neither a file nor a directory"));
         } catch (const FileFailed& failed) {
             transfer.tally.AddFailure(failed.GetFailure());
+        } catch (const InvalidArgumentException& unusable) {
+            transfer.tally.AddFailure(Skip(local, unusable.what()));
         }
     }
 
@@ -950,6 +954,7 @@ TransferResult FileSystem::UploadFrom(const ByteSource& source, const std::strin
     DoStep(transfer, [&] {
         Caller caller = implementation->MakeCaller(options.cancellation);
         const bool hasBegun = true;
+        CheckPath(remote);
         DoFile(transfer, remote, remote, hasBegun, [&] {
             StreamSource stream(source);
             BlockUpload upload(transfer, caller, remote, stream, {}, std::nullopt);

@@ -129,11 +129,16 @@ TemporaryFolder::~TemporaryFolder()
 }
 
 HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::string> more,
-                         std::uint16_t port)
+                         std::uint16_t port, HostStart givenStart)
     : root(std::move(givenRoot))
     , more(std::move(more))
     , port(port)
+    , start(std::move(givenStart))
 {
+    if (start.pki.empty())
+        start.pki = state.GetPath() / "pki";
+    if (!start.launcher.empty()) // its user has to reach its keys
+        std::filesystem::permissions(state.GetPath(), std::filesystem::perms::all);
     Start();
 }
 
@@ -144,19 +149,14 @@ HostProcess::~HostProcess()
 
 void HostProcess::Start()
 {
-    std::vector<std::string> arguments{TALVENSOR_HOST,
-                                       "--listen",
-                                       "opc.tcp://127.0.0.1:" + std::to_string(port),
-                                       "--root",
-                                       root.string(),
-                                       "--module",
-                                       TALVENSOR_MODULE,
-                                       "--model",
-                                       TALVENSOR_MODEL,
-                                       "--pki",
-                                       (state.GetPath() / "pki").string(),
-                                       "--log-level",
-                                       "off"};
+    std::vector<std::string> arguments = start.launcher;
+    for (const std::string& argument :
+         {std::string(TALVENSOR_HOST), std::string("--listen"),
+          "opc.tcp://" + start.address + ":" + std::to_string(port), std::string("--root"),
+          root.string(), std::string("--module"), std::string(TALVENSOR_MODULE),
+          std::string("--model"), std::string(TALVENSOR_MODEL), std::string("--pki"),
+          start.pki.string(), std::string("--log-level"), std::string("off")})
+        arguments.push_back(argument);
     arguments.insert(arguments.end(), more.begin(), more.end());
     std::vector<char*> pointers;
     for (auto& argument : arguments)
@@ -167,16 +167,17 @@ void HostProcess::Start()
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, output.ends[1], STDOUT_FILENO);
     const int error =
-        posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ);
+        posix_spawnp(&process, pointers[0], &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0)
         throw std::system_error(error, std::generic_category(), arguments[0]);
     output.CloseChildEnd();
     leash.emplace(process);
-    const std::string scheme = "opc.tcp://127.0.0.1:";
+    const std::string scheme = "opc.tcp://";
     const std::string text = ReadUntil(output.ends[0], scheme);
-    const char* const digits = text.data() + text.find(scheme) + scheme.size();
-    std::from_chars(digits, text.data() + text.size(), port);
+    const auto end = text.find('\n', text.find(scheme));
+    const char* const digits = text.data() + text.rfind(':', end) + 1;
+    std::from_chars(digits, text.data() + end, port);
 }
 
 void HostProcess::Stop(int signal)
@@ -200,9 +201,9 @@ void HostProcess::Restart()
     Start();
 }
 
-std::string HostProcess::GetUrl() const
+std::string HostProcess::GetUrl(const std::string& machine) const
 {
-    return "opc.tcp://127.0.0.1:" + std::to_string(port);
+    return "opc.tcp://" + machine + ":" + std::to_string(port);
 }
 
 } // namespace ClientTest

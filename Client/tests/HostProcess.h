@@ -40,6 +40,15 @@ private:
     pid_t watcher = -1;
 };
 
+/// How a host is started, where that is not as usual.
+struct HostStart
+{
+    std::string address = "127.0.0.1"; ///< to listen on
+    std::filesystem::path pki = {};    ///< keys and certificates; empty: a folder of its own
+    /// A program, with arguments, that becomes the host, as another user for example; empty: none.
+    std::vector<std::string> launcher = {};
+};
+
 /// A real talvensor-host on loopback that serves a folder. It ends with the process that started
 /// it.
 class HostProcess
@@ -47,12 +56,13 @@ class HostProcess
 public:
     /// Starts it and waits until it listens. Port 0: the system chooses.
     explicit HostProcess(std::filesystem::path root, std::vector<std::string> more = {},
-                         std::uint16_t port = 0);
+                         std::uint16_t port = 0, HostStart start = {});
     HostProcess(const HostProcess&) = delete;
     HostProcess& operator=(const HostProcess&) = delete;
     ~HostProcess();
 
-    [[nodiscard]] std::string GetUrl() const;
+    /// Returns the URL at which clients on a machine of that name or address find it.
+    [[nodiscard]] std::string GetUrl(const std::string& machine = "127.0.0.1") const;
     [[nodiscard]] std::uint16_t GetPort() const noexcept { return port; }
     [[nodiscard]] const std::filesystem::path& GetRoot() const noexcept { return root; }
     [[nodiscard]] pid_t GetProcess() const noexcept { return process; }
@@ -70,6 +80,7 @@ private:
     std::filesystem::path root;
     std::vector<std::string> more;
     std::uint16_t port;
+    HostStart start;
     pid_t process = -1;
     std::optional<Leash> leash;
 };

@@ -154,6 +154,26 @@ TEST_F(ATransfer, GoesOnWithOtherFilesAndNamesThoseThatFailed)
     EXPECT_EQ(ReadFile(root.GetPath() / "tree" / "good").size(), 10U);
 }
 
+TEST_F(ATransfer, TouchesNothingUnderANameThatANulCuts)
+{
+    MakeFile(local.GetPath() / "keep", 10);
+    MakeFile(root.GetPath() / "keep", 20);
+    const std::string cut("keep\0x", 6);
+    for (const auto& result : {Put(local.GetPath() / "keep", root.GetPath() / cut),
+                               Put(local.GetPath() / cut, root.GetPath() / "keep"),
+                               Get(local.GetPath() / cut, root.GetPath() / "keep"),
+                               Get(local.GetPath() / "keep", root.GetPath() / cut)}) {
+        ASSERT_EQ(result.failures.size(), 1U);
+        EXPECT_THAT(result.failures[0].cause, testing::HasSubstr("NUL"));
+        EXPECT_EQ(result.files, 0U);
+    }
+    EXPECT_EQ(fs::file_size(local.GetPath() / "keep"), 10U);
+    EXPECT_EQ(fs::file_size(root.GetPath() / "keep"), 20U);
+    EXPECT_THROW((void)fileSystem.Delete({(root.GetPath() / cut).string()}),
+                 InvalidArgumentException);
+    EXPECT_TRUE(fs::exists(root.GetPath() / "keep"));
+}
+
 TEST_F(ATransfer, NamesWhatIsMissing)
 {
     const auto sent = Put(local.GetPath() / "missing", root.GetPath() / "file");

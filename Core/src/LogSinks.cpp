@@ -2,6 +2,8 @@
 
 #include "Core/Exception.h"
 
+#include <Text/UnsafeCharacters.h>
+
 #include <fmt/format.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -66,12 +68,7 @@ CodePoint DecodeFirst(std::string_view text)
 
 bool IsDangerous(char32_t character)
 {
-    const bool isControl = character < 0x20 || (character >= 0x7F && character <= 0x9F);
-    const bool isSeparator = character == 0x2028 || character == 0x2029;
-    const bool turnsDirection = character == 0x200E || character == 0x200F || character == 0x061C ||
-                                (character >= 0x202A && character <= 0x202E) ||
-                                (character >= 0x2066 && character <= 0x2069);
-    return isControl || isSeparator || turnsDirection || character == '\\' || character == '"';
+    return Text::IsUnsafe(character) || character == '\\' || character == '"';
 }
 
 void AppendEscaped(std::string& line, std::string_view text, bool isWord)

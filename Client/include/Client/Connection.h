@@ -20,7 +20,8 @@ enum class Security
 {
     Automatic, ///< encrypted where the server offers it, otherwise plain; never plain with a
                ///< password, or with a server whose certificate was accepted before
-    Plain,     ///< neither signed nor encrypted
+    Plain,     ///< neither signed nor encrypted; a password is encrypted all the same where the
+               ///< server names a way to do so
     Encrypted, ///< signed and encrypted, or not at all
 };
 
@@ -59,10 +60,10 @@ struct ConnectionOptions
 
     /// Where our own key and certificate, made on first use, and the fingerprints of known servers
     /// are kept. Made with mode 0700 when missing; its files have mode 0600. Needed unless security
-    /// is Plain.
+    /// is Plain and there is no login.
     std::filesystem::path stateFolder;
 
-    /// Asked once for each `Connection` that is encrypted, on the calling thread of its
+    /// Asked once for each `Connection` that encrypts something, on the calling thread of its
     /// constructor, before anything is sent that should be secret. True: go on, and remember the
     /// certificate, in place of another one. False: the constructor throws RefusedException with
     /// Refusal::ServerCertificate. Without a callback known certificates alone are accepted.

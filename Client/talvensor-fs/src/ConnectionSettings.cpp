@@ -62,8 +62,11 @@ toml::table ParseFile(const fs::path& file)
 
 std::string GetText(const fs::path& file, const toml::key& key, const toml::node& node)
 {
-    if (const auto* const text = node.as_string())
+    if (const auto* const text = node.as_string()) {
+        if (text->get().find('\0') != std::string::npos)
+            Refuse(file, key.source(), std::string(key.str()) + " holds a NUL");
         return text->get();
+    }
     Refuse(file, key.source(), std::string(key.str()) + " takes a text in quotes");
 }
 

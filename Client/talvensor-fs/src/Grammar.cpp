@@ -1,5 +1,6 @@
 #include "Grammar.h"
 
+#include "Text.h"
 #include "Times.h"
 #include "Version.h"
 
@@ -550,9 +551,19 @@ private:
     CLI::Option* const acceptsNew;
 };
 
-/// Nothing, or the help or the version that was asked for.
+/// A NUL would end a name early wherever the system takes it. Throws InvalidArgumentException.
+void RefuseNul(const std::vector<std::string>& words)
+{
+    for (const auto& word : words)
+        if (word.find('\0') != std::string::npos)
+            throw Client::InvalidArgumentException("'" + EscapeName(word) +
+                                                   "' holds a NUL, which no name can have");
+}
+
+/// Returns the help or the version when that was asked for.
 std::optional<std::string> Parse(CLI::App& app, const std::vector<std::string>& words)
 {
+    RefuseNul(words);
     auto backwards = Mask(words);
     std::reverse(backwards.begin(), backwards.end());
     try {

@@ -1,5 +1,7 @@
 #include "Text.h"
 
+#include <Text/UnsafeCharacters.h>
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -34,17 +36,6 @@ char32_t Decode(std::string_view text, std::size_t length)
     return code;
 }
 
-/// What a terminal acts on instead of showing it, or what makes a name look like another one.
-bool IsUnsafe(char32_t code)
-{
-    const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
-    const bool turnsDirection = (code >= 0x200E && code <= 0x200F) ||
-                                (code >= 0x202A && code <= 0x202E) ||
-                                (code >= 0x2066 && code <= 0x2069);
-    const bool breaksLine = code == 0x2028 || code == 0x2029;
-    return isControl || turnsDirection || breaksLine;
-}
-
 std::string EscapeBytes(std::string_view bytes)
 {
     if (bytes == "\n")
@@ -63,7 +54,7 @@ std::string Escape(std::string_view text, Backslash backslash)
     while (!text.empty()) {
         const auto length = GetCharacterLength(text);
         const auto character = text.substr(0, std::max<std::size_t>(length, 1));
-        if (length == 0 || IsUnsafe(Decode(text, length)))
+        if (length == 0 || ::Text::IsUnsafe(Decode(text, length)))
             escaped += EscapeBytes(character);
         else if (character == "\\" && backslash == Backslash::Doubled)
             escaped += "\\\\";

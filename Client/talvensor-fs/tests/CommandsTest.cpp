@@ -285,6 +285,15 @@ TEST_P(TheCommands, DeleteWhatTheyAreToldAndNoMore)
     EXPECT_EQ(Run({"rm", ""}).status, 2);
 }
 
+TEST_P(TheCommands, DeleteNothingUnderANameThatANulCuts)
+{
+    WriteFile(desk.GetRemote("keep"), "x");
+    const auto result = Run({"shell"}, "rm keep\\x00x\n");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.error, HasSubstr("'keep\\x00x' holds a NUL"));
+    EXPECT_TRUE(fs::exists(desk.GetRemote("keep")));
+}
+
 TEST_P(TheCommands, MakeDirectoriesAndSayWhatExists)
 {
     ExpectDone(Run({"mkdir", "a/b", "c"}));

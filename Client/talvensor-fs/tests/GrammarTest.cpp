@@ -104,6 +104,14 @@ TEST(TheHelp, HasLinesThatFitATerminal)
     }
 }
 
+TEST(ANameWithANul, IsRefusedOnTheCommandLineAndInTheShell)
+{
+    const std::string cut("keep\0x", 6);
+    EXPECT_THROW((void)ParseArguments({"rm", cut}), Client::InvalidArgumentException);
+    EXPECT_THROW((void)ParseShellLine({"rm", "-r", cut}), Client::InvalidArgumentException);
+    EXPECT_THROW((void)ParseShellLine({"lcd", cut}), Client::InvalidArgumentException);
+}
+
 TEST(AShellLine, MayLeaveTheTargetOut)
 {
     const auto line = ParseShellLine({"get", "a"});

@@ -3,6 +3,9 @@
 
 #include "Client/Exceptions.h"
 
+#include <Text/UnsafeCharacters.h>
+
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <ctime>
@@ -21,6 +24,26 @@ TEST(AName, IsShownWithItsControlCharactersWritten)
     EXPECT_EQ(EscapeName("a\nb\tc\x1b[2Jd\x7f"), "a\\nb\\tc\\x1B[2Jd\\x7F");
     EXPECT_EQ(EscapeName("\xC2\x9B"), "\\xC2\\x9B") << "a control character of 8 bits";
     EXPECT_EQ(EscapeName("\xE2\x80\xAEtxt"), "\\xE2\\x80\\xAEtxt") << "turns the direction";
+}
+
+/// REQUIRES: it takes two or three bytes.
+std::string Encode(char32_t character)
+{
+    const auto tail = [](char32_t bits) {
+        return static_cast<char>(0x80U | (bits & 0x3FU));
+    };
+    if (character < 0x800)
+        return {static_cast<char>(0xC0U | character >> 6U), tail(character)};
+    return {static_cast<char>(0xE0U | character >> 12U), tail(character >> 6U), tail(character)};
+}
+
+TEST(AName, IsShownWithEveryUnsafeCharacterWritten)
+{
+    EXPECT_EQ(EscapeName("\xD8\x9Ctxt"), "\\xD8\\x9Ctxt") << "U+061C turns the direction";
+    for (const auto& range : ::Text::unsafeCharacters)
+        for (auto character = std::max(range.first, U'\x80'); character <= range.last; ++character)
+            EXPECT_EQ(EscapeName(Encode(character)).front(), '\\')
+                << std::hex << static_cast<unsigned>(character);
 }
 
 TEST(AName, ThatIsNotUtf8IsShownByteByByte)

@@ -97,10 +97,18 @@ fs::path MakeFolder(const fs::path& folder)
     return folder;
 }
 
+/// Makes the host's root, where the host's user can reach it.
+fs::path MakeRoot(const fs::path& folder, const ClientTest::HostStart& start)
+{
+    if (!start.launcher.empty())
+        fs::permissions(folder, fs::perms::all);
+    return MakeFolder(folder / "root");
+}
+
 } // namespace
 
-Desk::Desk(std::vector<std::string> hostFlags)
-    : host(MakeFolder(folder.GetPath() / "root"), std::move(hostFlags))
+Desk::Desk(std::vector<std::string> hostFlags, ClientTest::HostStart start)
+    : host(MakeRoot(folder.GetPath(), start), std::move(hostFlags), 0, start)
     , environment({{"HOME", MakeFolder(folder.GetPath() / "home").string()},
                    {"PATH", "/usr/bin:/bin"},
                    {"TERM", "xterm"},

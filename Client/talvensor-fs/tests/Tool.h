@@ -25,7 +25,7 @@ struct Result
 class Desk
 {
 public:
-    explicit Desk(std::vector<std::string> hostFlags = {});
+    explicit Desk(std::vector<std::string> hostFlags = {}, ClientTest::HostStart start = {});
 
     /// Runs it to its end, without a terminal, in the local folder.
     [[nodiscard]] Result Run(const std::vector<std::string>& arguments,
