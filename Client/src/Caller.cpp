@@ -12,6 +12,7 @@ namespace Client {
 
 namespace {
 
+/// How long closing may take when nobody waits for the end of a cancelled operation.
 constexpr std::chrono::seconds closingTime{3};
 
 } // namespace
@@ -194,13 +195,19 @@ bool Caller::Recover()
     return isSame;
 }
 
+Waiter::Deadline Caller::GetClosingDeadline() const
+{
+    return cancellation != nullptr && cancellation->IsCancelled()
+               ? cancellation->GetTidyDeadline()
+               : std::chrono::steady_clock::now() + closingTime;
+}
+
 void Caller::CloseAnyway(std::uint32_t handle) noexcept
 {
     try {
         const auto ticket = Close(handle);
         const auto barrier = Barrier();
-        waiter->WaitUntil([&] { return barrier->isEventIn.load(); },
-                          std::chrono::steady_clock::now() + closingTime);
+        waiter->WaitUntil([&] { return barrier->isEventIn.load(); }, GetClosingDeadline());
     } catch (const std::exception&) {
         // Out of memory or the like: the session's end closes it.
     }
@@ -208,7 +215,7 @@ void Caller::CloseAnyway(std::uint32_t handle) noexcept
 
 void Caller::CloseAnyway(std::span<const TicketPointer> opens) noexcept
 {
-    const auto deadline = std::chrono::steady_clock::now() + closingTime;
+    const auto deadline = GetClosingDeadline();
     try {
         waiter->WaitUntil(
             [&] {

@@ -88,6 +88,7 @@ public:
     [[nodiscard]] Waiter& GetWaiter() const noexcept { return *waiter; }
 
 private:
+    [[nodiscard]] Waiter::Deadline GetClosingDeadline() const;
     [[nodiscard]] TicketPointer Make(Method method) const;
     [[nodiscard]] TicketPointer Post(TicketPointer ticket) const;
     [[nodiscard]] TicketPointer MakeOnHandle(Method method, std::uint32_t handle) const;

@@ -310,7 +310,7 @@ void Engine::AwaitSession(Waiter::Deadline deadline, const Cancellation* cancell
     for (UA_StatusCode status = UA_STATUSCODE_GOOD; !IsActivated(status);) {
         if (status != UA_STATUSCODE_GOOD)
             ThrowNotConnected(status);
-        if ((cancellation != nullptr && cancellation->IsCancelled()) || isStopping)
+        if ((cancellation != nullptr && cancellation->IsCancelled()) || isStopping || HasEnded())
             throw CancelledException();
         if (steady_clock::now() >= deadline)
             ThrowNotConnected(UA_STATUSCODE_BADTIMEOUT);

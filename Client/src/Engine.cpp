@@ -129,6 +129,13 @@ Engine::Engine(ConnectionOptions givenOptions, const Cancellation* cancellation)
 
 Engine::~Engine()
 {
+    Close();
+}
+
+void Engine::Close() noexcept
+{
+    if (!thread.joinable())
+        return;
     isStopping = true;
     interruption.Notify();
     loop.Wake();
@@ -284,6 +291,18 @@ void Engine::RunFunctions()
         else
             promise->set_value();
     }
+}
+
+void Engine::EndBy(steady_clock::time_point deadline) noexcept
+{
+    end = deadline.time_since_epoch().count();
+    loop.EndBy(deadline);
+    interruption.Notify();
+}
+
+bool Engine::HasEnded() const noexcept
+{
+    return steady_clock::now().time_since_epoch().count() >= end;
 }
 
 void Engine::Leave(EventListener& listener) noexcept
@@ -495,6 +514,10 @@ void Engine::HandleLoss()
     TakePosted();
     for (const auto& ticket : std::exchange(ready, {}))
         RemoteNode::Lose(*ticket);
+    if (HasEnded()) {
+        Die("the connection to " + options.url + " was closed");
+        return;
+    }
     Report("lost the connection to " + options.url + ": " + reason);
     if (Reconnect())
         Report("connected to " + options.url + " again");
@@ -507,7 +530,7 @@ bool Engine::Reconnect()
 {
     const auto deadline = steady_clock::now() + options.reconnectTime;
     for (auto pause = firstPause; !isStopping; pause = std::min(pause * 2, longestPause)) {
-        if (steady_clock::now() >= deadline)
+        if (steady_clock::now() >= deadline || HasEnded())
             return false;
         try {
             if (TryReconnect(deadline))
@@ -763,6 +786,16 @@ Connection::Connection(ConnectionOptions options, const Cancellation* cancellati
 {}
 
 Connection::~Connection() = default;
+
+void Connection::Close() noexcept
+{
+    engine->Close();
+}
+
+void Connection::EndBy(std::chrono::steady_clock::time_point deadline) noexcept
+{
+    engine->EndBy(deadline);
+}
 
 ServerInfo Connection::GetInfo() const
 {

@@ -65,6 +65,10 @@ public:
     Engine& operator=(const Engine&) = delete;
     ~Engine();
 
+    /// Closes the session and ends the thread; nothing can be asked afterwards. REQUIRES: every
+    /// listener has left.
+    void Close() noexcept;
+
     /// Any thread. The ticket's flags are set in any case.
     void Post(TicketPointer ticket);
 
@@ -75,6 +79,9 @@ public:
     /// Lets the listener hear nothing from now on, and waits for that, also when the connection is
     /// lost. Not for the engine's thread.
     void Leave(EventListener& listener) noexcept;
+
+    /// From that time on there is no connection, and none is made. Any thread.
+    void EndBy(std::chrono::steady_clock::time_point deadline) noexcept;
 
     [[nodiscard]] const ConnectionOptions& GetOptions() const noexcept { return options; }
 
@@ -153,6 +160,7 @@ private:
                         UA_Variant* fields) noexcept;
     void Die(const std::string& reason);
     void Report(const std::string& text) const;
+    [[nodiscard]] bool HasEnded() const noexcept;
 
     const ConnectionOptions options;
     std::string lastLog; // what the library said last of why it failed
@@ -191,6 +199,8 @@ private:
     Waiter interruption; // ends waiting between two attempts to connect
     std::atomic<bool> isStopping{false};
     std::atomic<bool> isDead{false};
+    std::atomic<std::chrono::steady_clock::rep> end{
+        std::chrono::steady_clock::duration::max().count()};
     std::thread thread; // last
 };
 

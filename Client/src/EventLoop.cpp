@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <deque>
@@ -34,6 +35,8 @@
 namespace Client {
 
 namespace {
+
+using std::chrono::steady_clock;
 
 constexpr std::size_t inputSize = std::size_t{256} << 10U;
 /// As many reads in a row as are done before anything else gets its turn.
@@ -196,6 +199,7 @@ public:
     void Wake() noexcept;
     [[nodiscard]] std::size_t GetQueuedOutput() const noexcept;
     void Break() noexcept;
+    void EndBy(steady_clock::time_point deadline) noexcept;
 
 private:
     struct Handle : UA_EventLoop
@@ -228,6 +232,7 @@ private:
     void Turn(UA_UInt32 timeout);
     bool RunTimers();
     bool RunDelayed();
+    [[nodiscard]] steady_clock::time_point GetEnd() const noexcept;
     [[nodiscard]] int GetWait(UA_UInt32 timeout) const;
     void Poll(int wait);
 
@@ -245,6 +250,7 @@ private:
 
     const UA_Logger& logger;
     const Cancellation* const cancellation;
+    std::atomic<steady_clock::rep> end{steady_clock::duration::max().count()};
     Handle handle{};
     UA_KeyValueMap parameters{};
     Manager manager{};
@@ -469,13 +475,24 @@ void EventLoop::Implementation::Break() noexcept
         connection.phase = Phase::Closing;
 }
 
+void EventLoop::Implementation::EndBy(steady_clock::time_point deadline) noexcept
+{
+    end = deadline.time_since_epoch().count();
+    Wake();
+}
+
+steady_clock::time_point EventLoop::Implementation::GetEnd() const noexcept
+{
+    return steady_clock::time_point(steady_clock::duration(end));
+}
+
 // One turn
 
 void EventLoop::Implementation::Turn(UA_UInt32 timeout)
 {
     const bool ranTimers = RunTimers();
     const bool ranDelayed = RunDelayed();
-    if (cancellation != nullptr && cancellation->IsCancelled())
+    if ((cancellation != nullptr && cancellation->IsCancelled()) || steady_clock::now() >= GetEnd())
         Break();
     const bool hasClosed = FinishClosing();
     for (auto& [id, connection] : connections)
@@ -529,6 +546,11 @@ int EventLoop::Implementation::GetWait(UA_UInt32 timeout) const
     for (const auto& [id, timer] : timers) {
         const auto left = std::max<UA_DateTime>(timer.next - now, 0);
         wait = std::min<UA_DateTime>(wait, (left + UA_DATETIME_MSEC - 1) / UA_DATETIME_MSEC);
+    }
+    using std::chrono::milliseconds;
+    if (const auto last = GetEnd(); last != steady_clock::time_point::max()) {
+        const auto left = std::chrono::ceil<milliseconds>(last - steady_clock::now()).count();
+        wait = std::clamp<UA_DateTime>(left, 0, wait);
     }
     return static_cast<int>(std::min<UA_DateTime>(wait, std::numeric_limits<int>::max()));
 }
@@ -792,6 +814,11 @@ std::size_t EventLoop::GetQueuedOutput() const noexcept
 void EventLoop::Break() noexcept
 {
     implementation->Break();
+}
+
+void EventLoop::EndBy(std::chrono::steady_clock::time_point deadline) noexcept
+{
+    implementation->EndBy(deadline);
 }
 
 } // namespace Client

@@ -4,6 +4,7 @@
 
 #include <open62541/plugin/eventloop.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 
@@ -34,6 +35,10 @@ public:
 
     /// Closes what is open, as if the peer had.
     void Break() noexcept;
+
+    /// Does what `Break` does when the time has come, and whenever it is run from then on. Any
+    /// thread.
+    void EndBy(std::chrono::steady_clock::time_point deadline) noexcept;
 
 private:
     class Implementation;

@@ -67,6 +67,8 @@ Cancellation::~Cancellation()
 void Cancellation::Cancel() noexcept
 {
     const int kept = errno;
+    if (!isCancelled)
+        cancelledAt = std::chrono::steady_clock::now().time_since_epoch().count();
     isCancelled = true;
     eventfd_write(descriptor, 1);
     errno = kept;

@@ -125,6 +125,15 @@ public:
     /// exists.
     ~Connection();
 
+    /// Does what the destructor does, for who bounds it with `EndBy` from another thread. REQUIRES:
+    /// as the destructor; no operation is running.
+    void Close() noexcept;
+
+    /// Lets the connection be there until that time at most, and the destructor wait no longer:
+    /// the server learns of the end by itself then. Operations that need a connection throw
+    /// ConnectionLostException afterwards.
+    void EndBy(std::chrono::steady_clock::time_point deadline) noexcept;
+
     /// Asks the server. Throws ConnectionLostException, CallRefusedException.
     [[nodiscard]] ServerInfo GetInfo() const;
 

@@ -5,6 +5,7 @@
 #include "Interruption.h"
 #include "Prompt.h"
 #include "Shell.h"
+#include "TidyEnd.h"
 #include "Trust.h"
 
 #include <clocale>
@@ -25,6 +26,13 @@ void ChooseLocale()
     if (MB_CUR_MAX == 1)
         std::setlocale(LC_CTYPE, "C.UTF-8"); // NOLINT(concurrency-mt-unsafe)
 }
+
+/// Closes a connection when it goes, which `EndBy` may bound meanwhile.
+struct Closing
+{
+    Client::Connection& connection;
+    ~Closing() { connection.Close(); }
+};
 
 /// One run for a server.
 class Run
@@ -49,6 +57,8 @@ public:
         } catch (const Client::NoConnectionException& error) {
             return Fail(error.what(), ExitStatus::NoConnection);
         } catch (const Client::ConnectionLostException& error) {
+            if (interruption.GetCancellation().IsCancelled()) // which ends the connection
+                return ReportInterruption();
             return Fail(error.what(), ExitStatus::NoConnection);
         } catch (const Client::InvalidArgumentException& error) {
             return Fail(error.what(), ExitStatus::Usage);
@@ -60,14 +70,22 @@ public:
 private:
     ExitStatus Execute()
     {
-        Client::Connection connection(MakeOptions(), &interruption.GetCancellation());
-        Remote remote(connection);
-        if (std::holds_alternative<ShellCommand>(invocation.command))
+        const auto& cancellation = interruption.GetCancellation();
+        const auto options = MakeOptions();
+        if (std::holds_alternative<ShellCommand>(invocation.command)) {
+            Client::Connection connection(options, &cancellation);
+            Remote remote(connection);
             return Shell(remote, console, invocation.choice, interruption).Run();
+        }
+        Client::Connection connection(options, &cancellation);
+        const TidyEnd tidyEnd(cancellation, console,
+                              [&] { connection.EndBy(cancellation.GetTidyDeadline()); });
+        const Closing closing{connection}; // while the end is watched over
+        Remote remote(connection);
         return RunCommand(invocation.command, {.remote = remote,
                                                .console = console,
                                                .choice = invocation.choice,
-                                               .cancellation = interruption.GetCancellation()});
+                                               .cancellation = cancellation});
     }
 
     Client::ConnectionOptions MakeOptions()

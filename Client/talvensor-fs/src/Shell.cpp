@@ -5,6 +5,7 @@
 #include "Grammar.h"
 #include "LineEditor.h"
 #include "Text.h"
+#include "TidyEnd.h"
 #include "Words.h"
 
 #include <unistd.h>
@@ -191,11 +192,17 @@ ExitStatus Shell::Execute(const Command& command, OutputChoice lineChoice)
     else if (std::holds_alternative<ExitCommand>(command))
         isEnding = true;
     else
-        return RunCommand(command, {.remote = remote,
-                                    .console = console,
-                                    .choice = lineChoice,
-                                    .cancellation = interruption.GetCancellation()});
+        return RunOnServer(command, lineChoice);
     return ExitStatus::Done;
+}
+
+ExitStatus Shell::RunOnServer(const Command& command, OutputChoice lineChoice)
+{
+    const auto& cancellation = interruption.GetCancellation();
+    const TidyEnd tidyEnd(cancellation, console, {}); // the connection is for the next commands
+    return RunCommand(
+        command,
+        {.remote = remote, .console = console, .choice = lineChoice, .cancellation = cancellation});
 }
 
 void Shell::ChangeFolder(const ChangeFolderCommand& command)

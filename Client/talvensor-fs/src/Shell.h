@@ -26,6 +26,7 @@ private:
     /// Reports what fails. Throws as `Run`.
     [[nodiscard]] ExitStatus RunLine(const std::string& line);
     [[nodiscard]] ExitStatus Execute(const Command& command, OutputChoice lineChoice);
+    [[nodiscard]] ExitStatus RunOnServer(const Command& command, OutputChoice lineChoice);
     void ChangeFolder(const ChangeFolderCommand& command);
     void ShowFolder(const ShowFolderCommand& command) const;
     void Print(const std::string& text) const;

@@ -108,6 +108,23 @@ TEST(AnImpatientUser, IsRidOfItWithTheSecondInterruption)
     EXPECT_EQ(terminal.GetSeen().find("unfinished"), std::string::npos);
 }
 
+TEST(AnInterruptedTransfer, SaysWhatItWaitsForAndEndsThoughTheServerIsSilent)
+{
+    Desk desk;
+    MakeSparseFile(desk.GetLocal("large"), largeFile);
+    Terminal terminal(desk, With({"put", "large", "there"}));
+    ASSERT_TRUE(terminal.WaitFor(" MB")) << terminal.GetSeen();
+    kill(desk.host.GetProcess(), SIGSTOP); // as on a link over which nothing comes
+    terminal.Type(controlC);
+    EXPECT_TRUE(terminal.WaitFor("closing what is open on the server, for 2 s at most; a second "
+                                 "Ctrl-C ends at once"))
+        << terminal.GetSeen();
+    EXPECT_TRUE(terminal.WaitFor("there (remote): unfinished")) << terminal.GetSeen();
+    EXPECT_TRUE(terminal.WaitFor("interrupted")) << terminal.GetSeen();
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    kill(desk.host.GetProcess(), SIGCONT);
+}
+
 /// A folder on a disk of its own with little room, seen by this thread and what it starts.
 class SmallDisk
 {
