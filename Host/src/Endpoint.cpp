@@ -14,6 +14,7 @@
 #include "Endpoint/Values.h"
 #include "EventLoop.h"
 #include "Log.h"
+#include "MemoryTrim.h"
 #include "OpcUa/SymmetricCiphers.h"
 #include "RandomNumbers.h"
 #include "UaLogger.h"
@@ -30,6 +31,8 @@
 #include <exception>
 #include <limits>
 #include <utility>
+
+#include <malloc.h>
 
 namespace Host {
 namespace {
@@ -143,6 +146,7 @@ private:
     std::vector<Core::Value> CreateFileSystem(ClientSession& session);
     void ShowOwnObject(const NewObject& object, const ClientSession& session);
     void RemoveOwnObjects(ClientSession& session);
+    void GiveMemoryBack();
     void AddHousekeeping();
     [[nodiscard]] bool RemoveSharedNodes();
 
@@ -165,6 +169,7 @@ private:
     EventRelay events;
     MethodCalls calls;
     std::vector<std::pair<Core::NodeId, Core::Embedding::EventSubscription>> sharedNodes;
+    MemoryTrim memoryTrim;
     Strand closing; // removes the shared nodes; started with the server, since it must not fail
     std::atomic<bool> stopping{false};
 };
@@ -437,6 +442,14 @@ void Endpoint::Implementation::RemoveOwnObjects(ClientSession& session)
     }
 }
 
+void Endpoint::Implementation::GiveMemoryBack()
+{
+    if (!settings.readMemory || !memoryTrim.IsDue(settings.readMemory(), loop.CountBytes()))
+        return;
+    malloc_trim(0);
+    memoryTrim.NoteTrimmed(settings.readMemory());
+}
+
 void Endpoint::Implementation::AddHousekeeping()
 {
     constexpr double interval = 1'000;
@@ -448,6 +461,7 @@ void Endpoint::Implementation::AddHousekeeping()
             self.loop.CloseAbandonedConnections();
             self.loop.CloseOverdueConnections();
             self.sessions.CloseUnclaimed(*self.server);
+            self.GiveMemoryBack();
         } catch (const std::exception& exception) {
             Log(Core::LogLevel::Error, "Session",
                 fmt::format("Cannot look after the sessions: {}", exception.what()));

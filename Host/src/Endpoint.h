@@ -43,6 +43,8 @@ struct EndpointSettings
     std::size_t queuedOutputPause = 4'000'000;
     /// True while the process uses more memory than it should.
     std::function<bool()> isMemoryShort;
+    /// Returns the resident memory in bytes; without it none is given back after a peak.
+    std::function<std::uint64_t()> readMemory;
 };
 
 /// Serves the address space of a runtime to OPC UA clients: its types, its objects below the folder

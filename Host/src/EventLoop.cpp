@@ -719,6 +719,11 @@ std::size_t EventLoop::CountConnections() const
     return implementation->GetConnections().Count();
 }
 
+std::uint64_t EventLoop::CountBytes() const
+{
+    return implementation->GetConnections().CountBytes();
+}
+
 std::vector<ListeningSocket> EventLoop::GetListenAddresses() const
 {
     return implementation->GetConnections().GetListenAddresses();

@@ -151,6 +151,9 @@ public:
 
     [[nodiscard]] std::size_t CountConnections() const;
 
+    /// Returns how many bytes all connections have received and were given to send so far.
+    [[nodiscard]] std::uint64_t CountBytes() const;
+
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
     /// While held, a connection is not read, whatever it has sent; what it was sent goes out. That

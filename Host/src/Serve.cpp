@@ -86,6 +86,9 @@ EndpointSettings MakeSettings(const PreparedHost& host)
     settings.isMemoryShort = [&host] {
         return host.memory.Read() > host.memoryLimit;
     };
+    settings.readMemory = [&host] {
+        return host.memory.Read();
+    };
     return settings;
 }
 

@@ -216,6 +216,12 @@ std::size_t TcpConnections::Count() const
     return connections.size();
 }
 
+std::uint64_t TcpConnections::CountBytes() const
+{
+    const Lock lock(mutex);
+    return bytes;
+}
+
 std::vector<ListeningSocket> TcpConnections::GetListenAddresses() const
 {
     const Lock lock(mutex);
@@ -424,6 +430,7 @@ void TcpConnections::OnReadable(const SharedConnection& connection)
 
 void TcpConnections::Receive(Connection& connection, std::size_t size)
 {
+    bytes += size;
     connection.info.bytesIn += size;
     brake.CountReceived(connection.id, size);
     if (const auto refusal =
@@ -442,6 +449,7 @@ UA_StatusCode TcpConnections::Send(ConnectionId id, OutputBuffer buffer)
         return UA_STATUSCODE_BADCONNECTIONCLOSED;
     const auto connection = found->second;
     ++messages;
+    bytes += buffer.GetSize();
     connection->info.bytesOut += buffer.GetSize();
     connection->queued += buffer.GetSize();
     if (connection->writing)

@@ -67,6 +67,7 @@ public:
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
     /// How many messages were given to connections so far; guarded by the loop's lock.
     [[nodiscard]] std::uint64_t CountMessages() const noexcept { return messages; }
+    [[nodiscard]] std::uint64_t CountBytes() const;
 
     void SetClosedObserver(std::function<void(ConnectionId)> observer);
     void SetBrake(std::function<bool()> shortage);
@@ -171,6 +172,7 @@ private:
 
     // Guarded by the loop's lock.
     std::uint64_t messages{};
+    std::uint64_t bytes{}; // received and given to connections
     ConnectionId lastId{};
     TcpListeners listeners;
     std::unordered_map<ConnectionId, SharedConnection> connections;

@@ -33,6 +33,9 @@ export function holdings(host) {
 /** AddressSanitizer does, and finds late uses by it. */
 export const keepsFreedMemory = process.env.TALVENSOR_SANITIZER === "address";
 
+/** Sanitizers take several times as much as the host itself. */
+export const takesMoreMemory = Boolean(process.env.TALVENSOR_SANITIZER);
+
 /** The memory of a host in megabytes: now, and the most that it ever had. */
 export function memory(host) {
     const status = readFileSync(`/proc/${host.pid}/status`, "utf8");

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+
+namespace Host {
+
+/// Decides when the memory that the allocator keeps for the next blocks is given back to the
+/// system: not while much is transferred, since each block would then be made anew, page by page.
+/// Counts looks instead of time. Not synchronised.
+class MemoryTrim
+{
+public:
+    static constexpr std::uint64_t megabyte = std::uint64_t{1} << 20U;
+    /// As much above the least that was ever resident is not worth it.
+    static constexpr std::uint64_t tolerance = 16 * megabyte;
+    /// Less than this from one look to the next is idle.
+    static constexpr std::uint64_t idleTraffic = megabyte;
+    static constexpr unsigned int longestPause = 64; // looks
+
+    /// Looks at the process's resident memory and at all bytes that were received and sent so far.
+    /// True if memory should be given back now; `NoteTrimmed` is to follow then. To be called about
+    /// once a second.
+    [[nodiscard]] bool IsDue(std::uint64_t resident, std::uint64_t transferred) noexcept;
+
+    /// Says how much is still resident. Where giving back gave little, the memory is in use: the
+    /// pause until the next attempt doubles.
+    void NoteTrimmed(std::uint64_t resident) noexcept;
+
+private:
+    std::uint64_t least = UINT64_MAX;
+    std::uint64_t lastResident{};
+    std::uint64_t lastTransferred{};
+    unsigned int pause = 1;
+    unsigned int left = 0; // looks until the next attempt
+};
+
+} // namespace Host
