@@ -12,7 +12,7 @@ void EventDelivery::NoteCyclicCallback(LoopTimers::Id id, UA_Callback function,
     if (function != publish)
         return;
     const void* owner = findOwner ? findOwner(connection) : nullptr;
-    subscriptions.emplace(id, Subscription{connection, owner, 0});
+    subscriptions.emplace(id, Subscription{owner, 0});
 }
 
 void EventDelivery::Forget(LoopTimers::Id id)
@@ -28,10 +28,10 @@ void EventDelivery::RequestAll()
         requested.insert(id);
 }
 
-void EventDelivery::Request(ConnectionId connection)
+void EventDelivery::Request(const void* owner)
 {
     for (const auto& [id, subscription] : subscriptions) {
-        if (subscription.connection == connection)
+        if (subscription.owner == owner)
             requested.insert(id);
     }
 }

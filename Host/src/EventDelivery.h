@@ -23,7 +23,7 @@ public:
     void Forget(LoopTimers::Id id);
 
     void RequestAll();
-    void Request(ConnectionId connection);
+    void Request(const void* owner);
 
     /// When something that was requested may be called; nothing if nothing was requested.
     [[nodiscard]] std::optional<UA_DateTime> GetNext(UA_DateTime now) const;
@@ -49,7 +49,6 @@ private:
 
     struct Subscription
     {
-        ConnectionId connection{};
         const void* owner{};
         // Each vain call moves this on by a ration, from the present or from where it is.
         UA_DateTime rationedUntil{};

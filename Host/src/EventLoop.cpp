@@ -47,7 +47,7 @@ public:
     void Post(std::function<void()> function);
     void Wake();
     void FlushAnswers();
-    void DeliverEvents(std::optional<ConnectionId> connection);
+    void DeliverEvents(std::optional<const void*> owner);
     void SetSubscriptionOwners(std::function<const void*(ConnectionId)> find);
     void EndSubscriptions(const void* owner);
     [[nodiscard]] ConnectionId GetCurrentConnection() const;
@@ -630,11 +630,11 @@ void EventLoop::Implementation::FlushAnswers()
     flushAnswers = true;
 }
 
-void EventLoop::Implementation::DeliverEvents(std::optional<ConnectionId> connection)
+void EventLoop::Implementation::DeliverEvents(std::optional<const void*> owner)
 {
     const Lock lock(mutex);
-    if (connection)
-        delivery.Request(*connection);
+    if (owner)
+        delivery.Request(*owner);
     else
         delivery.RequestAll();
     if (!IsOnLoopThread())
@@ -689,9 +689,9 @@ void EventLoop::DeliverEvents()
     implementation->DeliverEvents(std::nullopt);
 }
 
-void EventLoop::DeliverEvents(ConnectionId connection)
+void EventLoop::DeliverEvents(const void* owner)
 {
-    implementation->DeliverEvents(connection);
+    implementation->DeliverEvents(owner);
 }
 
 void EventLoop::SetSubscriptionOwners(std::function<const void*(ConnectionId)> find)

@@ -127,10 +127,8 @@ public:
     /// 12000 is two minutes under constant fire.
     void DeliverEvents();
 
-    /// Does that for the subscriptions made on one connection. A subscription belongs to the
-    /// connection that it was made on, also after its session has moved to another one: name each
-    /// connection that the session has had.
-    void DeliverEvents(ConnectionId connection);
+    /// Does that for the subscriptions of one owner, see `SetSubscriptionOwners`.
+    void DeliverEvents(const void* owner);
 
     /// Says to whom the subscriptions belong that are made on a connection. Called on the loop's
     /// thread with the loop's lock held.

@@ -333,13 +333,17 @@ protected:
     EventDelivery delivery;
 };
 
-TEST_F(Delivery, IsOnlyForTheSubscriptionsOfTheConnectionThatIsNamed)
+TEST_F(Delivery, IsOnlyForTheSubscriptionsOfTheOwnerThatIsNamed)
 {
+    const int owner = 0;
+    delivery.SetOwners(
+        [&owner](ConnectionId connection) { return connection == 7 ? nullptr : &owner; });
     delivery.NoteCyclicCallback(1, &DoNothing, 7);
     delivery.NoteCyclicCallback(2, &DoNothing, 8);
-    delivery.Request(8);
+    delivery.NoteCyclicCallback(3, &DoNothing, 9);
+    delivery.Request(&owner);
     EXPECT_EQ(delivery.GetNext(start), start);
-    EXPECT_THAT(delivery.TakeReady(start), ElementsAre(2));
+    EXPECT_THAT(delivery.TakeReady(start), ElementsAre(2, 3));
     EXPECT_THAT(delivery.TakeReady(start), IsEmpty());
     EXPECT_FALSE(delivery.GetNext(start));
 }
@@ -1582,20 +1586,23 @@ TEST_F(AServer, DeliversEventsToAClientThatTakesThemLate)
     EXPECT_TRUE(std::is_sorted(client.severities.begin(), client.severities.end()));
 }
 
-TEST_F(AServer, DeliversEventsToTheConnectionThatIsNamedAlone)
+TEST_F(AServer, DeliversEventsToTheOwnerThatIsNamedAlone)
 {
     Client named(port);
-    const auto id = OnLoop(loop, [&] {
-        ConnectionId last = 0; // the only one
+    OnLoop(loop, [&] {
+        ConnectionId id = 0; // the only one
         for (ConnectionId candidate = 1; candidate < 10; ++candidate)
-            last = loop.GetConnection(candidate) ? candidate : last;
-        return last;
+            id = loop.GetConnection(candidate) ? candidate : id;
+        loop.SetSubscriptionOwners([id, owner = &named](ConnectionId connection) {
+            return connection == id ? owner : nullptr;
+        });
+        return id;
     });
     Client other(port);
     named.Subscribe(120000);
     other.Subscribe(120000);
     RaiseEvent(7);
-    loop.DeliverEvents(id);
+    loop.DeliverEvents(&named);
     EXPECT_TRUE(named.RunUntil(1, patience));
     EXPECT_FALSE(other.RunUntil(1, 100ms));
 }

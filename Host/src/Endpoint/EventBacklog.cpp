@@ -31,6 +31,14 @@ void EventBacklog::Forget(const ClientSession& session)
     backlogs.erase(&session);
 }
 
+void EventBacklog::VisitHearers(const ProjectedObject& source,
+                                const std::function<void(const ClientSession&)>& visit) const
+{
+    for (const auto& [session, backlog] : backlogs)
+        if (CountItems(backlog, source) > 0)
+            visit(*session);
+}
+
 void EventBacklog::Add(UA_Server& server, const ProjectedObject& source, std::size_t bytes)
 {
     constexpr std::size_t looks = 8; // before a bound's worth of events has been raised

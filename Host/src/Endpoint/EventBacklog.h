@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <unordered_map>
 
 namespace Host {
@@ -29,6 +30,10 @@ public:
     /// A subscription of the session to the events of a node was made or removed.
     void OnMonitoredItem(const ClientSession& session, const UA_NodeId& node, bool removed);
     void Forget(const ClientSession& session);
+
+    /// Calls `visit` with each session that hears the events of an object.
+    void VisitHearers(const ProjectedObject& source,
+                      const std::function<void(const ClientSession&)>& visit) const;
 
     /// Counts an event that was raised, and closes the sessions for which too much waits.
     void Add(UA_Server& server, const ProjectedObject& source, std::size_t bytes);

@@ -89,7 +89,10 @@ void EventRelay::Raise(Message& message)
                         "writing a field of an event");
     Trigger(node, *source);
     backlog.Add(server, *source, message.bytes);
-    loop.DeliverEvents();
+    // Nobody else: who hears nothing of it must not learn that something happened.
+    backlog.VisitHearers(*source, [this](const ClientSession& session) {
+        loop.DeliverEvents(&session);
+    });
 }
 
 EventRelay::EventNode& EventRelay::GetNode(const Core::NodeId& type)
