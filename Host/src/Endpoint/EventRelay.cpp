@@ -84,7 +84,7 @@ void EventRelay::Raise(Message& message)
         return; // has gone meanwhile, and with it everybody who may hear this
     const EventNode& node = GetNode(message.event->type->GetNodeId());
     for (std::size_t i = 0; i < message.values.size(); ++i)
-        if (message.values[i]->type != nullptr)
+        if (!UA_NodeId_isNull(&*node.properties[i])) // an empty value too: the node had another
             RequireGood(UA_Server_writeValue(&server, *node.properties[i], *message.values[i]),
                         "writing a field of an event");
     Trigger(node, *source);
@@ -104,7 +104,9 @@ EventRelay::EventNode& EventRelay::GetNode(const Core::NodeId& type)
     RequireGood(UA_Server_createEvent(&server, *namespaces.ToUa(type), &*node.id),
                 "making an event of type " + type.ToString());
     for (const auto& field : fields.at(type))
-        node.properties.push_back(FindProperty(*node.id, field.browseName));
+        node.properties.push_back(IsFilledByServer(field.browseName)
+                                      ? Ua<UA_NodeId>()
+                                      : FindProperty(*node.id, field.browseName));
     return nodes.emplace(type, std::move(node)).first->second;
 }
 
@@ -124,8 +126,8 @@ Ua<UA_NodeId> EventRelay::FindProperty(const UA_NodeId& node, const Core::Qualif
 
 void EventRelay::Trigger(const EventNode& node, const ProjectedObject& source)
 {
-    // A private object's events are for those who subscribed to that very object, and only its
-    // owner knows it; who subscribed above hears nothing of it.
+    // A private object's events are for those who subscribed to that very object, which is there
+    // for its owner alone; who subscribed above hears nothing of it.
     std::optional<HiddenSubscribers> hidden;
     if (source.owner != nullptr)
         hidden.emplace(server, *namespaces.ToUa(source.id));

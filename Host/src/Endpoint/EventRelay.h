@@ -34,8 +34,7 @@ public:
     [[nodiscard]] Core::Embedding::EventSubscription Follow(const Core::NodeId& object);
 
     /// True while the library reads the fields of an event for its hearers, and the session may
-    /// hear it: another one that knows the identifier of a private object gets empty fields. Loop
-    /// thread.
+    /// hear it. Loop thread.
     [[nodiscard]] bool IsRaisingFor(const ClientSession* session) const noexcept
     {
         return raising != nullptr && (raising->owner == nullptr || raising->owner == session);
@@ -48,7 +47,7 @@ private:
     struct EventNode
     {
         Ua<UA_NodeId> id;
-        std::vector<Ua<UA_NodeId>> properties; ///< by position
+        std::vector<Ua<UA_NodeId>> properties; ///< by position; null: the library's to fill
     };
 
     /// An event on its way to the loop.
