@@ -7,6 +7,7 @@
 #include "Endpoint/EventRelay.h"
 #include "Endpoint/MethodCalls.h"
 #include "Endpoint/Namespaces.h"
+#include "Endpoint/NodeStore.h"
 #include "Endpoint/Objects.h"
 #include "Endpoint/StructureTypes.h"
 #include "Endpoint/TypeProjection.h"
@@ -46,6 +47,23 @@ constexpr unsigned int createFileSystemMethod = 2;
 constexpr unsigned int createFileSystemOutputs = 3;
 
 constexpr double neverInMilliseconds = 1e12;
+
+using TimePoint = std::chrono::steady_clock::time_point;
+
+std::chrono::milliseconds TimeUntil(TimePoint end)
+{
+    const auto left = end - std::chrono::steady_clock::now();
+    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(left),
+                    std::chrono::milliseconds(0));
+}
+
+/// A node that every session uses.
+struct SharedNode
+{
+    Core::NodeId id;
+    Core::Embedding::EventSubscription subscription;
+    Strand closing; // removes it at the end; started with it, since that must not fail then
+};
 
 struct ServerDeleter
 {
@@ -148,7 +166,7 @@ private:
     void RemoveOwnObjects(ClientSession& session);
     void GiveMemoryBack();
     void AddHousekeeping();
-    [[nodiscard]] bool RemoveSharedNodes();
+    [[nodiscard]] bool RemoveSharedNodes(TimePoint end);
 
     Core::Embedding::Runtime& runtime;
     EndpointSettings settings;
@@ -157,8 +175,9 @@ private:
     const Core::NodeId servedType;
     const Core::NodeId folder{hostNamespace, fileSystemsFolder};
     UaLogger logger;
-    EventLoop loop;    // after the logger
-    Sessions sessions; // after the loop; the server's access control refers to it
+    EventLoop loop;      // after the logger
+    Sessions sessions;   // after the loop; the server's access control refers to it
+    NodeStore nodeStore; // the server's
     ServerPointer server;
     EventFilters filters;        // after the server
     const Namespaces namespaces; // after the server
@@ -168,9 +187,8 @@ private:
     EventBacklog backlog;
     EventRelay events;
     MethodCalls calls;
-    std::vector<std::pair<Core::NodeId, Core::Embedding::EventSubscription>> sharedNodes;
     MemoryTrim memoryTrim;
-    Strand closing; // removes the shared nodes; started with the server, since it must not fail
+    std::vector<std::unique_ptr<SharedNode>> sharedNodes;
     std::atomic<bool> stopping{false};
 };
 
@@ -187,15 +205,17 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , namespaces(*server)
     , structures(*model, namespaces)
     , values(namespaces, structures)
-    , objects(*server, namespaces)
+    , objects(*server, nodeStore, namespaces)
     , backlog(namespaces, settings.waitingEvents)
     , events(*server, loop, runtime, namespaces, values, objects, backlog)
     , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions)
 {
     UA_Server_getConfig(server.get())->customDataTypes = &structures.GetArray();
     TypeProjection(*server, *model, namespaces).Project();
-    sessions.SetVisibility([this](const UA_NodeId& node, const ClientSession* session) {
-        return objects.IsVisible(node, session);
+    // What is done outside of messages is the host's own work, or a session's with its own nodes.
+    nodeStore.SetRule([this](const UA_NodeId& node) {
+        const ConnectionId connection = loop.GetCurrentConnection();
+        return connection != 0 && !objects.IsVisible(node, sessions.Find(connection));
     });
     sessions.SetReadability([this](const UA_NodeId& node, const ClientSession* session) {
         return !TellsOfOthers(node) || events.IsRaisingFor(session);
@@ -215,7 +235,6 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     MakeFolder();
     MakeSharedNodes();
     AddCreateFileSystem();
-    closing.Start();
     RequireGood(UA_Server_run_startup(server.get()), "starting the server");
     AddHousekeeping();
 }
@@ -232,6 +251,7 @@ ServerPointer Endpoint::Implementation::MakeServer()
     SetSecurity(configuration);
     SetLimits(configuration);
     sessions.Install(configuration);
+    nodeStore.Install(configuration);
     configuration.context = this;
     configuration.asyncOperationNotifyCallback = [](UA_Server* notifying) noexcept {
         auto& self = *static_cast<Implementation*>(UA_Server_getConfig(notifying)->context);
@@ -380,7 +400,10 @@ void Endpoint::Implementation::MakeSharedNodes()
                          Core::NodeId(hostNamespace, name)};
         runtime.CreateObject(object);
         objects.Add(object, nullptr);
-        sharedNodes.emplace_back(object.id, events.Follow(object.id));
+        sharedNodes.push_back(std::make_unique<SharedNode>());
+        sharedNodes.back()->closing.Start();
+        sharedNodes.back()->id = object.id;
+        sharedNodes.back()->subscription = events.Follow(object.id);
     }
 }
 
@@ -484,19 +507,29 @@ bool Endpoint::Implementation::Run()
     while (!stopping)
         UA_Server_run_iterate(server.get(), true);
     UA_Server_run_shutdown(server.get());
-    return RemoveSharedNodes() && sessions.WaitIdle(settings.drain);
+    const auto end = std::chrono::steady_clock::now() + settings.drain;
+    const bool areNodesDone = RemoveSharedNodes(end);
+    return sessions.WaitIdle(TimeUntil(end)) && areNodesDone;
 }
 
-/// Behind what is queued at them.
-bool Endpoint::Implementation::RemoveSharedNodes()
+/// Behind what is queued at them, each by itself: one that is stuck keeps no other.
+bool Endpoint::Implementation::RemoveSharedNodes(TimePoint end)
 {
-    closing.Post([this] {
-        for (auto& [object, subscription] : sharedNodes) {
-            runtime.RemoveObject(object);
-            subscription.Reset();
-        }
-    });
-    return closing.WaitIdle(settings.drain);
+    for (const auto& node : sharedNodes)
+        node->closing.Post([this, &node = *node] {
+            runtime.RemoveObject(node.id);
+            node.subscription.Reset();
+        });
+    bool areAllDone = true;
+    for (const auto& node : sharedNodes) {
+        if (node->closing.WaitIdle(TimeUntil(end)))
+            continue;
+        areAllDone = false;
+        Log(Core::LogLevel::Warning, "Host",
+            fmt::format("The shared node {} has not come to its end after {} ms",
+                        node->id.ToString(), settings.drain.count()));
+    }
+    return areAllDone;
 }
 
 void Endpoint::Implementation::Stop()

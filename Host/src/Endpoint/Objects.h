@@ -4,6 +4,7 @@
 #include "Core/NodeId.h"
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/Namespaces.h"
+#include "Endpoint/NodeStore.h"
 #include "Endpoint/Ua.h"
 
 #include <open62541/server.h>
@@ -26,14 +27,14 @@ struct ProjectedObject
 class Objects
 {
 public:
-    Objects(UA_Server& server, const Namespaces& namespaces) noexcept;
+    Objects(UA_Server& server, NodeStore& store, const Namespaces& namespaces) noexcept;
 
     /// Adds an object of the runtime below another one that clients see (or below the server's
-    /// Objects folder). One that belongs to a session is found by those alone who know its
-    /// identifier. Throws UaException.
+    /// Objects folder). One that belongs to a session is there for this session alone, as long as
+    /// the store's rule asks `IsVisible`. Throws UaException.
     void Add(const Core::Embedding::NewObject& object, const ClientSession* owner);
 
-    /// Takes the objects of a session out of the clients' sight.
+    /// Removes the objects of a session.
     void RemoveOwned(const ClientSession& owner);
 
     /// Null for an object that is none of these.
@@ -43,11 +44,11 @@ public:
     [[nodiscard]] bool IsVisible(const UA_NodeId& node, const ClientSession* session) const;
 
 private:
-    void Unlink(const UA_NodeId& node);
-
     UA_Server& server;
+    NodeStore& store;
     const Namespaces& namespaces;
     std::unordered_map<Core::NodeId, ProjectedObject, Core::HashNodeId> objects;
+    UA_UInt16 privateNamespace = 0; ///< of the objects that belong to sessions
 };
 
 } // namespace Host

@@ -137,17 +137,6 @@ struct Sessions::Callbacks
         }
     }
 
-    static UA_Boolean AllowBrowse(UA_Server* /*server*/, UA_AccessControl* control,
-                                  const UA_NodeId* /*sessionId*/, void* context,
-                                  const UA_NodeId* node, void* /*nodeContext*/) noexcept
-    {
-        try {
-            return Self(control).isVisible(*node, static_cast<ClientSession*>(context));
-        } catch (const std::exception&) {
-            return false;
-        }
-    }
-
     static UA_Boolean MayCall(UA_Server* /*server*/, UA_AccessControl* /*control*/,
                               const UA_NodeId* /*sessionId*/, void* /*context*/,
                               const UA_NodeId* method, void* /*methodContext*/) noexcept
@@ -184,7 +173,6 @@ Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRu
     , runtime(runtime)
     , rules(rules)
     , authenticate(std::move(authenticate))
-    , isVisible([](const UA_NodeId&, const ClientSession*) { return true; })
     , isReadable([](const UA_NodeId&, const ClientSession*) { return true; })
     , ended([](ClientSession&) {})
     , unclaimed(rules.maximum)
@@ -211,7 +199,9 @@ void Sessions::Install(UA_ServerConfig& configuration)
     control.activateSession = Callbacks::Activate;
     control.closeSession = Callbacks::Close;
     configuration.nodeLifecycle.generateChildNodeId = Callbacks::OnChild;
-    control.allowBrowseNode = Callbacks::AllowBrowse;
+    control.allowBrowseNode = [](auto...) -> UA_Boolean {
+        return true; // what a session may not know is not in the node store for it
+    };
 
     // Clients read, browse and call; nothing else.
     control.getUserRightsMask = [](auto...) -> UA_UInt32 {

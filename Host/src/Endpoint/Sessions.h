@@ -50,8 +50,6 @@ struct SessionRules
 class Sessions
 {
 public:
-    /// True when a session may know of a node.
-    using IsVisible = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
     /// Told on the loop thread when a session ends, before its jobs do.
     using Ended = std::function<void(ClientSession&)>;
 
@@ -61,8 +59,6 @@ public:
     Sessions& operator=(const Sessions&) = delete;
     /// Waits for the jobs of all sessions.
     ~Sessions();
-
-    void SetVisibility(IsVisible observer) { isVisible = std::move(observer); }
 
     /// Says which variables a session may read the value of. Loop thread.
     using IsReadable = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
@@ -107,7 +103,6 @@ private:
     Core::Embedding::Runtime& runtime;
     SessionRules rules;
     Authenticate authenticate;
-    IsVisible isVisible;
     IsReadable isReadable;
     Ended ended;
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals

@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 import { after, before, beforeEach, describe, it } from "node:test";
-import { CallError, fileSystemUri, hostUri, methods, opcua, startHost, waitFor } from "./harness.mjs";
+import { CallError, fileSystemUri, hostUri, methods, opcua, opcuaTypes, startHost, waitFor, within } from "./harness.mjs";
 
 const server = "i=2253";
 
@@ -75,16 +75,118 @@ describe("A session's own file system", () => {
         });
     }
 
-    it("tells nothing to another session that knows its id", async () => {
-        // The library lets everybody subscribe to every node; what is heard there is empty.
-        const heard = [];
-        const listening = other.subscribe(own.nodeId, (event) => heard.push(event));
-        await listening.catch(() => assert.deepEqual(heard, []));
-        const marker = await listen(other, server);
-        await askAllAndThenShared();
-        await waitFor("the shared node's event", () => marker.length > 0);
-        const told = heard.map(({ type, ...fields }) => Object.values(fields).filter((value) => value !== null));
-        assert.deepEqual(told, heard.map(() => []));
+    /** What services say of a node, whichever it is: its identifier is written as "it". */
+    const askOfEveryService = async (client, nodeId) => {
+        const { session } = client;
+        const perform = (request) =>
+            new Promise((resolve, reject) =>
+                session.performMessageTransaction(request, (error, response) => (error ? resolve(error.message) : resolve(response)))
+            );
+        const { namespace } = client.folder;
+        const answers = {};
+        const allAttributes = Array.from({ length: 27 }, (_, i) => i + 1);
+        answers.read = await session.read(allAttributes.map((attributeId) => ({ nodeId, attributeId })));
+        answers.read = answers.read.map(({ statusCode, value }) => [statusCode.name, value]);
+        for (const browseDirection of [0, 1, 2]) {
+            const { statusCode, references } = await session.browse({
+                nodeId, browseDirection, includeSubtypes: true, referenceTypeId: "i=31", resultMask: 0,
+            });
+            answers[`browse ${browseDirection}`] = [statusCode.name, (references ?? []).length];
+        }
+        const { statusCode } = await session.translateBrowsePath(opcua.makeBrowsePath(nodeId, `/${namespace}:Exists`));
+        answers.translate = statusCode.name;
+        answers.call = (await client.callMethod(nodeId, client.node(fileSystemUri, methods.Exists.id))).statusCode.name;
+        answers["call it"] = (await client.callMethod(client.folder, nodeId)).statusCode.name;
+        const subscription = await session.createSubscription2({ requestedPublishingInterval: 1_000 });
+        const items = new opcuaTypes.CreateMonitoredItemsRequest({
+            subscriptionId: subscription.subscriptionId,
+            timestampsToReturn: opcua.TimestampsToReturn.Neither,
+            itemsToCreate: allAttributes.map((attributeId) => ({
+                itemToMonitor: { nodeId, attributeId }, monitoringMode: opcua.MonitoringMode.Reporting,
+                requestedParameters: {
+                    clientHandle: attributeId, samplingInterval: 0, queueSize: 1,
+                    filter: attributeId === 12 ? new opcua.EventFilter({ selectClauses: client.selectClauses().clauses }) : null,
+                },
+            })),
+        });
+        answers.monitor = (await perform(items)).results.map((each) => each.statusCode.name);
+        await subscription.terminate();
+        answers.register = (await session.registerNodes([nodeId])).map(String);
+        answers.write = allAttributes.map((attributeId) => ({ nodeId, attributeId, value: { value: { dataType: "UInt32", value: 1 } } }));
+        answers.write = (await session.write(answers.write)).map((each) => each.name);
+        const references = { AddReferences: "referencesToAdd", DeleteReferences: "referencesToDelete" };
+        for (const [service, name] of Object.entries(references)) {
+            const reference = (sourceNodeId, targetNodeId) => ({ sourceNodeId, targetNodeId, referenceTypeId: "i=35", isForward: true, targetNodeClass: 1 });
+            const pairs = [reference(nodeId, "i=85"), reference("i=85", nodeId)];
+            const response = await perform(new opcuaTypes[`${service}Request`]({ [name]: pairs }));
+            answers[service] = response.results?.map((each) => each.name) ?? String(response);
+        }
+        const add = (parentNodeId, requestedNewNodeId) => ({
+            parentNodeId, requestedNewNodeId, referenceTypeId: "i=35", browseName: { name: "x" }, nodeClass: 1,
+            typeDefinition: "i=58", nodeAttributes: new opcuaTypes.ObjectAttributes({}),
+        });
+        const added = await perform(new opcuaTypes.AddNodesRequest({ nodesToAdd: [add(nodeId, null), add("i=85", nodeId)] }));
+        answers.add = added.results?.map((each) => each.statusCode.name) ?? String(added);
+        const deleted = await perform(new opcuaTypes.DeleteNodesRequest({ nodesToDelete: [{ nodeId, deleteTargetReferences: true }] }));
+        answers.delete = deleted.results?.map((each) => each.name) ?? String(deleted);
+        return JSON.parse(JSON.stringify(answers).replaceAll(String(nodeId), "it"));
+    };
+
+    it("is for others as if it were not there, in every service", async () => {
+        const missing = opcua.coerceNodeId(String(own.nodeId).replace(/g=.*/, "g=12345678-1234-1234-1234-123456789012"));
+        const told = await askOfEveryService(other, own.nodeId);
+        assert.deepEqual(told, await askOfEveryService(other, missing));
+        assert.ok(told.read.every(([status]) => status === "BadNodeIdUnknown"), told.read);
+        assert.ok(told.monitor.every((status) => status === "BadNodeIdUnknown"), told.monitor);
+        await own.call("Close", 1);
+        await own.nextEvent("AckEvent");
+    });
+
+    /** Lists, which go on growing, of the events and keep-alives of a subscription that is looked at every ten seconds. */
+    const listenSeldom = async (client, nodeId) => {
+        const subscription = await client.session.createSubscription2({
+            requestedPublishingInterval: 10_000, requestedLifetimeCount: 12_000, requestedMaxKeepAliveCount: 1,
+            maxNotificationsPerPublish: 0, publishingEnabled: true,
+        });
+        const lists = { heard: [], keepAlives: [] };
+        subscription.on("keepalive", () => lists.keepAlives.push("keep-alive"));
+        const selected = client.selectClauses();
+        const item = await subscription.monitor(
+            { nodeId, attributeId: opcua.AttributeIds.EventNotifier },
+            { samplingInterval: 0, queueSize: 100, discardOldest: true, filter: new opcua.EventFilter({ selectClauses: selected.clauses }) },
+            opcua.TimestampsToReturn.Neither, opcua.MonitoringMode.Reporting
+        );
+        item.on("changed", (values) => lists.heard.push(client.toEvent(selected.names, values).type));
+        return lists;
+    };
+
+    it("wakes no other session by its events", async () => {
+        const { heard, keepAlives } = await listenSeldom(other, server);
+        for (let i = 1; i <= 300; ++i) {
+            await own.call("Close", i);
+            await own.nextEvent("AckEvent");
+        }
+        // What it hears still comes at once.
+        const shared = await owner.files();
+        await shared.call("Exists", host.root);
+        await waitFor("the shared node's event", () => heard.length > 0);
+        assert.deepEqual(heard, ["ExistsResultEvent"]);
+        // One each ten seconds, whatever others do; each look in vain would be one more.
+        assert.ok(keepAlives.length < 15, `${keepAlives.length} keep-alives`);
+    });
+
+    it("is heard at once after its session has moved to another connection", async () => {
+        const { heard } = await listenSeldom(owner, own.nodeId);
+        const next = await host.connect({ session: false });
+        await next.opcua.reactivateSession(owner.session);
+        const callAndHear = async () => {
+            for (let i = 1; i <= 100; ++i) {
+                await own.call("Close", i);
+                await waitFor("the event", () => heard.length === i);
+            }
+        };
+        await within("events that do not wait for the interval", callAndHear());
+        await next.close();
     });
 
     it("is heard by its own session at the node itself, each by itself", async () => {
@@ -112,25 +214,53 @@ describe("A session's own file system", () => {
         assert.ok((await ids(owner, own.nodeId, everything)).length > Object.keys(methods).length);
         assert.deepEqual(await ids(other, own.nodeId, everything), []);
 
-        // Nothing leads to it, for nobody: its session has its id.
+        // For its session it stands below the folder, for others nothing leads to it.
         const id = String(own.nodeId);
+        assert.ok((await ids(owner, owner.folder)).includes(id));
         for (const neighbour of await ids(owner, own.nodeId, everything)) {
-            const found = await ids(other, neighbour, everything);
-            assert.ok(found.length > 0, `nothing at ${neighbour}`);
-            assert.ok(!found.includes(id), `found at ${neighbour}`);
+            for (const resultMask of [0, 63]) {
+                const found = await ids(other, neighbour, { ...everything, resultMask });
+                assert.ok(found.length > 0, `nothing at ${neighbour}`);
+                assert.ok(!found.includes(id), `found at ${neighbour}`);
+            }
         }
         const instances = await ids(other, other.node(fileSystemUri, 1), { ...everything, browseDirection: Inverse });
         assert.ok(instances.includes(String(other.node(hostUri, "FileSystem"))));
         assert.ok(!instances.includes(id));
     });
 
-    it("is not found by its path either", async () => {
-        const find = async (client) => {
-            const path = opcua.makeBrowsePath("i=85", `/${client.folder.namespace}:FileSystems/${client.folder.namespace}:PrivateFileSystem`);
-            const { targets } = await client.session.translateBrowsePath(path);
+    it("is found by its path by its own session alone", async () => {
+        const { namespace } = owner.folder;
+        const index = owner.namespaces.indexOf(fileSystemUri);
+        const find = async (client, path) => {
+            const { targets } = await client.session.translateBrowsePath(opcua.makeBrowsePath("i=85", path));
             return (targets ?? []).map((target) => String(target.targetId));
         };
-        assert.ok(!(await find(other)).includes(String(own.nodeId)));
+        const path = `/${namespace}:FileSystems/${namespace}:PrivateFileSystem`;
+        assert.deepEqual(await find(owner, path), [String(own.nodeId)]);
+        assert.deepEqual(await find(other, path), []);
+        assert.equal((await find(owner, `${path}/${index}:Exists`)).length, 1);
+        assert.deepEqual(await find(other, `${path}/${index}:Exists`), []);
+    });
+
+    it("is paged over by others", async () => {
+        for (let i = 0; i < 3; ++i) {
+            await owner.createFileSystem();
+        }
+        const page = async (client) => {
+            const found = [];
+            let result = await client.session.browse({ nodeId: client.folder, browseDirection: 0, referenceTypeId: "i=33", includeSubtypes: true, resultMask: 63, requestedMaxReferencesPerNode: 1 });
+            for (;;) {
+                found.push(...(result.references ?? []).map((each) => each.browseName.name));
+                if (!(result.continuationPoint?.length > 0)) {
+                    return found.sort();
+                }
+                result = await client.session.browseNext(result.continuationPoint, false);
+            }
+        };
+        const paged = { owner: await page(owner), other: await page(other) };
+        assert.equal(paged.owner.filter((name) => name === "PrivateFileSystem").length, 4);
+        assert.deepEqual(paged.other, paged.owner.filter((name) => name !== "PrivateFileSystem"));
     });
 
     it("leaves nothing behind that others can read", async () => {

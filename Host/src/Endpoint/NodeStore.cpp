@@ -1,0 +1,116 @@
+#include "Endpoint/NodeStore.h"
+
+namespace Host {
+
+/// The library's callbacks: each passes to the store behind.
+struct NodeStore::Callbacks
+{
+    static NodeStore& Self(void* context) { return *static_cast<NodeStore*>(context); }
+
+    static void Clear(void* context)
+    {
+        UA_Nodestore& inner = Self(context).inner;
+        inner.clear(inner.context);
+    }
+
+    static UA_Node* New(void* context, UA_NodeClass nodeClass)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        return inner.newNode(inner.context, nodeClass);
+    }
+
+    static void Delete(void* context, UA_Node* node)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        inner.deleteNode(inner.context, node);
+    }
+
+    static const UA_Node* Get(void* context, const UA_NodeId* id, UA_UInt32 attributes,
+                              UA_ReferenceTypeSet references, UA_BrowseDirection directions)
+    {
+        const NodeStore& self = Self(context);
+        return self.ShowOrRelease(
+            self.inner.getNode(self.inner.context, id, attributes, references, directions));
+    }
+
+    static const UA_Node* GetFromPointer(void* context, UA_NodePointer pointer,
+                                         UA_UInt32 attributes, UA_ReferenceTypeSet references,
+                                         UA_BrowseDirection directions)
+    {
+        const NodeStore& self = Self(context);
+        return self.ShowOrRelease(self.inner.getNodeFromPtr(self.inner.context, pointer, attributes,
+                                                            references, directions));
+    }
+
+    static void Release(void* context, const UA_Node* node)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        inner.releaseNode(inner.context, node);
+    }
+
+    static UA_StatusCode GetCopy(void* context, const UA_NodeId* id, UA_Node** node)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        return inner.getNodeCopy(inner.context, id, node);
+    }
+
+    static UA_StatusCode Insert(void* context, UA_Node* node, UA_NodeId* id)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        return inner.insertNode(inner.context, node, id);
+    }
+
+    static UA_StatusCode Replace(void* context, UA_Node* node)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        return inner.replaceNode(inner.context, node);
+    }
+
+    static UA_StatusCode Remove(void* context, const UA_NodeId* id)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        return inner.removeNode(inner.context, id);
+    }
+
+    static const UA_NodeId* GetReferenceType(void* context, UA_Byte index)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        return inner.getReferenceTypeId(inner.context, index);
+    }
+
+    static void Iterate(void* context, UA_NodestoreVisitor visitor, void* visitorContext)
+    {
+        const UA_Nodestore& inner = Self(context).inner;
+        inner.iterate(inner.context, visitor, visitorContext);
+    }
+};
+
+void NodeStore::Install(UA_ServerConfig& configuration)
+{
+    inner = configuration.nodestore;
+    UA_Nodestore& store = configuration.nodestore;
+    store.context = this;
+    store.clear = Callbacks::Clear;
+    store.newNode = Callbacks::New;
+    store.deleteNode = Callbacks::Delete;
+    store.getNode = Callbacks::Get;
+    store.getNodeFromPtr = Callbacks::GetFromPointer;
+    store.releaseNode = Callbacks::Release;
+    store.getNodeCopy = Callbacks::GetCopy;
+    store.insertNode = Callbacks::Insert;
+    store.replaceNode = Callbacks::Replace;
+    store.removeNode = Callbacks::Remove;
+    store.getReferenceTypeId = Callbacks::GetReferenceType;
+    store.iterate = Callbacks::Iterate;
+}
+
+const UA_Node* NodeStore::ShowOrRelease(const UA_Node* node) const
+{
+    if (node == nullptr || node->head.nodeId.identifierType != UA_NODEIDTYPE_GUID || openings > 0 ||
+        !isHidden(node->head.nodeId))
+        return node;
+    inner.releaseNode(inner.context, node);
+    return nullptr;
+}
+
+} // namespace Host
