@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -147,6 +148,14 @@ HostProcess::~HostProcess()
     Stop(SIGTERM);
 }
 
+/// The one who owns the checkout need not be the one who runs the tests.
+static std::string GetOwner(const char* file)
+{
+    struct stat status = {};
+    stat(file, &status);
+    return std::to_string(status.st_uid);
+}
+
 void HostProcess::Start()
 {
     std::vector<std::string> arguments = start.launcher;
@@ -155,7 +164,8 @@ void HostProcess::Start()
           "opc.tcp://" + start.address + ":" + std::to_string(port), std::string("--root"),
           root.string(), std::string("--module"), std::string(TALVENSOR_MODULE),
           std::string("--model"), std::string(TALVENSOR_MODEL), std::string("--pki"),
-          start.pki.string(), std::string("--log-level"), std::string("off")})
+          start.pki.string(), std::string("--trust-owner"), GetOwner(TALVENSOR_MODEL),
+          std::string("--log-level"), std::string("off")})
         arguments.push_back(argument);
     arguments.insert(arguments.end(), more.begin(), more.end());
     std::vector<char*> pointers;

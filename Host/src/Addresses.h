@@ -2,6 +2,7 @@
 
 #include "Configuration.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,5 +19,9 @@ struct ListenAddress
 /// Call it before the sandbox is entered, and listen on what it returns: a name can have other
 /// addresses later.
 [[nodiscard]] std::vector<ListenAddress> ResolveListenUrl(const ListenUrl& url);
+
+/// Listens on the addresses for a moment. Throws SystemException when one of them is in use, or
+/// none can be listened on: on some machines "localhost" has an address that no interface has.
+void RequireListening(const std::vector<ListenAddress>& addresses, std::uint16_t port);
 
 } // namespace Host

@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "Core/Embedding/LogControl.h"
 #include "Log.h"
+#include "LogFile.h"
 #include "OpcUa/Memory.h"
 #include "PasswordPrompt.h"
 
@@ -30,16 +31,33 @@ std::unique_ptr<Users> ReadUsers(const Configuration& configuration)
     return configuration.usersFile ? std::make_unique<Users>(*configuration.usersFile) : nullptr;
 }
 
+/// Makes them where that is asked for. Others can make their own first where anybody can add files.
+Pki ReadPki(const Configuration& configuration, Preparation preparation)
+{
+    Pki pki(GetPkiFolder(configuration), configuration.listen.host,
+            preparation == Preparation::ToServe ? Pki::WhenMissing::Make : Pki::WhenMissing::Leave);
+    if (auto problems = FindProblems(configuration); !problems.empty())
+        throw ConfigurationException(std::move(problems));
+    return pki;
+}
+
 void StartLog(const Configuration& configuration)
 {
     using Core::Embedding::LogControl;
     LogControl::SetLevel(configuration.logLevel);
-    LogControl::AddSink(configuration.logFile
-                            ? Core::Embedding::MakeFileLogSink(*configuration.logFile)
-                            : Core::Embedding::MakeConsoleLogSink());
+    LogControl::AddSink(configuration.logFile ? OpenLogFile(*configuration.logFile)
+                                              : Core::Embedding::MakeConsoleLogSink());
     if (IsRoot())
         Log(Core::LogLevel::Warning, category,
             "The host runs as root; a user of its own would need no more than its roots");
+}
+
+void PrepareLog(const Configuration& configuration, Preparation preparation)
+{
+    if (preparation == Preparation::ToServe)
+        StartLog(configuration);
+    else if (configuration.logFile)
+        CheckLogFile(*configuration.logFile);
 }
 
 std::unique_ptr<Core::Embedding::Runtime> LoadModules(const Configuration& configuration)
@@ -61,7 +79,8 @@ SandboxReport Confine(const Configuration& configuration, const std::vector<Root
         return {};
     }
     try {
-        auto report = EnterSandbox(roots);
+        auto report = EnterSandbox(roots, configuration.allowKernelFiles ? KernelFiles::Allowed
+                                                                         : KernelFiles::Refused);
         Log(Core::LogLevel::Information, category, "Confined by: " + report.ToString());
         return report;
     } catch (const Core::Exception& error) {
@@ -88,8 +107,7 @@ public:
 
     ExitStatus operator()(const CheckCommand& command) const
     {
-        std::ignore = ReadUsers(command.configuration);
-        std::ignore = ResolveListenUrl(command.configuration.listen);
+        std::ignore = PrepareHost(command.configuration, Preparation::ToCheck);
         std::cout << "The configuration can be used.\n";
         return ExitStatus::Stopped;
     }
@@ -126,7 +144,7 @@ ExitStatus Fail(const ConfigurationException& error)
 
 } // namespace
 
-PreparedHost PrepareHost(Configuration configuration)
+PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
 {
     IgnoreFatalSignals();
     DisableCoreFiles();
@@ -136,16 +154,18 @@ PreparedHost PrepareHost(Configuration configuration)
     auto addresses = ResolveListenUrl(configuration.listen);
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): it is lost track of in the aggregate
     auto users = ReadUsers(configuration);
-    Pki pki(GetPkiFolder(configuration), configuration.listen.host);
+    auto pki = ReadPki(configuration, preparation);
     const auto admission =
         DecideAdmission(addresses, {.hasUsers = users != nullptr,
                                     .hasTrustedCertificates = !pki.GetTrusted().empty(),
                                     .trustsAnyClient = configuration.trustAnyClient});
-    StartLog(configuration);
+    PrepareLog(configuration, preparation);
     MemoryGauge memory;
     const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
     auto runtime = LoadModules(configuration);
     const auto sandbox = Confine(configuration, roots);
+    RefuseInspection();
+    RequireListening(addresses, configuration.listen.port);
     return {.configuration = std::move(configuration),
             .roots = std::move(roots),
             .addresses = std::move(addresses),

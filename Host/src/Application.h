@@ -46,11 +46,20 @@ struct PreparedHost
     SandboxReport sandbox;
 };
 
+enum class Preparation
+{
+    ToServe,
+    /// Makes neither key nor log, but refuses all that cannot be served.
+    ToCheck,
+};
+
 /// Opens and loads what lies outside the roots, and then closes the sandbox, in this order: signals
 /// that must not kill, limits, addresses, users, key and certificates, admission, log, memory
-/// gauge, modules and models, sandbox. Throws what its parts throw, OpenDoorsException, and
+/// gauge, modules and models, sandbox, listening for a moment. Throws what its parts throw,
+/// ConfigurationException for files that others have put there meanwhile, OpenDoorsException, and
 /// SandboxRefusedException. REQUIRES: the process has one thread.
-[[nodiscard]] PreparedHost PrepareHost(Configuration configuration);
+[[nodiscard]] PreparedHost PrepareHost(Configuration configuration,
+                                       Preparation preparation = Preparation::ToServe);
 
 class SandboxRefusedException : public Core::InvalidStateException
 {

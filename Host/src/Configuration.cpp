@@ -1,5 +1,7 @@
 #include "Configuration.h"
 
+#include "PathTrust.h"
+#include "Pki.h"
 #include "Roots.h"
 
 #include <algorithm>
@@ -35,16 +37,22 @@ std::string GetModelName(const Path& module)
     return name + ".NodeSet2.xml";
 }
 
+/// Empty where the kernel does not say.
+Path FindProgram()
+{
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error);
+}
+
 Path FindModel(const Path& module)
 {
     const auto name = GetModelName(module);
     auto beside = module.parent_path() / name;
     if (std::filesystem::exists(beside))
         return beside;
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const auto program = FindProgram();
     auto shared = program.parent_path().parent_path() / "share" / "talvensor" / name;
-    if (!error && std::filesystem::exists(shared))
+    if (!program.empty() && std::filesystem::exists(shared))
         return shared;
     throw Core::NotFoundException("the information model of the module '" + module.string() +
                                   "' is neither '" + beside.string() + "' nor '" + shared.string() +
@@ -62,6 +70,7 @@ public:
     std::vector<ConfigurationProblem> Run()
     {
         ExamineRoots();
+        trust.emplace(roots, configuration.trustedOwner);
         ExamineModules();
         ExamineFiles();
         ExamineLimits();
@@ -87,11 +96,19 @@ private:
         }
     }
 
+    void AddRoot(const Path& path, bool isReadOnly)
+    {
+        const auto root = MakeRoot(path, isReadOnly);
+        if (!configuration.allowKernelFiles)
+            RefuseKernelFiles({root});
+        roots.push_back(root);
+    }
+
     void AddRoots(const std::vector<Path>& paths, const std::string& setting, bool isReadOnly)
     {
         for (std::size_t index = 0; index < paths.size(); ++index) {
             try {
-                roots.push_back(MakeRoot(paths[index], isReadOnly));
+                AddRoot(paths[index], isReadOnly);
             } catch (const Core::InvalidArgumentException& error) {
                 Report(setting, index, error.GetMessage());
             }
@@ -105,10 +122,11 @@ private:
         const auto before = problems.size();
         ExamineFilesOf("module", configuration.modules);
         ExamineFilesOf("model", configuration.models);
-        if (problems.size() > before)
+        if (problems.size() > before || !configuration.models.empty())
             return;
         try {
-            std::ignore = FindModels(configuration);
+            for (const auto& model : FindModels(configuration))
+                RequireTrust("module", 0, model, FileUse::Read);
         } catch (const Core::NotFoundException& error) {
             Report("module", 0, error.GetMessage());
         }
@@ -118,8 +136,7 @@ private:
     {
         for (std::size_t index = 0; index < files.size(); ++index) {
             ExamineFile(setting, index, files[index]);
-            // What a client could change would run, or describe what runs, at the next start.
-            KeepOutOfRoots(setting, index, files[index], true);
+            RequireTrust(setting, index, files[index], FileUse::Read);
         }
     }
 
@@ -136,16 +153,25 @@ private:
     {
         if (configuration.usersFile) {
             ExamineFile("users", 0, *configuration.usersFile);
-            KeepOutOfRoots("users", 0, *configuration.usersFile, false);
+            RequireTrust("users", 0, *configuration.usersFile, FileUse::ReadSecret);
         }
         if (configuration.logFile) {
             ExamineFolderOf("log-file", *configuration.logFile);
-            KeepOutOfRoots("log-file", 0, *configuration.logFile, false);
+            RequireTrust("log-file", 0, *configuration.logFile, FileUse::Append);
         }
         if (configuration.file)
-            KeepOutOfRoots("config", 0, *configuration.file, true);
+            RequireTrust("config", 0, *configuration.file, FileUse::Read);
+        RequireTrust("root", 0, FindProgram(), FileUse::Run);
+        ExaminePki();
+    }
+
+    void ExaminePki()
+    {
         try {
-            KeepOutOfRoots("pki", 0, GetPkiFolder(configuration), false);
+            for (const auto& file : FindPkiFiles(GetPkiFolder(configuration))) {
+                if (!RequireTrust("pki", 0, file, FileUse::ReadSecret))
+                    return;
+            }
         } catch (const Core::NotFoundException& error) {
             Report("pki", 0, error.GetMessage());
         }
@@ -157,16 +183,15 @@ private:
             Report(setting, 0, "there is no folder '" + file.parent_path().string() + "'");
     }
 
-    void KeepOutOfRoots(const std::string& setting, std::size_t index, const Path& path,
-                        bool mayBeRead)
+    /// Anybody who can change a file that the host reads rules the host from its next start on.
+    bool RequireTrust(const std::string& setting, std::size_t index, const Path& file, FileUse use)
     {
-        for (const auto& root : roots) {
-            if (!IsInside(path, root.real) || (mayBeRead && root.isReadOnly))
-                continue;
-            Report(setting, index,
-                   "'" + path.string() + "' lies inside the root '" + root.real.string() +
-                       "', where clients could " + (root.isReadOnly ? "read" : "change") + " it");
-            return;
+        try {
+            trust->Check(file, use);
+            return true;
+        } catch (const Core::InvalidArgumentException& error) {
+            Report(setting, index, error.GetMessage());
+            return false;
         }
     }
 
@@ -180,6 +205,7 @@ private:
 
     const Configuration& configuration;
     std::vector<Root> roots;
+    std::optional<PathTrust> trust; // once the roots are known
     std::vector<ConfigurationProblem> problems;
 };
 

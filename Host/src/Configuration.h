@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace Host {
@@ -74,6 +75,10 @@ struct Configuration
     std::optional<std::filesystem::path> pkiFolder;
     bool trustAnyClient = false;
     bool sandbox = true;
+    /// Serves views of the kernel's, such as /proc, where they are or lie in a root.
+    bool allowKernelFiles = false;
+    /// The user who may own what the host reads, beside root and the host's user.
+    std::optional<uid_t> trustedOwner;
 
     Core::LogLevel logLevel = Core::LogLevel::Information;
     /// Empty: standard error.
@@ -118,8 +123,8 @@ private:
 };
 
 /// What can be said about settings only by looking at the machine: roots, modules, models and files
-/// that are not there, secrets inside a root, and settings that contradict each other. Nothing is
-/// changed. Empty: all is well.
+/// that are not there, or that others could replace, secrets inside a root, and settings that
+/// contradict each other. Nothing is changed. Empty: all is well.
 [[nodiscard]] std::vector<ConfigurationProblem> FindProblems(const Configuration& configuration);
 
 /// The models to load: those that are set, or `NAME.NodeSet2.xml` for each module `libNAME.so`,

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
 #include <linux/landlock.h>
@@ -15,9 +16,21 @@ namespace Host {
 
 namespace {
 
-// Rights that later kernels know than the headers that this is built with.
+// Later kernels know more than the headers that this is built with.
 constexpr std::uint64_t accessTruncate = 1ULL << 14U;
 constexpr std::uint64_t accessIoctlDevice = 1ULL << 15U;
+constexpr std::uint64_t accessConnectTcp = 1ULL << 1U;
+constexpr std::uint64_t scopeAbstractUnixSockets = 1ULL << 0U;
+constexpr std::uint64_t scopeSignals = 1ULL << 1U;
+constexpr long firstWithConnections = 4;
+constexpr long firstWithScopes = 6;
+
+struct RulesetAttributes
+{
+    std::uint64_t files = 0;
+    std::uint64_t network = 0;
+    std::uint64_t scopes = 0;
+};
 
 constexpr std::uint64_t reading = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR;
 constexpr std::uint64_t writing =
@@ -37,6 +50,25 @@ std::uint64_t GetKnownRights(long version)
     if (version >= 5)
         rights |= accessIoctlDevice;
     return rights;
+}
+
+RulesetAttributes MakeAttributes(long version)
+{
+    RulesetAttributes attributes{.files = GetKnownRights(version)};
+    if (version >= firstWithConnections)
+        attributes.network = accessConnectTcp;
+    if (version >= firstWithScopes)
+        attributes.scopes = scopeAbstractUnixSockets | scopeSignals;
+    return attributes;
+}
+
+/// Of the attributes that a version knows.
+std::size_t GetAttributesSize(long version)
+{
+    if (version >= firstWithScopes)
+        return sizeof(RulesetAttributes);
+    return version >= firstWithConnections ? offsetof(RulesetAttributes, scopes)
+                                           : offsetof(RulesetAttributes, network);
 }
 
 void AllowRoot(const Descriptor& ruleset, const Root& root, std::uint64_t rights)
@@ -61,10 +93,9 @@ int RestrictWithLandlock(const std::vector<Root>& roots)
     if (version < 0)
         ThrowSystemError("the kernel does not say what its Landlock can do");
 
-    landlock_ruleset_attr attributes = {};
-    attributes.handled_access_fs = GetKnownRights(version);
+    const auto attributes = MakeAttributes(version);
     const Descriptor ruleset(static_cast<int>(
-        syscall(SYS_landlock_create_ruleset, &attributes, sizeof(std::uint64_t), 0)));
+        syscall(SYS_landlock_create_ruleset, &attributes, GetAttributesSize(version), 0)));
     if (!ruleset.IsOpen())
         ThrowSystemError("the kernel refuses a Landlock ruleset");
     for (const auto& root : roots)
@@ -72,6 +103,16 @@ int RestrictWithLandlock(const std::vector<Root>& roots)
     if (syscall(SYS_landlock_restrict_self, ruleset.Get(), 0) != 0)
         ThrowSystemError("the kernel refuses to restrict the process with Landlock");
     return static_cast<int>(version);
+}
+
+std::string DescribeLandlock(int version)
+{
+    std::string text = "files";
+    if (version >= firstWithConnections)
+        text += ", connections";
+    if (version >= firstWithScopes)
+        text += ", signals";
+    return text;
 }
 
 } // namespace Host

@@ -25,6 +25,10 @@ namespace {
 
 using Path = std::filesystem::path;
 
+constexpr const char* ownName = "own";
+constexpr const char* trustedName = "trusted";
+constexpr const char* issuersName = "issuers";
+constexpr const char* revokedName = "revoked";
 constexpr const char* keyName = "key.der";
 constexpr const char* certificateName = "certificate.der";
 constexpr std::uint16_t keyBits = 2048; // the most that every security policy takes
@@ -195,8 +199,10 @@ void MakeOwnFolder(const Path& folder, const std::string& listenHost)
     unfinished.Become(folder);
 }
 
-std::vector<Bytes> ReadFolder(const Path& folder)
+std::vector<Bytes> ReadFolder(const Path& folder, Pki::WhenMissing whenMissing)
 {
+    if (whenMissing == Pki::WhenMissing::Leave && !std::filesystem::exists(folder))
+        return {};
     MakePrivateFolder(folder);
     std::vector<Path> files;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -283,13 +289,26 @@ View FindAlternativeNames(View extensions)
 
 } // namespace
 
-Pki::Pki(const std::filesystem::path& folder, const std::string& listenHost)
-    : trustedFolder(folder / "trusted")
+Pki::Pki(const std::filesystem::path& folder, const std::string& listenHost,
+         WhenMissing whenMissing)
+    : trustedFolder(folder / trustedName)
 {
-    const auto own = folder / "own";
-    MakePrivateFolder(folder);
-    if (!std::filesystem::exists(own))
-        MakeOwnFolder(own, listenHost);
+    const auto own = folder / ownName;
+    const bool makes = whenMissing == WhenMissing::Make;
+    if (makes) {
+        MakePrivateFolder(folder);
+        if (!std::filesystem::exists(own))
+            MakeOwnFolder(own, listenHost);
+    }
+    if (makes || std::filesystem::exists(own))
+        ReadOwn(own);
+    trusted = ReadFolder(trustedFolder, whenMissing);
+    issuers = ReadFolder(folder / issuersName, whenMissing);
+    revoked = ReadFolder(folder / revokedName, whenMissing);
+}
+
+void Pki::ReadOwn(const std::filesystem::path& own)
+{
     key = ToBytes(ReadPrivateFile(own / keyName, GroupMayRead::No));
     certificate = ToBytes(ReadFile(own / certificateName));
     applicationUri = FindApplicationUri(certificate);
@@ -297,9 +316,18 @@ Pki::Pki(const std::filesystem::path& folder, const std::string& listenHost)
         throw Core::InvalidArgumentException(
             "'" + (own / certificateName).string() +
             "' is no certificate in DER form that names a URI of the application");
-    trusted = ReadFolder(trustedFolder);
-    issuers = ReadFolder(folder / "issuers");
-    revoked = ReadFolder(folder / "revoked");
+}
+
+std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder)
+{
+    std::vector<Path> files = {folder};
+    for (const auto* const name : {ownName, trustedName, issuersName, revokedName}) {
+        files.push_back(folder / name);
+        std::error_code error; // a folder that is not there holds nothing
+        for (const auto& entry : std::filesystem::directory_iterator(folder / name, error))
+            files.push_back(entry.path());
+    }
+    return files;
 }
 
 std::string FindApplicationUri(const Bytes& certificate)

@@ -21,11 +21,18 @@ using Bytes = std::vector<unsigned char>;
 class Pki
 {
 public:
+    enum class WhenMissing
+    {
+        Make,
+        Leave, ///< what is not there counts as empty
+    };
+
     /// `listenHost` is what clients may know this host as, beside the machine's name; it is written
     /// into a certificate that is made. Throws SystemException, and InvalidArgumentException for
     /// what cannot be used: a key that others may read, a certificate without a URI, one half of
     /// the pair.
-    Pki(const std::filesystem::path& folder, const std::string& listenHost);
+    Pki(const std::filesystem::path& folder, const std::string& listenHost,
+        WhenMissing whenMissing = WhenMissing::Make);
 
     [[nodiscard]] const Bytes& GetKey() const noexcept { return key; }
     [[nodiscard]] const Bytes& GetCertificate() const noexcept { return certificate; }
@@ -43,6 +50,8 @@ public:
     }
 
 private:
+    void ReadOwn(const std::filesystem::path& own);
+
     std::filesystem::path trustedFolder;
     Bytes key;
     Bytes certificate;
@@ -51,6 +60,9 @@ private:
     std::vector<Bytes> issuers;
     std::vector<Bytes> revoked;
 };
+
+/// The folder and everything in it that is read from it, as far as it is there.
+[[nodiscard]] std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder);
 
 /// The first URI among the alternative names of a certificate in DER form; empty without one, or
 /// when it is no certificate.

@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -97,6 +98,24 @@ KeptDescriptors::KeptDescriptors() noexcept
 KeptDescriptors::~KeptDescriptors()
 {
     MoveDescriptorLimit(keptDescriptors);
+}
+
+bool SettleDescriptors() noexcept
+{
+    int opened = -1;
+    do {
+        opened = open("/dev/null", O_RDWR); // gets the lowest number that is free
+        if (opened < 0)
+            return false;
+    } while (opened <= STDERR_FILENO);
+    closefrom(STDERR_FILENO + 1);
+    return true;
+}
+
+void RefuseInspection()
+{
+    if (prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0)
+        ThrowSystemError("the process cannot be closed to others");
 }
 
 void DisableCoreFiles()

@@ -31,6 +31,15 @@ public:
     ~KeptDescriptors();
 };
 
+/// Closes the descriptors that the process was started with, but for standard input, output and
+/// error; where one of these is closed it is opened on /dev/null, so that no file of a client takes
+/// its place. The first thing that a program does. Returns false when /dev/null cannot be opened.
+[[nodiscard]] bool SettleDescriptors() noexcept;
+
+/// Keeps other processes of the host's user from looking into this one: its memory holds keys and
+/// passwords. Also its files in /proc belong to root from now on. Throws SystemException.
+void RefuseInspection();
+
 /// A core file would hold keys and passwords. Throws SystemException.
 void DisableCoreFiles();
 

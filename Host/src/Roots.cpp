@@ -1,8 +1,11 @@
 #include "Roots.h"
 
 #include "Core/Exception.h"
+#include "Mounts.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <linux/magic.h>
 #include <sys/vfs.h>
 #include <system_error>
@@ -17,17 +20,36 @@ std::filesystem::path Normalize(const std::filesystem::path& path)
     return normal.has_filename() ? normal : normal.parent_path();
 }
 
-bool IsViewOfTheKernel(const std::filesystem::path& folder)
+/// For a mount that is not listed, as in a changed root directory. Not all types can be told so.
+bool LooksLikeKernelFiles(const std::filesystem::path& folder)
 {
+    constexpr std::array<std::uint32_t, 16> types = {
+        PROC_SUPER_MAGIC, SYSFS_MAGIC,    CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC,
+        DEBUGFS_MAGIC,    TRACEFS_MAGIC,  SECURITYFS_MAGIC,   DEVPTS_SUPER_MAGIC,
+        BPF_FS_MAGIC,     EFIVARFS_MAGIC, PSTOREFS_MAGIC,     SELINUX_MAGIC,
+        SMACK_MAGIC,      NSFS_MAGIC,     BINFMTFS_MAGIC,     BINDERFS_SUPER_MAGIC};
     struct statfs status = {};
-    return statfs(folder.c_str(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
+    return statfs(folder.c_str(), &status) == 0 &&
+           std::find(types.begin(), types.end(), static_cast<std::uint32_t>(status.f_type)) !=
+               types.end();
 }
 
-std::filesystem::path Resolve(const std::filesystem::path& path)
+void RefuseKernelFiles(const Root& root, const std::vector<Mount>& mounts)
 {
-    std::error_code error;
-    auto resolved = std::filesystem::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : resolved;
+    const auto refuse = [&root](const std::string& reason) {
+        throw Core::InvalidArgumentException(
+            "'" + root.real.string() + "' cannot be a root: " + reason +
+            "; --allow-kernel-files would let clients control the machine there");
+    };
+    const auto* const around = FindMount(root.real, mounts);
+    if (root.real == "/dev" || LooksLikeKernelFiles(root.real) ||
+        (around != nullptr && IsKernelFileSystem(around->type)))
+        refuse("it is a view of the kernel, not a folder of files");
+    for (const auto& mount : mounts) {
+        if (IsBelow(mount.place, root.real) && IsKernelFileSystem(mount.type))
+            refuse("a view of the kernel (" + mount.type + ") is mounted inside it at '" +
+                   mount.place.string() + "'");
+    }
 }
 
 } // namespace
@@ -45,8 +67,6 @@ Root MakeRoot(const std::filesystem::path& path, bool isReadOnly)
         refuse("it is not a folder");
     if (real == real.root_path())
         refuse("it is the whole file system, the host's own keys and files included");
-    if (IsViewOfTheKernel(real))
-        refuse("it is a view of the kernel, not a folder of files");
     return {.given = Normalize(path), .real = real, .isReadOnly = isReadOnly};
 }
 
@@ -62,12 +82,11 @@ void CheckTogether(const std::vector<Root>& roots)
     }
 }
 
-bool IsInside(const std::filesystem::path& path, const std::filesystem::path& folder)
+void RefuseKernelFiles(const std::vector<Root>& roots)
 {
-    const auto inner = Resolve(path);
-    const auto outer = Resolve(folder);
-    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first ==
-           outer.end();
+    const auto mounts = ReadMounts();
+    for (const auto& root : roots)
+        RefuseKernelFiles(root, mounts);
 }
 
 } // namespace Host

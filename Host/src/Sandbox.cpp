@@ -3,16 +3,15 @@
 #include "Core/Exception.h"
 #include "Descriptor.h"
 #include "Landlock.h"
+#include "SystemCallFilter.h"
 #include "SystemError.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
 #include <linux/capability.h>
 #include <sched.h>
-#include <sstream>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -74,59 +73,6 @@ void DetachFromOtherNamespaces()
 {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         ThrowSystemError("the sandbox cannot be entered: the mounts cannot be made private");
-}
-
-struct MountPoint
-{
-    std::string path;
-    std::string type;
-};
-
-/// The kernel writes blanks, backslashes and line ends as \ooo.
-std::string Unescape(const std::string& text)
-{
-    std::string result;
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        if (text[index] == '\\' && index + 3 < text.size()) {
-            result += static_cast<char>(std::stoi(text.substr(index + 1, 3), nullptr, 8));
-            index += 3;
-        } else {
-            result += text[index];
-        }
-    }
-    return result;
-}
-
-/// See proc_pid_mountinfo(5): the path is the fifth field, the type the one behind a lone dash.
-MountPoint ReadMountPoint(const std::string& line)
-{
-    std::istringstream fields(line);
-    MountPoint mountPoint;
-    for (int number = 0; number < 5; ++number)
-        fields >> mountPoint.path;
-    for (std::string field; field != "-" && fields >> field;) {
-    }
-    fields >> mountPoint.type;
-    mountPoint.path = Unescape(mountPoint.path);
-    return mountPoint;
-}
-
-/// Links such as /proc/1/root lead out of any mount namespace.
-void RequireNoProcInside(const std::vector<Root>& roots)
-{
-    std::ifstream lines("/proc/self/mountinfo");
-    for (std::string line; std::getline(lines, line);) {
-        const auto mountPoint = ReadMountPoint(line);
-        if (mountPoint.type != "proc")
-            continue;
-        for (const auto& root : roots) {
-            if (IsInside(mountPoint.path, root.real))
-                throw Core::InvalidArgumentException("the root '" + root.real.string() +
-                                                     "' cannot be served: a view of the kernel "
-                                                     "is mounted inside it at '" +
-                                                     mountPoint.path + "'");
-        }
-    }
 }
 
 /// A copy of a root with all that is mounted inside it, which is not anywhere yet.
@@ -298,21 +244,31 @@ std::string SandboxReport::ToString() const
     std::string text = "mount namespace";
     if (hasUserNamespace)
         text += " in a user namespace";
-    return landlockVersion > 0 ? text + ", Landlock " + std::to_string(landlockVersion)
-                               : text + "; the kernel has no Landlock";
+    if (landlockVersion > 0)
+        text += ", Landlock " + std::to_string(landlockVersion) + " (" +
+                DescribeLandlock(landlockVersion) + ")";
+    if (hasSystemCallFilter)
+        text += ", system call filter";
+    if (landlockVersion == 0)
+        text += "; the kernel has no Landlock";
+    if (!hasSystemCallFilter)
+        text += "; the kernel has no system call filter";
+    return text;
 }
 
-SandboxReport EnterSandbox(const std::vector<Root>& roots)
+SandboxReport EnterSandbox(const std::vector<Root>& roots, KernelFiles kernelFiles)
 {
     if (roots.empty())
         throw Core::InvalidArgumentException("a sandbox without roots would hold nothing");
     CheckTogether(roots);
     RequireOneThread();
-    RequireNoProcInside(roots);
 
     SandboxReport report;
     report.hasUserNamespace = UnshareMounts();
     DetachFromOtherNamespaces();
+    // From here on nobody mounts anything more inside the roots.
+    if (kernelFiles == KernelFiles::Refused)
+        RefuseKernelFiles(roots);
     ChangeFileSystem(roots);
     report.hasMountNamespace = true;
     if (chdir(roots.front().real.c_str()) != 0)
@@ -320,6 +276,7 @@ SandboxReport EnterSandbox(const std::vector<Root>& roots)
     DropCapabilities(report.hasUserNamespace);
     RefuseNewPrivileges();
     report.landlockVersion = RestrictWithLandlock(roots);
+    report.hasSystemCallFilter = RefuseSystemCalls();
     return report;
 }
 

@@ -5,6 +5,7 @@
 #include "Log.h"
 #include "LoginThrottle.h"
 #include "Logins.h"
+#include "SystemCallFilter.h"
 #include "Version.h"
 
 #include <poll.h>
@@ -127,6 +128,8 @@ ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
                       [&doorkeeper](const auto& login, const std::string& address) {
                           return doorkeeper.Decide(login, address);
                       });
+    if (host.sandbox.hasSystemCallFilter)
+        RefuseNewSockets();
     Announce(host, endpoint);
     std::thread watcher = StopOnSignal(endpoint, stop);
     const bool drained = endpoint.Run();

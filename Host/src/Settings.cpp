@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <limits>
+#include <pwd.h>
 #include <utility>
 
 namespace Host {
@@ -102,6 +103,21 @@ std::uint64_t ParseNumber(const std::string& text)
 std::uint64_t ParseNumberAboveZero(const std::string& text)
 {
     return AboveZero(ParseNumber(text), text);
+}
+
+/// A name, or a number.
+uid_t ParseUser(const std::string& text)
+{
+    uid_t number = 0;
+    const char* const end = text.data() + text.size();
+    if (const auto [rest, error] = std::from_chars(text.data(), end, number);
+        !text.empty() && error == std::errc{} && rest == end)
+        return number;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the host has one thread when it is configured
+    const auto* const entry = getpwnam(text.c_str());
+    if (entry == nullptr)
+        Refuse(text, "is no user of this machine");
+    return entry->pw_uid;
 }
 
 bool ParseFlag(const std::string& text)
@@ -228,6 +244,18 @@ const std::vector<Setting>& AllSettings()
          "its user may reach (yes)",
          [](Configuration& all, const Values& values) {
              all.sandbox = ParseFlag(values.front());
+         }},
+        {"allow-kernel-files", Flag, false, "Security", "",
+         "whether a root may be, or hold, a view of the kernel such as /proc, /sys or /dev, where "
+         "clients could control the machine (no)",
+         [](Configuration& all, const Values& values) {
+             all.allowKernelFiles = ParseFlag(values.front());
+         }},
+        {"trust-owner", Text, false, "Security", "USER",
+         "a user who may own what the host reads at its start, and the folders above it, beside "
+         "root and the host's own user (nobody)",
+         [](Configuration& all, const Values& values) {
+             all.trustedOwner = ParseUser(values.front());
          }},
 
         {"log-level", Text, false, "Log", "LEVEL",

@@ -1,7 +1,10 @@
 #include "Application.h"
+#include "Process.h"
 #include "Serve.h"
 
 int main(int argumentCount, char** arguments)
 {
+    if (!Host::SettleDescriptors())
+        return static_cast<int>(Host::ExitStatus::Failed);
     return static_cast<int>(Host::RunApplication(argumentCount, arguments, Host::Serve));
 }

@@ -43,11 +43,21 @@ protected:
 
     Texts GetArguments(const Texts& more) const
     {
-        Texts arguments = {
-            "--root",  root.string(),   "--module", TALVENSOR_MODULE,
-            "--model", TALVENSOR_MODEL, "--pki",    (folder.GetPath() / "pki").string()};
+        Texts arguments = {"--root",        root.string(),
+                           "--module",      TALVENSOR_MODULE,
+                           "--model",       TALVENSOR_MODEL,
+                           "--pki",         (folder.GetPath() / "pki").string(),
+                           "--trust-owner", GetOwner(TALVENSOR_MODEL)};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return arguments;
+    }
+
+    /// The one who owns the checkout need not be the one who runs the tests.
+    static std::string GetOwner(const char* file)
+    {
+        struct stat status = {};
+        stat(file, &status);
+        return std::to_string(status.st_uid);
     }
 
     static testing::ExitedWithCode Exits(ExitStatus status)

@@ -15,7 +15,7 @@ StartSummary MakeSummary()
     StartSummary summary;
     summary.endpoint = "opc.tcp://localhost:12345";
     summary.roots = {{"/srv/files", "/srv/files", false}, {"/data", "/mnt/disk", true}};
-    summary.sandbox = {true, false, 7};
+    summary.sandbox = {true, false, 7, true};
     summary.admission = {true, true};
     summary.trustedFolder = "/pki/trusted";
     return summary;
@@ -26,7 +26,8 @@ TEST(WhatIsPrintedAtTheStart, NamesEndpointRootsSandboxAndLogins)
     EXPECT_THAT(Describe(MakeSummary()),
                 AllOf(HasSubstr("opc.tcp://localhost:12345\n"), HasSubstr("/srv/files\n"),
                       HasSubstr("/data (/mnt/disk), read-only\n"),
-                      HasSubstr("holds: mount namespace, Landlock 7\n"),
+                      HasSubstr("holds: mount namespace, Landlock 7 (files, connections, signals), "
+                                "system call filter\n"),
                       HasSubstr("anybody on this machine, without a name\n"),
                       HasSubstr("possible, with any client's certificate\n"),
                       Not(HasSubstr("warning"))));
@@ -62,9 +63,15 @@ TEST(WhatIsPrintedAtTheStart, WarnsOfRootAndOfAMissingSandbox)
 
 TEST(ASandboxReport, NamesItsLayers)
 {
-    EXPECT_EQ((SandboxReport{true, false, 7}).ToString(), "mount namespace, Landlock 7");
-    EXPECT_EQ((SandboxReport{true, true, 0}).ToString(),
-              "mount namespace in a user namespace; the kernel has no Landlock");
+    EXPECT_EQ((SandboxReport{true, false, 7, true}).ToString(),
+              "mount namespace, Landlock 7 (files, connections, signals), system call filter");
+    EXPECT_EQ((SandboxReport{true, false, 5, true}).ToString(),
+              "mount namespace, Landlock 5 (files, connections), system call filter");
+    EXPECT_EQ((SandboxReport{true, false, 3, false}).ToString(),
+              "mount namespace, Landlock 3 (files); the kernel has no system call filter");
+    EXPECT_EQ((SandboxReport{true, true, 0, true}).ToString(),
+              "mount namespace in a user namespace, system call filter; the kernel has no "
+              "Landlock");
     EXPECT_EQ(SandboxReport{}.ToString(), "none");
 }
 

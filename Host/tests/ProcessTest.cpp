@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -76,6 +77,38 @@ TEST(CoreFiles, AreSwitchedOff)
         rlimit limit = {.rlim_cur = 1, .rlim_max = 1};
         getrlimit(RLIMIT_CORE, &limit);
         std::_Exit(limit.rlim_cur == 0 && limit.rlim_max == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
+}
+
+bool IsOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) >= 0;
+}
+
+TEST(InheritedDescriptors, AreClosedButForTheStandardOnesWhichAreAlwaysThere)
+{
+    const auto check = [] {
+        const int inherited = open("/dev/null", O_RDONLY); // NOLINT: as others do
+        dup2(inherited, 200);
+        close(STDIN_FILENO);
+        close(STDERR_FILENO);
+        const bool isSettled = SettleDescriptors();
+        std::_Exit(isSettled && IsOpen(STDIN_FILENO) && IsOpen(STDOUT_FILENO) &&
+                           IsOpen(STDERR_FILENO) && !IsOpen(STDERR_FILENO + 1) &&
+                           !IsOpen(inherited) && !IsOpen(200)
+                       ? 0
+                       : 1);
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
+}
+
+TEST(AProcess, RefusesInspection)
+{
+    const auto check = [] {
+        const bool wasOpen = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 1;
+        RefuseInspection();
+        std::_Exit(wasOpen && prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 0 ? 0 : 1);
     };
     EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
 }

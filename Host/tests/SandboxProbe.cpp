@@ -3,15 +3,20 @@
 // that succeeded. The same attempts run without a sandbox show that they can succeed at all.
 //
 // usage: SandboxProbe MODE [--uid N] [--root DIR] [--read-only DIR] [--outside DIR]
-//                     [--create FILE] [--read FILE] [--touch PATH] [--list DIR] [--exists PATH]
+//                     [--kernel-files allowed] [--ways-out all] [--threads N] [--listen N]
+//                     [--refuse-sockets N] [--create FILE] [--read FILE] [--touch PATH] [--list
+//                     DIR] [--exists PATH]
 // MODE: free, sandbox or landlock. With --outside all attempts are made on that folder, which holds
 // "secret", "folder/inner" and "link", and on the first read-only root, which holds the same.
 
 #include "Core/Exception.h"
 #include "Landlock.h"
 #include "Sandbox.h"
+#include "SystemCallFilter.h"
 
 #include <cerrno>
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
@@ -21,14 +26,28 @@
 #include <functional>
 #include <grp.h>
 #include <iostream>
+#include <linux/bpf.h>
+#include <linux/io_uring.h>
+#include <linux/perf_event.h>
+#include <memory>
+#include <netinet/in.h>
+#include <sched.h>
 #include <string>
 #include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utime.h>
 #include <vector>
@@ -324,6 +343,260 @@ const std::vector<Attempt> escapes = {
      }},
 };
 
+/// A process that does nothing, and ends with its parent, which cannot end it by a signal from
+/// inside a sandbox.
+pid_t StartIdler()
+{
+    int ends[2] = {};
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return -1;
+    const auto process = fork();
+    if (process == 0) {
+        close(ends[1]);
+        close(STDOUT_FILENO); // which is read until everybody has closed it
+        char none = 0;
+        std::_Exit(static_cast<int>(read(ends[0], &none, 1)));
+    }
+    close(ends[0]);
+    return process;
+}
+
+/// Runs before the sandbox is entered, so that there are those to be reached from inside it.
+struct Neighbours
+{
+    Neighbours()
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(tcp, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        listen(tcp, 1);
+        socklen_t size = sizeof(tcpAddress);
+        getsockname(tcp, reinterpret_cast<sockaddr*>(&tcpAddress), &size);
+        // The system chooses an abstract name for a socket that is bound to none.
+        const sa_family_t family = AF_UNIX;
+        bind(abstract, reinterpret_cast<const sockaddr*>(&family), sizeof(family));
+        listen(abstract, 1);
+        abstractSize = sizeof(abstractAddress);
+        getsockname(abstract, reinterpret_cast<sockaddr*>(&abstractAddress), &abstractSize);
+    }
+
+    int tcp = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int abstract = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in tcpAddress = {};
+    sockaddr_un abstractAddress = {};
+    socklen_t abstractSize = 0;
+    pid_t idler = StartIdler();
+    char secret[8] = "secret";
+};
+
+/// In a child, so that it does not last; the child's status tells how it went.
+template <typename Operation>
+bool TryInAChild(Operation operation)
+{
+    const auto child = fork();
+    if (child < 0)
+        return operation(); // nobody else can try
+    if (child == 0)
+        std::_Exit(operation() ? 0 : 1);
+    int status = 1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool ConnectTo(int family, const void* address, socklen_t size)
+{
+    const int client = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool isConnected = connect(client, static_cast<const sockaddr*>(address), size) == 0;
+    close(client);
+    return isConnected;
+}
+
+bool MakesDescriptor(long descriptor)
+{
+    return descriptor >= 0 && close(static_cast<int>(descriptor)) == 0;
+}
+
+/// Fork is tried as a call of its own and as a flag of clone.
+bool MakeProcess()
+{
+    const auto tryIt = [](long call) {
+        const auto child =
+            call == SYS_fork ? syscall(SYS_fork) : syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0);
+        if (child == 0)
+            std::_Exit(0);
+        if (child > 0)
+            waitpid(static_cast<pid_t>(child), nullptr, 0);
+        return child > 0;
+    };
+    const bool byFork = tryIt(SYS_fork);
+    return tryIt(SYS_clone) || byFork;
+}
+
+bool ReadMemoryOf(pid_t process, const char* address)
+{
+    char copy[8];
+    const iovec here = {copy, sizeof(copy)};
+    const iovec there = {const_cast<char*>(address), sizeof(copy)};
+    return process_vm_readv(process, &here, 1, &there, 1, 0) > 0;
+}
+
+bool LoadProgram()
+{
+    bpf_insn text[2] = {};
+    text[0].code = BPF_ALU64 | BPF_MOV | BPF_K;
+    text[1].code = BPF_JMP | BPF_EXIT;
+    bpf_attr attributes = {};
+    attributes.prog_type = BPF_PROG_TYPE_SOCKET_FILTER;
+    attributes.insns = reinterpret_cast<std::uintptr_t>(text);
+    attributes.insn_cnt = 2;
+    attributes.license = reinterpret_cast<std::uintptr_t>("GPL");
+    return MakesDescriptor(syscall(SYS_bpf, BPF_PROG_LOAD, &attributes, sizeof(attributes)));
+}
+
+bool CountEvents()
+{
+    perf_event_attr attributes = {};
+    attributes.type = PERF_TYPE_SOFTWARE;
+    attributes.size = sizeof(attributes);
+    attributes.config = PERF_COUNT_SW_CPU_CLOCK;
+    return MakesDescriptor(syscall(SYS_perf_event_open, &attributes, 0, -1, -1, 0));
+}
+
+bool OpenWithoutPath()
+{
+    alignas(file_handle) unsigned char room[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
+    auto* const handle = reinterpret_cast<file_handle*>(room);
+    handle->handle_bytes = MAX_HANDLE_SZ;
+    int mount = 0;
+    if (name_to_handle_at(AT_FDCWD, ".", handle, &mount, 0) != 0)
+        return false;
+    const int folder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool isOpen = MakesDescriptor(open_by_handle_at(folder, handle, O_RDONLY));
+    close(folder);
+    return isOpen;
+}
+
+bool UseRing()
+{
+    io_uring_params parameters = {};
+    return MakesDescriptor(syscall(SYS_io_uring_setup, 1, &parameters));
+}
+
+struct WayOut
+{
+    const char* name;
+    bool (*run)(const Neighbours& neighbours);
+};
+
+const std::vector<WayOut> waysOut = {
+    {"run a program",
+     [](const Neighbours&) {
+         return TryInAChild([] {
+             // Of a sandbox that has no programs the number of the error tells.
+             const char* const arguments[] = {"/bin/true", nullptr};
+             execve("/bin/true", const_cast<char**>(arguments), nullptr);
+             return errno != EPERM;
+         });
+     }},
+    {"make a process",
+     [](const Neighbours&) {
+         return MakeProcess();
+     }},
+    {"trace a process",
+     [](const Neighbours& neighbours) {
+         const auto child = neighbours.idler;
+         return ptrace(PTRACE_SEIZE, child, nullptr, nullptr) == 0;
+     }},
+    {"read another's memory",
+     [](const Neighbours& neighbours) {
+         return ReadMemoryOf(neighbours.idler, neighbours.secret);
+     }},
+    {"make a namespace",
+     [](const Neighbours&) {
+         return TryInAChild([] { return unshare(CLONE_NEWNET) == 0; });
+     }},
+    {"make a namespace by clone",
+     [](const Neighbours&) {
+         const auto child = syscall(SYS_clone, CLONE_NEWNET | SIGCHLD, 0, 0, 0, 0);
+         if (child == 0)
+             std::_Exit(0);
+         if (child > 0)
+             waitpid(static_cast<pid_t>(child), nullptr, 0);
+         return child > 0;
+     }},
+    {"open a mount",
+     [](const Neighbours&) {
+         return MakesDescriptor(fsopen("tmpfs", FSOPEN_CLOEXEC));
+     }},
+    {"open without a path",
+     [](const Neighbours&) {
+         return OpenWithoutPath();
+     }},
+    {"load a program into the kernel",
+     [](const Neighbours&) {
+         return LoadProgram();
+     }},
+    {"count what others do",
+     [](const Neighbours&) {
+         return CountEvents();
+     }},
+    {"watch its own faults",
+     [](const Neighbours&) {
+         return MakesDescriptor(syscall(SYS_userfaultfd, O_CLOEXEC));
+     }},
+    {"use a ring of requests",
+     [](const Neighbours&) {
+         return UseRing();
+     }},
+    {"use the kernel's keys",
+     [](const Neighbours&) {
+         return syscall(SYS_keyctl, 0 /* KEYCTL_GET_KEYRING_ID */, -3, 1) >= 0;
+     }},
+    {"connect by TCP",
+     [](const Neighbours& neighbours) {
+         return ConnectTo(AF_INET, &neighbours.tcpAddress, sizeof(neighbours.tcpAddress));
+     }},
+    {"connect to an abstract socket",
+     [](const Neighbours& neighbours) {
+         return ConnectTo(AF_UNIX, &neighbours.abstractAddress, neighbours.abstractSize);
+     }},
+    {"signal another process",
+     [](const Neighbours& neighbours) {
+         return kill(neighbours.idler, 0) == 0;
+     }},
+    {"raise privileges",
+     [](const Neighbours&) {
+         return geteuid() != 0 && setuid(0) == 0;
+     }},
+};
+
+void TryWaysOut(const Neighbours& neighbours)
+{
+    for (const auto& way : waysOut) {
+        if (way.run(neighbours))
+            std::cout << "DONE " << way.name << "\n";
+    }
+}
+
+bool StartThread()
+{
+    try {
+        std::thread([] {}).join();
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+bool Listen()
+{
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool listens = listener >= 0 && listen(listener, 1) == 0;
+    close(listener);
+    return listens;
+}
+
 /// What no sandbox of ours holds.
 const std::vector<std::string> forbidden = {
     "/proc",
@@ -350,6 +623,8 @@ struct Options
     std::vector<Root> roots;
     std::string outside;
     std::string readOnly;
+    KernelFiles kernelFiles = KernelFiles::Refused;
+    bool triesWaysOut = false;
     std::vector<std::pair<std::string, std::string>> questions;
 };
 
@@ -379,6 +654,10 @@ Options ReadOptions(const std::vector<std::string>& arguments)
             options.readOnly = value;
         } else if (name == "--outside") {
             options.outside = value;
+        } else if (name == "--kernel-files") {
+            options.kernelFiles = KernelFiles::Allowed;
+        } else if (name == "--ways-out") {
+            options.triesWaysOut = true;
         } else {
             options.questions.emplace_back(name, value);
         }
@@ -465,6 +744,9 @@ void Answer(const std::string& question, const std::string& path)
         {"--touch", question == "--touch" && Touch(path)},
         {"--list", question == "--list" && ListFolder(path)},
         {"--exists", question == "--exists" && access(path.c_str(), F_OK) == 0},
+        {"--threads", question == "--threads" && StartThread()},
+        {"--listen", question == "--listen" && Listen()},
+        {"--refuse-sockets", question == "--refuse-sockets" && RefuseNewSockets()},
     };
     for (const auto& [name, isDone] : answers) {
         if (isDone)
@@ -475,7 +757,7 @@ void Answer(const std::string& question, const std::string& path)
 void Enter(const Options& options)
 {
     if (options.mode == "sandbox") {
-        const auto report = EnterSandbox(options.roots);
+        const auto report = EnterSandbox(options.roots, options.kernelFiles);
         std::cout << "LAYERS " << report.ToString() << "\n";
     } else {
         if (options.mode == "landlock") {
@@ -489,6 +771,9 @@ void Enter(const Options& options)
 int Run(const std::vector<std::string>& arguments)
 {
     const auto options = ReadOptions(arguments);
+    std::unique_ptr<Neighbours> neighbours;
+    if (options.triesWaysOut)
+        neighbours = std::make_unique<Neighbours>();
     try {
         Enter(options);
     } catch (const Core::Exception& error) {
@@ -497,6 +782,8 @@ int Run(const std::vector<std::string>& arguments)
     }
     if (!options.outside.empty())
         TryEverything(options);
+    if (options.triesWaysOut)
+        TryWaysOut(*neighbours);
     for (const auto& [question, path] : options.questions)
         Answer(question, path);
     return 0;

@@ -1,11 +1,13 @@
 #include "Sandbox.h"
 
 #include "Core/Exception.h"
+#include "Mounts.h"
 #include "RunProgram.h"
 #include "TemporaryFolder.h"
 #include "ThreadSanitizer.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <latch>
@@ -327,11 +329,70 @@ TEST_P(ASandbox, RefusesARootThatHoldsAViewOfTheKernel)
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can mount";
     const auto inner = writable / "folder";
-    ASSERT_EQ(mount("proc", inner.c_str(), "proc", 0, nullptr), 0);
-    const auto result = Probe("sandbox", {"--root", writable.string()});
+    for (const auto* const type : {"proc", "sysfs", "devpts", "mqueue"}) {
+        ASSERT_EQ(mount(type, inner.c_str(), type, 0, nullptr), 0) << type;
+        const auto result = Probe("sandbox", {"--root", writable.string()});
+        umount2(inner.c_str(), MNT_DETACH);
+        ASSERT_THAT(result.refused, SizeIs(1));
+        EXPECT_THAT(result.refused.front(), HasSubstr(inner.string()));
+    }
+}
+
+TEST_P(ASandbox, HoldsAViewOfTheKernelIfThatIsAllowed)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can mount";
+    const auto inner = writable / "folder";
+    ASSERT_EQ(mount("devpts", inner.c_str(), "devpts", 0, nullptr), 0);
+    const auto result = Probe("sandbox", {"--kernel-files", "allowed", "--root", writable.string(),
+                                          "--exists", inner / "ptmx"});
     umount2(inner.c_str(), MNT_DETACH);
-    ASSERT_THAT(result.refused, SizeIs(1));
-    EXPECT_THAT(result.refused.front(), HasSubstr(inner.string()));
+    SKIP_IF_REFUSED(result);
+    EXPECT_THAT(result.done, SizeIs(1));
+}
+
+/// Of the process itself, not of its files.
+const Lines waysOut = {
+    "run a program",          "make a process",       "trace a process",
+    "read another's memory",  "make a namespace",     "make a namespace by clone",
+    "open a mount",           "open without a path",  "load a program into the kernel",
+    "count what others do",   "watch its own faults", "use a ring of requests",
+    "use the kernel's keys",  "connect by TCP",       "connect to an abstract socket",
+    "signal another process", "raise privileges"};
+
+TEST_P(WithoutASandbox, EveryWayOutIsOpen)
+{
+    const auto done = Probe("free", {"--root", writable.string(), "--ways-out", "all"}).done;
+    // The kernel can be set up to refuse some of them to everybody, and all of these to others.
+    for (const auto& way :
+         {"run a program", "make a process", "connect by TCP", "connect to an abstract socket"})
+        EXPECT_THAT(done, Contains(way));
+    if (GetParam() == 0) {
+        EXPECT_THAT(done, testing::IsSupersetOf(
+                              {"trace a process", "make a namespace", "make a namespace by clone",
+                               "open a mount", "use the kernel's keys", "signal another process"}));
+    }
+    EXPECT_THAT(done, testing::IsSubsetOf(waysOut));
+}
+
+TEST_P(ASandbox, HasNoWayOut)
+{
+    const auto result = Probe("sandbox", {"--root", writable.string(), "--ways-out", "all"});
+    SKIP_IF_REFUSED(result);
+    if (result.layers.front().find("no system call filter") != std::string::npos)
+        GTEST_SKIP() << "NOT TESTED, this kernel has no system call filter";
+    EXPECT_THAT(result.done, IsEmpty());
+}
+
+TEST_P(ASandbox, CanStartThreadsAndListenUntilThatIsRefusedToo)
+{
+    const auto result =
+        Probe("sandbox", {"--root", writable.string(), "--threads", "1", "--listen", "1",
+                          "--refuse-sockets", "1", "--listen", "2", "--threads", "2"});
+    SKIP_IF_REFUSED(result);
+    if (result.layers.front().find("no system call filter") != std::string::npos)
+        GTEST_SKIP() << "NOT TESTED, this kernel has no system call filter";
+    EXPECT_THAT(result.done, ElementsAre("threads 1", "listen 1", "refuse-sockets 1", "threads 2"));
 }
 
 TEST_P(ASandbox, HasLandlockThatWithholdsTheSame)
@@ -348,6 +409,20 @@ TEST_P(ASandbox, HasLandlockThatWithholdsTheSame)
     EXPECT_THAT(result.done, ElementsAre("read " + (readOnly / "secret").string(),
                                          "create " + (writable / "new").string()));
     EXPECT_EQ(Photograph(outside), before);
+}
+
+TEST_P(ASandbox, HasLandlockThatKeepsTheProcessToItself)
+{
+    const auto result = Probe("landlock", {"--root", writable.string(), "--ways-out", "all"});
+    ASSERT_THAT(result.layers, SizeIs(1));
+    int version = 0;
+    std::sscanf(result.layers.front().c_str(), "Landlock %d", &version);
+    if (version < 6)
+        GTEST_SKIP() << "NOT TESTED, this kernel's Landlock is older";
+    for (const auto& way : {"connect by TCP", "connect to an abstract socket",
+                            "signal another process", "trace a process"})
+        EXPECT_THAT(result.done, Not(Contains(way)));
+    EXPECT_THAT(result.done, Contains("make a process")); // which only the filter refuses
 }
 
 TEST(EnteringASandbox, IsRefusedToAProcessWithSeveralThreads)
@@ -374,14 +449,36 @@ TEST(ARoot, CannotBeAFolderThatIsNotThere)
     }
 }
 
-TEST(ARoot, CannotBeAFileOrTheWholeFileSystemOrTheKernelsView)
+TEST(ARoot, CannotBeAFileOrTheWholeFileSystem)
 {
     const TemporaryFolder folder;
     const auto file = folder.MakeFile("file");
     EXPECT_THROW(std::ignore = MakeRoot(file, false), Core::InvalidArgumentException);
     EXPECT_THROW(std::ignore = MakeRoot("/", true), Core::InvalidArgumentException);
-    EXPECT_THROW(std::ignore = MakeRoot("/proc", true), Core::InvalidArgumentException);
     EXPECT_THROW(std::ignore = MakeRoot("/proc/self/root", true), Core::InvalidArgumentException);
+}
+
+TEST(ARoot, IsRefusedWhereItIsAViewOfTheKernel)
+{
+    for (const auto* const folder : {"/proc", "/proc/self", "/sys", "/dev", "/dev/pts"}) {
+        if (std::filesystem::is_directory(folder)) {
+            const std::vector roots = {MakeRoot(folder, true)};
+            EXPECT_THROW(RefuseKernelFiles(roots), Core::InvalidArgumentException) << folder;
+        }
+    }
+    const TemporaryFolder folder;
+    EXPECT_NO_THROW(RefuseKernelFiles({MakeRoot(folder.GetPath(), false)}));
+}
+
+TEST(ViewsOfTheKernel, AreKnownByTheirTypes)
+{
+    for (const auto* const type :
+         {"proc", "sysfs", "cgroup", "cgroup2", "devtmpfs", "devpts", "debugfs", "tracefs",
+          "securityfs", "bpf", "configfs", "mqueue", "efivarfs"})
+        EXPECT_TRUE(IsKernelFileSystem(type)) << type;
+    for (const auto* const type :
+         {"ext4", "xfs", "btrfs", "tmpfs", "overlay", "nfs4", "fuse.sshfs"})
+        EXPECT_FALSE(IsKernelFileSystem(type)) << type;
 }
 
 TEST(ARoot, KeepsTheNameByWhichItWasGiven)
@@ -406,15 +503,12 @@ TEST(Roots, CannotMakeOneFolderBothReadOnlyAndWritable)
     EXPECT_THROW(CheckTogether(roots), Core::InvalidArgumentException);
 }
 
-TEST(APath, IsInsideAFolderEvenByWayOfALinkOrWhenItIsNotThereYet)
+TEST(APath, IsBelowAFolderGoingByNames)
 {
-    const TemporaryFolder folder;
-    const auto real = folder.MakeFolder("real");
-    std::filesystem::create_symlink(real, folder.GetPath() / "link");
-    EXPECT_TRUE(IsInside(real, real));
-    EXPECT_TRUE(IsInside(folder.GetPath() / "link" / "not" / "yet", real));
-    EXPECT_FALSE(IsInside(folder.GetPath() / "real-not", real));
-    EXPECT_FALSE(IsInside(folder.GetPath(), real));
+    EXPECT_TRUE(IsBelow("/a/b", "/a/b"));
+    EXPECT_TRUE(IsBelow("/a/b/c", "/a/b"));
+    EXPECT_FALSE(IsBelow("/a/b-c", "/a/b"));
+    EXPECT_FALSE(IsBelow("/a", "/a/b"));
 }
 
 } // namespace

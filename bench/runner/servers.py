@@ -38,7 +38,8 @@ class Host:
         self._process = bench.processes.start(
             [bench.program("talvensor-host"), "--listen", f"opc.tcp://{ADDRESS}:0",
              "--root", self.files, "--module", bench.module, "--model", bench.model,
-             "--pki", folder / "pki", "--log-level", "warning", "--log-file", self.log, *options],
+             "--pki", folder / "pki", "--trust-owner", str(bench.model.stat().st_uid),
+             "--log-level", "warning", "--log-file", self.log, *options],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         line = read_line(self._process, "opc.tcp://")
         self.url = next(word for word in line.replace(",", " ").split()

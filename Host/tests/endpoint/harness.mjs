@@ -16,7 +16,7 @@ import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
 import { webcrypto } from "node:crypto";
 import { once } from "node:events";
-import { mkdirSync, mkdtempSync, readdirSync, readlinkSync, rmSync } from "node:fs";
+import { mkdirSync, mkdtempSync, readdirSync, readlinkSync, rmSync, statSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -38,6 +38,9 @@ export const programs = {
         process.env.TALVENSOR_MODEL ??
         join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
 };
+
+/** Of the checkout, who need not be the one who runs the tests. */
+export const owner = String(statSync(programs.model).uid);
 
 export const hostUri = "urn:Talvensor:Host";
 export const fileSystemUri = "urn:Talvensor:FileSystem";
@@ -155,7 +158,7 @@ class Host {
         mkdirSync(this.root);
         this.arguments = [
             "--listen", url, "--root", this.root, "--module", programs.module, "--model", programs.model,
-            "--pki", this.pki, ...flags,
+            "--pki", this.pki, "--trust-owner", owner, ...flags,
         ];
         if (users) {
             writeUsers(join(this.folder, "users"), users);

@@ -5,7 +5,7 @@ import { existsSync, readdirSync, readFileSync, statSync } from "node:fs";
 import { join } from "node:path";
 import { after, before, describe, it } from "node:test";
 import {
-    fileSystemUri, hostUri, makeCertificate, makeClientPki, makeFolder, opcua, opcuaTypes, programs, runHost,
+    fileSystemUri, hostUri, makeCertificate, makeClientPki, makeFolder, opcua, opcuaTypes, owner, programs, runHost,
     startHost, writeUsers,
 } from "./harness.mjs";
 
@@ -254,6 +254,7 @@ describe("A host for others than this machine", () => {
     const everywhere = "opc.tcp://0.0.0.0:0";
     const flags = (root) => [
         "--listen", everywhere, "--root", root, "--module", programs.module, "--model", programs.model, "--pki", makeFolder("pki"),
+        "--trust-owner", owner,
     ];
 
     it("does not start without users", () => {
