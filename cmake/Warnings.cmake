@@ -8,6 +8,13 @@ target_compile_options(TalvensorWarnings INTERFACE
 # Of shadowing only among locals, which g++ alone can tell apart: parameters are named like the
 # members they set.
 target_compile_options(TalvensorWarnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
+# The sanitizers' builds compile several sources as one. Types without external linkage are then no
+# longer in the main file, which this warning goes by. Sources that share a name with another of
+# their batch have SKIP_UNITY_BUILD_INCLUSION.
+if(CMAKE_UNITY_BUILD)
+    target_compile_options(TalvensorWarnings INTERFACE
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13
    OR CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 15)
     target_compile_options(TalvensorWarnings INTERFACE -Werror)
