@@ -9,6 +9,7 @@
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/NodeStore.h"
 #include "Endpoint/Objects.h"
+#include "Endpoint/ServerFacts.h"
 #include "Endpoint/StructureTypes.h"
 #include "Endpoint/TypeProjection.h"
 #include "Endpoint/Ua.h"
@@ -40,8 +41,7 @@ namespace {
 
 using Core::Embedding::NewObject;
 
-/// The namespace of what the host adds itself. The numbers are published.
-constexpr const char* hostUri = "urn:Talvensor:Host";
+/// In the namespace of the host. The numbers are published.
 constexpr unsigned int fileSystemsFolder = 1;
 constexpr unsigned int createFileSystemMethod = 2;
 constexpr unsigned int createFileSystemOutputs = 3;
@@ -84,14 +84,6 @@ std::vector<UA_ByteString> ViewsOf(const std::vector<std::vector<unsigned char>>
     for (const auto& file : files)
         views.push_back(ViewOf(file));
     return views;
-}
-
-/// Bracketed where it has to be.
-std::string MakeUrl(const std::string& address, std::uint16_t port)
-{
-    const bool isIPv6 = address.find(':') != std::string::npos;
-    return isIPv6 ? fmt::format("opc.tcp://[{}]:{}", address, port)
-                  : fmt::format("opc.tcp://{}:{}", address, port);
 }
 
 ConnectionLimits MakeConnectionLimits(const EndpointSettings& settings)
@@ -236,6 +228,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     MakeSharedNodes();
     AddCreateFileSystem();
     RequireGood(UA_Server_run_startup(server.get()), "starting the server");
+    PublishFacts(*server, settings, loop.GetListenAddresses());
     AddHousekeeping();
 }
 
@@ -297,16 +290,7 @@ void Endpoint::Implementation::SetTransport(UA_ServerConfig& configuration)
         configuration.serverUrls[i] =
             UA_STRING_ALLOC(MakeUrl(settings.addresses[i], settings.port).c_str());
 
-    UA_ApplicationDescription& application = configuration.applicationDescription;
-    UA_ApplicationDescription_clear(&application);
-    application.applicationUri = UA_STRING_ALLOC(settings.applicationUri.c_str());
-    application.productUri = UA_STRING_ALLOC(hostUri);
-    application.applicationName = UA_LOCALIZEDTEXT_ALLOC("", "talvensor-host");
-    application.applicationType = UA_APPLICATIONTYPE_SERVER;
-    UA_BuildInfo_clear(&configuration.buildInfo);
-    configuration.buildInfo.productUri = UA_STRING_ALLOC(hostUri);
-    configuration.buildInfo.productName = UA_STRING_ALLOC("talvensor-host");
-    configuration.buildInfo.softwareVersion = UA_STRING_ALLOC(settings.version.c_str());
+    DescribeApplication(configuration, settings);
 }
 
 void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
@@ -335,9 +319,11 @@ void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
                 UA_ServerConfig_addEndpoint(&configuration, uri, UA_MESSAGESECURITYMODE_NONE),
                 "adding the unencrypted endpoint");
     }
+    RankEndpoints(configuration);
     // The policy None stays for asking what endpoints there are.
     configuration.securityPolicyNoneDiscoveryOnly = !settings.allowsUnencrypted;
-    configuration.allowNonePolicyPassword = settings.allowsUnencrypted;
+    // Passwords are encrypted on connections that are not, with the server's certificate.
+    configuration.allowNonePolicyPassword = false;
     SetTrust(configuration.secureChannelPKI);
     SetTrust(configuration.sessionPKI);
 }
@@ -496,10 +482,7 @@ void Endpoint::Implementation::AddHousekeeping()
 
 std::vector<std::string> Endpoint::Implementation::GetUrls() const
 {
-    std::vector<std::string> urls;
-    for (const auto& listening : loop.GetListenAddresses())
-        urls.push_back(MakeUrl(listening.address, listening.port));
-    return urls;
+    return FindReachableUrls(loop.GetListenAddresses());
 }
 
 bool Endpoint::Implementation::Run()

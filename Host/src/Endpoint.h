@@ -63,7 +63,7 @@ public:
     /// REQUIRES: `Run` is not running. Waits for what the sessions still do.
     ~Endpoint();
 
-    /// "opc.tcp://ADDRESS:PORT" for each address, with the real port.
+    /// "opc.tcp://ADDRESS:PORT" for each address by which clients reach it, with the real port.
     [[nodiscard]] std::vector<std::string> GetUrls() const;
 
     /// Serves on the calling thread until `Stop`; then ends the sessions and lets their work drain.

@@ -51,13 +51,6 @@ std::vector<std::string> FindAddresses(const UA_KeyValueMap& parameters)
     return addresses;
 }
 
-std::string ToListenAddress(const Tcp::endpoint& endpoint)
-{
-    // The address is published to clients, to whom "any" would mean their own machine.
-    return endpoint.address().is_unspecified() ? asio::ip::host_name()
-                                               : endpoint.address().to_string();
-}
-
 bool IsOutOfResources(const ErrorCode& error)
 {
     return error == asio::error::no_descriptors || error == asio::error::no_memory ||
@@ -73,7 +66,7 @@ TcpListeners::Listener::Listener(const TcpChannel& channel, Tcp::acceptor opened
     , retry(acceptor.get_executor())
 {
     const auto endpoint = acceptor.local_endpoint();
-    address = {ToListenAddress(endpoint), endpoint.port()};
+    address = {endpoint.address().to_string(), endpoint.port()};
 }
 
 TcpListeners::TcpListeners(asio::io_context& context, LoopMutex& mutex, const UA_Logger& logger,

@@ -7,4 +7,9 @@ const char* GetVersion() noexcept
     return TALVENSOR_VERSION;
 }
 
+BuildDate GetBuildDate() noexcept
+{
+    return {TALVENSOR_BUILD_DATE};
+}
+
 } // namespace Host
