@@ -16,7 +16,7 @@ import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
 import { webcrypto } from "node:crypto";
 import { once } from "node:events";
-import { mkdirSync, mkdtempSync, readdirSync, readlinkSync, rmSync, statSync } from "node:fs";
+import { chownSync, mkdirSync, mkdtempSync, readdirSync, readlinkSync, rmSync, statSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -134,6 +134,7 @@ export function writeUsers(file, users) {
  * - pki: its folder of keys; a new one
  * - trusted: certificate files of clients that it trusts
  * - flags: further command line arguments
+ * - user: the number of the user that it runs as; needs root
  */
 export async function startHost(options = {}) {
     const host = new Host(options);
@@ -148,7 +149,7 @@ export function runHost(flags) {
 }
 
 class Host {
-    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, trusted = [], flags = [] }) {
+    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, trusted = [], flags = [], user }) {
         this.folder = makeFolder("host");
         this.root = join(this.folder, "root");
         this.pki = pki ?? join(this.folder, "pki");
@@ -156,6 +157,10 @@ class Host {
         this.output = "";
         this.log = ""; // everything that it wrote to its log so far
         mkdirSync(this.root);
+        this.user = user === undefined ? {} : { uid: user, gid: user };
+        if (user !== undefined) {
+            [this.folder, this.root].forEach((each) => chownSync(each, user, user));
+        }
         this.arguments = [
             "--listen", url, "--root", this.root, "--module", programs.module, "--model", programs.model,
             "--pki", this.pki, "--trust-owner", owner, ...flags,
@@ -174,7 +179,7 @@ class Host {
     }
 
     async start() {
-        this.process = spawn(programs.host, this.arguments, { stdio: ["ignore", "pipe", "pipe"] });
+        this.process = spawn(programs.host, this.arguments, { stdio: ["ignore", "pipe", "pipe"], ...this.user });
         running.add(this.process);
         this.exited = once(this.process, "close").then(([status, signal]) => {
             running.delete(this.process);
