@@ -24,6 +24,17 @@ std::size_t Locate(const EventArguments& arguments, const char* name)
         std::find(fields.begin(), fields.end(), QualifiedName(0, name)) - fields.begin());
 }
 
+/// A listing's entries are for programs: people are told how many there are.
+std::string Describe(const Value& value)
+{
+    if (!value.IsArray())
+        return value.ToString();
+    std::size_t count = 1;
+    for (const auto length : value.GetArrayDimensions())
+        count *= length;
+    return count == 1 ? "1 entry" : std::to_string(count) + " entries";
+}
+
 /// Drawn once for the process and counted from there: as different from any other, without asking
 /// the system for each event.
 Value MakeEventId()
@@ -47,6 +58,11 @@ BaseEventFields::BaseEventFields(const EventArguments& arguments)
                                                    "Message",    "Severity"};
     std::transform(names.begin(), names.end(), positions.begin(),
                    [&arguments](const char* name) { return Locate(arguments, name); });
+    const auto& fields = arguments.GetFields();
+    for (std::size_t position = 0; position < fields.size(); ++position) {
+        if (std::find(positions.begin(), positions.end(), position) == positions.end())
+            own.emplace_back(position, fields[position].GetName());
+    }
 }
 
 template <typename MakeValue>
@@ -68,8 +84,22 @@ void BaseEventFields::Fill(std::vector<Value>& fields, const INode& source, cons
     FillOne(fields, SourceName, [&] { return Value(source.GetBrowseName().GetName()); });
     FillOne(fields, Time, [&] { return Value(now); });
     FillOne(fields, ReceiveTime, [&] { return Value(now); });
-    FillOne(fields, Message, [&] { return Value(typeName); });
+    FillOne(fields, Message, [&] { return Value(MakeMessage(fields, typeName)); });
     FillOne(fields, Severity, [] { return Value(defaultSeverity); });
+}
+
+std::string BaseEventFields::MakeMessage(const std::vector<Value>& fields,
+                                         const std::string& typeName) const
+{
+    std::string message = typeName;
+    const char* separator = ": ";
+    for (const auto& [position, name] : own) {
+        if (position >= fields.size() || fields[position].IsEmpty())
+            continue;
+        message += separator + name + ' ' + Describe(fields[position]);
+        separator = ", ";
+    }
+    return message;
 }
 
 } // namespace Core

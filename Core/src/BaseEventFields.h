@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Core {
@@ -19,7 +20,7 @@ class BaseEventFields
 public:
     explicit BaseEventFields(const EventArguments& arguments);
 
-    /// Fills those that are empty. `typeName` becomes the message.
+    /// Fills those that are empty. The message is `typeName` with the event's own fields.
     void Fill(std::vector<Value>& fields, const INode& source, const NodeId& type,
               const std::string& typeName) const;
 
@@ -40,7 +41,12 @@ private:
     template <typename MakeValue>
     void FillOne(std::vector<Value>& fields, Field field, const MakeValue& makeValue) const;
 
+    /// For people: "AckEvent: FileHandle 7, Result 1".
+    [[nodiscard]] std::string MakeMessage(const std::vector<Value>& fields,
+                                          const std::string& typeName) const;
+
     std::array<std::size_t, Count> positions{};
+    std::vector<std::pair<std::size_t, std::string>> own; ///< other fields: position and name
 };
 
 } // namespace Core

@@ -73,7 +73,8 @@ TEST_F(AnEvent, HasEveryBaseFieldFilled)
     EXPECT_EQ(Base(event, "SourceName").Get<std::string>(), "device");
     EXPECT_GE(Base(event, "Time").Get<DateTime>(), before);
     EXPECT_LE(Base(event, "ReceiveTime").Get<DateTime>(), after);
-    EXPECT_EQ(Base(event, "Message").Get<std::string>(), "Something happened to a device");
+    EXPECT_EQ(Base(event, "Message").Get<std::string>(),
+              "Something happened to a device: Number 7");
     EXPECT_EQ(Base(event, "Severity").GetKind(), ValueKind::UInt16);
     EXPECT_EQ(Base(event, "Severity").Get<unsigned short>(), 100);
     EXPECT_THROW(static_cast<void>(event.GetField(QualifiedName(0, "Nothing"))), NotFoundException);
