@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <array>
+#include <cstdint>
+#include <iterator>
 #include <netinet/in.h>
 #include <utility>
 #include <vector>
@@ -12,24 +15,28 @@ namespace {
 
 constexpr std::size_t longestName = 64;
 
-/// No user has a longer name, so all of these are one.
-std::string GetUserKey(const std::string& user)
+/// All names that are longer than a user's may be count as one. The origin ends with the first
+/// zero, which no address holds.
+std::string GetKey(const std::string& user, const std::string& address)
 {
-    return user.size() <= longestName ? user : std::string(longestName + 1, '-');
+    const bool isPossible = user.size() <= longestName;
+    return GetOrigin(address) + '\0' + (isPossible ? user : std::string(longestName + 1, '-'));
 }
 
-/// Whoever has an IPv6 address has a network of them.
-std::string GetAddressKey(const std::string& address)
+} // namespace
+
+std::string GetOrigin(const std::string& address)
 {
     in6_addr parsed = {};
     if (inet_pton(AF_INET6, address.c_str(), &parsed) != 1)
         return address.substr(0, INET6_ADDRSTRLEN);
-    const std::string bytes(std::begin(parsed.s6_addr), std::end(parsed.s6_addr));
     constexpr std::size_t network = 8;
-    return IN6_IS_ADDR_V4MAPPED(&parsed) ? bytes : bytes.substr(0, network);
+    std::fill(std::begin(parsed.s6_addr) +
+                  (IN6_IS_ADDR_V4MAPPED(&parsed) ? sizeof(parsed) : network),
+              std::end(parsed.s6_addr), std::uint8_t{0});
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    return inet_ntop(AF_INET6, &parsed, text.data(), text.size());
 }
-
-} // namespace
 
 LoginThrottle::LoginThrottle(TimeSource timeSource)
     : timeSource(std::move(timeSource))
@@ -40,29 +47,36 @@ LoginThrottle::Clock::duration LoginThrottle::GetDelay(const std::string& user,
 {
     const auto now = timeSource();
     const std::lock_guard lock(mutex);
-    return std::max(GetDelay(users, GetUserKey(user), now),
-                    GetDelay(addresses, GetAddressKey(address), now));
+    const auto found = records.find(GetKey(user, address));
+    return found == records.end() ? Clock::duration::zero() : GetDelay(found->second, now);
 }
 
 LoginThrottle::Clock::duration LoginThrottle::ReportFailure(const std::string& user,
                                                             const std::string& address)
 {
     const auto now = timeSource();
+    const auto key = GetKey(user, address);
     const std::lock_guard lock(mutex);
-    return std::max(Count(users, GetUserKey(user), now),
-                    Count(addresses, GetAddressKey(address), now));
+    if (records.find(key) == records.end() && records.size() >= mostRemembered)
+        MakeRoom();
+    auto& record = records[key];
+    if (now - record.lastFailure >= memory)
+        record.failures = 0;
+    ++record.failures;
+    record.lastFailure = now;
+    return GetDelay(record, now);
 }
 
-void LoginThrottle::ReportSuccess(const std::string& user)
+void LoginThrottle::ReportSuccess(const std::string& user, const std::string& address)
 {
     const std::lock_guard lock(mutex);
-    users.erase(GetUserKey(user));
+    records.erase(GetKey(user, address));
 }
 
 std::size_t LoginThrottle::GetSize() const
 {
     const std::lock_guard lock(mutex);
-    return users.size() + addresses.size();
+    return records.size();
 }
 
 LoginThrottle::Clock::duration LoginThrottle::GetDelay(const Record& record, Clock::time_point now)
@@ -76,28 +90,8 @@ LoginThrottle::Clock::duration LoginThrottle::GetDelay(const Record& record, Clo
     return std::max(end - now, Clock::duration::zero());
 }
 
-LoginThrottle::Clock::duration
-LoginThrottle::GetDelay(const Records& records, const std::string& key, Clock::time_point now)
-{
-    const auto found = records.find(key);
-    return found == records.end() ? Clock::duration::zero() : GetDelay(found->second, now);
-}
-
-LoginThrottle::Clock::duration LoginThrottle::Count(Records& records, const std::string& key,
-                                                    Clock::time_point now)
-{
-    if (records.find(key) == records.end() && records.size() >= mostRemembered)
-        MakeRoom(records);
-    auto& record = records[key];
-    if (now - record.lastFailure >= memory)
-        record.failures = 0;
-    ++record.failures;
-    record.lastFailure = now;
-    return GetDelay(record, now);
-}
-
 /// Forgets the older half of what is remembered: one walk for many new records.
-void LoginThrottle::MakeRoom(Records& records)
+void LoginThrottle::MakeRoom()
 {
     std::vector<Clock::time_point> times;
     times.reserve(records.size());

@@ -8,7 +8,10 @@
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <chrono>
+#include <ctime>
+#include <utility>
 
 namespace Host {
 
@@ -18,6 +21,14 @@ constexpr const char* category = "Host.Login";
 constexpr std::size_t longestLoggedName = 64; // as long as a user's name may be
 constexpr auto none = LoginThrottle::Clock::duration::zero();
 
+/// That of the calling thread: how busy the machine is does not count.
+std::chrono::nanoseconds GetProcessorTime()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 std::string ToSeconds(LoginThrottle::Clock::duration delay)
 {
     return std::to_string(std::chrono::ceil<std::chrono::seconds>(delay).count()) + " s";
@@ -25,9 +36,10 @@ std::string ToSeconds(LoginThrottle::Clock::duration delay)
 
 } // namespace
 
-Logins::Logins(const Users& users, LoginThrottle& throttle)
+Logins::Logins(const Users& users, LoginThrottle& throttle, TimeShare hashing)
     : users(users)
     , throttle(throttle)
+    , hashing(std::move(hashing))
 {}
 
 LoginResult Logins::TryLogin(const std::string& user, const std::string& password,
@@ -41,8 +53,6 @@ LoginResult Logins::TryLogin(const std::string& user, const std::string& passwor
         return result;
     }
     ++refused;
-    if (result == LoginResult::TooSoon && !MaySayTooSoon())
-        return result;
     if (result == LoginResult::TooSoon)
         Log(Core::LogLevel::Warning, category,
             "Login of " + who + " refused unseen: it comes too soon, " + ToSeconds(delay) +
@@ -55,29 +65,46 @@ LoginResult Logins::TryLogin(const std::string& user, const std::string& passwor
     return result;
 }
 
-/// Whoever does not wait shall not fill the log either.
-bool Logins::MaySayTooSoon()
+LoginResult Logins::TryReturn(const std::string& user, const std::string& password,
+                              const std::string& address)
 {
+    const Tag tag = MakeTag(user, password);
     const std::lock_guard lock(deciding);
-    const auto now = std::chrono::steady_clock::now();
-    if (now < nextTooSoonLine)
-        return false;
-    nextTooSoonLine = now + std::chrono::seconds(1);
-    return true;
+    const bool isRight = IsKnown(user, tag);
+    const auto who = "user '" + user.substr(0, longestLoggedName) + "' from " + address;
+    if (isRight)
+        Log(Core::LogLevel::Information, category, "Return of " + who + " to a session");
+    else
+        Log(Core::LogLevel::Warning, category, "Return of " + who + " to a session refused");
+    refused += isRight ? 0U : 1U;
+    return isRight ? LoginResult::Accepted : LoginResult::Refused;
 }
 
-LoginResult Logins::Decide(const std::string& user, const std::string& password,
-                           const std::string& address, LoginThrottle::Clock::duration& delay)
+LoginThrottle::Clock::duration Logins::GetPause() const
 {
     const std::lock_guard lock(deciding);
+    return hashing.GetPause();
+}
+
+/// A password that was right before needs no hash, and is not delayed where its user has come from
+/// before; a few looks are taken for that ahead of their time.
+LoginResult Logins::Decide(const std::string& user, const std::string& password,
+                           const std::string& address, Clock::duration& delay)
+{
+    const Tag tag = MakeTag(user, password);
+    const std::lock_guard lock(deciding);
     delay = throttle.GetDelay(user, address);
+    const bool mayLook = delay <= none || MayLookEarly(user, address);
+    if (mayLook && IsKnown(user, tag)) {
+        Remember(user, tag, address);
+        return LoginResult::Accepted;
+    }
+    delay = std::max(delay, hashing.GetPause());
     if (delay > none)
         return LoginResult::TooSoon;
-    const Tag tag = MakeTag(user, password);
     try {
-        if (WasRightBefore(user, tag) || users.Verify(user, password)) {
-            rightTags.insert_or_assign(user, tag);
-            throttle.ReportSuccess(user);
+        if (Verify(user, password)) {
+            Remember(user, tag, address);
             return LoginResult::Accepted;
         }
     } catch (...) {
@@ -86,6 +113,48 @@ LoginResult Logins::Decide(const std::string& user, const std::string& password,
     }
     delay = throttle.ReportFailure(user, address);
     return LoginResult::Refused;
+}
+
+bool Logins::Verify(const std::string& user, const std::string& password)
+{
+    const auto start = GetProcessorTime();
+    const bool isRight = users.Verify(user, password);
+    hashing.Count(GetProcessorTime() - start);
+    return isRight;
+}
+
+void Logins::Remember(const std::string& user, const Tag& tag, const std::string& address)
+{
+    constexpr std::size_t mostOrigins = 64;
+    throttle.ReportSuccess(user, address);
+    KnownUser& right = known[user];
+    right.tag = tag;
+    const auto origin = GetOrigin(address);
+    std::erase(right.origins, origin);
+    if (right.origins.size() >= mostOrigins)
+        right.origins.erase(right.origins.begin());
+    right.origins.push_back(origin);
+}
+
+/// Ten at once and one a second, only where the user has logged in before: who guesses from there
+/// gets no further with these.
+bool Logins::MayLookEarly(const std::string& user, const std::string& address)
+{
+    constexpr std::chrono::seconds interval{1};
+    constexpr int atOnce = 10;
+    const auto found = known.find(user);
+    if (found == known.end())
+        return false;
+    KnownUser& right = found->second;
+    const auto origin = GetOrigin(address);
+    if (std::find(right.origins.begin(), right.origins.end(), origin) == right.origins.end())
+        return false;
+    const auto now = Clock::now();
+    const auto next = std::max(right.nextLook, now) + interval;
+    if (next > now + atOnce * interval)
+        return false;
+    right.nextLook = next;
+    return true;
 }
 
 Logins::Tag Logins::MakeRandomTag()
@@ -110,11 +179,11 @@ Logins::Tag Logins::MakeTag(const std::string& user, const std::string& password
     return tag;
 }
 
-bool Logins::WasRightBefore(const std::string& user, const Tag& tag) const
+bool Logins::IsKnown(const std::string& user, const Tag& tag) const
 {
-    const auto found = rightTags.find(user);
-    return found != rightTags.end() &&
-           CRYPTO_memcmp(found->second.data(), tag.data(), tag.size()) == 0;
+    const auto found = known.find(user);
+    return found != known.end() &&
+           CRYPTO_memcmp(found->second.tag.data(), tag.data(), tag.size()) == 0;
 }
 
 } // namespace Host

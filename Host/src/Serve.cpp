@@ -11,6 +11,7 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -31,20 +32,18 @@ public:
             logins.emplace(*users, throttle);
     }
 
-    UA_StatusCode Decide(const std::optional<UserCredentials>& login, const std::string& address)
+    LoginAnswer Decide(const LoginAttempt& attempt)
     {
-        if (!login)
-            return UA_STATUSCODE_GOOD; // whether anybody may come was decided before
+        if (!attempt.credentials)
+            return {}; // whether anybody may come was decided before
         if (!logins)
-            return UA_STATUSCODE_BADIDENTITYTOKENREJECTED;
-        switch (logins->TryLogin(login->user, login->password, address)) {
-        case LoginResult::Accepted:
-            return UA_STATUSCODE_GOOD;
-        case LoginResult::TooSoon:
-        case LoginResult::Refused:
-            break;
-        }
-        return UA_STATUSCODE_BADUSERACCESSDENIED;
+            return {.status = UA_STATUSCODE_BADIDENTITYTOKENREJECTED};
+        const auto& [user, password] = *attempt.credentials;
+        const auto result = attempt.isReturn ? logins->TryReturn(user, password, attempt.address)
+                                             : logins->TryLogin(user, password, attempt.address);
+        const bool isAccepted = result == LoginResult::Accepted;
+        return {.status = isAccepted ? UA_STATUSCODE_GOOD : UA_STATUSCODE_BADUSERACCESSDENIED,
+                .pause = std::chrono::ceil<std::chrono::milliseconds>(logins->GetPause())};
     }
 
 private:
@@ -124,10 +123,9 @@ std::thread StopOnSignal(Endpoint& endpoint, const StopSignals& stop)
 ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
 {
     Doorkeeper doorkeeper(host.users.get());
-    Endpoint endpoint(*host.runtime, MakeSettings(host),
-                      [&doorkeeper](const auto& login, const std::string& address) {
-                          return doorkeeper.Decide(login, address);
-                      });
+    Endpoint endpoint(
+        *host.runtime, MakeSettings(host),
+        [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
     if (host.sandbox.hasSystemCallFilter)
         RefuseNewSockets();
     Announce(host, endpoint);

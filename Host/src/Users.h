@@ -18,8 +18,7 @@ public:
     explicit Users(const std::filesystem::path& file);
 
     /// Takes about as long for an unknown user as for a known one: tens of milliseconds and 16 MB,
-    /// by design. Any thread, but not the network's. Throws SystemException when the hash cannot be
-    /// computed.
+    /// by design. Any thread. Throws SystemException when the hash cannot be computed.
     [[nodiscard]] bool Verify(const std::string& name, const std::string& password) const;
 
     [[nodiscard]] std::size_t GetSize() const noexcept { return hashes.size(); }

@@ -60,7 +60,11 @@ protected:
     LoginThrottle throttle{[this] {
         return LoginThrottle::Clock::time_point(now.load());
     }};
-    Logins logins{users, throttle};
+    /// Has time for everything: an hour passes with each look at it.
+    TimeShare hashing{[time = TimeShare::Clock::time_point()]() mutable {
+        return time += 1h;
+    }};
+    Logins logins{users, throttle, hashing};
 };
 
 TEST_F(ALogin, IsAcceptedWithTheRightPassword)
@@ -101,6 +105,69 @@ TEST_F(ALogin, CannotGetAroundTheDelayByComingManyAtATime)
     }
     threads.clear();
     EXPECT_EQ(looks, 3);
+}
+
+TEST_F(ALogin, ThatWasRightBeforeIsNotDelayedWhereItCameFrom)
+{
+    ASSERT_EQ(Try("right"), LoginResult::Accepted);
+    for (int time = 0; time < 3; ++time)
+        EXPECT_EQ(Try("wrong"), LoginResult::Refused);
+    EXPECT_EQ(Try("wrong"), LoginResult::TooSoon);
+    EXPECT_EQ(Try("right"), LoginResult::Accepted);
+}
+
+TEST_F(ALogin, ThatWasRightBeforeIsDelayedElsewhere)
+{
+    ASSERT_EQ(Try("right", "ann", "192.0.2.1"), LoginResult::Accepted);
+    for (int time = 0; time < 3; ++time)
+        EXPECT_EQ(Try("wrong", "ann", "192.0.2.2"), LoginResult::Refused);
+    EXPECT_EQ(Try("right", "ann", "192.0.2.2"), LoginResult::TooSoon);
+}
+
+TEST_F(ALogin, CannotBeGuessedFasterWhereItWasRightBefore)
+{
+    ASSERT_EQ(Try("right"), LoginResult::Accepted);
+    for (int time = 0; time < 3; ++time)
+        EXPECT_EQ(Try("wrong"), LoginResult::Refused);
+    bool isLocked = false;
+    for (int time = 0; time < 100'000 && !isLocked; ++time) {
+        EXPECT_EQ(Try("wrong"), LoginResult::TooSoon);
+        isLocked = time > 50 && Try("right") == LoginResult::TooSoon;
+    }
+    EXPECT_TRUE(isLocked);
+}
+
+TEST_F(ALogin, OfOneUserIsNotDelayedByWrongOnesOfOthers)
+{
+    for (int time = 0; time < 3; ++time)
+        std::ignore = Try("wrong", "bob");
+    EXPECT_EQ(Try("right"), LoginResult::Accepted);
+}
+
+TEST_F(ALogin, TakesItsShareOfTheTimeAndNoMore)
+{
+    const TimeShare::Clock::time_point always{1h};
+    Logins limited(users, throttle, TimeShare([always] { return always; }));
+    int seen = 0;
+    const auto tryNext = [&] {
+        return limited.TryLogin("user" + std::to_string(seen), "wrong", "192.0.2.1");
+    };
+    while (tryNext() == LoginResult::Refused)
+        ++seen;
+    EXPECT_GT(seen, 1);
+    EXPECT_GT(limited.GetPause(), 0s);
+    // It is the look that has to wait, and no failure.
+    EXPECT_EQ(throttle.GetDelay("user" + std::to_string(seen), "192.0.2.1"), 0s);
+}
+
+TEST_F(ALogin, BackToASessionNeedsThePasswordThatWasRightBeforeAndNoTime)
+{
+    EXPECT_EQ(logins.TryReturn("ann", "right", "192.0.2.9"), LoginResult::Refused);
+    ASSERT_EQ(Try("right"), LoginResult::Accepted);
+    for (int time = 0; time < 20; ++time)
+        std::ignore = Try("wrong", "ann", "192.0.2.9");
+    EXPECT_EQ(logins.TryReturn("ann", "right", "192.0.2.9"), LoginResult::Accepted);
+    EXPECT_EQ(logins.TryReturn("ann", "wrong", "192.0.2.9"), LoginResult::Refused);
 }
 
 TEST_F(ALogin, IsLoggedWithUserAndAddressButNeverWithThePassword)

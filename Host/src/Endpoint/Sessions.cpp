@@ -245,16 +245,17 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
     const auto connection = loop.GetConnection(loop.GetCurrentConnection());
     if (!connection)
         return UA_STATUSCODE_BADCONNECTIONCLOSED;
-    const UA_StatusCode status = authenticate(credentials, connection->remoteAddress);
+    if (*context != nullptr)
+        return Readmit(*static_cast<ClientSession*>(*context), credentials, *connection);
+    // Calls are tied to their session by the connection: one session each.
+    if (Find(connection->id) != nullptr)
+        return UA_STATUSCODE_BADTOOMANYSESSIONS;
+    const UA_StatusCode status = Authorise(credentials, *connection, false);
     if (status != UA_STATUSCODE_GOOD)
         return status;
-
-    const std::string user = credentials ? credentials->user : std::string();
-    if (*context != nullptr)
-        return Readmit(*static_cast<ClientSession*>(*context), user);
-    // Calls are tied to their session by the connection: one session each.
-    if (Find(connection->id) != nullptr || !HasPlace(server))
+    if (!HasPlace(server))
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
+    const std::string user = credentials ? credentials->user : std::string();
     try {
         Admit(server, id, user, context);
     } catch (const std::system_error& error) {
@@ -278,24 +279,80 @@ void Sessions::OnCreated(UA_Server& server, const UA_Guid& id)
     else
         Close(server, unclaimed.Add({id, connection->id, connection->remoteAddress,
                                      UnclaimedSessions::Clock::now()}));
+    if (!isInVain && pauseTimer != 0)
+        Hold(connection->id);
 }
 
-UA_StatusCode Sessions::Readmit(ClientSession& session, const std::string& user)
+UA_StatusCode Sessions::Authorise(std::optional<UserCredentials> credentials,
+                                  const ConnectionInfo& connection, bool isReturn)
 {
-    if (session.user != user)
+    const auto [status, pause] =
+        authenticate({std::move(credentials), connection.remoteAddress, isReturn});
+    const bool isIn = status == UA_STATUSCODE_GOOD;
+    if (!isIn)
+        unclaimed.NoteFailure(connection.id, UnclaimedSessions::Clock::now());
+    if (pause > milliseconds(0))
+        PauseLogins(pause, isIn ? connection.id : 0);
+    return status;
+}
+
+/// Holds all connections that may log in next, but one that just has.
+void Sessions::PauseLogins(milliseconds pause, ConnectionId except)
+{
+    const auto resume = [](void* /*application*/, void* context) {
+        static_cast<Sessions*>(context)->ResumeLogins();
+    };
+    UA_EventLoop* handle = loop.GetHandle();
+    const UA_DateTime end = handle->dateTime_nowMonotonic(handle) +
+                            static_cast<UA_DateTime>(pause.count()) * UA_DATETIME_MSEC;
+    if (pauseTimer == 0 && handle->addTimedCallback(handle, resume, nullptr, this, end,
+                                                    &pauseTimer) != UA_STATUSCODE_GOOD)
+        return;
+    for (const ConnectionId connection : unclaimed.GetConnections())
+        if (connection != except)
+            Hold(connection);
+}
+
+void Sessions::Hold(ConnectionId connection)
+{
+    if (std::find(held.begin(), held.end(), connection) != held.end())
+        return;
+    held.push_back(connection);
+    loop.HoldConnection(connection, true);
+}
+
+/// All are read again in their order; the first login that takes time holds the others again. Those
+/// whose session had to go meanwhile come last.
+void Sessions::ResumeLogins()
+{
+    pauseTimer = 0;
+    auto waiting = unclaimed.GetConnections();
+    waiting.insert(waiting.end(), held.begin(), held.end());
+    held.clear();
+    for (const ConnectionId connection : waiting)
+        loop.HoldConnection(connection, false);
+}
+
+UA_StatusCode Sessions::Readmit(ClientSession& session,
+                                const std::optional<UserCredentials>& credentials,
+                                const ConnectionInfo& connection)
+{
+    if (session.user != (credentials ? credentials->user : std::string()))
         return UA_STATUSCODE_BADUSERACCESSDENIED;
-    const ConnectionId connection = loop.GetCurrentConnection();
-    const ClientSession* other = Find(connection);
+    const ClientSession* other = Find(connection.id);
     if (other != nullptr && other != &session)
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
+    const UA_StatusCode status = Authorise(credentials, connection, true);
+    if (status != UA_STATUSCODE_GOOD)
+        return status;
     StopGrace(session);
     loop.MarkAdmitted(session.connection, false);
-    session.connection = connection;
-    loop.MarkAdmitted(connection, true);
+    session.connection = connection.id;
+    loop.MarkAdmitted(connection.id, true);
     // Too much of it in flight holds its new connection like the one before.
     if (session.heldConnection != 0) {
-        loop.HoldConnection(std::exchange(session.heldConnection, connection), false);
-        loop.HoldConnection(connection, true);
+        loop.HoldConnection(std::exchange(session.heldConnection, connection.id), false);
+        loop.HoldConnection(connection.id, true);
     }
     return UA_STATUSCODE_GOOD;
 }
@@ -389,6 +446,7 @@ ClientSession* Sessions::Find(ConnectionId connection) const
 void Sessions::OnConnectionClosed(UA_Server& server, ConnectionId connection)
 {
     Close(server, unclaimed.TakeOf(connection));
+    std::erase(held, connection);
     ClientSession* session = Find(connection);
     if (session == nullptr)
         return;
@@ -462,7 +520,7 @@ void Sessions::ReportUndrained(milliseconds limit)
 
 void Sessions::CloseUnclaimed(UA_Server& server)
 {
-    constexpr std::chrono::seconds limit{5};
+    constexpr std::chrono::seconds limit{30}; // logins may have to wait for each other
     Close(server, unclaimed.TakeOlderThan(UnclaimedSessions::Clock::now() - limit));
 }
 

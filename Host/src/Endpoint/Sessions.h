@@ -24,10 +24,21 @@ struct UserCredentials
     std::string password;
 };
 
-/// Decides about a login; nothing stands for an anonymous one. `address` is the client's. Loop
-/// thread.
-using Authenticate =
-    std::function<UA_StatusCode(const std::optional<UserCredentials>&, const std::string& address)>;
+struct LoginAttempt
+{
+    std::optional<UserCredentials> credentials; ///< nothing: an anonymous one
+    std::string address;                        ///< the client's
+    bool isReturn = false;                      ///< to a session of the same user
+};
+
+struct LoginAnswer
+{
+    UA_StatusCode status = UA_STATUSCODE_GOOD;
+    std::chrono::milliseconds pause{0}; ///< before the next attempt that is no return
+};
+
+/// Decides about a login. Loop thread.
+using Authenticate = std::function<LoginAnswer(const LoginAttempt&)>;
 
 struct SessionRules
 {
@@ -77,8 +88,8 @@ public:
     /// Logs, once each, the sessions that ended before the limit and are still at work.
     void ReportUndrained(std::chrono::milliseconds limit);
 
-    /// Closes the sessions that clients created and have not activated within seconds. To be called
-    /// now and then.
+    /// Closes the sessions that clients created and have not activated within half a minute. To be
+    /// called now and then.
     void CloseUnclaimed(UA_Server& server);
 
     /// Waits for the jobs of all sessions; false when some are still at work after the limit.
@@ -91,7 +102,14 @@ private:
     UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id, const UA_ExtensionObject& token,
                            void** context);
     void OnCreated(UA_Server& server, const UA_Guid& id);
-    [[nodiscard]] UA_StatusCode Readmit(ClientSession& session, const std::string& user);
+    [[nodiscard]] UA_StatusCode Authorise(std::optional<UserCredentials> credentials,
+                                          const ConnectionInfo& connection, bool isReturn);
+    void PauseLogins(std::chrono::milliseconds pause, ConnectionId except);
+    void ResumeLogins();
+    void Hold(ConnectionId connection);
+    [[nodiscard]] UA_StatusCode Readmit(ClientSession& session,
+                                        const std::optional<UserCredentials>& credentials,
+                                        const ConnectionInfo& connection);
     [[nodiscard]] bool HasPlace(UA_Server& server);
     [[nodiscard]] ClientSession* FindFirstToLeave() const;
     void Admit(UA_Server& server, const UA_NodeId& id, const std::string& user, void** context);
@@ -108,6 +126,8 @@ private:
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
     SessionList sessions;                          // active and ending ones
     UnclaimedSessions unclaimed;
+    std::vector<ConnectionId> held; // not read, since a login would come too soon; in their order
+    std::uint64_t pauseTimer = 0;   // runs while logins pause; 0: they do not
 };
 
 } // namespace Host

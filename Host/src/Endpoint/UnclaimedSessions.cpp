@@ -48,6 +48,25 @@ std::vector<UA_Guid> UnclaimedSessions::Take(Condition condition)
     return taken;
 }
 
+void UnclaimedSessions::NoteFailure(ConnectionId connection, Clock::time_point now)
+{
+    for (auto& session : sessions)
+        if (session.connection == connection)
+            session.lastFailure = now;
+}
+
+std::vector<ConnectionId> UnclaimedSessions::GetConnections() const
+{
+    auto ordered = sessions;
+    std::stable_sort(ordered.begin(), ordered.end(), [](const Session& left, const Session& right) {
+        return left.lastFailure < right.lastFailure;
+    });
+    std::vector<ConnectionId> connections;
+    for (const auto& session : ordered)
+        connections.push_back(session.connection);
+    return connections;
+}
+
 /// One address cannot push out the sessions of others.
 UA_Guid UnclaimedSessions::TakeOldestOfFullestAddress()
 {

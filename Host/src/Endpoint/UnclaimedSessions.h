@@ -25,6 +25,7 @@ public:
         ConnectionId connection = 0; ///< the only one on which it can be activated
         std::string address;         ///< the client's
         Clock::time_point since;
+        Clock::time_point lastFailure{}; ///< to be activated
     };
 
     /// REQUIRES: most > 0.
@@ -42,6 +43,12 @@ public:
 
     /// Returns the sessions that are older, and forgets them.
     [[nodiscard]] std::vector<UA_Guid> TakeOlderThan(Clock::time_point limit);
+
+    /// The session of a connection could not be activated: it is listened to last.
+    void NoteFailure(ConnectionId connection, Clock::time_point now);
+
+    /// Returns the connections that have such sessions, in the order in which to listen to them.
+    [[nodiscard]] std::vector<ConnectionId> GetConnections() const;
 
     [[nodiscard]] std::size_t Count() const noexcept { return sessions.size(); }
 

@@ -92,5 +92,14 @@ TEST_F(UnclaimedSessionsOfClients, AreTakenWhenTheyAreTooOld)
     EXPECT_EQ(ToNumbers(sessions.TakeOlderThan(now + 1s)), Numbers{2});
 }
 
+TEST_F(UnclaimedSessionsOfClients, AreListenedToInTheirOrderAndThoseThatFailedLast)
+{
+    for (unsigned number = 1; number <= 4; ++number)
+        EXPECT_EQ(Add(number, 10 * number), Numbers());
+    sessions.NoteFailure(20, now + 2s);
+    sessions.NoteFailure(10, now + 3s);
+    EXPECT_EQ(sessions.GetConnections(), (std::vector<ConnectionId>{30, 40, 20, 10}));
+}
+
 } // namespace
 } // namespace Host

@@ -192,13 +192,20 @@ export function hello({ version = 0, receive = 65_535, send = 65_535, size = 0, 
     return message("HELF", Buffer.concat([version, receive, send, size, chunks].map(uint32).concat(string(url))));
 }
 
+/** Identity tokens. */
+export const anonymous = emptyObject;
+export function named(user, password) {
+    const content = Buffer.concat([string("username-none#None"), string(user), string(password), none]);
+    return Buffer.concat([encodingId(324), Buffer.from([1]), uint32(content.length), content]);
+}
+
 /** A connection that says what it is told to. */
 export class RawClient {
-    static async connect(host) {
+    static async connect(host, localAddress) {
         const client = new RawClient();
         client.received = Buffer.alloc(0);
         client.closed = false;
-        client.socket = connect(host.port, "127.0.0.1");
+        client.socket = connect({ port: host.port, host: "127.0.0.1", localAddress });
         client.socket.on("data", (bytes) => (client.received = Buffer.concat([client.received, bytes])));
         client.socket.on("error", () => {}); // is followed by a close
         client.socket.on("close", () => (client.closed = true));
@@ -228,9 +235,9 @@ export class RawClient {
         assert.equal((await this.next()).type, "ACK");
     }
 
-    /** A connection with a channel. */
-    static async open(host) {
-        const client = await RawClient.connect(host);
+    /** A connection with a channel, from an address of this machine. */
+    static async open(host, localAddress) {
+        const client = await RawClient.connect(host, localAddress);
         await client.greet();
         await client.openChannel();
         return client;
@@ -285,23 +292,23 @@ export class RawClient {
         return (await this.createSessions(1, options))[0];
     }
 
-    /** Activates a session, without a name, so many times at once; the statuses. */
-    async activateSessions(count, { token }) {
-        for (let i = 0; i < count; ++i) {
+    /** Activates a session once with each of these identity tokens, all at once; the statuses. */
+    async activateSessions(identities, { token }) {
+        for (const identity of identities) {
             this.sendChunk("MSGF", Buffer.concat([
-                encodingId(467), makeRequestHeader(token), none, none, none, none, emptyObject, none, none,
+                encodingId(467), makeRequestHeader(token), none, none, none, none, identity, none, none,
             ]));
         }
         const statuses = [];
-        while (statuses.length < count) {
+        while (statuses.length < identities.length) {
             statuses.push((await this.next()).bytes.readUInt32LE(24 + 4 + 12));
         }
         return statuses;
     }
 
-    /** Activates a session that it has created, without a name; the status. */
-    async activateSession(session) {
-        return (await this.activateSessions(1, session))[0];
+    /** Activates a session that it has created, without a name unless one is given; the status. */
+    async activateSession(session, identity = anonymous) {
+        return (await this.activateSessions([identity], session))[0];
     }
 
     closeChannel() {
