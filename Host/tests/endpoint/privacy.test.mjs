@@ -331,3 +331,27 @@ describe("A session's own file system", () => {
         assert.equal((await other.callMethod(id, method)).statusCode.name, "BadNodeIdUnknown");
     });
 });
+
+describe("A session that is ended for another's place", () => {
+    it("takes its own file system with it", async () => {
+        const host = await startHost({ flags: ["--max-sessions", "2", "--grace", "1min"] });
+        const owner = await host.connect();
+        const own = await owner.createFiles();
+        await own.call("Close", 1);
+        await own.nextEvent("AckEvent");
+        owner.opcua.on("start_reconnection", () => owner.opcua.disconnect().catch(() => {}));
+        owner.opcua._secureChannel.forceConnectionBreak();
+        await host.connect();
+        // Its place is needed in the middle of another's message.
+        const connect = () => host.connect().catch(() => undefined);
+        const next = await waitFor("a place", connect);
+        await waitFor("the session's end", () => /ends early/.test(host.log));
+        assert.equal((await next.read(own.nodeId, "NodeClass")).statusCode.name, "BadNodeIdUnknown");
+        const files = await next.createFiles();
+        for (let i = 1; i <= 50; ++i) {
+            await files.call("Close", i);
+            assert.equal((await files.nextEvent("AckEvent")).FileHandle, i);
+        }
+        await host.stop();
+    });
+});
