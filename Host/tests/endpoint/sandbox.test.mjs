@@ -62,7 +62,6 @@ function spell(path, host) {
         `${up}${path}`, `./${relative(root, path)}`, `${path}/.`, `/proc/self/root${path}`, `/proc/thread-self/root${path}`,
         `/proc/1/root${path}`, `/proc/${process.pid}/root${path}`, `/proc/${host.pid}/root${path}`,
         `/proc/self/cwd/${relative(root, path)}`, `/proc/${process.pid}/cwd/${relative(process.cwd(), path)}`,
-        `${path}\0${root}`,
     ];
 }
 
