@@ -166,8 +166,9 @@ private:
     const std::shared_ptr<const Core::Embedding::InformationModel> model;
     const Core::NodeId servedType;
     const Core::NodeId folder{hostNamespace, fileSystemsFolder};
-    UaLogger logger;
-    EventLoop loop;      // after the logger
+    UaLogger libraryLog{UaLogger::Source::Library};
+    UaLogger transportLog{UaLogger::Source::Transport};
+    EventLoop loop;      // after its log
     Sessions sessions;   // after the loop; the server's access control refers to it
     NodeStore nodeStore; // the server's
     ServerPointer server;
@@ -190,7 +191,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , settings(std::move(givenSettings))
     , model(runtime.GetInformationModel())
     , servedType(FindServedType(*model))
-    , loop(logger.Get(), MakeConnectionLimits(settings))
+    , loop(transportLog.Get(), MakeConnectionLimits(settings))
     , sessions(loop, runtime, settings.sessions, std::move(authenticate))
     , server(MakeServer())
     , filters(*server)
@@ -236,7 +237,7 @@ ServerPointer Endpoint::Implementation::MakeServer()
 {
     RequireUnpredictableSessions();
     UA_ServerConfig configuration{};
-    configuration.logging = &logger.Get();
+    configuration.logging = &libraryLog.Get();
     configuration.eventLoop = loop.GetHandle();
     RequireGood(UA_ServerConfig_setBasics_withPort(&configuration, settings.port),
                 "configuring the server");

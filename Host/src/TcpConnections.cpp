@@ -332,7 +332,12 @@ void TcpConnections::ReportRoom(bool isFull, bool hasStrangers)
             "TCP: %zu connections are open, as many as are allowed: %s", connections.size(),
             hasStrangers ? "those without a session give way to new ones" : "refuses connections");
     }
-    full = isFull || (full && connections.size() >= limits.connections - limits.connections / 10);
+    const auto mostForAllClear = limits.connections - limits.connections / 10;
+    if (full && !isFull && connections.size() < mostForAllClear) {
+        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK, "TCP: there is room for connections again");
+        full = false;
+    }
+    full = full || isFull;
 }
 
 void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socket)
@@ -643,7 +648,8 @@ void TcpConnections::CheckBrake()
         CheckBrakeLater();
     } else {
         brake.Release();
-        UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP: memory is no longer short");
+        // A warning too: those who saw that it is short are to see this.
+        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK, "TCP: memory is no longer short");
     }
     ReadAll();
 }

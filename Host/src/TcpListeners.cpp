@@ -204,7 +204,10 @@ void TcpListeners::OnAcceptable(const SharedListener& listener, const ErrorCode&
         if (IsOutOfResources(failure))
             return RetryAccept(listener);
     } else {
-        listener->failing = false;
+        if (std::exchange(listener->failing, false)) {
+            UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
+                           "TCP %zu: connections can be accepted again", listener->id);
+        }
         TakeOver(*listener, std::move(socket));
     }
     Accept(listener);

@@ -14,17 +14,24 @@
 namespace Host {
 namespace {
 
-constexpr const char* category = "OpcUa";
+struct Voice
+{
+    const char* category;
+    Core::LogLevel warning;
+};
 
-/// What the library calls a warning is mostly what a client did wrong: of interest to few.
-Core::LogLevel ToLevel(UA_LogLevel level)
+/// The library's warnings are mostly about what a client did wrong: of interest to few.
+constexpr Voice library{"OpcUa", Core::LogLevel::Notice};
+constexpr Voice transport{"Network", Core::LogLevel::Warning};
+
+Core::LogLevel ToLevel(UA_LogLevel level, const Voice& voice)
 {
     switch (level) {
     case UA_LOGLEVEL_FATAL:
     case UA_LOGLEVEL_ERROR:
         return Core::LogLevel::Error;
     case UA_LOGLEVEL_WARNING:
-        return Core::LogLevel::Notice;
+        return voice.warning;
     case UA_LOGLEVEL_INFO:
         return Core::LogLevel::Detail;
     default:
@@ -47,17 +54,19 @@ bool IsOfNoInterest(std::string_view format)
     });
 }
 
-[[gnu::format(printf, 4, 0)]] void Write(void* /*context*/, UA_LogLevel level,
+[[gnu::format(printf, 4, 0)]] void Write(void* context, UA_LogLevel uaLevel,
                                          UA_LogCategory /*category*/, const char* format,
                                          va_list arguments) noexcept
 {
     try {
-        if (!Core::Logger::Instance().IsEnabledForEntry(ToLevel(level), category) ||
+        const auto& voice = *static_cast<const Voice*>(context);
+        const auto level = ToLevel(uaLevel, voice);
+        if (!Core::Logger::Instance().IsEnabledForEntry(level, voice.category) ||
             IsOfNoInterest(format))
             return;
         std::array<char, 1024> text{};
         std::vsnprintf(text.data(), text.size(), format, arguments);
-        LogOfKind(format, ToLevel(level), category, text.data());
+        LogOfKind(format, level, voice.category, text.data());
     } catch (const std::exception&) {
         // A line that cannot be written is lost; nobody could be told but by another line.
     }
@@ -65,8 +74,11 @@ bool IsOfNoInterest(std::string_view format)
 
 } // namespace
 
-UaLogger::UaLogger() noexcept
-    : logger{Write, nullptr, nullptr}
+UaLogger::UaLogger(Source source) noexcept
+    // The library's type has no const form; only `Write` is given it.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
+    : logger{Write, const_cast<Voice*>(source == Source::Transport ? &transport : &library),
+             nullptr}
 {}
 
 } // namespace Host

@@ -4,12 +4,18 @@
 
 namespace Host {
 
-/// Sends what the OPC UA library logs to the host's log, category "OpcUa". Must outlive what uses
+/// Sends what is logged in the way of the OPC UA library to the host's log. Must outlive what uses
 /// it.
 class UaLogger
 {
 public:
-    UaLogger() noexcept;
+    enum class Source
+    {
+        Library,   ///< category "OpcUa"; its warnings are of a lower level than the host's
+        Transport, ///< category "Network": the host's own event loop, whose warnings are warnings
+    };
+
+    explicit UaLogger(Source source) noexcept;
 
     [[nodiscard]] UA_Logger& Get() noexcept { return logger; }
 

@@ -115,7 +115,7 @@ protected:
 
     std::unique_ptr<Runtime> runtime = MakeRuntime();
     const int fileSystem = Core::NamespaceMap::GetNamespaceIndex("urn:Talvensor:FileSystem");
-    UaLogger logger;
+    UaLogger logger{UaLogger::Source::Transport};
     EventLoop loop{logger.Get(), {}};
     NodeStore nodeStore;
     std::unique_ptr<UA_Server, ServerDeleter> server = MakeServer();

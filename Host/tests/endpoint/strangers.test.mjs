@@ -33,6 +33,7 @@ describe("A host that is short of memory", () => {
         withHost(["--max-memory", "1MB"], async (host) => {
             await (await RawClient.connect(host)).end();
             await logged(host, "memory is short");
+            assert.match(host.log, / Warning Network .*memory is short/);
             // It looks at its memory twenty times a second meanwhile, with nobody connected.
             const before = countWaits(host);
             await waitFor("the host to go on", () => countWaits(host) >= before + 10);

@@ -135,19 +135,20 @@ describe("When a client goes", () => {
     it("by a crash, its files are closed after the grace", async () => {
         const path = host.path("crash");
         const program = fileURLToPath(new URL("dying-client.mjs", import.meta.url));
+        let killed;
         const child = spawn(process.execPath, [program, host.url, path], { stdio: ["ignore", "pipe", "inherit"] });
         try {
             child.stdout.setEncoding("utf8");
             await within("the client", waitForLine(child.stdout, "open"));
             assert.deepEqual(host.openFiles(), [path]);
         } finally {
+            killed = Date.now();
             child.kill("SIGKILL");
             await within("the client's end", once(child, "exit"));
         }
-        const gone = Date.now();
-        assert.deepEqual(host.openFiles(), [path], "closed before the grace is over");
         await waitFor("the file to be closed", () => host.openFiles().length === 0);
-        assert.ok(Date.now() - gone >= grace - 100, `closed after ${Date.now() - gone} ms`);
+        // Not before; later as the machine pleases. Clocks of milliseconds are cut off.
+        assert.ok(Date.now() - killed >= grace - 1, `closed after ${Date.now() - killed} ms`);
         assert.ok(statSync(path).size >= mebibyte);
         await waitFor("the log", () => / ended after /.test(host.log));
     });
