@@ -67,7 +67,12 @@ struct SharedNode
 
 struct ServerDeleter
 {
-    void operator()(UA_Server* server) const noexcept { UA_Server_delete(server); }
+    void operator()(UA_Server* server) const noexcept
+    {
+        if (UA_Server_getLifecycleState(server) == UA_LIFECYCLESTATE_STARTED)
+            UA_Server_run_shutdown(server); // what came after its start has failed
+        UA_Server_delete(server);
+    }
 };
 using ServerPointer = std::unique_ptr<UA_Server, ServerDeleter>;
 
@@ -388,7 +393,7 @@ void Endpoint::Implementation::MakeSharedNodes()
         runtime.CreateObject(object);
         objects.Add(object, nullptr);
         sharedNodes.push_back(std::make_unique<SharedNode>());
-        sharedNodes.back()->closing.Start();
+        sharedNodes.back()->closing.Start("that removes the shared nodes");
         sharedNodes.back()->id = object.id;
         sharedNodes.back()->subscription = events.Follow(object.id);
     }
@@ -423,8 +428,13 @@ std::vector<Core::Value> Endpoint::Implementation::CreateFileSystem(ClientSessio
                           UA_STATUSCODE_BADRESOURCEUNAVAILABLE);
     NewObject object{servedType, Core::QualifiedName(hostNamespace, "PrivateFileSystem"), folder};
     object.id = runtime.CreateObject(object);
+    try {
+        session.ownObjects.emplace(object.id, events.Follow(object.id));
+    } catch (...) {
+        runtime.RemoveObject(object.id); // nobody else would
+        throw;
+    }
     ++session.ownObjectCount;
-    session.ownObjects.emplace(object.id, events.Follow(object.id));
     // Before the answer, which is posted after this.
     loop.Post([this, object, &session] { ShowOwnObject(object, session); });
     return {Core::Value(object.id)};

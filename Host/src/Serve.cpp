@@ -5,6 +5,7 @@
 #include "Log.h"
 #include "LoginThrottle.h"
 #include "Logins.h"
+#include "StartThread.h"
 #include "SystemCallFilter.h"
 #include "Version.h"
 
@@ -110,7 +111,7 @@ void Announce(const PreparedHost& host, const Endpoint& endpoint)
 /// Stops the endpoint when the first signal comes. REQUIRES: one comes.
 std::thread StopOnSignal(Endpoint& endpoint, const StopSignals& stop)
 {
-    return std::thread([&endpoint, &stop] {
+    return StartThread("that waits for signals", [&endpoint, &stop] {
         pollfd descriptor{stop.GetDescriptor(), POLLIN, 0};
         while (poll(&descriptor, 1, -1) < 0 && errno == EINTR)
             continue;
@@ -128,8 +129,8 @@ ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
         [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
     if (host.sandbox.hasSystemCallFilter)
         RefuseNewSockets();
-    Announce(host, endpoint);
     std::thread watcher = StopOnSignal(endpoint, stop);
+    Announce(host, endpoint);
     const bool drained = endpoint.Run();
     watcher.join();
     LogLeftOut();

@@ -1,5 +1,7 @@
 #include "Strand.h"
 
+#include "StartThread.h"
+
 #include <utility>
 
 namespace Host {
@@ -15,9 +17,9 @@ Strand::~Strand()
         thread.join();
 }
 
-void Strand::Start()
+void Strand::Start(const std::string& purpose)
 {
-    thread = std::thread([this] { Run(); });
+    thread = StartThread(purpose, [this] { Run(); });
 }
 
 void Strand::Post(std::function<void()> job)

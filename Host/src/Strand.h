@@ -5,6 +5,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace Host {
@@ -20,9 +21,9 @@ public:
     /// Waits for the jobs that were posted, if it was started; drops them otherwise.
     ~Strand();
 
-    /// Starts the thread; jobs that were posted before wait for it. Throws std::system_error when
-    /// the system gives no thread. Once.
-    void Start();
+    /// Starts the thread; jobs that were posted before wait for it. Throws std::system_error, see
+    /// StartThread. Once.
+    void Start(const std::string& purpose);
 
     /// Any thread. Jobs may not throw. Throws std::bad_alloc; the job is not run then.
     void Post(std::function<void()> job);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 namespace Host {
@@ -207,6 +208,8 @@ void MethodCalls::Run(Call& call, ClientSession& session)
         fail(ToStatus(exception), exception.GetMessage());
     } catch (const UaException& exception) {
         fail(exception.GetStatus(), exception.what());
+    } catch (const std::system_error& exception) { // no thread, for example
+        fail(UA_STATUSCODE_BADRESOURCEUNAVAILABLE, exception.what());
     } catch (const std::exception& exception) {
         fail(UA_STATUSCODE_BADINTERNALERROR, exception.what());
     }

@@ -260,8 +260,8 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
         Admit(server, id, user, context);
     } catch (const std::system_error& error) {
         Log(Core::LogLevel::Error, "Session",
-            fmt::format("Session of {} from {} refused: there is no thread for it: {}",
-                        NameOf(user), connection->remoteAddress, error.what()));
+            fmt::format("Session of {} from {} refused: {}", NameOf(user),
+                        connection->remoteAddress, error.what()));
         return UA_STATUSCODE_BADRESOURCEUNAVAILABLE;
     }
     unclaimed.Remove(id.identifier.guid);
@@ -408,7 +408,7 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     session->address = connection->remoteAddress;
     session->connection = connection->id;
     sessions.reserve(sessions.size() + 1);
-    session->strand.Start();
+    session->strand.Start("for its work");
     // Off the loop: opening is announced to behaviours.
     session->strand.Post([this, &server, &opened = *session] { Open(server, opened); });
     Log(Core::LogLevel::Information, "Session",

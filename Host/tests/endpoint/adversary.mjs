@@ -3,7 +3,7 @@
 
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
-import { createHash } from "node:crypto";
+import { constants, createHash, publicEncrypt, X509Certificate } from "node:crypto";
 import { once } from "node:events";
 import { lstatSync, readdirSync, readFileSync, readlinkSync, writeFileSync } from "node:fs";
 import { connect } from "node:net";
@@ -12,9 +12,19 @@ import { longestWait, makeFolder, programs, startHost, waitFor, within } from ".
 
 /** Starts a host with limits of prlimit(1), such as "nofile=200:200". */
 export function startLimitedHost(limits, options) {
+    return startHostBy(`prlimit ${limits.map((limit) => `--${limit}`).join(" ")}`, options);
+}
+
+/** Starts a host whose n-th attempt to start a thread fails. */
+export function startHostWithoutThread(n, options) {
+    // AddressSanitizer wants to be the first to be loaded.
+    const sanitizer = `ASAN_OPTIONS=\${ASAN_OPTIONS:-detect_leaks=0}:verify_asan_link_order=0`;
+    return startHostBy(`env ${sanitizer} TALVENSOR_FAILING_THREAD=${n} LD_PRELOAD="${programs.failingThreads}"`, options);
+}
+
+function startHostBy(command, options) {
     const script = join(makeFolder("limits"), "host");
-    const flags = limits.map((limit) => `--${limit}`).join(" ");
-    writeFileSync(script, `#!/bin/sh\nexec prlimit ${flags} "${programs.host}" "$@"\n`, { mode: 0o755 });
+    writeFileSync(script, `#!/bin/sh\nexec ${command} "${programs.host}" "$@"\n`, { mode: 0o755 });
     const { host } = programs;
     try {
         programs.host = script;
@@ -194,8 +204,14 @@ export function hello({ version = 0, receive = 65_535, send = 65_535, size = 0, 
 
 /** Identity tokens. */
 export const anonymous = emptyObject;
-export function named(user, password) {
-    const content = Buffer.concat([string("username-none#None"), string(user), string(password), none]);
+export function named({ nonce, certificate }, user, password) {
+    const secret = Buffer.concat([uint32(Buffer.byteLength(password) + nonce.length), Buffer.from(password), nonce]);
+    const key = { key: new X509Certificate(certificate).publicKey, padding: constants.RSA_PKCS1_OAEP_PADDING, oaepHash: "sha1" };
+    const encrypted = publicEncrypt(key, secret);
+    const content = Buffer.concat([
+        string("username-none#Basic256Sha256"), string(user), uint32(encrypted.length), encrypted,
+        string("http://www.w3.org/2001/04/xmlenc#rsa-oaep"),
+    ]);
     return Buffer.concat([encodingId(324), Buffer.from([1]), uint32(content.length), content]);
 }
 
@@ -277,11 +293,19 @@ export class RawClient {
         while (made.length < count) {
             const { type, bytes } = await this.next();
             assert.equal(type, "MSG");
+            const status = bytes.readUInt32LE(24 + 4 + 12);
+            if (status !== 0) {
+                made.push({ status });
+                continue;
+            }
             // Identifier and token are of the kind Guid.
             const [id, size] = [24 + 4 + responseHeaderSize, 3 + 16];
+            const nonce = id + 2 * size + 8;
+            const certificate = nonce + 4 + bytes.readUInt32LE(nonce);
+            const read = (at) => bytes.subarray(at + 4, at + 4 + Math.max(0, bytes.readInt32LE(at)));
             made.push({
-                status: bytes.readUInt32LE(24 + 4 + 12), id: bytes.subarray(id, id + size),
-                token: bytes.subarray(id + size, id + 2 * size),
+                status, id: bytes.subarray(id, id + size),
+                token: bytes.subarray(id + size, id + 2 * size), nonce: read(nonce), certificate: read(certificate),
             });
         }
         return made;

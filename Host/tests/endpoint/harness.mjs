@@ -37,6 +37,7 @@ export const programs = {
     model:
         process.env.TALVENSOR_MODEL ??
         join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
+    failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };
 
 /** Of the checkout, who need not be the one who runs the tests. */

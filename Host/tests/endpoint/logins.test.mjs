@@ -17,7 +17,7 @@ async function guess(host, user, count, from) {
     const client = await RawClient.open(host, from);
     const session = await client.createSession();
     for (let i = 0; i < count; ++i) {
-        assert.equal(await client.activateSession(session, named(user, `wrong ${i}`)), refused);
+        assert.equal(await client.activateSession(session, named(session, user, `wrong ${i}`)), refused);
     }
     await client.end();
 }
@@ -34,7 +34,7 @@ describe("Guessing a user's password", () => {
         const own = await RawClient.open(host);
         const session = await own.createSession();
         await guess(host, "alice", 5, elsewhere);
-        assert.equal(await own.activateSession(session, named("alice", users.alice)), 0);
+        assert.equal(await own.activateSession(session, named(session, "alice", users.alice)), 0);
         assert.match(lines(host, `'alice' from ${elsewhere}`).at(-1), /refused unseen/);
         await own.end();
     });
@@ -78,8 +78,9 @@ describe("Many guesses at once", () => {
         const host = await startHost({ users, flags: ["--trust-any-client", "--log-level", "notice"] });
         try {
             const client = await RawClient.open(host);
-            const guesses = Array.from({ length: 300 }, (_, i) => named(`user${i}`, "wrong"));
-            const statuses = await client.activateSessions(guesses, await client.createSession());
+            const session = await client.createSession();
+            const guesses = Array.from({ length: 300 }, (_, i) => named(session, `user${i}`, "wrong"));
+            const statuses = await client.activateSessions(guesses, session);
             assert.ok(statuses.every((status) => status === refused));
             await client.end();
             const told = await waitFor("all lines", () => {
@@ -103,8 +104,8 @@ describe("Many guesses at once", () => {
             const flood = async (number) => {
                 const client = await RawClient.open(host);
                 for (let i = 0; !stopped; ++i) {
-                    const status = await client.activateSession(await client.createSession(), named(`user${number}.${i}`, "wrong"));
-                    assert.equal(status, refused);
+                    const session = await client.createSession();
+                    assert.equal(await client.activateSession(session, named(session, `user${number}.${i}`, "wrong")), refused);
                 }
                 await client.end();
             };

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
 import { after, before, describe, it } from "node:test";
-import { anonymous, keepsFreedMemory, memory, RawClient } from "./adversary.mjs";
+import { anonymous, becomesWhole, holdings, keepsFreedMemory, memory, RawClient, startHostWithoutThread } from "./adversary.mjs";
 import { opcua, programs, startHost, waitFor } from "./harness.mjs";
 
 const sessionsSummary = "i=3706";
@@ -138,6 +138,55 @@ describe("Sessions that lost their connection", () => {
         } finally {
             await host.stop();
         }
+    });
+});
+
+describe("A host that gets no thread", () => {
+    /** Two clients, each with a file system of its own; what failed. */
+    const use = async (host) => {
+        const errors = [];
+        for (let i = 0; i < 2; ++i) {
+            try {
+                const files = await (await host.connect()).createFiles();
+                await files.barrier();
+            } catch (error) {
+                errors.push(error.status ?? String(error.message));
+            }
+        }
+        await Promise.all(host.clients.map((client) => client.close()));
+        return errors;
+    };
+
+    it("says so, whichever it is, and gives back what it took for it", { skip: process.env.TALVENSOR_SANITIZER === "thread" }, async (test) => {
+        const isHit = (host) => host.log.includes("A thread is refused");
+        const told = [];
+        for (let n = 1; ; ++n) {
+            let host;
+            try {
+                host = await startHostWithoutThread(n, { flags: ["--max-sessions", "2"] });
+            } catch (error) {
+                assert.match(error.message, /talvensor-host: .*Resource temporarily unavailable/);
+                told.push("start");
+                continue;
+            }
+            try {
+                const before = holdings(host);
+                const errors = await use(host);
+                if (!isHit(host)) {
+                    break;
+                }
+                assert.equal(errors.length, 1, errors.join());
+                assert.match(errors[0], /BadResourceUnavailable/);
+                told.push("client");
+                await becomesWhole(host, before);
+                assert.deepEqual(await use(host), []); // both places are there
+                await becomesWhole(host, before);
+            } finally {
+                await host.stop();
+            }
+        }
+        test.diagnostic(told.join());
+        assert.ok(told.filter((each) => each === "client").length >= 4, told.join()); // a session's and its file system's
     });
 });
 
