@@ -1,0 +1,37 @@
+#pragma once
+
+#include <OpcUa/Descriptor.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Fuzz {
+
+/// A TCP connection to a host on loopback that carries frames, whatever is in them.
+class Connection
+{
+public:
+    /// Throws std::system_error when nobody listens.
+    explicit Connection(std::uint16_t port);
+
+    /// False once the other end has closed or broken it.
+    [[nodiscard]] bool IsOpen() const noexcept { return descriptor.IsOpen(); }
+    /// Sends what the other end takes in time, and closes when it does not.
+    void Send(const std::string& bytes);
+    /// The next whole frame; nothing when none has come within the time, in milliseconds, or the
+    /// connection has ended.
+    [[nodiscard]] std::optional<std::string> Receive(int limit);
+    void Close() noexcept { descriptor = {}; }
+    /// Closes with a reset instead of in good order.
+    void Break() noexcept;
+
+private:
+    [[nodiscard]] std::optional<std::string> TakeFrame();
+    [[nodiscard]] bool Await(short events, int limit) const;
+
+    OpcUa::Descriptor descriptor;
+    std::string received;
+};
+
+} // namespace Fuzz

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Figures.h"
+#include "Journal.h"
+#include "Mutator.h"
+#include "Pool.h"
+#include "Random.h"
+#include "Requests.h"
+
+#include <cstdint>
+#include <string>
+
+namespace Fuzz {
+
+/// What all hostile clients of a run share.
+struct Field
+{
+    Field(std::uint64_t seed, std::string hostUrl, std::uint16_t hostPort,
+          std::uint16_t fileMethods)
+        : url(std::move(hostUrl))
+        , port(hostPort)
+        , random(seed)
+        , mutator(random, pool)
+        , requests(random, pool, mutator, fileMethods)
+    {}
+    Field(const Field&) = delete;
+    Field& operator=(const Field&) = delete;
+
+    const std::string url;
+    const std::uint16_t port;
+    Random random;
+    Pool pool;
+    Mutator mutator;
+    Requests requests;
+    Figures figures;
+    Journal journal;
+};
+
+/// Learns what later requests may name: numbers, nodes, continuation points; counts the status.
+void Learn(Field& field, Value& response);
+
+} // namespace Fuzz

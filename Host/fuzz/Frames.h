@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Random.h"
+#include "Value.h"
+
+#include <open62541/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Fuzz {
+
+constexpr std::size_t frameHeader = 8;    ///< type, chunk type, size
+constexpr std::size_t messageHeader = 24; ///< and channel, token, sequence number, request
+
+/// A number of four bytes. REQUIRES: it is there.
+[[nodiscard]] std::uint32_t ReadNumber(const std::string& bytes, std::size_t at);
+void WriteNumber(std::string& bytes, std::size_t at, std::uint32_t number);
+/// Four bytes at the end.
+void Append(std::string& bytes, std::uint32_t number);
+/// A length and the text; nothing is the null string.
+void Append(std::string& bytes, const std::optional<std::string>& text);
+
+/// A frame of a type such as "MSGF" with its size in front.
+[[nodiscard]] std::string MakeFrame(const std::string& type, const std::string& content);
+[[nodiscard]] std::string MakeHello();
+
+/// A value in the binary encoding; nothing when the library refuses to encode it.
+[[nodiscard]] std::optional<std::string> Encode(const void* value, const UA_DataType& type);
+/// A request or response, its encoding's id in front.
+[[nodiscard]] std::optional<std::string> EncodeMessage(const Value& value);
+/// The inverse of EncodeMessage; nothing for what cannot be decoded.
+[[nodiscard]] std::optional<Value> DecodeMessage(const std::string& bytes);
+
+/// The keys of a channel that is not encrypted.
+struct Channel
+{
+    std::uint32_t id = 0;
+    std::uint32_t token = 0;
+    std::uint32_t sequence = 0;
+    std::uint32_t request = 0;
+};
+
+/// The frame that asks for a channel, with a policy's name and a certificate as they are given.
+[[nodiscard]] std::string MakeOpening(Channel& channel, const std::string& body,
+                                      const std::string& policy,
+                                      const std::optional<std::string>& certificate = {});
+/// The chunks of a message, counted in the channel; `size` bytes of the body in each.
+[[nodiscard]] std::vector<std::string> MakeChunks(Channel& channel, const std::string& type,
+                                                  const std::string& body, std::size_t size);
+
+/// Changes bytes anywhere, numbers on the way, or the length.
+void MutateBytes(Random& random, std::string& bytes);
+/// Changes what the host reads first: types, sizes, channel, token, numbers; the order of frames,
+/// their number, or their bytes. REQUIRES: there is a frame.
+void MutateFrames(Random& random, std::vector<std::string>& frames);
+
+} // namespace Fuzz

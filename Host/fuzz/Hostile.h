@@ -1,0 +1,89 @@
+#pragma once
+
+#include "Connection.h"
+#include "Field.h"
+#include "Frames.h"
+#include "LibraryClient.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Fuzz {
+
+/// A client that does something unexpected now and then.
+class Hostile
+{
+public:
+    Hostile() = default;
+    Hostile(const Hostile&) = delete;
+    Hostile& operator=(const Hostile&) = delete;
+    virtual ~Hostile() = default;
+
+    /// Does one thing. Throws std::system_error when the host cannot be reached.
+    virtual void Step() = 0;
+};
+
+/// One that speaks the protocol itself, unencrypted, and so can break it at every layer.
+class HostileFrames : public Hostile
+{
+public:
+    HostileFrames(Field& field, std::size_t number)
+        : field(field)
+        , number(number)
+    {}
+
+    void Step() override;
+
+private:
+    void Connect();
+    void Leave();
+    /// `limit`: how long to wait for the answer, in milliseconds.
+    void OpenChannel(bool isRenewal, int limit);
+    void OpenStrangely();
+    void StartSession();
+    void DisturbSession();
+    void SendRequest();
+
+    /// Sends a request in the session; its bytes are changed on some of the ways.
+    void Post(Value request, bool isMutated);
+    void Send(const std::string& frame);
+    /// Takes answers while they come within the time, until one is of that type.
+    std::optional<Value> Await(const UA_DataType& type, int limit);
+    /// Takes the next answer, or nothing; the value is there when it is a whole response.
+    bool TakeAnswer(int limit, std::optional<Value>& value);
+    std::optional<Value> Understand(const std::string& frame);
+    void Note(Value& response);
+
+    Field& field;
+    const std::size_t number;
+    std::optional<Connection> connection;
+    Channel channel;
+    std::string unfinished; // chunks of a message that is not whole
+    OpcUa::Ua<UA_NodeId> token;
+    bool hasSession = false;
+    std::uint32_t subscription = 0; // the last one made here
+    std::size_t unanswered = 0;
+    std::size_t refusals = 0; // of the session, one after another
+};
+
+/// One that speaks through an encrypted connection of the library's client: what it sends is
+/// well-formed, and strange.
+class HostileRequests : public Hostile
+{
+public:
+    explicit HostileRequests(Field& field)
+        : field(field)
+    {}
+
+    void Step() override;
+
+private:
+    Field& field;
+    std::unique_ptr<LibraryClient> client;
+};
+
+} // namespace Fuzz

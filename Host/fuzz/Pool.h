@@ -1,0 +1,64 @@
+#pragma once
+
+#include "Random.h"
+
+#include <OpcUa/Ua.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Fuzz {
+
+/// A method and an object that has it.
+struct MethodPlace
+{
+    std::size_t object;
+    std::size_t method; ///< both places in `Pool::nodes`
+};
+
+/// Everything that requests are made of and that the host may know: its nodes, and the numbers and
+/// names that it has given out. The newest names stand for the others once there are many.
+class Pool
+{
+public:
+    /// The place of the node in the list.
+    std::size_t AddNode(const UA_NodeId& node);
+    void AddMethod(std::size_t object, std::size_t method) { methods.push_back({object, method}); }
+    void AddMade(const UA_NodeId& node);
+    void AddFiles(const UA_NodeId& node);
+    void AddNumber(std::uint32_t number);
+    void AddContinuation(const UA_ByteString& point);
+    void AddText(std::string text) { texts.push_back(std::move(text)); }
+
+    [[nodiscard]] std::size_t CountNodes() const noexcept { return nodes.size(); }
+    [[nodiscard]] const UA_NodeId& GetNode(std::size_t place) const { return *nodes[place]; }
+
+    // Each a copy that the receiver clears.
+    [[nodiscard]] UA_NodeId DrawNode(Random& random) const;
+    /// A file system, mostly. REQUIRES: there is one.
+    [[nodiscard]] UA_NodeId DrawFiles(Random& random) const;
+    [[nodiscard]] UA_ByteString DrawContinuation(Random& random) const;
+    [[nodiscard]] UA_String DrawText(Random& random) const;
+
+    [[nodiscard]] std::uint32_t DrawNumber(Random& random) const;
+    /// REQUIRES: there is a method.
+    [[nodiscard]] const MethodPlace& DrawMethod(Random& random) const;
+
+private:
+    static UA_NodeId MakeNode(Random& random);
+
+    std::vector<OpcUa::Ua<UA_NodeId>> nodes;
+    std::vector<MethodPlace> methods;
+    std::vector<OpcUa::Ua<UA_NodeId>> files; // file systems
+    std::vector<OpcUa::Ua<UA_NodeId>> made;  // sessions and their tokens
+    std::vector<std::uint32_t> numbers;
+    std::vector<std::string> continuations;
+    std::vector<std::string> texts;
+};
+
+/// A copy of the text as the library allocates it.
+[[nodiscard]] UA_String MakeString(const std::string& text);
+
+} // namespace Fuzz

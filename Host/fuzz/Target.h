@@ -1,0 +1,60 @@
+#pragma once
+
+#include <OpcUa/Descriptor.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace Fuzz {
+
+/// What a process has of the system's.
+struct Holdings
+{
+    std::size_t descriptors;
+    std::size_t threads;
+};
+
+/// A real talvensor-host on loopback, with a folder that clients may change and one that they may
+/// only read. It ends with the process that started it.
+class Target
+{
+public:
+    /// Starts it with its files in a folder, and waits until it listens. Throws when it does not.
+    Target(const std::filesystem::path& folder, const std::vector<std::string>& options);
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+    /// Ends it at once when it still runs.
+    ~Target();
+
+    [[nodiscard]] std::uint16_t GetPort() const noexcept { return port; }
+    [[nodiscard]] std::string GetUrl() const;
+    /// In the folder that may only be read.
+    [[nodiscard]] std::string GetKeptFile() const;
+    [[nodiscard]] const std::filesystem::path& GetLog() const noexcept { return log; }
+
+    /// How it ended; nothing while it runs.
+    [[nodiscard]] std::optional<std::string> GetEnd();
+    [[nodiscard]] Holdings CountHoldings() const;
+    /// Waits until it holds no more than it did. False when that takes more than a minute.
+    [[nodiscard]] bool ComesBackTo(const Holdings& before) const;
+    /// Asks it to stop and waits for its end, a minute at most: "status 0" is a good one.
+    [[nodiscard]] std::string Stop();
+
+private:
+    void Start(const std::vector<std::string>& arguments);
+    void AwaitListening();
+
+    std::filesystem::path kept;
+    std::filesystem::path log;
+    OpcUa::Descriptor output;
+    pid_t process = -1;
+    std::uint16_t port = 0;
+    std::optional<std::string> end;
+};
+
+} // namespace Fuzz

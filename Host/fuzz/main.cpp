@@ -1,0 +1,205 @@
+// Sends a real host what no client should, for a while, and looks at what is left of it.
+
+#include "Field.h"
+#include "Hostile.h"
+#include "LibraryClient.h"
+#include "Target.h"
+
+#include <OpcUa/Failure.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+using namespace Fuzz;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t frameClients = 8;
+constexpr std::size_t requestClients = 2;
+constexpr std::size_t stepsBetweenChecks = 200;
+constexpr int checksAfterwards = 200;
+
+struct Options
+{
+    std::uint64_t seed = 0;
+    unsigned seconds = 300;
+    std::vector<std::string> hostOptions;
+};
+
+/// A folder that stays when the run fails.
+class WorkFolder
+{
+public:
+    WorkFolder()
+    {
+        std::string name =
+            (std::filesystem::temp_directory_path() / "talvensor-fuzz.XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw std::system_error(errno, std::generic_category(), name);
+        path = name;
+    }
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& GetPath() const noexcept { return path; }
+    void Remove() const
+    {
+        std::error_code error;
+        std::filesystem::remove_all(path, error);
+    }
+
+private:
+    std::filesystem::path path;
+};
+
+void AddTexts(Pool& pool)
+{
+    for (const char* text : {"a",
+                             "b",
+                             "a/b",
+                             "..",
+                             "../root",
+                             ".",
+                             "",
+                             "/",
+                             "*",
+                             "nobody/here",
+                             "link",
+                             "folder",
+                             "folder/file",
+                             "/proc/self/mem",
+                             "/dev/zero",
+                             "Objects",
+                             "Server",
+                             "FileSystems",
+                             "None",
+                             "opc.tcp://localhost",
+                             "http://opcfoundation.org/UA/SecurityPolicy#None",
+                             "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256",
+                             "0:2",
+                             "1:0",
+                             "%n%s"})
+        pool.AddText(text);
+    pool.AddText(std::string("with\0zero", 9));
+    pool.AddText("\xff\xfe");
+    pool.AddText(std::string(300, 'n'));
+}
+
+void Require(bool holds, const std::string& what)
+{
+    if (!holds)
+        throw std::runtime_error(what);
+}
+
+std::size_t CountLines(const std::filesystem::path& file, const std::string& text)
+{
+    std::ifstream input(file);
+    std::size_t count = 0;
+    for (std::string line; std::getline(input, line);)
+        count += line.find(text) != std::string::npos ? 1U : 0U;
+    return count;
+}
+
+void Attack(Field& field, Target& target, LibraryClient& good, unsigned seconds)
+{
+    std::vector<std::unique_ptr<Hostile>> clients;
+    for (std::size_t i = 0; i < frameClients; ++i)
+        clients.push_back(std::make_unique<HostileFrames>(field, i));
+    for (std::size_t i = 0; i < requestClients; ++i)
+        clients.push_back(std::make_unique<HostileRequests>(field));
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    for (std::size_t step = 1; Clock::now() < end; ++step) {
+        try {
+            field.random.Pick(clients)->Step();
+        } catch (const OpcUa::UaException&) {
+            // An encrypted client was not let in; the others go on.
+        }
+        if (step % stepsBetweenChecks == 0)
+            good.Check();
+        Require(!target.GetEnd(), "the host has ended");
+    }
+}
+
+void Run(Field& field, Target& target, LibraryClient& good, const Options& options)
+{
+    good.Explore(field.pool);
+    AddTexts(field.pool);
+    good.OpenFile(target.GetKeptFile());
+    const Holdings before = target.CountHoldings();
+    std::cout << "The host has " << field.pool.CountNodes() << " nodes" << std::endl;
+    Attack(field, target, good, options.seconds);
+    for (int i = 0; i < checksAfterwards; ++i)
+        good.Check();
+    Require(target.ComesBackTo(before), "the host keeps descriptors or threads");
+}
+
+void RunInFolder(const std::filesystem::path& folder, const Options& options)
+{
+    Target target(folder, options.hostOptions);
+    auto good = std::make_unique<LibraryClient>(target.GetUrl(), false);
+    Field field(options.seed, target.GetUrl(), target.GetPort(),
+                good->FindNamespace("urn:Talvensor:FileSystem"));
+    try {
+        Run(field, target, *good, options);
+    } catch (...) {
+        field.journal.Write(folder / "frames");
+        std::cout << field.figures;
+        const auto end = target.GetEnd();
+        std::cout << (end ? "The host ended with " + *end : std::string("The host runs")) << "\n";
+        throw;
+    }
+    good.reset();
+    const std::string end = target.Stop();
+    std::cout << field.figures;
+    Require(end == "status 0", "the host ended with " + end);
+    Require(CountLines(target.GetLog(), "runtime error") == 0, "undefined behaviour was logged");
+}
+
+int RunFuzzer(const Options& options)
+{
+    std::cout << "Seed " << options.seed << ", " << options.seconds << " s" << std::endl;
+    const WorkFolder folder;
+    try {
+        RunInFolder(folder.GetPath(), options);
+    } catch (const std::exception& error) {
+        std::cerr << "HostFuzzer: " << error.what() << "; what is left is in "
+                  << folder.GetPath().string() << ": the host's log, the last frames\n";
+        return EXIT_FAILURE;
+    }
+    folder.Remove();
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Sends a host what no client should", "HostFuzzer");
+    Options options;
+    options.seed = std::random_device()();
+    app.add_option("seconds", options.seconds, "how long (300)");
+    app.add_option("--seed", options.seed, "repeats what the run with this seed did");
+    app.add_option("--host-option", options.hostOptions, "a further argument of the host");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        return RunFuzzer(options);
+    } catch (const std::exception& error) {
+        std::cerr << "HostFuzzer: " << error.what() << "\n";
+        return EXIT_FAILURE;
+    }
+}
