@@ -113,6 +113,16 @@ std::optional<Value> DecodeMessage(const std::string& bytes)
     return value;
 }
 
+std::optional<Value> DecodeOpening(const std::string& frame)
+{
+    std::size_t at = frameHeader + 4; // the channel; three texts and two numbers follow
+    for (int text = 0; text < 3 && at + 4 <= frame.size(); ++text) {
+        const auto length = static_cast<std::int32_t>(ReadNumber(frame, at));
+        at += 4 + (length > 0 ? static_cast<std::size_t>(length) : 0);
+    }
+    return at + 8 <= frame.size() ? DecodeMessage(frame.substr(at + 8)) : std::nullopt;
+}
+
 std::string MakeOpening(Channel& channel, const std::string& body, const std::string& policy,
                         const std::optional<std::string>& certificate)
 {

@@ -35,6 +35,9 @@ void Append(std::string& bytes, const std::optional<std::string>& text);
 /// The inverse of EncodeMessage; nothing for what cannot be decoded.
 [[nodiscard]] std::optional<Value> DecodeMessage(const std::string& bytes);
 
+/// The response in a frame that opens a channel.
+[[nodiscard]] std::optional<Value> DecodeOpening(const std::string& frame);
+
 /// The keys of a channel that is not encrypted.
 struct Channel
 {

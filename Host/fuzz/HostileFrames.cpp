@@ -246,15 +246,8 @@ bool HostileFrames::TakeAnswer(int limit, std::optional<Value>& value)
 std::optional<Value> HostileFrames::Understand(const std::string& frame)
 {
     const std::string type = frame.substr(0, 3);
-    if (type == "OPN") {
-        // The channel, three texts, two numbers.
-        std::size_t at = frameHeader + 4;
-        for (int text = 0; text < 3 && at + 4 <= frame.size(); ++text) {
-            const auto length = static_cast<std::int32_t>(ReadNumber(frame, at));
-            at += 4 + (length > 0 ? static_cast<std::size_t>(length) : 0);
-        }
-        return at + 8 <= frame.size() ? DecodeMessage(frame.substr(at + 8)) : std::nullopt;
-    }
+    if (type == "OPN")
+        return DecodeOpening(frame);
     if (type == "ERR" && frame.size() >= frameHeader + 4) {
         ++field.figures.answers[std::string("error message ") +
                                 UA_StatusCode_name(ReadNumber(frame, frameHeader))];

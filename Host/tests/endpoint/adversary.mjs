@@ -93,10 +93,11 @@ export function snapshot(path) {
 
 /** A well-behaved client: calls all the time, hears its results, and checks that none is missing. */
 export class SteadyClient {
-    static async start(host) {
+    /** `options`: see Host.connect. */
+    static async start(host, options) {
         const steady = new SteadyClient();
         steady.host = host;
-        steady.files = await (await host.connect()).createFiles();
+        steady.files = await (await host.connect(options)).createFiles();
         await steady.files.barrier();
         steady.latencies = []; // milliseconds
         steady.calls = 0;
