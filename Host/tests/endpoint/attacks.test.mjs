@@ -8,6 +8,7 @@ import { becomesWhole, holdings, RawClient, SteadyClient } from "./adversary.mjs
 import { opcua, opcuaTypes, startHost } from "./harness.mjs";
 
 const { AttributeIds, FilterOperator, MonitoringMode, TimestampsToReturn } = opcua;
+const user = { policy: "Basic256Sha256", user: "user" };
 const calls = 300;
 
 /** Attacks a new host beside a steady client, which calls until the attack is over. */
@@ -109,10 +110,10 @@ describe("Calls succeed beside a client that", () => {
 
     it("guesses its user's password", () =>
         survives(async (host) => {
-            const guess = () => host.connect({ user: "user", password: "a guess" });
+            const guess = () => host.connect({ ...user, password: "a guess" });
             for (let i = 0; i < 5; ++i) {
                 assert.deepEqual(await Promise.all([attempt(guess()), attempt(guess())]), [false, false]);
             }
             await Promise.all(host.clients.slice(1).map((client) => client.close()));
-        }, { users: { user: "right" }, login: { user: "user", password: "right" } }));
+        }, { users: { user: "right" }, login: { ...user, password: "right" } }));
 });
