@@ -94,8 +94,9 @@ SandboxReport Confine(const Configuration& configuration, const std::vector<Root
 class CommandRunner
 {
 public:
-    explicit CommandRunner(const ServeOperation& serve)
+    CommandRunner(const ServeOperation& serve, const TryOperation& tryServing)
         : serve(serve)
+        , tryServing(tryServing)
     {}
 
     ExitStatus operator()(const ServeCommand& command) const
@@ -107,9 +108,11 @@ public:
 
     ExitStatus operator()(const CheckCommand& command) const
     {
-        std::ignore = PrepareHost(command.configuration, Preparation::ToCheck);
-        std::cout << "The configuration can be used.\n";
-        return ExitStatus::Stopped;
+        auto host = PrepareHost(command.configuration, Preparation::ToCheck);
+        const auto status = tryServing(host);
+        if (status == ExitStatus::Stopped)
+            std::cout << "The configuration can be used.\n";
+        return status;
     }
 
     ExitStatus operator()(const PasswordCommand& command) const
@@ -127,6 +130,7 @@ public:
 
 private:
     const ServeOperation& serve;
+    const TryOperation& tryServing;
 };
 
 ExitStatus Fail(const std::string& text, ExitStatus status)
@@ -180,10 +184,11 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
 }
 
 ExitStatus RunApplication(int argumentCount, const char* const* arguments,
-                          const ServeOperation& serve)
+                          const ServeOperation& serve, const TryOperation& tryServing)
 {
     try {
-        return std::visit(CommandRunner(serve), ParseCommandLine(argumentCount, arguments));
+        return std::visit(CommandRunner(serve, tryServing),
+                          ParseCommandLine(argumentCount, arguments));
     } catch (const ConfigurationException& error) {
         return Fail(error);
     } catch (const OpenDoorsException& error) {

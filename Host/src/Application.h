@@ -70,9 +70,13 @@ public:
 /// Serves until a signal asks to stop, and stops.
 using ServeOperation = std::function<ExitStatus(PreparedHost& host, const StopSignals& stop)>;
 
+/// Throws what would keep a host from serving.
+using TryOperation = std::function<ExitStatus(PreparedHost& host)>;
+
 /// Runs what the command line asks for; exceptions end it with a text on standard error and their
 /// status. Texts that were asked for go to standard output.
 [[nodiscard]] ExitStatus RunApplication(int argumentCount, const char* const* arguments,
-                                        const ServeOperation& serve);
+                                        const ServeOperation& serve,
+                                        const TryOperation& tryServing);
 
 } // namespace Host

@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/types.h>
 #include <span>
@@ -138,7 +139,13 @@ private:
     *static_cast<std::string*>(context) = text.data();
 }
 
-void MakeKeyAndCertificate(const Path& folder, const std::string& listenHost)
+struct KeyAndCertificate
+{
+    OwnedBytes key;
+    OwnedBytes certificate;
+};
+
+void Make(KeyAndCertificate& made, const std::string& listenHost)
 {
     const auto machine = GetMachineName();
     std::vector<std::string> subjects = {"O=Talvensor", "CN=Talvensor host on " + machine};
@@ -146,18 +153,14 @@ void MakeKeyAndCertificate(const Path& folder, const std::string& listenHost)
     const auto uaSubjects = ToUaStrings(subjects);
     const auto uaNames = ToUaStrings(names);
     CertificateParameters parameters;
-    OwnedBytes key;
-    OwnedBytes certificate;
     std::string reason;
     const UA_Logger logger = {.log = &KeepMessage, .context = &reason, .clear = nullptr};
     const auto status = UA_CreateCertificate(
         &logger, uaSubjects.data(), uaSubjects.size(), uaNames.data(), uaNames.size(),
-        UA_CERTIFICATEFORMAT_DER, parameters.Get(), key.Get(), certificate.Get());
+        UA_CERTIFICATEFORMAT_DER, parameters.Get(), made.key.Get(), made.certificate.Get());
     if (status != UA_STATUSCODE_GOOD)
-        throw Core::SystemException("key and certificate cannot be made in '" + folder.string() +
-                                    "': " + (reason.empty() ? UA_StatusCode_name(status) : reason));
-    WritePrivateFile(folder / keyName, key.GetText());
-    WritePrivateFile(folder / certificateName, certificate.GetText());
+        throw Core::SystemException("key and certificate cannot be made: " +
+                                    (reason.empty() ? UA_StatusCode_name(status) : reason));
 }
 
 /// A folder under another name until it is complete; then both files are there, or none.
@@ -195,8 +198,21 @@ private:
 void MakeOwnFolder(const Path& folder, const std::string& listenHost)
 {
     UnfinishedFolder unfinished(folder);
-    MakeKeyAndCertificate(unfinished.GetPath(), listenHost);
+    KeyAndCertificate made;
+    Make(made, listenHost);
+    WritePrivateFile(Path(unfinished.GetPath()) / keyName, made.key.GetText());
+    WritePrivateFile(Path(unfinished.GetPath()) / certificateName, made.certificate.GetText());
     unfinished.Become(folder);
+}
+
+void RequireThatItCanBeMade(const Path& folder)
+{
+    auto above = folder;
+    while (above.has_relative_path() && !std::filesystem::exists(above))
+        above = above.parent_path();
+    if (faccessat(AT_FDCWD, above.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+        ThrowSystemError("the folder '" + folder.string() + "' cannot be made in '" +
+                         above.string() + "'");
 }
 
 std::vector<Bytes> ReadFolder(const Path& folder, Pki::WhenMissing whenMissing)
@@ -294,14 +310,15 @@ Pki::Pki(const std::filesystem::path& folder, const std::string& listenHost,
     : trustedFolder(folder / trustedName)
 {
     const auto own = folder / ownName;
-    const bool makes = whenMissing == WhenMissing::Make;
-    if (makes) {
+    if (whenMissing == WhenMissing::Make) {
         MakePrivateFolder(folder);
         if (!std::filesystem::exists(own))
             MakeOwnFolder(own, listenHost);
     }
-    if (makes || std::filesystem::exists(own))
+    if (std::filesystem::exists(own))
         ReadOwn(own);
+    else
+        Borrow(own, listenHost);
     trusted = ReadFolder(trustedFolder, whenMissing);
     issuers = ReadFolder(folder / issuersName, whenMissing);
     revoked = ReadFolder(folder / revokedName, whenMissing);
@@ -316,6 +333,16 @@ void Pki::ReadOwn(const std::filesystem::path& own)
         throw Core::InvalidArgumentException(
             "'" + (own / certificateName).string() +
             "' is no certificate in DER form that names a URI of the application");
+}
+
+void Pki::Borrow(const std::filesystem::path& own, const std::string& listenHost)
+{
+    RequireThatItCanBeMade(own);
+    KeyAndCertificate made;
+    Make(made, listenHost);
+    key = ToBytes(made.key.GetText());
+    certificate = ToBytes(made.certificate.GetText());
+    applicationUri = FindApplicationUri(certificate);
 }
 
 std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder)

@@ -24,7 +24,7 @@ public:
     enum class WhenMissing
     {
         Make,
-        Leave, ///< what is not there counts as empty
+        Leave, ///< a key and a certificate are made in memory alone
     };
 
     /// `listenHost` is what clients may know this host as, beside the machine's name; it is written
@@ -51,6 +51,7 @@ public:
 
 private:
     void ReadOwn(const std::filesystem::path& own);
+    void Borrow(const std::filesystem::path& own, const std::string& listenHost);
 
     std::filesystem::path trustedFolder;
     Bytes key;

@@ -141,4 +141,14 @@ ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
     return ExitStatus::Stopped;
 }
 
+ExitStatus TryServing(PreparedHost& host)
+{
+    Doorkeeper doorkeeper(host.users.get());
+    Endpoint endpoint(
+        *host.runtime, MakeSettings(host),
+        [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
+    endpoint.Stop();
+    return endpoint.Run() ? ExitStatus::Stopped : ExitStatus::NotDrained;
+}
+
 } // namespace Host

@@ -9,4 +9,7 @@ namespace Host {
 /// status `NotDrained`: waiting for it could take forever.
 [[nodiscard]] ExitStatus Serve(PreparedHost& host, const StopSignals& stop);
 
+/// Starts to serve, and stops before any client is answered. Throws what keeps it from serving.
+[[nodiscard]] ExitStatus TryServing(PreparedHost& host);
+
 } // namespace Host

@@ -6,5 +6,6 @@ int main(int argumentCount, char** arguments)
 {
     if (!Host::SettleDescriptors())
         return static_cast<int>(Host::ExitStatus::Failed);
-    return static_cast<int>(Host::RunApplication(argumentCount, arguments, Host::Serve));
+    return static_cast<int>(
+        Host::RunApplication(argumentCount, arguments, Host::Serve, Host::TryServing));
 }

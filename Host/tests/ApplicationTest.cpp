@@ -27,7 +27,8 @@ protected:
         std::vector<const char*> pointers = {"talvensor-host"};
         for (const auto& argument : arguments)
             pointers.push_back(argument.c_str());
-        return RunApplication(static_cast<int>(pointers.size()), pointers.data(), serve);
+        return RunApplication(static_cast<int>(pointers.size()), pointers.data(), serve,
+                              TryNothing);
     }
 
     [[noreturn]] static void RunAndExit(const Texts& arguments,
@@ -40,6 +41,8 @@ protected:
     {
         return ExitStatus::NotDrained;
     }
+
+    static ExitStatus TryNothing(PreparedHost& /*host*/) { return ExitStatus::Stopped; }
 
     Texts GetArguments(const Texts& more) const
     {

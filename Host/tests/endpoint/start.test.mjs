@@ -10,7 +10,7 @@ import {
 import { createServer } from "node:net";
 import { basename, join } from "node:path";
 import { describe, it } from "node:test";
-import { makeFolder, owner, programs, runHost, startHost } from "./harness.mjs";
+import { makeFolder, owner, programs, runHost, startHost, writeUsers } from "./harness.mjs";
 
 const isRoot = process.getuid() === 0;
 const onlyRoot = isRoot ? false : "NOT TESTED: only root can look into a host, and become others";
@@ -124,6 +124,15 @@ describe("A host does not start", () => {
         const pipe = join(place.folder, "pipe");
         assert.equal(spawnSync("mkfifo", [pipe]).status, 0);
         assert.match(refusal(place.flags({}, "--log-file", pipe), 1), /log file/);
+    });
+
+    it("with trusted certificates that are none, for others than this machine", () => {
+        const place = makePlace();
+        const users = join(place.folder, "users");
+        writeUsers(users, { alice: "Tr0ub4dor" });
+        mkdirSync(join(place.pki, "trusted"), { recursive: true, mode: 0o700 });
+        writeFileSync(join(place.pki, "trusted", "client.der"), "no certificate");
+        assert.match(refusal(place.flags({ listen: "opc.tcp://0.0.0.0:0" }, "--users", users), 1), /trusted certificates/);
     });
 
     it("with a module that cannot be loaded", () => {
