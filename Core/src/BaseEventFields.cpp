@@ -14,8 +14,10 @@ namespace Core {
 
 namespace {
 
-/// The severity of an event whose raiser gave none, on the scale from 1 to 1000: informational.
+// The severity of an event whose raiser gave none, on the scale from 1 to 1000: informational, or
+// something that somebody may have to look after.
 constexpr unsigned short defaultSeverity = 100;
+constexpr unsigned short failureSeverity = 500;
 
 std::size_t Locate(const EventArguments& arguments, const char* name)
 {
@@ -35,6 +37,15 @@ std::string Describe(const Value& value)
     return count == 1 ? "1 entry" : std::to_string(count) + " entries";
 }
 
+/// Nothing for a value that is no number (or too large a one).
+std::optional<long> ReadNumber(const Value& value)
+{
+    const ValueKind kind = value.GetKind();
+    if (value.IsArray() || kind < ValueKind::Boolean || kind > ValueKind::Int64)
+        return std::nullopt;
+    return kind == ValueKind::Boolean ? static_cast<long>(value.Get<bool>()) : value.Get<long>();
+}
+
 /// Drawn once for the process and counted from there: as different from any other, without asking
 /// the system for each event.
 Value MakeEventId()
@@ -51,7 +62,8 @@ Value MakeEventId()
 
 } // namespace
 
-BaseEventFields::BaseEventFields(const EventArguments& arguments)
+BaseEventFields::BaseEventFields(const EventArguments& arguments, Outcomes outcomes)
+    : outcomes(std::move(outcomes))
 {
     constexpr std::array<const char*, Count> names{"EventId",    "EventType", "SourceNode",
                                                    "SourceName", "Time",      "ReceiveTime",
@@ -78,28 +90,49 @@ void BaseEventFields::Fill(std::vector<Value>& fields, const INode& source, cons
                            const std::string& typeName) const
 {
     const auto now = DateTime::Now();
+    const auto failure = FindFailure(fields);
     FillOne(fields, EventId, MakeEventId);
     FillOne(fields, EventType, [&] { return Value(type); });
     FillOne(fields, SourceNode, [&] { return Value(source.GetNodeId()); });
     FillOne(fields, SourceName, [&] { return Value(source.GetBrowseName().GetName()); });
     FillOne(fields, Time, [&] { return Value(now); });
     FillOne(fields, ReceiveTime, [&] { return Value(now); });
-    FillOne(fields, Message, [&] { return Value(MakeMessage(fields, typeName)); });
-    FillOne(fields, Severity, [] { return Value(defaultSeverity); });
+    FillOne(fields, Message, [&] { return Value(MakeMessage(fields, typeName, failure)); });
+    FillOne(fields, Severity, [&] { return Value(failure ? failureSeverity : defaultSeverity); });
+}
+
+std::optional<BaseEventFields::Failure>
+BaseEventFields::FindFailure(const std::vector<Value>& fields) const
+{
+    for (const auto& [position, outcome] : outcomes) {
+        const auto number =
+            position < fields.size() ? ReadNumber(fields[position]) : std::optional<long>();
+        if (number && *number != outcome.success)
+            return Failure{&outcome, *number};
+    }
+    return std::nullopt;
 }
 
 std::string BaseEventFields::MakeMessage(const std::vector<Value>& fields,
-                                         const std::string& typeName) const
+                                         const std::string& typeName,
+                                         const std::optional<Failure>& failure) const
 {
-    std::string message = typeName;
-    const char* separator = ": ";
+    const std::string list = ListOwn(fields);
+    if (!failure)
+        return list.empty() ? typeName : typeName + ": " + list;
+    const auto& texts = failure->outcome->texts;
+    const auto text = texts.find(failure->number);
+    return typeName + ": " + (text == texts.end() ? "failed" : text->second) + " (" + list + ")";
+}
+
+std::string BaseEventFields::ListOwn(const std::vector<Value>& fields) const
+{
+    std::string list;
     for (const auto& [position, name] : own) {
-        if (position >= fields.size() || fields[position].IsEmpty())
-            continue;
-        message += separator + name + ' ' + Describe(fields[position]);
-        separator = ", ";
+        if (position < fields.size() && !fields[position].IsEmpty())
+            list += (list.empty() ? "" : ", ") + name + ' ' + Describe(fields[position]);
     }
-    return message;
+    return list;
 }
 
 } // namespace Core

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "Core/Embedding/InformationModel.h"
 #include "Core/Events.h"
 #include "Core/Value.h"
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,9 +20,13 @@ class INode;
 class BaseEventFields
 {
 public:
-    explicit BaseEventFields(const EventArguments& arguments);
+    /// The outcomes of fields, by position.
+    using Outcomes = std::vector<std::pair<std::size_t, Embedding::OutcomeDescription>>;
 
-    /// Fills those that are empty. The message is `typeName` with the event's own fields.
+    explicit BaseEventFields(const EventArguments& arguments, Outcomes outcomes = {});
+
+    /// Fills those that are empty. The message is `typeName` with the event's own fields; a failure
+    /// is told in its words and has a higher severity.
     void Fill(std::vector<Value>& fields, const INode& source, const NodeId& type,
               const std::string& typeName) const;
 
@@ -41,12 +47,23 @@ private:
     template <typename MakeValue>
     void FillOne(std::vector<Value>& fields, Field field, const MakeValue& makeValue) const;
 
-    /// For people: "AckEvent: FileHandle 7, Result 1".
+    /// The first field that tells of a failure, and its number.
+    struct Failure
+    {
+        const Embedding::OutcomeDescription* outcome = nullptr;
+        long number = 0;
+    };
+
+    [[nodiscard]] std::optional<Failure> FindFailure(const std::vector<Value>& fields) const;
+    /// "AckEvent: FileHandle 7, Result 0", "AckEvent: closing failed (FileHandle 7, Result 3)".
     [[nodiscard]] std::string MakeMessage(const std::vector<Value>& fields,
-                                          const std::string& typeName) const;
+                                          const std::string& typeName,
+                                          const std::optional<Failure>& failure) const;
+    [[nodiscard]] std::string ListOwn(const std::vector<Value>& fields) const;
 
     std::array<std::size_t, Count> positions{};
     std::vector<std::pair<std::size_t, std::string>> own; ///< other fields: position and name
+    Outcomes outcomes;
 };
 
 } // namespace Core

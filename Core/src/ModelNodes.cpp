@@ -24,11 +24,27 @@ void AddDataType(NodesToAdd& result, const Embedding::DataTypeDescription& type,
     AddSuperType(result, type.superType, type.id);
 }
 
-void AddObjectType(NodesToAdd& result, const Embedding::ObjectTypeDescription& type,
-                   EventArguments arguments, const NodeEnvironment& environment)
+/// Of the fields of an event type, inherited ones too.
+BaseEventFields::Outcomes GetOutcomes(const Embedding::InformationModel& model,
+                                      const NodeId& eventType, const EventArguments& arguments)
 {
-    result.nodes.push_back(std::make_shared<ObjectTypeNode>(
-        GetIdentity(type), environment, type.displayName, std::move(arguments)));
+    BaseEventFields::Outcomes outcomes;
+    for (NodeId id = eventType; !id.IsEmpty(); id = model.GetObjectType(id).superType) {
+        for (const auto& field : model.GetObjectType(id).eventFields) {
+            if (field.outcome)
+                outcomes.emplace_back(arguments.GetFieldIndex(field.browseName), *field.outcome);
+        }
+    }
+    return outcomes;
+}
+
+void AddObjectType(NodesToAdd& result, const Embedding::ObjectTypeDescription& type,
+                   EventArguments arguments, BaseEventFields::Outcomes outcomes,
+                   const NodeEnvironment& environment)
+{
+    result.nodes.push_back(std::make_shared<ObjectTypeNode>(GetIdentity(type), environment,
+                                                            type.displayName, std::move(arguments),
+                                                            std::move(outcomes)));
     AddSuperType(result, type.superType, type.id);
     for (const auto& method : type.methods) {
         result.nodes.push_back(std::make_shared<BasicNode>(GetIdentity(method), environment));
@@ -53,9 +69,12 @@ NodesToAdd MakeModelNodes(const Embedding::InformationModel& model, const ModelE
     for (auto i = known.dataTypes; i < dataTypes.size(); ++i)
         AddDataType(result, dataTypes[i], environment);
     const auto& objectTypes = model.GetObjectTypes();
-    for (auto i = known.objectTypes; i < objectTypes.size(); ++i)
-        AddObjectType(result, objectTypes[i], model.GetEventArguments(objectTypes[i].id),
+    for (auto i = known.objectTypes; i < objectTypes.size(); ++i) {
+        auto arguments = model.GetEventArguments(objectTypes[i].id);
+        auto outcomes = GetOutcomes(model, objectTypes[i].id, arguments);
+        AddObjectType(result, objectTypes[i], std::move(arguments), std::move(outcomes),
                       environment);
+    }
     return result;
 }
 

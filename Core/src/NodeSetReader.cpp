@@ -96,11 +96,14 @@ void NodeSetReader::AddType(const NodeSetContents& contents, const NodeElement& 
 
 void NodeSetReader::CheckExtensions(const NodeSetGraph& graph) const
 {
-    for (const auto& element : graph.GetElements())
-        if (element.nodeClass != NodeClass::ObjectType)
-            for (const auto& extension : NodeSetContents::GetExtensions(element))
+    for (const auto& element : graph.GetElements()) {
+        if (element.nodeClass == NodeClass::ObjectType)
+            continue;
+        for (const auto& extension : NodeSetContents::GetExtensions(element))
+            if (element.nodeClass != NodeClass::Variable || GetLocalName(extension) != "Outcome")
                 document.Fail(extension, fmt::format("the extension '{}' is for object types",
                                                      extension.name()));
+    }
 }
 
 void NodeSetReader::CheckGeneratedEvents(const NodeSetGraph& graph) const

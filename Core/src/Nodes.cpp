@@ -97,11 +97,12 @@ void BasicNode::EndNotifications()
 }
 
 ObjectTypeNode::ObjectTypeNode(NodeIdentity identity, NodeEnvironment environment,
-                               std::string displayName, EventArguments arguments)
+                               std::string displayName, EventArguments arguments,
+                               BaseEventFields::Outcomes outcomes)
     : BasicNode(std::move(identity), std::move(environment))
     , displayName(std::move(displayName))
     , arguments(std::move(arguments))
-    , baseFields(this->arguments)
+    , baseFields(this->arguments, std::move(outcomes))
 {}
 
 ObjectNode::ObjectNode(NodeIdentity identity, NodeEnvironment environment, ObjectRole role,

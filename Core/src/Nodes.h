@@ -76,7 +76,7 @@ class ObjectTypeNode final : public BasicNode, public IObjectType
 {
 public:
     ObjectTypeNode(NodeIdentity identity, NodeEnvironment environment, std::string displayName,
-                   EventArguments arguments);
+                   EventArguments arguments, BaseEventFields::Outcomes outcomes);
 
     [[nodiscard]] const EventArguments& GetEventArguments() const noexcept override
     {

@@ -125,7 +125,28 @@ EventFieldDescription ObjectTypeReader::ReadEventField(const NodeElement& elemen
         contents.ReadDataTypeId(element.xml, element.xml.attribute("DataType").as_string("i=24"));
     field.valueRank =
         contents.ReadValueRank(element.xml, element.xml.attribute("ValueRank").value());
+    field.outcome = ReadOutcome(element);
     return field;
+}
+
+std::optional<OutcomeDescription> ObjectTypeReader::ReadOutcome(const NodeElement& element) const
+{
+    std::optional<OutcomeDescription> outcome;
+    for (const auto& extension : NodeSetContents::GetExtensions(element)) {
+        if (GetLocalName(extension) != "Outcome")
+            document.Fail(extension,
+                          fmt::format("the extension '{}' is not known", extension.name()));
+        if (outcome)
+            document.Fail(extension, "the field has an outcome already");
+        outcome.emplace();
+        outcome->success = document.ParseNumber<int>(
+            extension, extension.attribute("Success").value(), "the number of a success");
+        for (const auto& text : GetChildren(extension, "Text"))
+            outcome->texts.emplace(document.ParseNumber<int>(text, text.attribute("Value").value(),
+                                                             "the number of an outcome"),
+                                   GetText(text));
+    }
+    return outcome;
 }
 
 std::optional<Guid> ObjectTypeReader::ReadBehaviourFactory(const NodeElement& element) const

@@ -29,6 +29,7 @@ private:
                                                                 int valueRank) const;
     void ReadEventFields(const NodeElement& element, ObjectTypeDescription& type) const;
     [[nodiscard]] EventFieldDescription ReadEventField(const NodeElement& element) const;
+    [[nodiscard]] std::optional<OutcomeDescription> ReadOutcome(const NodeElement& element) const;
     [[nodiscard]] std::optional<Guid> ReadBehaviourFactory(const NodeElement& element) const;
     [[nodiscard]] Guid ReadFactoryGuid(const pugi::xml_node& xml) const;
 

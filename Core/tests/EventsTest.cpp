@@ -80,6 +80,20 @@ TEST_F(AnEvent, HasEveryBaseFieldFilled)
     EXPECT_THROW(static_cast<void>(event.GetField(QualifiedName(0, "Nothing"))), NotFoundException);
 }
 
+TEST_F(AnEvent, TellsOfAFailureInWordsAndWithAHigherSeverity)
+{
+    const auto subscription = Record(device);
+    RaiseDeviceEvent(device, 8);
+    RaiseDeviceEvent(device, 9);
+    ASSERT_EQ(heard.size(), 2U);
+    for (const auto& event : heard)
+        EXPECT_GT(Base(*event, "Severity").Get<unsigned short>(), 100);
+    EXPECT_EQ(Base(*heard[0], "Message").Get<std::string>(),
+              "Something happened to a device: it broke (Number 8)");
+    EXPECT_EQ(Base(*heard[1], "Message").Get<std::string>(),
+              "Something happened to a device: failed (Number 9)");
+}
+
 TEST_F(AnEvent, KeepsTheBaseFieldsThatItsRaiserFilled)
 {
     const auto subscription = Record(device);

@@ -41,11 +41,19 @@ struct MethodDescription : NodeDescription
     std::vector<ArgumentDescription> outputs;
 };
 
+/// What the number in a field says of its event. Every number but one tells of a failure.
+struct OutcomeDescription
+{
+    long success = 0;
+    std::unordered_map<long, std::string> texts; ///< for people, by number; not for all
+};
+
 /// A field of an event type: a property of the type.
 struct EventFieldDescription : NodeDescription
 {
     NodeId dataType;
     int valueRank = -1;
+    std::optional<OutcomeDescription> outcome; ///< of a field that has one
 };
 
 /// An object type or event type. Lists hold what the type itself adds, not what it inherits.
@@ -101,9 +109,11 @@ public:
     /// The nodes of a file belong to the models that it declares; a model is loaded once, after
     /// those that it requires. The factory of a type's behaviours is named in its extensions, by an
     /// element `BehaviourFactory` of the XML namespace "urn:Talvensor:Core:Model" whose attribute
-    /// `Guid` has the 32 digits. Methods and fields keep the order in which the file describes
-    /// them. Throws InvalidModelException naming the file, the line, the node and what is wrong
-    /// with it (the model is unchanged then; a namespace that was registered stays),
+    /// `Guid` has the 32 digits. The outcome of an event field is described in the same place, by
+    /// an element `Outcome` with the attribute `Success` and an element `Text` with the attribute
+    /// `Value` for each number that has a text. Methods and fields keep the order in which the file
+    /// describes them. Throws InvalidModelException naming the file, the line, the node and what is
+    /// wrong with it (the model is unchanged then; a namespace that was registered stays),
     /// SystemException when the file cannot be read.
     void LoadNodeSet(const std::filesystem::path& file);
 
