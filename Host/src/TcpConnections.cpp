@@ -22,6 +22,10 @@ using Tcp = asio::ip::tcp;
 using ErrorCode = boost::system::error_code;
 
 constexpr std::size_t inputSize = std::size_t{256} << 10U;
+/// Read at a time from a connection that never had a session: each of a stranger's messages can
+/// cost milliseconds, since it is signed or encrypted, and between two reads all others get their
+/// turn.
+constexpr std::size_t strangerInputSize = std::size_t{2} << 10U;
 /// While a message is being handled its answers gather up to this, to be sent in one go.
 constexpr std::size_t gatherSize = std::size_t{64} << 10U;
 /// As many buffers as are handed to the system at once.
@@ -421,7 +425,8 @@ void TcpConnections::OnReadable(const SharedConnection& connection)
         if (!MayRead(*connection))
             return;
         ErrorCode error;
-        const auto size = connection->socket.read_some(asio::buffer(input), error);
+        const auto most = strangers.WasAdmitted(connection->id) ? inputSize : strangerInputSize;
+        const auto size = connection->socket.read_some(asio::buffer(input, most), error);
         if (error && error != asio::error::would_block)
             return BeginClose(connection);
         if (!error)

@@ -94,6 +94,26 @@ describe("Many guesses at once", () => {
         }
     });
 
+    it("do not hold up others, who get their turn between them", async () => {
+        const host = await startHost({ users, flags: ["--trust-any-client"] });
+        try {
+            const files = await (await login(host, "alice")).createFiles();
+            const stranger = await RawClient.open(host);
+            const session = await stranger.createSession();
+            const guesses = Array.from({ length: 1_000 }, () => named(session, "nobody", "wrong"));
+            let answered = false;
+            const statuses = stranger.activateSessions(guesses, session).finally(() => (answered = true));
+            for (let i = 0; i < 4; ++i) {
+                await files.call("Exists", host.root);
+                assert.ok(!answered, `all guesses are answered before the call ${i + 1}`);
+            }
+            await statuses;
+            await stranger.end();
+        } finally {
+            await host.stop();
+        }
+    });
+
     it("keep out nobody who logs in meanwhile, and nobody's calls", async () => {
         const host = await startHost({ users, flags: ["--trust-any-client"] });
         const connect = host.connect.bind(host);
