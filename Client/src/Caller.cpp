@@ -158,6 +158,8 @@ TicketPointer Caller::SetPosition(std::uint32_t handle, std::uint64_t position)
 
 void CheckAnswer(const Ticket& ticket)
 {
+    if (ticket.isLost && ticket.isOverdue)
+        throw CallOverdue(ticket.node->GetEngine().DescribeOverdue(ticket));
     if (ticket.isLost)
         throw CallsLost();
     if (ticket.IsRefused())
@@ -174,13 +176,13 @@ void CheckAnswer(const Ticket& ticket)
 
 void Caller::AwaitAnswer(const TicketPointer& ticket)
 {
-    Wait([&] { return ticket->isAnswered.load(); });
+    Wait(*ticket, [&] { return ticket->isAnswered.load(); });
     CheckAnswer(*ticket);
 }
 
 void Caller::AwaitEvent(const TicketPointer& ticket)
 {
-    Wait([&] { return ticket->isEventIn.load() && ticket->isAnswered.load(); });
+    Wait(*ticket, [&] { return ticket->isEventIn.load() && ticket->isAnswered.load(); });
     CheckAnswer(*ticket);
 }
 
@@ -195,6 +197,18 @@ bool Caller::Recover()
     return isSame;
 }
 
+Waiter::Deadline Caller::GetAnswerDeadline(Waiter::Deadline lastLife) const
+{
+    return lastLife + node->GetEngine().GetOptions().answerTime;
+}
+
+void Caller::GiveUp(const Ticket& ticket) const
+{
+    const std::string text = node->GetEngine().DescribeOverdue(ticket);
+    node->GetEngine().GiveUp(text);
+    throw CallOverdue(text);
+}
+
 Waiter::Deadline Caller::GetClosingDeadline() const
 {
     return cancellation != nullptr && cancellation->IsCancelled()
@@ -202,12 +216,18 @@ Waiter::Deadline Caller::GetClosingDeadline() const
                : std::chrono::steady_clock::now() + closingTime;
 }
 
+bool Caller::AwaitClosing()
+{
+    const auto barrier = Barrier();
+    return waiter->WaitUntil([&] { return barrier->isEventIn.load(); }, GetClosingDeadline()) &&
+           !barrier->isLost;
+}
+
 void Caller::CloseAnyway(std::uint32_t handle) noexcept
 {
     try {
-        const auto ticket = Close(handle);
-        const auto barrier = Barrier();
-        waiter->WaitUntil([&] { return barrier->isEventIn.load(); }, GetClosingDeadline());
+        Close(handle);
+        AwaitClosing();
     } catch (const std::exception&) {
         // Out of memory or the like: the session's end closes it.
     }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "Client/Cancellation.h"
+#include "Client/Exceptions.h"
 #include "Node.h"
 #include "Ticket.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -17,6 +19,15 @@ namespace Client {
 /// calls. Never leaves the library.
 struct CallsLost
 {};
+
+/// They are lost since the server gave no sign of life for the time that the options allow.
+struct CallOverdue : CallsLost
+{
+    explicit CallOverdue(std::string text)
+        : text(std::move(text))
+    {}
+    std::string text; ///< which call, and how long
+};
 
 /// The calls that one thread makes on a file system. Paths are given as they are and escaped here.
 class Caller
@@ -53,10 +64,17 @@ public:
 
     void AwaitAnswer(const TicketPointer& ticket);
     void AwaitEvent(const TicketPointer& ticket);
+    /// `ticket` is what is waited for, in what is said when nothing comes.
     template <typename Condition>
-    void Wait(const Condition& condition)
+    void Wait(const Ticket& ticket, const Condition& condition)
     {
-        waiter->Wait(condition, cancellation);
+        auto deadline = GetAnswerDeadline(std::chrono::steady_clock::now());
+        while (!waiter->WaitUntil(condition, cancellation, deadline)) {
+            const auto later = GetAnswerDeadline(node->GetLastLife());
+            if (later <= deadline)
+                GiveUp(ticket);
+            deadline = later;
+        }
     }
 
     /// After CallsLost: waits until there is a connection. False when handles are gone with it;
@@ -70,12 +88,17 @@ public:
         for (;;) {
             try {
                 return function();
+            } catch (const CallOverdue& overdue) {
+                throw ConnectionLostException(overdue.text);
             } catch (const CallsLost&) {
                 Recover();
             }
         }
     }
 
+    /// Waits, for a short time and without being cancelled, until all that was posted is over.
+    /// Returns false when that is not known.
+    bool AwaitClosing();
     /// Closes a file without being cancelled, for a short time. Whatever goes wrong is left to the
     /// end of the session.
     void CloseAnyway(std::uint32_t handle) noexcept;
@@ -89,6 +112,8 @@ public:
 
 private:
     [[nodiscard]] Waiter::Deadline GetClosingDeadline() const;
+    [[nodiscard]] Waiter::Deadline GetAnswerDeadline(Waiter::Deadline lastLife) const;
+    [[noreturn]] void GiveUp(const Ticket& ticket) const;
     [[nodiscard]] TicketPointer Make(Method method) const;
     [[nodiscard]] TicketPointer Post(TicketPointer ticket) const;
     [[nodiscard]] TicketPointer MakeOnHandle(Method method, std::uint32_t handle) const;

@@ -24,6 +24,10 @@ using OpcUa::ViewOf;
 using std::chrono::steady_clock;
 
 constexpr UA_UInt32 cancellationWait = 50; // ms
+/// What this client announces that it takes: a listing with 61440 names of 255 bytes that are all
+/// escaped has 64 MB.
+constexpr UA_UInt32 largestMessage = UA_UInt32{128} << 20U;
+constexpr UA_UInt32 smallestChunk = 8192; // that the standard allows
 
 /// "host:port" of a URL. Throws InvalidArgumentException.
 std::string ParseServer(const std::string& url)
@@ -242,6 +246,8 @@ void Engine::SetSecurity(const UA_EndpointDescription& endpoint)
     const std::string name = "talvensor-client " + std::to_string(getpid());
     configuration.sessionName = UA_STRING_ALLOC(name.c_str());
     configuration.clientContext = this;
+    configuration.localConnectionConfig.localMaxMessageSize = largestMessage;
+    configuration.localConnectionConfig.localMaxChunkCount = largestMessage / smallestChunk;
     client.reset(UA_Client_newWithConfig(&configuration));
     if (!client)
         throw ClientException("there is no memory for a client");

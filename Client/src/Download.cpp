@@ -1,9 +1,11 @@
 #include "Jobs.h"
 #include "LocalFiles.h"
+#include "ResumableTransfer.h"
 #include "Sizes.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <deque>
 #include <fcntl.h>
 #include <mutex>
@@ -14,134 +16,10 @@ namespace Client {
 
 namespace {
 
-constexpr std::uint32_t readSize = 61440; // the most that one Read returns
-constexpr std::size_t fewestReads = 8;
-constexpr std::size_t mostReads = 64; // of all jobs together; the host holds back more output
+constexpr std::size_t compareSize = std::size_t{256} << 10U;
+/// A time so close to now says nothing of what is written next.
+constexpr std::chrono::seconds presentTime{60};
 constexpr std::size_t filesAtOnce = 32;
-
-/// A remote file that is read from some position to its end.
-class RemoteReader
-{
-public:
-    RemoteReader(Caller& caller, const std::string& remote, std::uint64_t start, std::size_t jobs)
-        : caller(caller)
-        , remote(remote)
-        , most(std::max(mostReads / jobs, fewestReads))
-        , position(start)
-    {}
-    RemoteReader(const RemoteReader&) = delete;
-    RemoteReader& operator=(const RemoteReader&) = delete;
-    ~RemoteReader()
-    {
-        if (handle)
-            caller.CloseAnyway(handle->GetNumber());
-    }
-
-    /// Returns the size.
-    std::uint64_t Run(const PartSink& sink)
-    {
-        for (bool isSame = false;;) {
-            try {
-                if (!isSame)
-                    Open();
-                Seek();
-                ReadAll(sink);
-                Close();
-                return position;
-            } catch (const CallsLost&) {
-                pending.clear();
-                isSame = caller.Recover() && handle != nullptr;
-                if (!isSame)
-                    handle.reset(); // the server closed it with the session
-                CountLoss();
-            }
-        }
-    }
-
-private:
-    void Open()
-    {
-        handle.reset();
-        const auto open = caller.Open(remote, openForReading);
-        const auto barrier = caller.Barrier();
-        caller.AwaitAnswer(open);
-        handle = open->opened;
-        caller.AwaitEvent(barrier);
-        if (const auto result = handle->GetFailure(); result != 0) {
-            handle.reset();
-            throw FileFailed(MakeRemoteFailure(remote, Step::Open, result));
-        }
-    }
-
-    void CountLoss()
-    {
-        losses = position > positionBefore ? 1 : losses + 1;
-        positionBefore = position;
-        if (losses >= mostLosses)
-            throw FileFailed(MakeUnknownFailure(remote, Step::Read, describeLosses));
-    }
-
-    /// After a lost connection reads may have run whose bytes never came.
-    void Seek()
-    {
-        if (position == 0 && !hasRead)
-            return;
-        caller.SetPosition(handle->GetNumber(), position);
-        const auto check = caller.GetPosition(handle->GetNumber());
-        caller.AwaitAnswer(check);
-        if (!check->hasOutput || check->readPosition != position)
-            throw FileFailed(
-                MakeUnknownFailure(remote, Step::Resume, "it cannot be read from there on"));
-    }
-
-    void ReadAll(const PartSink& sink)
-    {
-        std::size_t depth = std::min(most, std::size_t{4});
-        for (;;) {
-            while (pending.size() < depth)
-                pending.push_back(caller.Read(handle->GetNumber(), readSize));
-            const auto first = std::move(pending.front());
-            pending.pop_front();
-            hasRead = true;
-            caller.AwaitAnswer(first);
-            if (!first->hasOutput)
-                throw FileFailed(MakeUnknownFailure(remote, Step::Read, "it is not open any more"));
-            const auto bytes = first->read.Get();
-            if (bytes.empty())
-                return;
-            caller.ThrowIfCancelled();
-            sink(position, bytes);
-            position += bytes.size();
-            depth = std::min(most, depth + 1);
-        }
-    }
-
-    /// That the position fits says that no part was left out. Failing to close what was only read
-    /// loses nothing.
-    void Close()
-    {
-        const auto check = caller.GetPosition(handle->GetNumber());
-        caller.Close(handle->GetNumber());
-        caller.AwaitAnswer(check);
-        handle.reset();
-        pending.clear();
-        if (check->hasOutput && check->readPosition != position)
-            throw FileFailed(
-                MakeUnknownFailure(remote, Step::Read,
-                                   "not all of its bytes arrived, though the server gave no "
-                                   "reason"));
-    }
-
-    Caller& caller;
-    const std::string& remote;
-    const std::size_t most;
-    std::uint64_t position;
-    std::uint64_t positionBefore = 0; // at the loss before
-    unsigned int losses = 0;          // in a row, without progress
-    bool hasRead = false;
-    std::shared_ptr<RemoteHandle> handle;
-    std::deque<TicketPointer> pending;
-};
 
 struct DownloadJob
 {
@@ -347,21 +225,38 @@ private:
             PartFile part(place.directory.Get(), place.leaf, place.part, job.local,
                           options.resumes);
             hasBegun = true;
-            const std::uint64_t start = FindStart(caller, job, part);
+            ResumableTransfer resumable = MakeResumable(job);
+            const std::uint64_t start = FindStart(caller, job, part, resumable);
+            resumable.Forget();
             transfer.tally.Resume(start);
-            const std::uint64_t size =
-                ReadRemoteFile(caller, job.remote, start, transfer.GetJobs(),
-                               [&](std::uint64_t position, std::span<const unsigned char> bytes) {
-                                   WriteAt(part.GetDescriptor(), job.local, bytes, position);
-                                   transfer.tally.Move(job.remote, position + bytes.size(),
-                                                       std::nullopt, bytes.size());
-                               });
+            const std::uint64_t size = Fetch(caller, job, part, start, resumable);
             if (options.verifies)
                 CompareContents(caller, job.remote, part.GetDescriptor(), job.local,
                                 transfer.GetJobs());
             part.Finish(GetTimeToSet(job));
             transfer.tally.FinishFile(job.remote, size);
         });
+    }
+
+    /// Leaves a record where it is broken off.
+    std::uint64_t Fetch(Caller& caller, const DownloadJob& job, const PartFile& part,
+                        std::uint64_t start, ResumableTransfer& resumable)
+    {
+        try {
+            const auto size =
+                ReadRemoteFile(caller, job.remote, start, transfer.GetJobs(),
+                               [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                                   WriteAt(part.GetDescriptor(), job.local, bytes, position);
+                                   resumable.Add(position, bytes);
+                                   transfer.tally.Move(job.remote, position + bytes.size(),
+                                                       std::nullopt, bytes.size());
+                               });
+            resumable.Forget();
+            return size;
+        } catch (...) {
+            resumable.BreakOff(std::nullopt);
+            throw;
+        }
     }
 
     void CompareWhole(Caller& caller, const DownloadJob& job, const Place& place) const
@@ -380,21 +275,63 @@ private:
         return FindPlace(job);
     }
 
-    /// Where an earlier transfer broke off. What it wrote last has to be the same at the source.
-    static std::uint64_t FindStart(Caller& caller, const DownloadJob& job, PartFile& part)
+    [[nodiscard]] ResumableTransfer MakeResumable(const DownloadJob& job) const
     {
-        const std::uint64_t size = part.GetSize();
-        if (size == 0)
-            return 0;
+        // A file of this very time may be changed without another one.
+        const bool isProof = job.time && *job.time < std::chrono::system_clock::now() - presentTime;
+        return {transfer.records,
+                {Direction::Down, transfer.fileSystem.GetServer(), NormalizeLocal(job.local),
+                 Normalize(job.remote)},
+                0,
+                isProof ? std::optional<std::int64_t>(job.time->time_since_epoch().count())
+                        : std::nullopt};
+    }
+
+    /// Returns from where on the part can be carried on: what an earlier transfer kept of the file
+    /// if neither has changed since. The part holds nothing else afterwards.
+    std::uint64_t FindStart(Caller& caller, const DownloadJob& job, PartFile& part,
+                            ResumableTransfer& resumable) const
+    {
+        const auto record = options.resumes ? resumable.FindEarlier() : std::nullopt;
+        const std::uint64_t size = record ? record->length : 0;
+        if (size > 0 && size <= part.GetSize() && IsPartTheSame(*record, job, part, resumable) &&
+            IsTailTheSame(caller, job, part, size)) {
+            part.Truncate(size);
+            return size;
+        }
+        part.Truncate(0);
+        return 0;
+    }
+
+    /// Tells the transfer of what is there.
+    static bool IsPartTheSame(const TransferRecord& record, const DownloadJob& job,
+                              const PartFile& part, ResumableTransfer& resumable)
+    {
+        PrefixDigest digest;
+        std::vector<unsigned char> buffer(compareSize);
+        for (std::uint64_t position = 0; position < record.length;) {
+            const auto wanted = std::min<std::uint64_t>(buffer.size(), record.length - position);
+            const auto bytes = std::span(buffer).first(
+                ReadAt(part.GetDescriptor(), job.local, std::span(buffer).first(wanted), position));
+            if (bytes.empty())
+                return false;
+            digest.Add(position, bytes);
+            position += bytes.size();
+        }
+        if (digest.Get() != record.digest)
+            return false;
+        resumable.CarryOn(std::move(digest));
+        return true;
+    }
+
+    static bool IsTailTheSame(Caller& caller, const DownloadJob& job, const PartFile& part,
+                              std::uint64_t size)
+    {
         const std::uint64_t tail = std::min<std::uint64_t>(size, readSize);
         std::vector<unsigned char> local(tail);
         ReadAt(part.GetDescriptor(), job.local, local, size - tail);
-        const auto remote =
-            caller.Repeat([&] { return ReadTail(caller, job.remote, size - tail, tail); });
-        if (remote == local)
-            return size;
-        part.Truncate(0); // another file was there
-        return 0;
+        return local ==
+               caller.Repeat([&] { return ReadTail(caller, job.remote, size - tail, tail); });
     }
 
     static std::vector<unsigned char> ReadTail(Caller& caller, const std::string& remote,
@@ -500,7 +437,7 @@ private:
     {
         caller.AwaitEvent(batch.barrier);
         for (auto& file : batch.files) {
-            caller.Wait([&] { return file.open->isAnswered.load(); });
+            caller.Wait(*file.open, [&] { return file.open->isAnswered.load(); });
             if (file.open->isLost)
                 throw CallsLost();
             if (file.open->opened == nullptr || file.open->opened->GetFailure() != 0)
@@ -515,7 +452,7 @@ private:
     {
         for (auto& file : batch.files) {
             if (file.read)
-                caller.Wait([&] { return file.read->isAnswered.load(); });
+                caller.Wait(*file.read, [&] { return file.read->isAnswered.load(); });
             if (file.read && file.read->isLost)
                 throw CallsLost();
             const DownloadJob& job = *std::exchange(file.job, nullptr);
@@ -575,35 +512,6 @@ private:
 };
 
 } // namespace
-
-std::uint64_t ReadRemoteFile(Caller& caller, const std::string& remote, std::uint64_t start,
-                             std::size_t jobs, const PartSink& sink)
-{
-    return RemoteReader(caller, remote, start, jobs).Run(sink);
-}
-
-void CompareContents(Caller& caller, const std::string& remote, int local,
-                     const std::string& localName, std::size_t jobs)
-{
-    std::vector<unsigned char> buffer(readSize);
-    const auto differ = [&](std::uint64_t position) {
-        Failure failure =
-            MakeUnknownFailure(remote, Step::Verify,
-                               "its content differs from the other side's, from byte " +
-                                   std::to_string(position) + " on or later");
-        failure.kind = FailureKind::Different;
-        throw FileFailed(std::move(failure));
-    };
-    const auto size = ReadRemoteFile(
-        caller, remote, 0, jobs, [&](std::uint64_t position, std::span<const unsigned char> bytes) {
-            const auto expected = std::span(buffer).first(bytes.size());
-            if (ReadAt(local, localName, expected, position) != bytes.size() ||
-                !std::equal(bytes.begin(), bytes.end(), expected.begin()))
-                differ(position);
-        });
-    if (ReadAt(local, localName, std::span(buffer).first(1), size) != 0)
-        differ(size);
-}
 
 TransferResult FileSystem::Download(const std::vector<TransferItem>& items,
                                     const TransferOptions& options)

@@ -210,6 +210,7 @@ void Engine::RunThread()
         try {
             RunDepartures();
             RunFunctions();
+            TakeOverdue();
             TakePosted();
             SendPosted();
             // The calls above run the loop too, and take the wake-up for what has come meanwhile.
@@ -239,7 +240,8 @@ void Engine::RunThread()
 bool Engine::HasWork()
 {
     const std::lock_guard lock(mutex);
-    return isStopping || !departures.empty() || !functions.empty() || !posted.empty();
+    return isStopping || !departures.empty() || !functions.empty() || !posted.empty() ||
+           !overdue.empty();
 }
 
 void Engine::Post(TicketPointer ticket)
@@ -471,8 +473,10 @@ void Engine::TakeAnswer(const TicketPointer& ticket, const UA_CallResponse& resp
 {
     UA_StatusCode status = response.responseHeader.serviceResult;
     if (IsLoss(status)) {
-        if (status == UA_STATUSCODE_BADTIMEOUT)
-            Break(std::string(GetName(ticket->method)) + " was not answered in time");
+        if (status == UA_STATUSCODE_BADTIMEOUT) {
+            ticket->isOverdue = true;
+            Break(DescribeOverdue(*ticket));
+        }
         RemoteNode::Lose(*ticket);
         return;
     }
@@ -485,6 +489,38 @@ void Engine::TakeAnswer(const TicketPointer& ticket, const UA_CallResponse& resp
             ? &response.results[0].outputArguments[0]
             : nullptr;
     ticket->node->TakeAnswer(ticket, status, output);
+}
+
+std::string Engine::DescribeOverdue(const Ticket& ticket) const
+{
+    std::string text = GetName(ticket.method);
+    const std::string& path = ticket.paths.empty() ? ticket.path : ticket.paths.front();
+    if (!path.empty())
+        text += " of '" + OpcUa::UnescapeFromUtf8(path) + "'";
+    const auto seconds = std::chrono::duration<double>(options.answerTime).count();
+    std::array<char, 32> number{};
+    std::snprintf(number.data(), number.size(), "%g", seconds);
+    return text + " had no answer for " + number.data() + " s";
+}
+
+void Engine::GiveUp(const std::string& reason)
+{
+    {
+        const std::lock_guard lock(mutex);
+        overdue = reason;
+    }
+    loop.Wake();
+}
+
+void Engine::TakeOverdue()
+{
+    std::string reason;
+    {
+        const std::lock_guard lock(mutex);
+        reason.swap(overdue);
+    }
+    if (!reason.empty())
+        Break(reason);
 }
 
 void Engine::Break(std::string_view reason) noexcept

@@ -80,9 +80,21 @@ public:
     /// lost. Not for the engine's thread.
     void Leave(EventListener& listener) noexcept;
 
+    /// Has the connection made again since a call is waited for no longer: what comes for it later
+    /// would be taken for the answer to another one. Any thread.
+    void GiveUp(const std::string& reason);
+    /// Returns in words that the call had no answer. Any thread.
+    [[nodiscard]] std::string DescribeOverdue(const Ticket& ticket) const;
+
     /// From that time on there is no connection, and none is made. Any thread.
     void EndBy(std::chrono::steady_clock::time_point deadline) noexcept;
 
+    /// Returns what the server is recognised by, whatever URL leads there: its certificate, or its
+    /// URL where it shows none. Any thread.
+    [[nodiscard]] const std::string& GetServer() const noexcept
+    {
+        return fingerprint.empty() ? options.url : fingerprint;
+    }
     [[nodiscard]] const ConnectionOptions& GetOptions() const noexcept { return options; }
 
     // For the engine's thread.
@@ -143,6 +155,7 @@ private:
     void RunFunctions();
     [[nodiscard]] bool HasWork();
     void RunDepartures();
+    void TakeOverdue();
     void SendPosted();
     void Send(const TicketPointer& ticket);
     static void OnAnswer(UA_Client* client, void* userdata, UA_UInt32 request,
@@ -195,6 +208,7 @@ private:
     std::vector<Function> functions;
     std::vector<Departure> departures;
     std::string lossReason;
+    std::string overdue; // the call that is waited for no longer
 
     Waiter interruption; // ends waiting between two attempts to connect
     std::atomic<bool> isStopping{false};

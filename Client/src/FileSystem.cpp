@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t directoriesAtOnce = 16;
 constexpr std::size_t pathsAtOnce = 500;
+constexpr const char* describeNoContent =
+    "its entries do not fit into a message that the server and this client take";
 
 std::string Quote(const std::string& path)
 {
@@ -70,6 +72,10 @@ private:
             Fail(done.path, "it cannot be read");
             return;
         }
+        if (done.list->hasNoContent) {
+            Fail(done.path, describeNoContent);
+            return;
+        }
         if (done.list->isLimitExceeded)
             Fail(done.path, "it has more entries than the server tells of (61440)");
         for (auto& entry : done.list->entries) {
@@ -104,14 +110,17 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
     if (!barrier->exists)
         throw OperationFailedException("cannot list " + Quote(directory) +
                                        ": there is no such directory");
-    const bool isWhole = !list->hasNoEvent && !list->isLimitExceeded;
+    const bool isWhole = !list->hasNoEvent && !list->isLimitExceeded && !list->hasNoContent;
     if (isRecursive && !isWhole) {
         Listing walked = Walk(caller, directory).Run();
         if (walked.entries.empty() && !walked.failures.empty())
-            throw OperationFailedException("cannot list " + Quote(directory) +
-                                           ": it cannot be read");
+            throw OperationFailedException("cannot list " + Quote(directory) + ": " +
+                                           walked.failures.front().cause);
         return walked;
     }
+    if (list->hasNoContent)
+        throw OperationFailedException("cannot list " + Quote(directory) + ": " +
+                                       describeNoContent);
     if (list->hasNoEvent)
         throw OperationFailedException("cannot list " + Quote(directory) + ": it cannot be read");
     Listing listing{std::move(list->entries), {}};

@@ -23,6 +23,11 @@ public:
     {
         return {node, cancellation};
     }
+    [[nodiscard]] const std::filesystem::path& GetStateFolder() const noexcept
+    {
+        return node->GetEngine().GetOptions().stateFolder;
+    }
+    [[nodiscard]] std::string GetServer() const { return node->GetEngine().GetServer(); }
     [[nodiscard]] const std::shared_ptr<RemoteNode>& GetNode() const noexcept { return node; }
 
 private:

@@ -3,6 +3,7 @@
 #include "Caller.h"
 #include "FileSystemImplementation.h"
 #include "Tally.h"
+#include "TransferRecords.h"
 
 #include <algorithm>
 #include <atomic>
@@ -30,6 +31,7 @@ struct Transfer
     FileSystem::Implementation& fileSystem;
     const TransferOptions& options;
     Tally tally{options};
+    const TransferRecords records{fileSystem.GetStateFolder()};
     std::atomic<bool> isOver{false}; ///< cancelled, or the connection is gone
 
     [[nodiscard]] std::size_t GetJobs() const noexcept
@@ -122,6 +124,9 @@ void DoAll(Transfer& transfer, const std::vector<File>& files, const Function& f
     for (auto& thread : threads)
         thread.join();
 }
+
+/// The most that one Read returns.
+constexpr std::uint32_t readSize = 61440;
 
 /// Reads a remote file from a position to its end into a sink that takes its parts in order,
 /// each with where it begins. Resumes over lost connections. Returns the file's size. Throws

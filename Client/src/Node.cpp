@@ -143,11 +143,25 @@ RemoteNode::State RemoteNode::Await(Waiter& waiter, const Cancellation* cancella
         }
     };
     const Leave leave{*this, waiter};
-    waiter.Wait(isSettled, cancellation);
+    // Behind the connection there is the mark, which what was asked before it may hold up.
+    const auto limit = engine.GetOptions().reconnectTime + engine.GetOptions().answerTime;
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!waiter.WaitUntil(isSettled, cancellation, deadline)) {
+        const auto later = GetLastLife() + limit;
+        if (later <= deadline)
+            throw ConnectionLostException("the server does not say that what was asked before the "
+                                          "connection was lost is over");
+        deadline = later;
+    }
     const std::lock_guard lock(mutex);
     if (isDead)
         throw ConnectionLostException(engine.GetLossReason());
     return state;
+}
+
+void RemoteNode::ShowLife() noexcept
+{
+    lastLife = std::chrono::steady_clock::now().time_since_epoch().count();
 }
 
 // The connection comes and goes
@@ -277,6 +291,7 @@ bool RemoteNode::TakeForSending(const TicketPointer& ticket)
 
 void RemoteNode::TakeAnswer(const TicketPointer& ticket, UA_StatusCode status, UA_Variant* output)
 {
+    ShowLife();
     ticket->status = status;
     auto* const queue = FindQueue(ticket->method);
     if (status != UA_STATUSCODE_GOOD && queue != nullptr) {
@@ -332,6 +347,7 @@ void RemoteNode::OnEvent(std::size_t count, UA_Variant* fields)
 {
     if (count != eventFields)
         return;
+    ShowLife();
     if (IsOverflow(fields[typeField])) {
         engine.Break("the server dropped events");
         return;
@@ -385,11 +401,12 @@ void RemoteNode::TakeExists(bool exists)
         return;
     const std::uint64_t number = existsQueue.front().number;
     existsQueue.front().ticket->exists = exists;
-    // A listing that was asked for before and has said nothing so far never will.
-    while (!listQueue.empty() && listQueue.front().number < number) {
-        listQueue.front().ticket->hasNoEvent = true;
-        TakeFirst(listQueue);
-    }
+    // What was asked for before and has said nothing so far never will.
+    for (auto* const queue : {&listQueue, &deleteQueue, &createQueue})
+        while (!queue->empty() && queue->front().number < number) {
+            queue->front().ticket->hasNoEvent = true;
+            TakeFirst(*queue);
+        }
     TakeFirst(existsQueue);
 }
 
@@ -399,6 +416,7 @@ void RemoteNode::TakeList(const UA_Variant* fields)
         return;
     Ticket& ticket = *listQueue.front().ticket;
     ticket.entries = TakeEntries(fields[contentField]);
+    ticket.hasNoContent = fields[contentField].type == nullptr;
     ticket.isLimitExceeded = GetScalar<UA_Boolean>(fields[limitField], UA_TYPES_BOOLEAN, false);
     TakeFirst(listQueue);
 }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -85,6 +86,12 @@ public:
     /// CancelledException. Any thread.
     State Await(Waiter& waiter, const Cancellation* cancellation);
 
+    /// Returns when an answer or an event came last. Any thread.
+    [[nodiscard]] std::chrono::steady_clock::time_point GetLastLife() const noexcept
+    {
+        return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(lastLife));
+    }
+
     [[nodiscard]] Engine& GetEngine() const noexcept { return engine; }
     [[nodiscard]] const std::shared_ptr<HandleTable>& GetHandles() const noexcept
     {
@@ -114,6 +121,7 @@ private:
     };
     using Queue = std::deque<Waiting>;
 
+    void ShowLife() noexcept;
     void Make();
     void SendMark();
     void BeginEpoch();
@@ -135,6 +143,8 @@ private:
     Queue deleteQueue;
     Queue createQueue;
     std::optional<std::uint32_t> mark; // the handle that is closed to know that all before is over
+
+    std::atomic<std::chrono::steady_clock::rep> lastLife{0};
 
     mutable std::mutex mutex; // guards what follows
     bool isReady = false;

@@ -177,7 +177,8 @@ struct Ticket
 
     std::atomic<bool> isAnswered{false};
     UA_StatusCode status = UA_STATUSCODE_GOOD;
-    std::atomic<bool> isLost{false}; ///< nobody knows whether it ran; set before the flags
+    std::atomic<bool> isLost{false};    ///< nobody knows whether it ran; set before the flags
+    std::atomic<bool> isOverdue{false}; ///< lost since no answer came in time; set before isLost
     bool hasOutput = false;
     std::shared_ptr<RemoteHandle> opened;
     UaBytes read;
@@ -186,6 +187,7 @@ struct Ticket
 
     std::atomic<bool> isEventIn{false}; ///< for the methods that events answer
     bool hasNoEvent = false;            ///< the listing died
+    bool hasNoContent = false;          ///< the listing did not fit into a message
     bool exists = false;
     bool isLimitExceeded = false;
     std::vector<ListEntry> entries;

@@ -2,6 +2,7 @@
 
 #include "Client/Exceptions.h"
 #include "Descriptor.h"
+#include "PrivateFiles.h"
 
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/types.h>
@@ -35,62 +36,6 @@ using Bytes = std::vector<unsigned char>;
 constexpr UA_UInt16 keyBits = 2048; // the most that every security policy takes
 constexpr UA_UInt16 validDays = 10 * 365;
 
-[[noreturn]] void Fail(const std::string& what)
-{
-    throw ClientException(what + ": " + std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
-}
-
-void MakePrivateFolder(const Path& folder)
-{
-    if (folder.empty())
-        throw InvalidArgumentException("no folder for keys and known servers was given");
-    std::error_code error;
-    if (folder.has_parent_path())
-        std::filesystem::create_directories(folder.parent_path(), error);
-    if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST)
-        Fail("the folder '" + folder.string() + "' cannot be made");
-}
-
-std::string ReadWhole(const Path& file)
-{
-    const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!descriptor.IsOpen())
-        Fail("'" + file.string() + "' cannot be read");
-    std::string content;
-    std::array<char, 4096> block{};
-    for (;;) {
-        const auto count = read(descriptor.Get(), block.data(), block.size());
-        if (count == 0)
-            return content;
-        if (count < 0 && errno != EINTR)
-            Fail("'" + file.string() + "' cannot be read");
-        if (count > 0)
-            content.append(block.data(), static_cast<std::size_t>(count));
-    }
-}
-
-/// At once and with mode 0600: whoever reads it meets the old content or the new one.
-void ReplaceFile(const Path& file, std::string_view content)
-{
-    std::string name = file.string() + ".XXXXXX";
-    const Descriptor descriptor(mkostemp(name.data(), O_CLOEXEC));
-    if (!descriptor.IsOpen())
-        Fail("'" + file.string() + "' cannot be written");
-    while (!content.empty()) {
-        const auto count = write(descriptor.Get(), content.data(), content.size());
-        if (count < 0 && errno != EINTR) {
-            unlink(name.c_str());
-            Fail("'" + file.string() + "' cannot be written");
-        }
-        if (count > 0)
-            content.remove_prefix(static_cast<std::size_t>(count));
-    }
-    if (fsync(descriptor.Get()) != 0 || rename(name.c_str(), file.c_str()) != 0) {
-        unlink(name.c_str());
-        Fail("'" + file.string() + "' cannot be written");
-    }
-}
-
 /// Lets one process at a time make or change what is in the folder.
 class FolderLock
 {
@@ -100,10 +45,10 @@ public:
               open((folder / "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR))
     {
         if (!descriptor.IsOpen())
-            Fail("'" + (folder / "lock").string() + "' cannot be made");
+            FailWithSystemError("'" + (folder / "lock").string() + "' cannot be made");
         while (flock(descriptor.Get(), LOCK_EX) != 0)
             if (errno != EINTR)
-                Fail("'" + (folder / "lock").string() + "' cannot be locked");
+                FailWithSystemError("'" + (folder / "lock").string() + "' cannot be locked");
     }
 
 private:
@@ -128,7 +73,7 @@ std::string GetMachineName()
 {
     std::array<char, HOST_NAME_MAX + 1> name{};
     if (gethostname(name.data(), name.size() - 1) != 0)
-        Fail("the machine's name cannot be read");
+        FailWithSystemError("the machine's name cannot be read");
     return name.data();
 }
 

@@ -32,6 +32,21 @@ public:
         }
     }
 
+    /// Likewise, until a deadline. Returns false when the condition has not come true by then.
+    /// Throws CancelledException.
+    template <typename Condition>
+    bool WaitUntil(const Condition& condition, const Cancellation* cancellation, Deadline deadline)
+    {
+        while (!condition()) {
+            if (cancellation != nullptr && cancellation->IsCancelled())
+                throw CancelledException();
+            if (std::chrono::steady_clock::now() >= deadline)
+                return false;
+            SleepUnless(condition, cancellation, deadline);
+        }
+        return true;
+    }
+
     /// False when the condition has not come true by the deadline.
     template <typename Condition>
     bool WaitUntil(const Condition& condition, Deadline deadline)

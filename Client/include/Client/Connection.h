@@ -72,7 +72,10 @@ struct ConnectionOptions
 
     /// For finding the server and logging in, in all.
     std::chrono::milliseconds connectTime{10'000};
-    /// How long a call may stay without an answer before the connection counts as lost.
+    /// How long a call may be without any sign of life: no answer and no event, of this call or of
+    /// any other of the same FileSystem. Then the connection counts as lost, and an operation that
+    /// is no transfer throws ConnectionLostException with the name of the call. Work that the
+    /// server reports when it is done, such as deleting a tree, has to be done in that time.
     std::chrono::milliseconds answerTime{60'000};
     /// How long a lost connection is tried again; 0: not at all.
     std::chrono::milliseconds reconnectTime{60'000};

@@ -97,9 +97,9 @@ struct TransferOptions
     /// How many files of blocks are on their way at the same time, 1 to 64. Small files are many
     /// at a time in any case.
     std::size_t jobs = 2;
-    /// Carries on where an earlier transfer broke off: the target's size is where it begins, and a
-    /// whole target of the same time is left as it is. Only for sources that have not changed
-    /// since.
+    /// Carries on where an earlier transfer of a large file broke off, if the record of it in
+    /// ConnectionOptions::stateFolder proves that what is there is the beginning of the source;
+    /// starts over otherwise. A whole target of the same time (uploads: and size) is left as it is.
     bool resumes = false;
     /// Compares the contents end to end afterwards, what was there before too.
     bool verifies = false;

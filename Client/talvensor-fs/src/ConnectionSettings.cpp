@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <string_view>
@@ -73,6 +75,13 @@ std::string GetText(const fs::path& file, const toml::key& key, const toml::node
 void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& key,
            const toml::node& node)
 {
+    if (key.str() == "timeout") {
+        const auto seconds = node.value_exact<std::int64_t>();
+        if (!seconds)
+            Refuse(file, key.source(), "timeout takes a number of seconds");
+        settings.timeout = ParseTimeout(std::to_string(*seconds));
+        return;
+    }
     const auto text = GetText(file, key, node);
     if (key.str() == "endpoint")
         settings.endpoint = text;
@@ -85,7 +94,7 @@ void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& 
     else
         Refuse(file, key.source(),
                "there is no setting " + std::string(key.str()) +
-                   "; a profile has endpoint, user, password-file and security");
+                   "; a profile has endpoint, user, password-file, security and timeout");
 }
 
 template <typename Value>
@@ -153,6 +162,7 @@ ConnectionSettings Combine(ConnectionSettings first, const ConnectionSettings& s
     TakeUnless(first.user, second.user);
     TakeUnless(first.passwordFile, second.passwordFile);
     TakeUnless(first.security, second.security);
+    TakeUnless(first.timeout, second.timeout);
     return first;
 }
 
@@ -191,6 +201,18 @@ Client::Security ParseSecurity(const std::string& text)
         return Client::Security::Encrypted;
     throw Client::InvalidArgumentException("'" + text +
                                            "' is no security: auto, plain or encrypted");
+}
+
+std::chrono::seconds ParseTimeout(const std::string& text)
+{
+    constexpr unsigned int longest = 86'400;
+    unsigned int seconds = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, seconds);
+    if (parsed.ec != std::errc() || parsed.ptr != end || seconds == 0 || seconds > longest)
+        throw Client::InvalidArgumentException("'" + text +
+                                               "' is no time-out: 1 to 86400 whole seconds");
+    return std::chrono::seconds(seconds);
 }
 
 std::string ReadPasswordFile(const fs::path& path)

@@ -2,6 +2,7 @@
 
 #include "Client/Connection.h"
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -16,6 +17,7 @@ struct ConnectionSettings
     std::optional<std::string> user;
     std::optional<std::filesystem::path> passwordFile;
     std::optional<Client::Security> security;
+    std::optional<std::chrono::seconds> timeout;
 };
 
 /// Those of the first place that says something, one by one.
@@ -36,6 +38,9 @@ struct ConnectionSettings
 
 /// "auto", "plain" or "encrypted". Throws InvalidArgumentException.
 [[nodiscard]] Client::Security ParseSecurity(const std::string& text);
+
+/// A whole number of seconds, 1 to 86400. Throws InvalidArgumentException.
+[[nodiscard]] std::chrono::seconds ParseTimeout(const std::string& text);
 
 /// The first line of a file that its owner alone may read. Throws InvalidArgumentException.
 [[nodiscard]] std::string ReadPasswordFile(const std::filesystem::path& file);

@@ -34,6 +34,7 @@ constexpr const char* footer =
     "    user = \"ann\"\n"
     "    password-file = \"plant.password\"\n"
     "    security = \"encrypted\"\n"
+    "    timeout = 120\n"
     "\n"
     "A server's certificate is shown when it is first seen and remembered once it is trusted.\n"
     "Relative remote paths are seen from the server's working directory. Paths are bytes: names\n"
@@ -54,7 +55,8 @@ constexpr const char* putFooter =
     "There is no rename on the server: put writes in place. What was at the target is overwritten\n"
     "from the start, and who reads it meanwhile sees a part. After an interruption the target\n"
     "holds the part that was sent, under its own name and with another time than the source; put\n"
-    "says which files that are, and put --continue carries on at their ends.\n"
+    "says which files that are, and put --continue carries on at their ends, unless the source or\n"
+    "the target has changed since.\n"
     "\n"
     "Times are set to whole seconds. Of the permissions the server can be told two: executable\n"
     "(where the owner may execute) and read-only (where nobody may write).\n";
@@ -335,8 +337,8 @@ private:
                 .recursive =
                     AddFlag(*command, "-r,--recursive", "directories with all that is in them"),
                 .resumes = AddFlag(*command, "-c,--continue",
-                                   "carries on where an earlier transfer broke off; only for "
-                                   "sources that have not changed since"),
+                                   "carries on where an earlier transfer broke off, unless "
+                                   "source or target have changed since: then it starts over"),
                 .verifies =
                     AddFlag(*command, "--verify", "compares the contents end to end afterwards"),
                 .jobs = jobs};
@@ -504,6 +506,8 @@ public:
         , security(Add(app, "--security", "auto|plain|encrypted",
                        "auto: encrypted where the server offers it (encrypted where there is a "
                        "user, otherwise auto)"))
+        , timeout(Add(app, "--timeout", "SECONDS",
+                      "gives up on a call without a sign of life for so long (60)"))
         , fingerprint(Add(app, "--trust-fingerprint", "FP",
                           "trusts the server with this certificate (SHA-256) and no other"))
         , acceptsNew(AddFlag(app, "--accept-new",
@@ -520,6 +524,8 @@ public:
         settings.passwordFile = GetText(passwordFile);
         if (const auto text = GetText(security))
             settings.security = ParseSecurity(*text);
+        if (const auto text = GetText(timeout))
+            settings.timeout = ParseTimeout(*text);
         return settings;
     }
 
@@ -547,6 +553,7 @@ private:
     CLI::Option* const user;
     CLI::Option* const passwordFile;
     CLI::Option* const security;
+    CLI::Option* const timeout;
     CLI::Option* const fingerprint;
     CLI::Option* const acceptsNew;
 };

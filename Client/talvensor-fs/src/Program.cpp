@@ -99,6 +99,8 @@ private:
         // A password is not to be sent in the open because somebody took the encryption away.
         options.security = settings.security.value_or(settings.user ? Client::Security::Encrypted
                                                                     : Client::Security::Automatic);
+        if (settings.timeout)
+            options.answerTime = *settings.timeout;
         options.stateFolder = GetStateFolder();
         options.trustServer = [this](const Client::ServerCertificate& certificate) {
             return trust.Decide(certificate);

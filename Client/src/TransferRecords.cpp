@@ -1,0 +1,125 @@
+#include "TransferRecords.h"
+
+#include "PrivateFiles.h"
+
+#include <chrono>
+#include <exception>
+#include <span>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+
+namespace Client {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Nobody carries on after so long; and what is recorded names files.
+constexpr std::chrono::hours keptFor{30 * 24};
+constexpr std::string_view format = "talvensor-transfer-1";
+
+std::span<const unsigned char> BytesOf(const std::string& text)
+{
+    return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+}
+
+/// Every part is told from the next: names have no NUL.
+std::string GetName(const TransferKey& key)
+{
+    std::string text = key.direction == Direction::Up ? "up" : "down";
+    for (const auto* const part : {&key.server, &key.local, &key.remote})
+        text += '\0' + *part;
+    PrefixDigest digest;
+    digest.Add(0, BytesOf(text));
+    return digest.Get();
+}
+
+std::string ToText(const TransferRecord& record)
+{
+    std::ostringstream text;
+    text << format << ' ' << record.sourceSize << ' ' << record.sourceTime << ' ' << record.length
+         << ' ' << record.digest << ' ' << (record.targetSize ? 1 : 0) << ' '
+         << record.targetSize.value_or(0) << ' ' << record.targetTime << " end\n";
+    return text.str();
+}
+
+std::optional<TransferRecord> FromText(const std::string& text)
+{
+    std::istringstream words(text);
+    TransferRecord record;
+    std::string start;
+    std::string end;
+    int hasTarget = 0;
+    std::uint64_t targetSize = 0;
+    words >> start >> record.sourceSize >> record.sourceTime >> record.length >> record.digest >>
+        hasTarget >> targetSize >> record.targetTime >> end;
+    if (!words || start != format || end != "end")
+        return std::nullopt;
+    if (hasTarget != 0)
+        record.targetSize = targetSize;
+    return record;
+}
+
+} // namespace
+
+TransferRecords::TransferRecords(const fs::path& stateFolder)
+    : folder(stateFolder.empty() ? fs::path() : stateFolder / "transfers")
+{}
+
+fs::path TransferRecords::GetFile(const TransferKey& key) const
+{
+    return folder / GetName(key);
+}
+
+std::optional<TransferRecord> TransferRecords::Find(const TransferKey& key) const noexcept
+{
+    try {
+        if (folder.empty() || !fs::exists(GetFile(key)))
+            return std::nullopt;
+        if (fs::last_write_time(GetFile(key)) + keptFor < fs::file_time_type::clock::now())
+            return std::nullopt;
+        return FromText(ReadWhole(GetFile(key)));
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+void TransferRecords::Save(const TransferKey& key, const TransferRecord& record) const noexcept
+{
+    try {
+        if (folder.empty())
+            return;
+        MakePrivateFolder(folder.parent_path());
+        MakePrivateFolder(folder);
+        RemoveExpired();
+        ReplaceFile(GetFile(key), ToText(record));
+    } catch (const std::exception&) {
+        Remove(key); // the one of an earlier transfer says nothing of this one
+    }
+}
+
+void TransferRecords::Remove(const TransferKey& key) const noexcept
+{
+    try {
+        std::error_code error;
+        if (!folder.empty())
+            fs::remove(GetFile(key), error);
+    } catch (const std::exception&) {
+        // Out of memory: what is found later is compared with what is there.
+    }
+}
+
+void TransferRecords::RemoveExpired() const
+{
+    std::error_code error;
+    const auto oldest = fs::file_time_type::clock::now() - keptFor;
+    for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        std::error_code unknown;
+        if (entry->last_write_time(unknown) < oldest && !unknown)
+            fs::remove(entry->path(), unknown);
+    }
+}
+
+} // namespace Client

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "PrefixDigest.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace Client {
+
+/// What is known of a transfer of one file that was broken off: enough to prove that what there is
+/// of the target is a prefix of the source.
+struct TransferRecord
+{
+    std::uint64_t sourceSize = 0; ///< 0 where it was not known
+    std::int64_t sourceTime = 0;  ///< in the units of the side that the source is on
+    std::uint64_t length = 0;     ///< of the prefix that the digest covers
+    std::string digest;
+    /// Size and time of the remote target after its last write; none when the connection was lost
+    /// before they could be asked for.
+    std::optional<std::uint64_t> targetSize;
+    std::int64_t targetTime = 0;
+};
+
+enum class Direction
+{
+    Up,
+    Down,
+};
+
+/// Names one transfer: from where, to where, and which server.
+struct TransferKey
+{
+    Direction direction = Direction::Up;
+    std::string server; ///< what it is recognised by, whatever URL leads there
+    std::string local;  ///< absolute
+    std::string remote;
+};
+
+/// The records of transfers that were broken off: files in the folder "transfers" of the state
+/// folder, for their owner alone. They serve to save time, so nothing is thrown: a record that
+/// cannot be written or read is none. Any thread, any number of processes.
+class TransferRecords
+{
+public:
+    /// An empty path: nothing is recorded.
+    explicit TransferRecords(const std::filesystem::path& stateFolder);
+
+    [[nodiscard]] std::optional<TransferRecord> Find(const TransferKey& key) const noexcept;
+    void Save(const TransferKey& key, const TransferRecord& record) const noexcept;
+    void Remove(const TransferKey& key) const noexcept;
+
+private:
+    [[nodiscard]] std::filesystem::path GetFile(const TransferKey& key) const;
+    void RemoveExpired() const;
+
+    std::filesystem::path folder;
+};
+
+} // namespace Client
