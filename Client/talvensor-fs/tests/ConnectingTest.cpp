@@ -213,7 +213,7 @@ TEST_F(AUser, KeepsSettingsInAProfile)
     fs::copy_file(passwordFile, folder / "secret");
     WriteFile(folder / "client.toml", "[plant]\nendpoint = \"" + desk.host.GetUrl() +
                                           "\"\nuser = \"" + userName +
-                                          "\"\npassword-file = \"secret\"\n"
+                                          "\"\npassword-file = \"secret\"\ntimeout = 60\n"
                                           "[odd]\n\ncolour = \"red\"\n");
     const auto result = desk.Run({"--profile", "plant", "--accept-new", "ls"});
     EXPECT_EQ(result.status, 0) << result.error;
@@ -222,7 +222,7 @@ TEST_F(AUser, KeepsSettingsInAProfile)
     EXPECT_THAT(unknown.error, HasSubstr("no profile [nothing]"));
     const auto odd = desk.Run({"--profile", "odd", "ls"});
     EXPECT_EQ(odd.status, 2);
-    EXPECT_THAT(odd.error, HasSubstr("client.toml:7: there is no setting colour"));
+    EXPECT_THAT(odd.error, HasSubstr("client.toml:8: there is no setting colour"));
     fs::remove(folder / "client.toml");
     const auto missing = desk.Run({"--profile", "plant", "ls"});
     EXPECT_EQ(missing.status, 2);

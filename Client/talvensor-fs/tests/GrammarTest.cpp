@@ -104,6 +104,16 @@ TEST(TheHelp, HasLinesThatFitATerminal)
     }
 }
 
+TEST(TheCommandLine, TakesATimeoutInSeconds)
+{
+    const auto invocation = std::get<Invocation>(ParseArguments({"--timeout", "5", "info"}));
+    EXPECT_EQ(invocation.connection.timeout, std::chrono::seconds(5));
+    for (const std::string wrong : {"0", "-1", "5s", "", "100000"})
+        EXPECT_THROW((void)ParseArguments({"--timeout", wrong, "info"}),
+                     Client::InvalidArgumentException)
+            << wrong;
+}
+
 TEST(ANameWithANul, IsRefusedOnTheCommandLineAndInTheShell)
 {
     const std::string cut("keep\0x", 6);
