@@ -97,7 +97,8 @@ std::optional<ConnectionId> Strangers::FindSurplus(const std::string& address) c
         if (first == nullptr || GoesBefore(each, *first))
             first = &each;
     }
-    return count < limits.perAddress ? std::nullopt : std::optional(first->first);
+    return first == nullptr || count < limits.perAddress ? std::nullopt
+                                                         : std::optional(first->first);
 }
 
 std::optional<ConnectionId> Strangers::FindOldest() const

@@ -131,6 +131,10 @@ TcpListeners::Owner TcpConnections::MakeListenersOwner()
         [this](const TcpChannel& listener, Tcp::socket socket) {
             AddConnection(listener, std::move(socket));
         },
+        [this] {
+            if (const auto oldest = strangers.FindOldest())
+                GiveWay(*oldest);
+        },
         [this] { CheckStopped(); },
     };
 }
@@ -323,8 +327,13 @@ bool TcpConnections::MakeRoom(const std::string& address)
         leaving = strangers.FindOldest();
     ReportRoom(isFull, leaving.has_value());
     if (leaving)
-        Refuse(*leaving, {UA_STATUSCODE_BADTCPSERVERTOOBUSY, "gives way to a newer connection"});
+        GiveWay(*leaving);
     return leaving || !isFull;
+}
+
+void TcpConnections::GiveWay(ConnectionId id)
+{
+    Refuse(id, {UA_STATUSCODE_BADTCPSERVERTOOBUSY, "gives way to a newer connection"});
 }
 
 /// Not again for each one that comes and goes at the limit.

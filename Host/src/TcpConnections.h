@@ -123,6 +123,7 @@ private:
     // Accepting
     UA_StatusCode Open(const UA_KeyValueMap& parameters, const TcpChannel& channel);
     bool MakeRoom(const std::string& address);
+    void GiveWay(ConnectionId id);
     void ReportRoom(bool isFull, bool hasStrangers);
     void AddConnection(const TcpChannel& listener, Tcp::socket socket);
 

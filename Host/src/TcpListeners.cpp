@@ -201,8 +201,10 @@ void TcpListeners::OnAcceptable(const SharedListener& listener, const ErrorCode&
         return Accept(listener);
     if (failure) {
         OnAcceptFailed(*listener, failure);
-        if (IsOutOfResources(failure))
+        if (IsOutOfResources(failure)) {
+            owner.makeRoom();
             return RetryAccept(listener);
+        }
     } else {
         if (std::exchange(listener->failing, false)) {
             UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,

@@ -30,6 +30,8 @@ public:
         std::function<void(TcpChannel&, UA_ConnectionState, const UA_KeyValueMap&)> notify;
         /// Takes over a new connection. What it throws is logged.
         std::function<void(const TcpChannel& listener, Tcp::socket)> accept;
+        /// There is no descriptor or memory for a further connection; the next try follows.
+        std::function<void()> makeRoom;
         /// One has closed, and is no longer among them.
         std::function<void()> closed;
     };

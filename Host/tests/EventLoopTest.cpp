@@ -1287,6 +1287,18 @@ TEST_F(Strange, ConnectionsDoNotKeepOthersOutWhereverTheyComeFrom)
     EXPECT_EQ(log.Count("those without a session give way"), 1U);
 }
 
+TEST_F(Strange, ConnectionsGiveWayWhenThereAreNoDescriptors)
+{
+    const RawClient old(port);
+    WaitForConnection(old);
+    const RawClient next; // its descriptor is taken before
+    const NoDescriptors none;
+    next.Connect(port);
+    EXPECT_TRUE(old.IsClosedByPeer());
+    next.Send(hello);
+    EXPECT_EQ(next.Receive(hello.size()), hello);
+}
+
 TEST_F(Strange, ConnectionsAreClosedWhenTheyDoNotTakeTheirAnswers)
 {
     const RawClient client(port);

@@ -419,8 +419,9 @@ describe("A host keeps its bounds", () => {
         }));
 
     it("of descriptors, when connections take them all", async () =>
-        survives({ limits: ["nofile=200:200"] }, async (host, steady) => {
+        survives({ limits: ["nofile=60:60"] }, async (host, steady) => {
             const idle = await steady.callDuring(Promise.all(Array.from({ length: 300 }, () => RawClient.connect(host))));
+            await logged(host, "cannot accept connections");
             await steady.call(1_000);
             await Promise.all(idle.map((each) => each.socket.destroy()));
             const files = await (await host.connect()).createFiles();
