@@ -2,7 +2,6 @@
 
 #include "BaseNodes.h"
 #include "Core/Exception.h"
-#include "Core/NamespaceMap.h"
 #include "NodeSetReader.h"
 
 #include <algorithm>
@@ -153,7 +152,6 @@ const Description& Find(const std::vector<Description>& types, const Index& inde
 } // namespace
 
 InformationModel::InformationModel()
-    : modelUris{NamespaceMap::baseUri, NamespaceMap::hostUri}
 {
     for (const auto& type : baseDataTypes)
         Add(MakeDescription(type));

@@ -7,14 +7,15 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <utility>
 
 namespace Core::Embedding {
 
 namespace {
 
-bool Contains(const std::vector<std::string>& uris, const std::string& uri)
+bool Contains(const std::vector<ModelDescription>& models, const std::string& uri)
 {
-    return std::ranges::find(uris, uri) != uris.end();
+    return std::ranges::find(models, uri, &ModelDescription::uri) != models.end();
 }
 
 } // namespace
@@ -35,7 +36,7 @@ void NodeSetReader::Read()
             AddType(contents, element);
     CheckExtensions(graph);
     CheckGeneratedEvents(graph);
-    model.modelUris.insert(model.modelUris.end(), ownModels.begin(), ownModels.end());
+    model.models.insert(model.models.end(), ownModels.begin(), ownModels.end());
 }
 
 void NodeSetReader::ReadModels()
@@ -44,26 +45,34 @@ void NodeSetReader::ReadModels()
     if (declarations.empty())
         document.Fail(document.GetRoot(), "the file declares no model");
     for (const auto& declaration : declarations)
-        ownModels.push_back(ReadModelUri(declaration));
+        ownModels.push_back(ReadModel(declaration));
     for (const auto& declaration : declarations)
         CheckRequiredModels(declaration);
 }
 
-std::string NodeSetReader::ReadModelUri(const pugi::xml_node& declaration) const
+ModelDescription NodeSetReader::ReadModel(const pugi::xml_node& declaration) const
 {
     std::string uri = declaration.attribute("ModelUri").value();
     if (uri.empty())
         document.Fail(declaration, "a model has no URI");
-    if (Contains(model.modelUris, uri) || Contains(ownModels, uri))
+    if (IsKnown(uri))
         document.Fail(declaration, fmt::format("the model '{}' is there already", uri));
-    return uri;
+    return {std::move(uri), declaration.attribute("Version").value(),
+            declaration.attribute("PublicationDate").value()};
+}
+
+/// The base model and that of the host itself are there without a file.
+bool NodeSetReader::IsKnown(const std::string& modelUri) const
+{
+    return modelUri == NamespaceMap::baseUri || modelUri == NamespaceMap::hostUri ||
+           Contains(model.models, modelUri) || Contains(ownModels, modelUri);
 }
 
 void NodeSetReader::CheckRequiredModels(const pugi::xml_node& declaration) const
 {
     for (const auto& required : GetChildren(declaration, "RequiredModel")) {
         const std::string uri = required.attribute("ModelUri").value();
-        if (!Contains(model.modelUris, uri) && !Contains(ownModels, uri))
+        if (!IsKnown(uri))
             document.Fail(required,
                           fmt::format("the model requires '{}', which is not loaded", uri));
     }
@@ -72,8 +81,8 @@ void NodeSetReader::CheckRequiredModels(const pugi::xml_node& declaration) const
 std::unordered_set<int> NodeSetReader::GetOwnNamespaces() const
 {
     std::unordered_set<int> namespaces;
-    for (const auto& uri : ownModels)
-        namespaces.insert(NamespaceMap::Register(uri));
+    for (const auto& own : ownModels)
+        namespaces.insert(NamespaceMap::Register(own.uri));
     return namespaces;
 }
 

@@ -27,7 +27,8 @@ public:
 
 private:
     void ReadModels();
-    [[nodiscard]] std::string ReadModelUri(const pugi::xml_node& declaration) const;
+    [[nodiscard]] ModelDescription ReadModel(const pugi::xml_node& declaration) const;
+    [[nodiscard]] bool IsKnown(const std::string& modelUri) const;
     void CheckRequiredModels(const pugi::xml_node& declaration) const;
     [[nodiscard]] std::unordered_set<int> GetOwnNamespaces() const;
 
@@ -38,7 +39,7 @@ private:
 
     InformationModel& model;
     NodeSetDocument document;
-    std::vector<std::string> ownModels;
+    std::vector<ModelDescription> ownModels;
     std::unordered_set<NodeId, HashNodeId> begunTypes; // whose supertypes are being added
 };
 

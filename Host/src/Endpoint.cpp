@@ -2,10 +2,12 @@
 
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
+#include "Endpoint/DataTypeDefinitions.h"
 #include "Endpoint/EventBacklog.h"
 #include "Endpoint/EventFilters.h"
 #include "Endpoint/EventRelay.h"
 #include "Endpoint/MethodCalls.h"
+#include "Endpoint/NamespaceMetadata.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/NodeStore.h"
 #include "Endpoint/Objects.h"
@@ -180,6 +182,7 @@ private:
     EventFilters filters;        // after the server
     const Namespaces namespaces; // after the server
     const StructureTypes structures;
+    const DataTypeDefinitions definitions;
     const Values values;
     Objects objects;
     EventBacklog backlog;
@@ -202,14 +205,16 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , filters(*server)
     , namespaces(*server)
     , structures(*model, namespaces)
+    , definitions(*server, *model, namespaces, structures)
     , values(namespaces, structures)
     , objects(*server, nodeStore, namespaces)
     , backlog(namespaces, settings.waitingEvents)
     , events(*server, loop, runtime, namespaces, values, objects, backlog)
     , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions)
 {
-    UA_Server_getConfig(server.get())->customDataTypes = &structures.GetArray();
     TypeProjection(*server, *model, namespaces).Project();
+    definitions.RequireServed(*server);
+    AddNamespaceMetadata(*server, *model, namespaces);
     // What is done outside of messages is the host's own work, or a session's with its own nodes.
     nodeStore.SetRule([this](const UA_NodeId& node) {
         const ConnectionId connection = loop.GetCurrentConnection();

@@ -69,21 +69,30 @@ std::vector<UA_EnumValueType> TextsWithValues(const std::vector<DataTypeField>& 
     return values;
 }
 
-/// The dimensions of a list of any length.
-void SetListDimensions(UA_VariableAttributes& attributes)
+/// As the models' files declare variables: to be read.
+UA_VariableAttributes ReadOnlyAttributes()
 {
-    static UA_UInt32 anyLength = 0;
+    UA_VariableAttributes attributes = UA_VariableAttributes_default;
+    attributes.accessLevel = UA_ACCESSLEVELMASK_READ;
+    return attributes;
+}
+
+/// `length` must live until the attributes are used; 0: any length.
+void SetListDimensions(UA_VariableAttributes& attributes, UA_UInt32& length)
+{
     attributes.valueRank = UA_VALUERANK_ONE_DIMENSION;
-    attributes.arrayDimensions = &anyLength;
+    attributes.arrayDimensions = &length;
     attributes.arrayDimensionsSize = 1;
 }
 
 template <typename T>
-UA_VariableAttributes ListAttributes(std::vector<T>& elements, const UA_DataType& type)
+UA_VariableAttributes ListAttributes(std::vector<T>& elements, const UA_DataType& type,
+                                     UA_UInt32& length)
 {
-    UA_VariableAttributes attributes = UA_VariableAttributes_default;
+    UA_VariableAttributes attributes = ReadOnlyAttributes();
     attributes.dataType = type.typeId;
-    SetListDimensions(attributes);
+    length = static_cast<UA_UInt32>(elements.size());
+    SetListDimensions(attributes, length);
     UA_Variant_setArray(&attributes.value, elements.data(), elements.size(), &type);
     return attributes;
 }
@@ -133,9 +142,10 @@ void TypeProjection::AddTexts(const DataTypeDescription& type)
     const UA_QualifiedName browseName{0, ViewOf(name)};
     auto texts = TextsByPosition(type.fields);
     auto values = TextsWithValues(type.fields);
+    UA_UInt32 length = 0;
     UA_VariableAttributes attributes =
-        name == "EnumValues" ? ListAttributes(values, UA_TYPES[UA_TYPES_ENUMVALUETYPE])
-                             : ListAttributes(texts, UA_TYPES[UA_TYPES_LOCALIZEDTEXT]);
+        name == "EnumValues" ? ListAttributes(values, UA_TYPES[UA_TYPES_ENUMVALUETYPE], length)
+                             : ListAttributes(texts, UA_TYPES[UA_TYPES_LOCALIZEDTEXT], length);
     attributes.displayName = LocalizedViewOf(name);
     AddProperty(type.textsPropertyId, type.id, browseName, attributes);
 }
@@ -206,16 +216,30 @@ void TypeProjection::AddMethod(const Core::NodeId& owner, const MethodDescriptio
                 Adding(method));
     RequireGood(UA_Server_setMethodNodeAsync(&server, *id, true), Adding(method));
     AddReference(method.id, UA_NS0ID_HASMODELLINGRULE, BaseId(UA_NS0ID_MODELLINGRULE_MANDATORY));
+    if (!method.inputs.empty())
+        CompleteArguments(method.inputArgumentsId);
+    if (!method.outputs.empty())
+        CompleteArguments(method.outputArgumentsId);
+}
+
+/// The library adds these with rights to write their status and time, and without a rule.
+void TypeProjection::CompleteArguments(const Core::NodeId& property)
+{
+    RequireGood(
+        UA_Server_writeAccessLevel(&server, *namespaces.ToUa(property), UA_ACCESSLEVELMASK_READ),
+        "limiting the access to " + property.ToString());
+    AddReference(property, UA_NS0ID_HASMODELLINGRULE, BaseId(UA_NS0ID_MODELLINGRULE_MANDATORY));
 }
 
 void TypeProjection::AddEventField(const Core::NodeId& type, const EventFieldDescription& field)
 {
-    UA_VariableAttributes attributes = Describe(UA_VariableAttributes_default, field);
+    UA_VariableAttributes attributes = Describe(ReadOnlyAttributes(), field);
     const auto dataType = namespaces.ToUa(field.dataType);
     attributes.dataType = *dataType;
     attributes.valueRank = field.valueRank;
+    UA_UInt32 anyLength = 0;
     if (field.valueRank == UA_VALUERANK_ONE_DIMENSION)
-        SetListDimensions(attributes);
+        SetListDimensions(attributes, anyLength);
     AddProperty(field.id, type, namespaces.ToUaView(field.browseName), attributes);
     AddReference(field.id, UA_NS0ID_HASMODELLINGRULE, BaseId(UA_NS0ID_MODELLINGRULE_MANDATORY));
 }

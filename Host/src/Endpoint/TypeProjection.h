@@ -28,6 +28,7 @@ private:
     void AddTexts(const Core::Embedding::DataTypeDescription& type);
     void AddEncoding(const Core::Embedding::DataTypeDescription& type);
     void Add(const Core::Embedding::ObjectTypeDescription& type);
+    void CompleteArguments(const Core::NodeId& property);
     void AddEventField(const Core::NodeId& type,
                        const Core::Embedding::EventFieldDescription& field);
     void AddReference(const Core::NodeId& from, UA_UInt32 referenceType, const UA_NodeId& to);

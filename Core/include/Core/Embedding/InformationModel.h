@@ -96,6 +96,14 @@ struct DataTypeDescription : NodeDescription
     std::string textsPropertyName;
 };
 
+/// A model that a file declares, in the file's own words.
+struct ModelDescription
+{
+    std::string uri;
+    std::string version;         ///< empty where the file has none
+    std::string publicationDate; ///< "2026-11-21T00:00:00Z"; empty where the file has none
+};
+
 /// The types of an address space: the base types that the host itself needs, and those read from
 /// NodeSet2 files (OPC 10000-6, annex F). A value: copy it, extend the copy, publish it whole.
 class CORE_API InformationModel
@@ -131,6 +139,9 @@ public:
         return dataTypes;
     }
 
+    /// The models of the files, in the order in which they were loaded.
+    [[nodiscard]] const std::vector<ModelDescription>& GetModels() const noexcept { return models; }
+
     /// True for the type itself too; false for identifiers that name no type.
     [[nodiscard]] bool IsSubtypeOf(const NodeId& descendant, const NodeId& ancestor) const;
 
@@ -152,7 +163,7 @@ private:
     void Add(DataTypeDescription type);
     [[nodiscard]] std::vector<const ObjectTypeDescription*> GetLineage(const NodeId& type) const;
 
-    std::vector<std::string> modelUris; // of the models loaded
+    std::vector<ModelDescription> models;
     std::vector<ObjectTypeDescription> objectTypes;
     std::vector<DataTypeDescription> dataTypes;
     Index objectTypeIndex;

@@ -1,0 +1,135 @@
+#include "Endpoint/DataTypeDefinitions.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+namespace Host {
+namespace {
+
+using Core::Embedding::DataTypeDescription;
+using Core::Embedding::DataTypeKind;
+
+std::atomic<const DataTypeDefinitions*> currentDefinitions{nullptr};
+
+template <typename T>
+Ua<UA_Variant> CopyOf(const T& value, const UA_DataType& type)
+{
+    Ua<UA_Variant> copy;
+    RequireGood(UA_Variant_setScalarCopy(&*copy, &value, &type), "describing a data type");
+    return copy;
+}
+
+} // namespace
+
+DataTypeDefinitions::DataTypeDefinitions(UA_Server& server,
+                                         const Core::Embedding::InformationModel& model,
+                                         const Namespaces& namespaces,
+                                         const StructureTypes& structures)
+{
+    for (const auto& type : model.GetDataTypes()) {
+        if (type.id.GetNamespaceIndex() == 0)
+            continue;
+        if (type.kind == DataTypeKind::Structure && !type.isAbstract)
+            AddStructure(type, namespaces);
+        else if (type.kind == DataTypeKind::Enumeration || type.kind == DataTypeKind::OptionSet)
+            AddEnumeration(type, namespaces);
+    }
+    array.emplace(UA_DataTypeArray{&structures.GetArray(), layouts.size(), layouts.data(), false});
+    UA_Server_getConfig(&server)->customDataTypes = &*array;
+    currentDefinitions = this;
+}
+
+DataTypeDefinitions::~DataTypeDefinitions()
+{
+    currentDefinitions = nullptr;
+}
+
+const UA_Variant* DataTypeDefinitions::Find(const UA_StructureDefinition& made) const noexcept
+{
+    const auto found = std::find_if(entries.begin(), entries.end(), [&made](const Entry& entry) {
+        return UA_NodeId_equal(&*entry.encoding, &made.defaultEncodingId);
+    });
+    return found == entries.end() ? nullptr : &*found->definition;
+}
+
+void DataTypeDefinitions::RequireServed(UA_Server& server) const
+{
+    for (const Entry& entry : entries) {
+        UA_ReadValueId request;
+        UA_ReadValueId_init(&request);
+        request.nodeId = *entry.type;
+        request.attributeId = UA_ATTRIBUTEID_DATATYPEDEFINITION;
+        UA_DataValue read = UA_Server_read(&server, &request, UA_TIMESTAMPSTORETURN_NEITHER);
+        const bool isServed = UA_Variant_equal(&read.value, &*entry.definition);
+        UA_DataValue_clear(&read);
+        if (!isServed)
+            throw UaException("serving the definition of a data type, which this build of "
+                              "open62541 keeps to itself",
+                              UA_STATUSCODE_BADNOTSUPPORTED);
+    }
+}
+
+void DataTypeDefinitions::AddStructure(const DataTypeDescription& type,
+                                       const Namespaces& namespaces)
+{
+    std::vector<UA_StructureField> fields;
+    std::vector<Ua<UA_NodeId>> types;
+    for (const auto& field : type.fields) {
+        UA_StructureField view;
+        UA_StructureField_init(&view);
+        view.name = ViewOf(field.name);
+        view.description = LocalizedViewOf(field.description);
+        view.dataType = *types.emplace_back(namespaces.ToUa(field.dataType));
+        view.valueRank = field.valueRank;
+        fields.push_back(view);
+    }
+    Entry entry{namespaces.ToUa(type.binaryEncodingId), namespaces.ToUa(type.id), {}};
+    const auto superType = namespaces.ToUa(type.superType);
+    const UA_StructureDefinition definition{*entry.encoding, *superType, UA_STRUCTURETYPE_STRUCTURE,
+                                            fields.size(), fields.data()};
+    entry.definition = CopyOf(definition, UA_TYPES[UA_TYPES_STRUCTUREDEFINITION]);
+    entries.push_back(std::move(entry));
+}
+
+/// Its layout has the type itself for an encoding, which no structure has.
+void DataTypeDefinitions::AddEnumeration(const DataTypeDescription& type,
+                                         const Namespaces& namespaces)
+{
+    std::vector<UA_EnumField> fields;
+    for (const auto& field : type.fields)
+        fields.push_back({field.value, LocalizedViewOf(field.name),
+                          LocalizedViewOf(field.description), ViewOf(field.name)});
+    Entry entry{namespaces.ToUa(type.id), namespaces.ToUa(type.id), {}};
+    const UA_EnumDefinition definition{fields.size(), fields.data()};
+    entry.definition = CopyOf(definition, UA_TYPES[UA_TYPES_ENUMDEFINITION]);
+    UA_DataType layout{};
+    layout.typeName = "Enumeration";
+    layout.typeId = *entry.type;
+    layout.binaryEncodingId = *entry.encoding;
+    layout.memSize = sizeof(void*);
+    layout.typeKind = UA_DATATYPEKIND_STRUCTURE;
+    layouts.push_back(layout);
+    entries.push_back(std::move(entry));
+}
+
+} // namespace Host
+
+/// The library's function of this name, which calls of the library reach through this one. Any
+/// thread.
+extern "C" UA_StatusCode UA_Variant_setScalarCopy(UA_Variant* variant, const void* value,
+                                                  const UA_DataType* type)
+{
+    using Function = UA_StatusCode (*)(UA_Variant*, const void*, const UA_DataType*);
+    static const auto copy =
+        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "UA_Variant_setScalarCopy"));
+    const Host::DataTypeDefinitions* definitions = Host::currentDefinitions;
+    if (type == &UA_TYPES[UA_TYPES_STRUCTUREDEFINITION] && definitions != nullptr) {
+        const auto& made = *static_cast<const UA_StructureDefinition*>(value);
+        if (const UA_Variant* definition = definitions->Find(made))
+            return UA_Variant_copy(definition, variant);
+    }
+    return copy(variant, value, type);
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Core/Embedding/InformationModel.h"
+#include "Endpoint/Namespaces.h"
+#include "Endpoint/StructureTypes.h"
+#include "Endpoint/Ua.h"
+
+#include <open62541/server.h>
+
+#include <optional>
+#include <vector>
+
+namespace Host {
+
+/// Serves the attribute DataTypeDefinition of a model's types as the model has it.
+///
+/// The library makes it from the layouts in its configuration: without descriptions, and of
+/// structures alone. So enumerations and option sets are in the configuration too, as structures
+/// without members, and what the library makes is replaced at its next step: it copies it with its
+/// public UA_Variant_setScalarCopy, and a program's function is called instead of a shared
+/// library's of the same name. DataTypeDefinitions.cpp defines it.
+///
+/// One for a process at a time.
+class DataTypeDefinitions
+{
+public:
+    /// Adds the layouts to the server's configuration, and checks that definitions are replaced.
+    /// All must outlive it but the server, which may read definitions no longer once it has gone.
+    /// Throws UaException.
+    DataTypeDefinitions(UA_Server& server, const Core::Embedding::InformationModel& model,
+                        const Namespaces& namespaces, const StructureTypes& structures);
+    DataTypeDefinitions(const DataTypeDefinitions&) = delete;
+    DataTypeDefinitions& operator=(const DataTypeDefinitions&) = delete;
+    ~DataTypeDefinitions();
+
+    /// The definition to serve instead of one that the library has made; null for all others.
+    [[nodiscard]] const UA_Variant* Find(const UA_StructureDefinition& made) const noexcept;
+
+    /// Throws UaException when a definition is not served. Once the types are in the address space.
+    void RequireServed(UA_Server& server) const;
+
+private:
+    /// A definition by the encoding that the library's own names.
+    struct Entry
+    {
+        Ua<UA_NodeId> encoding;
+        Ua<UA_NodeId> type;
+        Ua<UA_Variant> definition;
+    };
+
+    void AddStructure(const Core::Embedding::DataTypeDescription& type,
+                      const Namespaces& namespaces);
+    void AddEnumeration(const Core::Embedding::DataTypeDescription& type,
+                        const Namespaces& namespaces);
+
+    std::vector<Entry> entries;
+    std::vector<UA_DataType> layouts;      // views of what `entries` holds
+    std::optional<UA_DataTypeArray> array; // set once, its members are constant
+};
+
+} // namespace Host
