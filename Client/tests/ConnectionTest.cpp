@@ -240,6 +240,35 @@ TEST_F(AFileSystem, ListsWhatOneEventCannotCarry)
     EXPECT_EQ(listing.entries.size(), static_cast<std::size_t>(count) + 2);
 }
 
+TEST_F(AFileSystem, ListsTheLongestNamesOfAsManyEntriesAsOneEventCarries)
+{
+    constexpr int count = 61'440;
+    fs::create_directories(Path("many"));
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        std::ofstream(Path("many/" + number + std::string(255 - number.size(), 'n')));
+    }
+    EXPECT_EQ(fileSystem.List(Path("many"), false).entries.size(), std::size_t{count});
+}
+
+TEST_F(AFileSystem, GetsAllListingsThatItAskedForAtOnce)
+{
+    constexpr int count = 3'000;
+    constexpr int threadCount = 40;
+    fs::create_directories(Path("many"));
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        std::ofstream(Path("many/" + number + std::string(240 - number.size(), 'n')));
+    }
+    std::vector<std::thread> threads;
+    for (int i = 0; i < threadCount; ++i)
+        threads.emplace_back([&] {
+            EXPECT_EQ(fileSystem.List(Path("many"), false).entries.size(), std::size_t{count});
+        });
+    for (auto& thread : threads)
+        thread.join();
+}
+
 TEST_F(AFileSystem, CreatesDirectories)
 {
     fileSystem.CreateDirectory(Path("a/b/c"));

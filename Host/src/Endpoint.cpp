@@ -5,6 +5,7 @@
 #include "Endpoint/DataTypeDefinitions.h"
 #include "Endpoint/EventBacklog.h"
 #include "Endpoint/EventFilters.h"
+#include "Endpoint/EventPacing.h"
 #include "Endpoint/EventRelay.h"
 #include "Endpoint/MethodCalls.h"
 #include "Endpoint/NamespaceMetadata.h"
@@ -98,6 +99,10 @@ ConnectionLimits MakeConnectionLimits(const EndpointSettings& settings)
     ConnectionLimits limits;
     limits.outputPause = settings.queuedOutputPause;
     limits.outputLimit = settings.queuedOutput;
+    limits.incoming = {settings.maximumMessage, settings.maximumChunks};
+    // What is allowed to wait already, and then the largest answer, are not too much yet.
+    limits.outgoing.size =
+        std::min(limits.outgoing.size, settings.queuedOutput - settings.queuedOutputPause);
     return limits;
 }
 
@@ -157,6 +162,7 @@ private:
     void SetSecurity(UA_ServerConfig& configuration);
     void SetTrust(UA_CertificateVerification& verification) const;
     void SetLimits(UA_ServerConfig& configuration) const;
+    void RemoveBaseDictionaries();
     void MakeFolder();
     void MakeSharedNodes();
     void AddCreateFileSystem();
@@ -186,6 +192,7 @@ private:
     const Values values;
     Objects objects;
     EventBacklog backlog;
+    EventPacing pacing;
     EventRelay events;
     MethodCalls calls;
     MemoryTrim memoryTrim;
@@ -209,7 +216,8 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , values(namespaces, structures)
     , objects(*server, nodeStore, namespaces)
     , backlog(namespaces, settings.waitingEvents)
-    , events(*server, loop, runtime, namespaces, values, objects, backlog)
+    , pacing(*server, loop, settings.waitingEvents)
+    , events(*server, loop, runtime, namespaces, values, objects, backlog, pacing)
     , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions)
 {
     TypeProjection(*server, *model, namespaces).Project();
@@ -221,10 +229,12 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
         return connection != 0 && !objects.IsVisible(node, sessions.Find(connection));
     });
     sessions.SetReadability([this](const UA_NodeId& node, const ClientSession* session) {
-        return !TellsOfOthers(node) || events.IsRaisingFor(session);
+        return !TellsOfOthers(node) || events.MayRead(node, session);
     });
     sessions.SetEndedObserver([this](ClientSession& session) {
+        session.eventGate->Open();
         backlog.Forget(session);
+        pacing.Forget(session);
         objects.RemoveOwned(session);
         session.strand.Post([this, &session] { RemoveOwnObjects(session); });
         loop.Post([this, owner = &session] { loop.EndSubscriptions(owner); });
@@ -235,6 +245,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
         [this](ConnectionId connection) { return sessions.Find(connection); });
     if (settings.isMemoryShort)
         loop.SetMemoryBrake(settings.isMemoryShort);
+    RemoveBaseDictionaries();
     MakeFolder();
     MakeSharedNodes();
     AddCreateFileSystem();
@@ -319,7 +330,7 @@ void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
         UA_ServerConfig_addSecurityPolicyAes256Sha256RsaPss(&configuration, &certificate, &key),
         "adding the security policy Aes256_Sha256_RsaPss");
     for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i) {
-        OpcUa::UseOpenSsl(configuration.securityPolicies[i]);
+        OpcUa::UseOpenSsl(configuration.securityPolicies[i], &loop.GetSigningObserver());
         const UA_String uri = configuration.securityPolicies[i].policyUri;
         if (i > 0)
             RequireGood(UA_ServerConfig_addEndpoint(&configuration, uri,
@@ -358,8 +369,11 @@ void Endpoint::Implementation::SetTrust(UA_CertificateVerification& verification
 
 void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
 {
-    configuration.tcpMaxMsgSize = static_cast<UA_UInt32>(settings.maximumMessage);
-    configuration.tcpMaxChunks = static_cast<UA_UInt32>(settings.maximumChunks);
+    // The connections bound what comes in and what goes out; the library's bounds are for both, and
+    // break an answer off in its middle.
+    constexpr UA_UInt32 unreached = 1U << 30U;
+    configuration.tcpMaxMsgSize = unreached;
+    configuration.tcpMaxChunks = unreached;
     // The bound of sessions is that of active ones, which `Sessions` keeps. As many more may be
     // about to be activated, and one more that makes an older one leave.
     constexpr std::size_t most = std::numeric_limits<UA_UInt16>::max();
@@ -379,6 +393,31 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
     // A method belongs to its session by the connection that calls: one call after another.
     configuration.maxNodesPerMethodCall = 1'000;
     configuration.pubSubConfig.enableInformationModelMethods = false;
+    // The library makes the answer as a whole: each of these can have some kilobytes there, a
+    // browsed node some dozens.
+    configuration.maxNodesPerRead = 5'000;
+    configuration.maxNodesPerWrite = 1'000;
+    configuration.maxNodesPerRegisterNodes = 1'000;
+    configuration.maxNodesPerNodeManagement = 1'000;
+    configuration.maxNodesPerTranslateBrowsePathsToNodeIds = 1'000;
+    configuration.maxNodesPerBrowse = 200;
+    configuration.maxReferencesPerNode = 1'000;
+    configuration.maxMonitoredItemsPerCall = 1'000;
+    configuration.maxMonitoredItemsPerSubscription = 1'000;
+    configuration.maxPublishReqPerSession = 100;
+    configuration.maxSubscriptions =
+        static_cast<UA_UInt32>(settings.subscriptionsPerSession * settings.maximumSessions);
+}
+
+/// What the base model says of its own types for clients that have not got them built in: 300 KB
+/// each, copied for each read and for each item that monitors them. No client needs them, and
+/// nothing else in the address space is as large.
+void Endpoint::Implementation::RemoveBaseDictionaries()
+{
+    for (const UA_UInt32 dictionary :
+         {UA_UInt32{UA_NS0ID_OPCUA_BINARYSCHEMA}, UA_UInt32{UA_NS0ID_OPCUA_XMLSCHEMA}})
+        RequireGood(UA_Server_deleteNode(server.get(), UA_NODEID_NUMERIC(0, dictionary), true),
+                    "removing a dictionary of the base model");
 }
 
 void Endpoint::Implementation::MakeFolder()
@@ -434,7 +473,7 @@ std::vector<Core::Value> Endpoint::Implementation::CreateFileSystem(ClientSessio
     NewObject object{servedType, Core::QualifiedName(hostNamespace, "PrivateFileSystem"), folder};
     object.id = runtime.CreateObject(object);
     try {
-        session.ownObjects.emplace(object.id, events.Follow(object.id));
+        session.ownObjects.emplace(object.id, events.Follow(object.id, session.eventGate));
     } catch (...) {
         runtime.RemoveObject(object.id); // nobody else would
         throw;

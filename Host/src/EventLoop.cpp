@@ -188,6 +188,7 @@ void EventLoop::Implementation::Turn(std::chrono::milliseconds timeout)
     RunAnswers();
     RunDelivery();
     RunEnding();
+    RunObserver();
 }
 
 bool EventLoop::Implementation::RunDueTimers()
@@ -290,6 +291,17 @@ void EventLoop::Implementation::RunEnding()
         if (Now() - start >= share)
             return;
     }
+}
+
+void EventLoop::Implementation::RunObserver()
+{
+    if (!turnObserver)
+        return;
+    const auto observer = turnObserver; // it may set another one
+    Guard("Observing a turn of the loop", [&]() -> UA_StatusCode {
+        observer();
+        return UA_STATUSCODE_GOOD;
+    });
 }
 
 bool EventLoop::Implementation::IsOnLoopThread() const
@@ -464,6 +476,11 @@ void EventLoop::EndSubscriptions(const void* owner)
     implementation->EndSubscriptions(owner);
 }
 
+void EventLoop::SetTurnObserver(std::function<void()> observer)
+{
+    implementation->SetTurnObserver(std::move(observer));
+}
+
 ConnectionId EventLoop::GetCurrentConnection() const
 {
     return implementation->GetCurrentConnection();
@@ -487,6 +504,16 @@ std::uint64_t EventLoop::CountBytes() const
 std::vector<ListeningSocket> EventLoop::GetListenAddresses() const
 {
     return implementation->GetConnections().GetListenAddresses();
+}
+
+EventLoop::Output EventLoop::GetOutput(ConnectionId connection) const
+{
+    return implementation->GetConnections().GetOutput(connection);
+}
+
+OpcUa::SigningObserver& EventLoop::GetSigningObserver() noexcept
+{
+    return implementation->GetConnections();
 }
 
 void EventLoop::HoldConnection(ConnectionId connection, bool isHeld)

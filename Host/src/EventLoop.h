@@ -1,5 +1,7 @@
 #pragma once
 
+#include "MessageBounds.h"
+
 #include <open62541/plugin/eventloop.h>
 
 #include <chrono>
@@ -55,6 +57,10 @@ struct ConnectionLimits
     /// A further one takes the place of the oldest without a session; if there is none, it is
     /// accepted and closed at once.
     std::size_t connections = 1000;
+    MessageLimits incoming = {}; ///< more of a message: its connection is closed
+    /// Larger answers are refused. A listing of 61440 entries with names of 255 bytes fits.
+    MessageLimits outgoing{32'000'000, 0};
+
     std::size_t outputPause = 4 * megabyte;     ///< more waiting to be sent: it is not read
     std::size_t outputLimit = 64 * megabyte;    ///< more waiting to be sent: it is closed
     std::size_t brakeAllowance = 64 * megabyte; ///< see `EventLoop::SetMemoryBrake`
@@ -141,6 +147,10 @@ public:
     /// once the library has deleted the subscriptions that it does not keep.
     void EndSubscriptions(const void* owner);
 
+    /// Calls a function at the end of each turn of the loop, after what was to be delivered; an
+    /// empty one ends that. On the loop's thread.
+    void SetTurnObserver(std::function<void()> observer);
+
     /// The connection whose message (or opening, or closing) is being handled; 0 outside of that.
     [[nodiscard]] ConnectionId GetCurrentConnection() const;
 
@@ -153,6 +163,21 @@ public:
     [[nodiscard]] std::uint64_t CountBytes() const;
 
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
+
+    /// What is on its way out to a client.
+    struct Output
+    {
+        std::size_t largestMessage = 0; ///< that it takes
+        std::size_t queued = 0;         ///< bytes that wait to be sent
+        std::size_t limit = 0;          ///< with more of them it is closed
+        bool isPaused = false;          ///< there are so many that it is not read
+    };
+
+    /// Nothing of a connection that is not known.
+    [[nodiscard]] Output GetOutput(ConnectionId connection) const;
+
+    /// To be told of what the loop's connections sign, which keeps messages within bounds.
+    [[nodiscard]] OpcUa::SigningObserver& GetSigningObserver() noexcept;
 
     /// While held, a connection is not read, whatever it has sent; what it was sent goes out. That
     /// its client has left is noticed by `CloseAbandonedConnections` alone then. One that is not

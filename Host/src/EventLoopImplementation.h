@@ -26,6 +26,7 @@ public:
 
     [[nodiscard]] UA_EventLoop* GetHandle() noexcept { return &handle; }
     [[nodiscard]] TcpConnections& GetConnections() noexcept { return connections; }
+    void SetTurnObserver(std::function<void()> observer) { turnObserver = std::move(observer); }
 
     void Post(std::function<void()> function);
     void Wake();
@@ -77,6 +78,7 @@ private:
     void RunAnswers();
     void RunDelivery();
     void RunEnding();
+    void RunObserver();
     [[nodiscard]] std::chrono::microseconds GetWait(std::chrono::milliseconds timeout);
     [[nodiscard]] bool IsOnLoopThread() const;
 
@@ -110,6 +112,8 @@ private:
     UA_DelayedCallback* runningDelayed{}; // of these the ones that this turn has yet to run
     bool flushAnswers = false;
     bool running = false;
+
+    std::function<void()> turnObserver; // loop thread
 };
 
 template <typename Function>

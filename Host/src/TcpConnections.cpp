@@ -74,33 +74,12 @@ OutputBuffer MakeErrorMessage(UA_StatusCode status, std::string_view reason)
 
 } // namespace
 
-OutputBuffer::OutputBuffer(UA_ByteString& bytes)
-    : data(bytes.data)
-    , size(bytes.length)
-{
-    UA_ByteString_init(&bytes);
-}
-
-void OutputBuffer::Release::operator()(UA_Byte* memory) const
-{
-    UA_free(memory);
-}
-
-void OutputBuffer::Shrink() noexcept
-{
-    shrunk = true;
-    if (size == 0)
-        return;
-    if (auto* smaller = static_cast<UA_Byte*>(UA_realloc(data.get(), size))) {
-        // The old memory is gone, or is the new one: not to be freed.
-        static_cast<void>(data.release());
-        data.reset(smaller);
-    }
-}
-
-TcpConnections::Connection::Connection(const TcpChannel& channel, Tcp::socket accepted)
+TcpConnections::Connection::Connection(const TcpChannel& channel, Tcp::socket accepted,
+                                       const ConnectionLimits& limits)
     : TcpChannel(channel)
     , socket(std::move(accepted))
+    , incoming(limits.incoming)
+    , outgoing(limits.outgoing, limits.incoming)
 {
     const auto remote = socket.remote_endpoint();
     info = {id, remote.address().to_string(), remote.port(), 0, 0};
@@ -202,9 +181,9 @@ void TcpConnections::FillOperations()
             return owner.Close(id) ? UA_STATUSCODE_GOOD : UA_STATUSCODE_BADNOTFOUND;
         });
     };
-    manager.allocNetworkBuffer = [](UA_ConnectionManager*, uintptr_t, UA_ByteString* bytes,
+    manager.allocNetworkBuffer = [](UA_ConnectionManager* self, uintptr_t id, UA_ByteString* bytes,
                                     size_t size) {
-        return UA_ByteString_allocBuffer(bytes, size);
+        return GetOwner(self).Allocate(id, *bytes, size);
     };
     manager.freeNetworkBuffer = [](UA_ConnectionManager*, uintptr_t, UA_ByteString* bytes) {
         UA_ByteString_clear(bytes);
@@ -216,6 +195,17 @@ std::optional<ConnectionInfo> TcpConnections::Get(ConnectionId id) const
     const Lock lock(mutex);
     const auto found = connections.find(id);
     return found == connections.end() ? std::nullopt : std::optional(found->second->info);
+}
+
+EventLoop::Output TcpConnections::GetOutput(ConnectionId id) const
+{
+    const Lock lock(mutex);
+    const auto found = connections.find(id);
+    if (found == connections.end())
+        return {};
+    const Connection& connection = *found->second;
+    return {connection.outgoing.GetLargest(), connection.queued, limits.outputLimit,
+            connection.queued > limits.outputPause};
 }
 
 std::size_t TcpConnections::Count() const
@@ -360,7 +350,7 @@ void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socke
     Configure(socket);
     auto channel = listener;
     channel.id = ++lastId;
-    const auto connection = std::make_shared<Connection>(channel, std::move(socket));
+    const auto connection = std::make_shared<Connection>(channel, std::move(socket), limits);
     connections.emplace(connection->id, connection);
     strangers.Add(connection->id, connection->info.remoteAddress, Strangers::Clock::now());
     brake.Add(connection->id);
@@ -455,10 +445,35 @@ void TcpConnections::Receive(Connection& connection, std::size_t size)
     if (const auto refusal =
             strangers.Receive(connection.id, {input.data(), size}, Strangers::Clock::now()))
         return Refuse(connection.id, *refusal);
+    const bool knewClient = connection.incoming.GetHello().has_value();
+    if (!connection.incoming.Count(input.data(), size))
+        return Refuse(connection.id, {UA_STATUSCODE_BADTCPMESSAGETOOLARGE,
+                                      "sends a larger message than is allowed"});
+    if (!knewClient && connection.incoming.GetHello())
+        connection.outgoing.SetHello(*connection.incoming.GetHello());
     Notify(connection, UA_CONNECTIONSTATE_ESTABLISHED, {0, nullptr}, {size, input.data()});
 }
 
 // Sending
+
+UA_StatusCode TcpConnections::Allocate(ConnectionId id, UA_ByteString& bytes, std::size_t size)
+{
+    const auto status = UA_ByteString_allocBuffer(&bytes, size);
+    const Lock lock(mutex);
+    filling = id;
+    if (const auto found = connections.find(id); found != connections.end())
+        found->second->filling = bytes.data;
+    return status;
+}
+
+/// Other things than messages are signed too: what is in no connection's buffer is left alone.
+void TcpConnections::OnSigning(unsigned char* data, std::size_t size, OpcUa::Seal& seal) noexcept
+{
+    const Lock lock(mutex);
+    const auto found = connections.find(filling);
+    if (found != connections.end() && found->second->filling == data)
+        found->second->outgoing.Prepare(data, size, seal);
+}
 
 UA_StatusCode TcpConnections::Send(ConnectionId id, OutputBuffer buffer)
 {
@@ -468,12 +483,22 @@ UA_StatusCode TcpConnections::Send(ConnectionId id, OutputBuffer buffer)
         return UA_STATUSCODE_BADCONNECTIONCLOSED;
     const auto connection = found->second;
     ++messages;
-    bytes += buffer.GetSize();
-    connection->info.bytesOut += buffer.GetSize();
-    connection->queued += buffer.GetSize();
-    if (connection->writing)
-        buffer.Shrink();
-    connection->output.push_back(std::move(buffer));
+    auto& output = connection->output;
+    const auto before = output.size();
+    connection->outgoing.Pass(std::move(buffer), output);
+    for (auto added = before; added < output.size(); ++added) {
+        bytes += output[added].GetSize();
+        connection->info.bytesOut += output[added].GetSize();
+        connection->queued += output[added].GetSize();
+        if (connection->writing)
+            output[added].Shrink();
+    }
+    if (connection->outgoing.TakeRefusal())
+        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
+                       "TCP %zu: an answer is larger than the %zu bytes that %s takes: "
+                       "BadResponseTooLarge instead",
+                       connection->id, connection->outgoing.GetLargest(),
+                       connection->info.remoteAddress.c_str());
     if (id != current || connection->queued > gatherSize)
         Flush(connection);
     return connection->closing ? UA_STATUSCODE_BADCONNECTIONCLOSED : UA_STATUSCODE_GOOD;

@@ -3,6 +3,8 @@
 #include "Asio.h"
 #include "EventLoop.h"
 #include "MemoryBrake.h"
+#include "MessageBounds.h"
+#include "OutputBuffer.h"
 #include "Strangers.h"
 #include "TcpChannel.h"
 #include "TcpListeners.h"
@@ -20,37 +22,9 @@
 
 namespace Host {
 
-/// A message, or what is left of one, that waits to be sent.
-class OutputBuffer
-{
-public:
-    /// Takes over the memory of `bytes`.
-    explicit OutputBuffer(UA_ByteString& bytes);
-
-    [[nodiscard]] std::size_t GetSize() const noexcept { return size - sent; }
-    [[nodiscard]] const UA_Byte* GetData() const noexcept { return data.get() + sent; }
-    void CountSent(std::size_t count) noexcept { sent += count; }
-
-    /// Gives back the memory behind the message: the library encodes into buffers of the greatest
-    /// size, so that many short messages in a queue would take far more than their length.
-    void Shrink() noexcept;
-    [[nodiscard]] bool IsShrunk() const noexcept { return shrunk; }
-
-private:
-    struct Release
-    {
-        void operator()(UA_Byte* memory) const;
-    };
-
-    std::unique_ptr<UA_Byte, Release> data;
-    std::size_t size{};
-    std::size_t sent{};
-    bool shrunk = false;
-};
-
 /// The connection manager of the loop for TCP. The loop's lock guards it: its operations take it,
 /// and give it back while the server's callback or the observer runs.
-class TcpConnections
+class TcpConnections : public OpcUa::SigningObserver
 {
 public:
     using Mutex = LoopMutex;
@@ -63,6 +37,7 @@ public:
     /// On the loop's thread.
     [[nodiscard]] ConnectionId GetCurrent() const noexcept { return current; }
     [[nodiscard]] std::optional<ConnectionInfo> Get(ConnectionId id) const;
+    [[nodiscard]] EventLoop::Output GetOutput(ConnectionId id) const;
     [[nodiscard]] std::size_t Count() const;
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
     /// How many messages were given to connections so far; guarded by the loop's lock.
@@ -85,6 +60,8 @@ public:
     /// False if there is none, or it is closing already.
     bool Close(ConnectionId id);
 
+    void OnSigning(unsigned char* data, std::size_t size, OpcUa::Seal& seal) noexcept override;
+
 private:
     using Lock = std::unique_lock<Mutex>;
     using ErrorCode = boost::system::error_code;
@@ -97,10 +74,13 @@ private:
 
     struct Connection : TcpChannel
     {
-        Connection(const TcpChannel& channel, Tcp::socket accepted);
+        Connection(const TcpChannel& channel, Tcp::socket accepted, const ConnectionLimits& limits);
 
         Tcp::socket socket;
         ConnectionInfo info;
+        IncomingMessages incoming;
+        OutgoingMessages outgoing;
+        const UA_Byte* filling{}; // the buffer of the chunk that is encoded
         std::deque<OutputBuffer> output;
         std::size_t queued{}; // bytes in `output`
         bool held = false;    // is not to be read
@@ -134,6 +114,7 @@ private:
     [[nodiscard]] bool MayRead(const Connection& connection);
 
     // Sending
+    UA_StatusCode Allocate(ConnectionId id, UA_ByteString& bytes, std::size_t size);
     UA_StatusCode Send(ConnectionId id, OutputBuffer buffer);
     void Flush(const SharedConnection& connection);
     void FlushWhatFits(Connection& connection, ErrorCode& error);
@@ -175,6 +156,7 @@ private:
     std::uint64_t messages{};
     std::uint64_t bytes{}; // received and given to connections
     ConnectionId lastId{};
+    ConnectionId filling{}; // has been given a buffer last
     TcpListeners listeners;
     std::unordered_map<ConnectionId, SharedConnection> connections;
     std::vector<boost::asio::const_buffer> gathered; // scratch

@@ -81,8 +81,9 @@ Pointer Require(Pointer pointer, const char* algorithm, std::string_view use)
 /// heap, from UseOpenSsl to `clear`: the library moves policies about.
 struct Policy
 {
-    Policy(const UA_SecurityPolicy& policy, const Kind& kind)
+    Policy(const UA_SecurityPolicy& policy, const Kind& kind, SigningObserver* observer)
         : library(policy)
+        , observer(observer)
         , cipher(Require(CipherAlgorithm(EVP_CIPHER_fetch(nullptr, kind.cipher, nullptr)),
                          kind.cipher, kind.uri))
         , mac(Require(MacAlgorithm(EVP_MAC_fetch(nullptr, OSSL_MAC_NAME_HMAC, nullptr)),
@@ -90,6 +91,7 @@ struct Policy
     {}
 
     UA_SecurityPolicy library;
+    SigningObserver* const observer; ///< may be null
     CipherAlgorithm cipher;
     MacAlgorithm mac;
 };
@@ -188,7 +190,7 @@ private:
 
 /// A channel's context: the library's, and the keys of both directions. As with the library's own,
 /// one thread at a time.
-struct Channel
+struct Channel final : Seal
 {
     explicit Channel(const Policy& policy)
         : policy(policy)
@@ -199,10 +201,19 @@ struct Channel
     {}
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
-    ~Channel()
+    ~Channel() override
     {
         if (library != nullptr)
             policy.library.channelModule.deleteContext(library);
+    }
+
+    [[nodiscard]] bool Apply(std::vector<unsigned char>& message) override;
+
+    /// Before anything is signed: `data` is in a buffer of the caller's.
+    void TellObserver(const UA_ByteString& data) noexcept
+    {
+        if (policy.observer != nullptr)
+            policy.observer->OnSigning(data.data, data.length, *this);
     }
 
     const Policy& policy;
@@ -211,7 +222,26 @@ struct Channel
     Mac verifying;
     Cipher encrypting;
     Cipher decrypting;
+    bool encrypts = false; ///< and does not only sign: the last message was encrypted
 };
+
+bool Channel::Apply(std::vector<unsigned char>& message)
+{
+    constexpr std::size_t plainHeader = 16; // is signed, and not encrypted
+    if (encrypts) {
+        const std::size_t length = message.size() - plainHeader + signatureLength + 1;
+        const auto padding = (blockLength - length % blockLength) % blockLength;
+        message.insert(message.end(), padding + 1, static_cast<unsigned char>(padding));
+    }
+    const std::size_t signedLength = message.size();
+    message.resize(signedLength + signatureLength);
+    for (std::size_t i = 0; i < 4; ++i)
+        message[4 + i] = static_cast<unsigned char>(message.size() >> (8 * i));
+    if (!signing.Compute({signedLength, message.data()}, message.data() + signedLength))
+        return false;
+    UA_ByteString secret{message.size() - plainHeader, message.data() + plainHeader};
+    return !encrypts || encrypting.Run(secret);
+}
 
 Channel& ChannelOf(void* context) noexcept
 {
@@ -241,9 +271,20 @@ UA_StatusCode Report(bool succeeded, const Channel& channel, const char* what) n
 UA_StatusCode Sign(void* context, const UA_ByteString* message, UA_ByteString* signature) noexcept
 {
     Channel& channel = ChannelOf(context);
+    channel.TellObserver(*message);
+    channel.encrypts = false;
     return Report(signature->length == signatureLength &&
                       channel.signing.Compute(*message, signature->data),
                   channel, "sign a message");
+}
+
+UA_StatusCode SignAsymmetrically(void* context, const UA_ByteString* message,
+                                 UA_ByteString* signature) noexcept
+{
+    Channel& channel = ChannelOf(context);
+    channel.TellObserver(*message);
+    const auto& module = channel.policy.library.asymmetricModule.cryptoModule;
+    return module.signatureAlgorithm.sign(channel.library, message, signature);
 }
 
 UA_StatusCode Verify(void* context, const UA_ByteString* message,
@@ -264,6 +305,7 @@ UA_StatusCode Verify(void* context, const UA_ByteString* message,
 UA_StatusCode Encrypt(void* context, UA_ByteString* data) noexcept
 {
     Channel& channel = ChannelOf(context);
+    channel.encrypts = true;
     return Report(channel.encrypting.Run(*data), channel, "encrypt a message");
 }
 
@@ -452,6 +494,7 @@ void SetAsymmetricOperations(UA_SecurityPolicy& policy)
 {
     auto& module = policy.asymmetricModule;
     HandOnSignature<&AsymmetricSignature>(module.cryptoModule.signatureAlgorithm);
+    module.cryptoModule.signatureAlgorithm.sign = &SignAsymmetrically;
     HandOnEncryption<&AsymmetricEncryption>(module.cryptoModule.encryptionAlgorithm);
     HandOnSignature<&CertificateSignature>(policy.certificateSigningAlgorithm);
     module.makeCertificateThumbprint = &MakeThumbprint;
@@ -474,14 +517,14 @@ void SetChannelOperations(UA_SecurityPolicy& policy)
 
 } // namespace
 
-void UseOpenSsl(UA_SecurityPolicy& policy)
+void UseOpenSsl(UA_SecurityPolicy& policy, SigningObserver* observer)
 {
     const auto* const kind =
         std::find_if(std::begin(kinds), std::end(kinds),
                      [&](const Kind& each) { return each.uri == BytesOf(policy.policyUri); });
     if (kind == std::end(kinds) || policy.clear == &Clear)
         return;
-    policy.policyContext = std::make_unique<Policy>(policy, *kind).release();
+    policy.policyContext = std::make_unique<Policy>(policy, *kind, observer).release();
     SetSymmetricOperations(policy);
     SetAsymmetricOperations(policy);
     SetChannelOperations(policy);

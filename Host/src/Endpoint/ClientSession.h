@@ -2,6 +2,7 @@
 
 #include "Core/Embedding/Runtime.h"
 #include "Core/NodeId.h"
+#include "Endpoint/EventGate.h"
 #include "Endpoint/Ua.h"
 #include "EventLoop.h"
 #include "Strand.h"
@@ -37,6 +38,7 @@ struct ClientSession
     bool isReported = false;                       ///< as one that does not come to its end
 
     // Any thread.
+    const std::shared_ptr<EventGate> eventGate = std::make_shared<EventGate>(); ///< of its objects
     std::atomic<std::size_t> ownObjectCount{0}; ///< made, or being made, and not yet drained
     std::atomic<bool> ended{false};
     std::atomic<std::uint64_t> calls{0};

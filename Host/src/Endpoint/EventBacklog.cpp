@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <vector>
 
 namespace Host {
 
@@ -31,27 +30,28 @@ void EventBacklog::Forget(const ClientSession& session)
     backlogs.erase(&session);
 }
 
-void EventBacklog::VisitHearers(const ProjectedObject& source,
-                                const std::function<void(const ClientSession&)>& visit) const
+std::vector<EventHearer> EventBacklog::FindHearers(const ProjectedObject& source) const
 {
+    std::vector<EventHearer> hearers;
     for (const auto& [session, backlog] : backlogs)
-        if (CountItems(backlog, source) > 0)
-            visit(*session);
+        if (const std::size_t items = CountItems(backlog, source); items > 0)
+            hearers.push_back({session, items});
+    return hearers;
 }
 
-void EventBacklog::Add(UA_Server& server, const ProjectedObject& source, std::size_t bytes)
+void EventBacklog::Add(UA_Server& server, const std::vector<EventHearer>& hearers)
 {
     constexpr std::size_t looks = 8; // before a bound's worth of events has been raised
     std::vector<const ClientSession*> tooSlow;
-    for (auto& [session, backlog] : backlogs) {
-        const std::size_t items = CountItems(backlog, source);
+    for (const auto& [session, items, bytes] : hearers) {
+        Backlog& backlog = backlogs[session];
         backlog.events += items;
-        backlog.bytes += items * bytes;
-        backlog.unseenBytes += items * bytes;
+        backlog.bytes += bytes;
+        backlog.unseenBytes += bytes;
         if (backlog.unseenBytes <= limit / looks)
             continue;
         backlog.unseenBytes = 0;
-        if (IsTooMuch(backlog, ReadProgress(server, *session)))
+        if (IsTooMuch(backlog, SubscriptionProgress(server).Of(*session)))
             tooSlow.push_back(session);
     }
     for (const ClientSession* session : tooSlow) {
@@ -75,32 +75,13 @@ std::size_t EventBacklog::CountItems(const Backlog& backlog, const ProjectedObje
     return count;
 }
 
-EventBacklog::Progress EventBacklog::ReadProgress(UA_Server& server, const ClientSession& session)
-{
-    Progress progress;
-    Ua<UA_Variant> all;
-    const UA_NodeId array =
-        UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SUBSCRIPTIONDIAGNOSTICSARRAY);
-    RequireGood(UA_Server_readValue(&server, array, &*all), "reading the state of subscriptions");
-    if (!UA_Variant_hasArrayType(&*all, &UA_TYPES[UA_TYPES_SUBSCRIPTIONDIAGNOSTICSDATATYPE]))
-        return progress;
-    const auto* entries = static_cast<const UA_SubscriptionDiagnosticsDataType*>(all->data);
-    for (std::size_t i = 0; i < all->arrayLength; ++i) {
-        const UA_SubscriptionDiagnosticsDataType& entry = entries[i];
-        if (!UA_NodeId_equal(&entry.sessionId, &*session.id))
-            continue;
-        progress.settledEvents += entry.eventNotificationsCount;
-        progress.settledEvents += entry.monitoringQueueOverflowCount;
-        progress.isLate = progress.isLate || entry.currentLifetimeCount > 0;
-    }
-    return progress;
-}
-
-bool EventBacklog::IsTooMuch(Backlog& backlog, const Progress& progress) const
+bool EventBacklog::IsTooMuch(Backlog& backlog, const SessionProgress& progress) const
 {
     const std::uint64_t settled =
         progress.settledEvents - std::min(progress.settledEvents, backlog.settledEvents);
-    if (!progress.isLate || settled >= backlog.events) {
+    // Who keeps up has nothing waiting, unless nothing at all is sent: it only samples.
+    const bool keepsUp = !progress.isLate && (settled > 0 || progress.hasDisabledItems);
+    if (keepsUp || settled >= backlog.events) {
         backlog.events = 0;
         backlog.bytes = 0;
         backlog.settledEvents = progress.settledEvents;

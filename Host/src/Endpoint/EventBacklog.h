@@ -1,15 +1,17 @@
 #pragma once
 
 #include "Endpoint/ClientSession.h"
+#include "Endpoint/EventPacing.h"
 #include "Endpoint/Objects.h"
+#include "Endpoint/SubscriptionProgress.h"
 #include "Endpoint/Ua.h"
 
 #include <open62541/server.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <unordered_map>
+#include <vector>
 
 namespace Host {
 
@@ -31,12 +33,11 @@ public:
     void OnMonitoredItem(const ClientSession& session, const UA_NodeId& node, bool removed);
     void Forget(const ClientSession& session);
 
-    /// Calls `visit` with each session that hears the events of an object.
-    void VisitHearers(const ProjectedObject& source,
-                      const std::function<void(const ClientSession&)>& visit) const;
+    /// The sessions that hear the events of an object.
+    [[nodiscard]] std::vector<EventHearer> FindHearers(const ProjectedObject& source) const;
 
     /// Counts an event that was raised, and closes the sessions for which too much waits.
-    void Add(UA_Server& server, const ProjectedObject& source, std::size_t bytes);
+    void Add(UA_Server& server, const std::vector<EventHearer>& hearers);
 
 private:
     struct Backlog
@@ -48,17 +49,9 @@ private:
         std::uint64_t unseenBytes = 0;   ///< raised since it was last looked at
     };
 
-    /// What the server says of all subscriptions of a session.
-    struct Progress
-    {
-        std::uint64_t settledEvents = 0; ///< sent or dropped since they were made
-        bool isLate = false;             ///< one of them lacks requests to publish
-    };
-
     [[nodiscard]] static std::size_t CountItems(const Backlog& backlog,
                                                 const ProjectedObject& source);
-    [[nodiscard]] static Progress ReadProgress(UA_Server& server, const ClientSession& session);
-    [[nodiscard]] bool IsTooMuch(Backlog& backlog, const Progress& progress) const;
+    [[nodiscard]] bool IsTooMuch(Backlog& backlog, const SessionProgress& progress) const;
 
     const Namespaces& namespaces;
     const std::size_t limit;

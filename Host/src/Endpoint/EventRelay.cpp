@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <numeric>
 #include <string_view>
 #include <utility>
 
@@ -46,7 +48,7 @@ bool IsFilledByServer(const Core::QualifiedName& field)
 
 EventRelay::EventRelay(UA_Server& server, EventLoop& loop, Runtime& runtime,
                        const Namespaces& namespaces, const Values& values, const Objects& objects,
-                       EventBacklog& backlog)
+                       EventBacklog& backlog, EventPacing& pacing)
     : server(server)
     , loop(loop)
     , runtime(runtime)
@@ -54,16 +56,30 @@ EventRelay::EventRelay(UA_Server& server, EventLoop& loop, Runtime& runtime,
     , values(values)
     , objects(objects)
     , backlog(backlog)
+    , pacing(pacing)
     , fields(CollectAllFields(*runtime.GetInformationModel()))
 {}
 
-EventSubscription EventRelay::Follow(const Core::NodeId& object)
+EventRelay::~EventRelay()
 {
-    return runtime.Subscribe(object, [this](const auto& event) { Convert(event); });
+    loop.SetTurnObserver({});
+}
+
+EventRelay::Message::~Message()
+{
+    if (gate != nullptr)
+        gate->Leave(bytes);
+}
+
+EventSubscription EventRelay::Follow(const Core::NodeId& object, std::shared_ptr<EventGate> gate)
+{
+    return runtime.Subscribe(
+        object, [this, gate = std::move(gate)](const auto& event) { Convert(event, gate); });
 }
 
 /// On the thread that raises the event: a listing of many entries takes its time.
-void EventRelay::Convert(const std::shared_ptr<const Event>& event)
+void EventRelay::Convert(const std::shared_ptr<const Event>& event,
+                         const std::shared_ptr<EventGate>& gate)
 {
     const FieldList& descriptions = fields.at(event->type->GetNodeId());
     auto message = std::make_shared<Message>();
@@ -73,26 +89,115 @@ void EventRelay::Convert(const std::shared_ptr<const Event>& event)
                                       ? Ua<UA_Variant>()
                                       : values.ToUa(event->fields.at(i), descriptions[i].dataType));
     for (const auto& value : message->values)
-        message->bytes += UA_calcSizeBinary(&*value, &UA_TYPES[UA_TYPES_VARIANT]);
-    loop.Post([this, message] { Raise(*message); });
+        message->sizes.push_back(UA_calcSizeBinary(&*value, &UA_TYPES[UA_TYPES_VARIANT]));
+    message->bytes = std::accumulate(message->sizes.begin(), message->sizes.end(), std::size_t{0});
+    if (gate != nullptr) {
+        gate->Enter(message->bytes, pacing.GetWaitingLimit());
+        message->gate = gate;
+    }
+    loop.Post([this, message] { RaiseOrKeep(message); });
 }
 
-void EventRelay::Raise(Message& message)
+/// Behind the earlier ones of its object.
+void EventRelay::RaiseOrKeep(const std::shared_ptr<Message>& message)
 {
-    const ProjectedObject* source = objects.Find(message.event->source);
+    const ProjectedObject* source = objects.Find(message->event->source);
     if (source == nullptr)
         return; // has gone meanwhile, and with it everybody who may hear this
+    std::vector<EventHearer> hearers = backlog.FindHearers(*source);
+    const bool isBehindOthers = !waiting.empty() && waiting.count(source->id) > 0;
+    if (!isBehindOthers && pacing.MayRaise(hearers, source->owner != nullptr, message->bytes))
+        return Raise(*message, *source, hearers);
+    if (waiting.empty()) {
+        loop.SetTurnObserver([this] { RaiseWaiting(); });
+        LookLater();
+    }
+    waiting[source->id].push_back(message);
+}
+
+/// At the end of a turn, in which something may have been sent.
+void EventRelay::RaiseWaiting()
+{
+    constexpr std::chrono::milliseconds often{1};
+    const auto now = std::chrono::steady_clock::now();
+    if (now - looked < often)
+        return;
+    looked = now;
+    for (auto& [object, queue] : waiting)
+        while (!queue.empty() && RaiseFirst(queue)) {
+        }
+    std::erase_if(waiting, [](const auto& entry) { return entry.second.empty(); });
+    if (waiting.empty())
+        loop.SetTurnObserver({});
+}
+
+/// False if it has to wait on.
+bool EventRelay::RaiseFirst(std::deque<std::shared_ptr<Message>>& queue)
+{
+    const std::shared_ptr<Message> message = queue.front();
+    const ProjectedObject* source = objects.Find(message->event->source);
+    if (source == nullptr) {
+        queue.clear();
+        return true;
+    }
+    std::vector<EventHearer> hearers = backlog.FindHearers(*source);
+    if (!pacing.MayRaise(hearers, source->owner != nullptr, message->bytes))
+        return false;
+    queue.pop_front();
+    Raise(*message, *source, hearers);
+    return true;
+}
+
+/// Makes for a turn of the loop where nothing else does.
+void EventRelay::LookLater()
+{
+    if (lookTimer != 0)
+        return;
+    UA_EventLoop* handle = loop.GetHandle();
+    const auto look = [](void* relay, void* /*context*/) noexcept {
+        auto& self = *static_cast<EventRelay*>(relay);
+        self.lookTimer = 0;
+        self.pacing.WriteOffStuck();
+        if (!self.waiting.empty())
+            self.LookLater();
+    };
+    const UA_DateTime next = handle->dateTime_nowMonotonic(handle) +
+                             EventPacing::lookInterval.count() * UA_DATETIME_MSEC;
+    static_cast<void>(handle->addTimedCallback(handle, look, this, nullptr, next, &lookTimer));
+}
+
+void EventRelay::Raise(Message& message, const ProjectedObject& source,
+                       std::vector<EventHearer>& hearers)
+{
     const EventNode& node = GetNode(message.event->type->GetNodeId());
     for (std::size_t i = 0; i < message.values.size(); ++i)
         if (!UA_NodeId_isNull(&*node.properties[i])) // an empty value too: the node had another
             RequireGood(UA_Server_writeValue(&server, *node.properties[i], *message.values[i]),
                         "writing a field of an event");
-    Trigger(node, *source);
-    backlog.Add(server, *source, message.bytes);
+    pacing.Begin(hearers, message.bytes);
+    raised = &message;
+    Trigger(node, source);
+    raised = nullptr;
+    pacing.End(hearers);
+    backlog.Add(server, hearers);
     // Nobody else: who hears nothing of it must not learn that something happened.
-    backlog.VisitHearers(*source, [this](const ClientSession& session) {
-        loop.DeliverEvents(&session);
+    for (const EventHearer& hearer : hearers)
+        loop.DeliverEvents(hearer.session);
+}
+
+bool EventRelay::MayRead(const UA_NodeId& property, const ClientSession* session) const
+{
+    if (raising == nullptr || (raising->owner != nullptr && raising->owner != session))
+        return false;
+    if (!pacing.IsBounded() || session == nullptr)
+        return true;
+    const auto& properties = raisedNode->properties;
+    const auto found = std::find_if(properties.begin(), properties.end(), [&](const auto& each) {
+        return UA_NodeId_equal(&*each, &property);
     });
+    return found == properties.end() ||
+           pacing.MayRead(*session, raised->sizes.at(static_cast<std::size_t>(
+                                        std::distance(properties.begin(), found))));
 }
 
 EventRelay::EventNode& EventRelay::GetNode(const Core::NodeId& type)
@@ -132,6 +237,7 @@ void EventRelay::Trigger(const EventNode& node, const ProjectedObject& source)
     if (source.owner != nullptr)
         hidden.emplace(server, *namespaces.ToUa(source.id));
     raising = &source;
+    raisedNode = &node;
     const UA_StatusCode status =
         UA_Server_triggerEvent(&server, *node.id, *namespaces.ToUa(source.id), nullptr, false);
     raising = nullptr;

@@ -3,6 +3,8 @@
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/EventBacklog.h"
+#include "Endpoint/EventGate.h"
+#include "Endpoint/EventPacing.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/Objects.h"
 #include "Endpoint/Ua.h"
@@ -11,6 +13,9 @@
 
 #include <open62541/server.h>
 
+#include <chrono>
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -27,18 +32,20 @@ class EventRelay
 public:
     EventRelay(UA_Server& server, EventLoop& loop, Core::Embedding::Runtime& runtime,
                const Namespaces& namespaces, const Values& values, const Objects& objects,
-               EventBacklog& backlog);
+               EventBacklog& backlog, EventPacing& pacing);
+    EventRelay(const EventRelay&) = delete;
+    EventRelay& operator=(const EventRelay&) = delete;
+    ~EventRelay();
 
     /// Hears the events of an object of the runtime for as long as the subscription lives. Any
-    /// thread. Throws Core::NotFoundException.
-    [[nodiscard]] Core::Embedding::EventSubscription Follow(const Core::NodeId& object);
+    /// thread. With a gate, whoever raises an event waits at it. Throws Core::NotFoundException.
+    [[nodiscard]] Core::Embedding::EventSubscription
+    Follow(const Core::NodeId& object, std::shared_ptr<EventGate> gate = nullptr);
 
     /// True while the library reads the fields of an event for its hearers, and the session may
-    /// hear it. Loop thread.
-    [[nodiscard]] bool IsRaisingFor(const ClientSession* session) const noexcept
-    {
-        return raising != nullptr && (raising->owner == nullptr || raising->owner == session);
-    }
+    /// hear it: another one that knows the identifier of a private object gets empty fields, and
+    /// so does a hearer for those that it has no room for. Loop thread.
+    [[nodiscard]] bool MayRead(const UA_NodeId& property, const ClientSession* session) const;
 
 private:
     using FieldList = std::vector<Core::Embedding::EventFieldDescription>;
@@ -53,13 +60,25 @@ private:
     /// An event on its way to the loop.
     struct Message
     {
+        Message() = default;
+        Message(const Message&) = delete;
+        Message& operator=(const Message&) = delete;
+        ~Message();
+
+        std::shared_ptr<EventGate> gate;                     ///< where it has entered; or null
         std::shared_ptr<const Core::Embedding::Event> event; ///< keeps type and identifiers alive
         std::vector<Ua<UA_Variant>> values;                  ///< by position
-        std::size_t bytes = 0;                               ///< of the values, as encoded
+        std::vector<std::size_t> sizes;                      ///< of the values, as encoded
+        std::size_t bytes = 0;                               ///< of all of them
     };
 
-    void Convert(const std::shared_ptr<const Core::Embedding::Event>& event);
-    void Raise(Message& message);
+    void Convert(const std::shared_ptr<const Core::Embedding::Event>& event,
+                 const std::shared_ptr<EventGate>& gate);
+    void RaiseOrKeep(const std::shared_ptr<Message>& message);
+    void Raise(Message& message, const ProjectedObject& source, std::vector<EventHearer>& hearers);
+    void RaiseWaiting();
+    [[nodiscard]] bool RaiseFirst(std::deque<std::shared_ptr<Message>>& queue);
+    void LookLater();
     EventNode& GetNode(const Core::NodeId& type);
     [[nodiscard]] Ua<UA_NodeId> FindProperty(const UA_NodeId& node,
                                              const Core::QualifiedName& name) const;
@@ -72,10 +91,20 @@ private:
     const Values& values;
     const Objects& objects;
     EventBacklog& backlog;
+    EventPacing& pacing;
     /// The fields of each event type, inherited ones first; constant.
     const std::unordered_map<Core::NodeId, FieldList, Core::HashNodeId> fields;
     std::unordered_map<Core::NodeId, EventNode, Core::HashNodeId> nodes; // loop thread
-    const ProjectedObject* raising = nullptr;                            // loop thread
+
+    // Loop thread.
+    const ProjectedObject* raising = nullptr;
+    const EventNode* raisedNode = nullptr;
+    const Message* raised = nullptr;
+    /// Events that wait to be raised, by their objects; never an empty queue.
+    std::unordered_map<Core::NodeId, std::deque<std::shared_ptr<Message>>, Core::HashNodeId>
+        waiting;
+    std::uint64_t lookTimer = 0; ///< 0: none
+    std::chrono::steady_clock::time_point looked;
 };
 
 } // namespace Host

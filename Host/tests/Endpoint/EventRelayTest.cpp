@@ -124,7 +124,8 @@ protected:
     const Values values{namespaces, structures};
     Objects objects{*server, nodeStore, namespaces};
     EventBacklog backlog{namespaces, 1'000'000};
-    EventRelay relay{*server, loop, *runtime, namespaces, values, objects, backlog};
+    EventPacing pacing{*server, loop, 1'000'000};
+    EventRelay relay{*server, loop, *runtime, namespaces, values, objects, backlog, pacing};
     Core::NodeId files;
     EventSubscription subscription;
 };

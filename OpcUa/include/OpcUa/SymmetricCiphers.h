@@ -2,8 +2,10 @@
 
 #include <open62541/plugin/securitypolicy.h>
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace OpcUa {
 
@@ -14,6 +16,35 @@ public:
     explicit CipherException(const std::string& what)
         : std::runtime_error(what)
     {}
+};
+
+/// Secures messages of one channel under its present keys.
+class Seal
+{
+public:
+    Seal() = default;
+    Seal(const Seal&) = delete;
+    Seal& operator=(const Seal&) = delete;
+    virtual ~Seal() = default;
+
+    /// Pads, signs and encrypts a message of one chunk, as the last message of the channel was, and
+    /// enters its length. `message`: the headers, with the sequence header, and the body. False if
+    /// OpenSSL refuses.
+    [[nodiscard]] virtual bool Apply(std::vector<unsigned char>& message) = 0;
+};
+
+/// Hears of the messages of a policy's channels before they are signed.
+class SigningObserver
+{
+public:
+    SigningObserver() = default;
+    SigningObserver(const SigningObserver&) = delete;
+    SigningObserver& operator=(const SigningObserver&) = delete;
+    virtual ~SigningObserver() = default;
+
+    /// `data` is the whole message in plain text, or the text of any other signature. Its bytes may
+    /// be changed. `seal` lives as long as the channel. Called on the thread that sends.
+    virtual void OnSigning(unsigned char* data, std::size_t size, Seal& seal) noexcept = 0;
 };
 
 /// Has OpenSSL sign, verify, encrypt and decrypt the messages of a policy, several times faster
@@ -36,7 +67,9 @@ public:
 /// A client's authSecurityPolicies carry no messages: leave them. The policy's functions may be
 /// called from the threads that the library's own may be called from.
 ///
+/// `observer`, if there is one, must outlive the policy.
+///
 /// Throws CipherException or std::bad_alloc, and leaves the policy as it was.
-void UseOpenSsl(UA_SecurityPolicy& policy);
+void UseOpenSsl(UA_SecurityPolicy& policy, SigningObserver* observer = nullptr);
 
 } // namespace OpcUa

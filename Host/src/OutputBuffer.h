@@ -1,0 +1,41 @@
+#pragma once
+
+#include <open62541/types.h>
+
+#include <cstddef>
+#include <memory>
+
+namespace Host {
+
+/// A message, or what is left of one, that waits to be sent.
+class OutputBuffer
+{
+public:
+    /// Takes over the memory of `bytes`.
+    explicit OutputBuffer(UA_ByteString& bytes);
+    /// Throws std::bad_alloc.
+    static OutputBuffer Copy(const UA_Byte* bytes, std::size_t size);
+
+    [[nodiscard]] std::size_t GetSize() const noexcept { return size - sent; }
+    [[nodiscard]] const UA_Byte* GetData() const noexcept { return data.get() + sent; }
+    [[nodiscard]] UA_Byte* GetBytes() noexcept { return data.get() + sent; }
+    void CountSent(std::size_t count) noexcept { sent += count; }
+
+    /// Gives back the memory behind the message: the library encodes into buffers of the greatest
+    /// size, so that many short messages in a queue would take far more than their length.
+    void Shrink() noexcept;
+    [[nodiscard]] bool IsShrunk() const noexcept { return shrunk; }
+
+private:
+    struct Release
+    {
+        void operator()(UA_Byte* memory) const;
+    };
+
+    std::unique_ptr<UA_Byte, Release> data;
+    std::size_t size{};
+    std::size_t sent{};
+    bool shrunk = false;
+};
+
+} // namespace Host
