@@ -12,6 +12,7 @@
 #include <exception>
 #include <iostream>
 #include <list>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -32,6 +33,8 @@ struct Options
 {
     std::string url;
     std::string path;
+    std::string user;
+    std::string password;
     std::size_t count = 1000;
     std::size_t inFlight = 1;
 };
@@ -40,14 +43,18 @@ struct Options
 struct OpenFile
 {
     explicit OpenFile(const Options& options)
-        : client(options.url)
+        : owned(options.user.empty()
+                    ? std::make_unique<UaClient>(options.url)
+                    : std::make_unique<UaClient>(options.url, options.user, options.password))
+        , client(*owned)
         , files(client.CreateFiles())
         , handle(Open(options.path))
     {
         AwaitOpening();
     }
 
-    UaClient client;
+    const std::unique_ptr<UaClient> owned;
+    UaClient& client;
     const Ua<UA_NodeId> files;
     const std::uint32_t handle;
 
@@ -181,6 +188,8 @@ try {
         auto* const command = app.add_subcommand(name, text);
         command->add_option("--url", options.url)->required();
         command->add_option("--path", options.path, "the file that is opened")->required();
+        command->add_option("--user", options.user, "logs in, encrypted");
+        command->add_option("--password", options.password);
         command->add_option("--count", options.count, "calls, or clients");
         command->add_option("--in-flight", options.inFlight, "calls without an answer at a time");
         command->callback([&options, run] { run(options); });

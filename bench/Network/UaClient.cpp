@@ -1,11 +1,14 @@
 #include "UaClient.h"
 
+#include "Identity.h"
+
 #include <OpcUa/Failure.h>
 
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
 #include <open62541/client_subscriptions.h>
 #include <open62541/plugin/log_stdout.h>
+#include <open62541/plugin/pki_default.h>
 
 #include <array>
 #include <stdexcept>
@@ -49,6 +52,32 @@ UaClient::UaClient(const std::string& url)
     configuration.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
     RequireGood(UA_ClientConfig_setDefault(&configuration), "configuring a client");
     configuration.securityMode = UA_MESSAGESECURITYMODE_NONE;
+    Connect(url, configuration);
+}
+
+UaClient::UaClient(const std::string& url, const std::string& user, const std::string& password)
+{
+    const OpcUa::Identity& identity = OpcUa::GetIdentity();
+    UA_ClientConfig configuration{};
+    configuration.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
+    RequireGood(UA_ClientConfig_setDefaultEncryption(&configuration, identity.certificate,
+                                                     identity.key, nullptr, 0, nullptr, 0),
+                "configuring an encrypted client");
+    configuration.securityMode = UA_MESSAGESECURITYMODE_SIGNANDENCRYPT;
+    configuration.securityPolicyUri =
+        UA_STRING_ALLOC("http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
+    UA_String_clear(&configuration.clientDescription.applicationUri);
+    configuration.clientDescription.applicationUri = UA_STRING_ALLOC(OpcUa::applicationUri);
+    configuration.certificateVerification.clear(&configuration.certificateVerification);
+    UA_CertificateVerification_AcceptAll(&configuration.certificateVerification);
+    RequireGood(
+        UA_ClientConfig_setAuthenticationUsername(&configuration, user.c_str(), password.c_str()),
+        "naming the user");
+    Connect(url, configuration);
+}
+
+void UaClient::Connect(const std::string& url, UA_ClientConfig& configuration)
+{
     configuration.timeout = roundTime * longestSilence;
     client.reset(UA_Client_newWithConfig(&configuration));
     if (!client)
@@ -206,6 +235,11 @@ UA_Variant MakeVariant(const std::int32_t& number)
 UA_Variant MakeVariant(const UA_String& text)
 {
     return View(&text, UA_TYPES_STRING);
+}
+
+UA_Variant MakeVariant(const bool& flag)
+{
+    return View(&flag, UA_TYPES_BOOLEAN);
 }
 
 } // namespace Bench

@@ -17,6 +17,7 @@ namespace Bench {
 enum class Method : std::uint32_t
 {
     Open = 1010,
+    List = 1090,
     Exists = 1100,
     Read = 1110,
     GetPosition = 1140,
@@ -28,6 +29,8 @@ class UaClient
 {
 public:
     explicit UaClient(const std::string& url);
+    /// Logs in as a user, signed and encrypted.
+    UaClient(const std::string& url, const std::string& user, const std::string& password);
     UaClient(const UaClient&) = delete;
     UaClient& operator=(const UaClient&) = delete;
     ~UaClient();
@@ -67,6 +70,7 @@ private:
     };
     struct Pending;
 
+    void Connect(const std::string& url, UA_ClientConfig& configuration);
     static void OnAnswer(UA_Client* client, void* userdata, UA_UInt32 request, void* response);
     void RunOnce();
     [[nodiscard]] UA_UInt16 GetNamespace(const std::string& uri) const;
@@ -83,5 +87,6 @@ private:
 [[nodiscard]] UA_Variant MakeVariant(const std::uint32_t& number);
 [[nodiscard]] UA_Variant MakeVariant(const std::int32_t& number);
 [[nodiscard]] UA_Variant MakeVariant(const UA_String& text);
+[[nodiscard]] UA_Variant MakeVariant(const bool& flag);
 
 } // namespace Bench

@@ -20,8 +20,13 @@ SECURITIES = ("plain", "encrypted")
 
 
 def run_groups(bench):
+    return run_steps(bench, (LargeFiles, SmallFiles, Listing, Blocks, Events, Calls, Sessions,
+                             Isolation))
+
+
+def run_steps(bench, kinds):
     """Yields the groups that are wanted, each when it has been measured."""
-    for make in (LargeFiles, SmallFiles, Listing, Blocks, Events, Calls, Sessions, Isolation):
+    for make in kinds:
         step = make(bench)
         if not bench.wants(step.group.name):
             continue
