@@ -330,7 +330,7 @@ void Endpoint::Implementation::SetSecurity(UA_ServerConfig& configuration)
         UA_ServerConfig_addSecurityPolicyAes256Sha256RsaPss(&configuration, &certificate, &key),
         "adding the security policy Aes256_Sha256_RsaPss");
     for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i) {
-        OpcUa::UseOpenSsl(configuration.securityPolicies[i], &loop.GetSigningObserver());
+        OpcUa::UseOpenSsl(configuration.securityPolicies[i], &loop.GetMessageObserver());
         const UA_String uri = configuration.securityPolicies[i].policyUri;
         if (i > 0)
             RequireGood(UA_ServerConfig_addEndpoint(&configuration, uri,

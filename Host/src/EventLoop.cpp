@@ -511,7 +511,7 @@ EventLoop::Output EventLoop::GetOutput(ConnectionId connection) const
     return implementation->GetConnections().GetOutput(connection);
 }
 
-OpcUa::SigningObserver& EventLoop::GetSigningObserver() noexcept
+OpcUa::MessageObserver& EventLoop::GetMessageObserver() noexcept
 {
     return implementation->GetConnections();
 }

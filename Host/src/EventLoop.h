@@ -177,7 +177,7 @@ public:
     [[nodiscard]] Output GetOutput(ConnectionId connection) const;
 
     /// To be told of what the loop's connections sign, which keeps messages within bounds.
-    [[nodiscard]] OpcUa::SigningObserver& GetSigningObserver() noexcept;
+    [[nodiscard]] OpcUa::MessageObserver& GetMessageObserver() noexcept;
 
     /// While held, a connection is not read, whatever it has sent; what it was sent goes out. That
     /// its client has left is noticed by `CloseAbandonedConnections` alone then. One that is not

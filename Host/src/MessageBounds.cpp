@@ -87,6 +87,21 @@ void AppendEncoded(std::vector<UA_Byte>& to, const Value& value, const UA_DataTy
 
 // Incoming
 
+bool MessageOrder::Accept(const UA_Byte* header) noexcept
+{
+    if (TypeOf(header) != "MSG")
+        return true;
+    const std::uint32_t request = ReadNumber(header + plainHeaderSize + 4);
+    if (header[3] == 'A') { // drops all that is unfinished
+        unfinished.reset();
+        return true;
+    }
+    if (unfinished && *unfinished != request)
+        return false;
+    unfinished = IsLast(header) ? std::nullopt : std::optional(request);
+    return true;
+}
+
 bool IncomingMessages::Count(const UA_Byte* data, std::size_t count)
 {
     while (count > 0 && !isMalformed) {
@@ -102,8 +117,8 @@ bool IncomingMessages::Count(const UA_Byte* data, std::size_t count)
             data += part;
             count -= part;
         }
-        if (read >= chunkHeaderSize && (read == headSize || read == size))
-            EndHead();
+        if (isInHead && read >= chunkHeaderSize && (read == headSize || read == size) && !EndHead())
+            return false;
         if (read >= chunkHeaderSize && read == size)
             read = 0;
     }
@@ -126,11 +141,19 @@ bool IncomingMessages::BeginChunk()
     return isAllowed;
 }
 
-void IncomingMessages::EndHead()
+bool IncomingMessages::EndHead()
 {
-    if (hello || read < headSize || TypeOf(head.data()) != "HEL")
-        return;
+    constexpr std::string_view none = "http://opcfoundation.org/UA/SecurityPolicy#None";
+    constexpr std::size_t policyAt = chunkHeaderSize + 4;
+    const std::string_view type = TypeOf(head.data());
+    if (type == "OPN" && read >= policyAt + 4)
+        isPlain = ReadNumber(&head[policyAt]) == none.size(); // the others are longer
+    if (type == "MSG" && isPlain && read >= MessageOrder::headerSize)
+        return order.Accept(head.data());
+    if (hello || read < headSize || type != "HEL")
+        return true;
     hello = ClientHello{ReadNumber(&head[12]), {ReadNumber(&head[20]), ReadNumber(&head[24])}};
+    return true;
 }
 
 // Outgoing

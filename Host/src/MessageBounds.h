@@ -29,8 +29,24 @@ struct ClientHello
     MessageLimits limits;      ///< on messages to it
 };
 
-/// Adds up the messages that come in on one connection. The headers of chunks are in plain text on
-/// encrypted channels too.
+/// Sees that a client finishes one message before it begins the next. The library keeps the chunks
+/// of unfinished messages for as many requests as there are, and a bound on each of them would
+/// bound nothing.
+class MessageOrder
+{
+public:
+    static constexpr std::size_t headerSize = 24;
+
+    /// Takes the header of a chunk in plain text. False if it is of another request than the
+    /// unfinished message.
+    [[nodiscard]] bool Accept(const UA_Byte* header) noexcept;
+
+private:
+    std::optional<std::uint32_t> unfinished; ///< the request of the message that has begun
+};
+
+/// Adds up the messages that come in on one connection. The type and the length of chunks are in
+/// plain text on encrypted channels too.
 class IncomingMessages
 {
 public:
@@ -38,8 +54,15 @@ public:
         : limits(limits)
     {}
 
-    /// Counts what has come in. False if it has more of a message than allowed.
+    /// Counts what has come in. False if it has more of a message than allowed, or a message
+    /// within another one on a channel that is not secured.
     [[nodiscard]] bool Count(const UA_Byte* data, std::size_t size);
+
+    /// The same of a chunk of a secured channel, once it was decrypted and its signature was right.
+    [[nodiscard]] bool CountSecured(const UA_Byte* chunk, std::size_t size) noexcept
+    {
+        return size < MessageOrder::headerSize || order.Accept(chunk);
+    }
 
     [[nodiscard]] const std::optional<ClientHello>& GetHello() const noexcept { return hello; }
 
@@ -47,7 +70,7 @@ private:
     static constexpr std::size_t headSize = 28; ///< type, length, and the numbers of a Hello
 
     [[nodiscard]] bool BeginChunk();
-    void EndHead();
+    [[nodiscard]] bool EndHead();
 
     const MessageLimits limits;
     std::array<UA_Byte, headSize> head{};
@@ -55,6 +78,8 @@ private:
     std::size_t size = 0;  ///< of the present chunk; known from its 8th byte on
     MessageLimits message; ///< what the present message has so far
     bool isMalformed = false;
+    bool isPlain = false; ///< the channel is not secured
+    MessageOrder order;
     std::optional<ClientHello> hello;
 };
 

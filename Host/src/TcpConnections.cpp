@@ -448,7 +448,7 @@ void TcpConnections::Receive(Connection& connection, std::size_t size)
     const bool knewClient = connection.incoming.GetHello().has_value();
     if (!connection.incoming.Count(input.data(), size))
         return Refuse(connection.id, {UA_STATUSCODE_BADTCPMESSAGETOOLARGE,
-                                      "sends a larger message than is allowed"});
+                                      "sends a larger message than is allowed, or mixes two"});
     if (!knewClient && connection.incoming.GetHello())
         connection.outgoing.SetHello(*connection.incoming.GetHello());
     Notify(connection, UA_CONNECTIONSTATE_ESTABLISHED, {0, nullptr}, {size, input.data()});
@@ -473,6 +473,13 @@ void TcpConnections::OnSigning(unsigned char* data, std::size_t size, OpcUa::Sea
     const auto found = connections.find(filling);
     if (found != connections.end() && found->second->filling == data)
         found->second->outgoing.Prepare(data, size, seal);
+}
+
+bool TcpConnections::OnVerified(const unsigned char* data, std::size_t size) noexcept
+{
+    const Lock lock(mutex);
+    const auto found = connections.find(current);
+    return found == connections.end() || found->second->incoming.CountSecured(data, size);
 }
 
 UA_StatusCode TcpConnections::Send(ConnectionId id, OutputBuffer buffer)

@@ -24,7 +24,7 @@ namespace Host {
 
 /// The connection manager of the loop for TCP. The loop's lock guards it: its operations take it,
 /// and give it back while the server's callback or the observer runs.
-class TcpConnections : public OpcUa::SigningObserver
+class TcpConnections : public OpcUa::MessageObserver
 {
 public:
     using Mutex = LoopMutex;
@@ -61,6 +61,7 @@ public:
     bool Close(ConnectionId id);
 
     void OnSigning(unsigned char* data, std::size_t size, OpcUa::Seal& seal) noexcept override;
+    [[nodiscard]] bool OnVerified(const unsigned char* data, std::size_t size) noexcept override;
 
 private:
     using Lock = std::unique_lock<Mutex>;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -81,6 +82,45 @@ TEST(IncomingMessages, StartAnewWhenTheClientGivesOneUp)
         EXPECT_TRUE(Count(messages, MakeMessage("MSGC", {}, 8)));
         EXPECT_TRUE(Count(messages, MakeMessage("MSGA", {}, 8)));
     }
+}
+
+/// The message that opens a channel without security.
+Bytes MakeOpening()
+{
+    const std::string policy = "http://opcfoundation.org/UA/SecurityPolicy#None";
+    Bytes opening = MakeMessage("OPNF", {0, static_cast<std::uint32_t>(policy.size())}, 100);
+    std::copy(policy.begin(), policy.end(), opening.begin() + 16);
+    return opening;
+}
+
+TEST(IncomingMessages, AreRefusedWithinAnotherOneOnAChannelWithoutSecurity)
+{
+    IncomingMessages messages({});
+    ASSERT_TRUE(Count(messages, MakeOpening()));
+    for (const char* type : {"MSGC", "MSGC", "MSGF", "MSGF"})
+        EXPECT_TRUE(Count(messages, MakeChunk(type, 1)));
+    EXPECT_TRUE(Count(messages, MakeChunk("MSGC", 2)));
+    EXPECT_FALSE(Count(messages, MakeChunk("MSGF", 3)));
+}
+
+TEST(IncomingMessages, MayFollowOneThatTheClientGaveUp)
+{
+    IncomingMessages messages({});
+    ASSERT_TRUE(Count(messages, MakeOpening()));
+    EXPECT_TRUE(Count(messages, MakeChunk("MSGC", 2, 0)));
+    EXPECT_TRUE(Count(messages, MakeChunk("MSGA", 2)));
+    EXPECT_TRUE(Count(messages, MakeChunk("MSGF", 3, 0)));
+}
+
+TEST(IncomingMessages, AreRefusedWithinAnotherOneOnASecuredChannelOnceTheyAreDecrypted)
+{
+    IncomingMessages messages({});
+    Bytes chunk = MakeChunk("MSGC", 1);
+    EXPECT_TRUE(Count(messages, MakeChunk("MSGF", 77))); // any bytes: they are encrypted
+    EXPECT_TRUE(messages.CountSecured(chunk.data(), chunk.size()));
+    EXPECT_TRUE(Count(messages, MakeChunk("MSGF", 78)));
+    chunk = MakeChunk("MSGF", 2);
+    EXPECT_FALSE(messages.CountSecured(chunk.data(), chunk.size()));
 }
 
 TEST(IncomingMessages, AreCountedHoweverTheyAreCut)

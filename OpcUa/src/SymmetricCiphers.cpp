@@ -81,7 +81,7 @@ Pointer Require(Pointer pointer, const char* algorithm, std::string_view use)
 /// heap, from UseOpenSsl to `clear`: the library moves policies about.
 struct Policy
 {
-    Policy(const UA_SecurityPolicy& policy, const Kind& kind, SigningObserver* observer)
+    Policy(const UA_SecurityPolicy& policy, const Kind& kind, MessageObserver* observer)
         : library(policy)
         , observer(observer)
         , cipher(Require(CipherAlgorithm(EVP_CIPHER_fetch(nullptr, kind.cipher, nullptr)),
@@ -91,7 +91,7 @@ struct Policy
     {}
 
     UA_SecurityPolicy library;
-    SigningObserver* const observer; ///< may be null
+    MessageObserver* const observer; ///< may be null
     CipherAlgorithm cipher;
     MacAlgorithm mac;
 };
@@ -299,7 +299,10 @@ UA_StatusCode Verify(void* context, const UA_ByteString* message,
     // Takes the same time wherever they differ.
     const bool isSame = signature->length == signatureLength &&
                         CRYPTO_memcmp(signature->data, expected.data(), signatureLength) == 0;
-    return isSame ? UA_STATUSCODE_GOOD : UA_STATUSCODE_BADSECURITYCHECKSFAILED;
+    const bool isTaken =
+        isSame && (channel.policy.observer == nullptr ||
+                   channel.policy.observer->OnVerified(message->data, message->length));
+    return isTaken ? UA_STATUSCODE_GOOD : UA_STATUSCODE_BADSECURITYCHECKSFAILED;
 }
 
 UA_StatusCode Encrypt(void* context, UA_ByteString* data) noexcept
@@ -517,7 +520,7 @@ void SetChannelOperations(UA_SecurityPolicy& policy)
 
 } // namespace
 
-void UseOpenSsl(UA_SecurityPolicy& policy, SigningObserver* observer)
+void UseOpenSsl(UA_SecurityPolicy& policy, MessageObserver* observer)
 {
     const auto* const kind =
         std::find_if(std::begin(kinds), std::end(kinds),

@@ -33,18 +33,23 @@ public:
     [[nodiscard]] virtual bool Apply(std::vector<unsigned char>& message) = 0;
 };
 
-/// Hears of the messages of a policy's channels before they are signed.
-class SigningObserver
+/// Hears of the messages of a policy's channels before they are signed, and after they are
+/// verified.
+class MessageObserver
 {
 public:
-    SigningObserver() = default;
-    SigningObserver(const SigningObserver&) = delete;
-    SigningObserver& operator=(const SigningObserver&) = delete;
-    virtual ~SigningObserver() = default;
+    MessageObserver() = default;
+    MessageObserver(const MessageObserver&) = delete;
+    MessageObserver& operator=(const MessageObserver&) = delete;
+    virtual ~MessageObserver() = default;
 
     /// `data` is the whole message in plain text, or the text of any other signature. Its bytes may
     /// be changed. `seal` lives as long as the channel. Called on the thread that sends.
     virtual void OnSigning(unsigned char* data, std::size_t size, Seal& seal) noexcept = 0;
+
+    /// `data` is a whole message in plain text whose symmetric signature is right. False refuses
+    /// it as if it were not. Called on the thread that receives.
+    [[nodiscard]] virtual bool OnVerified(const unsigned char* data, std::size_t size) noexcept = 0;
 };
 
 /// Has OpenSSL sign, verify, encrypt and decrypt the messages of a policy, several times faster
@@ -70,6 +75,6 @@ public:
 /// `observer`, if there is one, must outlive the policy.
 ///
 /// Throws CipherException or std::bad_alloc, and leaves the policy as it was.
-void UseOpenSsl(UA_SecurityPolicy& policy, SigningObserver* observer = nullptr);
+void UseOpenSsl(UA_SecurityPolicy& policy, MessageObserver* observer = nullptr);
 
 } // namespace OpcUa
