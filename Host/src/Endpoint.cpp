@@ -209,7 +209,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , loop(transportLog.Get(), MakeConnectionLimits(settings))
     , sessions(loop, runtime, settings.sessions, std::move(authenticate))
     , server(MakeServer())
-    , filters(*server)
+    , filters(*server, loop, sessions)
     , namespaces(*server)
     , structures(*model, namespaces)
     , definitions(*server, *model, namespaces, structures)
@@ -402,7 +402,7 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
     configuration.maxNodesPerTranslateBrowsePathsToNodeIds = 1'000;
     configuration.maxNodesPerBrowse = 200;
     configuration.maxReferencesPerNode = 1'000;
-    configuration.maxMonitoredItemsPerCall = 1'000;
+    configuration.maxMonitoredItemsPerCall = 100; // their filters take the loop's time
     configuration.maxMonitoredItemsPerSubscription = 1'000;
     configuration.maxPublishReqPerSession = 100;
     configuration.maxSubscriptions =

@@ -6,6 +6,7 @@
 #include "Endpoint/Ua.h"
 #include "EventLoop.h"
 #include "Strand.h"
+#include "TimeShare.h"
 
 #include <atomic>
 #include <chrono>
@@ -31,6 +32,7 @@ struct ClientSession
     std::size_t callsInFlight = 0;   ///< taken and not answered yet
     std::size_t weightInFlight = 0;  ///< of their inputs, see `Weigh`
     ConnectionId heldConnection = 0; ///< not read, since too much is in flight; 0: none
+    TimeShare filterTime;            ///< for the library's checks of event filters
     std::uint64_t graceTimer = 0;    ///< runs while the connection is gone; 0: none
     std::chrono::steady_clock::time_point detachedAt; ///< when the connection went
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <new>
 #include <span>
@@ -172,8 +173,10 @@ void SelectNothing(UA_SimpleAttributeOperand& clause)
 
 } // namespace
 
-EventFilters::EventFilters(UA_Server& server)
+EventFilters::EventFilters(UA_Server& server, const EventLoop& loop, const Sessions& sessions)
     : server(server)
+    , loop(loop)
+    , sessions(sessions)
 {
     current = this;
     try {
@@ -220,9 +223,22 @@ void EventFilters::Adapt(UA_MonitoringParameters& parameters)
         return;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): as changeable as the parameters
     auto& filter = const_cast<UA_EventFilter&>(*decoded);
+    SpendTime(filter);
     AdaptWhereClause(filter.whereClause);
     if (filter.selectClausesSize <= mostSelectClauses)
         AdaptSelectClauses(filter);
+}
+
+/// Throws UaException when the session has used up its share.
+void EventFilters::SpendTime(const UA_EventFilter& filter) const
+{
+    constexpr std::chrono::microseconds clauseTime{100};
+    ClientSession* const session = sessions.Find(loop.GetCurrentConnection());
+    if (session == nullptr)
+        return; // the item that the constructor makes
+    if (session->filterTime.GetPause() > TimeShare::Clock::duration::zero())
+        throw UaException("checking event filters", UA_STATUSCODE_BADTOOMANYOPERATIONS);
+    session->filterTime.Count(filter.selectClausesSize * clauseTime);
 }
 
 void EventFilters::AdaptSelectClauses(UA_EventFilter& filter) const
@@ -251,6 +267,11 @@ UA_StatusCode AdaptForCopy(const void* from) noexcept
         return UA_STATUSCODE_GOOD;
     } catch (const std::bad_alloc&) {
         return UA_STATUSCODE_BADOUTOFMEMORY;
+    } catch (const UaException& exception) {
+        if (exception.GetStatus() != UA_STATUSCODE_BADTOOMANYOPERATIONS)
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot look at an event filter: {}", exception.what()));
+        return exception.GetStatus();
     } catch (const std::exception& exception) {
         Log(Core::LogLevel::Error, "Session",
             fmt::format("Cannot look at an event filter: {}", exception.what()));
