@@ -167,13 +167,15 @@ public:
             return std::nullopt;
         const auto closed = std::exchange(handle, nullptr);
         try {
-            const auto position = caller.GetPosition(closed->GetNumber());
             caller.WriteClose(closed->GetNumber(), ToUaTime(marker), 0);
-            if (caller.AwaitClosing() && position->hasOutput && closed->IsAcknowledged() &&
-                closed->GetFailure() == 0)
-                return ResumableTransfer::Target{position->readPosition, ToUaTime(marker)};
-        } catch (const std::exception&) {
-            // Out of memory or the like: the session's end closes it.
+            if (caller.AwaitClosing() && closed->IsAcknowledged() && closed->GetFailure() == 0) {
+                ThrowIfRefused();
+                // All that was sent has been written: a position asked for before the end would be
+                // that of the blocks written by then.
+                return ResumableTransfer::Target{next, ToUaTime(marker)};
+            }
+        } catch (...) {
+            // A block was refused, or there is no memory: the session's end closes it.
         }
         return std::nullopt;
     }

@@ -138,8 +138,9 @@ HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::strin
 {
     if (start.pki.empty())
         start.pki = state.GetPath() / "pki";
-    if (!start.launcher.empty()) // its user has to reach its keys
-        std::filesystem::permissions(state.GetPath(), std::filesystem::perms::all);
+    if (start.user && chown(state.GetPath().c_str(), *start.user, *start.user) != 0)
+        throw std::system_error(errno, std::generic_category(),
+                                "chown " + state.GetPath().string());
     Start();
 }
 

@@ -45,8 +45,10 @@ struct HostStart
 {
     std::string address = "127.0.0.1"; ///< to listen on
     std::filesystem::path pki = {};    ///< keys and certificates; empty: a folder of its own
-    /// A program, with arguments, that becomes the host, as another user for example; empty: none.
+    /// A program, with arguments, that becomes the host; empty: none.
     std::vector<std::string> launcher = {};
+    /// The user whose the host is, and its keys; empty: that of the tests.
+    std::optional<uid_t> user = {};
 };
 
 /// A real talvensor-host on loopback that serves a folder. It ends with the process that started

@@ -97,12 +97,15 @@ fs::path MakeFolder(const fs::path& folder)
     return folder;
 }
 
-/// Makes the host's root, where the host's user can reach it.
+/// Makes the host's root, which the host's user can reach and write.
 fs::path MakeRoot(const fs::path& folder, const ClientTest::HostStart& start)
 {
-    if (!start.launcher.empty())
-        fs::permissions(folder, fs::perms::all);
-    return MakeFolder(folder / "root");
+    auto root = MakeFolder(folder / "root");
+    if (start.user) {
+        fs::permissions(folder, fs::perms::others_exec, fs::perm_options::add);
+        EXPECT_EQ(chown(root.c_str(), *start.user, *start.user), 0);
+    }
+    return root;
 }
 
 } // namespace

@@ -16,8 +16,10 @@ using testing::HasSubstr;
 ClientTest::HostStart StartAsNobody()
 {
     ClientTest::HostStart start;
-    if (geteuid() == 0)
+    if (geteuid() == 0) {
         start.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+        start.user = 65534;
+    }
     return start;
 }
 
