@@ -186,6 +186,8 @@ void OutgoingMessages::Prepare(UA_Byte* chunk, std::size_t size, OpcUa::Seal& ch
 void OutgoingMessages::Pass(OutputBuffer chunk, std::deque<OutputBuffer>& output)
 {
     UA_Byte* data = chunk.GetBytes();
+    if (chunk.GetSize() < chunkHeaderSize) // none of a message
+        return static_cast<void>(output.push_back(std::move(chunk)));
     if (!std::exchange(isPrepared, false)) {
         seal = nullptr;
         Number(data, chunk.GetSize());

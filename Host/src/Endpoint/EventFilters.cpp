@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <span>
@@ -47,9 +49,18 @@ bool IsLiteralType(const UA_ExtensionObject& operand)
            UA_Variant_hasScalarType(&literal->value, &UA_TYPES[UA_TYPES_NODEID]);
 }
 
+/// Reads the operator as it came, which may be none of the enumeration's.
+std::int32_t OperatorOf(const UA_ContentFilterElement& element)
+{
+    std::int32_t operation = 0;
+    static_assert(sizeof(operation) == sizeof(element.filterOperator));
+    std::memcpy(&operation, &element.filterOperator, sizeof(operation));
+    return operation;
+}
+
 /// True for operators whose operands always resolve and whose result is always set; the library
 /// has checked before it evaluates that elements point forwards, to ones that are evaluated then.
-bool IsSupported(UA_FilterOperator operation)
+bool IsSupported(std::int32_t operation)
 {
     return operation == UA_FILTEROPERATOR_OFTYPE || operation == UA_FILTEROPERATOR_AND ||
            operation == UA_FILTEROPERATOR_OR || operation == UA_FILTEROPERATOR_NOT;
@@ -80,7 +91,7 @@ void RefuseOperands(UA_ContentFilterElement& element)
 void AdaptWhereClause(UA_ContentFilter& clause)
 {
     for (auto& element : std::span(clause.elements, clause.elementsSize)) {
-        if (!IsSupported(element.filterOperator))
+        if (!IsSupported(OperatorOf(element)))
             RefuseOperator(element);
         else if (!HasSafeOperands(element))
             RefuseOperands(element);
