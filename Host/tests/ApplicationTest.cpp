@@ -103,7 +103,8 @@ TEST_F(TheApplication, SaysWhatIsWrongWithItsConfiguration)
 {
     EXPECT_EXIT(RunAndExit({"--check"}), Exits(ExitStatus::WrongConfiguration),
                 "talvensor-host: --root: .*\ntalvensor-host: --module: ");
-    EXPECT_EXIT(RunAndExit(GetArguments({"--check"})), Exits(ExitStatus::Stopped), "");
+    EXPECT_EXIT(RunAndExit(GetArguments({"--check", "--no-sandbox"})), Exits(ExitStatus::Stopped),
+                "");
 }
 
 TEST_F(TheApplication, ChecksTheUserFileToo)
