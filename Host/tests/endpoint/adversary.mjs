@@ -43,6 +43,9 @@ export function holdings(host) {
 /** AddressSanitizer does, and finds late uses by it. */
 export const keepsFreedMemory = process.env.TALVENSOR_SANITIZER === "address";
 
+/** Sanitizers have memory of their own beside that of the host. */
+export const hasShadowMemory = Boolean(process.env.TALVENSOR_SANITIZER);
+
 /** Sanitizers take several times as much as the host itself. */
 export const takesMoreMemory = Boolean(process.env.TALVENSOR_SANITIZER);
 
