@@ -23,7 +23,7 @@ using Bytes = std::vector<unsigned char>;
 using SharedBytes = std::shared_ptr<Bytes>;
 
 constexpr std::size_t largestBlock = std::size_t{256} << 10U;
-/// What may be on its way and in the host's queue, of all jobs together and of one.
+/// The bytes that may be on their way and in the host's queue, of all jobs together and of one.
 constexpr std::size_t windowOfAll = std::size_t{24} << 20U;
 constexpr std::size_t largestWindow = std::size_t{12} << 20U;
 constexpr std::size_t smallestWindow = std::size_t{1} << 20U;
@@ -38,14 +38,14 @@ inline bool IsPast(FileTime time)
     return time < std::chrono::system_clock::now() - presentTime;
 }
 
-/// What is written at the end.
+/// The data written at the end.
 struct Stamp
 {
     UA_DateTime time = 0; // 0: none
     UA_Byte permissions = 0;
 };
 
-/// Where blocks come from. Asked in order but after a lost connection.
+/// The source of blocks. Asked in order but after a lost connection.
 class Source
 {
 public:
@@ -56,7 +56,7 @@ public:
 
     /// 0 at the end. Throws FileFailed.
     virtual std::size_t Read(std::span<unsigned char> buffer, std::uint64_t position) = 0;
-    /// Whether it can be read from any position.
+    /// True if it can be read from any position.
     [[nodiscard]] virtual bool CanSeek() const noexcept = 0;
 };
 
@@ -138,7 +138,7 @@ public:
         isEmptied = start > 0;
         for (bool hasFile = false;;) {
             try {
-                // What an earlier file of that name holds is no part of this one.
+                // The content of an earlier file of that name is no part of this one.
                 if (!hasFile)
                     Open(!isEmptied);
                 hasFile = true;
@@ -260,7 +260,7 @@ private:
         }
     }
 
-    /// What the server has after the connection was lost.
+    /// The state of the file at the server after the connection was lost.
     Progress FindProgress(bool isSame)
     {
         for (;;) {

@@ -24,8 +24,8 @@ using OpcUa::ViewOf;
 using std::chrono::steady_clock;
 
 constexpr UA_UInt32 cancellationWait = 50; // ms
-/// What this client announces that it takes: a listing with 61440 names of 255 bytes that are all
-/// escaped has 64 MB.
+/// The largest message that this client announces: a listing with 61440 names of 255 bytes that are
+/// all escaped has 64 MB.
 constexpr UA_UInt32 largestMessage = UA_UInt32{128} << 20U;
 constexpr UA_UInt32 smallestChunk = 8192; // that the standard allows
 

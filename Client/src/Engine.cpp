@@ -142,7 +142,7 @@ void Engine::Close() noexcept
     thread.join();
 }
 
-// What the server says of itself
+// Facts that the server announces
 
 void Engine::ReadNamespaces()
 {

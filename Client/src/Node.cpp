@@ -401,7 +401,7 @@ void RemoteNode::TakeExists(bool exists)
         return;
     const std::uint64_t number = existsQueue.front().number;
     existsQueue.front().ticket->exists = exists;
-    // What was asked for before and has said nothing so far never will.
+    // Earlier requests without an event so far never get one.
     for (auto* const queue : {&listQueue, &deleteQueue, &createQueue})
         while (!queue->empty() && queue->front().number < number) {
             queue->front().ticket->hasNoEvent = true;

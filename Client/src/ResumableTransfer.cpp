@@ -7,7 +7,7 @@ namespace Client {
 
 namespace {
 
-/// What a process that is killed loses of a transfer at most.
+/// The most of a transfer that a killed process loses.
 constexpr std::chrono::seconds betweenRecords{5};
 
 } // namespace

@@ -30,7 +30,7 @@ public:
     /// Returns what is recorded of an earlier transfer if the source is as it was then.
     [[nodiscard]] std::optional<TransferRecord> FindEarlier() const;
 
-    /// What the digest covers was done by the earlier transfer.
+    /// The earlier transfer has done the part that the digest covers.
     void CarryOn(PrefixDigest&& done) noexcept { digest = std::move(done); }
     /// Bytes of the source have been taken, in order but for those that come again.
     void Add(std::uint64_t position, std::span<const unsigned char> bytes);

@@ -81,7 +81,7 @@ std::uint64_t FindUploadStart(Caller& caller, const std::string& remote, int fil
     if (record->targetSize &&
         (record->targetSize != found || record->targetTime != AskTime(caller, remote)))
         return 0; // somebody else has written it
-    // Where the connection was lost nobody knows the target's state: all of it is compared.
+    // After a lost connection nobody knows the target's state: all of it is compared.
     const std::uint64_t from =
         record->targetSize ? *found - std::min<std::uint64_t>(*found, readSize) : 0;
     const bool isPrefix = IsSourceTheSame(*record, file, local, *found, transfer) &&

@@ -55,7 +55,7 @@ protected:
         return options;
     }
 
-    /// What a user sees who comes with the right password.
+    /// Expects that the right password opens a session.
     void ExpectWelcome(const std::string& url) const
     {
         Connection connection(MakeOptions(url));
@@ -138,7 +138,7 @@ public:
     }
 
     [[nodiscard]] bool AreThere() const noexcept { return areThere; }
-    /// What this thread starts from now on is on the client's machine.
+    /// Moves this thread, and the processes that it starts, to the client's machine.
     void GoToClient() const { ASSERT_TRUE(Enter(client)); }
 
 private:

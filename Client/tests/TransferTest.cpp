@@ -324,7 +324,7 @@ TEST_F(ATransfer, VerifiesWhatIsThere)
     EXPECT_TRUE(Put(source, root.GetPath() / "file", options).IsComplete());
     EXPECT_TRUE(Get(local.GetPath() / "back", root.GetPath() / "file", options).IsComplete());
 
-    // What is there differs in its middle, and nothing says that it is of the source.
+    // The file there differs in its middle, and nothing says that it is of the source.
     auto wrong = ReadFile(source);
     wrong.resize(mebibyte);
     wrong[100] = static_cast<char>(wrong[100] + 1);

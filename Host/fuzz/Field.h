@@ -12,7 +12,7 @@
 
 namespace Fuzz {
 
-/// What all hostile clients of a run share.
+/// The data that all hostile clients of a run share.
 struct Field
 {
     Field(std::uint64_t seed, std::string hostUrl, std::uint16_t hostPort,

@@ -7,7 +7,7 @@
 
 namespace Fuzz {
 
-/// What a run has sent and what came back.
+/// Counts the requests and answers of a run.
 struct Figures
 {
     std::uint64_t connections = 0;

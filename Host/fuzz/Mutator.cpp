@@ -15,7 +15,7 @@ namespace {
 constexpr unsigned deepest = 6;
 constexpr std::size_t simpleTypes = 25; // come first among the types, in the order of their kinds
 
-/// What the services expect in extension objects.
+/// The types that services expect in extension objects.
 constexpr std::array<std::size_t, 16> expectedExtensions{UA_TYPES_EVENTFILTER,
                                                          UA_TYPES_DATACHANGEFILTER,
                                                          UA_TYPES_AGGREGATEFILTER,

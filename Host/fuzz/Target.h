@@ -12,7 +12,7 @@
 
 namespace Fuzz {
 
-/// What a process has of the system's.
+/// The descriptors and threads of a process.
 struct Holdings
 {
     std::size_t descriptors;

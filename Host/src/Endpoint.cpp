@@ -100,7 +100,7 @@ ConnectionLimits MakeConnectionLimits(const EndpointSettings& settings)
     limits.outputPause = settings.queuedOutputPause;
     limits.outputLimit = settings.queuedOutput;
     limits.incoming = {settings.maximumMessage, settings.maximumChunks};
-    // What is allowed to wait already, and then the largest answer, are not too much yet.
+    // The output that may wait already and the largest answer behind it are not too much yet.
     limits.outgoing.size =
         std::min(limits.outgoing.size, settings.queuedOutput - settings.queuedOutputPause);
     return limits;
@@ -223,7 +223,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     TypeProjection(*server, *model, namespaces).Project();
     definitions.RequireServed(*server);
     AddNamespaceMetadata(*server, *model, namespaces);
-    // What is done outside of messages is the host's own work, or a session's with its own nodes.
+    // Work outside of messages is the host's own, or a session's with its own nodes.
     nodeStore.SetRule([this](const UA_NodeId& node) {
         const ConnectionId connection = loop.GetCurrentConnection();
         return connection != 0 && !objects.IsVisible(node, sessions.Find(connection));
@@ -409,9 +409,9 @@ void Endpoint::Implementation::SetLimits(UA_ServerConfig& configuration) const
         static_cast<UA_UInt32>(settings.subscriptionsPerSession * settings.maximumSessions);
 }
 
-/// What the base model says of its own types for clients that have not got them built in: 300 KB
-/// each, copied for each read and for each item that monitors them. No client needs them, and
-/// nothing else in the address space is as large.
+/// The description that the base model has of its own types for clients that have not got them
+/// built in: 300 KB each, copied for each read and for each item that monitors them. No client
+/// needs them, and nothing else in the address space is as large.
 void Endpoint::Implementation::RemoveBaseDictionaries()
 {
     for (const UA_UInt32 dictionary :

@@ -164,7 +164,7 @@ public:
 
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
-    /// What is on its way out to a client.
+    /// The output on its way to a client.
     struct Output
     {
         std::size_t largestMessage = 0; ///< that it takes

@@ -45,7 +45,7 @@ bool IsLast(const UA_Byte* chunk) noexcept
     return chunk[3] != 'C';
 }
 
-/// Where the number of a message that opens a channel stands: behind three byte strings. 0 if it
+/// Finds the number of a message that opens a channel: behind three byte strings. 0 if it
 /// is not there.
 std::size_t FindSequenceNumber(const UA_Byte* message, std::size_t size) noexcept
 {

@@ -22,7 +22,7 @@ struct MessageLimits
     std::size_t chunks = 0;
 };
 
-/// What a client says of itself in its first message.
+/// The first message of a client.
 struct ClientHello
 {
     std::size_t chunkSize = 0; ///< the largest chunk that it takes

@@ -165,7 +165,7 @@ PathTrust::PathTrust(const std::vector<Root>& givenRoots, std::optional<uid_t> f
     , mounts(ReadMounts())
     , roots(givenRoots)
 {
-    // Where a folder is reached in several ways, the one that lets clients change it counts.
+    // Of several ways to reach a folder, the one that lets clients change it counts.
     std::stable_sort(roots.begin(), roots.end(), [](const Root& left, const Root& right) {
         return !left.isReadOnly && right.isReadOnly;
     });

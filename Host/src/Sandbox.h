@@ -41,7 +41,7 @@ enum class KernelFiles
 /// process was root it keeps only the capabilities of dealing with files (and of binding low
 /// ports), otherwise none; it can gain none.
 ///
-/// What stays reachable: descriptors that are open already, and those who connect. Not reachable
+/// Stay reachable: descriptors that are open already, and those who connect. Not reachable
 /// and to be opened or loaded before: keys, the user file, the log, modules, models, shared
 /// libraries, time zones, everything that resolves names (/etc/hosts), /proc and /dev.
 ///

@@ -31,7 +31,7 @@ constexpr std::array refused = {
     SYS_fspick, SYS_open_tree, SYS_move_mount, SYS_mount_setattr, SYS_unshare, SYS_setns,
     // Files without a path, and watching all of them.
     SYS_open_by_handle_at, SYS_name_to_handle_at, SYS_fanotify_init,
-    // What the kernel does for others.
+    // Services of the kernel for other programs.
     SYS_bpf, SYS_perf_event_open, SYS_userfaultfd, SYS_io_uring_setup, SYS_io_uring_enter,
     SYS_io_uring_register, SYS_add_key, SYS_request_key, SYS_keyctl, SYS_lookup_dcookie,
     // The machine.

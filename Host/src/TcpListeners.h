@@ -22,7 +22,7 @@ class TcpListeners
 public:
     using Tcp = boost::asio::ip::tcp;
 
-    /// What the owner does for its listeners; called with the lock held.
+    /// The operations of the owner for its listeners; called with the lock held.
     struct Owner
     {
         std::function<ConnectionId()> makeId;

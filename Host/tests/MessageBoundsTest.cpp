@@ -144,7 +144,7 @@ TEST(IncomingMessages, AreCountedHoweverTheyAreCut)
     }
 }
 
-/// What a client gets.
+/// The bytes that a client gets.
 class Outgoing : public testing::Test
 {
 protected:

@@ -79,7 +79,7 @@ bool EventBacklog::IsTooMuch(Backlog& backlog, const SessionProgress& progress) 
 {
     const std::uint64_t settled =
         progress.settledEvents - std::min(progress.settledEvents, backlog.settledEvents);
-    // Who keeps up has nothing waiting, unless nothing at all is sent: it only samples.
+    // A session that keeps up has nothing waiting, unless nothing at all is sent: it only samples.
     const bool keepsUp = !progress.isLate && (settled > 0 || progress.hasDisabledItems);
     if (keepsUp || settled >= backlog.events) {
         backlog.events = 0;

@@ -11,10 +11,11 @@ namespace Host {
 /// Brings the event filters of clients into a form that the library can work with, whichever
 /// service they come by, before the library checks or keeps them.
 ///
-/// Where clauses: the library evaluates them with variables on its stack that it may never have
-/// set, see docs/open62541-event-filters.md. Three kinds of elements are proved to be free of that:
-/// OfType with a literal type, and And, Or and Not of the results of other elements. All others are
-/// emptied, so that the library's own check refuses the filter and says which element it was.
+/// Conditions (where clauses): the library evaluates them with variables on its stack that it may
+/// never have set, see docs/open62541-event-filters.md. Three kinds of elements are proved to be
+/// free of that: OfType with a literal type, and And, Or and Not of the results of other elements.
+/// All others are emptied, so that the library's own check refuses the filter and says which
+/// element it was.
 ///
 /// Select clauses: the library refuses a monitored item because of one field that it does not find
 /// at the clause's type or below it. A field that a type inherits is named with the type that

@@ -394,7 +394,7 @@ ClientSession* Sessions::FindFirstToLeave() const
                              });
 }
 
-/// What can fail comes before the session counts, and gives back what it took.
+/// Every step that can fail comes before the session counts, and gives back what it took.
 void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& user,
                      void** context)
 {

@@ -41,7 +41,7 @@ struct MethodDescription : NodeDescription
     std::vector<ArgumentDescription> outputs;
 };
 
-/// What the number in a field says of its event. Every number but one tells of a failure.
+/// The meaning of the number in a field of an event. Every number but one tells of a failure.
 struct OutcomeDescription
 {
     long success = 0;
