@@ -185,7 +185,7 @@ namespace {
 void MutateHeader(Random& random, std::string& frame)
 {
     static const std::array<std::string, 9> types{"MSG", "OPN", "CLO", "HEL", "ACK",
-                                                  "ERR", "RHE", "XXX", "msg"};
+                                                  "ERR", "RHE", "ABC", "msg"};
     const std::size_t field = 4 * random.Below(6); // sizes, channel, token, numbers
     if (field == 0)
         frame.replace(0, 3, random.Pick(types));

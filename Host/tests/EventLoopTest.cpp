@@ -710,7 +710,8 @@ TEST_F(ALoop, SleepsAllTheWhileThatItWaits)
         handle->run(handle, 600000);
     });
     const auto thread = WaitFor(id.get_future());
-    // A loop that looks around ten times a second is never found like that.
+    // That nothing happens is announced by nobody, so it is watched for a while; one that looks
+    // around ten times a second is never found like that.
     EXPECT_TRUE(Eventually([&] {
         const auto before = CountSleeps(thread);
         std::this_thread::sleep_for(300ms);

@@ -284,7 +284,8 @@ TEST_F(WorkerQueue, TasksQueuedBeforeTheFirstStartRunInTheirOrder)
 TEST_F(WorkerQueue, AnIdleWorkerSleepsUntilThereIsSomethingToDo)
 {
     const auto threadId = OnWorker(behaviour, [] { return ::gettid(); });
-    // A worker that looks around ten times a second is never found like that.
+    // That nothing happens is announced by nobody, so it is watched for a while; one that looks
+    // around ten times a second is never found like that.
     EXPECT_TRUE(WaitUntil([&] {
         const bool wasAsleep = IsAsleep(threadId);
         const auto before = CountSleeps(threadId);
