@@ -35,6 +35,7 @@
 #include <atomic>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include <malloc.h>
@@ -195,7 +196,7 @@ private:
     EventPacing pacing;
     EventRelay events;
     MethodCalls calls;
-    MemoryTrim memoryTrim;
+    std::optional<MemoryTrim> memoryTrim; // empty where memory cannot be read
     std::vector<std::unique_ptr<SharedNode>> sharedNodes;
     std::atomic<bool> stopping{false};
 };
@@ -251,6 +252,8 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     AddCreateFileSystem();
     RequireGood(UA_Server_run_startup(server.get()), "starting the server");
     PublishFacts(*server, settings, loop.GetListenAddresses());
+    if (settings.readMemory)
+        memoryTrim.emplace(settings.readMemory());
     AddHousekeeping();
 }
 
@@ -508,10 +511,10 @@ void Endpoint::Implementation::RemoveOwnObjects(ClientSession& session)
 
 void Endpoint::Implementation::GiveMemoryBack()
 {
-    if (!settings.readMemory || !memoryTrim.IsDue(settings.readMemory(), loop.CountBytes()))
+    if (!memoryTrim || !memoryTrim->IsDue(settings.readMemory(), loop.CountBytes()))
         return;
     malloc_trim(0);
-    memoryTrim.NoteTrimmed(settings.readMemory());
+    memoryTrim->NoteTrimmed(settings.readMemory());
 }
 
 void Endpoint::Implementation::AddHousekeeping()

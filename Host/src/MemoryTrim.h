@@ -17,6 +17,12 @@ public:
     static constexpr std::uint64_t idleTraffic = megabyte;
     static constexpr unsigned int longestPause = 64; // looks
 
+    /// Takes the process's resident memory before the first client comes: the first look may
+    /// already find a peak.
+    explicit MemoryTrim(std::uint64_t resident) noexcept
+        : least(resident)
+    {}
+
     /// Looks at the process's resident memory and at all bytes that were received and sent so far.
     /// True if memory should be given back now; `NoteTrimmed` is to follow then. To be called about
     /// once a second.
@@ -27,7 +33,7 @@ public:
     void NoteTrimmed(std::uint64_t resident) noexcept;
 
 private:
-    std::uint64_t least = UINT64_MAX;
+    std::uint64_t least;
     std::uint64_t lastResident{};
     std::uint64_t lastTransferred{};
     unsigned int pause = 1;

@@ -10,9 +10,7 @@ constexpr auto megabyte = MemoryTrim::megabyte;
 class AMemoryTrim : public testing::Test
 {
 protected:
-    AMemoryTrim() { EXPECT_FALSE(trim.IsDue(30 * megabyte, 0)); }
-
-    MemoryTrim trim;
+    MemoryTrim trim{30 * megabyte};
 };
 
 TEST_F(AMemoryTrim, WaitsForThePeakToEnd)
@@ -20,6 +18,12 @@ TEST_F(AMemoryTrim, WaitsForThePeakToEnd)
     for (std::uint64_t second = 1; second < 100; ++second)
         EXPECT_FALSE(trim.IsDue(300 * megabyte, second * megabyte));
     EXPECT_TRUE(trim.IsDue(300 * megabyte, 99 * megabyte + 1));
+}
+
+TEST_F(AMemoryTrim, IsDueThoughTheFirstLookFindsThePeak)
+{
+    EXPECT_FALSE(trim.IsDue(300 * megabyte, 100 * megabyte)) << "busy";
+    EXPECT_TRUE(trim.IsDue(60 * megabyte, 100 * megabyte));
 }
 
 TEST_F(AMemoryTrim, LeavesALittleAlone)
