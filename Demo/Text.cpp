@@ -1,6 +1,6 @@
 #include "Text.h"
 
-#include <Text/UnsafeCharacters.h>
+#include "Support/UnsafeCharacters.h"
 
 #include <array>
 #include <cstddef>
@@ -30,7 +30,7 @@ bool IsPrintable(std::uint32_t character)
 {
     const bool isSurrogate = character >= 0xD800 && character < 0xE000;
     const bool isMark = character == '\\' || character == '"';
-    return !Text::IsUnsafe(character) && !isSurrogate && !isMark && character <= 0x10FFFF;
+    return !Support::IsUnsafe(character) && !isSurrogate && !isMark && character <= 0x10FFFF;
 }
 
 unsigned char ByteAt(std::string_view text, std::size_t index)

@@ -8,6 +8,8 @@ target_compile_options(TalvensorWarnings INTERFACE
 # Of shadowing only among locals, which g++ alone can tell apart: parameters are named like the
 # members they set.
 target_compile_options(TalvensorWarnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
+# Locks: what Support/ThreadAnnotations.h declares.
+target_compile_options(TalvensorWarnings INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 # The sanitizers' builds compile several sources as one. Types without external linkage are then no
 # longer in the main file, which this warning goes by. Sources that share a name with another of
 # their batch have SKIP_UNITY_BUILD_INCLUSION.

@@ -163,7 +163,7 @@ private:
     /// A file's place on this side; the directory is closed with it.
     struct Place
     {
-        Descriptor directory;
+        Support::Descriptor directory;
         std::string leaf;
         std::string part;
     };
@@ -186,10 +186,10 @@ private:
         Place place;
         if (job.tree) {
             place.directory =
-                Descriptor(fcntl(job.tree->OpenParent(job.relative), F_DUPFD_CLOEXEC, 0));
+                Support::Descriptor(fcntl(job.tree->OpenParent(job.relative), F_DUPFD_CLOEXEC, 0));
             place.leaf = GetLeaf(job.relative);
         } else {
-            place.directory = Descriptor(
+            place.directory = Support::Descriptor(
                 open(GetDirectory(job.local).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
             place.leaf = GetLeaf(job.local);
         }
@@ -261,8 +261,8 @@ private:
 
     void CompareWhole(Caller& caller, const DownloadJob& job, const Place& place) const
     {
-        const Descriptor file(openat(place.directory.Get(), place.leaf.c_str(),
-                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        const Support::Descriptor file(openat(place.directory.Get(), place.leaf.c_str(),
+                                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (!file.IsOpen())
             FailLocally(job.local, Step::Verify);
         CompareContents(caller, job.remote, file.Get(), job.local, transfer.GetJobs());

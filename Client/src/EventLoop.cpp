@@ -1,7 +1,7 @@
 #include "EventLoop.h"
 
 #include "Client/Exceptions.h"
-#include "Descriptor.h"
+#include "Support/Descriptor.h"
 
 #include <open62541/plugin/log.h>
 #include <open62541/types.h>
@@ -159,7 +159,7 @@ enum class Phase
 struct TcpConnection
 {
     uintptr_t id{};
-    Descriptor socket;
+    Support::Descriptor socket;
     Phase phase = Phase::Connecting;
     UA_ConnectionManager_connectionCallback callback{};
     void* application{};
@@ -254,7 +254,7 @@ private:
     Handle handle{};
     UA_KeyValueMap parameters{};
     Manager manager{};
-    Descriptor wake;
+    Support::Descriptor wake;
     std::atomic<bool> isSleeping{false};
     std::atomic<bool> isWoken{false};
     std::map<UA_UInt64, Timer> timers;
@@ -640,8 +640,8 @@ void EventLoop::Implementation::ConnectNext(TcpConnection& connection)
     while (connection.nextAddress != nullptr) {
         const addrinfo& address =
             *std::exchange(connection.nextAddress, connection.nextAddress->ai_next);
-        connection.socket =
-            Descriptor(::socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        connection.socket = Support::Descriptor(
+            ::socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         if (!connection.socket.IsOpen())
             continue;
         Configure(connection.socket.Get());

@@ -132,24 +132,25 @@ LocalTree::LocalTree(std::string givenRoot)
         root.pop_back();
     if (mkdir(root.c_str(), directoryMode) != 0 && errno != EEXIST)
         FailLocally(root, Step::CreateDirectory);
-    rootDescriptor = Descriptor(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    rootDescriptor = Support::Descriptor(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!rootDescriptor.IsOpen())
         FailLocally(root, Step::Open);
 }
 
 /// Name by name, so that no link is followed.
-Descriptor LocalTree::OpenDirectory(const std::string& relative)
+Support::Descriptor LocalTree::OpenDirectory(const std::string& relative)
 {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    Descriptor current(openat(rootDescriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Support::Descriptor current(
+        openat(rootDescriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     std::string_view rest = relative;
     while (!rest.empty()) {
         const std::string name(rest.substr(0, rest.find('/')));
         rest.remove_prefix(std::min(name.size() + 1, rest.size()));
-        Descriptor next(openat(current.Get(), name.c_str(), flags));
+        Support::Descriptor next(openat(current.Get(), name.c_str(), flags));
         if (!next.IsOpen() && errno == ENOENT &&
             (mkdirat(current.Get(), name.c_str(), directoryMode) == 0 || errno == EEXIST))
-            next = Descriptor(openat(current.Get(), name.c_str(), flags));
+            next = Support::Descriptor(openat(current.Get(), name.c_str(), flags));
         if (!next.IsOpen())
             FailLocally(GetName(relative), Step::CreateDirectory);
         current = std::move(next);
@@ -178,7 +179,7 @@ void LocalTree::MakeDirectory(const std::string& relative)
 
 void LocalTree::SetTime(const std::string& relative, FileTime time)
 {
-    const Descriptor directory = OpenDirectory(relative);
+    const Support::Descriptor directory = OpenDirectory(relative);
     const std::array<timespec, 2> times{
         timespec{0, UTIME_OMIT}, timespec{static_cast<time_t>(time.time_since_epoch().count()), 0}};
     if (futimens(directory.Get(), times.data()) != 0)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Client/FileSystem.h"
-#include "Descriptor.h"
+#include "Support/Descriptor.h"
 #include "Tally.h"
 
 #include <cstdint>
@@ -43,12 +43,12 @@ public:
     }
 
 private:
-    Descriptor OpenDirectory(const std::string& relative);
+    Support::Descriptor OpenDirectory(const std::string& relative);
 
     std::string root;
-    Descriptor rootDescriptor;
+    Support::Descriptor rootDescriptor;
     std::string openedPath;
-    Descriptor opened;
+    Support::Descriptor opened;
 };
 
 /// The name of what a download has until it is whole. The first is the usual one; the others are
@@ -79,7 +79,7 @@ private:
     std::string leaf;
     std::string part;
     std::string shownName;
-    Descriptor descriptor;
+    Support::Descriptor descriptor;
 };
 
 /// The last name of a path.

@@ -1,7 +1,7 @@
 #include "PrivateFiles.h"
 
 #include "Client/Exceptions.h"
-#include "Descriptor.h"
+#include "Support/Descriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -33,7 +33,7 @@ void MakePrivateFolder(const std::filesystem::path& folder)
 
 std::string ReadWhole(const std::filesystem::path& file)
 {
-    const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    const Support::Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
     if (!descriptor.IsOpen())
         FailWithSystemError("'" + file.string() + "' cannot be read");
     std::string content;
@@ -52,7 +52,7 @@ std::string ReadWhole(const std::filesystem::path& file)
 void ReplaceFile(const std::filesystem::path& file, std::string_view content)
 {
     std::string name = file.string() + ".XXXXXX";
-    const Descriptor descriptor(mkostemp(name.data(), O_CLOEXEC));
+    const Support::Descriptor descriptor(mkostemp(name.data(), O_CLOEXEC));
     if (!descriptor.IsOpen())
         FailWithSystemError("'" + file.string() + "' cannot be written");
     while (!content.empty()) {

@@ -1,8 +1,8 @@
 #include "TrustStore.h"
 
 #include "Client/Exceptions.h"
-#include "Descriptor.h"
 #include "PrivateFiles.h"
+#include "Support/Descriptor.h"
 
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/types.h>
@@ -52,7 +52,7 @@ public:
     }
 
 private:
-    Descriptor descriptor;
+    Support::Descriptor descriptor;
 };
 
 std::string RandomDigits()

@@ -342,7 +342,8 @@ private:
         std::optional<SmallUpload> upload;
         const bool hasBegun = false;
         DoFile(transfer, job.remote, job.remote, hasBegun, [&] {
-            const Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+            const Support::Descriptor file(
+                open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
             if (!file.IsOpen())
                 FailLocally(job.local, Step::Open);
             auto content = std::make_shared<Bytes>(job.size + 1);
@@ -466,7 +467,8 @@ private:
     {
         bool hasBegun = false;
         DoFile(transfer, job.remote, job.remote, hasBegun, [&] {
-            const Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+            const Support::Descriptor file(
+                open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
             if (!file.IsOpen())
                 FailLocally(job.local, Step::Open);
             if (job.isWhole) {

@@ -2,7 +2,7 @@
 
 #include "Client/Cancellation.h"
 #include "Client/Exceptions.h"
-#include "Descriptor.h"
+#include "Support/Descriptor.h"
 
 #include <atomic>
 #include <chrono>
@@ -72,7 +72,7 @@ private:
     }
     void Sleep(const Cancellation* cancellation, Deadline deadline) noexcept;
 
-    Descriptor descriptor;
+    Support::Descriptor descriptor;
     std::atomic<bool> isSleeping{false};
 };
 

@@ -2,7 +2,7 @@
 
 #include "Core/Exception.h"
 
-#include <Text/UnsafeCharacters.h>
+#include "Support/UnsafeCharacters.h"
 
 #include <fmt/format.h>
 #include <spdlog/details/log_msg.h>
@@ -68,7 +68,7 @@ CodePoint DecodeFirst(std::string_view text)
 
 bool IsDangerous(char32_t character)
 {
-    return Text::IsUnsafe(character) || character == '\\' || character == '"';
+    return Support::IsUnsafe(character) || character == '\\' || character == '"';
 }
 
 void AppendEscaped(std::string& line, std::string_view text, bool isWord)

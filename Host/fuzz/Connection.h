@@ -1,6 +1,6 @@
 #pragma once
 
-#include <OpcUa/Descriptor.h>
+#include "Support/Descriptor.h"
 
 #include <cstdint>
 #include <optional>
@@ -30,7 +30,7 @@ private:
     [[nodiscard]] std::optional<std::string> TakeFrame();
     [[nodiscard]] bool Await(short events, int limit) const;
 
-    OpcUa::Descriptor descriptor;
+    Support::Descriptor descriptor;
     std::string received;
 };
 

@@ -18,8 +18,6 @@
 
 namespace Fuzz {
 
-using OpcUa::Descriptor;
-
 namespace {
 
 constexpr auto longestWait = std::chrono::minutes(1);
@@ -104,9 +102,10 @@ void Target::Start(const std::vector<std::string>& arguments)
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) != 0)
         ThrowSystemError("pipe2");
-    output = Descriptor(ends[0]);
-    const Descriptor written(ends[1]);
-    const Descriptor logged(open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    output = Support::Descriptor(ends[0]);
+    const Support::Descriptor written(ends[1]);
+    const Support::Descriptor logged(
+        open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     process = fork();
     if (process == 0)
         RunHost(pointers, written.Get(), logged.Get());

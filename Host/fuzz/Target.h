@@ -1,6 +1,6 @@
 #pragma once
 
-#include <OpcUa/Descriptor.h>
+#include "Support/Descriptor.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -51,7 +51,7 @@ private:
 
     std::filesystem::path kept;
     std::filesystem::path log;
-    OpcUa::Descriptor output;
+    Support::Descriptor output;
     pid_t process = -1;
     std::uint16_t port = 0;
     std::optional<std::string> end;

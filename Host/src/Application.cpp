@@ -1,11 +1,11 @@
 #include "Application.h"
 
-#include "CommandLine.h"
+#include "Configuration/CommandLine.h"
 #include "Core/Embedding/LogControl.h"
-#include "Log.h"
-#include "LogFile.h"
-#include "OpcUa/Memory.h"
-#include "PasswordPrompt.h"
+#include "Log/Log.h"
+#include "Log/LogFile.h"
+#include "Support/Memory.h"
+#include "Users/PasswordPrompt.h"
 
 #include <iostream>
 #include <variant>
@@ -152,7 +152,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
 {
     IgnoreFatalSignals();
     DisableCoreFiles();
-    OpcUa::KeepFreedMemory();
+    Support::KeepFreedMemory();
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
     auto roots = MakeRoots(configuration);
     auto addresses = ResolveListenUrl(configuration.listen);

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "Addresses.h"
-#include "Admission.h"
-#include "Configuration.h"
+#include "Configuration/Configuration.h"
 #include "Core/Embedding/Runtime.h"
-#include "Pki.h"
-#include "Process.h"
-#include "Roots.h"
-#include "Sandbox.h"
-#include "Users.h"
+#include "Network/Addresses.h"
+#include "Network/Admission.h"
+#include "Process/Process.h"
+#include "Process/Roots.h"
+#include "Process/Sandbox.h"
+#include "Users/Pki.h"
+#include "Users/Users.h"
 
 #include <cstdint>
 #include <functional>

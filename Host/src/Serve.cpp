@@ -1,12 +1,12 @@
 #include "Serve.h"
 
-#include "Console.h"
-#include "Endpoint.h"
-#include "Log.h"
-#include "LoginThrottle.h"
-#include "Logins.h"
-#include "StartThread.h"
-#include "SystemCallFilter.h"
+#include "Endpoint/Endpoint.h"
+#include "Log/Log.h"
+#include "Process/Console.h"
+#include "Process/StartThread.h"
+#include "Process/SystemCallFilter.h"
+#include "Users/LoginThrottle.h"
+#include "Users/Logins.h"
 #include "Version.h"
 
 #include <poll.h>

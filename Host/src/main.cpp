@@ -1,5 +1,5 @@
 #include "Application.h"
-#include "Process.h"
+#include "Process/Process.h"
 #include "Serve.h"
 
 int main(int argumentCount, char** arguments)

@@ -10,9 +10,9 @@
 // "secret", "folder/inner" and "link", and on the first read-only root, which holds the same.
 
 #include "Core/Exception.h"
-#include "Landlock.h"
-#include "Sandbox.h"
-#include "SystemCallFilter.h"
+#include "Process/Landlock.h"
+#include "Process/Sandbox.h"
+#include "Process/SystemCallFilter.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "Operations.h"
 
-#include "OpcUa/Memory.h"
+#include "Support/Memory.h"
 
 #include <benchmark/benchmark.h>
 
@@ -188,7 +188,7 @@ int Count(const std::filesystem::path& folder, std::string_view name, std::strin
 
 int main(int argc, char** argv)
 try {
-    OpcUa::KeepFreedMemory(); // as talvensor-host does
+    Support::KeepFreedMemory(); // as talvensor-host does
     if (argc == 5 && std::strcmp(argv[1], "--count") == 0)
         return Bench::Count(argv[2], argv[3], argv[4]);
     return Bench::MeasureAll(Bench::MakeArguments(argc, argv));

@@ -7,8 +7,8 @@
 #include "SocketBytes.h"
 #include "UaClient.h"
 
-#include "Endpoint.h"
-#include "Pki.h"
+#include "Endpoint/Endpoint.h"
+#include "Users/Pki.h"
 
 #include <Core/Embedding/Runtime.h>
 #include <Core/NamespaceMap.h>

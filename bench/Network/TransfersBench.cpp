@@ -5,7 +5,7 @@
 
 #include "Client/Connection.h"
 #include "Client/FileSystem.h"
-#include "OpcUa/Memory.h"
+#include "Support/Memory.h"
 
 #include <algorithm>
 #include <barrier>
@@ -119,7 +119,7 @@ void Measure(const Options& options)
 
 int main(int argc, char** argv)
 try {
-    OpcUa::KeepFreedMemory(); // as talvensor-fs does
+    Support::KeepFreedMemory(); // as talvensor-fs does
     CLI::App app("measures transfers to and from a talvensor-host", "TransfersBench");
     Options options;
     app.add_option("--url", options.url)->required();

@@ -1,6 +1,6 @@
 #include "Text.h"
 
-#include <Text/UnsafeCharacters.h>
+#include "Support/UnsafeCharacters.h"
 
 #include <fmt/format.h>
 
@@ -54,7 +54,7 @@ std::string Escape(std::string_view text, Backslash backslash)
     while (!text.empty()) {
         const auto length = GetCharacterLength(text);
         const auto character = text.substr(0, std::max<std::size_t>(length, 1));
-        if (length == 0 || ::Text::IsUnsafe(Decode(text, length)))
+        if (length == 0 || ::Support::IsUnsafe(Decode(text, length)))
             escaped += EscapeBytes(character);
         else if (character == "\\" && backslash == Backslash::Doubled)
             escaped += "\\\\";

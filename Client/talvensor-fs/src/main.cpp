@@ -1,8 +1,8 @@
-#include "OpcUa/Memory.h"
 #include "Program.h"
+#include "Support/Memory.h"
 
 int main(int argumentCount, char** arguments)
 {
-    OpcUa::KeepFreedMemory();
+    Support::KeepFreedMemory();
     return Cli::RunProgram({arguments + 1, arguments + argumentCount});
 }

@@ -3,7 +3,7 @@
 
 #include "Client/Exceptions.h"
 
-#include <Text/UnsafeCharacters.h>
+#include "Support/UnsafeCharacters.h"
 
 #include <algorithm>
 #include <clocale>
@@ -40,7 +40,7 @@ std::string Encode(char32_t character)
 TEST(AName, IsShownWithEveryUnsafeCharacterWritten)
 {
     EXPECT_EQ(EscapeName("\xD8\x9Ctxt"), "\\xD8\\x9Ctxt") << "U+061C turns the direction";
-    for (const auto& range : ::Text::unsafeCharacters)
+    for (const auto& range : ::Support::unsafeCharacters)
         for (auto character = std::max(range.first, U'\x80'); character <= range.last; ++character)
             EXPECT_EQ(EscapeName(Encode(character)).front(), '\\')
                 << std::hex << static_cast<unsigned>(character);

@@ -3,10 +3,10 @@
 #include "Core/Embedding/Runtime.h"
 #include "Core/NodeId.h"
 #include "Endpoint/EventGate.h"
+#include "Endpoint/Strand.h"
 #include "Endpoint/Ua.h"
-#include "EventLoop.h"
-#include "Strand.h"
-#include "TimeShare.h"
+#include "Network/EventLoop.h"
+#include "Network/TimeShare.h"
 
 #include <atomic>
 #include <chrono>

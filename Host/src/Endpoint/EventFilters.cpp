@@ -1,6 +1,6 @@
 #include "Endpoint/EventFilters.h"
 
-#include "Log.h"
+#include "Log/Log.h"
 
 #include <fmt/format.h>
 

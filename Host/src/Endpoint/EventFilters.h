@@ -2,7 +2,7 @@
 
 #include "Endpoint/Sessions.h"
 #include "Endpoint/Ua.h"
-#include "EventLoop.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 

@@ -2,7 +2,7 @@
 
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/SubscriptionProgress.h"
-#include "EventLoop.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 

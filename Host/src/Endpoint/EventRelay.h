@@ -9,7 +9,7 @@
 #include "Endpoint/Objects.h"
 #include "Endpoint/Ua.h"
 #include "Endpoint/Values.h"
-#include "EventLoop.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 

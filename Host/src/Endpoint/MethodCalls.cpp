@@ -2,7 +2,7 @@
 
 #include "Core/Exception.h"
 #include "Endpoint/Ua.h"
-#include "Log.h"
+#include "Log/Log.h"
 
 #include <fmt/format.h>
 

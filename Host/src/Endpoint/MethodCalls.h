@@ -10,7 +10,7 @@
 #include "Endpoint/Sessions.h"
 #include "Endpoint/Ua.h"
 #include "Endpoint/Values.h"
-#include "EventLoop.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Endpoint.h"
-#include "EventLoop.h"
+#include "Endpoint/Endpoint.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 

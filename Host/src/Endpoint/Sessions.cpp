@@ -1,6 +1,6 @@
 #include "Endpoint/Sessions.h"
 
-#include "Log.h"
+#include "Log/Log.h"
 
 #include <fmt/format.h>
 

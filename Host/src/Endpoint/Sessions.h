@@ -3,7 +3,7 @@
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/UnclaimedSessions.h"
-#include "EventLoop.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "EventLoop.h"
+#include "Network/EventLoop.h"
 
 #include <open62541/types.h>
 

@@ -5,7 +5,7 @@
 #include "Core/Node.h"
 #include "Core/Objects.h"
 #include "Endpoint/TypeProjection.h"
-#include "UaLogger.h"
+#include "Log/UaLogger.h"
 
 #include <gtest/gtest.h>
 

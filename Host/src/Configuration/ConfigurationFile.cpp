@@ -1,0 +1,130 @@
+#include "Configuration/ConfigurationFile.h"
+
+#include "Users/PrivateFile.h"
+
+#include <optional>
+#include <toml++/toml.h>
+
+namespace Host {
+
+namespace {
+
+std::string Describe(SettingKind kind)
+{
+    switch (kind) {
+    case SettingKind::Text:
+    case SettingKind::Path:
+        return "a text in quotes";
+    case SettingKind::Number:
+        return "a whole number";
+    case SettingKind::Size:
+        return "a number of bytes, or a size in quotes such as \"20MB\"";
+    case SettingKind::Duration:
+        return "a number of seconds, or a time in quotes such as \"500ms\"";
+    case SettingKind::Flag:
+        return "true or false";
+    }
+    return {};
+}
+
+/// The value as a flag's argument would be written; nothing when it is of another kind.
+std::optional<std::string> ReadScalar(const toml::node& node, SettingKind kind)
+{
+    const bool takesText = kind != SettingKind::Number && kind != SettingKind::Flag;
+    const bool takesNumber =
+        kind == SettingKind::Number || kind == SettingKind::Size || kind == SettingKind::Duration;
+    if (takesText && node.is_string())
+        return node.as_string()->get();
+    if (takesNumber && node.is_integer())
+        return std::to_string(node.as_integer()->get());
+    if (kind == SettingKind::Flag && node.is_boolean())
+        return node.as_boolean()->get() ? "true" : "false";
+    return std::nullopt;
+}
+
+class FileReader
+{
+public:
+    FileReader(const std::filesystem::path& file, std::vector<ConfigurationProblem>& problems)
+        : file(file)
+        , folder(std::filesystem::absolute(file).parent_path())
+        , problems(problems)
+    {}
+
+    SettingValues Read()
+    {
+        for (const auto& [key, node] : Parse())
+            ReadKey(key, node);
+        return std::move(values);
+    }
+
+private:
+    /// Nothing else can be said about a file that cannot be read as a whole.
+    [[nodiscard]] toml::table Parse() const
+    {
+        std::vector<ConfigurationProblem> fatal;
+        try {
+            return toml::parse(ReadFile(file));
+        } catch (const toml::parse_error& error) {
+            fatal.push_back(
+                {{file.string(), error.source().begin.line, {}}, std::string(error.description())});
+        } catch (const Core::Exception& error) {
+            fatal.push_back({{{}, 0, "--config"}, error.GetMessage()});
+        }
+        throw ConfigurationException(std::move(fatal));
+    }
+
+    void Report(SettingPlace place, const std::string& text)
+    {
+        problems.push_back({std::move(place), text});
+    }
+
+    void ReadKey(const toml::key& key, const toml::node& node)
+    {
+        const std::string name(key.str());
+        const auto* const setting = FindSetting(name);
+        if (setting == nullptr)
+            Report({file.string(), key.source().begin.line, name}, "there is no such setting");
+        else if (setting->isRepeatable && node.is_array())
+            ReadArray(*setting, *node.as_array());
+        else
+            ReadValue(*setting, node);
+    }
+
+    void ReadArray(const Setting& setting, const toml::array& array)
+    {
+        if (array.empty())
+            Report({file.string(), array.source().begin.line, setting.name}, "the list is empty");
+        for (const auto& node : array)
+            ReadValue(setting, node);
+    }
+
+    void ReadValue(const Setting& setting, const toml::node& node)
+    {
+        const SettingPlace place{file.string(), node.source().begin.line, setting.name};
+        auto text = ReadScalar(node, setting.kind);
+        if (!text) {
+            Report(place, "has to be " + Describe(setting.kind) +
+                              (setting.isRepeatable ? ", or a list of these" : ""));
+            return;
+        }
+        if (setting.kind == SettingKind::Path && !text->empty())
+            text = (folder / *text).string();
+        values[setting.name].push_back({*text, place});
+    }
+
+    const std::filesystem::path& file;
+    std::filesystem::path folder;
+    std::vector<ConfigurationProblem>& problems;
+    SettingValues values;
+};
+
+} // namespace
+
+SettingValues ReadConfigurationFile(const std::filesystem::path& file,
+                                    std::vector<ConfigurationProblem>& problems)
+{
+    return FileReader(file, problems).Read();
+}
+
+} // namespace Host

@@ -1,0 +1,418 @@
+#include "Configuration/Settings.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <limits>
+#include <pwd.h>
+#include <utility>
+
+namespace Host {
+
+namespace {
+
+using Values = std::vector<std::string>;
+
+constexpr std::string_view scheme = "opc.tcp://";
+
+struct Unit
+{
+    std::string_view name;
+    std::uint64_t factor;
+};
+
+constexpr std::array sizeUnits = {
+    Unit{"", 1},
+    Unit{"B", 1},
+    Unit{"kB", 1'000},
+    Unit{"MB", 1'000'000},
+    Unit{"GB", 1'000'000'000},
+    Unit{"KiB", 1ULL << 10U},
+    Unit{"MiB", 1ULL << 20U},
+    Unit{"GiB", 1ULL << 30U},
+};
+constexpr std::array durationUnits = {
+    Unit{"", 1'000}, Unit{"ms", 1}, Unit{"s", 1'000}, Unit{"min", 60'000}, Unit{"h", 3'600'000},
+};
+
+struct LevelName
+{
+    std::string_view name;
+    Core::LogLevel level;
+};
+
+constexpr std::array levelNames = {
+    LevelName{"off", Core::LogLevel::Off},
+    LevelName{"error", Core::LogLevel::Error},
+    LevelName{"warning", Core::LogLevel::Warning},
+    LevelName{"notice", Core::LogLevel::Notice},
+    LevelName{"information", Core::LogLevel::Information},
+    LevelName{"detail", Core::LogLevel::Detail},
+    LevelName{"debug", Core::LogLevel::Debug},
+    LevelName{"trace", Core::LogLevel::Trace},
+};
+
+[[noreturn]] void Refuse(const std::string& text, const std::string& reason)
+{
+    throw Core::InvalidArgumentException("'" + text + "' " + reason);
+}
+
+template <std::size_t count>
+std::uint64_t ParseQuantity(const std::string& text, const std::array<Unit, count>& units,
+                            const std::string& reason)
+{
+    std::uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc{})
+        Refuse(text, reason);
+    std::string_view name(rest, static_cast<std::size_t>(end - rest));
+    name.remove_prefix(std::min(name.find_first_not_of(' '), name.size()));
+    const auto* const unit = std::find_if(units.begin(), units.end(),
+                                          [name](const Unit& each) { return each.name == name; });
+    if (unit == units.end())
+        Refuse(text, reason);
+    if (number >
+        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) / unit->factor)
+        Refuse(text, "is too large");
+    return number * unit->factor;
+}
+
+std::uint64_t AboveZero(std::uint64_t number, const std::string& text)
+{
+    if (number == 0)
+        Refuse(text, "has to be more than 0");
+    return number;
+}
+
+std::uint64_t ParseSizeAboveZero(const std::string& text)
+{
+    return AboveZero(ParseSize(text), text);
+}
+
+std::uint64_t ParseNumber(const std::string& text)
+{
+    std::uint32_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc{} || rest != end)
+        Refuse(text, "is not a whole number from 0 to 4294967295");
+    return number;
+}
+
+std::uint64_t ParseNumberAboveZero(const std::string& text)
+{
+    return AboveZero(ParseNumber(text), text);
+}
+
+/// A name, or a number.
+uid_t ParseUser(const std::string& text)
+{
+    uid_t number = 0;
+    const char* const end = text.data() + text.size();
+    if (const auto [rest, error] = std::from_chars(text.data(), end, number);
+        !text.empty() && error == std::errc{} && rest == end)
+        return number;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the host has one thread when it is configured
+    const auto* const entry = getpwnam(text.c_str());
+    if (entry == nullptr)
+        Refuse(text, "is no user of this machine");
+    return entry->pw_uid;
+}
+
+bool ParseFlag(const std::string& text)
+{
+    return text == "true";
+}
+
+std::filesystem::path ParsePath(const std::string& text)
+{
+    if (text.empty())
+        Refuse(text, "names no file or folder");
+    return std::filesystem::absolute(text).lexically_normal();
+}
+
+std::vector<std::filesystem::path> ParsePaths(const Values& values)
+{
+    std::vector<std::filesystem::path> paths;
+    std::transform(values.begin(), values.end(), std::back_inserter(paths), ParsePath);
+    return paths;
+}
+
+Core::LogLevel ParseLevel(const std::string& text)
+{
+    const auto* const found =
+        std::find_if(levelNames.begin(), levelNames.end(),
+                     [&text](const LevelName& each) { return each.name == text; });
+    if (found != levelNames.end())
+        return found->level;
+    std::string known;
+    for (const auto& each : levelNames)
+        known += (known.empty() ? "" : ", ") + std::string(each.name);
+    Refuse(text, "is none of the levels " + known);
+}
+
+/// A node's name becomes its browse name, which is what clients see and type.
+std::vector<std::string> ParseNodeNames(const Values& values)
+{
+    for (const auto& name : values) {
+        if (name.empty() || name.size() > 128)
+            Refuse(name, "has to be a name of 1 to 128 bytes");
+        if (std::any_of(name.begin(), name.end(),
+                        [](unsigned char byte) { return byte < ' ' || byte == 0x7F; }))
+            Refuse(name, "holds a control character");
+        if (std::count(values.begin(), values.end(), name) > 1)
+            Refuse(name, "is given more than once");
+    }
+    return values;
+}
+
+const std::vector<Setting>& AllSettings()
+{
+    using enum SettingKind;
+    static const std::vector<Setting> settings = {
+        {"listen", Text, false, "Serving", "URL",
+         "where clients find the host, opc.tcp://HOST:PORT; with port 0 the system chooses one "
+         "(opc.tcp://localhost:4840)",
+         [](Configuration& all, const Values& values) {
+             all.listen = ParseListenUrl(values.front());
+         }},
+        {"root", Path, true, "Serving", "DIR",
+         "a folder that clients may read and change; relative paths of clients are seen from the "
+         "first root",
+         [](Configuration& all, const Values& values) {
+             all.roots = ParsePaths(values);
+         }},
+        {"read-only", Path, true, "Serving", "DIR",
+         "a folder that clients may only read; it may lie inside a root, or a root in it",
+         [](Configuration& all, const Values& values) {
+             all.readOnlyRoots = ParsePaths(values);
+         }},
+        {"module", Path, true, "Serving", "FILE", "a module to load, libNAME.so",
+         [](Configuration& all, const Values& values) {
+             all.modules = ParsePaths(values);
+         }},
+        {"model", Path, true, "Serving", "FILE",
+         "the information model of a module (NAME.NodeSet2.xml beside it, or in "
+         "../share/talvensor as seen from this program)",
+         [](Configuration& all, const Values& values) {
+             all.models = ParsePaths(values);
+         }},
+        {"node", Text, true, "Serving", "NAME",
+         "a shared node, seen by all clients below Objects/FileSystems (FileSystem)",
+         [](Configuration& all, const Values& values) {
+             all.nodes = ParseNodeNames(values);
+         }},
+        {"shared-nodes", Flag, false, "Serving", "",
+         "whether there are shared nodes; without them clients use the nodes of their own that "
+         "CreateFileSystem makes (yes)",
+         [](Configuration& all, const Values& values) {
+             all.sharedNodes = ParseFlag(values.front());
+         }},
+        {"grace", Duration, false, "Serving", "TIME",
+         "how long a session outlives its connection (5s)",
+         [](Configuration& all, const Values& values) {
+             all.grace = ParseDuration(values.front());
+         }},
+        {"drain", Duration, false, "Serving", "TIME",
+         "how long a node may take to finish what is queued before it is given up (10s)",
+         [](Configuration& all, const Values& values) {
+             all.drain = ParseDuration(values.front());
+         }},
+
+        {"users", Path, false, "Security", "FILE",
+         "who may log in, written by 'talvensor-host passwd'; without it anybody may, but only on "
+         "loopback",
+         [](Configuration& all, const Values& values) {
+             all.usersFile = ParsePath(values.front());
+         }},
+        {"pki", Path, false, "Security", "DIR",
+         "key and certificate of this host, made when they are not there, and the certificates of "
+         "clients that are trusted, in 'trusted' (talvensor/pki in $XDG_STATE_HOME or "
+         "~/.local/state)",
+         [](Configuration& all, const Values& values) {
+             all.pkiFolder = ParsePath(values.front());
+         }},
+        {"trust-any-client", Flag, false, "Security", "",
+         "whether clients may bring any certificate: who they are is then said by their user's "
+         "password alone (no)",
+         [](Configuration& all, const Values& values) {
+             all.trustAnyClient = ParseFlag(values.front());
+         }},
+        {"sandbox", Flag, false, "Security", "",
+         "whether the kernel confines the host to its roots; without it clients reach whatever "
+         "its user may reach (yes)",
+         [](Configuration& all, const Values& values) {
+             all.sandbox = ParseFlag(values.front());
+         }},
+        {"allow-kernel-files", Flag, false, "Security", "",
+         "whether a root may be, or hold, a view of the kernel such as /proc, /sys or /dev, where "
+         "clients could control the machine (no)",
+         [](Configuration& all, const Values& values) {
+             all.allowKernelFiles = ParseFlag(values.front());
+         }},
+        {"trust-owner", Text, false, "Security", "USER",
+         "a user who may own what the host reads at its start, and the folders above it, beside "
+         "root and the host's own user (nobody)",
+         [](Configuration& all, const Values& values) {
+             all.trustedOwner = ParseUser(values.front());
+         }},
+
+        {"log-level", Text, false, "Log", "LEVEL",
+         "off, error, warning, notice, information, detail, debug or trace (information)",
+         [](Configuration& all, const Values& values) {
+             all.logLevel = ParseLevel(values.front());
+         }},
+        {"log-file", Path, false, "Log", "FILE", "where the log is appended (standard error)",
+         [](Configuration& all, const Values& values) {
+             all.logFile = ParsePath(values.front());
+         }},
+
+        {"max-message", Size, false, "Bounds", "SIZE", "of one message (20MB)",
+         [](Configuration& all, const Values& values) {
+             all.limits.messageSize = ParseSizeAboveZero(values.front());
+         }},
+        {"max-chunks", Number, false, "Bounds", "COUNT", "chunks of one message (400)",
+         [](Configuration& all, const Values& values) {
+             all.limits.messageChunks = ParseNumberAboveZero(values.front());
+         }},
+        {"max-sessions", Number, false, "Bounds", "COUNT", "sessions at the same time (100)",
+         [](Configuration& all, const Values& values) {
+             all.limits.sessions = ParseNumberAboveZero(values.front());
+         }},
+        {"max-subscriptions", Number, false, "Bounds", "COUNT", "subscriptions of a session (20)",
+         [](Configuration& all, const Values& values) {
+             all.limits.subscriptionsPerSession = ParseNumberAboveZero(values.front());
+         }},
+        {"max-file-systems", Number, false, "Bounds", "COUNT",
+         "nodes of its own that a session may have; one that still drains counts; 0: none (4)",
+         [](Configuration& all, const Values& values) {
+             all.limits.fileSystemsPerSession = ParseNumber(values.front());
+         }},
+        {"max-queued-output", Size, false, "Bounds", "SIZE",
+         "output waiting for one connection, beyond which it is closed (64MB)",
+         [](Configuration& all, const Values& values) {
+             all.limits.queuedOutput = ParseSizeAboveZero(values.front());
+         }},
+        {"pause-at-queued-output", Size, false, "Bounds", "SIZE",
+         "output waiting for one connection, from which on nothing is read from it (4MB)",
+         [](Configuration& all, const Values& values) {
+             all.limits.queuedOutputPause = ParseSizeAboveZero(values.front());
+         }},
+        {"max-queued-events", Size, false, "Bounds", "SIZE",
+         "events waiting for one session, which is closed when there are more (64MB)",
+         [](Configuration& all, const Values& values) {
+             all.limits.queuedEventsPerSession = ParseSizeAboveZero(values.front());
+         }},
+        {"max-memory", Size, false, "Bounds", "SIZE",
+         "memory of this process above which the connections that sent most are not read (half of "
+         "the machine's)",
+         [](Configuration& all, const Values& values) {
+             all.limits.memory = ParseSizeAboveZero(values.front());
+         }},
+        {"reserved-descriptors", Number, false, "Bounds", "COUNT",
+         "descriptors kept for accepting connections (64)",
+         [](Configuration& all, const Values& values) {
+             all.limits.reservedDescriptors = ParseNumber(values.front());
+         }},
+    };
+    return settings;
+}
+
+/// The values, or nothing when they have no meaning; then the problem has been added.
+void Apply(const Setting& setting, const std::vector<SettingValue>& values,
+           Configuration& configuration, std::vector<ConfigurationProblem>& problems)
+{
+    Values texts;
+    std::transform(values.begin(), values.end(), std::back_inserter(texts),
+                   [](const SettingValue& value) { return value.text; });
+    try {
+        setting.apply(configuration, texts);
+    } catch (const Core::InvalidArgumentException& error) {
+        problems.push_back({values.front().place, error.GetMessage()});
+    }
+}
+
+std::uint16_t ParsePort(const std::string& url, std::string_view text)
+{
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, port);
+    if (text.empty() || error != std::errc{} || rest != end)
+        Refuse(url, "has no port from 0 to 65535 behind its colon");
+    return port;
+}
+
+} // namespace
+
+std::span<const Setting> GetSettings()
+{
+    return AllSettings();
+}
+
+const Setting* FindSetting(std::string_view name)
+{
+    const auto& all = AllSettings();
+    const auto found = std::find_if(
+        all.begin(), all.end(), [name](const Setting& setting) { return setting.name == name; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+Configuration ApplySettings(const SettingValues& values,
+                            std::vector<ConfigurationProblem>& problems)
+{
+    Configuration configuration;
+    for (const auto& setting : AllSettings()) {
+        const auto found = values.find(setting.name);
+        if (found == values.end() || found->second.empty())
+            continue;
+        for (const auto& value : found->second)
+            configuration.places[setting.name].push_back(value.place);
+        Apply(setting, found->second, configuration, problems);
+    }
+    return configuration;
+}
+
+std::uint64_t ParseSize(const std::string& text)
+{
+    return ParseQuantity(text, sizeUnits,
+                         "is not a size such as 20000000, 20MB or 64MiB (units: B, kB, MB, GB, "
+                         "KiB, MiB, GiB)");
+}
+
+std::chrono::milliseconds ParseDuration(const std::string& text)
+{
+    const auto milliseconds = ParseQuantity(
+        text, durationUnits, "is not a time such as 5, 5s or 500ms (units: ms, s, min, h)");
+    constexpr std::uint64_t day = 86'400'000;
+    if (milliseconds > day)
+        Refuse(text, "is more than a day");
+    return std::chrono::milliseconds(milliseconds);
+}
+
+ListenUrl ParseListenUrl(const std::string& text)
+{
+    std::string_view rest = text;
+    if (!rest.starts_with(scheme))
+        Refuse(text, "does not start with " + std::string(scheme));
+    rest.remove_prefix(scheme.size());
+    if (rest.ends_with('/'))
+        rest.remove_suffix(1);
+
+    const bool isBracketed = rest.starts_with('[');
+    const auto hostEnd = isBracketed ? rest.find(']') : rest.find(':');
+    if (isBracketed && hostEnd == std::string_view::npos)
+        Refuse(text, "has no closing bracket");
+    const auto host = isBracketed ? rest.substr(1, hostEnd - 1) : rest.substr(0, hostEnd);
+    const auto afterHost = isBracketed ? hostEnd + 1 : std::min(hostEnd, rest.size());
+    if (host.empty() || host.find_first_of("/ []") != std::string_view::npos)
+        Refuse(text, "names no host between " + std::string(scheme) + " and the port");
+
+    ListenUrl url{.host = std::string(host)};
+    const auto port = rest.substr(afterHost);
+    if (!port.empty())
+        url.port = ParsePort(text, port.starts_with(':') ? port.substr(1) : "");
+    return url;
+}
+
+} // namespace Host

@@ -1,0 +1,96 @@
+#include "Log/LogFile.h"
+
+#include "Core/Exception.h"
+#include "Process/SystemError.h"
+#include "Support/Descriptor.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Host {
+
+namespace {
+
+using Path = std::filesystem::path;
+
+class FileSink final : public Core::Embedding::LogSink
+{
+public:
+    explicit FileSink(Support::Descriptor file)
+        : file(std::move(file))
+    {}
+
+    void Write(const Core::LogEntry& entry) override
+    {
+        const auto line = Core::Embedding::FormatLogLine(entry) + "\n";
+        std::string_view rest = line;
+        const std::lock_guard lock(mutex);
+        while (!rest.empty()) {
+            const auto written = write(file.Get(), rest.data(), rest.size());
+            if (written < 0 && errno != EINTR)
+                return; // the line is lost: there is nowhere to tell
+            if (written > 0)
+                rest.remove_prefix(static_cast<std::size_t>(written));
+        }
+    }
+
+private:
+    const Support::Descriptor file;
+    std::mutex mutex; // keeps the parts of a line together
+};
+
+/// Follows no link that was made since the path was looked at.
+Support::Descriptor Open(const Path& file, std::uint64_t furtherFlags)
+{
+    const auto real = std::filesystem::weakly_canonical(file);
+    open_how how = {};
+    how.flags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | furtherFlags;
+    how.mode = furtherFlags == O_CREAT ? S_IRUSR | S_IWUSR | S_IRGRP : 0;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    return Support::Descriptor(
+        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, real.c_str(), &how, sizeof(how))));
+}
+
+void Require(const Support::Descriptor& descriptor, const Path& file)
+{
+    struct stat status = {};
+    if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0)
+        ThrowSystemError("the log file '" + file.string() + "' cannot be opened");
+    const auto refuse = [&file](const std::string& reason) {
+        throw Core::InvalidArgumentException("the log file '" + file.string() + "' " + reason);
+    };
+    if (!S_ISREG(status.st_mode))
+        refuse("is not a file");
+    if (status.st_uid != 0 && status.st_uid != geteuid())
+        refuse("belongs to neither root nor the host's user");
+    if (status.st_nlink != 1)
+        refuse("has another name, under which it may be a different file to somebody else");
+}
+
+} // namespace
+
+std::shared_ptr<Core::Embedding::LogSink> OpenLogFile(const Path& file)
+{
+    auto descriptor = Open(file, O_CREAT);
+    Require(descriptor, file);
+    return std::make_shared<FileSink>(std::move(descriptor));
+}
+
+void CheckLogFile(const Path& file)
+{
+    const auto descriptor = Open(file, 0);
+    const bool isMissing = !descriptor.IsOpen() && errno == ENOENT;
+    if (!isMissing)
+        Require(descriptor, file);
+    else if (faccessat(AT_FDCWD, file.parent_path().c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+        ThrowSystemError("the log file '" + file.string() + "' cannot be made");
+}
+
+} // namespace Host

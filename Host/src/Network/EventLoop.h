@@ -1,0 +1,225 @@
+#pragma once
+
+#include "Network/MessageBounds.h"
+
+#include <open62541/plugin/eventloop.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// Names a connection or a listening socket. Counted up from 1 and never used again; 0 names none.
+using ConnectionId = std::uintptr_t;
+
+/// What is known of one connection.
+struct ConnectionInfo
+{
+    ConnectionId id{};
+    std::string remoteAddress; ///< numeric, without the port
+    std::uint16_t remotePort{};
+    std::uint64_t bytesIn{};  ///< received
+    std::uint64_t bytesOut{}; ///< given to the connection to be sent
+};
+
+/// Where the loop listens, with the port that the system chose if it was asked to.
+struct ListeningSocket
+{
+    std::string address;
+    std::uint16_t port{};
+};
+
+/// Bounds on connections without an active session; `EventLoop::MarkAdmitted` tells which have one.
+struct StrangerLimits
+{
+    // A certificate chain, the longest that one has to send, has some 10 kB.
+    std::size_t messageSize = std::size_t{64} << 10U; ///< a larger one is not taken
+    std::size_t messageChunks = 8;
+    std::size_t output = std::size_t{256} << 10U; ///< more waiting to be sent: it is closed
+    std::size_t perAddress = 64;                  ///< a further one takes the place of the oldest
+    std::chrono::milliseconds hello{5'000};       ///< until the first message is complete
+    std::chrono::milliseconds session{15'000};    ///< until a session is active
+    /// Until more of an unfinished message comes, on a connection with a session too.
+    std::chrono::milliseconds progress{120'000};
+};
+
+/// Bounds on what connections may take. Sizes are bytes.
+struct ConnectionLimits
+{
+    static constexpr std::size_t megabyte = std::size_t{1} << 20U;
+
+    /// A further one takes the place of the oldest without a session; if there is none, it is
+    /// accepted and closed at once.
+    std::size_t connections = 1000;
+    MessageLimits incoming = {}; ///< more of a message: its connection is closed
+    /// Larger answers are refused. A listing of 61440 entries with names of 255 bytes fits.
+    MessageLimits outgoing{32'000'000, 0};
+
+    std::size_t outputPause = 4 * megabyte;     ///< more waiting to be sent: it is not read
+    std::size_t outputLimit = 64 * megabyte;    ///< more waiting to be sent: it is closed
+    std::size_t brakeAllowance = 64 * megabyte; ///< see `EventLoop::SetMemoryBrake`
+    std::size_t brakeRefill = megabyte / 20;    ///< the same, each time the brake is looked at
+    StrangerLimits strangers;
+};
+
+/// The event loop and the TCP transport of an OPC UA server: timers, delayed callbacks and
+/// connections on one thread, the one that calls `run` of the handle. Sending never blocks.
+///
+/// Threads: `Post`, `Wake`, `DeliverEvents` and `GetConnection` are for any thread, and so are the
+/// handle's operations other than `start`, `stop`, `run` and `free`; everything else is for the
+/// thread that runs the loop. The loop's lock is recursive (`lock` and `unlock` of the handle) and
+/// is never held while callbacks, posted functions or observers run. It may be taken with the
+/// server's lock held, never the other way round.
+///
+/// Lifetime: give the handle to a server's configuration before its defaults are set. The server
+/// starts, stops and frees the loop; freed, it runs the delayed callbacks that are left, forgets
+/// its timers and frees the event sources that others added. The loop itself belongs to whoever
+/// made it and must outlive the server.
+class EventLoop
+{
+public:
+    /// `logger` must outlive the loop. It is called with the loop's lock held and must not call
+    /// back.
+    explicit EventLoop(const UA_Logger& logger, const ConnectionLimits& limits = {});
+    /// REQUIRES: never started, or stopped. Functions still waiting are dropped without being run.
+    ~EventLoop();
+
+    EventLoop(const EventLoop&) = delete;
+    EventLoop(EventLoop&&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
+    EventLoop& operator=(EventLoop&&) = delete;
+
+    /// The loop as the library knows it, with its connection manager registered. Connections are
+    /// accepted only: opening one to elsewhere is answered with Bad_NotSupported. An address
+    /// without a host listens on every address. A listening port can always be taken over from an
+    /// ended process (the "reuse" parameter has no effect).
+    [[nodiscard]] UA_EventLoop* GetHandle() noexcept;
+
+    /// Runs the function on the loop's thread, soon, in the order in which a thread posts. What it
+    /// throws is logged. A loop that is not being run keeps it until it is.
+    void Post(std::function<void()> function);
+
+    /// Makes a waiting `run` return.
+    void Wake();
+
+    /// Sends the results of asynchronous calls that `UA_Server_setAsyncOperationResult` has stored;
+    /// at the end of the current turn of the loop, however often it is asked for in one.
+    ///
+    /// The library answers such calls from a cyclic callback alone, each second, and offers no
+    /// other way. It is the first cyclic callback that a server registers, when it is made (and it
+    /// does nothing while `asyncOperationTimeout` is 0), so the loop remembers that one and calls
+    /// it between its regular times. One loop therefore serves one server.
+    void FlushAnswers();
+
+    /// Sends queued events now instead of at the end of the subscriptions' publishing intervals.
+    /// To be called after events were raised; wakes the loop.
+    ///
+    /// The library publishes from a cyclic callback for each subscription. Clients make a
+    /// subscription before anything else that is cyclic, so the function of the first cyclic
+    /// callback that was registered in answer to a client's message is the one that publishes, and
+    /// every callback of that function belongs to a subscription of the client whose message was
+    /// being handled. These callbacks are called once between their regular times.
+    ///
+    /// Each call that has nothing to send counts as an interval towards the subscription's
+    /// keep-alive and lifetime counts. So these are rationed: 100 a second for a subscription and
+    /// at most 20 at once; beyond them delivery waits for the next ration (10 ms). Calls that send
+    /// something are free. The server's least lifetime count must be chosen with that in mind:
+    /// 12000 is two minutes under constant fire.
+    void DeliverEvents();
+
+    /// Does that for the subscriptions of one owner, see `SetSubscriptionOwners`.
+    void DeliverEvents(const void* owner);
+
+    /// Says to whom the subscriptions belong that are made on a connection. Called on the loop's
+    /// thread with the loop's lock held.
+    void SetSubscriptionOwners(std::function<const void*(ConnectionId)> find);
+
+    /// Ends the subscriptions of an owner that has none any more by right: a session may leave them
+    /// behind, and the library then keeps them for as long as their lifetime is. Nothing can be
+    /// sent for these, so each call of their publishing callbacks counts towards the lifetime, and
+    /// they are called until it is over: a tenth of the loop's time at most. On the loop's thread,
+    /// once the library has deleted the subscriptions that it does not keep.
+    void EndSubscriptions(const void* owner);
+
+    /// Calls a function at the end of each turn of the loop, after what was to be delivered; an
+    /// empty one ends that. On the loop's thread.
+    void SetTurnObserver(std::function<void()> observer);
+
+    /// The connection whose message (or opening, or closing) is being handled; 0 outside of that.
+    [[nodiscard]] ConnectionId GetCurrentConnection() const;
+
+    /// What is known of a connection; nothing once it has closed.
+    [[nodiscard]] std::optional<ConnectionInfo> GetConnection(ConnectionId connection) const;
+
+    [[nodiscard]] std::size_t CountConnections() const;
+
+    /// Returns how many bytes all connections have received and were given to send so far.
+    [[nodiscard]] std::uint64_t CountBytes() const;
+
+    [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
+
+    /// The output on its way to a client.
+    struct Output
+    {
+        std::size_t largestMessage = 0; ///< that it takes
+        std::size_t queued = 0;         ///< bytes that wait to be sent
+        std::size_t limit = 0;          ///< with more of them it is closed
+        bool isPaused = false;          ///< there are so many that it is not read
+    };
+
+    /// Nothing of a connection that is not known.
+    [[nodiscard]] Output GetOutput(ConnectionId connection) const;
+
+    /// To be told of what the loop's connections sign, which keeps messages within bounds.
+    [[nodiscard]] OpcUa::MessageObserver& GetMessageObserver() noexcept;
+
+    /// While held, a connection is not read, whatever it has sent; what it was sent goes out. That
+    /// its client has left is noticed by `CloseAbandonedConnections` alone then. One that is not
+    /// known is ignored. On the loop's thread.
+    void HoldConnection(ConnectionId connection, bool isHeld);
+
+    /// Closes those that are not read for now and whose clients have left. One whose system still
+    /// holds back what nobody reads here looks as before; it is found by what is sent to it next,
+    /// or by its session's timeout.
+    void CloseAbandonedConnections();
+
+    /// Says that a session is active on a connection, or that none is any more: without one it is
+    /// bounded by `StrangerLimits`. One that is not known is ignored.
+    void MarkAdmitted(ConnectionId connection, bool isAdmitted);
+
+    /// Closes the connections that are overdue by `StrangerLimits`. To be called about once a
+    /// second; nobody is closed at the first call that finds it overdue.
+    void CloseOverdueConnections();
+
+    /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
+    void CloseConnection(ConnectionId connection);
+
+    /// Told once for each connection that has closed, after the server was; `GetConnection` still
+    /// knows it then, for the last time.
+    void SetClosedObserver(std::function<void(ConnectionId)> observer);
+
+    /// While `isMemoryShort` says true, a connection may receive no more than its equal share of
+    /// `ConnectionLimits::brakeAllowance`, counted from when it first said so; who has used up its
+    /// share is not read until it says false again, but for a trickle: every 50 ms all shares
+    /// together grow by `ConnectionLimits::brakeRefill`. Connections made meanwhile start with
+    /// their share used up. So those that send most stop first, those that say little are still
+    /// heard, what comes in above the mark is bounded, and nothing waits for itself: calls taken
+    /// before need no further input to end and free their memory, answers are sent all the while,
+    /// and a connection that its client has left is still noticed.
+    ///
+    /// It is asked before each read, on the loop's thread with the loop's lock held: it must be
+    /// cheap and may not call the loop or the server. One that throws counts as false.
+    void SetMemoryBrake(std::function<bool()> isMemoryShort);
+
+private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation;
+};
+
+} // namespace Host

@@ -1,0 +1,43 @@
+#include "Network/OutputBuffer.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace Host {
+
+OutputBuffer::OutputBuffer(UA_ByteString& bytes)
+    : data(bytes.data)
+    , size(bytes.length)
+{
+    UA_ByteString_init(&bytes);
+}
+
+OutputBuffer OutputBuffer::Copy(const UA_Byte* bytes, std::size_t size)
+{
+    auto* memory = static_cast<UA_Byte*>(UA_malloc(size));
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    std::copy_n(bytes, size, memory);
+    UA_ByteString copy{size, memory};
+    return OutputBuffer(copy);
+}
+
+void OutputBuffer::Release::operator()(UA_Byte* memory) const
+{
+    UA_free(memory);
+}
+
+void OutputBuffer::Shrink() noexcept
+{
+    shrunk = true;
+    if (size == 0)
+        return;
+    if (auto* smaller = static_cast<UA_Byte*>(UA_realloc(data.get(), size))) {
+        // The old memory is gone, or is the new one: not to be freed.
+        static_cast<void>(data.release());
+        data.reset(smaller);
+    }
+}
+
+} // namespace Host

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Network/Admission.h"
+#include "Process/Roots.h"
+#include "Process/Sandbox.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// What an operator sees first.
+struct StartSummary
+{
+    std::string endpoint; ///< with the real port
+    std::vector<Root> roots;
+    SandboxReport sandbox;
+    Admission admission;
+    bool trustsAnyClient = false;
+    std::size_t users = 0;
+    std::string trustedFolder;
+    bool isRoot = false;
+};
+
+/// Several lines, with a line end.
+[[nodiscard]] std::string Describe(const StartSummary& summary);
+
+} // namespace Host

@@ -1,0 +1,193 @@
+#include "Process/Process.h"
+
+#include "Core/Exception.h"
+#include "Process/SystemError.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace Host {
+
+namespace {
+
+std::atomic<int> firstSignal = 0;
+std::atomic<int> stopDescriptor = -1;
+
+/// Runs in the middle of anything: only what a handler may do (signal-safety(7)).
+void HandleStopSignal(int number)
+{
+    int none = 0;
+    if (!firstSignal.compare_exchange_strong(none, number))
+        _exit(128 + number);
+    const auto saved = errno;
+    const std::uint64_t one = 1;
+    // Cannot fail: the counter of an eventfd that nobody adds to twice has room.
+    [[maybe_unused]] const auto written = write(stopDescriptor, &one, sizeof(one));
+    errno = saved;
+}
+
+std::atomic<rlim_t> keptDescriptors = 0;
+
+/// Sets the soft limit to the hard one less `kept`. What cannot be set stays: the one who needs a
+/// descriptor hears it from the system then.
+void MoveDescriptorLimit(rlim_t kept) noexcept
+{
+    rlimit limit = {};
+    if (keptDescriptors == 0 || getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max - kept;
+    static_cast<void>(setrlimit(RLIMIT_NOFILE, &limit));
+}
+
+/// The limit that the control group of this process sets; the largest number without one.
+std::uint64_t GetGroupMemory()
+{
+    constexpr auto none = std::numeric_limits<std::uint64_t>::max();
+    std::ifstream groups("/proc/self/cgroup");
+    for (std::string line; std::getline(groups, line);) {
+        constexpr std::string_view unified = "0::/";
+        if (!line.starts_with(unified))
+            continue;
+        std::ifstream limit("/sys/fs/cgroup/" + line.substr(unified.size()) + "/memory.max");
+        std::uint64_t bytes = 0;
+        return limit >> bytes ? bytes : none; // "max" without one
+    }
+    return none;
+}
+
+} // namespace
+
+void IgnoreFatalSignals()
+{
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    if (sigaction(SIGPIPE, &ignore, nullptr) != 0 || sigaction(SIGXFSZ, &ignore, nullptr) != 0)
+        ThrowSystemError("SIGPIPE and SIGXFSZ cannot be ignored");
+}
+
+std::uint64_t RaiseDescriptorLimit(std::uint64_t kept)
+{
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        ThrowSystemError("the limit of descriptors cannot be read");
+    const rlim_t possible = std::min<rlim_t>(kept, limit.rlim_max / 2);
+    limit.rlim_cur = limit.rlim_max - possible;
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
+        ThrowSystemError("the limit of descriptors cannot be raised");
+    keptDescriptors = possible;
+    return limit.rlim_cur;
+}
+
+KeptDescriptors::KeptDescriptors() noexcept
+{
+    MoveDescriptorLimit(0);
+}
+
+KeptDescriptors::~KeptDescriptors()
+{
+    MoveDescriptorLimit(keptDescriptors);
+}
+
+bool SettleDescriptors() noexcept
+{
+    int opened = -1;
+    do {
+        opened = open("/dev/null", O_RDWR); // gets the lowest number that is free
+        if (opened < 0)
+            return false;
+    } while (opened <= STDERR_FILENO);
+    closefrom(STDERR_FILENO + 1);
+    return true;
+}
+
+void RefuseInspection()
+{
+    if (prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0)
+        ThrowSystemError("the process cannot be closed to others");
+}
+
+void DisableCoreFiles()
+{
+    const rlimit none = {};
+    if (setrlimit(RLIMIT_CORE, &none) != 0)
+        ThrowSystemError("core files cannot be switched off");
+}
+
+bool IsRoot() noexcept
+{
+    return geteuid() == 0;
+}
+
+std::uint64_t GetMachineMemory()
+{
+    const auto pages = sysconf(_SC_PHYS_PAGES);
+    const auto pageSize = sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0)
+        ThrowSystemError("the memory of the machine is not known");
+    return std::min(static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize),
+                    GetGroupMemory());
+}
+
+MemoryGauge::MemoryGauge()
+    : statistics(open("/proc/self/statm", O_RDONLY | O_CLOEXEC))
+{
+    if (!statistics.IsOpen())
+        ThrowSystemError("the memory of the process cannot be watched");
+}
+
+std::uint64_t MemoryGauge::Read() const
+{
+    std::array<char, 128> text{};
+    const auto length = pread(statistics.Get(), text.data(), text.size(), 0);
+    if (length <= 0)
+        ThrowSystemError("the memory of the process cannot be read");
+    // "size resident shared ...", in pages.
+    const std::string_view fields(text.data(), static_cast<std::size_t>(length));
+    const auto resident = fields.substr(std::min(fields.find(' ') + 1, fields.size()));
+    std::uint64_t pages = 0;
+    std::from_chars(resident.data(), resident.data() + resident.size(), pages);
+    return pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+StopSignals::StopSignals()
+    : requested(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    if (!requested.IsOpen())
+        ThrowSystemError("signals to stop cannot be received");
+    int none = -1;
+    if (!stopDescriptor.compare_exchange_strong(none, requested.Get()))
+        throw Core::InvalidStateException("signals to stop are received already");
+    firstSignal = 0;
+    struct sigaction action = {};
+    action.sa_handler = &HandleStopSignal;
+    action.sa_flags = SA_RESTART;
+    for (std::size_t index = 0; index < signals.size(); ++index)
+        sigaction(signals.at(index), &action, &previous.at(index));
+}
+
+StopSignals::~StopSignals()
+{
+    for (std::size_t index = 0; index < signals.size(); ++index)
+        sigaction(signals.at(index), &previous.at(index), nullptr);
+    stopDescriptor = -1;
+}
+
+std::optional<int> StopSignals::GetSignal() noexcept
+{
+    const int number = firstSignal;
+    return number == 0 ? std::nullopt : std::optional(number);
+}
+
+} // namespace Host

@@ -1,0 +1,92 @@
+#include "Process/Roots.h"
+
+#include "Core/Exception.h"
+#include "Process/Mounts.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <linux/magic.h>
+#include <sys/vfs.h>
+#include <system_error>
+
+namespace Host {
+
+namespace {
+
+std::filesystem::path Normalize(const std::filesystem::path& path)
+{
+    const auto normal = std::filesystem::absolute(path).lexically_normal();
+    return normal.has_filename() ? normal : normal.parent_path();
+}
+
+/// For a mount that is not listed, as in a changed root directory. Not all types can be told so.
+bool LooksLikeKernelFiles(const std::filesystem::path& folder)
+{
+    constexpr std::array<std::uint32_t, 16> types = {
+        PROC_SUPER_MAGIC, SYSFS_MAGIC,    CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC,
+        DEBUGFS_MAGIC,    TRACEFS_MAGIC,  SECURITYFS_MAGIC,   DEVPTS_SUPER_MAGIC,
+        BPF_FS_MAGIC,     EFIVARFS_MAGIC, PSTOREFS_MAGIC,     SELINUX_MAGIC,
+        SMACK_MAGIC,      NSFS_MAGIC,     BINFMTFS_MAGIC,     BINDERFS_SUPER_MAGIC};
+    struct statfs status = {};
+    return statfs(folder.c_str(), &status) == 0 &&
+           std::find(types.begin(), types.end(), static_cast<std::uint32_t>(status.f_type)) !=
+               types.end();
+}
+
+void RefuseKernelFiles(const Root& root, const std::vector<Mount>& mounts)
+{
+    const auto refuse = [&root](const std::string& reason) {
+        throw Core::InvalidArgumentException(
+            "'" + root.real.string() + "' cannot be a root: " + reason +
+            "; --allow-kernel-files would let clients control the machine there");
+    };
+    const auto* const around = FindMount(root.real, mounts);
+    if (root.real == "/dev" || LooksLikeKernelFiles(root.real) ||
+        (around != nullptr && IsKernelFileSystem(around->type)))
+        refuse("it is a view of the kernel, not a folder of files");
+    for (const auto& mount : mounts) {
+        if (IsBelow(mount.place, root.real) && IsKernelFileSystem(mount.type))
+            refuse("a view of the kernel (" + mount.type + ") is mounted inside it at '" +
+                   mount.place.string() + "'");
+    }
+}
+
+} // namespace
+
+Root MakeRoot(const std::filesystem::path& path, bool isReadOnly)
+{
+    const auto refuse = [&path](const std::string& reason) {
+        throw Core::InvalidArgumentException("'" + path.string() + "' cannot be a root: " + reason);
+    };
+    std::error_code error;
+    const auto real = std::filesystem::canonical(path, error);
+    if (error)
+        refuse(error.message());
+    if (!std::filesystem::is_directory(real))
+        refuse("it is not a folder");
+    if (real == real.root_path())
+        refuse("it is the whole file system, the host's own keys and files included");
+    return {.given = Normalize(path), .real = real, .isReadOnly = isReadOnly};
+}
+
+void CheckTogether(const std::vector<Root>& roots)
+{
+    for (const auto& root : roots) {
+        const auto contradicts = [&root](const Root& other) {
+            return other.real == root.real && other.isReadOnly != root.isReadOnly;
+        };
+        if (std::any_of(roots.begin(), roots.end(), contradicts))
+            throw Core::InvalidArgumentException("the root '" + root.real.string() +
+                                                 "' is given both as read-only and as writable");
+    }
+}
+
+void RefuseKernelFiles(const std::vector<Root>& roots)
+{
+    const auto mounts = ReadMounts();
+    for (const auto& root : roots)
+        RefuseKernelFiles(root, mounts);
+}
+
+} // namespace Host

@@ -1,0 +1,149 @@
+#include "Users/PrivateFile.h"
+
+#include "Core/Exception.h"
+#include "Process/SystemError.h"
+#include "Support/Descriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace Host {
+
+namespace {
+
+constexpr mode_t othersRights = S_IRWXO;
+constexpr mode_t groupWrites = S_IWGRP;
+
+/// Removes the file unless it has got its final name.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(const std::filesystem::path& target)
+        : path(target.string() + ".XXXXXX")
+        , descriptor(mkostemp(path.data(), O_CLOEXEC)) // mode 0600
+    {
+        if (!descriptor.IsOpen())
+            ThrowSystemError("'" + target.string() + "' cannot be written");
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile()
+    {
+        if (!path.empty())
+            unlink(path.c_str());
+    }
+
+    void Write(std::string_view content)
+    {
+        while (!content.empty()) {
+            const auto written = write(descriptor.Get(), content.data(), content.size());
+            if (written < 0 && errno != EINTR)
+                ThrowSystemError("'" + path + "' cannot be written");
+            if (written > 0)
+                content.remove_prefix(static_cast<std::size_t>(written));
+        }
+        if (fsync(descriptor.Get()) != 0)
+            ThrowSystemError("'" + path + "' cannot be written");
+    }
+
+    void Become(const std::filesystem::path& target)
+    {
+        if (rename(path.c_str(), target.c_str()) != 0)
+            ThrowSystemError("'" + target.string() + "' cannot be replaced");
+        path.clear();
+    }
+
+private:
+    std::string path; // empty once renamed
+    Support::Descriptor descriptor;
+};
+
+void SynchronizeFolder(const std::filesystem::path& folder)
+{
+    const Support::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0)
+        ThrowSystemError("the folder '" + folder.string() + "' cannot be written to the disk");
+}
+
+struct stat GetStatus(const Support::Descriptor& descriptor, const std::filesystem::path& file)
+{
+    struct stat status = {};
+    if (fstat(descriptor.Get(), &status) != 0)
+        ThrowSystemError("'" + file.string() + "' cannot be read");
+    return status;
+}
+
+Support::Descriptor OpenFile(const std::filesystem::path& file)
+{
+    // Opening a pipe without O_NONBLOCK would wait for its other end.
+    Support::Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!descriptor.IsOpen())
+        ThrowSystemError("'" + file.string() + "' cannot be read");
+    if (!S_ISREG(GetStatus(descriptor, file).st_mode))
+        throw Core::InvalidArgumentException("'" + file.string() + "' is not a file");
+    return descriptor;
+}
+
+std::string ReadAll(const Support::Descriptor& descriptor, const std::filesystem::path& file)
+{
+    std::string content;
+    std::array<char, 4096> block{};
+    for (;;) {
+        const auto count = read(descriptor.Get(), block.data(), block.size());
+        if (count == 0)
+            return content;
+        if (count < 0 && errno != EINTR)
+            ThrowSystemError("'" + file.string() + "' cannot be read");
+        if (count > 0)
+            content.append(block.data(), static_cast<std::size_t>(count));
+    }
+}
+
+} // namespace
+
+std::string ReadPrivateFile(const std::filesystem::path& file, GroupMayRead groupMayRead)
+{
+    const auto descriptor = OpenFile(file);
+    const auto refused =
+        groupMayRead == GroupMayRead::Yes ? othersRights | groupWrites : othersRights | S_IRWXG;
+    if ((GetStatus(descriptor, file).st_mode & refused) != 0)
+        throw Core::InvalidArgumentException("'" + file.string() +
+                                             "' holds secrets, but others than its owner may read "
+                                             "or change it: chmod 600 it");
+    return ReadAll(descriptor, file);
+}
+
+std::string ReadFile(const std::filesystem::path& file)
+{
+    return ReadAll(OpenFile(file), file);
+}
+
+void WritePrivateFile(const std::filesystem::path& file, std::string_view content)
+{
+    TemporaryFile temporary(file);
+    temporary.Write(content);
+    temporary.Become(file);
+    SynchronizeFolder(std::filesystem::absolute(file).parent_path());
+}
+
+void MakePrivateFolder(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    if (folder.has_parent_path())
+        std::filesystem::create_directories(folder.parent_path(), error);
+    if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST)
+        ThrowSystemError("the folder '" + folder.string() + "' cannot be made");
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) != 0)
+        ThrowSystemError("the folder '" + folder.string() + "' cannot be used");
+    if (!S_ISDIR(status.st_mode))
+        throw Core::InvalidArgumentException("'" + folder.string() + "' is not a folder");
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        throw Core::InvalidArgumentException("others than its owner may change the folder '" +
+                                             folder.string() + "': chmod 700 it");
+}
+
+} // namespace Host

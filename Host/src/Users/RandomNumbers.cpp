@@ -1,0 +1,90 @@
+#include "Users/RandomNumbers.h"
+
+#include "Core/Exception.h"
+
+#include <open62541/plugin/log_stdout.h>
+#include <open62541/plugin/securitypolicy_default.h>
+#include <open62541/util.h>
+
+#include <openssl/rand.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <string>
+
+namespace {
+
+std::atomic<unsigned long> drawn{0};
+
+/// Ends the process when the system gives no random bytes: no session can be protected then.
+void Fill(void* bytes, std::size_t size)
+{
+    ++drawn;
+    if (RAND_bytes(static_cast<unsigned char*>(bytes), static_cast<int>(size)) == 1)
+        return;
+    std::fputs("talvensor-host: there are no random numbers\n", stderr);
+    std::abort();
+}
+
+} // namespace
+
+// The library calls its functions of these names through the dynamic linker, which prefers those
+// of the program.
+extern "C" {
+
+[[gnu::visibility("default")]] UA_Guid UA_Guid_random(void)
+{
+    UA_Guid guid;
+    Fill(&guid, sizeof(guid));
+    return guid;
+}
+
+[[gnu::visibility("default")]] UA_UInt32 UA_UInt32_random(void)
+{
+    UA_UInt32 number = 0;
+    Fill(&number, sizeof(number));
+    return number;
+}
+
+} // extern "C"
+
+namespace Host {
+
+namespace {
+
+/// True if the library has drawn here to make a nonce.
+bool MakesNoncesHere()
+{
+    UA_SecurityPolicy policy{};
+    if (UA_SecurityPolicy_None(&policy, UA_BYTESTRING_NULL, UA_Log_Stdout) != UA_STATUSCODE_GOOD)
+        return false;
+    std::array<UA_Byte, 32> bytes{};
+    UA_ByteString nonce{bytes.size(), bytes.data()};
+    const auto before = drawn.load();
+    const auto status = policy.symmetricModule.generateNonce(policy.policyContext, &nonce);
+    policy.clear(&policy);
+    return status == UA_STATUSCODE_GOOD && drawn > before;
+}
+
+/// True if the name leads everybody in this process to that function.
+template <typename Function>
+bool IsBound(const char* name, Function* function)
+{
+    return dlsym(RTLD_DEFAULT, name) == reinterpret_cast<void*>(function);
+}
+
+} // namespace
+
+void RequireUnpredictableSessions()
+{
+    if (!IsBound("UA_Guid_random", &UA_Guid_random) ||
+        !IsBound("UA_UInt32_random", &UA_UInt32_random) || !MakesNoncesHere())
+        throw Core::InvalidStateException(
+            "the OPC UA library does not use this program's random numbers, and its own can be "
+            "computed: sessions could be taken over");
+}
+
+} // namespace Host
