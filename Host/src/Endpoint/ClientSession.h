@@ -3,8 +3,8 @@
 #include "Core/Embedding/Runtime.h"
 #include "Core/NodeId.h"
 #include "Endpoint/EventGate.h"
-#include "Endpoint/Strand.h"
 #include "Endpoint/Ua.h"
+#include "Endpoint/WorkerThread.h"
 #include "Network/EventLoop.h"
 #include "Network/TimeShare.h"
 
@@ -18,7 +18,7 @@
 namespace Host {
 
 /// A client's session. Owned by `Sessions`, which keeps it until its last job has run, so jobs on
-/// the strand and functions that they post to the loop may refer to it.
+/// the worker thread and functions that they post to the loop may refer to it.
 struct ClientSession
 {
     // Constant.
@@ -46,13 +46,13 @@ struct ClientSession
     std::atomic<std::uint64_t> calls{0};
     std::atomic<std::uint64_t> bytes{0}; ///< in byte strings, both ways
 
-    // Jobs on the strand only.
+    // Jobs on the worker thread only.
     std::shared_ptr<Core::Embedding::Session> session; ///< opened by the first job
     /// The objects that only this session may use, and its hearing of their events.
     std::unordered_map<Core::NodeId, Core::Embedding::EventSubscription, Core::HashNodeId>
         ownObjects;
 
-    Strand strand; // last: its jobs use what stands above
+    WorkerThread worker; // last: its jobs use what stands above
 };
 
 } // namespace Host

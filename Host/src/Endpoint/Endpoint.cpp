@@ -66,7 +66,7 @@ struct SharedNode
 {
     Core::NodeId id;
     Core::Embedding::EventSubscription subscription;
-    Strand closing; // removes it at the end; started with it, since that must not fail then
+    WorkerThread closing; // removes it at the end; started with it, since that must not fail then
 };
 
 struct ServerDeleter
@@ -237,7 +237,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
         backlog.Forget(session);
         pacing.Forget(session);
         objects.RemoveOwned(session);
-        session.strand.Post([this, &session] { RemoveOwnObjects(session); });
+        session.worker.Post([this, &session] { RemoveOwnObjects(session); });
         loop.Post([this, owner = &session] { loop.EndSubscriptions(owner); });
     });
     loop.SetClosedObserver(
@@ -493,7 +493,7 @@ void Endpoint::Implementation::ShowOwnObject(const NewObject& object, const Clie
         objects.Add(object, &session);
 }
 
-/// On the session's strand, after its last call.
+/// On the session's worker thread, after its last call.
 void Endpoint::Implementation::RemoveOwnObjects(ClientSession& session)
 {
     while (!session.ownObjects.empty()) {

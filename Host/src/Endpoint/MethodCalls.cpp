@@ -121,7 +121,7 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
     }
     call->session = session;
     CountIn(*call);
-    session->strand.Post([this, call, session] {
+    session->worker.Post([this, call, session] {
         Run(*call, *session);
         loop.Post([this, call] { Answer(call); });
     });
@@ -190,7 +190,7 @@ const MethodDescription* MethodCalls::FindMethod(const Core::NodeId& type,
     return found == candidates.end() ? nullptr : &*found;
 }
 
-/// On the session's strand. Whatever happens, the call has a result afterwards.
+/// On the session's worker thread. Whatever happens, the call has a result afterwards.
 void MethodCalls::Run(Call& call, ClientSession& session)
 {
     const auto fail = [&](UA_StatusCode status, const std::string& reason) {

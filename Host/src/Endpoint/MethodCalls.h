@@ -27,7 +27,8 @@ struct HostMethod
 {
     Core::NodeId object;
     Core::NodeId method;
-    /// Runs on the session's strand and returns the outputs. What it throws becomes a status.
+    /// Runs on the session's worker thread and returns the outputs. What it throws becomes a
+    /// status.
     std::function<std::vector<Core::Value>(ClientSession&)> run;
     Core::Embedding::MethodDescription description;
 };

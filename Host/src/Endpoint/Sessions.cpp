@@ -408,9 +408,9 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     session->address = connection->remoteAddress;
     session->connection = connection->id;
     sessions.reserve(sessions.size() + 1);
-    session->strand.Start("for its work");
+    session->worker.Start("for its work");
     // Off the loop: opening is announced to behaviours.
-    session->strand.Post([this, &server, &opened = *session] { Open(server, opened); });
+    session->worker.Post([this, &server, &opened = *session] { Open(server, opened); });
     Log(Core::LogLevel::Information, "Session",
         fmt::format("Session of {} from {} opened", NameOf(user), session->address));
     *context = session.get();
@@ -418,7 +418,7 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     sessions.push_back(std::move(session));
 }
 
-/// On the session's strand. A session that cannot be opened ends.
+/// On the session's worker thread. A session that cannot be opened ends.
 void Sessions::Open(UA_Server& server, ClientSession& session)
 {
     try {
@@ -486,7 +486,7 @@ void Sessions::End(ClientSession& session)
     session.connection = 0;
     ended(session);
     // Behind its calls in flight; they end early, since no further call is made for it.
-    session.strand.Post([this, &session] {
+    session.worker.Post([this, &session] {
         if (session.session)
             session.session->Close();
         loop.Post([this, &session] { Forget(session); });
@@ -529,7 +529,7 @@ bool Sessions::WaitIdle(milliseconds limit)
     const auto end = std::chrono::steady_clock::now() + limit;
     return std::all_of(sessions.begin(), sessions.end(), [end](const auto& session) {
         const auto left = end - std::chrono::steady_clock::now();
-        return session->strand.WaitIdle(
+        return session->worker.WaitIdle(
             std::max(duration_cast<milliseconds>(left), milliseconds(0)));
     });
 }
