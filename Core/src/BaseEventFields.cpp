@@ -90,7 +90,7 @@ void BaseEventFields::Fill(std::vector<Value>& fields, const INode& source, cons
                            const std::string& typeName) const
 {
     const auto now = DateTime::Now();
-    const auto failure = FindFailure(fields);
+    const auto failure = FindFailedOutcome(fields);
     FillOne(fields, EventId, MakeEventId);
     FillOne(fields, EventType, [&] { return Value(type); });
     FillOne(fields, SourceNode, [&] { return Value(source.GetNodeId()); });
@@ -101,21 +101,21 @@ void BaseEventFields::Fill(std::vector<Value>& fields, const INode& source, cons
     FillOne(fields, Severity, [&] { return Value(failure ? failureSeverity : defaultSeverity); });
 }
 
-std::optional<BaseEventFields::Failure>
-BaseEventFields::FindFailure(const std::vector<Value>& fields) const
+std::optional<BaseEventFields::FailedOutcome>
+BaseEventFields::FindFailedOutcome(const std::vector<Value>& fields) const
 {
     for (const auto& [position, outcome] : outcomes) {
         const auto number =
             position < fields.size() ? ReadNumber(fields[position]) : std::optional<long>();
         if (number && *number != outcome.success)
-            return Failure{&outcome, *number};
+            return FailedOutcome{&outcome, *number};
     }
     return std::nullopt;
 }
 
 std::string BaseEventFields::MakeMessage(const std::vector<Value>& fields,
                                          const std::string& typeName,
-                                         const std::optional<Failure>& failure) const
+                                         const std::optional<FailedOutcome>& failure) const
 {
     const std::string list = ListOwn(fields);
     if (!failure)

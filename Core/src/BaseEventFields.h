@@ -15,8 +15,8 @@ namespace Core {
 
 class INode;
 
-/// Where the fields that every event has (OPC 10000-5, 6.4.2) are in the value vectors of one event
-/// type.
+/// The positions of the fields that every event has (OPC 10000-5, 6.4.2) in the value vectors of
+/// one event type.
 class BaseEventFields
 {
 public:
@@ -25,8 +25,8 @@ public:
 
     explicit BaseEventFields(const EventArguments& arguments, Outcomes outcomes = {});
 
-    /// Fills those that are empty. The message is `typeName` with the event's own fields; a failure
-    /// is told in its words and has a higher severity.
+    /// Fills the base fields that are empty. The message is `typeName` with the event's own fields.
+    /// If a field reports a failure, the message describes it and the severity is higher.
     void Fill(std::vector<Value>& fields, const INode& source, const NodeId& type,
               const std::string& typeName) const;
 
@@ -47,18 +47,20 @@ private:
     template <typename MakeValue>
     void FillOne(std::vector<Value>& fields, Field field, const MakeValue& makeValue) const;
 
-    /// The first field that tells of a failure, and its number.
-    struct Failure
+    /// A field that reports a failure, and the number that it has.
+    struct FailedOutcome
     {
         const Embedding::OutcomeDescription* outcome = nullptr;
         long number = 0;
     };
 
-    [[nodiscard]] std::optional<Failure> FindFailure(const std::vector<Value>& fields) const;
+    /// Returns the first one.
+    [[nodiscard]] std::optional<FailedOutcome>
+    FindFailedOutcome(const std::vector<Value>& fields) const;
     /// "AckEvent: FileHandle 7, Result 0", "AckEvent: closing failed (FileHandle 7, Result 3)".
     [[nodiscard]] std::string MakeMessage(const std::vector<Value>& fields,
                                           const std::string& typeName,
-                                          const std::optional<Failure>& failure) const;
+                                          const std::optional<FailedOutcome>& failure) const;
     [[nodiscard]] std::string ListOwn(const std::vector<Value>& fields) const;
 
     std::array<std::size_t, Count> positions{};

@@ -1,7 +1,7 @@
 #include "BehaviourSlot.h"
 
 #include "Core/Exception.h"
-#include "Failure.h"
+#include "CoreLog.h"
 #include "ModuleLoader.h"
 
 #include <utility>

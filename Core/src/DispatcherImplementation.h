@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Core/Dispatcher.h"
-#include "Failure.h"
+#include "CoreLog.h"
 #include "WaitGraph.h"
 
 #include <memory>

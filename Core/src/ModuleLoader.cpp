@@ -1,7 +1,7 @@
 #include "ModuleLoader.h"
 
 #include "Core/Exception.h"
-#include "Failure.h"
+#include "CoreLog.h"
 
 #include <dlfcn.h>
 #include <optional>
@@ -63,12 +63,12 @@ private:
     bool isCommitted = false;
 };
 
-/// What an entry came to. The module's exception itself does not leave: its code may be the
-/// module's.
+/// The result of a module's entry. The module's exception itself goes no further: its code may be
+/// in the module, which is unloaded.
 struct Outcome
 {
     int result = 0;
-    std::optional<Failure> failure;
+    std::optional<ExceptionDescription> exception;
 };
 
 Outcome Run(int (&entry)(CoreContext&), CoreContext& context)
@@ -83,10 +83,10 @@ Outcome Run(int (&entry)(CoreContext&), CoreContext& context)
 void Check(const Outcome& outcome, const std::filesystem::path& file)
 {
     const auto subject = "Module '" + file.string() + "' ";
-    if (outcome.failure)
+    if (outcome.exception)
         throw ModuleFailedException(subject + "failed in " + entryName + ": " +
-                                        outcome.failure->message,
-                                    outcome.failure->details);
+                                        outcome.exception->message,
+                                    outcome.exception->details);
     if (outcome.result != 1)
         throw ModuleRefusedException(subject + "refused: " + entryName + " returned " +
                                      std::to_string(outcome.result) + ", not 1");

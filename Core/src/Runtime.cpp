@@ -1,7 +1,7 @@
 #include "Core/Embedding/Runtime.h"
 
 #include "Core/Exception.h"
-#include "Failure.h"
+#include "CoreLog.h"
 #include "HostContext.h"
 #include "ModelNodes.h"
 #include "ModuleBoundary.h"

@@ -2,7 +2,7 @@
 
 #include "Identity.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <utility>
 

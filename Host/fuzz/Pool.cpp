@@ -1,6 +1,6 @@
 #include "Pool.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "Requests.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <array>
 #include <string_view>

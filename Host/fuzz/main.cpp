@@ -5,7 +5,7 @@
 #include "LibraryClient.h"
 #include "Target.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <chrono>
 #include <cstdint>

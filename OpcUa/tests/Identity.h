@@ -1,7 +1,7 @@
 #pragma once
 
-#include "OpcUa/Failure.h"
 #include "OpcUa/Ua.h"
+#include "OpcUa/UaException.h"
 
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/plugin/log_stdout.h>

@@ -6,7 +6,7 @@
 #include "SocketBytes.h"
 #include "UaClient.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <array>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "RawSession.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <stdexcept>
 #include <utility>

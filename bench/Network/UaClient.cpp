@@ -2,7 +2,7 @@
 
 #include "Identity.h"
 
-#include <OpcUa/Failure.h>
+#include <OpcUa/UaException.h>
 
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>

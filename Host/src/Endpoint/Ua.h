@@ -1,8 +1,8 @@
 #pragma once
 
-#include "OpcUa/Failure.h"
 #include "OpcUa/Text.h"
 #include "OpcUa/Ua.h"
+#include "OpcUa/UaException.h"
 
 namespace Host {
 

@@ -1,4 +1,4 @@
-#include "Failure.h"
+#include "CoreLog.h"
 
 #include "Core/Exception.h"
 #include "Core/Logger.h"
@@ -27,7 +27,7 @@ LogEntry MakeEntry(LogLevel level, std::string message, const SourcePlace& place
 
 } // namespace
 
-Failure DescribeCurrentException()
+ExceptionDescription DescribeCurrentException()
 {
     try {
         throw;
@@ -47,13 +47,13 @@ void LogCurrentException(const std::string& what, const std::string& origin,
         auto& logger = Logger::Instance();
         if (!logger.IsEnabledForEntry(LogLevel::Error, category))
             return;
-        auto failure = DescribeCurrentException();
-        auto entry = MakeEntry(LogLevel::Error, what + ": " + failure.message, place);
-        entry.code = failure.code;
-        entry.details = std::move(failure.details);
+        auto exception = DescribeCurrentException();
+        auto entry = MakeEntry(LogLevel::Error, what + ": " + exception.message, place);
+        entry.code = exception.code;
+        entry.details = std::move(exception.details);
         entry.origin = origin;
         logger.AppendEntry(std::move(entry));
-    } catch (...) { // NOLINT(bugprone-empty-catch): nothing is left to report a lost report to
+    } catch (...) { // NOLINT(bugprone-empty-catch): a lost entry cannot be reported
     }
 }
 
@@ -63,7 +63,7 @@ void LogWarning(const std::string& message, SourcePlace place) noexcept
         auto& logger = Logger::Instance();
         if (logger.IsEnabledForEntry(LogLevel::Warning, category))
             logger.AppendEntry(MakeEntry(LogLevel::Warning, message, place));
-    } catch (...) { // NOLINT(bugprone-empty-catch): nothing is left to report a lost report to
+    } catch (...) { // NOLINT(bugprone-empty-catch): a lost entry cannot be reported
     }
 }
 

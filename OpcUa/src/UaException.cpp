@@ -1,4 +1,4 @@
-#include "OpcUa/Failure.h"
+#include "OpcUa/UaException.h"
 
 namespace OpcUa {
 

@@ -7,7 +7,7 @@ namespace Core {
 /// A place in the source, as log entries name it.
 struct SourcePlace
 {
-    /// Where this is written as a call or as a default argument of a call.
+    /// Returns the place of this call, or of the call whose default argument this is.
     [[nodiscard]] static constexpr SourcePlace Here(const char* file = __builtin_FILE(),
                                                     const char* function = __builtin_FUNCTION(),
                                                     int line = __builtin_LINE()) noexcept
@@ -20,8 +20,8 @@ struct SourcePlace
     int line;
 };
 
-/// What an exception says.
-struct Failure
+/// The texts and the code of an exception.
+struct ExceptionDescription
 {
     std::string message;
     std::string details;
@@ -29,15 +29,16 @@ struct Failure
 };
 
 /// REQUIRES: called inside a handler.
-[[nodiscard]] Failure DescribeCurrentException();
+[[nodiscard]] ExceptionDescription DescribeCurrentException();
 
-/// Writes an error entry of the category "Core" about the exception being handled: `what` could not
-/// be done, and why. `origin` says on whose behalf. Loses the entry rather than throw.
+/// Writes an error entry of the category "Core" about the exception being handled: `what` failed,
+/// and the exception's text. `origin` names the source of the failed work. If the entry cannot be
+/// written, it is lost.
 /// REQUIRES: called inside a handler.
 void LogCurrentException(const std::string& what, const std::string& origin = {},
                          SourcePlace place = SourcePlace::Here()) noexcept;
 
-/// Writes a warning of the category "Core". Loses the entry rather than throw.
+/// Writes a warning of the category "Core". If it cannot be written, it is lost.
 void LogWarning(const std::string& message, SourcePlace place = SourcePlace::Here()) noexcept;
 
 } // namespace Core

@@ -7,7 +7,7 @@
 
 namespace OpcUa {
 
-/// A refusal of the OPC UA library. The text names what failed, on what, and the status.
+/// The OPC UA library returned a bad status. The text names what failed, on what, and the status.
 class UaException : public std::runtime_error
 {
 public:
