@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Network/EventLoop.h"
-#include "Network/LoopTimers.h"
+#include "Transport/LoopTimers.h"
 
 #include <functional>
 #include <map>
@@ -11,6 +11,8 @@
 #include <vector>
 
 namespace Host {
+
+using Transport::LoopTimers;
 
 /// Which subscriptions' publishing callbacks are to be called ahead of their time, and when; the
 /// rule is the one of `EventLoop::DeliverEvents`. Not synchronised: the loop's lock guards it.

@@ -1,6 +1,7 @@
 #include "Network/EventLoop.h"
 
 #include "Network/EventLoopImplementation.h"
+#include "Process/Process.h"
 
 #include <algorithm>
 #include <atomic>
@@ -34,7 +35,10 @@ std::chrono::microseconds ToDuration(UA_DateTime ticks)
 EventLoop::Implementation::Implementation(const UA_Logger& logger, const ConnectionLimits& limits)
     : logger(logger)
     , work(context.get_executor())
-    , connections(context, mutex, logger, limits)
+    , connections(context, mutex, logger, limits, [](const std::function<void()>& accept) {
+        const KeptDescriptors kept;
+        accept();
+    })
 {
     handle.owner = this;
     handle.logger = &logger;

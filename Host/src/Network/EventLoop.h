@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Network/MessageBounds.h"
+#include "Transport/Accepting/AcceptedConnections.h"
 
 #include <open62541/plugin/eventloop.h>
 
@@ -15,58 +15,10 @@
 
 namespace Host {
 
-/// Names a connection or a listening socket. Counted up from 1 and never used again; 0 names none.
-using ConnectionId = std::uintptr_t;
-
-/// What is known of one connection.
-struct ConnectionInfo
-{
-    ConnectionId id{};
-    std::string remoteAddress; ///< numeric, without the port
-    std::uint16_t remotePort{};
-    std::uint64_t bytesIn{};  ///< received
-    std::uint64_t bytesOut{}; ///< given to the connection to be sent
-};
-
-/// Where the loop listens, with the port that the system chose if it was asked to.
-struct ListeningSocket
-{
-    std::string address;
-    std::uint16_t port{};
-};
-
-/// Bounds on connections without an active session; `EventLoop::MarkAdmitted` tells which have one.
-struct StrangerLimits
-{
-    // A certificate chain, the longest that one has to send, has some 10 kB.
-    std::size_t messageSize = std::size_t{64} << 10U; ///< a larger one is not taken
-    std::size_t messageChunks = 8;
-    std::size_t output = std::size_t{256} << 10U; ///< more waiting to be sent: it is closed
-    std::size_t perAddress = 64;                  ///< a further one takes the place of the oldest
-    std::chrono::milliseconds hello{5'000};       ///< until the first message is complete
-    std::chrono::milliseconds session{15'000};    ///< until a session is active
-    /// Until more of an unfinished message comes, on a connection with a session too.
-    std::chrono::milliseconds progress{120'000};
-};
-
-/// Bounds on what connections may take. Sizes are bytes.
-struct ConnectionLimits
-{
-    static constexpr std::size_t megabyte = std::size_t{1} << 20U;
-
-    /// A further one takes the place of the oldest without a session; if there is none, it is
-    /// accepted and closed at once.
-    std::size_t connections = 1000;
-    MessageLimits incoming = {}; ///< more of a message: its connection is closed
-    /// Larger answers are refused. A listing of 61440 entries with names of 255 bytes fits.
-    MessageLimits outgoing{32'000'000, 0};
-
-    std::size_t outputPause = 4 * megabyte;     ///< more waiting to be sent: it is not read
-    std::size_t outputLimit = 64 * megabyte;    ///< more waiting to be sent: it is closed
-    std::size_t brakeAllowance = 64 * megabyte; ///< see `EventLoop::SetMemoryBrake`
-    std::size_t brakeRefill = megabyte / 20;    ///< the same, each time the brake is looked at
-    StrangerLimits strangers;
-};
+using Transport::ConnectionId;
+using Transport::ConnectionInfo;
+using Transport::ConnectionLimits;
+using Transport::ListeningSocket;
 
 /// The event loop and the TCP transport of an OPC UA server: timers, delayed callbacks and
 /// connections on one thread, the one that calls `run` of the handle. Sending never blocks.
@@ -164,14 +116,7 @@ public:
 
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
-    /// The output on its way to a client.
-    struct Output
-    {
-        std::size_t largestMessage = 0; ///< that it takes
-        std::size_t queued = 0;         ///< bytes that wait to be sent
-        std::size_t limit = 0;          ///< with more of them it is closed
-        bool isPaused = false;          ///< there are so many that it is not read
-    };
+    using Output = Transport::ConnectionOutput;
 
     /// Nothing of a connection that is not known.
     [[nodiscard]] Output GetOutput(ConnectionId connection) const;

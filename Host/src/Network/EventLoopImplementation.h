@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Network/Asio.h"
 #include "Network/EventDelivery.h"
 #include "Network/EventLoop.h"
-#include "Network/LoopTimers.h"
-#include "Network/TcpConnections.h"
+#include "Transport/Accepting/AcceptedConnections.h"
+#include "Transport/Asio.h"
+#include "Transport/LoopTimers.h"
 
 #include <open62541/plugin/log.h>
 
@@ -25,7 +25,7 @@ public:
     Implementation(const UA_Logger& logger, const ConnectionLimits& limits);
 
     [[nodiscard]] UA_EventLoop* GetHandle() noexcept { return &handle; }
-    [[nodiscard]] TcpConnections& GetConnections() noexcept { return connections; }
+    [[nodiscard]] Transport::AcceptedConnections& GetConnections() noexcept { return connections; }
     void SetTurnObserver(std::function<void()> observer) { turnObserver = std::move(observer); }
 
     void Post(std::function<void()> function);
@@ -37,7 +37,7 @@ public:
     [[nodiscard]] ConnectionId GetCurrentConnection() const;
 
 private:
-    using Mutex = TcpConnections::Mutex;
+    using Mutex = Transport::AcceptedConnections::Mutex;
     using Lock = std::unique_lock<Mutex>;
 
     struct Handle : UA_EventLoop
@@ -104,7 +104,7 @@ private:
     std::atomic<std::thread::id> loopThread{};
 
     mutable Mutex mutex; // the loop's lock, guards what follows
-    TcpConnections connections;
+    Transport::AcceptedConnections connections;
     LoopTimers timers;
     LoopTimers::Id answers{}; // the cyclic callback that sends the results of asynchronous calls
     EventDelivery delivery;

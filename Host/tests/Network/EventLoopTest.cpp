@@ -1,6 +1,6 @@
 #include "Network/EventLoop.h"
 #include "Network/EventDelivery.h"
-#include "Network/LoopTimers.h"
+#include "Transport/LoopTimers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

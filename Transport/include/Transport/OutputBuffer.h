@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <memory>
 
-namespace Host {
+namespace Transport {
 
 /// A message, or what is left of one, that waits to be sent.
 class OutputBuffer
@@ -38,4 +38,4 @@ private:
     bool shrunk = false;
 };
 
-} // namespace Host
+} // namespace Transport

@@ -8,7 +8,7 @@
 #include <set>
 #include <utility>
 
-namespace Host {
+namespace Transport {
 
 /// Callbacks with their times, in the time domain of the loop's monotonic clock.
 /// Not synchronised: the loop's lock guards it.
@@ -69,4 +69,4 @@ private:
     std::set<std::pair<UA_DateTime, Id>> queue;
 };
 
-} // namespace Host
+} // namespace Transport

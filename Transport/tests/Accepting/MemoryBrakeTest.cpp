@@ -1,8 +1,8 @@
-#include "Network/MemoryBrake.h"
+#include "Transport/Accepting/MemoryBrake.h"
 
 #include <gtest/gtest.h>
 
-namespace Host {
+namespace Transport {
 namespace {
 
 class AMemoryBrake : public testing::Test
@@ -100,4 +100,4 @@ TEST_F(AMemoryBrake, RefillsByAByteAtLeast)
 }
 
 } // namespace
-} // namespace Host
+} // namespace Transport

@@ -1,18 +1,21 @@
 #pragma once
 
-#include "Network/Asio.h"
-#include "Network/EventLoop.h"
+#include <open62541/plugin/eventloop.h>
 
+#include <cstdint>
 #include <mutex>
 #include <string_view>
 
-namespace Host {
+namespace Transport {
 
-/// Guards the loop and its connections.
+/// Guards a loop and its connections.
 using LoopMutex = std::recursive_mutex;
 
-/// A connection, or a socket that listens for them, as the server knows it.
-struct TcpChannel
+/// Names a connection or a listening socket. Counted up from 1 and never used again; 0 names none.
+using ConnectionId = std::uintptr_t;
+
+/// A connection, or a socket that listens for them, as the library knows it.
+struct Channel
 {
     ConnectionId id{};
     UA_ConnectionManager_connectionCallback callback{};
@@ -29,4 +32,4 @@ inline UA_String Borrow(std::string_view text)
     return {text.size(), reinterpret_cast<UA_Byte*>(const_cast<char*>(text.data()))};
 }
 
-} // namespace Host
+} // namespace Transport

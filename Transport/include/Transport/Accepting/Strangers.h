@@ -1,7 +1,8 @@
 #pragma once
 
-#include "Network/EventLoop.h"
-#include "Network/MessageStream.h"
+#include "Transport/Accepting/Limits.h"
+#include "Transport/Accepting/MessageStream.h"
+#include "Transport/Channel.h"
 
 #include <chrono>
 #include <cstddef>
@@ -12,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace Host {
+namespace Transport {
 
 /// Keeps strangers, the connections on which no session is active, within `StrangerLimits`, and
 /// finds unfinished messages that make no progress on any connection. Decides only: closing is up
@@ -81,4 +82,4 @@ private:
     Connections connections;
 };
 
-} // namespace Host
+} // namespace Transport

@@ -1,4 +1,4 @@
-#include "Network/TcpConnections.h"
+#include "Transport/Accepting/AcceptedConnections.h"
 
 #include <open62541/plugin/log.h>
 
@@ -12,7 +12,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 
-namespace Host {
+namespace Transport {
 
 namespace asio = boost::asio;
 
@@ -74,9 +74,9 @@ OutputBuffer MakeErrorMessage(UA_StatusCode status, std::string_view reason)
 
 } // namespace
 
-TcpConnections::Connection::Connection(const TcpChannel& channel, Tcp::socket accepted,
-                                       const ConnectionLimits& limits)
-    : TcpChannel(channel)
+AcceptedConnections::Connection::Connection(const Channel& channel, Tcp::socket accepted,
+                                            const ConnectionLimits& limits)
+    : Channel(channel)
     , socket(std::move(accepted))
     , incoming(limits.incoming)
     , outgoing(limits.outgoing, limits.incoming)
@@ -85,14 +85,15 @@ TcpConnections::Connection::Connection(const TcpChannel& channel, Tcp::socket ac
     info = {id, remote.address().to_string(), remote.port(), 0, 0};
 }
 
-TcpConnections::TcpConnections(asio::io_context& context, Mutex& mutex, const UA_Logger& logger,
-                               const ConnectionLimits& limits)
+AcceptedConnections::AcceptedConnections(asio::io_context& context, Mutex& mutex,
+                                         const UA_Logger& logger, const ConnectionLimits& limits,
+                                         LendDescriptors lend)
     : logger(logger)
     , limits(limits)
     , context(context)
     , mutex(mutex)
     , input(inputSize)
-    , listeners(context, mutex, logger, MakeListenersOwner())
+    , listeners(context, mutex, logger, MakeListenersOwner(std::move(lend)))
     , strangers(limits.strangers)
     , brake(limits.brakeAllowance, limits.brakeRefill)
     , brakeTimer(context)
@@ -100,14 +101,14 @@ TcpConnections::TcpConnections(asio::io_context& context, Mutex& mutex, const UA
     FillOperations();
 }
 
-TcpListeners::Owner TcpConnections::MakeListenersOwner()
+Listeners::Owner AcceptedConnections::MakeListenersOwner(LendDescriptors lend)
 {
     return {
         [this] { return ++lastId; },
-        [this](TcpChannel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters) {
+        [this](Channel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters) {
             Notify(channel, state, parameters, {});
         },
-        [this](const TcpChannel& listener, Tcp::socket socket) {
+        [this](const Channel& listener, Tcp::socket socket) {
             AddConnection(listener, std::move(socket));
         },
         [this] {
@@ -115,17 +116,18 @@ TcpListeners::Owner TcpConnections::MakeListenersOwner()
                 GiveWay(*oldest);
         },
         [this] { CheckStopped(); },
+        std::move(lend),
     };
 }
 
-TcpConnections& TcpConnections::GetOwner(UA_ConnectionManager* manager)
+AcceptedConnections& AcceptedConnections::GetOwner(UA_ConnectionManager* manager)
 {
     // The library's type is not polymorphic, and every manager made here is of this class.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast)
     return *static_cast<Manager*>(manager)->owner;
 }
 
-TcpConnections& TcpConnections::GetOwner(UA_EventSource* source)
+AcceptedConnections& AcceptedConnections::GetOwner(UA_EventSource* source)
 {
     return GetOwner(reinterpret_cast<UA_ConnectionManager*>(source)); // its first member
 }
@@ -144,7 +146,7 @@ static UA_StatusCode Answer(const UA_Logger& logger, Function function)
     }
 }
 
-void TcpConnections::FillOperations()
+void AcceptedConnections::FillOperations()
 {
     manager.owner = this;
     manager.protocol = Borrow("tcp");
@@ -190,14 +192,14 @@ void TcpConnections::FillOperations()
     };
 }
 
-std::optional<ConnectionInfo> TcpConnections::Get(ConnectionId id) const
+std::optional<ConnectionInfo> AcceptedConnections::Get(ConnectionId id) const
 {
     const Lock lock(mutex);
     const auto found = connections.find(id);
     return found == connections.end() ? std::nullopt : std::optional(found->second->info);
 }
 
-EventLoop::Output TcpConnections::GetOutput(ConnectionId id) const
+ConnectionOutput AcceptedConnections::GetOutput(ConnectionId id) const
 {
     const Lock lock(mutex);
     const auto found = connections.find(id);
@@ -208,41 +210,41 @@ EventLoop::Output TcpConnections::GetOutput(ConnectionId id) const
             connection.queued > limits.outputPause};
 }
 
-std::size_t TcpConnections::Count() const
+std::size_t AcceptedConnections::Count() const
 {
     const Lock lock(mutex);
     return connections.size();
 }
 
-std::uint64_t TcpConnections::CountBytes() const
+std::uint64_t AcceptedConnections::CountBytes() const
 {
     const Lock lock(mutex);
     return bytes;
 }
 
-std::vector<ListeningSocket> TcpConnections::GetListenAddresses() const
+std::vector<ListeningSocket> AcceptedConnections::GetListenAddresses() const
 {
     const Lock lock(mutex);
     return listeners.GetAddresses();
 }
 
-void TcpConnections::SetClosedObserver(std::function<void(ConnectionId)> observer)
+void AcceptedConnections::SetClosedObserver(std::function<void(ConnectionId)> observer)
 {
     closedObserver = std::move(observer);
 }
 
 /// Tells the server what happens to a connection, which is the current one meanwhile.
-void TcpConnections::Notify(Connection& connection, UA_ConnectionState state,
-                            const UA_KeyValueMap& parameters, UA_ByteString message)
+void AcceptedConnections::Notify(Connection& connection, UA_ConnectionState state,
+                                 const UA_KeyValueMap& parameters, UA_ByteString message)
 {
     current = connection.id;
-    Notify(static_cast<TcpChannel&>(connection), state, parameters, message);
+    Notify(static_cast<Channel&>(connection), state, parameters, message);
     current = 0;
 }
 
 /// The lock is held when called, and not while the server is told.
-void TcpConnections::Notify(TcpChannel& channel, UA_ConnectionState state,
-                            const UA_KeyValueMap& parameters, UA_ByteString message)
+void AcceptedConnections::Notify(Channel& channel, UA_ConnectionState state,
+                                 const UA_KeyValueMap& parameters, UA_ByteString message)
 {
     mutex.unlock();
     channel.callback(&manager, channel.id, channel.application, &channel.context, state,
@@ -252,7 +254,7 @@ void TcpConnections::Notify(TcpChannel& channel, UA_ConnectionState state,
 
 /// What fails for one connection ends that one alone.
 template <typename Function>
-void TcpConnections::Guard(const SharedConnection& connection, Function function)
+void AcceptedConnections::Guard(const SharedConnection& connection, Function function)
 {
     const Lock lock(mutex);
     if (connection->closing)
@@ -268,7 +270,7 @@ void TcpConnections::Guard(const SharedConnection& connection, Function function
 
 // Lifecycle
 
-UA_StatusCode TcpConnections::Start()
+UA_StatusCode AcceptedConnections::Start()
 {
     const Lock lock(mutex);
     if (manager.eventSource.state != UA_EVENTSOURCESTATE_STOPPED)
@@ -277,7 +279,7 @@ UA_StatusCode TcpConnections::Start()
     return UA_STATUSCODE_GOOD;
 }
 
-void TcpConnections::Stop()
+void AcceptedConnections::Stop()
 {
     const Lock lock(mutex);
     if (manager.eventSource.state != UA_EVENTSOURCESTATE_STARTED)
@@ -290,7 +292,7 @@ void TcpConnections::Stop()
     CheckStopped();
 }
 
-void TcpConnections::CheckStopped()
+void AcceptedConnections::CheckStopped()
 {
     if (manager.eventSource.state == UA_EVENTSOURCESTATE_STOPPING && listeners.IsEmpty() &&
         connections.empty())
@@ -299,7 +301,7 @@ void TcpConnections::CheckStopped()
 
 // Accepting
 
-UA_StatusCode TcpConnections::Open(const UA_KeyValueMap& parameters, const TcpChannel& channel)
+UA_StatusCode AcceptedConnections::Open(const UA_KeyValueMap& parameters, const Channel& channel)
 {
     const Lock lock(mutex);
     if (manager.eventSource.state != UA_EVENTSOURCESTATE_STARTED)
@@ -309,7 +311,7 @@ UA_StatusCode TcpConnections::Open(const UA_KeyValueMap& parameters, const TcpCh
 
 /// Returns false if there is no room for a further connection. Those without a session keep nobody
 /// out: the oldest of them goes.
-bool TcpConnections::MakeRoom(const std::string& address)
+bool AcceptedConnections::MakeRoom(const std::string& address)
 {
     const auto isFull = connections.size() >= limits.connections;
     auto leaving = strangers.FindSurplus(address);
@@ -321,13 +323,13 @@ bool TcpConnections::MakeRoom(const std::string& address)
     return leaving || !isFull;
 }
 
-void TcpConnections::GiveWay(ConnectionId id)
+void AcceptedConnections::GiveWay(ConnectionId id)
 {
     Refuse(id, {UA_STATUSCODE_BADTCPSERVERTOOBUSY, "gives way to a newer connection"});
 }
 
 /// Not again for each one that comes and goes at the limit.
-void TcpConnections::ReportRoom(bool isFull, bool hasStrangers)
+void AcceptedConnections::ReportRoom(bool isFull, bool hasStrangers)
 {
     if (isFull && !full) {
         UA_LOG_WARNING(
@@ -343,7 +345,7 @@ void TcpConnections::ReportRoom(bool isFull, bool hasStrangers)
     full = full || isFull;
 }
 
-void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socket)
+void AcceptedConnections::AddConnection(const Channel& listener, Tcp::socket socket)
 {
     if (!MakeRoom(socket.remote_endpoint().address().to_string()))
         return;
@@ -368,13 +370,13 @@ void TcpConnections::AddConnection(const TcpChannel& listener, Tcp::socket socke
 
 // Strangers
 
-void TcpConnections::MarkAdmitted(ConnectionId id, bool isAdmitted)
+void AcceptedConnections::MarkAdmitted(ConnectionId id, bool isAdmitted)
 {
     const Lock lock(mutex);
     strangers.SetAdmitted(id, isAdmitted, Strangers::Clock::now());
 }
 
-void TcpConnections::CloseOverdue()
+void AcceptedConnections::CloseOverdue()
 {
     const Lock lock(mutex);
     const auto now = Strangers::Clock::now();
@@ -388,7 +390,7 @@ void TcpConnections::CloseOverdue()
 
 // Reading
 
-void TcpConnections::Hold(ConnectionId id, bool isHeld)
+void AcceptedConnections::Hold(ConnectionId id, bool isHeld)
 {
     const Lock lock(mutex);
     const auto found = connections.find(id);
@@ -400,7 +402,7 @@ void TcpConnections::Hold(ConnectionId id, bool isHeld)
         Guard(connection, [&] { Read(connection); });
 }
 
-void TcpConnections::Read(const SharedConnection& connection)
+void AcceptedConnections::Read(const SharedConnection& connection)
 {
     if (connection->closing || connection->reading || !MayRead(*connection))
         return;
@@ -409,7 +411,7 @@ void TcpConnections::Read(const SharedConnection& connection)
                                   [this, connection](const ErrorCode&) { OnReadable(connection); });
 }
 
-bool TcpConnections::MayRead(const Connection& connection)
+bool AcceptedConnections::MayRead(const Connection& connection)
 {
     if (connection.held || connection.queued > limits.outputPause)
         return false;
@@ -417,7 +419,7 @@ bool TcpConnections::MayRead(const Connection& connection)
     return brake.MayRead(connection.id);
 }
 
-void TcpConnections::OnReadable(const SharedConnection& connection)
+void AcceptedConnections::OnReadable(const SharedConnection& connection)
 {
     Guard(connection, [&] {
         connection->reading = false;
@@ -437,7 +439,7 @@ void TcpConnections::OnReadable(const SharedConnection& connection)
     });
 }
 
-void TcpConnections::Receive(Connection& connection, std::size_t size)
+void AcceptedConnections::Receive(Connection& connection, std::size_t size)
 {
     bytes += size;
     connection.info.bytesIn += size;
@@ -456,7 +458,7 @@ void TcpConnections::Receive(Connection& connection, std::size_t size)
 
 // Sending
 
-UA_StatusCode TcpConnections::Allocate(ConnectionId id, UA_ByteString& bytes, std::size_t size)
+UA_StatusCode AcceptedConnections::Allocate(ConnectionId id, UA_ByteString& bytes, std::size_t size)
 {
     const auto status = UA_ByteString_allocBuffer(&bytes, size);
     const Lock lock(mutex);
@@ -467,7 +469,8 @@ UA_StatusCode TcpConnections::Allocate(ConnectionId id, UA_ByteString& bytes, st
 }
 
 /// Other things than messages are signed too: what is in no connection's buffer is left alone.
-void TcpConnections::OnSigning(unsigned char* data, std::size_t size, OpcUa::Seal& seal) noexcept
+void AcceptedConnections::OnSigning(unsigned char* data, std::size_t size,
+                                    OpcUa::Seal& seal) noexcept
 {
     const Lock lock(mutex);
     const auto found = connections.find(filling);
@@ -475,14 +478,14 @@ void TcpConnections::OnSigning(unsigned char* data, std::size_t size, OpcUa::Sea
         found->second->outgoing.Prepare(data, size, seal);
 }
 
-bool TcpConnections::OnVerified(const unsigned char* data, std::size_t size) noexcept
+bool AcceptedConnections::OnVerified(const unsigned char* data, std::size_t size) noexcept
 {
     const Lock lock(mutex);
     const auto found = connections.find(current);
     return found == connections.end() || found->second->incoming.CountSecured(data, size);
 }
 
-UA_StatusCode TcpConnections::Send(ConnectionId id, OutputBuffer buffer)
+UA_StatusCode AcceptedConnections::Send(ConnectionId id, OutputBuffer buffer)
 {
     const Lock lock(mutex);
     const auto found = connections.find(id);
@@ -511,7 +514,7 @@ UA_StatusCode TcpConnections::Send(ConnectionId id, OutputBuffer buffer)
     return connection->closing ? UA_STATUSCODE_BADCONNECTIONCLOSED : UA_STATUSCODE_GOOD;
 }
 
-void TcpConnections::Flush(const SharedConnection& connection)
+void AcceptedConnections::Flush(const SharedConnection& connection)
 {
     if (connection->closing || connection->writing)
         return CheckOutput(connection);
@@ -525,7 +528,7 @@ void TcpConnections::Flush(const SharedConnection& connection)
     CheckOutput(connection);
 }
 
-void TcpConnections::FlushLater(const SharedConnection& connection)
+void AcceptedConnections::FlushLater(const SharedConnection& connection)
 {
     auto& output = connection->output;
     for (auto buffer = output.rbegin(); buffer != output.rend() && !buffer->IsShrunk(); ++buffer)
@@ -535,7 +538,7 @@ void TcpConnections::FlushLater(const SharedConnection& connection)
                                   [this, connection](const ErrorCode&) { OnWritable(connection); });
 }
 
-void TcpConnections::FlushWhatFits(Connection& connection, ErrorCode& error)
+void AcceptedConnections::FlushWhatFits(Connection& connection, ErrorCode& error)
 {
     auto& output = connection.output;
     while (!output.empty()) {
@@ -558,7 +561,7 @@ void TcpConnections::FlushWhatFits(Connection& connection, ErrorCode& error)
     }
 }
 
-void TcpConnections::OnWritable(const SharedConnection& connection)
+void AcceptedConnections::OnWritable(const SharedConnection& connection)
 {
     Guard(connection, [&] {
         connection->writing = false;
@@ -567,7 +570,7 @@ void TcpConnections::OnWritable(const SharedConnection& connection)
     });
 }
 
-void TcpConnections::CheckOutput(const SharedConnection& connection)
+void AcceptedConnections::CheckOutput(const SharedConnection& connection)
 {
     const auto limit =
         strangers.WasAdmitted(connection->id) ? limits.outputLimit : limits.strangers.output;
@@ -581,7 +584,7 @@ void TcpConnections::CheckOutput(const SharedConnection& connection)
 
 // Closing
 
-bool TcpConnections::Close(ConnectionId id)
+bool AcceptedConnections::Close(ConnectionId id)
 {
     const Lock lock(mutex);
     if (const auto found = connections.find(id); found != connections.end()) {
@@ -593,7 +596,7 @@ bool TcpConnections::Close(ConnectionId id)
 }
 
 /// Says why, as far as the client still takes it.
-void TcpConnections::Refuse(ConnectionId id, const Strangers::Refusal& refusal)
+void AcceptedConnections::Refuse(ConnectionId id, const Strangers::Refusal& refusal)
 {
     const auto found = connections.find(id);
     if (found == connections.end() || found->second->closing)
@@ -606,7 +609,7 @@ void TcpConnections::Refuse(ConnectionId id, const Strangers::Refusal& refusal)
     BeginClose(connection);
 }
 
-void TcpConnections::BeginClose(const SharedConnection& connection)
+void AcceptedConnections::BeginClose(const SharedConnection& connection)
 {
     if (std::exchange(connection->closing, true))
         return;
@@ -620,7 +623,7 @@ void TcpConnections::BeginClose(const SharedConnection& connection)
     connection->socket.shutdown(Tcp::socket::shutdown_both, ignored);
 }
 
-void TcpConnections::FinishClose(const SharedConnection& connection)
+void AcceptedConnections::FinishClose(const SharedConnection& connection)
 {
     const Lock lock(mutex);
     Notify(*connection, UA_CONNECTIONSTATE_CLOSING, {0, nullptr}, {});
@@ -643,13 +646,13 @@ void TcpConnections::FinishClose(const SharedConnection& connection)
 
 // The memory brake
 
-void TcpConnections::SetBrake(std::function<bool()> shortage)
+void AcceptedConnections::SetBrake(std::function<bool()> shortage)
 {
     const Lock lock(mutex);
     isMemoryShort = std::move(shortage);
 }
 
-bool TcpConnections::AskBrake() const
+bool AcceptedConnections::AskBrake() const
 {
     try {
         return isMemoryShort && isMemoryShort();
@@ -661,7 +664,7 @@ bool TcpConnections::AskBrake() const
 }
 
 /// Notices that memory became short; that it is no longer is noticed by the timer.
-void TcpConnections::UpdateBrake()
+void AcceptedConnections::UpdateBrake()
 {
     if (brake.IsOn() || !AskBrake())
         return;
@@ -671,7 +674,7 @@ void TcpConnections::UpdateBrake()
     CheckBrakeLater();
 }
 
-void TcpConnections::CheckBrakeLater()
+void AcceptedConnections::CheckBrakeLater()
 {
     brakeTimer.expires_after(brakeCheck);
     brakeTimer.async_wait([this](const ErrorCode& error) {
@@ -685,7 +688,7 @@ void TcpConnections::CheckBrakeLater()
 
 /// What was freed between blocks still in use stays with the process, and would keep the brake on
 /// for good, unless it is given back.
-void TcpConnections::CheckBrake()
+void AcceptedConnections::CheckBrake()
 {
     malloc_trim(0);
     if (AskBrake()) {
@@ -700,7 +703,7 @@ void TcpConnections::CheckBrake()
     ReadAll();
 }
 
-void TcpConnections::ReadAll()
+void AcceptedConnections::ReadAll()
 {
     for (const auto& [id, connection] : connections)
         Guard(connection, [this, &connection = connection] { Read(connection); });
@@ -708,7 +711,7 @@ void TcpConnections::ReadAll()
 
 /// A connection that is not read would not notice that its client has left, nor free what is held
 /// for it.
-void TcpConnections::CloseAbandoned()
+void AcceptedConnections::CloseAbandoned()
 {
     const Lock lock(mutex);
     for (const auto& [id, connection] : connections) {
@@ -717,4 +720,4 @@ void TcpConnections::CloseAbandoned()
     }
 }
 
-} // namespace Host
+} // namespace Transport

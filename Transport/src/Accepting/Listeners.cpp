@@ -1,6 +1,4 @@
-#include "Network/TcpListeners.h"
-
-#include "Process/Process.h"
+#include "Transport/Accepting/Listeners.h"
 
 #include <open62541/plugin/log.h>
 
@@ -11,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-namespace Host {
+namespace Transport {
 
 namespace asio = boost::asio;
 
@@ -60,8 +58,8 @@ bool IsOutOfResources(const ErrorCode& error)
 
 } // namespace
 
-TcpListeners::Listener::Listener(const TcpChannel& channel, Tcp::acceptor opened)
-    : TcpChannel(channel)
+Listeners::Listener::Listener(const Channel& channel, Tcp::acceptor opened)
+    : Channel(channel)
     , acceptor(std::move(opened))
     , retry(acceptor.get_executor())
 {
@@ -69,15 +67,15 @@ TcpListeners::Listener::Listener(const TcpChannel& channel, Tcp::acceptor opened
     address = {endpoint.address().to_string(), endpoint.port()};
 }
 
-TcpListeners::TcpListeners(asio::io_context& context, LoopMutex& mutex, const UA_Logger& logger,
-                           Owner owner)
+Listeners::Listeners(asio::io_context& context, LoopMutex& mutex, const UA_Logger& logger,
+                     Owner owner)
     : context(context)
     , mutex(mutex)
     , logger(logger)
     , owner(std::move(owner))
 {}
 
-std::vector<ListeningSocket> TcpListeners::GetAddresses() const
+std::vector<ListeningSocket> Listeners::GetAddresses() const
 {
     std::vector<ListeningSocket> addresses;
     for (const auto& [id, listener] : listeners)
@@ -85,7 +83,7 @@ std::vector<ListeningSocket> TcpListeners::GetAddresses() const
     return addresses;
 }
 
-UA_StatusCode TcpListeners::Open(const UA_KeyValueMap& parameters, const TcpChannel& channel)
+UA_StatusCode Listeners::Open(const UA_KeyValueMap& parameters, const Channel& channel)
 {
     const auto& boolean = UA_TYPES[UA_TYPES_BOOLEAN];
     const auto* port =
@@ -98,7 +96,7 @@ UA_StatusCode TcpListeners::Open(const UA_KeyValueMap& parameters, const TcpChan
                    GetScalar(parameters, "validate", boolean, false), channel});
 }
 
-UA_StatusCode TcpListeners::Listen(Request request)
+UA_StatusCode Listeners::Listen(Request request)
 {
     UA_StatusCode status = UA_STATUSCODE_BADCOMMUNICATIONERROR;
     for (auto endpoint : Resolve(request)) {
@@ -115,7 +113,7 @@ UA_StatusCode TcpListeners::Listen(Request request)
     return status;
 }
 
-std::vector<TcpListeners::Tcp::endpoint> TcpListeners::Resolve(const Request& request) const
+std::vector<Listeners::Tcp::endpoint> Listeners::Resolve(const Request& request) const
 {
     if (request.addresses.empty())
         return {{Tcp::v4(), request.port}, {Tcp::v6(), request.port}};
@@ -137,7 +135,7 @@ std::vector<TcpListeners::Tcp::endpoint> TcpListeners::Resolve(const Request& re
     return endpoints;
 }
 
-std::optional<TcpListeners::Tcp::acceptor> TcpListeners::OpenAcceptor(const Tcp::endpoint& endpoint)
+std::optional<Listeners::Tcp::acceptor> Listeners::OpenAcceptor(const Tcp::endpoint& endpoint)
 {
     try {
         Tcp::acceptor acceptor(context);
@@ -157,7 +155,7 @@ std::optional<TcpListeners::Tcp::acceptor> TcpListeners::OpenAcceptor(const Tcp:
     }
 }
 
-void TcpListeners::Add(const TcpChannel& channel, Tcp::acceptor acceptor)
+void Listeners::Add(const Channel& channel, Tcp::acceptor acceptor)
 {
     const auto listener = std::make_shared<Listener>(channel, std::move(acceptor));
     listener->id = owner.makeId();
@@ -177,7 +175,7 @@ void TcpListeners::Add(const TcpChannel& channel, Tcp::acceptor acceptor)
 
 /// Waits until there is somebody to accept: without a descriptor left the system refuses to accept
 /// also when there is nobody, so that just trying would go round and round.
-void TcpListeners::Accept(const SharedListener& listener)
+void Listeners::Accept(const SharedListener& listener)
 {
     if (listener->closing)
         return;
@@ -189,7 +187,7 @@ void TcpListeners::Accept(const SharedListener& listener)
                                   });
 }
 
-void TcpListeners::OnAcceptable(const SharedListener& listener, const ErrorCode& error)
+void Listeners::OnAcceptable(const SharedListener& listener, const ErrorCode& error)
 {
     ErrorCode failure = error;
     Tcp::socket socket(context);
@@ -215,7 +213,7 @@ void TcpListeners::OnAcceptable(const SharedListener& listener, const ErrorCode&
     Accept(listener);
 }
 
-void TcpListeners::TakeOver(const Listener& listener, Tcp::socket socket)
+void Listeners::TakeOver(const Listener& listener, Tcp::socket socket)
 {
     try {
         owner.accept(listener, std::move(socket));
@@ -225,14 +223,15 @@ void TcpListeners::TakeOver(const Listener& listener, Tcp::socket socket)
     }
 }
 
-TcpListeners::Tcp::socket TcpListeners::AcceptWithKeptDescriptor(Listener& listener,
-                                                                 ErrorCode& error)
+Listeners::Tcp::socket Listeners::AcceptWithKeptDescriptor(Listener& listener, ErrorCode& error)
 {
-    const KeptDescriptors kept;
-    return listener.acceptor.accept(error); // does not wait: the acceptor is non-blocking
+    Tcp::socket socket(context);
+    if (owner.lendDescriptors)
+        owner.lendDescriptors([&] { socket = listener.acceptor.accept(error); }); // does not wait
+    return socket;
 }
 
-void TcpListeners::OnAcceptFailed(Listener& listener, const ErrorCode& error)
+void Listeners::OnAcceptFailed(Listener& listener, const ErrorCode& error)
 {
     if (!std::exchange(listener.failing, true)) {
         UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
@@ -242,7 +241,7 @@ void TcpListeners::OnAcceptFailed(Listener& listener, const ErrorCode& error)
 }
 
 /// Without a descriptor or memory for it the connection waits in the system's queue.
-void TcpListeners::RetryAccept(const SharedListener& listener)
+void Listeners::RetryAccept(const SharedListener& listener)
 {
     listener->retry.expires_after(acceptRetry);
     listener->retry.async_wait([this, listener](const ErrorCode&) {
@@ -251,7 +250,7 @@ void TcpListeners::RetryAccept(const SharedListener& listener)
     });
 }
 
-std::optional<bool> TcpListeners::Close(ConnectionId id)
+std::optional<bool> Listeners::Close(ConnectionId id)
 {
     const auto found = listeners.find(id);
     if (found == listeners.end())
@@ -261,13 +260,13 @@ std::optional<bool> TcpListeners::Close(ConnectionId id)
     return first;
 }
 
-void TcpListeners::CloseAll()
+void Listeners::CloseAll()
 {
     for (const auto& [id, listener] : listeners)
         BeginClose(listener);
 }
 
-void TcpListeners::BeginClose(const SharedListener& listener)
+void Listeners::BeginClose(const SharedListener& listener)
 {
     if (std::exchange(listener->closing, true))
         return;
@@ -277,7 +276,7 @@ void TcpListeners::BeginClose(const SharedListener& listener)
     listener->retry.cancel();
 }
 
-void TcpListeners::FinishClose(const SharedListener& listener)
+void Listeners::FinishClose(const SharedListener& listener)
 {
     const Lock lock(mutex);
     owner.notify(*listener, UA_CONNECTIONSTATE_CLOSING, {0, nullptr});
@@ -285,4 +284,4 @@ void TcpListeners::FinishClose(const SharedListener& listener)
     owner.closed();
 }
 
-} // namespace Host
+} // namespace Transport

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "Network/EventLoop.h"
+#include "Transport/Channel.h"
 
 #include <cstddef>
 #include <unordered_map>
 
-namespace Host {
+namespace Transport {
 
 /// Decides which connections are read while memory is short; the rule is the one of
-/// `EventLoop::SetMemoryBrake`. Not synchronised: the loop's lock guards it.
+/// `AcceptedConnections::SetMemoryBrake`. Not synchronised: the loop's lock guards it.
 class MemoryBrake
 {
 public:
@@ -43,4 +43,4 @@ private:
     bool on = false;
 };
 
-} // namespace Host
+} // namespace Transport

@@ -1,10 +1,10 @@
-#include "Network/Strangers.h"
+#include "Transport/Accepting/Strangers.h"
 
 #include <algorithm>
 #include <tuple>
 #include <utility>
 
-namespace Host {
+namespace Transport {
 
 Strangers::Strangers(const StrangerLimits& limits)
     : limits(limits)
@@ -121,4 +121,4 @@ bool Strangers::GoesBefore(const Connections::value_type& one, const Connections
     return rank(one) < rank(other);
 }
 
-} // namespace Host
+} // namespace Transport

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Network/Asio.h"
-#include "Network/EventLoop.h"
-#include "Network/MemoryBrake.h"
-#include "Network/MessageBounds.h"
-#include "Network/OutputBuffer.h"
-#include "Network/Strangers.h"
-#include "Network/TcpChannel.h"
-#include "Network/TcpListeners.h"
+#include "Transport/Accepting/Limits.h"
+#include "Transport/Accepting/Listeners.h"
+#include "Transport/Accepting/MemoryBrake.h"
+#include "Transport/Accepting/MessageBounds.h"
+#include "Transport/Accepting/Strangers.h"
+#include "Transport/Asio.h"
+#include "Transport/Channel.h"
+#include "Transport/OutputBuffer.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,24 +20,43 @@
 #include <unordered_map>
 #include <vector>
 
-namespace Host {
+namespace Transport {
+
+/// Describes one connection.
+struct ConnectionInfo
+{
+    ConnectionId id{};
+    std::string remoteAddress; ///< numeric, without the port
+    std::uint16_t remotePort{};
+    std::uint64_t bytesIn{};  ///< received
+    std::uint64_t bytesOut{}; ///< given to the connection to be sent
+};
+
+/// The output on its way to a client.
+struct ConnectionOutput
+{
+    std::size_t largestMessage = 0; ///< that it takes
+    std::size_t queued = 0;         ///< bytes that wait to be sent
+    std::size_t limit = 0;          ///< with more of them it is closed
+    bool isPaused = false;          ///< there are so many that it is not read
+};
 
 /// The connection manager of the loop for TCP. The loop's lock guards it: its operations take it,
 /// and give it back while the server's callback or the observer runs.
-class TcpConnections : public OpcUa::MessageObserver
+class AcceptedConnections : public OpcUa::MessageObserver
 {
 public:
     using Mutex = LoopMutex;
 
-    TcpConnections(boost::asio::io_context& context, Mutex& mutex, const UA_Logger& logger,
-                   const ConnectionLimits& limits);
+    AcceptedConnections(boost::asio::io_context& context, Mutex& mutex, const UA_Logger& logger,
+                        const ConnectionLimits& limits, LendDescriptors lend = {});
 
     [[nodiscard]] UA_ConnectionManager& GetManager() noexcept { return manager; }
 
     /// On the loop's thread.
     [[nodiscard]] ConnectionId GetCurrent() const noexcept { return current; }
     [[nodiscard]] std::optional<ConnectionInfo> Get(ConnectionId id) const;
-    [[nodiscard]] EventLoop::Output GetOutput(ConnectionId id) const;
+    [[nodiscard]] ConnectionOutput GetOutput(ConnectionId id) const;
     [[nodiscard]] std::size_t Count() const;
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
     /// How many messages were given to connections so far; guarded by the loop's lock.
@@ -70,12 +89,12 @@ private:
 
     struct Manager : UA_ConnectionManager
     {
-        TcpConnections* owner{};
+        AcceptedConnections* owner{};
     };
 
-    struct Connection : TcpChannel
+    struct Connection : Channel
     {
-        Connection(const TcpChannel& channel, Tcp::socket accepted, const ConnectionLimits& limits);
+        Connection(const Channel& channel, Tcp::socket accepted, const ConnectionLimits& limits);
 
         Tcp::socket socket;
         ConnectionInfo info;
@@ -91,10 +110,10 @@ private:
 
     using SharedConnection = std::shared_ptr<Connection>;
 
-    static TcpConnections& GetOwner(UA_ConnectionManager* manager);
-    static TcpConnections& GetOwner(UA_EventSource* source);
+    static AcceptedConnections& GetOwner(UA_ConnectionManager* manager);
+    static AcceptedConnections& GetOwner(UA_EventSource* source);
     void FillOperations();
-    TcpListeners::Owner MakeListenersOwner();
+    Listeners::Owner MakeListenersOwner(LendDescriptors lend);
 
     // Lifecycle
     UA_StatusCode Start();
@@ -102,11 +121,11 @@ private:
     void CheckStopped();
 
     // Accepting
-    UA_StatusCode Open(const UA_KeyValueMap& parameters, const TcpChannel& channel);
+    UA_StatusCode Open(const UA_KeyValueMap& parameters, const Channel& channel);
     bool MakeRoom(const std::string& address);
     void GiveWay(ConnectionId id);
     void ReportRoom(bool isFull, bool hasStrangers);
-    void AddConnection(const TcpChannel& listener, Tcp::socket socket);
+    void AddConnection(const Channel& listener, Tcp::socket socket);
 
     // Reading
     void Read(const SharedConnection& connection);
@@ -137,7 +156,7 @@ private:
 
     void Notify(Connection& connection, UA_ConnectionState state, const UA_KeyValueMap& parameters,
                 UA_ByteString message);
-    void Notify(TcpChannel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters,
+    void Notify(Channel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters,
                 UA_ByteString message);
     template <typename Function>
     void Guard(const SharedConnection& connection, Function function);
@@ -158,7 +177,7 @@ private:
     std::uint64_t bytes{}; // received and given to connections
     ConnectionId lastId{};
     ConnectionId filling{}; // has been given a buffer last
-    TcpListeners listeners;
+    Listeners listeners;
     std::unordered_map<ConnectionId, SharedConnection> connections;
     std::vector<boost::asio::const_buffer> gathered; // scratch
     bool full = false;                               // and that is logged
@@ -168,4 +187,4 @@ private:
     boost::asio::steady_timer brakeTimer;
 };
 
-} // namespace Host
+} // namespace Transport

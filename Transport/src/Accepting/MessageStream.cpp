@@ -1,8 +1,8 @@
-#include "Network/MessageStream.h"
+#include "Transport/Accepting/MessageStream.h"
 
 #include <algorithm>
 
-namespace Host {
+namespace Transport {
 namespace {
 
 constexpr std::size_t chunkTypeAt = 3; // behind the type of the message
@@ -65,4 +65,4 @@ void MessageStream::EndChunk() noexcept
     ++messages;
 }
 
-} // namespace Host
+} // namespace Transport

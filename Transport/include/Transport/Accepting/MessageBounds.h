@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Network/OutputBuffer.h"
 #include "OpcUa/SymmetricCiphers.h"
+#include "Transport/OutputBuffer.h"
 
 #include <open62541/types.h>
 
@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace Host {
+namespace Transport {
 
 /// Bounds on one message; 0: none.
 struct MessageLimits
@@ -141,4 +141,4 @@ private:
     std::vector<OutputBuffer> held;
 };
 
-} // namespace Host
+} // namespace Transport

@@ -1,11 +1,11 @@
-#include "Network/Strangers.h"
+#include "Transport/Accepting/Strangers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace Host {
+namespace Transport {
 namespace {
 
 using namespace std::chrono_literals;
@@ -196,4 +196,4 @@ TEST_F(AStranger, ThatHasSaidSomethingGivesWayAfterThoseThatHaveNot)
 }
 
 } // namespace
-} // namespace Host
+} // namespace Transport

@@ -1,8 +1,8 @@
-#include "Network/MemoryBrake.h"
+#include "Transport/Accepting/MemoryBrake.h"
 
 #include <algorithm>
 
-namespace Host {
+namespace Transport {
 
 MemoryBrake::MemoryBrake(std::size_t allowance, std::size_t refill) noexcept
     : allowance(allowance)
@@ -52,4 +52,4 @@ void MemoryBrake::Refill() noexcept
         bytes -= std::min(bytes, std::max<std::size_t>(GetShare(refill), 1));
 }
 
-} // namespace Host
+} // namespace Transport

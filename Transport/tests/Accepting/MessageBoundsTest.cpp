@@ -1,4 +1,4 @@
-#include "Network/MessageBounds.h"
+#include "Transport/Accepting/MessageBounds.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace Host {
+namespace Transport {
 namespace {
 
 using testing::ElementsAre;
@@ -322,4 +322,4 @@ TEST_F(Outgoing, ChunksOfEncryptedChannelsAreNumberedBeforeTheyAreSigned)
 }
 
 } // namespace
-} // namespace Host
+} // namespace Transport

@@ -1,10 +1,10 @@
-#include "Network/OutputBuffer.h"
+#include "Transport/OutputBuffer.h"
 
 #include <algorithm>
 #include <new>
 #include <utility>
 
-namespace Host {
+namespace Transport {
 
 OutputBuffer::OutputBuffer(UA_ByteString& bytes)
     : data(bytes.data)
@@ -40,4 +40,4 @@ void OutputBuffer::Shrink() noexcept
     }
 }
 
-} // namespace Host
+} // namespace Transport

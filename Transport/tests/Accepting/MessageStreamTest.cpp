@@ -1,10 +1,10 @@
-#include "Network/MessageStream.h"
+#include "Transport/Accepting/MessageStream.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace Host {
+namespace Transport {
 namespace {
 
 std::string MakeChunk(char type, std::size_t size)
@@ -76,4 +76,4 @@ TEST_F(AMessageStream, IsLostAtAHeaderThatIsNone)
 }
 
 } // namespace
-} // namespace Host
+} // namespace Transport

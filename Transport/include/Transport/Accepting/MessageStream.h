@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-namespace Host {
+namespace Transport {
 
 /// Follows the messages in what one connection receives, by the headers of their chunks: these are
 /// plain text on encrypted channels too. Keeps no content.
@@ -46,4 +46,4 @@ private:
     bool lost = false;
 };
 
-} // namespace Host
+} // namespace Transport

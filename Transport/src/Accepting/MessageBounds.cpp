@@ -1,4 +1,4 @@
-#include "Network/MessageBounds.h"
+#include "Transport/Accepting/MessageBounds.h"
 
 #include <open62541/types_generated.h>
 #include <open62541/types_generated_handling.h>
@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-namespace Host {
+namespace Transport {
 namespace {
 
 constexpr std::size_t chunkHeaderSize = 8;  // type and length
@@ -291,4 +291,4 @@ void OutgoingMessages::Announce(UA_Byte* acknowledge, std::size_t size) const no
     announce(acknowledge + limitsAt + 4, incoming.chunks, GetLargest() / smallest + 1);
 }
 
-} // namespace Host
+} // namespace Transport

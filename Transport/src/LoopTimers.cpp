@@ -1,8 +1,8 @@
-#include "Network/LoopTimers.h"
+#include "Transport/LoopTimers.h"
 
 #include <limits>
 
-namespace Host {
+namespace Transport {
 
 namespace {
 
@@ -113,4 +113,4 @@ std::optional<LoopTimers::Callback> LoopTimers::TakeDue(UA_DateTime now)
     return callback;
 }
 
-} // namespace Host
+} // namespace Transport
