@@ -32,10 +32,10 @@ bool IsBefore(const Row& left, const Row& right)
 }
 
 /// One run of `ls`.
-class Lister
+class ListingPrinter
 {
 public:
-    Lister(const ListCommand& command, const Workplace& workplace)
+    ListingPrinter(const ListCommand& command, const Workplace& workplace)
         : command(command)
         , workplace(workplace)
         , files(workplace.remote.GetFiles())
@@ -149,7 +149,7 @@ private:
 
 ExitStatus Run(const ListCommand& command, const Workplace& workplace)
 {
-    return Lister(command, workplace).Run();
+    return ListingPrinter(command, workplace).Run();
 }
 
 } // namespace Cli

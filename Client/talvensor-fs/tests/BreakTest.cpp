@@ -23,7 +23,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using testing::HasSubstr;
 
-constexpr const char* controlC = "\x03";
 constexpr std::uintmax_t mebibyte = std::uintmax_t{1} << 20U;
 constexpr std::uintmax_t largeFile = 500 * mebibyte;
 

@@ -16,7 +16,6 @@ namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* controlC = "\x03";
 constexpr std::uintmax_t longFile = 4ULL << 30U;
 
 /// At a host that lets everybody in, unencrypted.

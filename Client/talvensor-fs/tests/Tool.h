@@ -59,6 +59,9 @@ void MakeSparseFile(const std::filesystem::path& file, std::uintmax_t size);
 void MakeMarkedFile(const std::filesystem::path& file, std::uintmax_t size);
 [[nodiscard]] bool AreSame(const std::filesystem::path& left, const std::filesystem::path& right);
 
+/// Interrupts, typed at a terminal.
+inline constexpr const char* controlC = "\x03";
+
 /// talvensor-fs as somebody at a terminal sees it. What is seen is collected.
 class Terminal
 {

@@ -11,7 +11,7 @@ namespace Host {
 
 namespace {
 
-using Values = std::vector<std::string>;
+using Words = std::vector<std::string>;
 
 constexpr std::string_view scheme = "opc.tcp://";
 
@@ -132,7 +132,7 @@ std::filesystem::path ParsePath(const std::string& text)
     return std::filesystem::absolute(text).lexically_normal();
 }
 
-std::vector<std::filesystem::path> ParsePaths(const Values& values)
+std::vector<std::filesystem::path> ParsePaths(const Words& values)
 {
     std::vector<std::filesystem::path> paths;
     std::transform(values.begin(), values.end(), std::back_inserter(paths), ParsePath);
@@ -153,7 +153,7 @@ Core::LogLevel ParseLevel(const std::string& text)
 }
 
 /// A node's name becomes its browse name, which is what clients see and type.
-std::vector<std::string> ParseNodeNames(const Values& values)
+std::vector<std::string> ParseNodeNames(const Words& values)
 {
     for (const auto& name : values) {
         if (name.empty() || name.size() > 128)
@@ -174,145 +174,145 @@ const std::vector<Setting>& AllSettings()
         {"listen", Text, false, "Serving", "URL",
          "where clients find the host, opc.tcp://HOST:PORT; with port 0 the system chooses one "
          "(opc.tcp://localhost:4840)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.listen = ParseListenUrl(values.front());
          }},
         {"root", Path, true, "Serving", "DIR",
          "a folder that clients may read and change; relative paths of clients are seen from the "
          "first root",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.roots = ParsePaths(values);
          }},
         {"read-only", Path, true, "Serving", "DIR",
          "a folder that clients may only read; it may lie inside a root, or a root in it",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.readOnlyRoots = ParsePaths(values);
          }},
         {"module", Path, true, "Serving", "FILE", "a module to load, libNAME.so",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.modules = ParsePaths(values);
          }},
         {"model", Path, true, "Serving", "FILE",
          "the information model of a module (NAME.NodeSet2.xml beside it, or in "
          "../share/talvensor as seen from this program)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.models = ParsePaths(values);
          }},
         {"node", Text, true, "Serving", "NAME",
          "a shared node, seen by all clients below Objects/FileSystems (FileSystem)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.nodes = ParseNodeNames(values);
          }},
         {"shared-nodes", Flag, false, "Serving", "",
          "whether there are shared nodes; without them clients use the nodes of their own that "
          "CreateFileSystem makes (yes)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.sharedNodes = ParseFlag(values.front());
          }},
         {"grace", Duration, false, "Serving", "TIME",
          "how long a session outlives its connection (5s)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.grace = ParseDuration(values.front());
          }},
         {"drain", Duration, false, "Serving", "TIME",
          "how long a node may take to finish what is queued before it is given up (10s)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.drain = ParseDuration(values.front());
          }},
 
         {"users", Path, false, "Security", "FILE",
          "who may log in, written by 'talvensor-host passwd'; without it anybody may, but only on "
          "loopback",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.usersFile = ParsePath(values.front());
          }},
         {"pki", Path, false, "Security", "DIR",
          "key and certificate of this host, made when they are not there, and the certificates of "
          "clients that are trusted, in 'trusted' (talvensor/pki in $XDG_STATE_HOME or "
          "~/.local/state)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.pkiFolder = ParsePath(values.front());
          }},
         {"trust-any-client", Flag, false, "Security", "",
          "whether clients may bring any certificate: who they are is then said by their user's "
          "password alone (no)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.trustAnyClient = ParseFlag(values.front());
          }},
         {"sandbox", Flag, false, "Security", "",
          "whether the kernel confines the host to its roots; without it clients reach whatever "
          "its user may reach (yes)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.sandbox = ParseFlag(values.front());
          }},
         {"allow-kernel-files", Flag, false, "Security", "",
          "whether a root may be, or hold, a view of the kernel such as /proc, /sys or /dev, where "
          "clients could control the machine (no)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.allowKernelFiles = ParseFlag(values.front());
          }},
         {"trust-owner", Text, false, "Security", "USER",
          "a user who may own what the host reads at its start, and the folders above it, beside "
          "root and the host's own user (nobody)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.trustedOwner = ParseUser(values.front());
          }},
 
         {"log-level", Text, false, "Log", "LEVEL",
          "off, error, warning, notice, information, detail, debug or trace (information)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.logLevel = ParseLevel(values.front());
          }},
         {"log-file", Path, false, "Log", "FILE", "where the log is appended (standard error)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.logFile = ParsePath(values.front());
          }},
 
         {"max-message", Size, false, "Bounds", "SIZE", "of one message (20MB)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.messageSize = ParseSizeAboveZero(values.front());
          }},
         {"max-chunks", Number, false, "Bounds", "COUNT", "chunks of one message (400)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.messageChunks = ParseNumberAboveZero(values.front());
          }},
         {"max-sessions", Number, false, "Bounds", "COUNT", "sessions at the same time (100)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.sessions = ParseNumberAboveZero(values.front());
          }},
         {"max-subscriptions", Number, false, "Bounds", "COUNT", "subscriptions of a session (20)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.subscriptionsPerSession = ParseNumberAboveZero(values.front());
          }},
         {"max-file-systems", Number, false, "Bounds", "COUNT",
          "nodes of its own that a session may have; one that still drains counts; 0: none (4)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.fileSystemsPerSession = ParseNumber(values.front());
          }},
         {"max-queued-output", Size, false, "Bounds", "SIZE",
          "output waiting for one connection, beyond which it is closed (64MB)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.queuedOutput = ParseSizeAboveZero(values.front());
          }},
         {"pause-at-queued-output", Size, false, "Bounds", "SIZE",
          "output waiting for one connection, from which on nothing is read from it (4MB)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.queuedOutputPause = ParseSizeAboveZero(values.front());
          }},
         {"max-queued-events", Size, false, "Bounds", "SIZE",
          "events waiting for one session, which is closed when there are more (64MB)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.queuedEventsPerSession = ParseSizeAboveZero(values.front());
          }},
         {"max-memory", Size, false, "Bounds", "SIZE",
          "memory of this process above which the connections that sent most are not read (half of "
          "the machine's)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.memory = ParseSizeAboveZero(values.front());
          }},
         {"reserved-descriptors", Number, false, "Bounds", "COUNT",
          "descriptors kept for accepting connections (64)",
-         [](Configuration& all, const Values& values) {
+         [](Configuration& all, const Words& values) {
              all.limits.reservedDescriptors = ParseNumber(values.front());
          }},
     };
@@ -323,7 +323,7 @@ const std::vector<Setting>& AllSettings()
 void Apply(const Setting& setting, const std::vector<SettingValue>& values,
            Configuration& configuration, std::vector<ConfigurationProblem>& problems)
 {
-    Values texts;
+    Words texts;
     std::transform(values.begin(), values.end(), std::back_inserter(texts),
                    [](const SettingValue& value) { return value.text; });
     try {

@@ -79,7 +79,7 @@ describe("Many guesses at once", () => {
         try {
             const client = await RawClient.open(host);
             const session = await client.createSession();
-            const guesses = Array.from({ length: 300 }, (_, i) => named(session, `user${i}`, "wrong"));
+            const guesses = Array.from({ length: 80 }, (_, i) => named(session, `user${i}`, "wrong"));
             const statuses = await client.activateSessions(guesses, session);
             assert.ok(statuses.every((status) => status === refused));
             await client.end();
@@ -88,7 +88,7 @@ describe("Many guesses at once", () => {
                 return all.length === guesses.length && all;
             });
             const seen = told.filter((line) => isSeen.test(line)).length;
-            assert.ok(seen >= 1 && seen < 100, `${seen} are looked at`);
+            assert.ok(seen >= 1 && seen < 40, `${seen} are looked at`);
         } finally {
             await host.stop();
         }
