@@ -32,8 +32,8 @@ class FileSystemAsyncTask;
 /// requests become tasks, run in order by one worker thread, which also raises all events.
 ///
 /// Locks: `taskMutex` guards the queue and the stop flag, `handlesMutex` the handles, the sessions
-/// and the users of streams. Never both at once; none while a task runs, an event is raised or a
-/// stream is worked on or closed.
+/// and the users of streams. No thread holds both at once, and none holds one while a task runs, an
+/// event is raised, or a stream is used or closed.
 class FileSystemBehaviour final : public Core::IExecutableBehaviour,
                                   public Core::IReferenceObserver,
                                   public std::enable_shared_from_this<FileSystemBehaviour>
@@ -55,20 +55,21 @@ public:
     FileSystemBehaviour(const FileSystemBehaviour&) = delete;
     FileSystemBehaviour& operator=(const FileSystemBehaviour&) = delete;
 
-    /// Remaining handles are forgotten without closing their streams.
-    /// REQUIRES: stopped, if it was ever started; otherwise the process ends.
+    /// Forgets the remaining handles without closing their streams.
+    /// REQUIRES: the behaviour is stopped, if it was ever started; otherwise the process ends.
     ~FileSystemBehaviour() override;
 
-    /// Fills the event type caches, starts the worker, and observes the sessions folder. What fails
-    /// on the way passes to the host, which stops the behaviour then.
+    /// Fills the event type caches, starts the worker, and observes the sessions folder. An
+    /// exception on the way passes to the host, which then stops the behaviour.
     void OnStart() override;
 
     /// Ends notifications, finishes every queued task, joins the worker and closes every file.
     /// Stopping a behaviour whose worker never ran leaves its requests and handles as they are.
     void OnStop() override;
 
-    /// True: the call was taken; false: unknown method, too few inputs, or stopping. What
-    /// `Core::Value::Get` throws for an input passes; then nothing has been done.
+    /// Returns true when the call was taken; false for an unknown method, too few inputs, or a
+    /// behaviour that is stopping. An exception of `Core::Value::Get` for an input passes to the
+    /// host; then the call has done nothing.
     bool OnExecuteMethod(const std::shared_ptr<Core::INode>& node, const std::string& methodName,
                          const std::vector<Core::Value>& inputs,
                          std::vector<Core::Value>& outputs) override;
@@ -82,21 +83,21 @@ public:
     /// Any thread.
     /// @{
 
-    /// A number that is neither 0 nor a handle at this moment. Not reserved.
+    /// Returns a number that is neither 0 nor a handle at this moment, and does not reserve it.
     unsigned int GetFreshHandle();
 
     /// Binds a handle to a path and to the session of the calling thread. Throws std::logic_error
     /// for handle 0, without a session, or when the session holds the handle already.
     void RegisterFileHandle(unsigned int handle, const std::string& path);
 
-    /// A copy of the record; an empty record for an unknown handle.
+    /// Returns a copy of the record; an empty record for an unknown handle.
     [[nodiscard]] FileInfo GetFileInfo(unsigned int handle);
 
-    /// The handle's stream, kept open while the lease lives.
+    /// Returns the handle's stream, which stays open while the lease lives.
     [[nodiscard]] StreamLease UseStream(unsigned int handle);
 
-    /// Forgets the handle, waits until nobody is inside its stream, and closes it. False for an
-    /// unknown handle and when closing failed; true when there was no stream to close.
+    /// Forgets the handle, waits until its stream has no users, and closes it. False for an unknown
+    /// handle and when closing failed; true when the handle had no stream.
     bool UnregisterAndCloseFile(unsigned int handle);
     /// @}
 
@@ -104,44 +105,45 @@ public:
     /// Any thread.
     /// @{
 
-    /// Opens a file and stores the stream under its handle. False, with nothing left open, for an
-    /// empty path, a handle that is not registered or was registered with another path, or a file
-    /// that cannot be opened. A file is not touched for an unregistered handle.
+    /// Opens a file and stores the stream under its handle. Returns false and leaves nothing open
+    /// for an empty path, a handle that is not registered or was registered with another path, or a
+    /// file that cannot be opened. Does not touch the file when the handle is not registered.
     bool OpenFile(unsigned int handle, const std::string& path, OpenModeEnum mode);
 
-    /// Up to `length` bytes (at most `maximumBlock`) from the stream's position; fewer, or none, at
-    /// the end of the file and on errors. Throws std::logic_error for a null stream.
+    /// Reads up to `length` bytes (at most `maximumBlock`) from the stream's position; fewer, or
+    /// none, at the end of the file and on errors. Throws std::logic_error for a null stream.
     static std::vector<unsigned char> Read(FILE* fileHandle, unsigned int length);
 
-    /// Writes all of `data` in one call; false when fewer bytes were taken. The stream is not null.
+    /// Writes all of `data` in one call; false when the system took fewer bytes.
+    /// REQUIRES: the stream is not null.
     static bool Write(FILE* fileHandle, const std::vector<unsigned char>& data);
 
-    /// Bytes from the start of the file, or -1.
+    /// Returns the position in bytes from the start of the file, or -1.
     [[nodiscard]] std::int64_t GetPosition(unsigned int handle);
     bool SetPosition(unsigned int handle, std::uint64_t position);
 
-    /// Last modification in seconds since 1970-01-01 UTC, or -1.
+    /// Returns the time of the last modification in seconds since 1970-01-01 UTC, or -1.
     [[nodiscard]] static std::int64_t GetDateTime(const std::string& path);
     static bool SetDateTime(const std::string& path, std::int64_t time);
 
-    /// Flags: 0x04 makes executable, 0x02 readable and not writable, for everyone; others mean
-    /// nothing. A failure is logged.
+    /// Makes a file executable (flag 0x04), or readable and not writable (flag 0x02), for everyone;
+    /// ignores other flags. Logs a failure.
     static bool SetFilePermissions(const std::string& path, unsigned char permissions);
     /// @}
 
     /// @name Directories
-    /// Worker thread; the behaviour must be started, since each raises its result event.
+    /// Worker thread of a started behaviour, since each raises its result event.
     /// @{
     void Exists(const std::string& path);
     void CreateDirectory(const std::string& path);
     void Delete(const std::vector<std::string>& paths);
 
-    /// Throws boost::filesystem::filesystem_error, without an event, for a directory that cannot be
+    /// Throws boost::filesystem::filesystem_error and raises no event when a directory cannot be
     /// read.
     void List(const std::string& rootDirectory, bool recursive);
 
-    /// Appends what is below a directory, each directory before its contents; false if it does not
-    /// exist. Throws like the other form. Raises nothing; any thread.
+    /// Appends the entries below a directory, each directory before its contents; false if the
+    /// directory does not exist. Throws like the other form. Raises no event; any thread.
     static bool List(const std::string& rootDirectory, std::vector<ListItem>& items,
                      bool recursive);
     /// @}
@@ -149,7 +151,7 @@ public:
     /// Raises an `AckEvent`. Worker thread.
     void DispatchAckEvent(unsigned int handle, unsigned char result);
 
-    /// Queues a task; it runs after all that were queued before. Any thread.
+    /// Queues a task, which runs after all tasks queued before it. Any thread.
     void EnqueueAsyncTask(const std::shared_ptr<FileSystemAsyncTask>& task);
 
 private:
@@ -160,7 +162,7 @@ private:
     struct Method;
     static const Method methods[];
 
-    // The methods, one handler each; see `methods` in the source.
+    // One handler per method of the table `methods`.
     bool Open(const Values& inputs, Values& outputs);
     bool Close(const Values& inputs);
     bool UploadFile(const Values& inputs, Values& outputs);
@@ -237,14 +239,14 @@ private:
     std::shared_ptr<Core::IObjectType> createDirectoryResultEventType;
     unsigned int createDirectoryEventTypeIndex = 0;
 
-    // Who is inside which stream; every open handle has an entry. Guarded by handlesMutex.
+    // The users of each open stream, by handle. Guarded by handlesMutex.
     std::unordered_map<unsigned int, std::shared_ptr<StreamUsers>> streamUsers;
-    std::condition_variable streamReleased; // with handlesMutex: a stream has no users any more
-    // False from the end of a stop to the end of the next start: a call that was let in before the
-    // stop must not leave a handle behind. Guarded by handlesMutex.
+    std::condition_variable streamReleased; // with handlesMutex: a stream has lost its last user
+    // False from the end of a stop to the end of the next start, so that a call that began before
+    // the stop leaves no handle behind. Guarded by handlesMutex.
     bool registrationOpen = true;
-    // True once the worker has left; from then on to the next start tasks are set aside, to be
-    // released with the behaviour and never run. Both guarded by taskMutex.
+    // True from the worker's end to the next start. Tasks that come meanwhile are set aside: they
+    // never run and are released with the behaviour. Both guarded by taskMutex.
     bool workerGone = false;
     std::vector<std::shared_ptr<FileSystemAsyncTask>> tasksSetAside;
 };

@@ -8,15 +8,15 @@
 
 namespace FileSystem {
 
-/// Makes one `FileSystemBehaviour` per node of the object type `FileSystem`. Holds nothing; any
-/// thread may ask.
+/// Makes one `FileSystemBehaviour` per node of the object type `FileSystem`. Has no state; any
+/// thread.
 class FileSystemBehaviourFactory final : public Core::IBehaviourFactory
 {
 public:
     [[nodiscard]] std::shared_ptr<Core::IBehaviour> MakeBehaviour(Core::INode& node) const override;
 };
 
-/// Hands the factory to the host's node factory, which keeps it alive. What the host throws passes.
+/// Hands the factory to the host's node factory, which keeps it alive. Exceptions of the host pass.
 void RegisterFactories(Core::CoreContext& context);
 
 } // namespace FileSystem

@@ -8,10 +8,10 @@
 /// The module's identity and the identifiers of its types in the published information model
 /// (`model/Talvensor.FileSystem.NodeSet2.xml`).
 ///
-/// Everything here comes into being on first use and is the same object ever after; any thread may
-/// ask. The identifiers take their namespace index from `Core::NamespaceMap`, so the host must have
-/// registered the module's URI before (otherwise Core::NotFoundException; the next call tries
-/// again).
+/// Each function makes its object on the first call and returns the same object from then on; any
+/// thread. The identifiers take their namespace index from `Core::NamespaceMap`: before the host
+/// has registered the module's URI they throw Core::NotFoundException, and the next call tries
+/// again.
 namespace FileSystem {
 
 namespace Module {

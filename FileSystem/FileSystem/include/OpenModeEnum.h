@@ -2,8 +2,8 @@
 
 namespace FileSystem {
 
-/// How a file is opened; the mode of fopen(3) that each value stands for, always binary. Any other
-/// value is treated as 0.
+/// The modes in which a file is opened, each with its mode of fopen(3), always binary. Any other
+/// value counts as 0.
 enum class OpenModeEnum : unsigned int
 {
     CreateWrite = 0,     ///< "wb": create or truncate

@@ -14,23 +14,23 @@ struct CloseReport;
 struct StreamUsers
 {
     FILE* file = nullptr; ///< constant
-    /// How many are inside the stream. Guarded by the behaviour's `handlesMutex`.
+    /// The number of users. Guarded by the behaviour's `handlesMutex`.
     unsigned int count = 0;
-    /// Set when the handle went away while somebody was inside: the last user closes the stream and
-    /// reports a failure so. Guarded by the behaviour's `handlesMutex`.
+    /// Set when the handle is forgotten while the stream has users: the last of them closes the
+    /// stream and reports a failure in this form. Guarded by the behaviour's `handlesMutex`.
     const CloseReport* lastOneCloses = nullptr;
 };
 
-/// Keeps a handle's stream open while somebody is inside it, without a lock: a session that ends
-/// meanwhile takes the handle away at once and leaves the closing to the last user; closing the
-/// handle waits for its users. Made by `FileSystemBehaviour::UseStream`, which it must not outlive.
-/// Not to be held while the same thread closes the handle.
+/// Keeps a handle's stream open for one user, without a lock. A session that ends meanwhile forgets
+/// the handle at once and leaves the closing to the last user; closing the handle waits for its
+/// users. `FileSystemBehaviour::UseStream` makes leases; the behaviour outlives them.
+/// REQUIRES: a thread releases its lease before it closes the handle.
 class StreamLease
 {
 public:
-    /// For a handle without an open stream: `GetFile` gives null.
+    /// A lease of a handle without an open stream: `GetFile` returns null.
     StreamLease() noexcept = default;
-    /// `users` has been counted up for this lease.
+    /// REQUIRES: `users` already counts this lease.
     StreamLease(FileSystemBehaviour& behaviour, std::shared_ptr<StreamUsers> users,
                 FileInfo info) noexcept;
     StreamLease(StreamLease&&) noexcept;
@@ -40,10 +40,10 @@ public:
     ~StreamLease();
 
     [[nodiscard]] FILE* GetFile() const noexcept { return info.file; }
-    /// The record as it was when the lease was taken.
+    /// Returns the record as it was when the lease was taken.
     [[nodiscard]] const FileInfo& GetInfo() const noexcept { return info; }
 
-    /// Leaves the stream early; `GetFile` gives null afterwards.
+    /// Ends the use early; `GetFile` returns null from then on.
     void Release();
 
 private:

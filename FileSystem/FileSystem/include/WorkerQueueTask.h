@@ -10,20 +10,20 @@ namespace FileSystem {
 
 class FileSystemBehaviour;
 
-/// A queued request. Made with `std::make_shared` of its concrete class on the calling thread with
-/// copies of the call's inputs, run once on the worker thread, and released there. The destructor
-/// is not virtual: the shared pointer's control block destroys the concrete task.
+/// A queued request. The calling thread makes it with `std::make_shared` of its concrete class from
+/// copies of the call's inputs; the worker thread runs it once and releases it. The destructor is
+/// not virtual: the shared pointer's control block destroys the concrete task.
 class FileSystemAsyncTask
 {
 public:
     FileSystemAsyncTask(const FileSystemAsyncTask&) = delete;
     FileSystemAsyncTask& operator=(const FileSystemAsyncTask&) = delete;
 
-    /// What it throws is logged by the worker, which goes on with the next task.
+    /// Carries out the request. The worker logs an exception and goes on with the next task.
     virtual void DoWork() = 0;
 
-    /// The way of every failed transfer: logs the failure (`prefix` is the task's name), closes and
-    /// forgets the handle, and acknowledges with the low 8 bits of `result`.
+    /// Ends a failed transfer: logs the failure (`prefix` is the task's name), closes and forgets
+    /// the handle, and acknowledges with the low 8 bits of `result`.
     void CloseFileAndDispatchError(const std::string& prefix, unsigned int handle,
                                    unsigned int result);
 
@@ -35,7 +35,7 @@ protected:
     FileSystemBehaviour& behaviour; // NOLINT(cppcoreguidelines-avoid-const-or-ref-data-members)
 };
 
-/// Opens a file for its handle. Speaks only when that fails.
+/// Opens a file for its handle. Acknowledges a failure only.
 class OpenTask final : public FileSystemAsyncTask
 {
 public:
@@ -60,7 +60,7 @@ private:
     unsigned int handle;
 };
 
-/// Writes a block. Speaks only when that fails; says nothing for a handle without a stream.
+/// Writes a block. Acknowledges a failure only, and nothing for a handle without a stream.
 class WriteTask final : public FileSystemAsyncTask
 {
 public:
@@ -73,8 +73,8 @@ private:
     std::vector<unsigned char> data;
 };
 
-/// Writes the last block, closes, sets time and permissions. Acknowledges success, or the step that
-/// failed; says nothing for a handle without a stream.
+/// Writes the last block, closes the file, sets its time and permissions. Acknowledges success or
+/// the step that failed, and nothing for a handle without a stream.
 class WriteCloseTask final : public FileSystemAsyncTask
 {
 public:
@@ -92,7 +92,7 @@ private:
     unsigned char permissions;
 };
 
-/// Opens a file for writing and writes the first block. Speaks only when that fails.
+/// Opens a file for writing and writes the first block. Acknowledges a failure only.
 class OpenWriteTask final : public FileSystemAsyncTask
 {
 public:
@@ -108,8 +108,8 @@ private:
     unsigned int handle;
 };
 
-/// Uploads a whole file. Lenient on purpose: acknowledges whether the file could be opened,
-/// whatever the later steps did; after a short write the file stays open.
+/// Uploads a whole file. Lenient on purpose: acknowledges success as soon as the file could be
+/// opened, whatever the later steps did; after a short write the file stays open.
 class OpenWriteCloseTask final : public FileSystemAsyncTask
 {
 public:
@@ -129,7 +129,7 @@ private:
     unsigned int handle;
 };
 
-/// Asks whether a path exists.
+/// Tests whether a path exists.
 class ExistsTask final : public FileSystemAsyncTask
 {
 public:

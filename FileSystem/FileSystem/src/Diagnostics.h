@@ -20,8 +20,8 @@ inline constexpr std::uint32_t readLengthExceeded = 0x00020217;
 inline constexpr std::uint32_t permissionsNotSet = 0x00030217;
 } // namespace LogCode
 
-/// The constant part of a log statement. Lines are published, since operators filter by them: they
-/// are part of the statement and do not follow the layout of the source.
+/// The constant part of a log statement. Operators filter by file, function and line: these belong
+/// to the statement and stay when it moves in the source.
 struct LogStatement
 {
     Core::LogLevel level;
@@ -31,15 +31,15 @@ struct LogStatement
     std::int32_t line;
 };
 
-/// How a failed close is reported.
+/// The form in which a failed close is reported.
 struct CloseReport
 {
     LogStatement statement;
     const char* text;
 };
 
-/// Writes one entry, if the logger would keep it; otherwise neither `writeText(std::ostream&)` nor
-/// `makeDetails()` is called and nothing is built. Any thread.
+/// Writes one entry, if the logger would keep it; otherwise calls neither
+/// `writeText(std::ostream&)` nor `makeDetails()` and builds nothing. Any thread.
 template <typename WriteText, typename MakeDetails>
 void Log(const LogStatement& statement, WriteText&& writeText, MakeDetails&& makeDetails)
 {

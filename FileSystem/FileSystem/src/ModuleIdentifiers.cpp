@@ -25,7 +25,7 @@ const std::string& Module::GetURI()
     return uri;
 }
 
-// The numbers are published: gaps and order stay.
+// The numbers are published; their gaps and their order stay.
 
 const Core::NodeId& ObjectTypes::FileSystem()
 {

@@ -8,7 +8,7 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-/// Absolute and without links; empty when the file system does not tell.
+/// Returns a path as absolute and without links; empty when the file system does not tell.
 fs::path FindCanonical(const fs::path& path)
 {
     boost::system::error_code error;
@@ -16,7 +16,8 @@ fs::path FindCanonical(const fs::path& path)
     return error ? fs::path() : canonical;
 }
 
-/// With a slash at its end. Empty for a path that begins with two: it is not the one with one.
+/// Returns a path with a slash at its end. Empty for a path that begins with two slashes, which may
+/// differ from the one with a single slash.
 std::string MakeDirectoryPath(const fs::path& canonical)
 {
     std::string path = canonical.string();
@@ -47,7 +48,7 @@ std::string RelativePaths::Get(const fs::path& entry, bool isDirectory, bool may
     places.resize(depth + 1);
     const Place& parent = places.back();
     const std::string name = GetName(entry);
-    // What is longer than the system takes has no canonical path.
+    // A path that is longer than the system takes has no canonical form.
     const bool isInParent =
         !mayBeLink && !parent.path.empty() && parent.path.size() + name.size() < PATH_MAX;
     if (isInParent && parent.isInside) {

@@ -5,12 +5,12 @@
 
 namespace FileSystem {
 
-/// One thread's turn on a stream: what happens within it is not interleaved with other threads'
-/// work on the same stream. The stream is open and stays so.
+/// One thread's turn on a stream: no other thread works on the stream while it lasts. The stream
+/// is open and stays open.
 ///
-/// Also keeps the rule of ISO C 7.21.5.3 for streams that read and write: between the two
-/// directions stands a flush or a reposition. Neither moves the position that clients see; both may
-/// fail (on a pipe), and then the operation that follows fails or succeeds by itself.
+/// Also keeps the rule of ISO C 7.21.5.3 for streams that read and write: a flush or a reposition
+/// separates the two directions. Neither moves the position that clients see; both may fail (on a
+/// pipe), and then the operation that follows fails or succeeds by itself.
 class StreamTurn
 {
 public:

@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* sourceFile = __FILE__;
 
-/// Writes the line that each task begins with.
+/// Writes a task's trace line.
 template <typename WriteText>
 void Trace(std::int32_t line, WriteText&& writeText)
 {
@@ -24,7 +24,7 @@ std::string ToText(const Core::DateTime& dateTime)
     return dateTime.IsEmpty() ? "none" : dateTime.ToISO8601String();
 }
 
-/// What a failure's log entry says, and its published line.
+/// The text of a failure's log entry and its published line.
 struct Failure
 {
     const char* text;
@@ -68,7 +68,7 @@ void FileSystemAsyncTask::CloseFileAndDispatchError(const std::string& prefix, u
                 text << prefix << ", generic transfer error: " << result;
         });
     behaviour.UnregisterAndCloseFile(handle);
-    // Only the low 8 bits travel, on purpose.
+    // The event carries the low 8 bits only, on purpose.
     behaviour.DispatchAckEvent(handle, static_cast<unsigned char>(result));
 }
 
