@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <unordered_set>
 #include <utility>
 
@@ -12,14 +11,14 @@ namespace Core {
 
 std::shared_ptr<BasicNode> AddressSpace::Find(const NodeId& id) const
 {
-    const std::shared_lock lock(mutex);
+    const Support::ReadLock lock(mutex);
     const auto found = entries.find(id);
     return found == entries.end() ? nullptr : found->second.node;
 }
 
 std::shared_ptr<BasicNode> AddressSpace::Get(const NodeId& id) const
 {
-    const std::shared_lock lock(mutex);
+    const Support::ReadLock lock(mutex);
     return Require(id).node;
 }
 
@@ -33,7 +32,7 @@ const AddressSpace::Entry& AddressSpace::Require(const NodeId& id) const
 
 std::vector<Embedding::ReferenceDescription> AddressSpace::Browse(const NodeId& id) const
 {
-    const std::shared_lock lock(mutex);
+    const Support::ReadLock lock(mutex);
     const auto& links = Require(id).links;
     std::vector<Embedding::ReferenceDescription> descriptions;
     descriptions.reserve(links.size());
@@ -45,7 +44,7 @@ std::vector<Embedding::ReferenceDescription> AddressSpace::Browse(const NodeId& 
 AddressSpace::Changes AddressSpace::Add(const Nodes& nodes,
                                         const std::vector<Reference>& references)
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     CheckAddition(nodes, references);
     for (const auto& node : nodes)
         entries.emplace(node->GetNodeId(), Entry{node, {}});
@@ -89,14 +88,14 @@ bool AddressSpace::LeadsDown(const Link& link)
 
 bool AddressSpace::HasOthersBelow(const NodeId& id) const
 {
-    const std::shared_lock lock(mutex);
+    const Support::ReadLock lock(mutex);
     const auto& links = Require(id).links;
     return std::any_of(links.begin(), links.end(), LeadsDown);
 }
 
 AddressSpace::Removal AddressSpace::Remove(const NodeId& id)
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     const auto& [node, links] = Require(id);
     if (std::any_of(links.begin(), links.end(), LeadsDown))
         throw InvalidArgumentException("Cannot remove node " + id.ToString() +
@@ -116,9 +115,9 @@ AddressSpace::Removal AddressSpace::Remove(const NodeId& id)
 
 AddressSpace::Nodes AddressSpace::Clear()
 {
-    Entries removed; // destroyed after the lock, with the last references to its nodes
+    Entries removed; // released after the lock, with the last references to its nodes
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         removed.swap(entries);
     }
     Nodes nodes;

@@ -4,9 +4,9 @@
 #include "Core/Events.h"
 #include "Core/NodeId.h"
 #include "Nodes.h"
+#include "Support/Mutex.h"
 
 #include <memory>
-#include <shared_mutex>
 #include <unordered_map>
 #include <vector>
 
@@ -29,9 +29,9 @@ struct Reference
     NodeId target;
 };
 
-/// Nodes and the references between them. All operations may be called from any thread; none calls
-/// foreign code but the two notifications. Nodes that leave are handed out, so that they are
-/// released without a lock.
+/// Holds the nodes and the references between them. All operations may be called from any thread;
+/// only the two notifications call foreign code. Operations that take nodes out return them, so
+/// that the caller releases them without a lock.
 class AddressSpace
 {
 public:
@@ -43,25 +43,28 @@ public:
         Changes changes;
     };
 
-    /// Null for an identifier that no node has.
-    [[nodiscard]] std::shared_ptr<BasicNode> Find(const NodeId& id) const;
+    /// Returns null for an identifier that no node has.
+    [[nodiscard]] std::shared_ptr<BasicNode> Find(const NodeId& id) const EXCLUDES(mutex);
 
-    /// Both throw NotFoundException.
-    [[nodiscard]] std::shared_ptr<BasicNode> Get(const NodeId& id) const;
-    [[nodiscard]] std::vector<Embedding::ReferenceDescription> Browse(const NodeId& id) const;
+    /// Throw NotFoundException.
+    [[nodiscard]] std::shared_ptr<BasicNode> Get(const NodeId& id) const EXCLUDES(mutex);
+    [[nodiscard]] std::vector<Embedding::ReferenceDescription> Browse(const NodeId& id) const
+        EXCLUDES(mutex);
 
-    /// Adds all of them or nothing; the references must touch nodes that are there or that are
-    /// being added. Throws AlreadyExistsException and NotFoundException.
-    [[nodiscard]] Changes Add(const Nodes& nodes, const std::vector<Reference>& references);
+    /// Adds all nodes and references or none. Throws AlreadyExistsException for an identifier that
+    /// a node has already, NotFoundException for a reference to a node that is neither here nor
+    /// among the added ones.
+    [[nodiscard]] Changes Add(const Nodes& nodes, const std::vector<Reference>& references)
+        EXCLUDES(mutex);
 
     /// Takes a node out, with its references. Throws NotFoundException, and
     /// InvalidArgumentException for a node that has others below it.
-    [[nodiscard]] Removal Remove(const NodeId& id);
+    [[nodiscard]] Removal Remove(const NodeId& id) EXCLUDES(mutex);
 
-    [[nodiscard]] bool HasOthersBelow(const NodeId& id) const;
+    [[nodiscard]] bool HasOthersBelow(const NodeId& id) const EXCLUDES(mutex);
 
     /// Takes everything out.
-    [[nodiscard]] Nodes Clear();
+    [[nodiscard]] Nodes Clear() EXCLUDES(mutex);
 
     /// Tell the observers of both ends of each reference.
     static void NotifyAdded(const Changes& changes);
@@ -82,12 +85,13 @@ private:
     using Entries = std::unordered_map<NodeId, Entry, HashNodeId>;
 
     [[nodiscard]] static bool LeadsDown(const Link& link);
-    [[nodiscard]] const Entry& Require(const NodeId& id) const;
-    void CheckAddition(const Nodes& nodes, const std::vector<Reference>& references) const;
-    ReferenceData Connect(const Reference& reference);
+    [[nodiscard]] const Entry& Require(const NodeId& id) const REQUIRES_SHARED(mutex);
+    void CheckAddition(const Nodes& nodes, const std::vector<Reference>& references) const
+        REQUIRES_SHARED(mutex);
+    ReferenceData Connect(const Reference& reference) REQUIRES(mutex);
 
-    mutable std::shared_mutex mutex;
-    Entries entries; // guarded by mutex
+    mutable Support::SharedMutex mutex;
+    Entries entries GUARDED_BY(mutex);
 };
 
 } // namespace Core

@@ -11,37 +11,37 @@ namespace Core {
 
 namespace {
 
-/// Nodes and modules of behaviours that outlive their removal, kept until those are gone, and
-/// behaviours that could not be stopped, kept for good.
+/// Keeps the nodes and the code of behaviours that outlive their removal until those end, and
+/// behaviours that could not be stopped for good.
 class Leftovers
 {
 public:
     static Leftovers& Instance()
     {
-        // Never destroyed: code that is still in use must not be unloaded when the process ends.
+        // Never destroyed, since code in use must not be unloaded when the process ends.
         static auto& instance = *new Leftovers;
         return instance;
     }
 
     void Keep(std::weak_ptr<IBehaviour> behaviour, std::shared_ptr<ObjectNode> node,
-              std::shared_ptr<const Module> module)
+              std::shared_ptr<const Module> module) EXCLUDES(mutex)
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         entries.push_back({std::move(module), std::move(node), std::move(behaviour)});
     }
 
     /// Allocates nothing.
-    void KeepForGood(std::shared_ptr<const HeldBehaviour> behaviour) noexcept
+    void KeepForGood(std::shared_ptr<const HeldBehaviour> behaviour) noexcept EXCLUDES(mutex)
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         behaviour->nextKept = std::exchange(firstKept, behaviour);
     }
 
-    /// Releases the entries that are not needed any more.
-    void Sweep()
+    /// Releases the entries of behaviours that have ended.
+    void Sweep() EXCLUDES(mutex)
     {
         std::vector<Entry> unused; // released after the lock
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         std::erase_if(entries, [&unused](Entry& entry) {
             if (!entry.behaviour.expired())
                 return false;
@@ -53,15 +53,15 @@ public:
 private:
     struct Entry
     {
-        // Destroyed from the last to the first.
+        // The order matters: destroyed from the last to the first.
         std::shared_ptr<const Module> module;
         std::shared_ptr<ObjectNode> node;
         std::weak_ptr<IBehaviour> behaviour;
     };
 
-    std::mutex mutex;
-    std::vector<Entry> entries;                     // guarded by mutex
-    std::shared_ptr<const HeldBehaviour> firstKept; // guarded by mutex
+    Support::Mutex mutex;
+    std::vector<Entry> entries GUARDED_BY(mutex);
+    std::shared_ptr<const HeldBehaviour> firstKept GUARDED_BY(mutex);
 };
 
 } // namespace
@@ -133,7 +133,7 @@ void BehaviourSlot::StopAfterFailure() noexcept
     } catch (...) {
         LogCurrentException("Cannot stop object " + held->GetNode()->GetNodeId().ToString() +
                             " after its start failed");
-        isStarted = true; // by half
+        isStarted = true; // at least in part
     }
 }
 
@@ -161,13 +161,13 @@ void BehaviourSlot::Clear()
 
 BehaviourSlot::Published BehaviourSlot::Get() const
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     return published;
 }
 
 void BehaviourSlot::SetPublished(Published value)
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     std::swap(published, value); // the old one is released after the lock
 }
 

@@ -3,14 +3,14 @@
 #include "Core/Behaviour.h"
 #include "FactoryRegistry.h"
 #include "Nodes.h"
+#include "Support/Mutex.h"
 #include "WaitGraph.h"
 
 #include <memory>
-#include <mutex>
 
 namespace Core {
 
-/// A behaviour with what it lives on: its node and its module's code.
+/// Owns a behaviour together with the node and the module's code that it needs.
 class HeldBehaviour
 {
 public:
@@ -18,31 +18,31 @@ public:
                   std::shared_ptr<IBehaviour> behaviour);
     HeldBehaviour(const HeldBehaviour&) = delete;
     HeldBehaviour& operator=(const HeldBehaviour&) = delete;
-    /// Lets the behaviour go, then its node, then its code. Should the behaviour live on because
-    /// others still hold it, so do the other two.
+    /// Releases the behaviour, then its node, then its code. When others still hold the behaviour,
+    /// node and code are kept as long as it lives.
     ~HeldBehaviour();
 
-    /// Releases the nodes and modules of behaviours that lived on and are gone by now.
+    /// Releases the nodes and the code kept for behaviours that have ended since.
     static void ReleaseLeftovers();
 
     [[nodiscard]] IBehaviour& GetBehaviour() const noexcept { return *behaviour; }
     [[nodiscard]] const std::shared_ptr<ObjectNode>& GetNode() const noexcept { return node; }
-    /// Null for a behaviour that takes no calls.
+    /// Returns null for a behaviour that takes no calls.
     [[nodiscard]] IExecutableBehaviour* GetExecutable() const noexcept { return executable; }
 
-    /// Links the behaviours that are kept for good; written once, by their keeper.
+    /// Links the behaviours that are kept for good; their keeper writes it once.
     mutable std::shared_ptr<const HeldBehaviour> nextKept;
 
 private:
-    // Destroyed from the last to the first.
+    // The order matters: destroyed from the last to the first.
     std::shared_ptr<const Module> module;
     std::shared_ptr<ObjectNode> node;
     std::shared_ptr<IBehaviour> behaviour;
     IExecutableBehaviour* executable;
 };
 
-/// The life of one object's behaviour, if it has one. Everything but `Get` is done by whoever has
-/// the turn at the slot's turnstile.
+/// The life of one object's behaviour, if it has one. Every operation but `Get` needs the turn at
+/// the slot's turnstile.
 class BehaviourSlot
 {
 public:
@@ -58,47 +58,49 @@ public:
     [[nodiscard]] Stage GetStage() const noexcept { return stage; }
     void SetStage(Stage value) noexcept { stage = value; }
 
-    /// Makes the behaviour of a node and starts it. Throws what that throws; then nothing is kept.
+    /// Makes the behaviour of a node and starts it. Passes the exceptions of both; then it keeps
+    /// nothing.
     void Fill(const RegisteredFactory& factory, const std::shared_ptr<ObjectNode>& node);
-    /// From here on the object can be called.
+    /// Shows the behaviour to calls.
     void Publish();
 
-    /// Do nothing where there is no behaviour. Throw what the behaviour throws; a start that failed
-    /// has been followed by a stop, and one that could not be stopped counts as started.
+    /// Do nothing without a behaviour. Pass its exceptions. A failed start is followed by a stop; a
+    /// behaviour that cannot be stopped counts as started.
     void Start();
     void Stop();
 
-    /// Hides the behaviour from new calls, stops and releases it. What the stop throws is logged;
+    /// Hides the behaviour from new calls, stops and releases it. Logs an exception of the stop;
     /// the behaviour, which may still be at work, is then never destroyed.
     void Clear();
 
-    /// The node of the behaviour; null without one.
+    /// Returns the node of the behaviour; null without one.
     [[nodiscard]] const ObjectNode* GetNode() const noexcept
     {
         return held ? held->GetNode().get() : nullptr;
     }
 
-    /// What calls find. Any thread.
+    /// The state that calls see.
     struct Published
     {
-        bool isThere = false; ///< between the object's publication and its removal
+        bool isThere = false;                      ///< from the object's publication to its removal
         std::shared_ptr<const HeldBehaviour> held; ///< null for an object without a behaviour
     };
-    [[nodiscard]] Published Get() const;
+    /// Any thread.
+    [[nodiscard]] Published Get() const EXCLUDES(mutex);
 
 private:
     void StopAfterFailure() noexcept;
-    void SetPublished(Published value);
+    void SetPublished(Published value) EXCLUDES(mutex);
 
     Turnstile turnstile;
 
-    // For whoever has the turn.
+    // Used by the thread that has the turn.
     Stage stage = Stage::Empty;
     bool isStarted = false;
     std::shared_ptr<const HeldBehaviour> held;
 
-    mutable std::mutex mutex;
-    Published published; // guarded by mutex
+    mutable Support::Mutex mutex;
+    Published published GUARDED_BY(mutex);
 };
 
 } // namespace Core

@@ -27,7 +27,7 @@ void DispatcherImplementation::AwaitNotifications(const RecipientBase& recipient
 template <typename Predicate>
 void DispatcherImplementation::AwaitRunning(const Predicate& predicate)
 {
-    auto lock = waits.Acquire();
+    Support::Lock lock(waits.mutex);
     std::vector<const Activity*> awaited;
     for (const auto* notification : running) {
         if (predicate(*notification->recipient) && !waits.IsHeldUpByThisThread(*notification))
@@ -36,7 +36,7 @@ void DispatcherImplementation::AwaitRunning(const Predicate& predicate)
     waits.Wait(lock, std::move(awaited));
 }
 
-/// Makes room first, so that nothing is entered by half.
+/// Makes room first, so that it enters the notification everywhere or nowhere.
 void DispatcherImplementation::Enter(const Running& started)
 {
     running.reserve(running.size() + 1);
@@ -54,7 +54,7 @@ void DispatcherImplementation::Enter(const Running& started)
 
 void DispatcherImplementation::End(const Running& ended) noexcept
 {
-    const auto lock = waits.Acquire();
+    const Support::Lock lock(waits.mutex);
     std::erase(running, &ended);
     waits.End(ended);
 }
@@ -66,13 +66,13 @@ bool DispatcherImplementation::IsSilenced(unsigned int affinityId) const
 
 void DispatcherImplementation::Silence(unsigned int affinityId)
 {
-    const auto lock = waits.Acquire();
+    const Support::Lock lock(waits.mutex);
     ++silenced[affinityId];
 }
 
 void DispatcherImplementation::Unsilence(unsigned int affinityId) noexcept
 {
-    const auto lock = waits.Acquire();
+    const Support::Lock lock(waits.mutex);
     const auto found = silenced.find(affinityId);
     if (found != silenced.end() && --found->second == 0)
         silenced.erase(found);
@@ -85,7 +85,7 @@ BehaviourStop::BehaviourStop(DispatcherImplementation& dispatcher, const ObjectN
 {
     if (object == nullptr)
         return;
-    const auto lock = dispatcher.waits.Acquire();
+    const Support::Lock lock(dispatcher.waits.mutex);
     for (const auto* notification : dispatcher.running) {
         if (notification->source != object)
             continue;
@@ -104,7 +104,7 @@ BehaviourStop::~BehaviourStop()
 {
     if (object == nullptr)
         return;
-    const auto lock = dispatcher.waits.Acquire();
+    const Support::Lock lock(dispatcher.waits.mutex);
     std::erase(dispatcher.stops, this);
     dispatcher.waits.Leave(waiter);
 }

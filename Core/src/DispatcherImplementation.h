@@ -2,10 +2,10 @@
 
 #include "Core/Dispatcher.h"
 #include "CoreLog.h"
+#include "Support/Mutex.h"
 #include "WaitGraph.h"
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -16,7 +16,7 @@ namespace Core {
 class BehaviourStop;
 class ObjectNode;
 
-/// Identity of something that is notified.
+/// The identity of a recipient of notifications.
 class RecipientBase
 {
 public:
@@ -26,10 +26,10 @@ public:
     {}
 
     const unsigned int affinityId;
-    const std::string origin; ///< on whose behalf it listens, for logs
+    const std::string origin; ///< the name of the session on whose behalf it listens, for logs
 };
 
-/// Something that is notified until it is ended.
+/// A recipient of notifications, until it is ended.
 template <typename Target>
 class Recipient final : public RecipientBase
 {
@@ -41,10 +41,11 @@ public:
 
 private:
     friend class DispatcherImplementation;
-    std::shared_ptr<Target> target; // guarded by the lock of the wait graph; null once ended
+    std::shared_ptr<Target> target; // guarded by the mutex of the wait graph; null once ended
 };
 
-/// Who listens to one thing. Snapshots are immutable: notifying needs no lock and no copy.
+/// The recipients of one source of notifications. Snapshots are immutable: notifying needs no lock
+/// and no copy.
 template <typename Target>
 class RecipientList
 {
@@ -52,39 +53,39 @@ public:
     using Entry = std::shared_ptr<Recipient<Target>>;
     using Snapshot = std::shared_ptr<const std::vector<Entry>>;
 
-    /// Null when nobody listens.
-    [[nodiscard]] Snapshot Get() const
+    /// Returns null when there are no recipients.
+    [[nodiscard]] Snapshot Get() const EXCLUDES(mutex)
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         return entries;
     }
 
-    void Add(Entry entry)
+    void Add(Entry entry) EXCLUDES(mutex)
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         auto changed = Copy();
         changed->push_back(std::move(entry));
         entries = std::move(changed);
     }
 
-    void Remove(const Entry& entry)
+    void Remove(const Entry& entry) EXCLUDES(mutex)
     {
         Snapshot replaced; // released after the lock
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         auto changed = Copy();
         std::erase(*changed, entry);
         replaced = std::exchange(entries, changed->empty() ? nullptr : std::move(changed));
     }
 
 private:
-    [[nodiscard]] std::shared_ptr<std::vector<Entry>> Copy() const
+    [[nodiscard]] std::shared_ptr<std::vector<Entry>> Copy() const REQUIRES(mutex)
     {
         return entries ? std::make_shared<std::vector<Entry>>(*entries)
                        : std::make_shared<std::vector<Entry>>();
     }
 
-    mutable std::mutex mutex;
-    Snapshot entries; // guarded by mutex
+    mutable Support::Mutex mutex;
+    Snapshot entries GUARDED_BY(mutex);
 };
 
 /// Runs notifications, and knows which are running.
@@ -95,7 +96,7 @@ public:
     [[nodiscard]] DispatchGuard TerminateDispatchOnStop(unsigned int affinityId) override;
 
     /// Calls `notification` with the target, unless the recipient has been ended or its affinity is
-    /// silenced at this moment. What it throws is logged. `source`: the object whose event it is;
+    /// silenced at this moment. Logs its exceptions. `source` is the object that raises the event;
     /// null for other notifications.
     template <typename Target, typename Notification>
     void Notify(Recipient<Target>& recipient, const Notification& notification,
@@ -110,12 +111,13 @@ public:
         } catch (...) {
             LogCurrentException("A notification failed", recipient.origin);
         }
-        // Before the end is known: who waits for it may go on to unload the target's code.
+        // Released before the end is known: a thread that waits for it may unload the target's
+        // code next.
         target.reset();
         End(notified);
     }
 
-    /// Notifies everyone in the list.
+    /// Notifies every recipient of the list.
     template <typename Target, typename Notification>
     void NotifyAll(const RecipientList<Target>& list, const Notification& notification,
                    const ObjectNode* source = nullptr)
@@ -127,19 +129,20 @@ public:
             Notify(*recipient, notification, source);
     }
 
-    /// No new notification starts once this has returned. The caller lets go of what is returned.
+    /// Ends a recipient: no new notification of it starts once this has returned. The caller
+    /// releases the returned target, with no lock held.
     template <typename Target>
-    [[nodiscard]] std::shared_ptr<Target> End(Recipient<Target>& recipient)
+    [[nodiscard]] std::shared_ptr<Target> End(Recipient<Target>& recipient) EXCLUDES(waits.mutex)
     {
-        const auto lock = waits.Acquire();
+        const Support::Lock lock(waits.mutex);
         return std::exchange(recipient.target, nullptr);
     }
 
-    /// Waits for the recipient's notifications on other threads, apart from those that wait for
-    /// this one.
+    /// Waits for the recipient's notifications on other threads, except those that wait for this
+    /// one.
     void AwaitNotifications(const RecipientBase& recipient);
 
-    /// Also of use for other waits in which foreign code runs.
+    /// The graph also serves other waits in which foreign code runs.
     [[nodiscard]] WaitGraph& GetWaitGraph() noexcept { return waits; }
 
 private:
@@ -153,39 +156,40 @@ private:
 
     template <typename Target>
     std::shared_ptr<Target> Begin(const Recipient<Target>& recipient, Running& started)
+        EXCLUDES(waits.mutex)
     {
-        const auto lock = waits.Acquire();
+        const Support::Lock lock(waits.mutex);
         if (!recipient.target || IsSilenced(recipient.affinityId))
             return nullptr;
         Enter(started);
         return recipient.target;
     }
 
-    void Enter(const Running& started);
+    void Enter(const Running& started) REQUIRES(waits.mutex);
 
-    void End(const Running& ended) noexcept;
-    [[nodiscard]] bool IsSilenced(unsigned int affinityId) const;
-    void Silence(unsigned int affinityId);
-    void Unsilence(unsigned int affinityId) noexcept;
+    void End(const Running& ended) noexcept EXCLUDES(waits.mutex);
+    [[nodiscard]] bool IsSilenced(unsigned int affinityId) const REQUIRES(waits.mutex);
+    void Silence(unsigned int affinityId) EXCLUDES(waits.mutex);
+    void Unsilence(unsigned int affinityId) noexcept EXCLUDES(waits.mutex);
 
     /// Waits for the notifications that satisfy the predicate.
     template <typename Predicate>
-    void AwaitRunning(const Predicate& predicate);
+    void AwaitRunning(const Predicate& predicate) EXCLUDES(waits.mutex);
 
     WaitGraph waits;
-    std::vector<const Running*> running;            // guarded by the lock of waits
-    std::vector<BehaviourStop*> stops;              // guarded by the lock of waits
-    std::unordered_map<unsigned int, int> silenced; // guarded by the lock of waits
+    std::vector<const Running*> running GUARDED_BY(waits.mutex);
+    std::vector<BehaviourStop*> stops GUARDED_BY(waits.mutex);
+    std::unordered_map<unsigned int, int> silenced GUARDED_BY(waits.mutex);
 };
 
-/// The stop of an object's behaviour, while it lives: the behaviour may wait for the threads that
-/// deliver the object's events, as for a worker that it joins.
+/// The stop of an object's behaviour, for its time. The behaviour may wait for the threads that
+/// deliver the object's events, such as a worker that it joins.
 class BehaviourStop
 {
 public:
-    /// Throws InvalidStateException naming `purpose` if the calling thread delivers an event of the
-    /// object, or a thread does that waits for the calling one. Does nothing for a null object: one
-    /// without a behaviour, where no foreign code runs.
+    /// Throws InvalidStateException naming `purpose` when the calling thread delivers an event of
+    /// the object, or a thread that waits for the calling one does. Does nothing for a null object:
+    /// an object without a behaviour runs no foreign code.
     BehaviourStop(DispatcherImplementation& dispatcher, const ObjectNode* object,
                   const std::string& purpose);
     BehaviourStop(const BehaviourStop&) = delete;
@@ -197,7 +201,7 @@ private:
 
     DispatcherImplementation& dispatcher;
     const ObjectNode* object;
-    WaitGraph::Waiter waiter; // guarded by the lock of the wait graph
+    WaitGraph::Waiter waiter; // guarded by the mutex of the wait graph
 };
 
 } // namespace Core

@@ -17,7 +17,7 @@ void FactoryRegistry::Register(const Guid& identifier, const RegisteredFactory& 
     if (!factory.factory)
         throw InvalidArgumentException("Cannot register behaviour factory " +
                                        identifier.ToString() + ": there is none");
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     if (!factories.try_emplace(identifier, factory).second)
         throw AlreadyExistsException("Behaviour factory " + identifier.ToString() +
                                      " is registered already");
@@ -25,7 +25,7 @@ void FactoryRegistry::Register(const Guid& identifier, const RegisteredFactory& 
 
 RegisteredFactory FactoryRegistry::Get(const Guid& identifier) const
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     const auto found = factories.find(identifier);
     if (found == factories.end() || loading.contains(found->second.module.get()))
         throw NotFoundException("No module has registered behaviour factory " +
@@ -35,20 +35,20 @@ RegisteredFactory FactoryRegistry::Get(const Guid& identifier) const
 
 void FactoryRegistry::BeginLoading(const Module& module)
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     loading.insert(&module);
 }
 
 void FactoryRegistry::Commit(const Module& module) noexcept
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     loading.erase(&module);
 }
 
 std::vector<RegisteredFactory> FactoryRegistry::Discard(const Module& module)
 {
     std::vector<RegisteredFactory> discarded;
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     std::erase_if(factories, [&](auto& entry) {
         if (entry.second.module.get() != &module)
             return false;
@@ -61,7 +61,7 @@ std::vector<RegisteredFactory> FactoryRegistry::Discard(const Module& module)
 
 FactoryRegistry::Factories FactoryRegistry::Clear()
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     return std::exchange(factories, {});
 }
 

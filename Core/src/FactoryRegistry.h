@@ -2,9 +2,9 @@
 
 #include "Core/Guid.h"
 #include "Core/NodeFactory.h"
+#include "Support/Mutex.h"
 
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -13,15 +13,16 @@ namespace Core {
 
 class Module;
 
-/// A factory with the code it lives in. The order matters: the factory goes before its code.
+/// A factory with its code. The order matters: the factory is destroyed before its code.
 struct RegisteredFactory
 {
-    std::shared_ptr<const Module> module; ///< null for a factory that is not a module's
+    std::shared_ptr<const Module> module; ///< null for a factory of the host itself
     std::shared_ptr<IBehaviourFactory> factory;
 };
 
-/// The behaviour factories of a host. Those of a module that is still registering are taken, but
-/// not found. Factories that leave are handed out, so that they are released without a lock.
+/// The behaviour factories of a host; any thread. The factories of a module that is still
+/// registering take their identifiers, but are not found. Operations that take factories out return
+/// them, so that the caller releases them without a lock.
 class FactoryRegistry final : public NodeFactory
 {
 public:
@@ -29,23 +30,24 @@ public:
 
     void RegisterBehaviourFactory(const Guid& identifier,
                                   std::shared_ptr<IBehaviourFactory> factory) override;
-    void Register(const Guid& identifier, const RegisteredFactory& factory);
+    void Register(const Guid& identifier, const RegisteredFactory& factory) EXCLUDES(mutex);
 
     /// Throws NotFoundException.
-    [[nodiscard]] RegisteredFactory Get(const Guid& identifier) const;
+    [[nodiscard]] RegisteredFactory Get(const Guid& identifier) const EXCLUDES(mutex);
 
-    /// What a module registers from now on is found after `Commit` only.
-    void BeginLoading(const Module& module);
-    void Commit(const Module& module) noexcept;
-    /// Takes out what the module has registered.
-    [[nodiscard]] std::vector<RegisteredFactory> Discard(const Module& module);
+    /// Hides the factories that the module registers from now on, until `Commit`.
+    void BeginLoading(const Module& module) EXCLUDES(mutex);
+    void Commit(const Module& module) noexcept EXCLUDES(mutex);
+    /// Takes out the factories of a module.
+    [[nodiscard]] std::vector<RegisteredFactory> Discard(const Module& module) EXCLUDES(mutex);
 
-    [[nodiscard]] Factories Clear();
+    /// Takes out all factories.
+    [[nodiscard]] Factories Clear() EXCLUDES(mutex);
 
 private:
-    mutable std::mutex mutex;
-    Factories factories;                       // guarded by mutex
-    std::unordered_set<const Module*> loading; // guarded by mutex
+    mutable Support::Mutex mutex;
+    Factories factories GUARDED_BY(mutex);
+    std::unordered_set<const Module*> loading GUARDED_BY(mutex);
 };
 
 } // namespace Core

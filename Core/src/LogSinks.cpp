@@ -121,7 +121,7 @@ std::string LevelName(LogLevel level)
     return std::string(names.at(static_cast<std::size_t>(number)));
 }
 
-/// Writes finished lines through a sink of spdlog, which serialises them.
+/// Writes finished lines through a sink of spdlog, which writes one at a time.
 class LineSink final : public LogSink
 {
 public:
@@ -175,52 +175,6 @@ std::string FormatLogLine(const LogEntry& entry)
     if (entry.attachment != nullptr)
         AppendNamed(line, "attachment", entry.attachment->ToString());
     return line;
-}
-
-void CapturingLogSink::Write(const LogEntry& entry)
-{
-    {
-        const std::lock_guard lock(mutex);
-        entries.push_back(entry);
-    }
-    changed.notify_all();
-}
-
-std::vector<LogEntry> CapturingLogSink::GetEntries() const
-{
-    const std::lock_guard lock(mutex);
-    return entries;
-}
-
-void CapturingLogSink::Clear()
-{
-    const std::lock_guard lock(mutex);
-    forgotten += entries.size();
-    entries.clear();
-}
-
-bool CapturingLogSink::WaitFor(const std::function<bool(const LogEntry&)>& predicate,
-                               std::chrono::milliseconds limit) const
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    std::size_t seen = 0; // of all entries ever written
-    std::unique_lock lock(mutex);
-    for (;;) {
-        seen = std::max(seen, forgotten);
-        const auto hasNew = [&] {
-            return forgotten + entries.size() > seen;
-        };
-        if (!changed.wait_until(lock, deadline, hasNew))
-            return false;
-        seen = std::max(seen, forgotten);
-        const auto first = entries.begin() + static_cast<std::ptrdiff_t>(seen - forgotten);
-        const std::vector<LogEntry> fresh(first, entries.end());
-        seen += fresh.size();
-        lock.unlock();
-        if (std::any_of(fresh.begin(), fresh.end(), predicate))
-            return true;
-        lock.lock();
-    }
 }
 
 } // namespace Core::Embedding

@@ -3,11 +3,11 @@
 #include "Core/Embedding/LogControl.h"
 #include "Core/Exception.h"
 
+#include "Support/Mutex.h"
+
 #include <algorithm>
 #include <atomic>
 #include <map>
-#include <mutex>
-#include <shared_mutex>
 #include <string_view>
 #include <utility>
 
@@ -18,49 +18,56 @@ struct Logger::State
     using Sinks = std::vector<std::shared_ptr<Embedding::LogSink>>;
     using SharedSinks = std::shared_ptr<const Sinks>;
 
-    [[nodiscard]] bool IsEnabled(LogLevel level, std::string_view category) const
+    struct Levels
+    {
+        LogLevel ofOthers = LogLevel::Warning; // of categories without a level of their own
+        std::map<std::string, LogLevel, std::less<>> ofCategories;
+    };
+
+    [[nodiscard]] bool IsEnabled(LogLevel level, std::string_view category) const EXCLUDES(mutex)
     {
         if (level <= LogLevel::Off || level > highestLevel.load(std::memory_order_acquire))
             return false;
-        const std::shared_lock lock(mutex);
-        const auto own = categoryLevels.find(category);
-        return level <= (own == categoryLevels.end() ? defaultLevel : own->second);
+        const Support::ReadLock lock(mutex);
+        const auto own = levels.ofCategories.find(category);
+        return level <= (own == levels.ofCategories.end() ? levels.ofOthers : own->second);
     }
 
+    /// Calls `change(Levels&)`.
     template <typename Change>
-    void ChangeLevels(Change change)
+    void ChangeLevels(Change change) EXCLUDES(mutex)
     {
-        const std::unique_lock lock(mutex);
-        change();
-        auto highest = defaultLevel;
-        for (const auto& [category, level] : categoryLevels)
+        const Support::Lock lock(mutex);
+        change(levels);
+        auto highest = levels.ofOthers;
+        for (const auto& [category, level] : levels.ofCategories)
             highest = std::max(highest, level);
         highestLevel.store(highest, std::memory_order_release);
     }
 
+    /// Calls `change(Sinks&)` with a copy and publishes it.
     template <typename Change>
-    void ChangeSinks(Change change)
+    void ChangeSinks(Change change) EXCLUDES(mutex)
     {
-        SharedSinks before; // let go after the lock: it may end a sink
-        const std::unique_lock lock(mutex);
+        SharedSinks before; // released after the lock: it may end a sink
+        const Support::Lock lock(mutex);
         auto changed = *sinks;
         change(changed);
         before = std::exchange(sinks, std::make_shared<const Sinks>(std::move(changed)));
     }
 
-    [[nodiscard]] SharedSinks GetSinks() const
+    [[nodiscard]] SharedSinks GetSinks() const EXCLUDES(mutex)
     {
-        const std::shared_lock lock(mutex);
+        const Support::ReadLock lock(mutex);
         return sinks;
     }
 
-    /// The highest level that is on for any category: what lies above needs no look at the others.
+    /// The highest level that is on for any category: entries above it are refused without a lock.
     std::atomic<LogLevel> highestLevel{LogLevel::Warning};
 
-    mutable std::shared_mutex mutex; // guards what follows
-    LogLevel defaultLevel = LogLevel::Warning;
-    std::map<std::string, LogLevel, std::less<>> categoryLevels;
-    SharedSinks sinks = std::make_shared<const Sinks>(); // replaced, never changed
+    mutable Support::SharedMutex mutex;
+    Levels levels GUARDED_BY(mutex);
+    SharedSinks sinks GUARDED_BY(mutex) = std::make_shared<const Sinks>(); // replaced as a whole
 };
 
 Logger::Logger()
@@ -71,7 +78,7 @@ Logger::~Logger() = default;
 
 Logger& Logger::Instance()
 {
-    // Never destroyed: whoever is destroyed last may still have something to say.
+    // Never destroyed, since destructors may log until the very end of the process.
     static auto& instance = *new Logger;
     return instance;
 }
@@ -90,7 +97,7 @@ void Logger::AppendEntry(LogEntry entry) // NOLINT(performance-unnecessary-value
         try {
             sink->Write(entry);
         } catch (...) {
-            // The entry is lost to this sink: there is nowhere to tell.
+            // This sink loses the entry; there is no place to report it.
         }
     }
 }
@@ -99,20 +106,21 @@ namespace Embedding {
 
 void LogControl::SetLevel(LogLevel level)
 {
-    auto& state = *Logger::Instance().state;
-    state.ChangeLevels([&] { state.defaultLevel = level; });
+    Logger::Instance().state->ChangeLevels(
+        [&](Logger::State::Levels& levels) { levels.ofOthers = level; });
 }
 
 void LogControl::SetLevel(const std::string& category, LogLevel level)
 {
-    auto& state = *Logger::Instance().state;
-    state.ChangeLevels([&] { state.categoryLevels.insert_or_assign(category, level); });
+    Logger::Instance().state->ChangeLevels([&](Logger::State::Levels& levels) {
+        levels.ofCategories.insert_or_assign(category, level);
+    });
 }
 
 void LogControl::ResetCategoryLevels()
 {
-    auto& state = *Logger::Instance().state;
-    state.ChangeLevels([&] { state.categoryLevels.clear(); });
+    Logger::Instance().state->ChangeLevels(
+        [](Logger::State::Levels& levels) { levels.ofCategories.clear(); });
 }
 
 void LogControl::AddSink(std::shared_ptr<LogSink> sink)

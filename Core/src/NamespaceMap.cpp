@@ -2,24 +2,23 @@
 
 #include "Core/Exception.h"
 
+#include "Support/Mutex.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <mutex>
 #include <optional>
-#include <shared_mutex>
 
 namespace Core {
 namespace {
 
 struct Table
 {
-    std::shared_mutex mutex;
-    std::vector<std::string> uris{NamespaceMap::baseUri, NamespaceMap::hostUri}; // guarded by mutex
+    Support::SharedMutex mutex;
+    std::vector<std::string> uris GUARDED_BY(mutex){NamespaceMap::baseUri, NamespaceMap::hostUri};
 
-    // REQUIRES: mutex is held, shared at least.
-    [[nodiscard]] std::optional<int> Find(const std::string& uri) const
+    [[nodiscard]] std::optional<int> Find(const std::string& uri) const REQUIRES_SHARED(mutex)
     {
         const auto found = std::find(uris.begin(), uris.end(), uri);
         if (found == uris.end())
@@ -30,7 +29,7 @@ struct Table
 
 Table& GetTable()
 {
-    // Never destroyed: modules may ask until the very end of the process.
+    // Never destroyed, since modules may call until the very end of the process.
     static auto& table = *new Table;
     return table;
 }
@@ -40,7 +39,7 @@ Table& GetTable()
 int NamespaceMap::GetNamespaceIndex(const std::string& uri)
 {
     auto& table = GetTable();
-    const std::shared_lock lock(table.mutex);
+    const Support::ReadLock lock(table.mutex);
     if (const auto index = table.Find(uri))
         return *index;
     throw NotFoundException(fmt::format("the namespace '{}' is not registered", uri));
@@ -49,8 +48,8 @@ int NamespaceMap::GetNamespaceIndex(const std::string& uri)
 std::string NamespaceMap::GetUri(int namespaceIndex)
 {
     auto& table = GetTable();
-    const std::shared_lock lock(table.mutex);
-    const auto position = static_cast<std::size_t>(namespaceIndex); // a negative one is too large
+    const Support::ReadLock lock(table.mutex);
+    const auto position = static_cast<std::size_t>(namespaceIndex); // too large for a negative one
     if (position >= table.uris.size())
         throw NotFoundException(fmt::format("no namespace has the index {}", namespaceIndex));
     return table.uris[position];
@@ -61,7 +60,7 @@ int NamespaceMap::Register(const std::string& uri)
     if (uri.empty())
         throw InvalidArgumentException("cannot register a namespace without a URI");
     auto& table = GetTable();
-    const std::unique_lock lock(table.mutex);
+    const Support::Lock lock(table.mutex);
     if (const auto index = table.Find(uri))
         return *index;
     table.uris.push_back(uri);
@@ -71,7 +70,7 @@ int NamespaceMap::Register(const std::string& uri)
 std::vector<std::string> NamespaceMap::GetUris()
 {
     auto& table = GetTable();
-    const std::shared_lock lock(table.mutex);
+    const Support::ReadLock lock(table.mutex);
     return table.uris;
 }
 

@@ -7,7 +7,7 @@ namespace Core {
 
 std::shared_ptr<BehaviourSlot> ObjectTable::FindOrAdd(const NodeId& id)
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     if (const auto found = entries.find(id); found != entries.end())
         return found->second.slot;
     auto slot = std::make_shared<BehaviourSlot>();
@@ -17,7 +17,7 @@ std::shared_ptr<BehaviourSlot> ObjectTable::FindOrAdd(const NodeId& id)
 
 std::shared_ptr<BehaviourSlot> ObjectTable::Find(const NodeId& id) const
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     const auto found = entries.find(id);
     return found == entries.end() ? nullptr : found->second.slot;
 }
@@ -25,7 +25,7 @@ std::shared_ptr<BehaviourSlot> ObjectTable::Find(const NodeId& id) const
 void ObjectTable::Erase(const NodeId& id)
 {
     Entries::node_type erased; // released after the lock
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     erased = entries.extract(id);
 }
 
@@ -33,7 +33,7 @@ std::vector<NodeId> ObjectTable::GetIds() const
 {
     std::vector<std::pair<std::size_t, NodeId>> numbered;
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         for (const auto& [id, entry] : entries)
             numbered.emplace_back(entry.number, id);
     }

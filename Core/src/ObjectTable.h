@@ -2,10 +2,10 @@
 
 #include "BehaviourSlot.h"
 #include "Core/NodeId.h"
+#include "Support/Mutex.h"
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
@@ -16,13 +16,13 @@ namespace Core {
 class ObjectTable
 {
 public:
-    /// The slot of an object; a new one if there is none.
-    [[nodiscard]] std::shared_ptr<BehaviourSlot> FindOrAdd(const NodeId& id);
-    /// Null for an object that is not there.
-    [[nodiscard]] std::shared_ptr<BehaviourSlot> Find(const NodeId& id) const;
-    void Erase(const NodeId& id);
-    /// The newest first.
-    [[nodiscard]] std::vector<NodeId> GetIds() const;
+    /// Returns the slot of an object; adds one for an object without.
+    [[nodiscard]] std::shared_ptr<BehaviourSlot> FindOrAdd(const NodeId& id) EXCLUDES(mutex);
+    /// Returns null for an object without a slot.
+    [[nodiscard]] std::shared_ptr<BehaviourSlot> Find(const NodeId& id) const EXCLUDES(mutex);
+    void Erase(const NodeId& id) EXCLUDES(mutex);
+    /// Returns the objects' identifiers, the newest first.
+    [[nodiscard]] std::vector<NodeId> GetIds() const EXCLUDES(mutex);
 
 private:
     struct Entry
@@ -32,9 +32,9 @@ private:
     };
     using Entries = std::unordered_map<NodeId, Entry, HashNodeId>;
 
-    mutable std::mutex mutex;
-    Entries entries;            // guarded by mutex
-    std::size_t lastNumber = 0; // guarded by mutex
+    mutable Support::Mutex mutex;
+    Entries entries GUARDED_BY(mutex);
+    std::size_t lastNumber GUARDED_BY(mutex) = 0;
 };
 
 } // namespace Core

@@ -7,8 +7,8 @@
 #include "ModuleBoundary.h"
 #include "ModuleLoader.h"
 #include "ObjectTable.h"
+#include "Support/Mutex.h"
 
-#include <mutex>
 #include <utility>
 
 namespace Core::Embedding {
@@ -71,7 +71,7 @@ public:
     [[nodiscard]] EventSubscription Subscribe(const NodeId& object, EventCallback callback);
 
 private:
-    /// Only for delegation: what the other constructor leaves when it throws is taken down again.
+    /// Makes the destructor run when the public constructor, which delegates to this one, throws.
     explicit Implementation(std::shared_ptr<const InformationModel> model);
 
     void AddRootFolders();
@@ -99,11 +99,11 @@ private:
     const std::shared_ptr<HostContext> host;
     ObjectTable objects;
 
-    std::mutex loading; // one information model at a time
+    Support::Mutex loading; // held while an information model is loaded; taken before `mutex`
 
-    mutable std::mutex mutex;
-    std::shared_ptr<const InformationModel> model;      // guarded by mutex; replaced as a whole
-    std::vector<std::shared_ptr<const Module>> modules; // guarded by mutex
+    mutable Support::Mutex mutex;
+    std::shared_ptr<const InformationModel> model GUARDED_BY(mutex); // replaced as a whole
+    std::vector<std::shared_ptr<const Module>> modules GUARDED_BY(mutex);
 };
 
 Runtime::Implementation::Implementation(std::shared_ptr<const InformationModel> model)
@@ -135,8 +135,8 @@ void Runtime::Implementation::AddRootFolders()
                                {References::organizes, root, sessions}}));
 }
 
-// First nothing comes in any more, then the objects go, then everyone who listens is let go; what
-// is released last is the code of the modules.
+// The order matters: calls end first, then the objects, then the observers and subscribers; the
+// code of the modules is released last.
 Runtime::Implementation::~Implementation()
 {
     try {
@@ -153,8 +153,8 @@ Runtime::Implementation::~Implementation()
     }
 }
 
-/// In passes, since an object goes before the one that it is below. Ends when a pass has removed
-/// nothing, so that no object can keep the runtime from ending.
+/// Works in passes, since an object is removed before the one above it. Ends with a pass that
+/// removes nothing, so that no object can keep the runtime from ending.
 void Runtime::Implementation::RemoveAllObjects()
 {
     bool isRemoving = true;
@@ -165,7 +165,8 @@ void Runtime::Implementation::RemoveAllObjects()
     }
 }
 
-/// False for an object that has others below it, or that cannot be removed, which is logged.
+/// Returns false for an object that has others below it, or that cannot be removed; logs the
+/// latter.
 bool Runtime::Implementation::TryRemove(const NodeId& id)
 {
     try {
@@ -174,7 +175,7 @@ bool Runtime::Implementation::TryRemove(const NodeId& id)
         RemoveObject(id);
         return true;
     } catch (const NotFoundException&) {
-        return true; // the stop of another one has removed it
+        return true; // removed by the stop of another object
     } catch (...) {
         LogCurrentException("Cannot remove object " + id.ToString());
         return false;
@@ -185,13 +186,13 @@ void Runtime::Implementation::LoadInformationModel(const std::filesystem::path& 
 {
     AddressSpace::Changes changes;
     {
-        const std::scoped_lock lock(loading);
+        const Support::Lock lock(loading);
         const auto known = GetInformationModel();
         auto extended = std::make_shared<InformationModel>(*known);
         extended->LoadNodeSet(file);
         const auto added = MakeModelNodes(*extended, GetExtent(*known), host->GetEnvironment());
         changes = GetAddressSpace().Add(added.nodes, added.references);
-        const std::scoped_lock publication(mutex);
+        const Support::Lock publication(mutex);
         model = std::move(extended);
     }
     AddressSpace::NotifyAdded(changes);
@@ -199,14 +200,14 @@ void Runtime::Implementation::LoadInformationModel(const std::filesystem::path& 
 
 std::shared_ptr<const InformationModel> Runtime::Implementation::GetInformationModel() const
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     return model;
 }
 
 void Runtime::Implementation::LoadModule(const std::filesystem::path& file)
 {
     auto module = Module::Load(file, host, host->GetFactories());
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     modules.push_back(std::move(module));
 }
 
@@ -256,7 +257,7 @@ NodeId Runtime::Implementation::CreateObject(const NewObject& object)
     return id;
 }
 
-/// Nothing if another removal or failed creation of the same object ended first.
+/// Returns nothing when another removal or failed creation of the same object ended first.
 std::optional<AddressSpace::Changes> Runtime::Implementation::TryCreate(const NewObject& object,
                                                                         const NodeId& id)
 {
@@ -312,7 +313,7 @@ void Runtime::Implementation::Discard(BehaviourSlot& slot, const NodeId& id)
     objects.Erase(id);
 }
 
-/// Runs an operation on a created object when it is the calling thread's turn.
+/// Runs an operation on a created object once it is the calling thread's turn.
 template <typename Operation>
 void Runtime::Implementation::Change(const NodeId& id, const char* purpose,
                                      const Operation& operation)
@@ -379,7 +380,7 @@ bool Runtime::Implementation::IsOwnObject(const NodeId& id)
     return object && object->GetRole() != ObjectRole::Created;
 }
 
-/// True for what the runtime keeps by itself: the types, the root folders, the sessions' objects.
+/// True for the runtime's own nodes: the types, the root folders, the sessions' objects.
 bool Runtime::Implementation::IsOwnNode(const NodeId& id)
 {
     const auto node = GetAddressSpace().Find(id);
@@ -391,8 +392,8 @@ CallResult Runtime::Implementation::Call(const std::shared_ptr<Session>& session
                                          const NodeId& object, const std::string& method,
                                          const std::vector<Value>& inputs)
 {
-    // The order matters: the session's end may be announced when its last call is over, which is
-    // after the behaviour has been let go and the thread works for the session no more.
+    // The order matters: the end of the last call may announce the session's end, so it comes after
+    // the behaviour is released and the thread has left the session.
     const SessionCall call(host->GetSessionRegistry().Require(session));
     const SessionScope scope(session);
     const auto held = RequireExecutable(object);

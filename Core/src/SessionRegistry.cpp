@@ -10,7 +10,7 @@ namespace Core {
 
 namespace {
 
-/// The session on whose behalf this thread works.
+/// Returns the session for which this thread works.
 std::shared_ptr<Embedding::Session>& CurrentSession()
 {
     static thread_local std::shared_ptr<Embedding::Session> session;
@@ -29,14 +29,14 @@ SessionImplementation::SessionImplementation(std::weak_ptr<SessionRegistry> regi
 
 std::shared_ptr<IObject> SessionImplementation::GetSessionObject()
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     return object;
 }
 
 void SessionImplementation::Close()
 {
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         if (std::exchange(isClosed, true) || callsInFlight > 0)
             return;
     }
@@ -45,7 +45,7 @@ void SessionImplementation::Close()
 
 bool SessionImplementation::IsClosed() const noexcept
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     return isClosed;
 }
 
@@ -57,7 +57,7 @@ bool SessionImplementation::BelongsTo(const SessionRegistry& candidate) const no
 
 void SessionImplementation::BeginCall()
 {
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     if (isClosed)
         throw SessionClosedException("Session '" + name + "' (" + id.ToString() +
                                      ") takes no calls: it has been closed");
@@ -67,7 +67,7 @@ void SessionImplementation::BeginCall()
 void SessionImplementation::EndCall()
 {
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         if (--callsInFlight > 0 || !isClosed)
             return;
     }
@@ -83,7 +83,7 @@ void SessionImplementation::Announce()
 void SessionImplementation::ForgetObject()
 {
     std::shared_ptr<IObject> forgotten; // released after the lock
-    const std::scoped_lock lock(mutex);
+    const Support::Lock lock(mutex);
     forgotten.swap(object);
 }
 
@@ -113,7 +113,7 @@ std::shared_ptr<Embedding::Session> SessionRegistry::Open(const std::string& nam
     auto session = std::make_shared<SessionImplementation>(weak_from_this(), node, name);
     AddressSpace::Changes changes;
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         if (isEnding)
             throw InvalidStateException("Session '" + name +
                                         "' cannot be opened: the runtime is ending");
@@ -145,26 +145,27 @@ void SessionRegistry::Announce(SessionImplementation& session)
     AddressSpace::NotifyRemoved(removal.changes);
     removal.node->EndNotifications();
 
-    OpenSessions::node_type released; // after the lock
-    const std::scoped_lock lock(mutex);
-    released = sessions.extract(session.GetNodeId());
+    OpenSessions::node_type extracted; // released after the lock
+    const Support::Lock lock(mutex);
+    extracted = sessions.extract(session.GetNodeId());
     if (sessions.empty())
-        isEmpty.notify_all();
+        isEmpty.NotifyAll();
 }
 
 void SessionRegistry::CloseAll()
 {
     std::vector<std::shared_ptr<SessionImplementation>> open;
     {
-        const std::scoped_lock lock(mutex);
+        const Support::Lock lock(mutex);
         isEnding = true;
         for (const auto& [id, session] : sessions)
             open.push_back(session);
     }
     for (const auto& session : open)
         session->Close();
-    std::unique_lock lock(mutex);
-    isEmpty.wait(lock, [this] { return sessions.empty(); });
+    Support::Lock lock(mutex);
+    while (!sessions.empty())
+        isEmpty.Wait(lock);
 }
 
 } // namespace Core

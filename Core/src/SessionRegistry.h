@@ -2,10 +2,9 @@
 
 #include "AddressSpace.h"
 #include "Core/Embedding/Session.h"
+#include "Support/Mutex.h"
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
@@ -20,33 +19,34 @@ public:
     SessionImplementation(std::weak_ptr<SessionRegistry> registry, std::shared_ptr<IObject> object,
                           std::string name);
 
-    [[nodiscard]] std::shared_ptr<IObject> GetSessionObject() override;
+    [[nodiscard]] std::shared_ptr<IObject> GetSessionObject() override EXCLUDES(mutex);
     [[nodiscard]] const NodeId& GetNodeId() const noexcept override { return id; }
     [[nodiscard]] const std::string& GetName() const noexcept override { return name; }
-    void Close() override;
-    [[nodiscard]] bool IsClosed() const noexcept override;
+    void Close() override EXCLUDES(mutex);
+    [[nodiscard]] bool IsClosed() const noexcept override EXCLUDES(mutex);
 
     [[nodiscard]] bool BelongsTo(const SessionRegistry& candidate) const noexcept;
 
-    /// Throws SessionClosedException. Every call that began has to end; the last one of a closed
-    /// session announces its removal.
-    void BeginCall();
-    void EndCall();
+    /// Count the calls in flight. `BeginCall` throws SessionClosedException; each successful one is
+    /// followed by one `EndCall`. The last call of a closed session announces the session's
+    /// removal.
+    void BeginCall() EXCLUDES(mutex);
+    void EndCall() EXCLUDES(mutex);
 
-    /// From here on there is no session object.
-    void ForgetObject();
+    /// Releases the session object; `GetSessionObject` returns null from then on.
+    void ForgetObject() EXCLUDES(mutex);
 
 private:
-    void Announce();
+    void Announce() EXCLUDES(mutex);
 
     const std::weak_ptr<SessionRegistry> registry;
     const NodeId id;
     const std::string name;
 
-    mutable std::mutex mutex;
-    std::shared_ptr<IObject> object; // guarded by mutex; null once the removal is announced
-    bool isClosed = false;           // guarded by mutex
-    unsigned int callsInFlight = 0;  // guarded by mutex; never rises again once isClosed
+    mutable Support::Mutex mutex;
+    std::shared_ptr<IObject> object GUARDED_BY(mutex); // null once the removal is announced
+    bool isClosed GUARDED_BY(mutex) = false;
+    unsigned int callsInFlight GUARDED_BY(mutex) = 0; // never rises once isClosed is true
 };
 
 /// A call of a session, from its beginning to its end.
@@ -73,28 +73,29 @@ public:
 
     /// Throws InvalidStateException once the sessions are being closed.
     [[nodiscard]] std::shared_ptr<Embedding::Session> Open(const std::string& name,
-                                                           const NodeEnvironment& environment);
+                                                           const NodeEnvironment& environment)
+        EXCLUDES(mutex);
 
-    /// Throws InvalidArgumentException for a session that is not of this host.
+    /// Throws InvalidArgumentException for a session of another host.
     [[nodiscard]] std::shared_ptr<SessionImplementation>
     Require(const std::shared_ptr<Embedding::Session>& session) const;
 
     /// Takes the session's object out of the sessions folder and tells the observers.
-    void Announce(SessionImplementation& session);
+    void Announce(SessionImplementation& session) EXCLUDES(mutex);
 
-    /// Closes all sessions and waits until their removals are announced. None is opened from then
-    /// on.
-    void CloseAll();
+    /// Closes all sessions and waits until their removals are announced. Sessions are refused from
+    /// then on.
+    void CloseAll() EXCLUDES(mutex);
 
 private:
     using OpenSessions =
         std::unordered_map<NodeId, std::shared_ptr<SessionImplementation>, HashNodeId>;
 
     const std::shared_ptr<AddressSpace> addressSpace;
-    std::mutex mutex;
-    std::condition_variable isEmpty;
-    bool isEnding = false; // guarded by mutex
-    OpenSessions sessions; // guarded by mutex; each is in it until its removal has been announced
+    Support::Mutex mutex;
+    Support::Condition isEmpty; // with mutex: `sessions` is empty
+    bool isEnding GUARDED_BY(mutex) = false;
+    OpenSessions sessions GUARDED_BY(mutex); // each one until its removal is announced
 };
 
 } // namespace Core

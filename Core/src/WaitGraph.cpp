@@ -15,24 +15,26 @@ bool WaitGraph::IsHeldUpByThisThread(const Activity& activity) const
 
 bool WaitGraph::IsWaitingFor(std::thread::id waiting, std::thread::id other) const
 {
-    return std::any_of(waiters.begin(), waiters.end(), [&](const Waiter* waiter) {
-        return waiter->thread == waiting &&
-               std::any_of(waiter->activities.begin(), waiter->activities.end(),
-                           [&](const Activity* activity) {
-                               return activity->thread == other ||
-                                      IsWaitingFor(activity->thread, other);
-                           });
-    });
+    for (const auto* waiter : waiters) {
+        if (waiter->thread != waiting)
+            continue;
+        for (const auto* activity : waiter->activities) {
+            if (activity->thread == other || IsWaitingFor(activity->thread, other))
+                return true;
+        }
+    }
+    return false;
 }
 
-void WaitGraph::Wait(Lock& lock, std::vector<const Activity*> activities)
+void WaitGraph::Wait(Support::Lock<Support::Mutex>& lock, std::vector<const Activity*> activities)
 {
     if (activities.empty())
         return;
     Waiter waiter;
     waiter.activities = std::move(activities);
     Enter(waiter);
-    waiter.ended.wait(lock, [&waiter] { return waiter.activities.empty(); });
+    while (!waiter.activities.empty())
+        waiter.ended.Wait(lock);
     Leave(waiter);
 }
 
@@ -40,7 +42,7 @@ void WaitGraph::End(const Activity& activity) noexcept
 {
     for (auto* waiter : waiters) {
         if (std::erase(waiter->activities, &activity) > 0 && waiter->activities.empty())
-            waiter->ended.notify_one();
+            waiter->ended.NotifyOne();
     }
 }
 
@@ -48,7 +50,7 @@ Turn::Turn(WaitGraph& graph, Turnstile& turnstile, const std::string& purpose)
     : graph(graph)
     , turnstile(turnstile)
 {
-    auto lock = graph.Acquire();
+    Support::Lock lock(graph.mutex);
     while (turnstile.holder != nullptr) {
         if (graph.IsHeldUpByThisThread(*turnstile.holder))
             throw InvalidStateException(purpose + " is not possible from inside the creation, "
@@ -61,7 +63,7 @@ Turn::Turn(WaitGraph& graph, Turnstile& turnstile, const std::string& purpose)
 
 Turn::~Turn()
 {
-    const auto lock = graph.Acquire();
+    const Support::Lock lock(graph.mutex);
     turnstile.holder = nullptr;
     graph.End(activity);
 }
