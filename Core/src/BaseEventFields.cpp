@@ -14,8 +14,8 @@ namespace Core {
 
 namespace {
 
-// The severity of an event whose raiser gave none, on the scale from 1 to 1000: informational, or
-// something that somebody may have to look after.
+// The severity of an event that has none, on the scale from 1 to 1000: informational, or a failure
+// that may need attention.
 constexpr unsigned short defaultSeverity = 100;
 constexpr unsigned short failureSeverity = 500;
 
@@ -26,7 +26,8 @@ std::size_t Locate(const EventArguments& arguments, const char* name)
         std::find(fields.begin(), fields.end(), QualifiedName(0, name)) - fields.begin());
 }
 
-/// A listing's entries are for programs: people are told how many there are.
+/// Returns the readable form of a value. An array, such as a listing, gives its number of entries
+/// only.
 std::string Describe(const Value& value)
 {
     if (!value.IsArray())
@@ -37,7 +38,7 @@ std::string Describe(const Value& value)
     return count == 1 ? "1 entry" : std::to_string(count) + " entries";
 }
 
-/// Nothing for a value that is no number (or too large a one).
+/// Returns nothing for a value that is no number, or too large.
 std::optional<long> ReadNumber(const Value& value)
 {
     const ValueKind kind = value.GetKind();
@@ -46,8 +47,8 @@ std::optional<long> ReadNumber(const Value& value)
     return kind == ValueKind::Boolean ? static_cast<long>(value.Get<bool>()) : value.Get<long>();
 }
 
-/// Drawn once for the process and counted from there: as different from any other, without asking
-/// the system for each event.
+/// Returns a fresh identifier: random for the process, then counted, which saves a system call for
+/// each event.
 Value MakeEventId()
 {
     static const auto drawn = Guid::Random().GetBytes();

@@ -57,7 +57,8 @@ private:
     /// Returns the first one.
     [[nodiscard]] std::optional<FailedOutcome>
     FindFailedOutcome(const std::vector<Value>& fields) const;
-    /// "AckEvent: FileHandle 7, Result 0", "AckEvent: closing failed (FileHandle 7, Result 3)".
+    /// Returns a text such as "AckEvent: FileHandle 7, Result 0" or
+    /// "AckEvent: closing failed (FileHandle 7, Result 3)".
     [[nodiscard]] std::string MakeMessage(const std::vector<Value>& fields,
                                           const std::string& typeName,
                                           const std::optional<FailedOutcome>& failure) const;

@@ -2,7 +2,7 @@
 
 #include "Core/NodeId.h"
 
-/// Identifiers of namespace 0 that models are written with (OPC 10000-6, annex A).
+/// The identifiers of namespace 0 that models use (OPC 10000-6, annex A).
 namespace Core::Embedding::BaseNodes {
 
 inline const NodeId byte{0, 3};

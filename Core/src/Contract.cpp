@@ -1,5 +1,5 @@
-// The destructors of the interfaces: defined once, so that each interface has one table of virtual
-// operations and one type description in the process, here.
+// The destructors of the interfaces. Defining them here gives each interface one table of virtual
+// operations and one type description in the process.
 
 #include "Core/Behaviour.h"
 #include "Core/CoreContext.h"

@@ -17,7 +17,7 @@ constexpr const char* enumStrings = "EnumStrings";
 constexpr const char* enumValues = "EnumValues";
 constexpr const char* optionSetValues = "OptionSetValues";
 
-/// The number of bits of an unsigned integer type or a subtype of one; 0 for others.
+/// Returns the number of bits of an unsigned integer type or a subtype of one; 0 for others.
 int GetWidth(const InformationModel& model, const NodeId& type)
 {
     const std::array widths{std::pair{BaseNodes::byte, 8}, std::pair{BaseNodes::uInt16, 16},

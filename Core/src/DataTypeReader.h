@@ -8,8 +8,8 @@
 
 namespace Core::Embedding {
 
-/// Reads a data type of a document with its fields, texts and encoding. Failures are those of
-/// NodeSetDocument::Fail.
+/// Reads a data type of a document with its fields, texts and encoding. Fails as
+/// NodeSetDocument::Fail does.
 class DataTypeReader
 {
 public:

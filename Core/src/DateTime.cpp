@@ -50,8 +50,7 @@ std::string DateTime::ToISO8601String() const
     const Ticks since1601(ticks);
     const auto daysSince1601 = std::chrono::floor<std::chrono::days>(since1601);
     const std::chrono::year_month_day date(firstDay + daysSince1601);
-    // The remainder is not taken by subtraction: the start of the earliest day lies below all
-    // ticks.
+    // Not `since1601 - daysSince1601`: the start of the earliest day lies below all ticks.
     constexpr long ticksPerDay = 86'400 * ticksPerSecond;
     const Ticks sinceMidnight((ticks % ticksPerDay + ticksPerDay) % ticksPerDay);
     const std::chrono::hh_mm_ss<Ticks> time(sinceMidnight);

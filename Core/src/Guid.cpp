@@ -34,7 +34,7 @@ unsigned int DigitValue(char digit, std::string_view text)
 
 void FillAtRandom(std::array<unsigned char, 16>& bytes)
 {
-    // So few bytes come whole once they come.
+    // The system never returns a part of so few bytes.
     while (getrandom(bytes.data(), bytes.size(), 0) < 0) {
         if (errno != EINTR)
             throw SystemException("cannot draw a random Guid: " +

@@ -11,8 +11,8 @@
 
 namespace Core {
 
-/// What the modules, nodes and sessions of one runtime share. Lives as long as any of them; the
-/// runtime empties it when it ends.
+/// The shared state of the modules, nodes and sessions of one runtime. Lives as long as any of
+/// them; the runtime empties it when it ends.
 class HostContext final : public CoreContext, public std::enable_shared_from_this<HostContext>
 {
 public:
@@ -26,7 +26,7 @@ public:
     [[nodiscard]] Dispatcher& GetDispatcher() noexcept override { return *dispatcher; }
     [[nodiscard]] Sessions& GetSessions() noexcept override { return *sessions; }
 
-    /// For nodes that are being made.
+    /// Returns the environment for new nodes.
     [[nodiscard]] NodeEnvironment GetEnvironment();
 
     [[nodiscard]] AddressSpace& GetAddressSpace() noexcept { return *addressSpace; }

@@ -24,8 +24,8 @@ struct BaseDataType
 constexpr bool abstract = true;
 constexpr bool concrete = false;
 
-// The data types of namespace 0 that others derive from or name as the types of fields and
-// arguments, without its structures and enumerations (OPC 10000-5, 12).
+// The data types of namespace 0 from which others derive, or which fields and arguments name,
+// without its structures and enumerations (OPC 10000-5, 12).
 constexpr std::array baseDataTypes{
     BaseDataType{24, 0, "BaseDataType", abstract},
     BaseDataType{26, 24, "Number", abstract},
@@ -229,7 +229,7 @@ void InformationModel::Add(DataTypeDescription type)
     dataTypes.push_back(std::move(type));
 }
 
-/// From the root of the types down to the type itself.
+/// Returns the types from the root down to the type itself.
 std::vector<const ObjectTypeDescription*> InformationModel::GetLineage(const NodeId& type) const
 {
     std::vector<const ObjectTypeDescription*> lineage;

@@ -24,7 +24,7 @@ void AddDataType(NodesToAdd& result, const Embedding::DataTypeDescription& type,
     AddSuperType(result, type.superType, type.id);
 }
 
-/// Of the fields of an event type, inherited ones too.
+/// Returns the outcomes of the fields of an event type, inherited ones included.
 BaseEventFields::Outcomes GetOutcomes(const Embedding::InformationModel& model,
                                       const NodeId& eventType, const EventArguments& arguments)
 {

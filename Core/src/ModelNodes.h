@@ -8,7 +8,7 @@
 
 namespace Core {
 
-/// How many types of a model have nodes already.
+/// The numbers of types of a model that have nodes already.
 struct ModelExtent
 {
     std::size_t objectTypes = 0;
@@ -17,14 +17,14 @@ struct ModelExtent
 
 [[nodiscard]] ModelExtent GetExtent(const Embedding::InformationModel& model);
 
-/// Nodes with the references between them and to nodes that are there.
+/// Nodes with the references between them and to existing nodes.
 struct NodesToAdd
 {
     AddressSpace::Nodes nodes;
     std::vector<Reference> references;
 };
 
-/// The nodes of the types of a model that come after `known`, and of their methods.
+/// Makes the nodes of the types of a model that come after `known`, and of their methods.
 [[nodiscard]] NodesToAdd MakeModelNodes(const Embedding::InformationModel& model,
                                         const ModelExtent& known,
                                         const NodeEnvironment& environment);

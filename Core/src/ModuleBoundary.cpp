@@ -24,8 +24,8 @@ bool IsOneOf(const std::type_info& type)
     return ((type == typeid(Types)) || ...);
 }
 
-/// True for the types of the standard library whose destructors are compiled into it. That of an
-/// inline one is compiled into the module that throws it.
+/// True for the types of the standard library whose destructors are compiled into it. An inline
+/// destructor is compiled into the module that throws the exception.
 bool IsPermanent(const std::exception& exception)
 {
     return IsOneOf<std::logic_error, std::invalid_argument, std::domain_error, std::length_error,

@@ -4,12 +4,12 @@
 
 namespace Core {
 
-/// Throws the exception being handled on, as one that needs no code of a module: one of Core as a
-/// copy of the nearest type of Core, a module's own as a std::logic_error or std::runtime_error
-/// with its text. REQUIRES: called inside a handler.
+/// Rethrows the current exception in a form that needs no code of a module: an exception of Core as
+/// a copy of the nearest type of Core, an exception of a module's own type as a std::logic_error or
+/// std::runtime_error with its text. REQUIRES: called inside a handler.
 [[noreturn]] void RethrowWithoutModuleCode();
 
-/// Runs foreign code. Exceptions that leave it can be kept longer than the module that threw them.
+/// Runs foreign code. The exceptions that leave it may outlive the module that threw them.
 template <typename Function>
 void AtModuleBoundary(Function&& function)
 {

@@ -19,7 +19,7 @@ constexpr const char* entryName = "RegisterFactories";
     throw ModuleNotLoadableException("Module '" + file.string() + "' cannot be loaded: " + reason);
 }
 
-/// Absolute, so that the dynamic linker looks nowhere else.
+/// Returns the absolute path, for which the dynamic linker does not search.
 std::filesystem::path Locate(const std::filesystem::path& file)
 {
     if (file.empty())
@@ -33,7 +33,7 @@ std::filesystem::path Locate(const std::filesystem::path& file)
     return located;
 }
 
-/// The factories of a module that is registering; taken back unless it is committed.
+/// Discards the factories of a module that is registering, unless it is committed.
 class Registration
 {
 public:

@@ -8,37 +8,38 @@
 
 namespace Core {
 
-/// A loaded shared library; unloaded with its last owner.
+/// Owns a loaded shared library and unloads it.
 class Library
 {
 public:
-    /// Loads exactly this file. Throws ModuleNotLoadableException with the dynamic linker's text.
+    /// Loads this file, without a search. Throws ModuleNotLoadableException with the dynamic
+    /// linker's text.
     explicit Library(const std::filesystem::path& file);
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
     ~Library();
 
-    /// Null when the library has no such symbol.
+    /// Returns null when the library has no such symbol.
     [[nodiscard]] void* FindSymbol(const char* name) const noexcept;
 
 private:
     void* handle;
 };
 
-/// A loaded module, and the host as this module sees it: what it registers is known to be its own,
-/// on whichever thread. Its factories and behaviours hold it, and with it their code.
+/// A loaded module, and the host as this module sees it, so that a factory is known to be the
+/// module's on any thread. The module's factories and behaviours hold it, and with it their code.
 class Module final : public CoreContext,
                      public NodeFactory,
                      public std::enable_shared_from_this<Module>
 {
 public:
-    /// Loads a module and lets it register its factories. Throws what Runtime::LoadModule throws;
-    /// then nothing is left behind.
+    /// Loads a module and lets it register its factories. Throws as Runtime::LoadModule does; then
+    /// it leaves nothing behind.
     [[nodiscard]] static std::shared_ptr<const Module> Load(const std::filesystem::path& file,
                                                             std::shared_ptr<CoreContext> host,
                                                             FactoryRegistry& registry);
 
-    /// `registry` is the host's, and goes with it.
+    /// `registry` belongs to `host` and lives as long.
     Module(const std::filesystem::path& file, std::shared_ptr<CoreContext> host,
            FactoryRegistry& registry);
 

@@ -40,7 +40,7 @@ NodeId& NodeId::operator=(NodeId&& other) noexcept
 
 const NodeId& NodeId::Empty() noexcept
 {
-    // Never destroyed: modules may ask until the very end of the process.
+    // Never destroyed, since modules may call until the very end of the process.
     // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): without memory for this nothing runs
     static const auto& empty = *new NodeId;
     return empty;

@@ -10,12 +10,12 @@
 
 namespace Core::Embedding {
 
-/// What the readers of types share: the document, its nodes, the types known so far, and the pieces
-/// that several kinds of types are made of. Failures are those of NodeSetDocument::Fail.
+/// The shared part of the readers of types: the document, its nodes, the types known so far, and
+/// the pieces that several kinds of types have in common. Fails as NodeSetDocument::Fail does.
 class NodeSetContents
 {
 public:
-    /// All three must outlive this object; the model may grow meanwhile.
+    /// All three outlive this object; the model may grow meanwhile.
     NodeSetContents(const NodeSetDocument& document, const NodeSetGraph& graph,
                     const InformationModel& model);
 
@@ -23,7 +23,7 @@ public:
     [[nodiscard]] const NodeSetGraph& GetGraph() const { return graph; }
     [[nodiscard]] const InformationModel& GetModel() const { return model; }
 
-    /// A description with what every node has filled in.
+    /// Returns a description with the common part of all nodes filled in.
     template <typename Description>
     [[nodiscard]] Description Describe(const NodeElement& element) const
     {
@@ -35,22 +35,22 @@ public:
     /// True for a node with this browse name in namespace 0.
     [[nodiscard]] bool IsNamed(const NodeElement& element, const char* name) const;
 
-    /// The identifier of a data type that the model or the document describes.
+    /// Returns the identifier of a data type that the model or the document describes.
     [[nodiscard]] NodeId ReadDataTypeId(const pugi::xml_node& where, const std::string& text) const;
 
-    /// A scalar (-1), also for an empty text, or a number of dimensions.
+    /// Returns -1 for a scalar or an empty text, otherwise the number of dimensions.
     [[nodiscard]] int ReadValueRank(const pugi::xml_node& where, const std::string& text) const;
 
-    /// The element with the contents of a property's value, such as a list.
+    /// Returns the element with the contents of a property's value, such as a list.
     [[nodiscard]] pugi::xml_node GetValue(const NodeElement& property, const char* name) const;
 
-    /// The structures in a property's value, all of one type.
+    /// Returns the structures in a property's value, all of one type.
     [[nodiscard]] std::vector<pugi::xml_node> GetStructures(const NodeElement& property,
                                                             const NodeId& dataType,
                                                             const NodeId& xmlEncoding,
                                                             const char* name) const;
 
-    /// The extensions of a node that are addressed to this host.
+    /// Returns the extensions of a node that are meant for this host.
     [[nodiscard]] static std::vector<pugi::xml_node> GetExtensions(const NodeElement& element);
 
 private:

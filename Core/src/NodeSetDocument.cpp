@@ -42,7 +42,8 @@ std::string_view Trim(std::string_view text)
     return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
 }
 
-/// Takes "name=value;" off the front of a text; empty when it does not start so.
+/// Takes "name=value;" off the front of a text and returns the value; empty when the text does not
+/// begin with it.
 std::string_view TakePrefix(std::string_view& text, std::string_view name)
 {
     const auto end = text.find(';');
@@ -53,7 +54,8 @@ std::string_view TakePrefix(std::string_view& text, std::string_view name)
     return value;
 }
 
-/// The name of the node that an element belongs to, for failure texts; empty outside of nodes.
+/// Returns the name of the node to which an element belongs, for failure texts; empty outside of
+/// nodes.
 std::string DescribeNode(pugi::xml_node element)
 {
     while (element && !element.attribute("NodeId"))

@@ -12,24 +12,24 @@
 
 namespace Core::Embedding {
 
-/// The name of an element without its prefix.
+/// Returns the name of an element without its prefix.
 [[nodiscard]] std::string_view GetLocalName(const pugi::xml_node& element);
 
-/// The XML namespace of an element, by the declarations around it; empty without one.
+/// Returns the XML namespace of an element, by the declarations around it; empty without one.
 [[nodiscard]] std::string GetXmlNamespace(const pugi::xml_node& element);
 
-/// The child elements; of one local name, unless that is empty.
+/// Returns the child elements with a local name; all of them for an empty name.
 [[nodiscard]] std::vector<pugi::xml_node> GetChildren(const pugi::xml_node& parent,
                                                       std::string_view localName = {});
 
-/// The first child element with a local name; a null node without one.
+/// Returns the first child element with a local name; a null node without one.
 [[nodiscard]] pugi::xml_node GetChild(const pugi::xml_node& parent, std::string_view localName);
 
-/// The text of an element without the white space around it.
+/// Returns the text of an element without the white space around it.
 [[nodiscard]] std::string GetText(const pugi::xml_node& element);
 
-/// A NodeSet2 file as XML: knows where its elements stand, and what the names, namespace indexes
-/// and aliases in it mean. Elements are valid as long as the document lives.
+/// A NodeSet2 file as XML. Knows the lines of its elements and the meaning of its names, namespace
+/// indexes and aliases. Elements are valid as long as the document lives.
 class NodeSetDocument
 {
 public:
@@ -39,21 +39,21 @@ public:
 
     [[nodiscard]] pugi::xml_node GetRoot() const { return root; }
 
-    /// The namespaces and aliases of the document; read before any identifier or name is parsed.
-    /// Registers the namespaces with the process.
+    /// Reads the namespaces and aliases of the document and registers the namespaces with the
+    /// process. Comes before any parsing of identifiers and names.
     void ReadTables();
 
-    /// An identifier in the document's writing or an alias of one.
+    /// Parses an identifier in the document's notation, or an alias of one.
     [[nodiscard]] NodeId ParseNodeId(const pugi::xml_node& where, const std::string& text) const;
     [[nodiscard]] QualifiedName ParseQualifiedName(const pugi::xml_node& where,
                                                    const std::string& text) const;
 
-    /// A number in decimal; `what` names it in the failure's text.
+    /// Parses a decimal number; `what` names it in the text of a failure.
     template <typename Number>
     [[nodiscard]] Number ParseNumber(const pugi::xml_node& where, const std::string& text,
                                      const std::string& what) const;
 
-    /// "true", "false", "1" or "0"; false for an attribute that is not there.
+    /// Parses "true", "false", "1" or "0"; returns false for a missing attribute.
     [[nodiscard]] bool ParseFlag(const pugi::xml_node& where, const char* attribute) const;
 
     /// Throws InvalidModelException with the file, the line and the node around `where`.

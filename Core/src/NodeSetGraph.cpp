@@ -11,7 +11,7 @@ namespace Core::Embedding {
 
 namespace {
 
-/// A reference that is allowed: its type, and what it leads from and to.
+/// An allowed reference: its type, and the kinds of nodes at its ends.
 struct ReferenceRule
 {
     NodeId type;
@@ -40,7 +40,7 @@ const std::array<ReferenceRule, 12>& GetRules()
     return rules;
 }
 
-/// Null for a type of references that has no rules.
+/// Returns null for a reference type without rules.
 const char* FindName(const NodeId& referenceType)
 {
     const auto* const rule = std::ranges::find(GetRules(), referenceType, &ReferenceRule::type);
@@ -65,7 +65,7 @@ constexpr std::array<std::pair<std::string_view, NodeClass>, 5> elementClasses{{
 constexpr std::array<std::string_view, 5> tableElements{"NamespaceUris", "ServerUris", "Models",
                                                         "Aliases", "Extensions"};
 
-/// The node that a reference adds to: it must be one of the document's.
+/// Returns the node that a reference extends, which must be one of the document's.
 const NodeId& GetChangedEnd(const NodeId& source, const NodeId& type, const NodeId& target)
 {
     return type == BaseNodes::hasSubtype ? target : source;
@@ -123,7 +123,7 @@ void NodeSetGraph::ReadReference(const NodeElement& element, const pugi::xml_nod
     const auto& source = isForward ? element.id : other;
     const auto& target = isForward ? other : element.id;
     CheckReference(xml, source, type, target);
-    // A reference may be written at either end or at both: it is the same one.
+    // A reference may stand at either end or at both; it counts once.
     const auto targets = Select(forward, source, type);
     if (std::ranges::find(targets, target) != targets.end())
         return;
@@ -198,7 +198,7 @@ std::vector<const NodeElement*> NodeSetGraph::GetTargets(const NodeId& source,
     for (const auto& id : Select(forward, source, referenceType))
         if (const auto* const element = Find(id))
             targets.push_back(element);
-    std::ranges::sort(targets); // addresses within one vector: the order of the document
+    std::ranges::sort(targets); // by address within one vector, which is the document's order
     return targets;
 }
 

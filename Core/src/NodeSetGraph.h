@@ -12,7 +12,7 @@
 
 namespace Core::Embedding {
 
-/// What a node is, as far as the rules for references tell nodes apart.
+/// The kinds of nodes that the rules for references tell apart.
 enum class NodeClass
 {
     Unknown,
@@ -39,30 +39,30 @@ struct NodeElement
 class NodeSetGraph
 {
 public:
-    /// Reads the nodes, which must be of the given namespaces, and their references. Throws
-    /// InvalidModelException when a node or a reference is not allowed. The document and the model
-    /// must outlive the graph.
+    /// Reads the nodes and their references. Throws InvalidModelException for a node or a reference
+    /// that is not allowed, such as a node outside of the given namespaces. The document and the
+    /// model outlive the graph.
     NodeSetGraph(const NodeSetDocument& document, const InformationModel& known,
                  const std::unordered_set<int>& ownNamespaces);
 
-    /// In the order of the document.
+    /// Returns the nodes in the order of the document.
     [[nodiscard]] const std::vector<NodeElement>& GetElements() const { return elements; }
 
-    /// Null for a node that the document does not describe.
+    /// Returns null for a node that the document does not describe.
     [[nodiscard]] const NodeElement* Find(const NodeId& id) const;
 
     [[nodiscard]] NodeClass GetClass(const NodeId& id) const;
 
-    /// The document's nodes that a node refers to, in the order of the document.
+    /// Returns the document's nodes to which a node refers, in the order of the document.
     [[nodiscard]] std::vector<const NodeElement*> GetTargets(const NodeId& source,
                                                              const NodeId& referenceType) const;
 
-    /// All identifiers that a node refers to, in the order of the references.
+    /// Returns all identifiers to which a node refers, in the order of the references.
     [[nodiscard]] std::vector<NodeId> GetTargetIds(const NodeId& source,
                                                    const NodeId& referenceType) const;
 
-    /// The one node that refers to a node, or that a node refers to. Fail unless there is exactly
-    /// one.
+    /// Return the one node that refers to a node, or to which a node refers. Fail unless there is
+    /// exactly one.
     [[nodiscard]] NodeId GetOnlySource(const NodeElement& target,
                                        const NodeId& referenceType) const;
     void RequireOneTarget(const NodeElement& source, const NodeId& referenceType) const;

@@ -61,7 +61,7 @@ ModelDescription NodeSetReader::ReadModel(const pugi::xml_node& declaration) con
             declaration.attribute("PublicationDate").value()};
 }
 
-/// The base model and that of the host itself are there without a file.
+/// True for a loaded model, and for the base model and the host's own, which need no file.
 bool NodeSetReader::IsKnown(const std::string& modelUri) const
 {
     return modelUri == NamespaceMap::baseUri || modelUri == NamespaceMap::hostUri ||

@@ -14,12 +14,12 @@
 
 namespace Core::Embedding {
 
-/// Reads one NodeSet2 file into a model. Used once; the model is left half extended when reading
-/// fails, so the caller extends a copy.
+/// Reads one NodeSet2 file into a model, once. A failure leaves the model half extended, so the
+/// caller extends a copy.
 class NodeSetReader
 {
 public:
-    /// Throws as NodeSetDocument does. The model must outlive the reader.
+    /// Throws as NodeSetDocument does. The model outlives the reader.
     NodeSetReader(const std::filesystem::path& file, InformationModel& model);
 
     /// Throws InvalidModelException.
@@ -40,7 +40,7 @@ private:
     InformationModel& model;
     NodeSetDocument document;
     std::vector<ModelDescription> ownModels;
-    std::unordered_set<NodeId, HashNodeId> begunTypes; // whose supertypes are being added
+    std::unordered_set<NodeId, HashNodeId> begunTypes; // types whose supertypes are being added
 };
 
 } // namespace Core::Embedding

@@ -7,7 +7,7 @@ namespace Core {
 
 namespace {
 
-/// Ends a recipient for good. Its target is let go on the calling thread, without a lock.
+/// Ends a recipient for good. Releases its target on the calling thread, without a lock.
 template <typename Target>
 void EndRecipient(DispatcherImplementation& dispatcher, RecipientList<Target>* list,
                   const std::shared_ptr<Recipient<Target>>& recipient)

@@ -13,21 +13,21 @@
 
 namespace Core {
 
-/// What every node of a host shares. Keeps the context alive for whoever still holds a node.
+/// The state that all nodes of a host share. Each node keeps the context alive.
 struct NodeEnvironment
 {
     std::shared_ptr<CoreContext> context;
     std::shared_ptr<DispatcherImplementation> dispatcher;
 };
 
-/// How a node is identified and named.
+/// The identifier and the name of a node.
 struct NodeIdentity
 {
     NodeId id;
     QualifiedName browseName;
 };
 
-/// What all nodes have in common; by itself a node of a data type or a method.
+/// The base of all nodes; by itself a node of a data type or a method.
 class BasicNode : public virtual INode, public std::enable_shared_from_this<BasicNode>
 {
 public:
@@ -53,7 +53,7 @@ public:
     void NotifyReferenceAdded(const ReferenceData& reference) const;
     void NotifyReferenceRemoved(const ReferenceData& reference) const;
 
-    /// Lets go of everyone who listens, after their running notifications.
+    /// Ends all observers and waits for their running notifications.
     virtual void EndNotifications();
 
 protected:
@@ -83,7 +83,7 @@ public:
         return arguments;
     }
 
-    /// Fills the base fields of an event of this type that its raiser left empty.
+    /// Fills in the empty base fields of an event of this type.
     void FillBaseFields(std::vector<Value>& fields, const INode& source) const
     {
         baseFields.Fill(fields, source, GetNodeId(), displayName);
@@ -95,7 +95,7 @@ private:
     const BaseEventFields baseFields;
 };
 
-/// What an object is there for.
+/// The purpose of an object.
 enum class ObjectRole
 {
     Root,    ///< one of the host's own folders
@@ -112,7 +112,7 @@ public:
                     const std::vector<Value>& fields) override;
     void EndNotifications() override;
 
-    /// The callback hears the events raised from now on.
+    /// Calls the callback for the events raised from now on.
     [[nodiscard]] Embedding::EventSubscription Subscribe(Embedding::EventCallback callback);
 
     [[nodiscard]] ObjectRole GetRole() const noexcept { return role; }

@@ -28,7 +28,7 @@ ObjectTypeDescription ObjectTypeReader::Read(const NodeElement& element,
     return type;
 }
 
-// Methods are called by name, so a name is there once in a type and all its supertypes.
+// Calls go by name, so a name occurs once in a type and all its supertypes.
 void ObjectTypeReader::ReadMethods(const NodeElement& element, ObjectTypeDescription& type) const
 {
     std::vector<std::string> names;

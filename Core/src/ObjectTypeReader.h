@@ -8,8 +8,8 @@
 
 namespace Core::Embedding {
 
-/// Reads an object type or event type of a document with its methods and fields. Failures are those
-/// of NodeSetDocument::Fail.
+/// Reads an object type or event type of a document with its methods and fields. Fails as
+/// NodeSetDocument::Fail does.
 class ObjectTypeReader
 {
 public:

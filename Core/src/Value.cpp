@@ -155,7 +155,7 @@ constexpr std::size_t shownElements = 8;
 constexpr std::size_t shownLength = 1000;
 constexpr unsigned int shownDepth = 4;
 
-/// The length of the beginning that can be shown without cutting a UTF-8 sequence apart.
+/// Returns the length of the shown beginning, which cuts no UTF-8 sequence apart.
 std::size_t ShownLength(std::string_view text)
 {
     if (text.size() <= shownBytes)
@@ -166,7 +166,7 @@ std::size_t ShownLength(std::string_view text)
     return length;
 }
 
-/// Appends contents to a text that is to be read by people.
+/// Appends contents to a readable text.
 class Description
 {
 public:
@@ -527,7 +527,7 @@ bool operator==(const Value& left, const Value& right)
     return left.held == right.held;
 }
 
-// The types that a value is made of are these; what modules ask for is here.
+// The operations of every type of a value, compiled into this library.
 #define CORE_INSTANTIATE_ELEMENT(T)                                                                \
     template Value Value::MakeArray<T>(std::vector<T>, Value::Dimensions);                         \
     template T Value::Get<T>(const Value::Dimensions&) const;                                      \

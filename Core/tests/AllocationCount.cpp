@@ -35,7 +35,7 @@ bool CountsAllocations() noexcept
     return true;
 }
 
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is what allocates for everything else
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is the allocator of everything else
 void* operator new(std::size_t size)
 {
     ++allocationsOfThisThread;

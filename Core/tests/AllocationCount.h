@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-/// The test program's operator new counts, so that a test can tell what its thread allocates.
+/// Counts the allocations of each thread, through the test program's own operator new.
 [[nodiscard]] std::size_t GetAllocationsOfThisThread() noexcept;
 
-/// False where a sanitizer brings an operator new that cannot be replaced.
+/// False under a sanitizer whose operator new cannot be replaced.
 [[nodiscard]] bool CountsAllocations() noexcept;

@@ -13,7 +13,7 @@ namespace {
 constexpr long latestTicks = std::numeric_limits<long>::max();
 constexpr long earliestTicks = std::numeric_limits<long>::min();
 constexpr long latestSeconds = 910'692'730'085;    // the last that ticks can hold
-constexpr long earliestSeconds = -933'981'677'285; // the first that ticks can hold
+constexpr long earliestSeconds = -933'981'677'285; // the earliest that ticks can hold
 constexpr long secondsOf1601 = -11'644'473'600;
 
 static_assert(DateTime().IsEmpty());
@@ -106,7 +106,7 @@ TEST(Now, LiesBetweenTheSystemsTimeBeforeAndAfter)
 
 TEST(Now, IsFinerThanASecond)
 {
-    // One tick in ten million is a whole second; three in a row are not.
+    // One tick in ten million is a whole second, so one of three neighbours is none.
     bool isFiner = false;
     for (int i = 0; i < 3; ++i)
         isFiner = isFiner || DateTime::Now().GetTicks() % DateTime::ticksPerSecond != 0;

@@ -8,7 +8,7 @@ namespace {
 
 using testing::Throws;
 
-/// Observers of a folder below which things come and go.
+/// Observers of a folder below which objects come and go.
 class ADispatcher : public RuntimeFixture
 {
 protected:
@@ -101,7 +101,7 @@ TEST_F(ADispatcher, WaitsForNotificationsOnOtherThreads)
         EXPECT_TRUE(hasLeft);
         hasReturned.Raise();
     });
-    // Once nothing new starts, the termination is on its way.
+    // Once no new notification starts, the termination has begun.
     for (int heard = -1; heard != heardElsewhere && !hasReturned.IsRaised();) {
         heard = heardElsewhere;
         NotifyIn(otherFolder);
@@ -161,7 +161,7 @@ TEST_F(ADispatcher, DoesNotHangWhenThreeNotificationsTerminateEachOtherInACircle
 
 TEST_F(ADispatcher, StillWaitsForOneOfTwoThatTerminateEachOther)
 {
-    // Of two that stop each other at most one may give way: the later one.
+    // At most one of two that stop each other may give way: the later one.
     Signal entered[2];
     std::atomic<int> inside = 0;
     std::atomic<int> sawOtherInside = 0;
@@ -204,7 +204,7 @@ TEST_F(ADispatcher, DoesNotHangWhenABehaviourIsStoppedFromANotificationThatItsSt
         isNotified.Raise();
         ASSERT_TRUE(isStopping.Wait());
         try {
-            runtime->StopBehaviour(device); // waits for the stop on the other thread, or is refused
+            runtime->StopBehaviour(device); // waits for the other thread's stop, or is refused
         } catch (const InvalidStateException&) {
         }
         ++outcomes;
@@ -302,7 +302,7 @@ TEST_F(ADispatcher, KeepsAnObserverAliveDuringItsNotification)
     EXPECT_FALSE(watch.expired());
     leave.Raise();
     const auto guard = Terminate(affinity);
-    EXPECT_TRUE(watch.expired()); // those who wait for a notification may unload its code
+    EXPECT_TRUE(watch.expired()); // a thread that waits for it may unload its code
 }
 
 TEST_F(ADispatcher, CatchesAndLogsWhatAnObserverThrows)

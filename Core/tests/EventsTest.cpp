@@ -15,7 +15,7 @@ class AnEvent : public RuntimeFixture
 protected:
     using Events = std::vector<std::shared_ptr<const Event>>;
 
-    /// Keeps what it hears; for events raised on one thread.
+    /// Keeps the events that it hears; for events raised on one thread.
     [[nodiscard]] EventSubscription Record(const NodeId& object)
     {
         return runtime->Subscribe(object, [this](const auto& event) { heard.push_back(event); });
@@ -111,7 +111,7 @@ TEST_F(AnEvent, KeepsTheBaseFieldsThatItsRaiserFilled)
     EXPECT_GT(Base(event, "ReceiveTime").Get<DateTime>(), time);
     EXPECT_EQ(Base(event, "Message").Get<std::string>(), "my own words");
     EXPECT_EQ(Base(event, "Severity").Get<unsigned short>(), 900);
-    EXPECT_TRUE(event.GetField(NumberField()).IsEmpty()); // only base fields are the host's
+    EXPECT_TRUE(event.GetField(NumberField()).IsEmpty()); // the host fills in base fields only
 }
 
 TEST_F(AnEvent, HasFieldsOfItsOwnAndOfItsSupertypes)
@@ -213,7 +213,7 @@ TEST_F(AnEvent, IsWaitedForWhenItsSubscriptionEndsOnAnotherThread)
         EXPECT_TRUE(hasLeft);
         hasReturned.Raise();
     });
-    // Once nothing new is heard, the subscription's end is on its way.
+    // Once the callback hears nothing new, the subscription's end has begun.
     for (int before = -1; before != count && !hasReturned.IsRaised();) {
         before = count;
         RaiseDeviceEvent(device, 2);

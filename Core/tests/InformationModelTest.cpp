@@ -58,7 +58,7 @@ const NodeId anyValue{0, 24};
 const NodeId enumeration{0, 29};
 const NodeId utcTime{0, 294};
 
-/// A folder of its own for each test, removed with what is in it.
+/// A folder of its own for each test, removed with its contents.
 class TemporaryFolder
 {
 public:
@@ -447,7 +447,7 @@ TEST_F(ThePublishedModel, IsLoadedOnce)
 
 namespace {
 
-/// Everything that a model can hold, in an order in which nothing is described before it is used.
+/// Everything that a model can hold, with each description after its first use.
 constexpr const char* completeModel = R"(<?xml version="1.0" encoding="utf-8"?>
 <UANodeSet xmlns="http://opcfoundation.org/UA/2011/03/UANodeSet.xsd">
   <NamespaceUris><Uri>urn:test:other</Uri><Uri>urn:test:model</Uri></NamespaceUris>
@@ -587,7 +587,7 @@ constexpr const char* completeModel = R"(<?xml version="1.0" encoding="utf-8"?>
 </UANodeSet>
 )";
 
-/// The line of a text, counted from 1, in which something stands for the first time.
+/// Returns the line, counted from 1, of the first occurrence of something in a text.
 std::size_t FindLine(std::string_view text, std::string_view wanted)
 {
     const auto position = text.find(wanted);
@@ -769,17 +769,17 @@ TEST(AModelFile, ThatIsNoXmlIsRefusedWithTheLine)
                     HasSubstr("line 1: the root element is 'UANodeSet' of the XML namespace ''")));
 }
 
-// ---- what is wrong with a model -------------------------------------------------------------
+// ---- faulty models --------------------------------------------------------------------------
 
 namespace {
 
-/// One change to the complete model, and what is said about it.
+/// One change to the complete model, and the text of the failure.
 struct Defect
 {
     const char* name;
     std::string_view original; ///< its first occurrence is replaced
     std::string_view replacement;
-    std::string_view place; ///< stands in the line that is named
+    std::string_view place; ///< is in the line that the failure names
     std::string_view node;  ///< that is named; empty outside of nodes
     std::string_view reason;
 };

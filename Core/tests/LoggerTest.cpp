@@ -58,7 +58,7 @@ LogEntry MakeFullEntry()
     return entry;
 }
 
-/// The logger is one for the process: each test gets it as it is at first and leaves it so.
+/// The process has one logger: each test gets it in its first state and leaves it so.
 class TheLogger : public testing::Test
 {
 public:
@@ -181,7 +181,7 @@ TEST_F(TheLogger, AllocatesNothingForADisabledLevel)
     if (!CountsAllocations()) {
         GTEST_SKIP() << "this build cannot count allocations";
     }
-    // Longer than any text that is kept without an allocation.
+    // Longer than any text that needs no allocation.
     const std::string category(1000, 'c');
     auto& logger = Logger::Instance();
     const auto before = GetAllocationsOfThisThread();
@@ -238,7 +238,7 @@ TEST_F(TheLogger, DropsAnEntryThatIsNotEnabled)
     EXPECT_THAT(GetMessages(), ElementsAre("kept"));
 }
 
-/// Calls what a test gives it.
+/// Calls the function that a test gives it.
 class CallingSink final : public LogSink
 {
 public:
@@ -298,7 +298,7 @@ TEST_F(TheLogger, ServesTheOthersWhenASinkThrows)
 
 TEST_F(TheLogger, HoldsNoLockWhileASinkWrites)
 {
-    // The sink changes the logger and logs from another thread, and waits for that.
+    // The sink changes the logger and logs from another thread, for which it waits.
     std::shared_ptr<LogSink> changing;
     changing = std::make_shared<CallingSink>([&](const LogEntry& entry) {
         if (entry.message != "first")
@@ -382,7 +382,7 @@ struct LastWords
 
 TEST(TheLoggerDeathTest, IsThereUntilTheVeryEndOfTheProgram)
 {
-    // A program of its own, in which the logger is younger than what logs last.
+    // A program of its own, in which the last object to log is older than the logger.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
@@ -400,7 +400,7 @@ TEST(TheConsoleSinkDeathTest, WritesALineOnStandardError)
     EXPECT_EXIT(
         {
             Embedding::MakeConsoleLogSink()->Write(MakeFullEntry());
-            std::_Exit(0); // what is not written by now never will be
+            std::_Exit(0); // writes nothing more
         },
         testing::ExitedWithCode(0), "Cannot close file handle\" OnStop FileSystem.*:62\n");
 }
@@ -505,7 +505,8 @@ TEST(AMessageInALogLine, ShowsWhatIsNotUtf8AsNumbers)
     EXPECT_EQ(ShownMessage("\xF4\x90\x80\x80"), R"(\xf4\x90\x80\x80)"); // beyond the last
     EXPECT_EQ(ShownMessage("\xF5\x80\x80\x80"), R"(\xf5\x80\x80\x80)"); // beyond the last
     EXPECT_EQ(ShownMessage("\xFF\xFE"), R"(\xff\xfe)");
-    EXPECT_EQ(ShownMessage("\xC3\xC3\xBC"), "\\xc3\xC3\xBC"); // what follows is seen again
+    EXPECT_EQ(ShownMessage("\xC3\xC3\xBC"),
+              "\\xc3\xC3\xBC"); // the following character is read again
 }
 
 TEST(AWordInALogLine, KeepsItsPlace)
@@ -628,7 +629,7 @@ TEST(ACapturingSink, WaitsForAnEntryThatIsStillToCome)
     std::atomic<int> lookedAt = 0;
     sink.Write(MakeEntry(LogLevel::Error, "", "another"));
     std::thread writing([&] {
-        while (lookedAt == 0) // what was there is looked at before the rest is written
+        while (lookedAt == 0) // looks at the first entries before the rest is written
             std::this_thread::yield();
         sink.Write(MakeEntry(LogLevel::Error, "", "yet another"));
         sink.Clear();

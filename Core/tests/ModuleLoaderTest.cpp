@@ -23,7 +23,7 @@ protected:
     }
     ~AModule() override { LogControl::ResetCategoryLevels(); }
 
-    /// What a module has logged, in its order.
+    /// Returns the messages that a module has logged, in order.
     [[nodiscard]] std::vector<std::string> GetLog(const std::string& category) const
     {
         std::vector<std::string> messages;
@@ -48,14 +48,14 @@ protected:
         return handle != nullptr;
     }
 
-    /// Whether the factory that the failing modules register is there.
+    /// True when the factory that the failing modules register is found.
     [[nodiscard]] bool IsFailedFactoryKnown()
     {
         try {
             static_cast<void>(Create(TestId(6)));
         } catch (const NotFoundException&) {
             return false;
-        } catch (const InvalidStateException&) { // it makes nothing
+        } catch (const InvalidStateException&) { // the factory makes nothing
         }
         return true;
     }
@@ -132,7 +132,7 @@ TEST_F(AModule, StaysLoadedAsLongAsSomeoneHoldsOneOfItsBehaviours)
     behaviour.reset();
     EXPECT_EQ(GetLog("RecordingModule").back(), "behaviour destroyed");
 
-    runtime = std::make_unique<Runtime>(); // whose end looks after what was left over
+    runtime = std::make_unique<Runtime>(); // its end releases the leftovers
     runtime.reset();
     EXPECT_FALSE(IsLoaded(CORE_TEST_MODULE_Recording));
 }

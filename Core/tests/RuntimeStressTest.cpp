@@ -7,7 +7,7 @@ namespace CoreTests {
 
 namespace {
 
-/// Devices that behave like real ones: they observe the sessions folder while they are started,
+/// Devices that act like real ones: they observe the sessions folder while they are started,
 /// raise events when called, and keep a note per session that has called.
 class StressedDevice final : public IExecutableBehaviour,
                              public IReferenceObserver,
@@ -49,7 +49,7 @@ public:
     {
         const auto current = node.GetCoreContext().GetSessions().GetCurrentSession();
         EXPECT_NE(current, nullptr);
-        EXPECT_NE(current->GetSessionObject(), nullptr); // it cannot go during its call
+        EXPECT_NE(current->GetSessionObject(), nullptr); // it stays during its call
         std::vector<Value> fields(eventType->GetEventArguments().GetFieldsSize());
         fields[numberIndex] = inputs.front();
         std::dynamic_pointer_cast<IObject>(called)->RaiseEvent(eventType, fields);
@@ -93,7 +93,7 @@ protected:
             Create(i);
     }
 
-    /// The object has one of a few fixed identifiers, so that threads meet.
+    /// Uses one of a few fixed identifiers, so that threads meet.
     [[nodiscard]] static NodeId ObjectId(std::size_t index)
     {
         return {1, "object " + std::to_string(index)};
@@ -105,15 +105,15 @@ protected:
             {TestId(5), QualifiedName(1, "stressed"), Objects::ObjectsFolder(), ObjectId(index)}));
     }
 
-    /// Does something that may meet an object or a session that has gone.
+    /// Does something that may meet a removed object or an ended session.
     template <typename Action>
     void Try(const Action& action)
     {
         try {
             action();
         } catch (const NotFoundException&) {      // it has been removed
-        } catch (const AlreadyExistsException&) { // another has created it
-        } catch (const SessionClosedException&) { // another has closed it
+        } catch (const AlreadyExistsException&) { // another thread has created it
+        } catch (const SessionClosedException&) { // another thread has closed it
         }
     }
 

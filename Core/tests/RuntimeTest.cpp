@@ -15,7 +15,7 @@ using testing::ThrowsMessage;
 class ARuntime : public RuntimeFixture
 {
 protected:
-    /// True if another thread can do everything with the runtime at this moment, which it cannot
+    /// True if another thread can use all of the runtime at this moment, which it cannot
     /// while a lock is held.
     [[nodiscard]] bool IsFree()
     {
@@ -173,7 +173,7 @@ TEST_F(ARuntime, StopsABehaviourWhoseStartFailedAndReportsTheFailureOfTheStart)
                 {DeviceType(), QualifiedName(1, "broken"), Objects::ObjectsFolder(), id}));
         },
         ThrowsMessage<std::runtime_error>("no power"));
-    // Half of it may still be at work.
+    // Parts of it may still be at work.
     EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped"));
     EXPECT_TRUE(IsLogged("no brakes"));
     EXPECT_FALSE(Exists(id));
@@ -356,7 +356,7 @@ TEST_F(ARuntime, KeepsTheNodeOfABehaviourThatOthersStillHold)
     EXPECT_TRUE(IsLogged("still held by others"));
     runtime.reset();
     EXPECT_FALSE(node.expired());
-    held.reset(); // checks that its node is there
+    held.reset(); // its end checks that its node lives
     EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped", "destroyed"));
     runtime = std::make_unique<Runtime>();
     runtime.reset();
@@ -412,7 +412,7 @@ TEST_F(ARuntime, HoldsNoLockWhileAnObserverIsNotified)
     bool wasFree = false;
     Signal isNotified;
     const auto registration = Observe(Objects::SessionsFolder(), 0, [&](const ReferenceData&) {
-        if (!isNotified.IsRaised()) { // the probe opens a session, too
+        if (!isNotified.IsRaised()) { // the probe also opens a session
             isNotified.Raise();
             wasFree = IsFree();
         }
@@ -541,7 +541,7 @@ TEST_F(ARuntime, DoesNotHangWhenTheEventsOfTwoObjectsRemoveEachOther)
             RaiseDeviceEvent(ids[own], 1);
         });
     bothMade.Raise();
-    // The one that is refused goes on, and so lets the other one end.
+    // The refused one goes on and thereby lets the other one end.
     ASSERT_TRUE(left[0].Wait());
     ASSERT_TRUE(left[1].Wait());
     runtime.reset();
@@ -704,7 +704,7 @@ TEST_F(ARuntime, RemovesItsObjectsWhenItEnds)
     auto registration = Observe(folder, 0, {});
     runtime.reset();
     EXPECT_THAT(record->Get(), ElementsAre("made", "started", "stopped", "destroyed"));
-    EXPECT_EQ(node->GetNodeId(), folder); // who holds a node still has it
+    EXPECT_EQ(node->GetNodeId(), folder); // the node lives as long as it is held
     EXPECT_THROW(static_cast<void>(node->GetCoreContext().GetNode(folder)), NotFoundException);
     registration.Reset();
 }
@@ -728,7 +728,7 @@ TEST_F(ARuntime, EndsAlsoWhenAStopRemovesAnotherObject)
         for (const auto& device : devices) {
             try {
                 runtime->RemoveObject(device);
-            } catch (const Exception&) { // it is this one, or gone already
+            } catch (const Exception&) { // the same object, or removed already
             }
         }
     };

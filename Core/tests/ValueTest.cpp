@@ -33,7 +33,7 @@ enum class Colour
     Red
 };
 
-// Nothing becomes a boolean or a number on its way into a value.
+// A value converts nothing to a boolean or a number.
 static_assert(!std::is_constructible_v<Value, int*>);
 static_assert(!std::is_constructible_v<Value, const void*>);
 static_assert(!std::is_constructible_v<Value, Value*>);
@@ -167,7 +167,7 @@ TEST(AText, KeepsEveryByte)
     EXPECT_EQ(Value("").Get<std::string>(), "");
 }
 
-/// Asks for the extremes of one integer type, held as another, in every combination.
+/// Reads the extremes of one integer type, held as another, in every combination.
 template <typename To, typename From>
 void ExpectLosslessOrRefused(From number)
 {

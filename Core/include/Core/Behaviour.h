@@ -10,9 +10,9 @@
 
 namespace Core {
 
-/// What gives a node its life. The host makes it, starts it, calls it, stops it and lets it go;
-/// start and stop never overlap, and the last stop comes before the release. No lock of the host is
-/// held.
+/// The behaviour of a node. The host makes it, starts it, calls it, stops it and releases it. Start
+/// and stop never overlap, and the last stop comes before the release. The host holds no lock while
+/// it calls a behaviour.
 class CORE_API IBehaviour
 {
 public:
@@ -27,8 +27,8 @@ class CORE_API IExecutableBehaviour : public virtual IBehaviour
 public:
     ~IExecutableBehaviour() override;
 
-    /// Runs a method for the session of the calling thread; several calls may run at once.
-    /// Appends to `outputs`. True: the call was taken; false: it was refused. May throw.
+    /// Runs a method for the session of the calling thread; several calls may run at once. Appends
+    /// to `outputs`. Returns true when it takes the call, false when it refuses it. May throw.
     virtual bool OnExecuteMethod(const std::shared_ptr<INode>& node, const std::string& methodName,
                                  const std::vector<Value>& inputs, std::vector<Value>& outputs) = 0;
 };
@@ -37,7 +37,7 @@ public:
 class CORE_API IBehaviourFactory
 {
 public:
-    /// `node` outlives the behaviour. May throw; then the node is not created.
+    /// `node` outlives the behaviour. May throw; then the host does not create the node.
     [[nodiscard]] virtual std::shared_ptr<IBehaviour> MakeBehaviour(INode& node) const = 0;
     virtual ~IBehaviourFactory();
 };

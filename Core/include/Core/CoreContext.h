@@ -23,7 +23,7 @@ public:
     [[nodiscard]] virtual std::shared_ptr<INode> GetNode(const NodeId& nodeId) = 0;
     /// Throws NotFoundException for an identifier that no object or event type has.
     [[nodiscard]] virtual std::shared_ptr<IObjectType> GetObjectType(const NodeId& nodeId) = 0;
-    /// A fresh affinity identifier, never 0.
+    /// Returns a fresh affinity identifier, never 0.
     [[nodiscard]] virtual unsigned int AssignAffinityId() = 0;
 
     [[nodiscard]] virtual NodeFactory& GetNodeFactory() noexcept = 0;

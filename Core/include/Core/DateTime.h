@@ -28,15 +28,16 @@ public:
 
     [[nodiscard]] static DateTime Now() noexcept;
 
-    /// Whole seconds since 1970-01-01T00:00:00Z, negative before it. Seconds beyond what ticks can
-    /// hold give the earliest or the latest time.
+    /// Makes a time from whole seconds since 1970-01-01T00:00:00Z, negative before it. Seconds
+    /// beyond the range of ticks give the earliest or the latest time.
     [[nodiscard]] static DateTime FromUnixEpochTime(long seconds) noexcept;
 
-    /// Whole seconds since 1970-01-01T00:00:00Z, rounded towards the past; -11644473600 when empty.
+    /// Returns whole seconds since 1970-01-01T00:00:00Z, rounded towards the past; -11644473600
+    /// when empty.
     [[nodiscard]] long ToUnixEpochTime() const noexcept;
 
-    /// "2026-11-21T08:30:00Z"; with seven decimals where the time is not a whole second. Years
-    /// beyond four digits carry their sign.
+    /// Returns "2026-11-21T08:30:00Z"; with seven decimals for a time that is no whole second.
+    /// Years beyond four digits carry their sign.
     [[nodiscard]] std::string ToISO8601String() const;
 
     [[nodiscard]] constexpr bool IsEmpty() const noexcept { return ticks == 0; }

@@ -7,8 +7,8 @@
 
 namespace Core {
 
-/// Keeps notifications of one affinity switched off; leaving its scope runs the callable that
-/// switches them on again, if the guard is armed and holds one.
+/// Keeps the notifications of one affinity switched off. Its destructor runs the callable that
+/// switches them on again, if the guard holds one.
 class CORE_API DispatchGuard
 {
 public:
@@ -34,8 +34,8 @@ private:
     std::function<void()> onLeave; // must not throw
 };
 
-/// Delivers notifications to observers. An affinity names the observers that belong to one
-/// behaviour, so that all of them can be silenced together; 0 belongs to nobody.
+/// Delivers notifications to observers. An affinity names the observers of one behaviour, so that
+/// the dispatcher can silence all of them together; 0 is the affinity of no behaviour.
 class CORE_API Dispatcher
 {
 public:
@@ -44,10 +44,10 @@ public:
     Dispatcher& operator=(const Dispatcher&) = delete;
     virtual ~Dispatcher();
 
-    /// Once it has returned, and until the guard is gone, no notification of that affinity starts;
-    /// those that ran on other threads have ended. Called from inside such a notification it does
-    /// not wait for that one, nor for one that is itself waiting for this thread in the same way.
-    /// Any thread.
+    /// Silences an affinity: until the guard is destroyed no notification of that affinity starts.
+    /// Waits for those that run on other threads. Called from inside such a notification it does
+    /// not wait for that one, nor for one that itself waits for this thread in the same way. Any
+    /// thread.
     [[nodiscard]] virtual DispatchGuard TerminateDispatchOnStop(unsigned int affinityId) = 0;
 };
 

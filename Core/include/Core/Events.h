@@ -14,15 +14,16 @@ namespace Core {
 
 class INode;
 
-/// The fields of an event type in the order of its value vectors: inherited ones first.
-/// Immutable once its type is in an address space.
+/// The fields of an event type in the order of its value vectors: inherited ones first. Immutable
+/// once its type is in an address space.
 class CORE_API EventArguments
 {
 public:
     EventArguments() = default;
     explicit EventArguments(std::vector<QualifiedName> fields);
 
-    /// The position of a field; throws NotFoundException for a name that the type does not have.
+    /// Returns the position of a field. Throws NotFoundException for a name that the type does not
+    /// have.
     [[nodiscard]] unsigned int GetFieldIndex(const QualifiedName& name) const;
     [[nodiscard]] unsigned int GetFieldsSize() const noexcept;
     [[nodiscard]] const std::vector<QualifiedName>& GetFields() const noexcept { return fields; }
@@ -31,7 +32,7 @@ private:
     std::vector<QualifiedName> fields;
 };
 
-/// Which notifications an observer asks for: a bit mask. Undefined bits are refused.
+/// The notifications that an observer asks for, as a bit mask. The host refuses undefined bits.
 namespace EventFilter {
 /// References added to or removed from the observed node.
 inline constexpr std::uint64_t references = 0x0000000800000000U;
@@ -45,15 +46,15 @@ struct ReferenceData
     std::shared_ptr<INode> target;
 };
 
-/// Base of everything that can be registered as an observer.
+/// The base of every observer.
 class CORE_API IEventObserver
 {
 public:
     virtual ~IEventObserver();
 };
 
-/// Hears of references. Called on the thread that caused the change, with no lock of the host held;
-/// several notifications may run at once. What it throws is caught and logged by the host.
+/// Hears of references. The host calls it on the thread that causes the change, with no lock held;
+/// several notifications may run at once. The host logs its exceptions.
 class CORE_API IReferenceObserver : public virtual IEventObserver
 {
 public:
@@ -63,9 +64,9 @@ public:
     virtual void OnReferenceRemoved(const ReferenceData& reference) = 0;
 };
 
-/// Owns an observer registration; at most one owner ends it. Not thread-safe by itself.
-/// After `Reset` no new notification starts; one that runs on another thread may still be on its
-/// way out (`Dispatcher::TerminateDispatchOnStop` waits for those).
+/// Owns an observer registration; at most one owner ends it. Not thread-safe. After `Reset` no new
+/// notification starts; one on another thread may still be running
+/// (`Dispatcher::TerminateDispatchOnStop` waits for those).
 class CORE_API EventRegistrationHandler
 {
 public:

@@ -8,15 +8,15 @@
 
 namespace Core {
 
-/// What an exception of the host is about. The number is what `GetErrorCode` returns;
-/// numbers are published through log entries and never change.
+/// The subject of an exception of the host; `GetErrorCode` returns its number. Log entries publish
+/// the numbers, which never change.
 enum class CORE_API ErrorCode : unsigned int
 {
-    TypeMismatch = 1,       ///< a value holds something that does not convert to the type asked for
+    TypeMismatch = 1,       ///< a value does not convert to the requested type
     OutOfRange = 2,         ///< a number or an index does not fit
     InvalidArgument = 3,    ///< an argument has no meaning
     NotFound = 4,           ///< a node, type, field, namespace or factory is not known
-    AlreadyExists = 5,      ///< a node, factory or namespace is there already
+    AlreadyExists = 5,      ///< a node, factory or namespace exists already
     InvalidState = 6,       ///< the operation is not possible now
     InvalidModel = 7,       ///< an information model cannot be read
     ModuleNotLoadable = 8,  ///< the dynamic linker refused a module
@@ -28,11 +28,12 @@ enum class CORE_API ErrorCode : unsigned int
     System = 14,            ///< the operating system refused; the text carries its reason
 };
 
-/// Base of every exception that the host throws. The message names what failed, on what, and why.
+/// The base of every exception of the host. The message names the operation that failed, its
+/// object, and the reason.
 class CORE_API Exception : public std::exception
 {
 public:
-    /// `details` is a further text for logs; it may stay empty.
+    /// `details` is a further text for logs, and may be empty.
     Exception(ErrorCode code, std::string message, std::string details = {});
     Exception(const Exception&);
     Exception(Exception&&) noexcept;
@@ -40,10 +41,10 @@ public:
     Exception& operator=(Exception&&) noexcept;
     ~Exception() override;
 
-    /// The message; valid as long as the exception lives.
+    /// Returns the message, valid as long as the exception lives.
     [[nodiscard]] const char* what() const noexcept override;
 
-    /// The further text, empty unless the thrower had more to say.
+    /// Returns the further text.
     [[nodiscard]] virtual std::string GetDetails() const;
 
     [[nodiscard]] unsigned int GetErrorCode() const noexcept;
@@ -55,7 +56,7 @@ private:
     std::string details;
 };
 
-/// An exception that can be caught by what it is about.
+/// An exception with a type of its own for each error code.
 template <ErrorCode errorCode>
 class CORE_API TypedException : public Exception
 {
@@ -80,7 +81,7 @@ using SessionClosedException = TypedException<ErrorCode::SessionClosed>;
 using NotExecutableException = TypedException<ErrorCode::NotExecutable>;
 using SystemException = TypedException<ErrorCode::System>;
 
-// Instantiated in libCore.so alone, so that no module exports a copy.
+// Instantiated in libCore.so only, so that no module exports a copy.
 extern template class TypedException<ErrorCode::TypeMismatch>;
 extern template class TypedException<ErrorCode::OutOfRange>;
 extern template class TypedException<ErrorCode::InvalidArgument>;

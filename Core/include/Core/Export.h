@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what libCore.so exports; everything else in it stays hidden.
+/// Marks the exports of libCore.so; everything else in it stays hidden.
 #define CORE_API __attribute__((visibility("default")))

@@ -16,18 +16,18 @@ public:
     /// All zero.
     Guid() noexcept = default;
 
-    /// From exactly 32 hexadecimal digits of either case, without dashes or braces.
-    /// Throws InvalidArgumentException for anything else, a null pointer included.
+    /// Takes exactly 32 hexadecimal digits of either case, without dashes or braces. Throws
+    /// InvalidArgumentException for anything else, a null pointer included.
     explicit Guid(const char* text);
 
     explicit Guid(const std::array<unsigned char, 16>& bytes) noexcept;
 
-    /// A random (version 4) identifier from the system's random source: unguessable.
+    /// Returns an unguessable identifier (version 4) from the system's random source.
     [[nodiscard]] static Guid Random();
 
     [[nodiscard]] const std::array<unsigned char, 16>& GetBytes() const noexcept { return bytes; }
 
-    /// 32 lower-case hexadecimal digits.
+    /// Returns 32 lower-case hexadecimal digits.
     [[nodiscard]] std::string ToString() const;
 
     // NOLINTNEXTLINE(modernize-use-nullptr): sees a null pointer in what the compiler writes

@@ -9,10 +9,10 @@
 
 namespace Core {
 
-/// Severity of a log entry; the higher the number, the less it matters.
+/// The severity of a log entry: a higher number means a less important one.
 enum class LogLevel : std::int32_t
 {
-    Off = 0, ///< for switching: nothing is kept
+    Off = 0, ///< as a limit: the logger keeps nothing
     Error = 1,
     Warning = 2,
     Notice = 3,
@@ -22,8 +22,8 @@ enum class LogLevel : std::int32_t
     Trace = 7,
 };
 
-/// One log record. Texts are raw: they may hold any bytes, zero and line ends included; sinks
-/// escape.
+/// One log record. Texts are raw and may hold any bytes, zero and line ends included; sinks escape
+/// them.
 struct LogEntry
 {
     LogLevel level = LogLevel::Information;
@@ -34,9 +34,9 @@ struct LogEntry
     std::string file;
     std::string function;
     std::int32_t line = 0;
-    /// More about the cause, e.g. `Exception::GetDetails` of what was caught.
+    /// More about the cause, such as `Exception::GetDetails`.
     std::string details;
-    /// On whose behalf, e.g. a session's name.
+    /// The originator, such as a session's name.
     std::string origin;
     /// Structured data for sinks that can carry it.
     std::shared_ptr<const Value> attachment;

@@ -18,12 +18,12 @@ class CORE_API Logger
 public:
     [[nodiscard]] static Logger& Instance();
 
-    /// True if an entry of that level and category would be kept: ask before building one. Costs no
-    /// allocation, and no lock where the level is off for every category.
+    /// True if the logger would keep an entry of that level and category: ask before building one.
+    /// Costs no allocation, and no lock for a level that is off for every category.
     [[nodiscard]] bool IsEnabledForEntry(LogLevel level, const char* category) const;
 
-    /// Hands the entry to every sink, before it returns; an entry that is not enabled is dropped.
-    /// A sink that throws loses the entry; the others get it, and the caller does not notice.
+    /// Hands the entry to every sink before it returns; drops an entry that is not enabled. A sink
+    /// that throws loses the entry; the other sinks get it, and the exception does not pass.
     void AppendEntry(LogEntry entry);
 
     Logger(const Logger&) = delete;

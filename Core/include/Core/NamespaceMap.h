@@ -7,9 +7,9 @@
 
 namespace Core {
 
-/// The namespaces of this process. One table for all address spaces in it, since modules keep the
-/// index of their namespace for as long as they are loaded; an index, once given, never changes.
-/// All operations may be called from any thread.
+/// The namespaces of this process. All its address spaces share one table, since modules keep the
+/// index of their namespace as long as they are loaded; an index never changes. All operations may
+/// be called from any thread.
 class CORE_API NamespaceMap
 {
 public:
@@ -18,17 +18,17 @@ public:
     /// Namespace 1, the host's own nodes.
     static constexpr const char* hostUri = "urn:Talvensor:Core";
 
-    /// The index of a registered namespace. Throws NotFoundException for any other.
+    /// Returns the index of a registered namespace. Throws NotFoundException for any other.
     [[nodiscard]] static int GetNamespaceIndex(const std::string& uri);
 
-    /// The URI of an index. Throws NotFoundException when no namespace has it.
+    /// Returns the URI of an index. Throws NotFoundException when no namespace has it.
     [[nodiscard]] static std::string GetUri(int namespaceIndex);
 
-    /// Registers a namespace, if it is not registered yet, and returns its index.
-    /// Throws InvalidArgumentException for an empty URI.
+    /// Registers a namespace, if it is not registered yet, and returns its index. Throws
+    /// InvalidArgumentException for an empty URI.
     static int Register(const std::string& uri);
 
-    /// All URIs; the position is the index.
+    /// Returns all URIs; the position is the index.
     [[nodiscard]] static std::vector<std::string> GetUris();
 };
 

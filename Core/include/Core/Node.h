@@ -29,18 +29,17 @@ public:
     [[nodiscard]] virtual const QualifiedName& GetBrowseName() const noexcept = 0;
     [[nodiscard]] virtual CoreContext& GetCoreContext() const noexcept = 0;
 
-    /// Registers an observer of this node; the registration holds it.
-    /// `filter` is a mask of `EventFilter`; `affinityId` the group in which the dispatcher can
-    /// silence it (0: none); `session` the one on whose behalf it is made, for the record only (the
-    /// registration outlives it); `options` is reserved and 0.
-    /// Throws InvalidArgumentException for a null observer, an unknown filter bit, a filter that
-    /// the observer's interfaces cannot serve, or other options.
+    /// Registers an observer of this node; the registration holds the observer. `filter` is a mask
+    /// of `EventFilter`; `affinityId` names the group in which the dispatcher can silence it (0:
+    /// none); `session` is the session that asks for it, for logs only (the registration outlives
+    /// it); `options` is reserved and 0. Throws InvalidArgumentException for a null observer, an
+    /// unknown filter bit, a filter that the observer's interfaces cannot serve, or other options.
     [[nodiscard]] virtual EventRegistrationHandler
     RegisterEventObserver(std::shared_ptr<IEventObserver> observer, std::uint64_t filter,
                           unsigned int affinityId, std::shared_ptr<SessionHandler> session,
                           int options) = 0;
 
-    /// The owning pointer to this very node.
+    /// Returns an owning pointer to this node.
     [[nodiscard]] virtual std::shared_ptr<INode> GetSharedPointer() = 0;
 };
 
@@ -50,7 +49,8 @@ class CORE_API IObjectType : public virtual INode
 public:
     ~IObjectType() override;
 
-    /// The fields of an event type; no fields for other types. Valid as long as the type lives.
+    /// Returns the fields of an event type; no fields for other types. Valid as long as the type
+    /// lives.
     [[nodiscard]] virtual const EventArguments& GetEventArguments() const noexcept = 0;
 };
 
@@ -60,11 +60,10 @@ class CORE_API IObject : public virtual INode
 public:
     ~IObject() override;
 
-    /// Raises an event on this object. `fields` is laid out by the type's `EventArguments`; base
-    /// fields that are empty are filled in for the subscribers. Subscribers are called on the
-    /// calling thread, with no lock of the host held, before it returns.
-    /// Throws InvalidArgumentException for a null type, one without fields, or a vector of another
-    /// length.
+    /// Raises an event on this object. `fields` follows the type's `EventArguments`; the host fills
+    /// in base fields that are empty. Calls the subscribers on the calling thread, with no lock of
+    /// the host held, before it returns. Throws InvalidArgumentException for a null type, a type
+    /// without fields, or a vector of another length.
     virtual void RaiseEvent(const std::shared_ptr<IObjectType>& eventType,
                             const std::vector<Value>& fields) = 0;
 };

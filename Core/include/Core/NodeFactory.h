@@ -17,9 +17,9 @@ public:
     NodeFactory& operator=(const NodeFactory&) = delete;
     virtual ~NodeFactory();
 
-    /// Keeps the factory under its identifier; object types name theirs in the information model.
-    /// Throws InvalidArgumentException for a null factory, AlreadyExistsException for an identifier
-    /// that is taken. Any thread.
+    /// Keeps a factory under its identifier, by which object types name it in the information
+    /// model. Throws InvalidArgumentException for a null factory, AlreadyExistsException for an
+    /// identifier that is taken. Any thread.
     virtual void RegisterBehaviourFactory(const Guid& identifier,
                                           std::shared_ptr<IBehaviourFactory> factory) = 0;
 };

@@ -10,8 +10,8 @@
 
 namespace Core {
 
-/// Identifier of a node: a namespace index and a number, a text or a Guid. Immutable; cheap to
-/// copy, since a text is shared by the copies. Moving from one leaves it empty.
+/// The identifier of a node: a namespace index and a number, a text or a Guid. Immutable; cheap to
+/// copy, since copies share the text. Moving from one leaves it empty.
 class CORE_API NodeId
 {
 public:
@@ -32,12 +32,13 @@ public:
     [[nodiscard]] bool IsEmpty() const noexcept;
     [[nodiscard]] int GetNamespaceIndex() const noexcept { return namespaceIndex; }
 
-    /// Null when the identifier is of another form; valid as long as this object lives.
+    /// Return null when the identifier has another form; valid as long as this object lives.
     [[nodiscard]] const unsigned int* GetNumeric() const noexcept;
     [[nodiscard]] const std::string* GetText() const noexcept;
     [[nodiscard]] const Guid* GetGuid() const noexcept;
 
-    /// "ns=1;i=5", "ns=1;s=name" or "ns=1;g=<32 digits>"; without the namespace when that is 0.
+    /// Returns "ns=1;i=5", "ns=1;s=name" or "ns=1;g=<32 digits>"; without the namespace when that
+    /// is 0.
     [[nodiscard]] std::string ToString() const;
 
     friend CORE_API bool operator==(const NodeId& left, const NodeId& right) noexcept;

@@ -17,7 +17,7 @@ public:
     [[nodiscard]] int GetNamespaceIndex() const noexcept { return namespaceIndex; }
     [[nodiscard]] const std::string& GetName() const noexcept { return name; }
 
-    /// "index:name", or the name alone in namespace 0.
+    /// Returns "index:name", or the name alone in namespace 0.
     [[nodiscard]] std::string ToString() const;
 
     // NOLINTNEXTLINE(modernize-use-nullptr): sees a null pointer in what the compiler writes

@@ -16,7 +16,8 @@ public:
     SessionHandler& operator=(const SessionHandler&) = delete;
     virtual ~SessionHandler();
 
-    /// The session's object in the sessions folder; null once the session's removal is announced.
+    /// Returns the session's object in the sessions folder; null once the session's removal is
+    /// announced.
     [[nodiscard]] virtual std::shared_ptr<IObject> GetSessionObject() = 0;
 };
 
@@ -29,7 +30,7 @@ public:
     Sessions& operator=(const Sessions&) = delete;
     virtual ~Sessions();
 
-    /// The session on whose behalf the calling thread works; null when it works for none.
+    /// Returns the session for which the calling thread works; null when it works for none.
     [[nodiscard]] virtual std::shared_ptr<SessionHandler> GetCurrentSession() const = 0;
 };
 

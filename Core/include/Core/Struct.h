@@ -10,8 +10,8 @@ namespace Core {
 
 class Value;
 
-/// A structure value: field values in the order in which the data type declares them, tagged with
-/// the identifier of that data type.
+/// A structure value: the identifier of its data type and the field values in the order of that
+/// data type.
 class CORE_API Struct
 {
 public:

@@ -14,7 +14,7 @@
 
 namespace Core {
 
-/// What a value holds, or what the elements of an array value are.
+/// The type of a value, or of the elements of an array value.
 enum class ValueKind
 {
     Empty,
@@ -36,26 +36,26 @@ enum class ValueKind
     Struct,
 };
 
-/// The name of a kind, as error texts show it.
+/// Returns the name of a kind, as error texts show it.
 [[nodiscard]] CORE_API const char* ToString(ValueKind kind) noexcept;
 
 template <typename T, typename... Others>
 concept OneOf = (std::same_as<T, Others> || ...);
 
-/// Booleans and numbers. Exactly these: nothing converts to them on the way into a value, so a
-/// pointer or a text literal never becomes a boolean.
+/// Booleans and numbers. A value takes exactly these and converts nothing to them, so a pointer or
+/// a text literal never becomes a boolean.
 template <typename T>
 concept SimpleValue = OneOf<T, bool, signed char, unsigned char, short, unsigned short, int,
                             unsigned int, long, unsigned long, float, double>;
 
-/// What one element of an array can be.
+/// The types of array elements.
 template <typename T>
 concept ElementValue =
     SimpleValue<T> || OneOf<T, std::string, std::vector<unsigned char>, DateTime, NodeId, Struct>;
 
 /// A variant: nothing, one scalar, or an array of scalars with its dimensions. Arrays are immutable
-/// and shared by the copies of a value, so copying a listing of 61440 entries is cheap; copies may
-/// be used on different threads. Moving from a value leaves it empty.
+/// and the copies of a value share them, so copying a listing of 61440 entries is cheap; different
+/// threads may use different copies. Moving from a value leaves it empty.
 class CORE_API Value
 {
 public:
@@ -74,7 +74,7 @@ public:
     Value(T scalar) noexcept
         : held(std::in_place_type<T>, scalar)
     {}
-    /// A text; throws InvalidArgumentException for a null pointer.
+    /// Makes a text. Throws InvalidArgumentException for a null pointer.
     Value(const char* text);
     Value(const std::string& text);
     Value(std::string&& text) noexcept;
@@ -84,59 +84,58 @@ public:
     Value(const Struct& structure);
     Value(Struct&& structure) noexcept;
 
-    /// Arrays of one dimension.
+    /// Make arrays of one dimension.
     Value(const std::vector<Struct>& structures);
     Value(std::vector<Struct>&& structures);
     Value(const std::vector<std::string>& texts);
 
-    /// A byte string when `isByteString` is true, otherwise an array of bytes.
+    /// Make a byte string when `isByteString` is true, otherwise an array of bytes.
     Value(const ByteString& bytes, bool isByteString);
     Value(ByteString&& bytes, bool isByteString);
 
-    /// An array with the lengths of its dimensions, the last varying fastest. Throws
-    /// InvalidArgumentException unless there is a dimension and the product of all is the number of
-    /// elements.
+    /// Makes an array with the lengths of its dimensions, the last varying fastest. Throws
+    /// InvalidArgumentException without a dimension, or when the product of the lengths is not the
+    /// number of elements.
     template <ElementValue T>
     [[nodiscard]] static Value MakeArray(std::vector<T> elements, Dimensions dimensions);
 
-    /// The held scalar, converted: integers to any integer type that can hold the number, float to
-    /// double, everything else only to itself. Vectors of element types give a copy of the elements
-    /// of an array of exactly that type, all dimensions in one (`std::vector<unsigned char>`: of a
-    /// byte string or an array of bytes).
-    /// Throws TypeMismatchException naming both types, OutOfRangeException for a number that does
-    /// not fit.
+    /// Returns the held scalar, converted: integers to any integer type that can hold the number,
+    /// float to double, everything else only to itself. For vectors of element types, returns a
+    /// copy of the elements of an array of exactly that type, all dimensions in one;
+    /// `std::vector<unsigned char>` takes a byte string or an array of bytes. Throws
+    /// TypeMismatchException naming both types, OutOfRangeException for a number that does not fit.
     template <typename T>
     [[nodiscard]] T Get() const;
 
-    /// The element of an array at an index for each dimension, converted like a scalar. Throws
-    /// TypeMismatchException when this is no array, OutOfRangeException when the index has another
-    /// number of dimensions or lies outside.
+    /// Returns the element of an array at an index for each dimension, converted like a scalar.
+    /// Throws TypeMismatchException when this is no array, OutOfRangeException when the index has
+    /// another number of dimensions or lies outside.
     template <typename T>
     [[nodiscard]] T Get(const Dimensions& index) const;
 
-    /// The elements of an array without a copy; valid as long as this value or a copy of it lives
-    /// unchanged. Throws TypeMismatchException when the elements are not exactly of type T.
+    /// Returns the elements of an array without a copy; valid as long as this value or a copy of it
+    /// lives unchanged. Throws TypeMismatchException when the elements are not exactly of type T.
     template <ElementValue T>
     [[nodiscard]] const std::vector<T>& GetElements() const;
 
-    /// The held byte string or text without a copy; the same validity and failure as GetElements.
+    /// Return the held byte string or text without a copy; valid and failing like GetElements.
     [[nodiscard]] const ByteString& GetByteString() const;
     [[nodiscard]] const std::string& GetText() const;
-    /// What Get<ByteString> gives, of a byte string or an array of bytes, without a copy.
+    /// Returns the bytes of Get<ByteString>, of a byte string or an array of bytes, without a copy.
     [[nodiscard]] const ByteString& GetBytes() const;
     [[nodiscard]] const Struct& GetStruct() const;
 
-    /// The length of each dimension; empty for a scalar.
+    /// Returns the length of each dimension; empty for a scalar.
     [[nodiscard]] Dimensions GetArrayDimensions() const;
 
     [[nodiscard]] ValueKind GetKind() const noexcept;
     [[nodiscard]] bool IsEmpty() const noexcept;
     [[nodiscard]] bool IsArray() const noexcept;
 
-    /// For people: logs and error texts. Long contents are shortened.
+    /// Returns a text for logs and error messages. Shortens long contents.
     [[nodiscard]] std::string ToString() const;
 
-    /// Same kind, same dimensions, same contents; numbers of different kinds differ.
+    /// True for the same kind, dimensions and contents; numbers of different kinds differ.
     friend CORE_API bool operator==(const Value& left, const Value& right);
 
 private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the modules share that register a factory and then fail.
+// The common part of the modules that register a factory and then fail.
 
 #include "Core/Behaviour.h"
 #include "Core/CoreContext.h"
@@ -20,7 +20,7 @@ inline void Log(const char* message)
     Core::Logger::Instance().AppendEntry(std::move(entry));
 }
 
-/// In the log when the module's code goes.
+/// Logs the unloading of the module's code.
 struct Presence
 {
     Presence() = default;

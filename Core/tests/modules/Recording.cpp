@@ -1,4 +1,4 @@
-// A well-behaved module. What happens to it is in the log, so that it can be followed beyond its
+// A module without faults. It logs each of its steps, so that a test can follow it beyond its
 // unloading.
 
 #include "Core/Behaviour.h"
@@ -41,7 +41,7 @@ std::shared_ptr<IBehaviour>& Newest()
     return newest;
 }
 
-/// Its code goes with the module.
+/// An exception whose code is unloaded with the module.
 template <typename Base>
 class OwnException final : public Base
 {
@@ -93,7 +93,7 @@ public:
 
 } // namespace
 
-/// Hands out the behaviour that was told to "Share" last.
+/// Returns the last behaviour that was called with "Share".
 extern "C" CORE_API void TakeSharedBehaviour(std::shared_ptr<Core::IBehaviour>& behaviour);
 extern "C" CORE_API int RegisterFactories(Core::CoreContext& context);
 

@@ -6,7 +6,7 @@ namespace {
 
 const FailingModule::Presence presence;
 
-/// Its code goes with the module.
+/// An exception whose code is unloaded with the module.
 class Sulk final : public std::exception
 {
 public:

@@ -24,7 +24,7 @@ namespace CoreTests {
 using namespace Core;
 using namespace Core::Embedding;
 
-/// What happened, in its order.
+/// The record of a test: its steps, in order.
 class Record
 {
 public:
@@ -45,7 +45,7 @@ private:
     std::vector<std::string> entries; // guarded by mutex
 };
 
-/// What a device does; everything is recorded besides.
+/// The script of a device, which also records each of its steps.
 struct Script
 {
     std::function<void(INode&)> make;
@@ -205,7 +205,7 @@ protected:
         }
     }
 
-    /// An observer of the references of a node, in an affinity.
+    /// Registers an observer of a node's references, in an affinity.
     [[nodiscard]] EventRegistrationHandler Observe(const NodeId& id, unsigned int affinityId,
                                                    ReferenceObserver::Callback onAdded,
                                                    ReferenceObserver::Callback onRemoved = {})
@@ -234,15 +234,15 @@ protected:
         return event.GetField(NumberField()).Get<unsigned int>();
     }
 
-    /// Ends the runtime and leaves it in reach meanwhile, for those who use it as they hear of
-    /// that.
+    /// Ends the runtime and leaves it in reach meanwhile, for observers that use it when they hear
+    /// of its end.
     void EndWhileInUse()
     {
         delete runtime.get();
         static_cast<void>(runtime.release());
     }
 
-    /// Whether an entry of the category "Core" holds this text.
+    /// True when an entry of the category "Core" holds this text.
     [[nodiscard]] bool IsLogged(const std::string& text) const
     {
         const auto entries = log->GetEntries();

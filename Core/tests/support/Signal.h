@@ -6,7 +6,7 @@
 
 namespace CoreTests {
 
-/// Only against hanging: no test waits that long when things work.
+/// A limit against hanging: no passing test waits that long.
 inline constexpr std::chrono::seconds hangLimit{60};
 
 /// Raised once, waited for by any number of threads.
@@ -20,7 +20,7 @@ public:
         raised.notify_all();
     }
 
-    /// False when it is not raised in time.
+    /// Returns false when it is not raised in time.
     [[nodiscard]] bool Wait() const
     {
         std::unique_lock lock(mutex);

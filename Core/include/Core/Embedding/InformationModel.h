@@ -14,7 +14,7 @@
 
 namespace Core::Embedding {
 
-/// What every described node has.
+/// The common part of all described nodes.
 struct NodeDescription
 {
     NodeId id;
@@ -41,11 +41,11 @@ struct MethodDescription : NodeDescription
     std::vector<ArgumentDescription> outputs;
 };
 
-/// The meaning of the number in a field of an event. Every number but one tells of a failure.
+/// The meaning of the number in a field of an event. Every number but `success` reports a failure.
 struct OutcomeDescription
 {
     long success = 0;
-    std::unordered_map<long, std::string> texts; ///< for people, by number; not for all
+    std::unordered_map<long, std::string> texts; ///< readable texts by number; some have none
 };
 
 /// A field of an event type: a property of the type.
@@ -56,7 +56,8 @@ struct EventFieldDescription : NodeDescription
     std::optional<OutcomeDescription> outcome; ///< of a field that has one
 };
 
-/// An object type or event type. Lists hold what the type itself adds, not what it inherits.
+/// An object type or event type. The lists hold the type's own additions without the inherited
+/// members.
 struct ObjectTypeDescription : NodeDescription
 {
     NodeId superType; ///< empty for the root of the types
@@ -96,7 +97,7 @@ struct DataTypeDescription : NodeDescription
     std::string textsPropertyName;
 };
 
-/// A model that a file declares, in the file's own words.
+/// A model that a file declares, in the file's own texts.
 struct ModelDescription
 {
     std::string uri;
@@ -104,32 +105,36 @@ struct ModelDescription
     std::string publicationDate; ///< "2026-11-21T00:00:00Z"; empty where the file has none
 };
 
-/// The types of an address space: the base types that the host itself needs, and those read from
-/// NodeSet2 files (OPC 10000-6, annex F). A value: copy it, extend the copy, publish it whole.
+/// The types of an address space: the base types that the host needs, and those read from NodeSet2
+/// files (OPC 10000-6, annex F). A value without locks: copy it, extend the copy, publish it whole.
 class CORE_API InformationModel
 {
 public:
-    /// With the base types of namespace 0.
+    /// Holds the base types of namespace 0.
     InformationModel();
 
-    /// Adds the types of a NodeSet2 file and registers its namespaces. Object types, data types and
-    /// methods may be described, with their properties and encodings; anything else is refused.
-    /// The nodes of a file belong to the models that it declares; a model is loaded once, after
-    /// those that it requires. The factory of a type's behaviours is named in its extensions, by an
-    /// element `BehaviourFactory` of the XML namespace "urn:Talvensor:Core:Model" whose attribute
-    /// `Guid` has the 32 digits. The outcome of an event field is described in the same place, by
-    /// an element `Outcome` with the attribute `Success` and an element `Text` with the attribute
-    /// `Value` for each number that has a text. Methods and fields keep the order in which the file
-    /// describes them. Throws InvalidModelException naming the file, the line, the node and what is
-    /// wrong with it (the model is unchanged then; a namespace that was registered stays),
-    /// SystemException when the file cannot be read.
+    /// Adds the types of a NodeSet2 file and registers its namespaces. A file may describe object
+    /// types, data types and methods, with their properties and encodings, and nothing else. Its
+    /// nodes belong to the models that it declares; a model is loaded once, after those that it
+    /// requires. Methods and fields keep the order of the file.
+    ///
+    /// The extensions of a type name the factory of its behaviours, in an element
+    /// `BehaviourFactory` of the XML namespace "urn:Talvensor:Core:Model" whose attribute `Guid`
+    /// has the 32 digits. The extensions of an event field describe its outcome, in an element
+    /// `Outcome` with the attribute `Success` and an element `Text` with the attribute `Value` for
+    /// each number that has a text.
+    ///
+    /// Throws SystemException when the file cannot be read, and InvalidModelException naming the
+    /// file, the line, the node and the fault; then the model is unchanged, but a namespace that
+    /// was registered stays.
     void LoadNodeSet(const std::filesystem::path& file);
 
-    /// The described types; throw NotFoundException for an identifier that no such type has.
+    /// Return a described type. Throw NotFoundException for an identifier that no such type has.
     [[nodiscard]] const ObjectTypeDescription& GetObjectType(const NodeId& id) const;
     [[nodiscard]] const DataTypeDescription& GetDataType(const NodeId& id) const;
 
-    /// In the order in which they were added: base types first, supertypes before their subtypes.
+    /// Return the types in the order in which they were added: base types first, supertypes before
+    /// their subtypes.
     [[nodiscard]] const std::vector<ObjectTypeDescription>& GetObjectTypes() const noexcept
     {
         return objectTypes;
@@ -139,20 +144,19 @@ public:
         return dataTypes;
     }
 
-    /// The models of the files, in the order in which they were loaded.
+    /// Returns the models of the files in the order in which they were loaded.
     [[nodiscard]] const std::vector<ModelDescription>& GetModels() const noexcept { return models; }
 
     /// True for the type itself too; false for identifiers that name no type.
     [[nodiscard]] bool IsSubtypeOf(const NodeId& descendant, const NodeId& ancestor) const;
 
-    /// The fields of an event type with the inherited ones first; empty for types that are no
-    /// events.
+    /// Returns the fields of an event type, the inherited ones first; empty for other types.
     [[nodiscard]] EventArguments GetEventArguments(const NodeId& eventType) const;
 
-    /// The methods of a type with the inherited ones first.
+    /// Returns the methods of a type, the inherited ones first.
     [[nodiscard]] std::vector<MethodDescription> GetMethods(const NodeId& objectType) const;
 
-    /// The factory of the type or of its nearest ancestor that has one.
+    /// Returns the factory of the type or of its nearest ancestor that has one.
     [[nodiscard]] std::optional<Guid> GetBehaviourFactory(const NodeId& objectType) const;
 
 private:

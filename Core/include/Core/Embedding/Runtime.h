@@ -15,24 +15,24 @@
 
 namespace Core::Embedding {
 
-/// An event as subscribers see it: every base field is filled.
+/// An event as subscribers see it, with every base field filled in.
 struct Event
 {
     std::shared_ptr<IObjectType> type;
     NodeId source;
-    /// Laid out by `type->GetEventArguments()`.
+    /// In the order of `type->GetEventArguments()`.
     std::vector<Value> fields;
 
     /// Throws NotFoundException for a field that the type does not have.
     [[nodiscard]] CORE_API const Value& GetField(const QualifiedName& name) const;
 };
 
-/// Called on the thread that raises the event, with no lock held; several may run at once when
-/// several threads raise events. What it throws is logged.
+/// Called on the thread that raises the event, with no lock held; several calls may run at once
+/// when several threads raise events. The host logs its exceptions.
 using EventCallback = std::function<void(const std::shared_ptr<const Event>&)>;
 
-/// Owns a subscription. Ending it waits for a callback that runs on another thread; it may be ended
-/// from inside its own callback.
+/// Owns a subscription. Ending it waits for a callback that runs on another thread; a callback may
+/// end its own subscription.
 class CORE_API EventSubscription
 {
 public:
@@ -48,20 +48,20 @@ private:
     std::function<void()> end;
 };
 
-/// What a method call came to.
+/// The result of a method call.
 struct [[nodiscard]] CallResult
 {
     bool taken = false; ///< false: the behaviour refused it
     std::vector<Value> outputs;
 };
 
-/// What an object is to be.
+/// The description of an object to create.
 struct NewObject
 {
     NodeId type;
     QualifiedName browseName;
     NodeId parent = Objects::ObjectsFolder();
-    /// Empty: a random Guid in the host's namespace.
+    /// Empty stands for a random Guid in the host's namespace.
     NodeId id = {};
 };
 
@@ -76,17 +76,17 @@ struct ReferenceDescription
 /// A whole host inside this process: address space, modules, sessions, events.
 ///
 /// All operations may be called from any thread, unless they say otherwise; none holds a lock of
-/// the host while a behaviour is made, started, stopped, called or notified. Creation, removal,
-/// start and stop of one object are serialised among themselves; asking for one of these from
-/// inside the making, start or stop of the same object, or while that waits for the calling thread,
-/// throws InvalidStateException. So does removal or stop from inside an event callback of the same
-/// object, or while such a callback waits for the calling thread, since the behaviour's stop may
-/// wait for the thread that raises its events.
+/// the host while it makes, starts, stops, calls or notifies a behaviour. Creation, removal, start
+/// and stop of one object run one after another. Each of them throws InvalidStateException when it
+/// is called from inside the making, start or stop of the same object, or while that waits for the
+/// calling thread. Removal and stop also throw it when they are called from inside an event
+/// callback of the same object, or while such a callback waits for the calling thread, since the
+/// behaviour's stop may wait for the thread that raises its events.
 ///
-/// Exceptions of a behaviour that leave an operation are of types of Core or of the standard
-/// library, so that they can be kept longer than the module; one of a module's own type is
-/// translated, with its error code and texts. Two things still need the module's code: the
-/// `std::error_category` of a `std::system_error` and what a `std::nested_exception` carries.
+/// The exceptions of a behaviour that leave an operation have types of Core or of the standard
+/// library, so that callers can keep them longer than the module. An exception of a module's own
+/// type is translated, with its error code and texts. Two things still need the module's code: the
+/// `std::error_category` of a `std::system_error` and the exception in a `std::nested_exception`.
 class CORE_API Runtime
 {
 public:
@@ -94,60 +94,62 @@ public:
     Runtime(const Runtime&) = delete;
     Runtime& operator=(const Runtime&) = delete;
     /// Closes the sessions, waits for the calls in flight, removes the objects, unloads the
-    /// modules. From its beginning on no session is opened (InvalidStateException). An object that
-    /// cannot be removed is logged and left. REQUIRES: no other thread uses the runtime any more,
-    /// but for calls in flight; not called from inside an event callback or a behaviour.
+    /// modules. Refuses new sessions from its beginning on (InvalidStateException). Logs and leaves
+    /// an object that it cannot remove. REQUIRES: other threads have no business with the runtime
+    /// but calls in flight; the caller is no event callback and no behaviour.
     ~Runtime();
 
     [[nodiscard]] CoreContext& GetContext() noexcept;
 
-    /// See InformationModel::LoadNodeSet. The types are there for objects created afterwards.
+    /// Loads a file as InformationModel::LoadNodeSet does, for objects created afterwards.
     void LoadInformationModel(const std::filesystem::path& file);
     [[nodiscard]] std::shared_ptr<const InformationModel> GetInformationModel() const;
 
-    /// Loads a module and lets it register its factories; it stays loaded as long as the runtime.
-    /// The path is taken as it is, never searched for. Throws ModuleNotLoadableException (the text
-    /// is the dynamic linker's), ModuleEntryMissingException, ModuleRefusedException (the entry did
-    /// not return 1), ModuleFailedException (it threw; the text is the exception's). A module that
-    /// failed after registering factories leaves none behind.
+    /// Loads a module and lets it register its factories; it stays loaded as long as the runtime
+    /// lives. Takes the path as it is, without a search. Throws ModuleNotLoadableException (with
+    /// the text of the dynamic linker), ModuleEntryMissingException, ModuleRefusedException (the
+    /// entry did not return 1), ModuleFailedException (the entry threw; with the text of that
+    /// exception). A module that fails after it has registered factories leaves none behind.
     void LoadModule(const std::filesystem::path& library);
 
-    /// Creates an object; if its type has a behaviour factory, makes and starts its behaviour
-    /// before the object can be called. Returns its identifier. Throws NotFoundException (type,
-    /// parent or factory not known), AlreadyExistsException (the identifier is taken),
-    /// InvalidArgumentException (abstract or event type), or what the behaviour threw; then a
+    /// Creates an object and returns its identifier. If its type has a behaviour factory, makes and
+    /// starts the behaviour before the object can be called. Throws NotFoundException (type, parent
+    /// or factory not known), AlreadyExistsException (the identifier is taken),
+    /// InvalidArgumentException (abstract or event type), or the exception of the behaviour; then a
     /// started behaviour has been stopped and nothing is left behind.
     NodeId CreateObject(const NewObject& object);
     NodeId CreateFolder(const QualifiedName& browseName,
                         const NodeId& parent = Objects::ObjectsFolder());
 
     /// Takes the object out of the address space, then stops its behaviour. Calls in flight keep
-    /// the behaviour alive. What the stop throws is logged; the behaviour, which may still be at
-    /// work, is then kept to the end of the process. Throws NotFoundException, and
-    /// InvalidArgumentException for nodes that were not created with the two operations above or
-    /// that still have others below them.
+    /// the behaviour alive. Logs an exception of the stop; the behaviour, which may still be at
+    /// work, then lives to the end of the process. Throws NotFoundException, and
+    /// InvalidArgumentException for a node that the two operations above did not create or that
+    /// still has others below it.
     void RemoveObject(const NodeId& object);
 
-    /// Stop and start the behaviour of an object without removing it; stopping a stopped one and
-    /// starting a started one do nothing. Throw NotFoundException, and what the behaviour throws:
-    /// after a failed start it has been stopped, after a failed stop it counts as started.
+    /// Stop and start the behaviour of an object without removing it. Do nothing for a behaviour
+    /// that is stopped or started already. Throw NotFoundException, and the exception of the
+    /// behaviour: after a failed start it has been stopped, after a failed stop it counts as
+    /// started.
     void StopBehaviour(const NodeId& object);
     void StartBehaviour(const NodeId& object);
 
-    /// Opens a session: its object is in the sessions folder when this returns. Throws
+    /// Opens a session; its object is in the sessions folder when this returns. Throws
     /// InvalidStateException while the runtime ends.
     [[nodiscard]] std::shared_ptr<Session> OpenSession(const std::string& name);
 
     /// Calls a method of an object for a session, on the calling thread. The behaviour decides
     /// about unknown names and arguments. Throws SessionClosedException, NotFoundException (no such
-    /// object), NotExecutableException (the object takes no calls), or what the behaviour threw.
+    /// object), NotExecutableException (the object takes no calls), or the exception of the
+    /// behaviour.
     CallResult Call(const std::shared_ptr<Session>& session, const NodeId& object,
                     const std::string& method, const std::vector<Value>& inputs);
 
-    /// Hears the events that are raised on one object, in their order. Throws NotFoundException.
+    /// Calls `callback` for each event raised on one object, in order. Throws NotFoundException.
     [[nodiscard]] EventSubscription Subscribe(const NodeId& object, EventCallback callback);
 
-    /// The references of a node, both ways. Throws NotFoundException.
+    /// Returns the references of a node, in both directions. Throws NotFoundException.
     [[nodiscard]] std::vector<ReferenceDescription> Browse(const NodeId& node) const;
 
 private:

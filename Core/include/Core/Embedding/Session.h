@@ -19,21 +19,21 @@ public:
     [[nodiscard]] virtual const NodeId& GetNodeId() const noexcept = 0;
     [[nodiscard]] virtual const std::string& GetName() const noexcept = 0;
 
-    /// Ends the session: no further call is accepted, and its object leaves the sessions folder
-    /// after its last call in flight, on the thread that ends last. Ending it again does nothing.
-    /// The runtime holds its sessions until they are closed.
+    /// Ends the session: it takes no further call, and its object leaves the sessions folder after
+    /// its last call in flight, on the thread of that call. Ending it again does nothing. The
+    /// runtime holds its sessions until they are closed.
     virtual void Close() = 0;
 
     /// True from the first `Close` on.
     [[nodiscard]] virtual bool IsClosed() const noexcept = 0;
 };
 
-/// Makes a session the current one of the calling thread for as long as the scope lives. Calls made
-/// through `Runtime::Call` do this by themselves.
+/// Makes a session the current one of the calling thread as long as the scope lives.
+/// `Runtime::Call` does this by itself.
 class CORE_API SessionScope
 {
 public:
-    /// A null session: the thread works for none.
+    /// A null session means that the thread works for none.
     explicit SessionScope(std::shared_ptr<Session> session);
     SessionScope(const SessionScope&) = delete;
     SessionScope& operator=(const SessionScope&) = delete;

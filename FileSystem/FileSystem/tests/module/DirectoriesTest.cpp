@@ -24,7 +24,7 @@ protected:
         return event != nullptr && OwnField(*event, "Exist").Get<bool>();
     }
 
-    /// The paths of a listing, in the order of their names.
+    /// Returns the paths of a listing, sorted by name.
     std::vector<std::string> TakeSortedPaths(const std::string& path, bool recursive)
     {
         auto entries = TakeListing(path, recursive);

@@ -12,7 +12,7 @@ const Core::Value& BaseField(const Core::Embedding::Event& event, const char* na
     return event.GetField(Core::QualifiedName(0, name));
 }
 
-/// The names of the fields that a type adds to every event's, in their order.
+/// Returns the names of the fields that a type adds to those of every event, in order.
 std::vector<std::string> GetOwnNames(const Core::Embedding::Event& event)
 {
     std::vector<std::string> names;
@@ -22,7 +22,7 @@ std::vector<std::string> GetOwnNames(const Core::Embedding::Event& event)
     return names;
 }
 
-/// Each event of the module: how to have it raised, and what its type adds.
+/// Each event of the module: a request that raises it, and the fields of its type.
 class EveryEvent : public AFileSystem
 {
 protected:
@@ -140,7 +140,7 @@ TEST_F(AFileSystem, AnswersExistsBehindARequestThatStaysSilent)
     ASSERT_NE(event, nullptr);
     EXPECT_EQ(TypeNumber(*event), existsResultEvent);
     EXPECT_TRUE(OwnField(*event, "Exist").Get<bool>());
-    EXPECT_EQ(client.GetPosition(handle), 6UL); // all of it is done
+    EXPECT_EQ(client.GetPosition(handle), 6UL); // all requests are done
 }
 
 TEST_F(AFileSystem, AcknowledgesEveryUploadOnceWhetherBeforeOrAfterItsCallReturns)

@@ -21,7 +21,7 @@ using testing::StartsWith;
 constexpr std::uint32_t generalCode = 535;
 constexpr std::uint32_t permissionsCode = 197143;
 
-/// One error of the worker, about a listing that broke off.
+/// Expects one error of the worker, about a listing that broke off.
 auto IsBrokenListing()
 {
     return AllOf(Field(&Core::LogEntry::level, Core::LogLevel::Error),
@@ -39,7 +39,7 @@ auto IsFailedTransfer(const std::string& text, int line)
                  Field(&Core::LogEntry::line, line), Field(&Core::LogEntry::message, text));
 }
 
-/// The results of all acknowledgements, in their order.
+/// Returns the results of all acknowledgements, in order.
 std::vector<unsigned int> ToResults(const std::vector<Ack>& acks)
 {
     std::vector<unsigned int> results;
@@ -49,7 +49,7 @@ std::vector<unsigned int> ToResults(const std::vector<Ack>& acks)
     return results;
 }
 
-/// A file system whose worker meets files as an ordinary user; so does the test itself.
+/// A file system whose worker has the rights of an ordinary user, as the test itself has.
 class AnOrdinaryUser : public testing::Test
 {
 protected:
@@ -276,8 +276,8 @@ TEST_F(AFailure, OfAnUploadToWriteEverythingLeavesTheFileOpenAndSaysNothing)
     EXPECT_NE(client.GetSession(), nullptr);
 }
 
-/// Runs on a thread that sees a small file system of its own in a folder; false where the system
-/// does not allow it.
+/// Runs on a thread that sees a small file system of its own in a folder; false when the system
+/// forbids it.
 template <typename Function>
 bool RunOnSmallDisk(const std::string& folder, const Function& function)
 {
@@ -299,7 +299,8 @@ TEST(ASmallDisk, IsFullAndWorksAgainWhenSomethingIsDeleted)
     const std::string file = folder / "file";
     const bool ran = RunOnSmallDisk(folder.GetPath(), [&] {
         LoadedModule module;
-        const auto object = module.MakeFileSystem(); // the worker sees what this thread sees
+        const auto object =
+            module.MakeFileSystem(); // the worker inherits this thread's view of the files
         const Client client(module.GetRuntime(), object);
         EventRecorder recorder(module.GetRuntime(), object);
         const auto takeAcks = [&] {

@@ -21,7 +21,7 @@ using namespace FileSystemTests;
 
 using testing::HasSubstr;
 
-/// What a command prints.
+/// Returns the output of a command.
 std::string RunCommand(const std::string& command)
 {
     const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen(command.c_str(), "r"), ::pclose);
@@ -44,7 +44,7 @@ std::vector<std::string> SplitLines(const std::string& text)
     return lines;
 }
 
-/// The demangled names of what the module defines for others.
+/// Returns the demangled names of the module's exports.
 std::vector<std::string> GetExports()
 {
     std::vector<std::string> names;
@@ -109,7 +109,7 @@ TEST(TheLibrary, HoldsNoPathOfTheMachineThatBuiltIt)
     EXPECT_NE(texts.find("FileSystem/FileSystem/src/"), std::string::npos);
 }
 
-/// Alone in its process: what the module and the host know of each other lasts as long as that.
+/// Each test is alone in its process: the module's identifiers last as long as the process.
 class Loading : public testing::Test
 {
 protected:
@@ -119,7 +119,7 @@ protected:
         return std::find(uris.begin(), uris.end(), moduleUri) != uris.end();
     }
 
-    /// True when the test has been run in a new process, since this one is not fresh any more.
+    /// True when the test has been run in a new process, because this one is not fresh.
     static bool RunsElsewhere()
     {
         if (!IsNamespaceKnown())
@@ -143,7 +143,7 @@ TEST_F(Loading, NeitherStartsAThreadNorAsksForTheNamespace)
     runtime.LoadModule(TALVENSOR_MODULE);
     EXPECT_EQ(CountThreads(), threads);
     EXPECT_FALSE(IsNamespaceKnown());
-    // Asked for now, and found: an identifier made at load time would be lacking.
+    // Found although registered after the load: an identifier made at load time would be missing.
     runtime.LoadInformationModel(TALVENSOR_MODEL);
     const auto object =
         runtime.CreateObject({.type = LoadedModule::MakeTypeId(1), .browseName = {1, "Files"}});
@@ -200,7 +200,7 @@ TEST(AModel, WithoutTheEventTypesFailsTheStartWithTheHostsException)
     EXPECT_EQ(CountThreads(), threads);
 }
 
-/// A host of the test's own around a real one: takes the module's factory, and has a node on which
+/// A host of the test's own around a real one. Takes the module's factory, and has a node on which
 /// raising events can fail.
 class OwnHost final : public Core::CoreContext, public Core::NodeFactory
 {

@@ -10,13 +10,13 @@ namespace {
 
 using namespace FileSystemTests;
 
-/// A method, with inputs that it takes.
+/// A method with valid inputs.
 struct MethodCase
 {
     const char* name;
     std::function<Values(const TemporaryFolder&)> makeInputs;
     std::size_t outputs;    ///< with these inputs
-    const char* wrongTyped; ///< one letter per input: what it is
+    const char* wrongTyped; ///< one letter per input: its type
 };
 
 void PrintTo(const MethodCase& method, std::ostream* stream)
@@ -91,7 +91,7 @@ std::vector<MethodCase> MakeMethodCases()
     };
 }
 
-/// Values of which nothing of a kind can be read.
+/// Values that do not convert to a type.
 Values MakeWrongValues(char kind)
 {
     const Core::Value text("text");

@@ -14,7 +14,7 @@
 
 namespace FileSystemTests {
 
-/// What an acknowledgement says.
+/// The contents of an acknowledgement.
 using Ack = std::pair<unsigned int, unsigned int>;
 
 inline Ack ToAck(const Core::Embedding::Event& event)
@@ -100,7 +100,7 @@ private:
     int number;
 };
 
-/// How many bytes wait in a pipe.
+/// Returns the number of bytes that wait in a pipe.
 inline int CountWaiting(const Descriptor& pipe)
 {
     int count = 0;
@@ -115,8 +115,8 @@ inline void WriteTo(const Descriptor& pipe, const std::string& text)
         throw std::system_error(errno, std::generic_category(), "write to a pipe");
 }
 
-/// Keeps the worker from everything that is queued behind it, from its construction until
-/// `Release`: it opens a pipe for reading that nobody writes to.
+/// Keeps the worker from all requests that are queued behind it, from its construction until
+/// `Release`: it opens a pipe for reading that has no writer.
 class HeldWorker
 {
 public:
@@ -135,7 +135,7 @@ public:
         client.EndSession();
     }
 
-    /// Works also when the worker comes to the pipe only later.
+    /// Works even when the worker reaches the pipe later.
     void Release()
     {
         if (!other)
@@ -154,12 +154,12 @@ class AFileSystem : public testing::Test
 protected:
     Events WaitForBarrier() { return FileSystemTests::WaitForBarrier(client, recorder); }
 
-    /// The acknowledgements of all that was asked so far; there is nothing else.
+    /// Returns the acknowledgements of all requests so far and expects no other events.
     std::vector<Ack> TakeAcks() { return ToAcks(WaitForBarrier()); }
 
     void ExpectSilence() { EXPECT_EQ(WaitForBarrier().size(), 0U); }
 
-    /// The one answer to all that was asked so far; null, and a failure, when it is not one.
+    /// Returns the one answer to all requests so far; null, and a failure, when it is not one.
     EventRecorder::EventPointer TakeOnly(unsigned int type)
     {
         const Events events = WaitForBarrier();
@@ -180,7 +180,7 @@ protected:
         return ToEntries(*event);
     }
 
-    /// An open file, about which nothing was said.
+    /// Returns an open file, without an event about it.
     unsigned int Open(const std::string& path, unsigned int mode)
     {
         const unsigned int handle = client.Open(path, mode);
@@ -188,7 +188,7 @@ protected:
         return handle;
     }
 
-    /// All sessions' files are closed when this returns true.
+    /// Returns true once the files of all sessions are closed.
     bool IsNothingOpen()
     {
         ExpectSilence();

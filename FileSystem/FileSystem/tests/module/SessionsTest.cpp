@@ -21,7 +21,7 @@ protected:
                   std::vector<Ack>({{handle, 3}}));
     }
 
-    /// Calls for the session that stays; `client` is the one that ends.
+    /// Calls for the session that stays; `client` has the one that ends.
     Client owner{runtime, object, "other"};
 
     Events WaitForBarrier() { return FileSystemTests::WaitForBarrier(owner, recorder); }
@@ -86,7 +86,7 @@ TEST_F(ASessionThatEnds, LeavesNothingOpenWhenItsOpenIsAtWork)
     const LogCapture log;
     const NamedPipe pipe(folder / "pipe");
     const unsigned int handle = client.Open(pipe.GetPath(), 1);
-    // With somebody at the other end of the pipe the open can end: only then is it let go on.
+    // The open ends only once the pipe has a writer.
     ASSERT_TRUE(WaitUntil([&] {
         const int writer = ::open(pipe.GetPath().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         if (writer < 0)
@@ -96,7 +96,7 @@ TEST_F(ASessionThatEnds, LeavesNothingOpenWhenItsOpenIsAtWork)
         return true;
     }));
     const auto acks = ToAcks(WaitForBarrier());
-    if (!acks.empty()) { // it met the open itself
+    if (!acks.empty()) { // the session ended during the open
         EXPECT_EQ(acks, std::vector<Ack>({{handle, 1}}));
     }
     EXPECT_EQ(FindDescriptorsBelow(folder.GetPath()), std::vector<std::string>());
@@ -152,10 +152,10 @@ TEST_F(ASessionThatEnds, LetsAReadAtWorkFinishAndClosesBehindIt)
     std::optional<Descriptor> other(std::in_place, pipe.GetPath(), O_RDWR | O_NONBLOCK);
     WriteTo(*other, "0123456789");
     auto reading = std::async(std::launch::async, [&] { return owner.Read(handle, 20); });
-    // The read has taken what there was and wants more.
+    // The read has taken the bytes that were there and waits for more.
     ASSERT_TRUE(WaitUntil([&] { return CountWaiting(*other) == 0; }));
     client.EndSession();
-    EXPECT_EQ(owner.GetPosition(handle), std::nullopt); // gone for everyone else
+    EXPECT_EQ(owner.GetPosition(handle), std::nullopt); // gone for all other calls
     WriteTo(*other, "abcdefghij");
     EXPECT_EQ(reading.get(), ToBytes("0123456789abcdefghij"));
     other.reset();

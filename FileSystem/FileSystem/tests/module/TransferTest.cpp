@@ -13,7 +13,7 @@ constexpr unsigned int block = 61440;
 class AFileOfSize : public AFileSystem, public testing::WithParamInterface<std::size_t>
 {
 protected:
-    /// The content through Reads of one block each.
+    /// Reads the content in Reads of one block each.
     Bytes ReadBack(const std::string& file)
     {
         const unsigned int handle = Open(file, 1);
@@ -81,7 +81,7 @@ protected:
         EXPECT_EQ(TakeAcks(), std::vector<Ack>({{handle, 0}}));
     }
 
-    /// What an attempt to open gives: a result other than 0 at once, or 0.
+    /// Returns the result of an attempt to open: one other than 0 at once, or 0.
     unsigned int TryToOpen(const std::string& path, unsigned int mode)
     {
         const unsigned int handle = client.Open(path, mode);
@@ -291,7 +291,7 @@ protected:
     const Core::DateTime time = Core::DateTime::FromUnixEpochTime(GetParam());
     const std::string file = folder.MakeFile("file", "content");
 
-    /// What the system says, in seconds since 1970.
+    /// Returns the system's answer in seconds since 1970.
     [[nodiscard]] long GetSystemTime() const
     {
         struct stat status = {};
@@ -372,7 +372,7 @@ TEST_F(Times, FarInTheFutureDoNoHarm)
     client.SetDateTime(file, time);
     const auto read = client.GetDateTime(file);
     ASSERT_TRUE(read.has_value());
-    EXPECT_GT(read->ToUnixEpochTime(), 4'000'000'000); // the latest that the file system has
+    EXPECT_GT(read->ToUnixEpochTime(), 4'000'000'000); // the latest time of the file system
     const unsigned int handle = client.UploadFile(file, ToBytes("x"), time);
     EXPECT_EQ(TakeAcks(), std::vector<Ack>({{handle, 0}}));
 }

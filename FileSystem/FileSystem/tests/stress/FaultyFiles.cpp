@@ -17,7 +17,7 @@ namespace FaultyFiles {
 
 namespace {
 
-/// The next definition of a function in the order of look-up: a sanitizer's or libc's.
+/// Returns the next definition of a function in the order of look-up: a sanitizer's or libc's.
 template <typename Function>
 Function* FindNext(const char* name) noexcept
 {
@@ -80,7 +80,7 @@ void SlowDown()
         std::chrono::microseconds(microseconds.at(turn++ % microseconds.size())));
 }
 
-/// Said at once, the first time: the process may not come to its end.
+/// Prints at once, the first time, since the process may not reach its end.
 void Count(std::atomic<std::uint64_t>& violations, const char* text)
 {
     if (violations++ == 0)
@@ -102,7 +102,7 @@ public:
         users[stream] = 0;
     }
 
-    /// False, and counted, for a stream that is not open.
+    /// Returns false for a stream that is not open, and counts it.
     bool Enter(FILE* stream)
     {
         const std::lock_guard lock(mutex);
@@ -147,14 +147,14 @@ private:
     std::unordered_map<FILE*, unsigned int> users; // guarded by mutex
 };
 
-/// Never destroyed: streams are closed until the very end of the process.
+/// Never destroyed, since streams are closed until the very end of the process.
 OpenStreams& GetOpenStreams()
 {
     static auto* const streams = new OpenStreams;
     return *streams;
 }
 
-/// The process's own streams were never opened here.
+/// True for the process's own streams, which were never opened here.
 bool IsStandard(FILE* stream)
 {
     return stream == stdin || stream == stdout || stream == stderr;
@@ -186,7 +186,7 @@ private:
     bool open;
 };
 
-/// What a call on a closed stream does instead of destroying the evidence.
+/// Fails a call on a closed stream, which keeps the evidence.
 template <typename Result>
 Result Refuse(Result result)
 {
@@ -247,7 +247,7 @@ Counts GetCounts()
 
 } // namespace FaultyFiles
 
-// NOLINTBEGIN(readability-identifier-naming): they are named after what they stand in for.
+// NOLINTBEGIN(readability-identifier-naming): they have the names of the functions they replace.
 #define TALVENSOR_INTERPOSED extern "C" __attribute__((visibility("default")))
 
 TALVENSOR_INTERPOSED FILE* fopen(const char* path, const char* mode)
@@ -257,7 +257,7 @@ TALVENSOR_INTERPOSED FILE* fopen(const char* path, const char* mode)
     return Open(next, path, mode);
 }
 
-// What the standard library's streams open by, to be closed by fclose.
+// The standard library's streams open files by this call and close them by fclose.
 TALVENSOR_INTERPOSED FILE* fopen64(const char* path, const char* mode)
 {
     using namespace FaultyFiles;
@@ -294,7 +294,7 @@ TALVENSOR_INTERPOSED std::size_t fwrite(const void* data, std::size_t size, std:
     if (!use.IsOpen())
         return Refuse<std::size_t>(0);
     SlowDown();
-    // A failing write takes half of what it is given, as a full disk may.
+    // A failing write takes half of its bytes, as a full disk may.
     if (Fails(rates.writeFails, counts.writeFailures))
         return Break(next(data, size, count / 2, stream));
     return next(data, size, count, stream);

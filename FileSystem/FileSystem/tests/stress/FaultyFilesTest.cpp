@@ -10,13 +10,13 @@ using namespace FileSystemTests;
 
 constexpr unsigned int always = 1'000'000;
 
-/// The module, loaded later than everything else, above file calls that fail.
+/// The module, loaded after everything else, above file calls that fail.
 class TheModuleAboveFaultyFiles : public testing::Test
 {
 protected:
     ~TheModuleAboveFaultyFiles() override { FaultyFiles::SetRates({}); }
 
-    /// The result of the one acknowledgement that has come.
+    /// Returns the result of the one acknowledgement.
     unsigned int TakeResult(unsigned int handle)
     {
         const Events events = WaitForBarrier(client, recorder);
@@ -27,7 +27,7 @@ protected:
         return OwnField(*events.front(), "Result").Get<unsigned int>();
     }
 
-    /// An open file, nothing said about it.
+    /// Returns an open file, without an event about it.
     unsigned int OpenFile(const std::string& name, unsigned int mode)
     {
         const unsigned int handle = client.Open(folder / name, mode);

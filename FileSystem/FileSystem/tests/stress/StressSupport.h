@@ -18,7 +18,7 @@
 
 namespace Stress {
 
-/// How much is done; from the environment.
+/// The amount of work, from the environment.
 struct Settings
 {
     std::uint64_t calls; ///< TALVENSOR_STRESS_CALLS
@@ -31,7 +31,7 @@ struct Settings
     [[nodiscard]] static Settings FromEnvironment();
 };
 
-/// What went against a rule. Any thread.
+/// The violations of rules. Any thread.
 class Violations
 {
 public:
@@ -82,14 +82,14 @@ private:
     std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Method::Count)> counts{};
 };
 
-/// Where one thread waits until a worker has reached its mark in the queue: closing a number that
+/// Lets one thread wait until a worker has reached its mark in the queue: closing a number that
 /// is no handle is always acknowledged.
 class Mark
 {
 public:
-    /// Before the mark is queued. The waiting thread calls.
+    /// Called by the waiting thread before the mark is queued.
     void Expect(unsigned int number);
-    /// False when it is never reached.
+    /// Returns false when the worker never reaches it.
     [[nodiscard]] bool Wait();
     /// Any thread.
     void Reach(unsigned int number);
@@ -125,7 +125,7 @@ public:
     explicit SessionPool(Core::Embedding::Runtime& runtime);
 
     [[nodiscard]] std::shared_ptr<Core::Embedding::Session> Get(std::uint64_t random) const;
-    /// Puts a new session in the place of one and ends that.
+    /// Puts a new session in the place of another and ends the other.
     void EndOne(std::uint64_t random);
     void EndAll();
     [[nodiscard]] std::uint64_t GetEnded() const { return ended; }
@@ -140,7 +140,7 @@ private:
     std::atomic<std::uint64_t> ended = 0;
 };
 
-/// Reads every entry as a sink would that writes them, and looks for those that must not be there.
+/// Reads every entry as a writing sink would, and looks for those that must not occur.
 class WatchingSink final : public Core::Embedding::LogSink
 {
 public:
@@ -149,7 +149,7 @@ public:
     {}
     void Write(const Core::LogEntry& entry) override;
     [[nodiscard]] std::uint64_t GetEntries() const { return entries; }
-    /// Listings that ended without an event, since a directory went away under them.
+    /// Returns the number of listings that ended without an event because a directory vanished.
     [[nodiscard]] std::uint64_t GetBrokenListings() const { return brokenListings; }
 
 private:
@@ -158,7 +158,7 @@ private:
     std::atomic<std::uint64_t> brokenListings = 0;
 };
 
-/// Ends the process when nothing moves any more.
+/// Ends the process when it makes no progress.
 class Watchdog
 {
 public:

@@ -14,20 +14,20 @@ namespace {
 using namespace FileSystemTests;
 using namespace Stress;
 
-/// Numbers that are never handles of the pools: marks in the queue (see Mark).
+/// The numbers of marks in the queue (see Mark), which are never handles of the pools.
 constexpr unsigned int markBits = 0xFFF00000;
 constexpr unsigned int markNumberBits = 0x0001FFFF;
 constexpr unsigned int markThreadShift = 17;
 
-/// What is known of a call's moment: whether a stop can have been in its way.
+/// The moment of a call, which tells whether a stop may have cut it off.
 struct Moment
 {
     std::uint64_t epoch;
     bool running;
 };
 
-/// One file system, stopped and restarted while it is used, and what it has been asked and
-/// answered.
+/// One file system, stopped and restarted while it is used, with the requests to it and their
+/// answers.
 class Target
 {
 public:
@@ -49,7 +49,7 @@ public:
         const std::uint64_t now = epoch;
         return {now, now % 2 == 0};
     }
-    /// True: no stop has begun since, so the call must be taken, and answered.
+    /// True when no stop has begun since, so that the call must be taken and answered.
     [[nodiscard]] bool IsCertainSince(const Moment& moment) const
     {
         return moment.running && epoch == moment.epoch;
@@ -78,7 +78,7 @@ public:
     [[nodiscard]] std::uint64_t GetListings() const { return listings; }
     [[nodiscard]] std::uint64_t GetCertainListings() const { return mustAnswer.Get(Method::List); }
 
-    /// Every request that no stop could have cut off has been answered, and nothing else has.
+    /// Expects an answer to every request that no stop could have cut off, and no other answers.
     void CheckAnswers()
     {
         CheckCount("exists", existences, {Method::Exists}, {});
@@ -164,10 +164,10 @@ private:
     std::atomic<std::uint64_t> deletions = 0;
     std::atomic<std::uint64_t> creations = 0;
     std::atomic<std::uint64_t> listings = 0;
-    Core::Embedding::EventSubscription subscription; // last: its callback uses all of the above
+    Core::Embedding::EventSubscription subscription; // last: its callback uses all members above
 };
 
-/// What all callers share.
+/// The shared state of all callers.
 struct Arena
 {
     explicit Arena(const Settings& settings)
@@ -220,7 +220,7 @@ public:
         }
     }
 
-    /// The handles that this caller was given, by target.
+    /// The handles of this caller, by target.
     [[nodiscard]] const std::array<std::vector<unsigned int>, 2>& GetHandles() const
     {
         return given;
@@ -292,7 +292,7 @@ private:
 
     Method PickMethod()
     {
-        // How often each is called, in the order of the methods.
+        // The frequency of each call, in the order of the methods.
         static constexpr std::array<unsigned int, static_cast<std::size_t>(Method::Count)> weights{
             12, 8, 8, 8, 14, 5, 2, 2, 2, 4, 15, 3, 3, 8, 6};
         std::uint64_t rest = Pick(100);
@@ -346,7 +346,7 @@ private:
         Values inputs = MakeInputs(target, method);
         const bool unreadable = Happens(200);
         if (unreadable)
-            inputs.front() = Core::Value(Core::NodeId(0, 1)); // no method takes one anywhere
+            inputs.front() = Core::Value(Core::NodeId(0, 1)); // no method takes one
         Call(target, method, inputs, unreadable);
     }
 
@@ -361,7 +361,7 @@ private:
             const auto result =
                 arena->module.GetRuntime().Call(session, target.GetId(), ToString(method), inputs);
             const bool certain = target.IsCertainSince(moment);
-            // A Delete that is given no array is taken, for nothing.
+            // A Delete without an array is taken and deletes nothing.
             if (result.taken && unreadable && method != Method::Delete)
                 arena->violations.Add(std::string(ToString(method)) + " took what it cannot read");
             if (result.taken)
@@ -406,7 +406,7 @@ private:
         target.GetHandles().Put(handle, engine());
     }
 
-    /// Keeps the queue short, so that calls meet requests at work and not only waiting ones.
+    /// Keeps the queue short, so that calls meet running requests and not only waiting ones.
     void WaitForMark(Target& target)
     {
         marksSet = (marksSet + 1) & markNumberBits;
@@ -444,7 +444,7 @@ private:
     std::array<std::vector<unsigned int>, 2> given;
 };
 
-/// Calls are what is stressed, not a disk: the folder is in memory where there is such a place.
+/// Stresses calls, not a disk: the folder is in memory if the machine has such a place.
 Settings Prepare()
 {
     constexpr const char* memory = "/dev/shm";
@@ -479,20 +479,20 @@ protected:
             thread.join();
     }
 
-    /// Everything that was asked has been answered. Every handle that was ever given is gone:
-    /// closing it fails, as for any number.
+    /// Expects an answer to every request. Expects that no handle is left:
+    /// closing any of them fails, as for any number.
     void CheckTarget(std::size_t index)
     {
         auto& target = arena.targets.at(index);
         const Client client(arena.module.GetRuntime(), target.GetId(), "afterwards");
         {
             EventRecorder recorder(arena.module.GetRuntime(), target.GetId());
-            static_cast<void>(WaitForBarrier(client, recorder)); // what was left in the queue
+            static_cast<void>(WaitForBarrier(client, recorder)); // for the rest of the queue
         }
         target.NoteTaken(Method::Exists, true);
         target.CheckAnswers();
         for (const auto& caller : callers) {
-            constexpr std::size_t portion = 10'000; // what a recorder keeps
+            constexpr std::size_t portion = 10'000; // the most that a recorder keeps
             std::span<const unsigned int> handles(caller.GetHandles().at(index));
             while (!handles.empty()) {
                 const auto some = handles.first(std::min(handles.size(), portion));

@@ -16,7 +16,7 @@ struct BehaviourProbe
     [[nodiscard]] auto& TasksSetAside() const { return behaviour.tasksSetAside; }
     [[nodiscard]] auto& HandlesMutex() const { return behaviour.handlesMutex; }
     [[nodiscard]] auto& TaskMutex() const { return behaviour.taskMutex; }
-    /// Locks nothing: only while nobody draws a handle.
+    /// Takes no lock: only while no thread draws a handle.
     [[nodiscard]] auto& RandomEngine() const { return behaviour.randomEngine; }
     [[nodiscard]] auto& HandleDistribution() const { return behaviour.handleDistribution; }
     [[nodiscard]] unsigned int AffinityId() const { return behaviour.affinityId; }

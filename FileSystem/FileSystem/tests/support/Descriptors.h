@@ -13,7 +13,7 @@
 
 namespace FileSystemTests {
 
-/// How many descriptors of this process are open on a path, followed to its end.
+/// Returns the number of this process's descriptors that are open on a path, links followed.
 inline std::size_t CountDescriptors(const std::string& path)
 {
     std::size_t count = 0;
@@ -37,7 +37,7 @@ public:
 
     [[nodiscard]] const std::string& GetPath() const noexcept { return path; }
 
-    /// Lets `byteCount` bytes through. Somebody must hold the other end.
+    /// Lets `byteCount` bytes through. REQUIRES: the pipe's other end is open.
     void Write(std::size_t byteCount) const
     {
         const int descriptor = Open(O_WRONLY);

@@ -12,7 +12,7 @@
 
 namespace FileSystemTests {
 
-/// Only against hanging: nothing takes this long.
+/// A limit against hanging: no passing test waits that long.
 inline constexpr std::chrono::seconds hangLimit{60};
 
 /// Hears and keeps the events of one object. Any thread.
@@ -25,7 +25,7 @@ public:
         : subscription(runtime.Subscribe(object, [this](const EventPointer& event) { Add(event); }))
     {}
 
-    /// Waits for the next event that was not yet taken; null when none comes.
+    /// Waits for the next event not yet taken; null when none comes.
     [[nodiscard]] EventPointer Take()
     {
         std::unique_lock lock(mutex);
@@ -34,7 +34,7 @@ public:
         return events[taken++];
     }
 
-    /// Those not yet taken, without waiting.
+    /// Returns the events not yet taken, without waiting.
     [[nodiscard]] std::vector<EventPointer> TakeAll()
     {
         const std::lock_guard lock(mutex);
@@ -56,12 +56,13 @@ private:
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<EventPointer> events;                // guarded by mutex
-    std::size_t taken = 0;                           // guarded by mutex
-    Core::Embedding::EventSubscription subscription; // last: ended before what its callback uses
+    std::vector<EventPointer> events; // guarded by mutex
+    std::size_t taken = 0;            // guarded by mutex
+    Core::Embedding::EventSubscription
+        subscription; // last: ends before the members that its callback uses
 };
 
-/// The number of an event's type in the module's namespace.
+/// Returns the number of an event's type in the module's namespace.
 inline unsigned int TypeNumber(const Core::Embedding::Event& event)
 {
     const unsigned int* number = event.type->GetNodeId().GetNumeric();
@@ -74,7 +75,7 @@ inline constexpr unsigned int deleteResultEvent = 66;
 inline constexpr unsigned int createDirectoryResultEvent = 67;
 inline constexpr unsigned int listResultEvent = 68;
 
-/// A field that the event's own type adds.
+/// Returns a field that the event's own type adds.
 inline const Core::Value& OwnField(const Core::Embedding::Event& event, const char* name)
 {
     return event.GetField(Core::QualifiedName(event.type->GetNodeId().GetNamespaceIndex(), name));

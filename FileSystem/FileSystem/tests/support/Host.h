@@ -63,14 +63,14 @@ public:
     [[nodiscard]] Core::Embedding::Runtime& GetRuntime() { return runtime; }
     [[nodiscard]] const Core::NodeId& GetObject() const { return object; }
     [[nodiscard]] Core::INode& GetNode() const { return *made.node; }
-    /// Of the object; the host keeps it as long as it lives.
+    /// Returns the object's behaviour, which the host keeps as long as it lives.
     [[nodiscard]] FileSystem::FileSystemBehaviour& GetBehaviour() const
     {
         return *made.behaviour.lock();
     }
 
-    /// One more behaviour for the object's node, which the host knows nothing of and so does not
-    /// start.
+    /// Makes one more behaviour for the object's node, of which the host does not know: it does not
+    /// start it.
     [[nodiscard]] std::shared_ptr<FileSystem::FileSystemBehaviour> MakeUnstartedBehaviour() const
     {
         return std::make_shared<FileSystem::FileSystemBehaviour>(*made.node);
@@ -94,7 +94,7 @@ class FileSystemTest : public ::testing::Test
 protected:
     using OpenModeEnum = FileSystem::OpenModeEnum;
 
-    /// A fresh handle for a path, of this thread's session.
+    /// Returns a fresh handle for a path, of this thread's session.
     unsigned int Register(const std::string& path)
     {
         const unsigned int handle = behaviour.GetFreshHandle();
@@ -120,14 +120,14 @@ protected:
         return probe.HandlesMap().contains(handle);
     }
 
-    /// Nothing was raised by what has been queued so far.
+    /// Expects no event of the tasks queued so far.
     void ExpectNoEvent()
     {
         FinishQueue(behaviour);
         EXPECT_EQ(events.TakeAll().size(), 0U);
     }
 
-    /// What has been queued so far raised one acknowledgement and nothing else.
+    /// Expects one acknowledgement of the tasks queued so far, and no other event.
     void ExpectOnlyAck(unsigned int handle, unsigned int result)
     {
         FinishQueue(behaviour);

@@ -14,10 +14,10 @@
 #include <utility>
 #include <vector>
 
-/// Stand-ins for the host that write down what they are asked for, where the real one hides it.
+/// Stand-ins for the host that record the calls they get, which the real one hides.
 namespace FileSystemTests::Doubles {
 
-/// What happened, in order. Any thread.
+/// The record of a test: its steps, in order. Any thread.
 class Journal
 {
 public:
@@ -127,7 +127,7 @@ private:
     Core::EventArguments arguments;
 };
 
-/// The sessions folder. Keeps what the last observer was registered with.
+/// The sessions folder. Keeps the arguments of the last registration of an observer.
 class SessionsFolder final : public Node<Core::IObject>
 {
 public:
@@ -214,7 +214,7 @@ public:
     }
 
     bool armed = true;
-    std::function<void()> beforeLeaving; ///< before the guard's end is written down
+    std::function<void()> beforeLeaving; ///< before the guard's end is recorded
 
 private:
     Journal* journal;
@@ -241,7 +241,7 @@ private:
     Journal* journal;
 };
 
-/// A context with the module's five event types, every field at a place of its own.
+/// A context with the module's five event types, each field at a different place.
 class Context final : public Core::CoreContext
 {
 public:
@@ -303,8 +303,8 @@ public:
         std::make_shared<ObjectNode>(*this, Core::NodeId(1, 200U));
 
 private:
-    /// The base field among others, and each name in both namespaces: only the right pair finds the
-    /// right place.
+    /// Has the base field among others and each name in both namespaces: only the right pair finds
+    /// the right place.
     static std::vector<Core::QualifiedName> MakeFields(const Core::NodeId& type,
                                                        const std::vector<const char*>& ownFields)
     {

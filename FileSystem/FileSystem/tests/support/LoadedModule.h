@@ -37,7 +37,7 @@ inline std::string ToText(const Bytes& bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-/// Bytes in which a block that is lost, doubled or out of its place shows.
+/// Returns bytes that reveal a lost, doubled or misplaced block.
 inline Bytes MakePattern(std::size_t size)
 {
     Bytes bytes(size);
@@ -49,7 +49,7 @@ inline Bytes MakePattern(std::size_t size)
     return bytes;
 }
 
-/// A host with the module loaded the way hosts load it.
+/// A host that has loaded the module as every host does.
 class LoadedModule
 {
 public:
@@ -66,7 +66,7 @@ public:
         return {Core::NamespaceMap::GetNamespaceIndex(moduleUri), number};
     }
 
-    /// A new object of the module's type, started.
+    /// Returns a new, started object of the module's type.
     [[nodiscard]] Core::NodeId MakeFileSystem(const std::string& name = "Files")
     {
         return runtime.CreateObject({.type = MakeTypeId(1), .browseName = {1, name}});
@@ -76,7 +76,7 @@ private:
     Core::Embedding::Runtime runtime;
 };
 
-/// Calls the methods of one file system for a session of its own. A call that is refused fails the
+/// Calls the methods of one file system for a session of its own. A refused call fails the
 /// test, except through `Call`.
 class Client
 {
@@ -189,8 +189,8 @@ private:
     std::shared_ptr<Core::Embedding::Session> session;
 };
 
-/// Asks whether the root folder exists: the answer says that everything queued before is done.
-/// Gives the events raised until then.
+/// Waits until all requests queued before are done, by the answer to a test of the root folder.
+/// Returns the events raised until then.
 inline Events WaitForBarrier(const Client& client, EventRecorder& recorder)
 {
     client.Exists("/");
@@ -204,7 +204,7 @@ inline Events WaitForBarrier(const Client& client, EventRecorder& recorder)
     return before;
 }
 
-/// What the process has open in a folder and below it.
+/// Returns the open files of the process in a folder and below it.
 inline std::vector<std::string> FindDescriptorsBelow(const std::filesystem::path& folder)
 {
     std::vector<std::string> found;
@@ -217,7 +217,7 @@ inline std::vector<std::string> FindDescriptorsBelow(const std::filesystem::path
     return found;
 }
 
-/// How many descriptors and how many threads the process has.
+/// The numbers of descriptors and threads of the process.
 inline std::size_t CountEntries(const char* folder)
 {
     const std::filesystem::directory_iterator entries(folder);

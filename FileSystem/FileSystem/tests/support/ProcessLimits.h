@@ -34,8 +34,8 @@ private:
     rlimit previous{};
 };
 
-/// No file grows beyond a size: writing further fails, as on a full disk. Print nothing meanwhile,
-/// since the standard output may be a file.
+/// Keeps files from growing beyond a size: writing fails, as on a full disk. Print nothing
+/// meanwhile, since the standard output may be a file.
 class FileSizeLimit
 {
 public:
@@ -52,7 +52,7 @@ private:
     ProcessLimit limit;
 };
 
-/// No further descriptor can be opened in this process.
+/// Keeps this process from opening further descriptors.
 class NoMoreDescriptors
 {
 public:
@@ -73,7 +73,7 @@ private:
     ProcessLimit limit;
 };
 
-/// No further thread can be had: the system has no room for the stack that each would get.
+/// Keeps the process from starting threads: the system has no room for their stacks.
 class NoMoreThreads
 {
 public:
@@ -96,8 +96,8 @@ private:
     pthread_attr_t previous{};
 };
 
-/// The calling thread alone meets files as an ordinary user as long as this lives; if it is one
-/// already, nothing changes. Construction and end are on the same thread.
+/// Gives the calling thread alone the rights of an ordinary user as long as this lives; if it has
+/// no others, nothing changes. Made and destroyed on the same thread.
 class WithoutRights
 {
 public:

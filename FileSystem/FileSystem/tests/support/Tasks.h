@@ -12,7 +12,7 @@
 
 namespace FileSystemTests {
 
-/// Waits for something that another thread promised.
+/// Waits for the value that another thread promised.
 template <typename Result>
 Result Await(std::future<Result>& future)
 {
@@ -36,13 +36,13 @@ private:
     std::function<void()> work;
 };
 
-/// Queues a function behind all that is queued already.
+/// Queues a function behind all queued tasks.
 inline void Enqueue(FileSystem::FileSystemBehaviour& behaviour, std::function<void()> work)
 {
     behaviour.EnqueueAsyncTask(std::make_shared<FunctionTask>(behaviour, std::move(work)));
 }
 
-/// Runs a function on the worker thread, after all that is queued already, and gives its result.
+/// Runs a function on the worker thread, after all queued tasks, and returns its result.
 template <typename Function>
 auto OnWorker(FileSystem::FileSystemBehaviour& behaviour, Function function)
 {
@@ -53,7 +53,7 @@ auto OnWorker(FileSystem::FileSystemBehaviour& behaviour, Function function)
     return Await(result);
 }
 
-/// Waits until all that is queued has run.
+/// Waits until all queued tasks have run.
 inline void FinishQueue(FileSystem::FileSystemBehaviour& behaviour)
 {
     OnWorker(behaviour, [] {});

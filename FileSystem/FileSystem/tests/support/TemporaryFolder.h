@@ -34,7 +34,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& GetPath() const noexcept { return path; }
 
-    /// The path of something in the folder.
+    /// Returns the path of an entry of the folder.
     [[nodiscard]] std::string operator/(const std::string& name) const
     {
         return (path / name).string();

@@ -22,7 +22,7 @@ void CompareUntilEqual(Compare&& compare)
         continue;
 }
 
-/// Waits for a condition that nobody announces; false when it does not come true.
+/// Waits for a condition that no event announces; false when it does not come true.
 template <typename Condition>
 [[nodiscard]] bool WaitUntil(Condition&& condition)
 {
@@ -42,7 +42,7 @@ template <typename Condition>
     return WaitUntil([&] {
         std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
         std::string number;
-        file >> number; // "running" where there is none
+        file >> number; // "running" for a thread in no system call
         return number == expected;
     });
 }

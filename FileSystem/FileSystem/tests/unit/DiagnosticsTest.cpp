@@ -23,11 +23,11 @@ const Core::DateTime someTime = Core::DateTime::FromUnixEpochTime(1'000'000'000)
 
 } // namespace
 
-/// Every message, with all that goes into its entry.
+/// Every message, with all fields of its entry.
 class Diagnostics : public FileSystemTest
 {
 protected:
-    /// One entry was written, and with these fields; what operators filter by.
+    /// Expects one entry with these fields, by which operators filter.
     void ExpectEntry(Core::LogLevel level, std::uint32_t code, const char* file,
                      const char* function, std::int32_t line, const std::string& message,
                      const std::string& details = {})
@@ -64,7 +64,7 @@ protected:
                     details);
     }
 
-    /// The text of what a call throws.
+    /// Returns the text of the exception that a call throws.
     template <typename Function>
     static std::string GetConditionError(Function&& function)
     {
@@ -87,7 +87,7 @@ protected:
     LogCapture log{Core::LogLevel::Trace};
 };
 
-// The line that each task begins with
+// The first line of each task
 
 TEST_F(Diagnostics, WriteTaskTellsHandleAndSize)
 {
@@ -223,7 +223,7 @@ TEST_F(Diagnostics, ATextThatNobodyKeepsIsNotBuilt)
     EXPECT_TRUE(built);
 }
 
-// What the worker catches
+// Exceptions that the worker catches
 
 TEST_F(Diagnostics, AnExceptionOfTheHostThatATaskThrewIsTold)
 {

@@ -11,7 +11,7 @@ using FileSystem::ListTask;
 class DirectoryTasks : public FileSystemTest
 {
 protected:
-    /// The one event that was raised by what was run so far.
+    /// Returns the one event that the tasks so far have raised.
     Core::Embedding::Event TakeOnly()
     {
         const auto taken = events.TakeAll();

@@ -35,7 +35,8 @@ struct Entry
     }
 };
 
-/// The plain way to list: what the standard's and Boost's operations give for each entry.
+/// The plain way to list: takes the results of the standard's and Boost's operations for each
+/// entry.
 void ListPlainly(const boost::filesystem::path& directory, const std::string& root, bool recursive,
                  std::vector<Entry>& entries)
 {
@@ -66,8 +67,8 @@ std::vector<Entry> GetContent(const Core::Embedding::Event& event)
     return entries;
 }
 
-/// A tree of folders and files with links to files, to folders made later (so that nothing turns
-/// in circles), to nowhere, and to itself.
+/// A tree of folders and files with links to files, to folders made later (so that they make no
+/// circles), to nowhere, and to themselves.
 class RandomTree
 {
 public:
@@ -201,7 +202,8 @@ protected:
         }
     }
 
-    /// What a listing throws on the worker thread, empty when it does not; no event is raised then.
+    /// Returns the text that a listing throws on the worker thread, without an event; empty if
+    /// none.
     std::string GetListError(const std::string& path, bool recursive)
     {
         EXPECT_EQ(::chmod(root.c_str(), 0755), 0);
@@ -557,7 +559,7 @@ TEST_F(Directory, AWalkThrowsLikeAListing)
                  boost::filesystem::filesystem_error);
 }
 
-// The limit: one folder for all of these, since making it takes most of the time.
+// The limit. These tests share one folder, since making it takes most of the time.
 
 class DirectoryLimit : public Directory
 {
@@ -579,7 +581,7 @@ protected:
 
     static std::string GetOneMore() { return *many / "one more"; }
 
-    /// The first entries as the system gives them, as many as the limit.
+    /// Returns the first entries in the system's order, as many as the limit.
     static std::vector<std::string> ReadFirstNames()
     {
         std::vector<std::string> names;
@@ -602,7 +604,7 @@ protected:
     }
 
     /// Moves the folder below another one, under a name with which the system lists it before an
-    /// entry that is there already. Empty when no name does.
+    /// existing entry. Returns an empty name when no name does.
     static std::string MoveManyBefore(const std::string& parent)
     {
         std::string from = many->GetPath();

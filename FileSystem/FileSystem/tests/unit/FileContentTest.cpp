@@ -294,7 +294,7 @@ TEST_F(FileContent, WritingMoreThanFitsFails)
     EXPECT_FALSE(Write(handle, std::string(100'000, 'x')));
 }
 
-// Reading and writing one stream without moving the position between
+// Reading and writing one stream without a move of the position in between
 
 TEST_F(FileContent, WhatWasWrittenIsFollowedByWhatIsReadInReadWriteMode)
 {
@@ -549,7 +549,7 @@ TEST_F(FileContent, BitsThatMeanNothingDoNotTouchTheFile)
 TEST_F(FileContent, ARefusedChangeOfPermissionsFailsAndIsLogged)
 {
     const LogCapture log;
-    // Nobody may change these, whatever his rights.
+    // No user may change these, whatever the rights.
     EXPECT_FALSE(FileSystemBehaviour::SetFilePermissions("/proc/self/comm", 0x04));
     ASSERT_EQ(log.GetEntries().size(), 1U);
     EXPECT_NE(log.GetEntries()[0].message.find("Operation not permitted"), std::string::npos);

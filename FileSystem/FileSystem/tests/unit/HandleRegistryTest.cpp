@@ -35,7 +35,7 @@ protected:
         return found == probe.StreamUsersMap().end() ? 0 : found->second->count;
     }
 
-    /// What the behaviour throws for a removed reference, empty when it does not.
+    /// Returns the text that the behaviour throws for a removed reference, empty without one.
     std::string RemoveReferenceTo(const std::shared_ptr<Core::INode>& target)
     {
         try {
@@ -88,7 +88,7 @@ TEST_F(HandleRegistry, CallsOnSeveralThreadsAreNeverGivenTheSameHandle)
     const WorkerGate gate(behaviour);
     constexpr unsigned int threadCount = 4;
     constexpr unsigned int callCount = 500;
-    // So few numbers that the threads keep drawing what others hold.
+    // So few numbers that the threads keep drawing the numbers of others.
     probe.HandleDistribution() =
         std::uniform_int_distribution<unsigned int>(1, threadCount * callCount * 2);
     std::vector<std::future<std::vector<Core::Value>>> threads;
@@ -117,7 +117,7 @@ TEST(HandleRegistryOrder, DrawingAHandleAndEnteringItAreOneStep)
     const auto behaviour = std::make_shared<FileSystemBehaviour>(*context.node);
     const BehaviourProbe probe{*behaviour};
     probe.HandleDistribution() = std::uniform_int_distribution<unsigned int>(1, count);
-    // All calls meet where each asks for its session: a number drawn before that is drawn twice.
+    // All calls meet where each asks for its session: one that draws before would draw twice.
     std::barrier together(count);
     context.sessions.beforeAnswering = [&together] {
         together.arrive_and_wait();
@@ -602,7 +602,7 @@ TEST_F(HandleRegistry, AnOpenDuringWhichTheSessionEndsFailsAndLeavesNothingOpen)
             return behaviour.OpenFile(handle, pipe.GetPath(), OpenModeEnum::CreateWrite);
         });
     });
-    // Opening a pipe for writing waits for a reader, who comes only after the session's end.
+    // Opening a pipe for writing waits for a reader, which comes only after the session's end.
     ASSERT_TRUE(WaitUntilStuckIn(SYS_openat, threadId));
     EndSession();
     pipe.Drain([] {});

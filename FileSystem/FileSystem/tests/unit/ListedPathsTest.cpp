@@ -27,7 +27,7 @@ struct Entry
 
 using Entries = std::vector<Entry>;
 
-/// The plain way to list: each question of each entry is asked of Boost by the entry's whole path.
+/// The plain way to list: asks Boost each question about each entry by the entry's whole path.
 void ListPlainly(const boost::filesystem::path& directory, const std::string& root, bool recursive,
                  Entries& entries)
 {
@@ -55,12 +55,12 @@ Entries ToEntries(const Core::Embedding::Event& event)
     return entries;
 }
 
-/// Names of all kinds; few of them, so that many folders have entries of the same name.
+/// Names of all kinds, but so few that many folders have entries of the same name.
 const std::vector<std::string> names{"a",        "b c",      "..d",  ".e",   "...", "\xc3\xa9",
                                      "\xff\xfe", "\xc0\xaf", "f\ng", "h\\i", "~",   "-n"};
 
-/// A tree, and beside it another one that links lead to. Links to folders lead to folders that were
-/// made later, so that nothing turns in circles.
+/// A tree and, beside it, another one to which links lead. Links to folders lead to folders
+/// made later, so that they make no circles.
 class Trees
 {
 public:
@@ -69,7 +69,7 @@ public:
         , random(seed)
     {
         AddFolder(root);
-        AddFolder(folder + "/rootless"); // begins like the root's path and is not below it
+        AddFolder(folder + "/rootless"); // begins like the root's path, but is not below it
         for (int i = 0; i < 60; ++i)
             AddEntry();
         for (int i = 0; i < 8; ++i)
@@ -147,7 +147,7 @@ private:
     int count = 0;
 };
 
-/// The process in another folder.
+/// Puts the process into another folder.
 class InFolder
 {
 public:

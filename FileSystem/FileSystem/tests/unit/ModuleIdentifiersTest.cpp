@@ -14,7 +14,7 @@ using FileSystem::Module::GetURI;
 const Core::Guid factoryIdentifier("f3fff72d2665419db0820fe66246027f");
 
 /// A namespace is registered once in a process, so the failing look-up needs a process of its own.
-/// Ends the process with 0 if all is as it should be.
+/// Ends the process with 0 on success.
 [[noreturn]] void LookUpBeforeAndAfterTheNamespaceIsKnown()
 {
     bool failedBefore = false;

@@ -16,7 +16,7 @@ using FileSystem::FileSystemBehaviour;
 
 namespace {
 
-/// Takes the failing way of every transfer.
+/// Ends like every failed transfer.
 class FailingTask final : public FileSystem::FileSystemAsyncTask
 {
 public:
@@ -42,7 +42,7 @@ Core::Value TypeOf(const Doubles::ObjectNode::Raised& raised)
 
 } // namespace
 
-/// A started behaviour on a host whose event types have every field at a place of its own, with the
+/// A started behaviour on a host whose event types have each field at a different place, with the
 /// same names in other namespaces beside them: EventType of the base is at 2, the types' own fields
 /// at 5 and 7.
 class ResultEventLayout : public ::testing::Test
@@ -55,7 +55,7 @@ protected:
     ResultEventLayout() { behaviour->OnStart(); }
     ~ResultEventLayout() override { behaviour->OnStop(); }
 
-    /// The one event that work on the worker thread raised.
+    /// Returns the one event that work on the worker thread raised.
     template <typename Work>
     Doubles::ObjectNode::Raised Raise(Work work)
     {
@@ -64,7 +64,7 @@ protected:
         return context.node->GetRaised().at(0);
     }
 
-    /// Nothing but what is expected is filled in.
+    /// Expects these fields to be filled in and no others.
     static void ExpectFields(const Doubles::ObjectNode::Raised& raised, std::size_t size,
                              const std::vector<std::pair<std::size_t, Core::Value>>& filled)
     {
@@ -254,11 +254,11 @@ struct FieldRow
     const char* field; ///< null: the base field
 };
 
-/// Which field of which type a start needs.
+/// A field of a type, which the start needs.
 class ResultEventField : public ::testing::TestWithParam<FieldRow>
 {
 protected:
-    /// The type's right fields, but this one in another namespace.
+    /// Returns the type's fields with this one in another namespace.
     std::vector<Core::QualifiedName> MakeFieldsWithOneMisplaced()
     {
         const auto& id = GetParam().type();
@@ -332,7 +332,7 @@ TEST(ResultEventCaches, EveryTypeIsAskedForOnceInTheirOrderHoweverManyEventsAreR
     behaviour->OnStop();
 }
 
-/// Events as subscribers of a real host get them.
+/// Events as the subscribers of a real host get them.
 class ResultEvents : public FileSystemTest
 {};
 
@@ -358,7 +358,7 @@ TEST_F(ResultEvents, AMissingPathDoesNotExist)
     EXPECT_EQ(OwnField(*event, "Exist"), Core::Value(false));
 }
 
-// The failing way
+// Failed transfers
 
 struct FailureRow
 {

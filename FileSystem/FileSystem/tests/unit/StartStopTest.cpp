@@ -54,7 +54,7 @@ std::vector<MethodCall> MakeCallsOfAllMethods(const std::string& path)
 
 } // namespace
 
-/// A behaviour on a host that writes down what it is asked for.
+/// A behaviour on a host that records the calls it gets.
 class StartStopOrder : public ::testing::Test
 {
 protected:
@@ -147,7 +147,7 @@ TEST_F(StartStopOrder, TheGuardIsLeftAlsoWhenStoppingThrows)
     if (std::string_view(TALVENSOR_SANITIZER) == "thread")
         GTEST_SKIP() << "ThreadSanitizer gives up on a thread that tries to join itself";
     behaviour->OnStart();
-    // The worker cannot wait for itself, so its own stop throws half-way.
+    // The worker cannot wait for itself, so its own stop throws in the middle.
     const bool threw = OnWorker(*behaviour, [this] {
         try {
             behaviour->OnStop();

@@ -43,7 +43,7 @@ protected:
         RunTask<Task>(behaviour, std::forward<Arguments>(arguments)...);
     }
 
-    /// What was run so far took the failing way: logged, closed, acknowledged.
+    /// Expects a failed transfer: logged, closed, acknowledged.
     void ExpectError(const std::string& text, unsigned int handle, unsigned int result)
     {
         ExpectOnlyAck(handle, result);
@@ -52,7 +52,7 @@ protected:
         EXPECT_EQ(log.GetEntries().back().message, text);
     }
 
-    /// What was run so far was acknowledged without an error being logged.
+    /// Expects an acknowledgement and no logged error.
     void ExpectPlainAck(unsigned int handle, unsigned int result)
     {
         ExpectOnlyAck(handle, result);
@@ -76,7 +76,7 @@ protected:
     /// An open stream whose next write of more than a buffer falls short.
     unsigned int OpenFull() { return OpenRegistered("/dev/full", OpenModeEnum::CreateWrite); }
 
-    /// A registered handle whose file was opened and is gone since.
+    /// Returns a registered handle whose file was opened and removed.
     unsigned int OpenVanished()
     {
         const unsigned int handle = OpenRegistered(path, OpenModeEnum::CreateWrite);
@@ -93,7 +93,7 @@ protected:
     }
 
     /// Runs an upload into a pipe that vanishes once it is open and before anything is written:
-    /// opening succeeds, and so do writing and closing, but the path leads nowhere then.
+    /// opening, writing and closing succeed, but the path leads nowhere then.
     void UploadIntoVanishing(const Fifo& pipe, unsigned int handle, const Core::DateTime& time,
                              unsigned char permissions)
     {
@@ -170,7 +170,7 @@ TEST_F(TransferTasks, OpenWriteCloseAcknowledges1InAReadOnlyFolder)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-// The handle is unknown when it comes to writing
+// The handle is unknown at the write
 
 TEST_F(TransferTasks, WriteSaysNothingForAnUnknownHandle)
 {
@@ -398,7 +398,7 @@ TEST_F(TransferTasks, OpenWriteCloseAcknowledges0WhenThePermissionsCannotBeSet)
     EXPECT_EQ(log.GetEntries()[0].function, "SetFilePermissions");
 }
 
-// All goes well
+// Success
 
 TEST_F(TransferTasks, OpenSaysNothingWhenAllGoesWellAndLeavesTheFileOpen)
 {
@@ -504,7 +504,7 @@ TEST_F(TransferTasks, ATimeBefore1970IsSet)
 
 TEST_F(TransferTasks, TimeAndPermissionsGoToTheRecordedPath)
 {
-    // The record is what counts: a second name of the file is stamped although the stream was
+    // The record's path counts: a second name of the file is stamped although the stream was
     // opened by the first.
     const std::string other = folder.MakeFile("other");
     const unsigned int handle = OpenRegistered(path, OpenModeEnum::CreateWrite);

@@ -21,7 +21,7 @@ using FileSystem::FileSystemBehaviour;
 
 namespace {
 
-/// What became of a task, and on which thread.
+/// The fate of a task, and the threads that it met.
 struct Fate
 {
     std::atomic<bool> hasRun = false;
@@ -67,7 +67,7 @@ bool IsAsleep(pid_t threadId)
     return end != std::string::npos && stat.compare(end, 3, ") S") == 0;
 }
 
-/// How often a thread of this process has gone to sleep.
+/// Returns how often a thread of this process has gone to sleep.
 std::string CountSleeps(pid_t threadId)
 {
     constexpr std::string_view name = "voluntary_ctxt_switches:";
@@ -284,8 +284,8 @@ TEST_F(WorkerQueue, TasksQueuedBeforeTheFirstStartRunInTheirOrder)
 TEST_F(WorkerQueue, AnIdleWorkerSleepsUntilThereIsSomethingToDo)
 {
     const auto threadId = OnWorker(behaviour, [] { return ::gettid(); });
-    // That nothing happens is announced by nobody, so it is watched for a while; one that looks
-    // around ten times a second is never found like that.
+    // Watches for a while, since no event announces that nothing happens. A worker that looks
+    // around ten times a second never stays asleep so long.
     EXPECT_TRUE(WaitUntil([&] {
         const bool wasAsleep = IsAsleep(threadId);
         const auto before = CountSleeps(threadId);
@@ -403,7 +403,7 @@ TEST_F(WorkerQueue, NothingOfAnExceptionsTextIsBuiltWhenNobodyLogsIt)
 TEST_F(WorkerQueue, ATaskThatThrowsRaisesNoEvent)
 {
     const LogCapture log(Core::LogLevel::Error);
-    // Listing what is no folder throws.
+    // Listing a file throws.
     RunTask<FileSystem::ListTask>(behaviour, folder.MakeFile("x"), false);
     ExpectNoEvent();
     EXPECT_EQ(log.GetEntries().size(), 1U);
