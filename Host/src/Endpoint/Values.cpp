@@ -3,9 +3,12 @@
 #include "Core/Exception.h"
 #include "Endpoint/Ua.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
-#include <cstring>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -15,11 +18,6 @@ namespace {
 std::string NameOf(const UA_DataType& type)
 {
     return type.typeName;
-}
-
-[[noreturn]] void ThrowUnsupported(const UA_DataType& type)
-{
-    throw Core::TypeMismatchException("the host cannot take a value of type " + NameOf(type));
 }
 
 template <typename T>
@@ -44,7 +42,7 @@ std::byte* Advance(void* data, std::size_t bytes)
     return static_cast<std::byte*>(data) + bytes;
 }
 
-/// No bytes are sent as an empty string, never as a null one, which would mean "no answer".
+/// Sends no bytes as an empty string and not as a null one, which would mean "no answer".
 UA_String CopyOf(std::string_view bytes)
 {
     UA_String copy = UA_STRING_NULL;
@@ -53,12 +51,7 @@ UA_String CopyOf(std::string_view bytes)
     return copy;
 }
 
-std::vector<unsigned char> ToBytes(const UA_ByteString& bytes)
-{
-    return {bytes.data, bytes.data + bytes.length};
-}
-
-/// The dimensions of an array; the library leaves those of a plain list out.
+/// Returns the dimensions of an array, which the library leaves out for a plain list.
 Core::Value::Dimensions DimensionsOf(const UA_Variant& variant)
 {
     if (variant.arrayDimensionsSize == 0)
@@ -66,47 +59,87 @@ Core::Value::Dimensions DimensionsOf(const UA_Variant& variant)
     return {variant.arrayDimensions, variant.arrayDimensions + variant.arrayDimensionsSize};
 }
 
-/// Calls `use` with a vector of each element type; the one the kind stands for is chosen.
-template <typename Use>
-void WithElements(const Core::Value& value, Use&& use)
+/// Numbers, which both sides hold in the same way.
+template <typename T>
+struct Number
 {
-    using Core::ValueKind;
-    switch (value.GetKind()) {
-    case ValueKind::Boolean:
-        return use(value.GetElements<bool>());
-    case ValueKind::SByte:
-        return use(value.GetElements<signed char>());
-    case ValueKind::Byte:
-        return use(value.GetElements<unsigned char>());
-    case ValueKind::Int16:
-        return use(value.GetElements<short>());
-    case ValueKind::UInt16:
-        return use(value.GetElements<unsigned short>());
-    case ValueKind::Int32:
-        return use(value.GetElements<int>());
-    case ValueKind::UInt32:
-        return use(value.GetElements<unsigned int>());
-    case ValueKind::Int64:
-        return use(value.GetElements<long>());
-    case ValueKind::UInt64:
-        return use(value.GetElements<unsigned long>());
-    case ValueKind::Float:
-        return use(value.GetElements<float>());
-    case ValueKind::Double:
-        return use(value.GetElements<double>());
-    case ValueKind::Text:
-        return use(value.GetElements<std::string>());
-    case ValueKind::ByteString:
-        return use(value.GetElements<std::vector<unsigned char>>());
-    case ValueKind::DateTime:
-        return use(value.GetElements<Core::DateTime>());
-    case ValueKind::NodeId:
-        return use(value.GetElements<Core::NodeId>());
-    case ValueKind::Struct:
-    case ValueKind::Empty:
-        return;
+    using Held = T;
+    static Held Read(const void* data, const Namespaces& /*namespaces*/) { return At<T>(data); }
+    static void Write(void* target, const Core::Value& value, const Namespaces& /*namespaces*/)
+    {
+        At<T>(target) = value.Get<T>();
     }
-}
+};
+
+/// Texts in the member `text` of a wire type.
+template <typename Wire, UA_String Wire::*text>
+struct TextIn
+{
+    using Held = std::string;
+    static Held Read(const void* data, const Namespaces& /*namespaces*/)
+    {
+        return UnescapeFromUtf8(BytesOf(At<Wire>(data).*text));
+    }
+    static void Write(void* target, const Core::Value& value, const Namespaces& /*namespaces*/)
+    {
+        At<Wire>(target).*text = CopyOf(EscapeToUtf8(value.GetText()));
+    }
+};
+
+struct Text
+{
+    using Held = std::string;
+    static Held Read(const void* data, const Namespaces& /*namespaces*/)
+    {
+        return UnescapeFromUtf8(BytesOf(At<UA_String>(data)));
+    }
+    static void Write(void* target, const Core::Value& value, const Namespaces& /*namespaces*/)
+    {
+        At<UA_String>(target) = CopyOf(EscapeToUtf8(value.GetText()));
+    }
+};
+
+struct ByteString
+{
+    using Held = std::vector<unsigned char>;
+    static Held Read(const void* data, const Namespaces& /*namespaces*/)
+    {
+        const auto& bytes = At<UA_ByteString>(data);
+        return {bytes.data, bytes.data + bytes.length};
+    }
+    static void Write(void* target, const Core::Value& value, const Namespaces& /*namespaces*/)
+    {
+        const auto& bytes = value.GetByteString();
+        At<UA_ByteString>(target) =
+            CopyOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
+};
+
+struct Time
+{
+    using Held = Core::DateTime;
+    static Held Read(const void* data, const Namespaces& /*namespaces*/)
+    {
+        return Core::DateTime::FromTicks(At<UA_DateTime>(data));
+    }
+    static void Write(void* target, const Core::Value& value, const Namespaces& /*namespaces*/)
+    {
+        At<UA_DateTime>(target) = value.Get<Core::DateTime>().GetTicks();
+    }
+};
+
+struct Identifier
+{
+    using Held = Core::NodeId;
+    static Held Read(const void* data, const Namespaces& namespaces)
+    {
+        return namespaces.ToCore(At<UA_NodeId>(data));
+    }
+    static void Write(void* target, const Core::Value& value, const Namespaces& namespaces)
+    {
+        At<UA_NodeId>(target) = namespaces.ToUa(value.Get<Core::NodeId>()).Release();
+    }
+};
 
 Core::Value MakeValue(std::vector<unsigned char> bytes)
 {
@@ -119,46 +152,112 @@ Core::Value MakeValue(T element)
     return Core::Value(std::move(element));
 }
 
-/// The built-in type that a kind of value is by nature.
-std::size_t NaturalType(Core::ValueKind kind)
+template <typename Traits>
+Core::Value ReadScalar(const void* data, const Namespaces& namespaces)
 {
-    using Core::ValueKind;
-    switch (kind) {
-    case ValueKind::Boolean:
-        return UA_TYPES_BOOLEAN;
-    case ValueKind::SByte:
-        return UA_TYPES_SBYTE;
-    case ValueKind::Byte:
-        return UA_TYPES_BYTE;
-    case ValueKind::Int16:
-        return UA_TYPES_INT16;
-    case ValueKind::UInt16:
-        return UA_TYPES_UINT16;
-    case ValueKind::Int32:
-        return UA_TYPES_INT32;
-    case ValueKind::UInt32:
-        return UA_TYPES_UINT32;
-    case ValueKind::Int64:
-        return UA_TYPES_INT64;
-    case ValueKind::UInt64:
-        return UA_TYPES_UINT64;
-    case ValueKind::Float:
-        return UA_TYPES_FLOAT;
-    case ValueKind::Double:
-        return UA_TYPES_DOUBLE;
-    case ValueKind::Text:
-        return UA_TYPES_STRING;
-    case ValueKind::ByteString:
-        return UA_TYPES_BYTESTRING;
-    case ValueKind::DateTime:
-        return UA_TYPES_DATETIME;
-    case ValueKind::NodeId:
-        return UA_TYPES_NODEID;
-    case ValueKind::Struct:
-    case ValueKind::Empty:
-        break;
-    }
-    throw Core::TypeMismatchException("a structure or nothing has no built-in type");
+    return MakeValue(Traits::Read(data, namespaces));
+}
+
+template <typename Traits>
+Core::Value ReadArray(const UA_Variant& variant, const Namespaces& namespaces)
+{
+    std::vector<typename Traits::Held> elements;
+    elements.reserve(variant.arrayLength);
+    for (std::size_t i = 0; i < variant.arrayLength; ++i)
+        elements.push_back(
+            Traits::Read(Advance(variant.data, i * variant.type->memSize), namespaces));
+    return Core::Value::MakeArray(std::move(elements), DimensionsOf(variant));
+}
+
+using UseElement = std::function<void(const Core::Value& element)>;
+
+template <typename Traits>
+void ForEachElement(const Core::Value& array, const UseElement& use)
+{
+    using Held = typename Traits::Held;
+    for (const auto& element : array.GetElements<Held>())
+        use(MakeValue(Held(element)));
+}
+
+/// A type on the wire beside the kind of the host's values that it becomes.
+struct Conversion
+{
+    UA_UInt32 wire;       ///< UA_DataTypeKind
+    Core::ValueKind held; ///< and the kind of elements of an array
+    std::size_t builtIn;  ///< index of the type that values of this kind travel as by nature
+    Core::Value (*readScalar)(const void* data, const Namespaces& namespaces);
+    Core::Value (*readArray)(const UA_Variant& variant, const Namespaces& namespaces);
+    /// Converts numbers. Throws Core::TypeMismatchException, Core::OutOfRangeException.
+    void (*write)(void* target, const Core::Value& scalar, const Namespaces& namespaces);
+    /// For an array of this kind of elements, whatever type it is sent as.
+    void (*forEachElement)(const Core::Value& array, const UseElement& use);
+};
+
+template <typename Traits>
+constexpr Conversion Convert(UA_UInt32 wire, Core::ValueKind held, std::size_t builtIn)
+{
+    return {wire,
+            held,
+            builtIn,
+            &ReadScalar<Traits>,
+            &ReadArray<Traits>,
+            &Traits::Write,
+            &ForEachElement<Traits>};
+}
+
+using Core::ValueKind;
+
+/// All but structures and variants. The natural type of a kind comes before the others.
+constexpr std::array conversions{
+    Convert<Number<bool>>(UA_DATATYPEKIND_BOOLEAN, ValueKind::Boolean, UA_TYPES_BOOLEAN),
+    Convert<Number<signed char>>(UA_DATATYPEKIND_SBYTE, ValueKind::SByte, UA_TYPES_SBYTE),
+    Convert<Number<unsigned char>>(UA_DATATYPEKIND_BYTE, ValueKind::Byte, UA_TYPES_BYTE),
+    Convert<Number<short>>(UA_DATATYPEKIND_INT16, ValueKind::Int16, UA_TYPES_INT16),
+    Convert<Number<unsigned short>>(UA_DATATYPEKIND_UINT16, ValueKind::UInt16, UA_TYPES_UINT16),
+    Convert<Number<int>>(UA_DATATYPEKIND_INT32, ValueKind::Int32, UA_TYPES_INT32),
+    Convert<Number<int>>(UA_DATATYPEKIND_ENUM, ValueKind::Int32, UA_TYPES_INT32),
+    Convert<Number<unsigned int>>(UA_DATATYPEKIND_UINT32, ValueKind::UInt32, UA_TYPES_UINT32),
+    Convert<Number<unsigned int>>(UA_DATATYPEKIND_STATUSCODE, ValueKind::UInt32, UA_TYPES_UINT32),
+    Convert<Number<long>>(UA_DATATYPEKIND_INT64, ValueKind::Int64, UA_TYPES_INT64),
+    Convert<Number<unsigned long>>(UA_DATATYPEKIND_UINT64, ValueKind::UInt64, UA_TYPES_UINT64),
+    Convert<Number<float>>(UA_DATATYPEKIND_FLOAT, ValueKind::Float, UA_TYPES_FLOAT),
+    Convert<Number<double>>(UA_DATATYPEKIND_DOUBLE, ValueKind::Double, UA_TYPES_DOUBLE),
+    Convert<Text>(UA_DATATYPEKIND_STRING, ValueKind::Text, UA_TYPES_STRING),
+    Convert<TextIn<UA_LocalizedText, &UA_LocalizedText::text>>(UA_DATATYPEKIND_LOCALIZEDTEXT,
+                                                               ValueKind::Text, UA_TYPES_STRING),
+    Convert<TextIn<UA_QualifiedName, &UA_QualifiedName::name>>(UA_DATATYPEKIND_QUALIFIEDNAME,
+                                                               ValueKind::Text, UA_TYPES_STRING),
+    Convert<ByteString>(UA_DATATYPEKIND_BYTESTRING, ValueKind::ByteString, UA_TYPES_BYTESTRING),
+    Convert<Time>(UA_DATATYPEKIND_DATETIME, ValueKind::DateTime, UA_TYPES_DATETIME),
+    Convert<Identifier>(UA_DATATYPEKIND_NODEID, ValueKind::NodeId, UA_TYPES_NODEID),
+};
+
+/// The rows of the table by their types on the wire; null for those that it does not have.
+constexpr auto conversionsByWire = [] {
+    std::array<const Conversion*, UA_DATATYPEKINDS> rows{};
+    for (const Conversion& conversion : conversions)
+        rows.at(conversion.wire) = &conversion;
+    return rows;
+}();
+
+/// Throws Core::TypeMismatchException for a type that is not in the table.
+const Conversion& ConversionOf(const UA_DataType& type)
+{
+    const Conversion* found = conversionsByWire.at(type.typeKind);
+    if (found == nullptr)
+        throw Core::TypeMismatchException("the host cannot take a value of type " + NameOf(type));
+    return *found;
+}
+
+/// Throws Core::TypeMismatchException for a kind that is not in the table.
+const Conversion& NaturalConversionOf(ValueKind kind)
+{
+    const auto* found =
+        std::find_if(conversions.begin(), conversions.end(),
+                     [kind](const Conversion& conversion) { return conversion.held == kind; });
+    if (found == conversions.end())
+        throw Core::TypeMismatchException("a structure or nothing has no built-in type");
+    return *found;
 }
 
 } // namespace
@@ -178,102 +277,23 @@ Core::Value Values::ToCore(const UA_Variant& variant) const
 
 Core::Value Values::ToCoreScalar(const void* data, const UA_DataType& type) const
 {
-    switch (type.typeKind) {
-    case UA_DATATYPEKIND_BOOLEAN:
-        return At<bool>(data);
-    case UA_DATATYPEKIND_SBYTE:
-        return At<signed char>(data);
-    case UA_DATATYPEKIND_BYTE:
-        return At<unsigned char>(data);
-    case UA_DATATYPEKIND_INT16:
-        return At<short>(data);
-    case UA_DATATYPEKIND_UINT16:
-        return At<unsigned short>(data);
-    case UA_DATATYPEKIND_INT32:
-    case UA_DATATYPEKIND_ENUM:
-        return At<int>(data);
-    case UA_DATATYPEKIND_UINT32:
-    case UA_DATATYPEKIND_STATUSCODE:
-        return At<unsigned int>(data);
-    case UA_DATATYPEKIND_INT64:
-        return At<long>(data);
-    case UA_DATATYPEKIND_UINT64:
-        return At<unsigned long>(data);
-    case UA_DATATYPEKIND_FLOAT:
-        return At<float>(data);
-    case UA_DATATYPEKIND_DOUBLE:
-        return At<double>(data);
-    case UA_DATATYPEKIND_STRING:
-        return UnescapeFromUtf8(BytesOf(At<UA_String>(data)));
-    case UA_DATATYPEKIND_BYTESTRING:
-        return {ToBytes(At<UA_ByteString>(data)), true};
-    case UA_DATATYPEKIND_DATETIME:
-        return Core::DateTime::FromTicks(At<UA_DateTime>(data));
-    case UA_DATATYPEKIND_NODEID:
-        return namespaces.ToCore(At<UA_NodeId>(data));
-    case UA_DATATYPEKIND_LOCALIZEDTEXT:
-        return UnescapeFromUtf8(BytesOf(At<UA_LocalizedText>(data).text));
-    case UA_DATATYPEKIND_QUALIFIEDNAME:
-        return UnescapeFromUtf8(BytesOf(At<UA_QualifiedName>(data).name));
-    case UA_DATATYPEKIND_VARIANT:
-        return ToCore(At<UA_Variant>(data));
-    case UA_DATATYPEKIND_STRUCTURE:
+    if (type.typeKind == UA_DATATYPEKIND_STRUCTURE)
         return ToCoreStruct(data, type);
-    default:
-        ThrowUnsupported(type);
-    }
+    if (type.typeKind == UA_DATATYPEKIND_VARIANT)
+        return ToCore(At<UA_Variant>(data));
+    return ConversionOf(type).readScalar(data, namespaces);
 }
 
 Core::Value Values::ToCoreArray(const UA_Variant& variant) const
 {
-    const auto collect = [&]<typename T>(std::vector<T> elements) {
-        elements.reserve(variant.arrayLength);
-        for (std::size_t i = 0; i < variant.arrayLength; ++i)
-            elements.push_back(
-                ToCoreScalar(Advance(variant.data, i * variant.type->memSize), *variant.type)
-                    .template Get<T>());
-        return Core::Value::MakeArray(std::move(elements), DimensionsOf(variant));
-    };
-    switch (variant.type->typeKind) {
-    case UA_DATATYPEKIND_BOOLEAN:
-        return collect(std::vector<bool>());
-    case UA_DATATYPEKIND_SBYTE:
-        return collect(std::vector<signed char>());
-    case UA_DATATYPEKIND_BYTE:
-        return collect(std::vector<unsigned char>());
-    case UA_DATATYPEKIND_INT16:
-        return collect(std::vector<short>());
-    case UA_DATATYPEKIND_UINT16:
-        return collect(std::vector<unsigned short>());
-    case UA_DATATYPEKIND_INT32:
-    case UA_DATATYPEKIND_ENUM:
-        return collect(std::vector<int>());
-    case UA_DATATYPEKIND_UINT32:
-    case UA_DATATYPEKIND_STATUSCODE:
-        return collect(std::vector<unsigned int>());
-    case UA_DATATYPEKIND_INT64:
-        return collect(std::vector<long>());
-    case UA_DATATYPEKIND_UINT64:
-        return collect(std::vector<unsigned long>());
-    case UA_DATATYPEKIND_FLOAT:
-        return collect(std::vector<float>());
-    case UA_DATATYPEKIND_DOUBLE:
-        return collect(std::vector<double>());
-    case UA_DATATYPEKIND_STRING:
-    case UA_DATATYPEKIND_LOCALIZEDTEXT:
-    case UA_DATATYPEKIND_QUALIFIEDNAME:
-        return collect(std::vector<std::string>());
-    case UA_DATATYPEKIND_BYTESTRING:
-        return collect(std::vector<std::vector<unsigned char>>());
-    case UA_DATATYPEKIND_DATETIME:
-        return collect(std::vector<Core::DateTime>());
-    case UA_DATATYPEKIND_NODEID:
-        return collect(std::vector<Core::NodeId>());
-    case UA_DATATYPEKIND_STRUCTURE:
-        return collect(std::vector<Core::Struct>());
-    default:
-        ThrowUnsupported(*variant.type);
-    }
+    if (variant.type->typeKind != UA_DATATYPEKIND_STRUCTURE)
+        return ConversionOf(*variant.type).readArray(variant, namespaces);
+    std::vector<Core::Struct> structures;
+    structures.reserve(variant.arrayLength);
+    for (std::size_t i = 0; i < variant.arrayLength; ++i)
+        structures.push_back(
+            ToCoreStruct(Advance(variant.data, i * variant.type->memSize), *variant.type));
+    return Core::Value::MakeArray(std::move(structures), DimensionsOf(variant));
 }
 
 Core::Struct Values::ToCoreStruct(const void* data, const UA_DataType& type) const
@@ -318,14 +338,14 @@ Ua<UA_Variant> Values::ToUa(const Core::Value& value, const Core::NodeId& dataTy
     return variant;
 }
 
-/// Where anything is allowed, a value travels as what it is.
+/// A value of a type that allows anything travels as its natural type.
 const UA_DataType& Values::ChooseLayout(const Core::Value& value, const UA_DataType& declared) const
 {
     if (declared.typeKind != UA_DATATYPEKIND_VARIANT &&
         declared.typeKind != UA_DATATYPEKIND_EXTENSIONOBJECT)
         return declared;
-    if (value.GetKind() != Core::ValueKind::Struct)
-        return UA_TYPES[NaturalType(value.GetKind())];
+    if (value.GetKind() != ValueKind::Struct)
+        return UA_TYPES[NaturalConversionOf(value.GetKind()).builtIn];
     if (!value.IsArray())
         return types.Get(value.GetStruct().GetDataTypeId());
     const auto& elements = value.GetElements<Core::Struct>();
@@ -347,18 +367,15 @@ void Values::FillArray(UA_Variant& variant, const UA_DataType& type, const Core:
     variant.arrayLength = count;
 
     std::byte* position = count == 0 ? nullptr : Advance(variant.data, 0);
-    if (value.GetKind() == Core::ValueKind::Struct) {
+    if (value.GetKind() == ValueKind::Struct) {
         for (const auto& structure : value.GetElements<Core::Struct>()) {
             FillStruct(position, type, structure);
             position += type.memSize;
         }
     } else {
-        WithElements(value, [&](const auto& elements) {
-            using Element = typename std::remove_cvref_t<decltype(elements)>::value_type;
-            for (std::size_t i = 0; i < elements.size(); ++i) {
-                Fill(position, type, MakeValue(Element(elements[i])));
-                position += type.memSize;
-            }
+        NaturalConversionOf(value.GetKind()).forEachElement(value, [&](const Core::Value& element) {
+            Fill(position, type, element);
+            position += type.memSize;
         });
     }
     if (dimensions.size() < 2)
@@ -372,69 +389,10 @@ void Values::FillArray(UA_Variant& variant, const UA_DataType& type, const Core:
 
 void Values::Fill(void* target, const UA_DataType& type, const Core::Value& value) const
 {
-    switch (type.typeKind) {
-    case UA_DATATYPEKIND_BOOLEAN:
-        At<bool>(target) = value.Get<bool>();
-        return;
-    case UA_DATATYPEKIND_SBYTE:
-        At<signed char>(target) = value.Get<signed char>();
-        return;
-    case UA_DATATYPEKIND_BYTE:
-        At<unsigned char>(target) = value.Get<unsigned char>();
-        return;
-    case UA_DATATYPEKIND_INT16:
-        At<short>(target) = value.Get<short>();
-        return;
-    case UA_DATATYPEKIND_UINT16:
-        At<unsigned short>(target) = value.Get<unsigned short>();
-        return;
-    case UA_DATATYPEKIND_INT32:
-    case UA_DATATYPEKIND_ENUM:
-        At<int>(target) = value.Get<int>();
-        return;
-    case UA_DATATYPEKIND_UINT32:
-    case UA_DATATYPEKIND_STATUSCODE:
-        At<unsigned int>(target) = value.Get<unsigned int>();
-        return;
-    case UA_DATATYPEKIND_INT64:
-        At<long>(target) = value.Get<long>();
-        return;
-    case UA_DATATYPEKIND_UINT64:
-        At<unsigned long>(target) = value.Get<unsigned long>();
-        return;
-    case UA_DATATYPEKIND_FLOAT:
-        At<float>(target) = value.Get<float>();
-        return;
-    case UA_DATATYPEKIND_DOUBLE:
-        At<double>(target) = value.Get<double>();
-        return;
-    case UA_DATATYPEKIND_STRING:
-        At<UA_String>(target) = CopyOf(EscapeToUtf8(value.GetText()));
-        return;
-    case UA_DATATYPEKIND_BYTESTRING: {
-        const auto& bytes = value.GetByteString();
-        At<UA_ByteString>(target) =
-            CopyOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-        return;
-    }
-    case UA_DATATYPEKIND_DATETIME:
-        At<UA_DateTime>(target) = value.Get<Core::DateTime>().GetTicks();
-        return;
-    case UA_DATATYPEKIND_NODEID:
-        At<UA_NodeId>(target) = namespaces.ToUa(value.Get<Core::NodeId>()).Release();
-        return;
-    case UA_DATATYPEKIND_LOCALIZEDTEXT:
-        At<UA_LocalizedText>(target).text = CopyOf(EscapeToUtf8(value.GetText()));
-        return;
-    case UA_DATATYPEKIND_QUALIFIEDNAME:
-        At<UA_QualifiedName>(target).name = CopyOf(EscapeToUtf8(value.GetText()));
-        return;
-    case UA_DATATYPEKIND_STRUCTURE:
+    if (type.typeKind == UA_DATATYPEKIND_STRUCTURE)
         FillStruct(target, type, value.GetStruct());
-        return;
-    default:
-        ThrowUnsupported(type);
-    }
+    else
+        ConversionOf(type).write(target, value, namespaces);
 }
 
 void Values::FillStruct(void* target, const UA_DataType& type, const Core::Struct& structure) const

@@ -15,10 +15,10 @@ class Values
 public:
     Values(const Namespaces& namespaces, const StructureTypes& types) noexcept;
 
-    /// Throws Core::TypeMismatchException for what the host's values cannot hold.
+    /// Throws Core::TypeMismatchException for a type that the host's values cannot hold.
     [[nodiscard]] Core::Value ToCore(const UA_Variant& variant) const;
 
-    /// As a value of the declared data type; an empty value gives an empty variant. Throws
+    /// Returns a value of the declared data type; an empty value gives an empty variant. Throws
     /// Core::TypeMismatchException or Core::OutOfRangeException for a value that the type cannot
     /// hold.
     [[nodiscard]] Ua<UA_Variant> ToUa(const Core::Value& value, const Core::NodeId& dataType) const;
