@@ -1,44 +1,45 @@
 #pragma once
 
-#include <condition_variable>
+#include "Support/Mutex.h"
+
 #include <cstddef>
-#include <mutex>
 
 namespace Host {
 
-/// Stops a session's own objects from raising more events than wait for it already: its calls are
-/// worked off as fast as it takes what comes of them. Any thread.
+/// Stops a session's own objects from raising more events while enough of them wait: its calls run
+/// as fast as it takes the events that they raise. Any thread.
 class EventGate
 {
 public:
-    /// Waits while as many bytes as allowed are inside.
-    void Enter(std::size_t bytes, std::size_t limit)
+    /// Waits while `limit` bytes or more are inside.
+    void Enter(std::size_t bytes, std::size_t limit) EXCLUDES(mutex)
     {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this, limit] { return isOpen || inside < limit; });
+        Support::Lock lock(mutex);
+        while (!isOpen && inside >= limit)
+            changed.Wait(lock);
         inside += bytes;
     }
 
-    void Leave(std::size_t bytes)
+    void Leave(std::size_t bytes) EXCLUDES(mutex)
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         inside -= bytes;
-        changed.notify_all();
+        changed.NotifyAll();
     }
 
-    /// Nobody waits from now on.
-    void Open()
+    /// Lets everybody pass from now on.
+    void Open() EXCLUDES(mutex)
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         isOpen = true;
-        changed.notify_all();
+        changed.NotifyAll();
     }
 
 private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::size_t inside = 0;
-    bool isOpen = false;
+    Support::Mutex mutex;
+    Support::Condition changed;
+    std::size_t inside GUARDED_BY(mutex) = 0;
+    bool isOpen GUARDED_BY(mutex) = false;
 };
 
 } // namespace Host
