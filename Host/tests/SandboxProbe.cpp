@@ -57,7 +57,7 @@ namespace {
 
 using Path = std::filesystem::path;
 
-/// What is tried on a folder with known content; true when it was possible.
+/// An attempt on a folder with known content; returns true if it succeeds.
 struct Attempt
 {
     const char* name;
@@ -597,7 +597,7 @@ bool Listen()
     return listens;
 }
 
-/// What no sandbox of ours holds.
+/// Files that no sandbox of ours contains.
 const std::vector<std::string> forbidden = {
     "/proc",
     "/proc/self/root",

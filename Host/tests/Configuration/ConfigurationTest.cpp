@@ -54,7 +54,7 @@ protected:
         return folder.MakeFile("host.toml", content);
     }
 
-    /// What is wrong, one text for each problem, with the folder's name left out.
+    /// Returns a text for each problem, without the folder's name.
     Texts GetProblems(const Texts& arguments) const
     {
         Texts texts;

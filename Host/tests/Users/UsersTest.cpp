@@ -41,7 +41,7 @@ protected:
         chmod(file.c_str(), mode);
     }
 
-    /// What is said about the file when it cannot be used.
+    /// Returns the message about a file that cannot be used.
     std::string GetComplaint()
     {
         try {

@@ -1,5 +1,5 @@
-// What tests need that treat a host badly: hosts that the system gives little, what a host holds,
-// clients that speak the protocol byte by byte, and one that keeps calling meanwhile.
+// Tools for tests that treat a host badly: hosts with few resources, the holdings of a host, clients
+// that speak the protocol byte by byte, and one that keeps calling meanwhile.
 
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";

@@ -143,7 +143,7 @@ describe("A host survives", () => {
             assert.ok(countWaiting(host) >= count);
             await steady.call(2_000);
             held.splice(0).forEach(closeSync); // who reads comes to the end
-            // Who opens goes on. The others' pipes stay closed: a reader that has not run yet would wait again.
+            // The one that opens goes on. The others' pipes stay closed: a reader that has not run yet would wait again.
             fifos.filter((_, i) => i % 2 === 0).forEach(hold);
             await waitFor("all to go on", () => countWaiting(host) === 0);
             held.forEach(closeSync);
@@ -274,7 +274,7 @@ describe("A host survives what is no OPC UA", () => {
             await waitFor("an answer", () => client.closed || client.received.length > 0);
             await client.end();
         }
-        // Where a list, a string or an object says that it is longer than the message.
+        // The places of a list, a string or an object that claims to be longer than the message.
         for (let at = 0; at < 120; at += 4) {
             const client = await RawClient.connect(host);
             await client.greet();
@@ -481,10 +481,10 @@ describe("A host keeps its bounds", () => {
             assert.ok(raised > 5 && raised <= 20, `closed after ${raised} listings`);
             test.diagnostic(`closed after ${raised} listings, at most ${memory(host).most} MB of memory`);
             assert.match(host.log, /Session of anonymous from 127\.0\.0\.1 is closed: more than 20000000 bytes of events wait for it/);
-            // What its next call is answered makes the client log in anew by itself.
+            // The answer to its next call makes the client log in anew by itself.
             await client.read("i=2255");
             assert.notEqual(String(client.session.sessionId), session);
-            // Who keeps up hears on.
+            // A client that keeps up still hears.
             await other.call("Exists", host.root);
             await other.nextEvent("ExistsResultEvent");
             await Promise.all(host.clients.slice(1).map((each) => each.close()));

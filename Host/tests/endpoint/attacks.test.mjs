@@ -28,7 +28,7 @@ async function survives(attack, { users, login } = {}) {
     }
 }
 
-/** What a request comes to; the attack goes on when it is refused. */
+/** Returns true if a request succeeds; the attack goes on when it is refused. */
 const attempt = (request) => request.then(() => true, () => false);
 
 const serverEvents = (queueSize, whereClause) => ({
@@ -58,7 +58,7 @@ describe("Calls succeed beside a client that", () => {
         survives(async (host) => {
             for (let i = 0; i < 10; ++i) {
                 const client = await RawClient.open(host);
-                await attempt(client.createSessions(100)); // who does not log in is sent away in the end
+                await attempt(client.createSessions(100)); // refused in the end: none of them logs in
                 await client.end();
             }
         }));

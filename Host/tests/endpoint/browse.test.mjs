@@ -1,4 +1,4 @@
-// What a client that knows nothing of the host finds by browsing and reading.
+// Browsing and reading by a client that knows nothing of the host.
 
 import assert from "node:assert/strict";
 import { after, before, describe, it } from "node:test";

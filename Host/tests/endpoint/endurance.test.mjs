@@ -53,7 +53,7 @@ const visits = {
     },
 };
 
-/** What a host holds once all of it runs, which a client that was heard shows. */
+/** Returns the holdings of a host once all of it runs, which a client that was heard shows. */
 async function holdingsAtRest(host) {
     const { descriptors } = holdings(host);
     await visits.hello(host);

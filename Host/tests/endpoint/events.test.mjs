@@ -1,4 +1,4 @@
-// What clients hear of their requests, and that they hear all of it, in order.
+// Events: clients hear all results of their requests, in order.
 
 import assert from "node:assert/strict";
 import { mkdirSync, writeFileSync } from "node:fs";

@@ -1,4 +1,4 @@
-// What a host says of itself, and that it is so.
+// The facts that a host tells of itself, and that they are true.
 
 import assert from "node:assert/strict";
 import { once } from "node:events";
@@ -83,7 +83,7 @@ async function relay(address, port) {
     return server;
 }
 
-/** What a host answers to those who ask which servers there are. */
+/** Returns the answer of a host to a client that asks for servers. */
 async function findServers(host, address) {
     const server = await relay(address, host.port);
     const client = await host.connect({ url: `opc.tcp://127.0.0.1:${server.address().port}`, session: false });

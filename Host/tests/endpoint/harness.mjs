@@ -9,7 +9,7 @@
 //     const { Result } = await files.nextEvent("AckEvent");
 //
 // Nothing here sleeps: `waitFor` and `nextEvent` wait for what is asked, and fail after a minute.
-// What is tested is named by the environment: TALVENSOR_HOST (the program), TALVENSOR_MODULE,
+// The environment names the programs under test: TALVENSOR_HOST (the program), TALVENSOR_MODULE,
 // TALVENSOR_MODEL; without these it is what build/dev holds.
 
 import assert from "node:assert/strict";
@@ -117,7 +117,7 @@ export async function waitFor(what, condition, limit = longestWait) {
     }
 }
 
-/** What comes of a promise, or a failure that says what was waited for. */
+/** Returns the result of a promise, or fails with the name of what it waited for. */
 export function within(what, promise, limit = longestWait) {
     let timer;
     const late = new Promise((_, reject) => {
@@ -437,7 +437,7 @@ class Client {
     toEvent(names, values) {
         const event = {};
         if (values.length === 1) {
-            // What tells of lost events carries its type alone, whatever was selected.
+            // The event that tells of lost ones carries its type alone, whatever was selected.
             event.EventType = values[0].value;
         } else {
             names.forEach((name, i) => (event[name] = values[i].value));

@@ -69,7 +69,7 @@ function describeMethods(where, makeFiles) {
                 await files.call("Write", handle, text("ab"));
                 await files.call("Close", handle);
                 const { Result } = await files.nextEvent("AckEvent");
-                // What cannot be written ends the handle: its Close is answered as well.
+                // A write that fails ends the handle: its Close is answered as well.
                 if (Result !== 0) {
                     await acknowledged(handle, 3);
                 }

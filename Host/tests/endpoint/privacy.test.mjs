@@ -75,7 +75,7 @@ describe("A session's own file system", () => {
         });
     }
 
-    /** What services say of a node, whichever it is: its identifier is written as "it". */
+    /** Returns the answers of services about a node, with "it" in place of its identifier. */
     const askOfEveryService = async (client, nodeId) => {
         const { session } = client;
         const perform = (request) =>
@@ -166,7 +166,7 @@ describe("A session's own file system", () => {
             await own.call("Close", i);
             await own.nextEvent("AckEvent");
         }
-        // What it hears still comes at once.
+        // Its own events still come at once.
         const shared = await owner.files();
         await shared.call("Exists", host.root);
         await waitFor("the shared node's event", () => heard.length > 0);

@@ -16,7 +16,7 @@ const user = { user: "somebody", password: "secret" };
 const fromClient = "from the client";
 const executable = 4;
 
-/** What lies outside: a secret, and a folder with one. */
+/** A secret outside of the roots, and a folder with one. */
 function makeOutside() {
     const folder = makeFolder("outside");
     const secret = join(folder, "secret");

@@ -1,4 +1,4 @@
-// Who is let in, how, and what nobody may do.
+// Security: logins, encryption, and services that nobody may use.
 
 import assert from "node:assert/strict";
 import { existsSync, readdirSync, readFileSync, statSync } from "node:fs";
@@ -74,7 +74,7 @@ describe("A host with users", () => {
     });
 });
 
-/** What the host offers to log in with, and some that it does not. */
+/** Identities that the host offers for logging in, and some that it does not. */
 async function policyIds(client) {
     const endpoints = await client.opcua.getEndpoints();
     const offered = endpoints.flatMap((each) => each.userIdentityTokens.map((token) => token.policyId));

@@ -19,7 +19,7 @@ describe("A session", () => {
     after(() => host.stop());
 
     it("has an identifier and a token that nobody can compute", () => {
-        // What the OPC UA library draws them with is the program's, not its own.
+        // The OPC UA library draws them with the program's generator and not with its own.
         const options = { env: { ...process.env, LD_DEBUG: "bindings", LD_BIND_NOW: "1" }, encoding: "utf8", maxBuffer: 100_000_000 };
         const { stderr } = spawnSync(programs.host, ["--version"], options);
         for (const name of ["UA_Guid_random", "UA_UInt32_random"]) {

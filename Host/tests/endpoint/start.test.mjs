@@ -1,4 +1,5 @@
-// What a host reads, refuses and gives up at its start; `--check` refuses the same.
+// The start of a host: the files that it reads, its refusals, its privileges; and `--check`, which
+// refuses the same.
 
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
@@ -33,7 +34,7 @@ function makePlace() {
     return place;
 }
 
-/** What `--check` and the start itself say, which is the same. */
+/** Returns the messages of `--check` and of the start itself, which are the same. */
 function refusal(flags, expected = 2) {
     const check = runHost([...flags, "--check"]);
     const start = runHost(flags);
@@ -189,7 +190,7 @@ describe("A host that serves", () => {
                 const files = await (await host.connect()).createFiles();
                 await files.upload(host.path("file"), "text");
                 assert.equal(readFileSync(host.path("file"), "utf8"), "text");
-                // What can be dumped belongs to its user.
+                // A process that can be dumped has files in /proc that belong to its user.
                 assert.equal(statSync(`/proc/${host.pid}/mem`).uid, 0);
                 const look = spawnSync("ls", [`/proc/${host.pid}/fd`], { uid: nobody, gid: nobody, encoding: "utf8" });
                 assert.match(look.stderr, /Permission denied/);

@@ -1,4 +1,4 @@
-// What subscriptions may ask for, and that they end with their session.
+// Subscriptions: the bounds of their parameters, and that they end with their session.
 
 import assert from "node:assert/strict";
 import { after, before, describe, it } from "node:test";
