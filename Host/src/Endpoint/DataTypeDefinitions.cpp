@@ -1,6 +1,7 @@
 #include "Endpoint/DataTypeDefinitions.h"
 
-#include <dlfcn.h>
+#include "Endpoint/Interposition.h"
+#include "Endpoint/LibraryAssumptions.h"
 
 #include <algorithm>
 #include <atomic>
@@ -40,11 +41,19 @@ DataTypeDefinitions::DataTypeDefinitions(UA_Server& server,
     array.emplace(UA_DataTypeArray{&structures.GetArray(), layouts.size(), layouts.data(), false});
     UA_Server_getConfig(&server)->customDataTypes = &*array;
     currentDefinitions = this;
+    Interpose(&FindInCurrent);
 }
 
 DataTypeDefinitions::~DataTypeDefinitions()
 {
+    Interpose(FindDefinition{});
     currentDefinitions = nullptr;
+}
+
+const UA_Variant* DataTypeDefinitions::FindInCurrent(const UA_StructureDefinition& made) noexcept
+{
+    const DataTypeDefinitions* const definitions = currentDefinitions;
+    return definitions == nullptr ? nullptr : definitions->Find(made);
 }
 
 const UA_Variant* DataTypeDefinitions::Find(const UA_StructureDefinition& made) const noexcept
@@ -57,19 +66,21 @@ const UA_Variant* DataTypeDefinitions::Find(const UA_StructureDefinition& made) 
 
 void DataTypeDefinitions::RequireServed(UA_Server& server) const
 {
-    for (const Entry& entry : entries) {
-        UA_ReadValueId request;
-        UA_ReadValueId_init(&request);
-        request.nodeId = *entry.type;
-        request.attributeId = UA_ATTRIBUTEID_DATATYPEDEFINITION;
-        UA_DataValue read = UA_Server_read(&server, &request, UA_TIMESTAMPSTORETURN_NEITHER);
-        const bool isServed = UA_Variant_equal(&read.value, &*entry.definition);
-        UA_DataValue_clear(&read);
-        if (!isServed)
-            throw UaException("serving the definition of a data type, which this build of "
-                              "open62541 keeps to itself",
-                              UA_STATUSCODE_BADNOTSUPPORTED);
-    }
+    const bool areServed = std::all_of(entries.begin(), entries.end(),
+                                       [&](const Entry& entry) { return IsServed(server, entry); });
+    RequireServedDefinitions(areServed);
+}
+
+bool DataTypeDefinitions::IsServed(UA_Server& server, const Entry& entry)
+{
+    UA_ReadValueId request;
+    UA_ReadValueId_init(&request);
+    request.nodeId = *entry.type;
+    request.attributeId = UA_ATTRIBUTEID_DATATYPEDEFINITION;
+    UA_DataValue read = UA_Server_read(&server, &request, UA_TIMESTAMPSTORETURN_NEITHER);
+    const bool isServed = UA_Variant_equal(&read.value, &*entry.definition);
+    UA_DataValue_clear(&read);
+    return isServed;
 }
 
 void DataTypeDefinitions::AddStructure(const DataTypeDescription& type,
@@ -116,20 +127,3 @@ void DataTypeDefinitions::AddEnumeration(const DataTypeDescription& type,
 }
 
 } // namespace Host
-
-/// The library's function of this name, which calls of the library reach through this one. Any
-/// thread.
-extern "C" UA_StatusCode UA_Variant_setScalarCopy(UA_Variant* variant, const void* value,
-                                                  const UA_DataType* type)
-{
-    using Function = UA_StatusCode (*)(UA_Variant*, const void*, const UA_DataType*);
-    static const auto copy =
-        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "UA_Variant_setScalarCopy"));
-    const Host::DataTypeDefinitions* definitions = Host::currentDefinitions;
-    if (type == &UA_TYPES[UA_TYPES_STRUCTUREDEFINITION] && definitions != nullptr) {
-        const auto& made = *static_cast<const UA_StructureDefinition*>(value);
-        if (const UA_Variant* definition = definitions->Find(made))
-            return UA_Variant_copy(definition, variant);
-    }
-    return copy(variant, value, type);
-}

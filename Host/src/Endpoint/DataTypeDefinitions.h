@@ -16,9 +16,8 @@ namespace Host {
 ///
 /// The library makes it from the layouts in its configuration: without descriptions, and of
 /// structures alone. So enumerations and option sets are in the configuration too, as structures
-/// without members, and what the library makes is replaced at its next step: it copies it with its
-/// public UA_Variant_setScalarCopy, and a program's function is called instead of a shared
-/// library's of the same name. DataTypeDefinitions.cpp defines it.
+/// without members, and what the library makes is replaced where it copies it at its next step, see
+/// Interposition.h.
 ///
 /// One for a process at a time.
 class DataTypeDefinitions
@@ -36,7 +35,8 @@ public:
     /// The definition to serve instead of one that the library has made; null for all others.
     [[nodiscard]] const UA_Variant* Find(const UA_StructureDefinition& made) const noexcept;
 
-    /// Throws UaException when a definition is not served. Once the types are in the address space.
+    /// Throws OpcUa::LibraryException when a definition is not served. Once the types are in the
+    /// address space.
     void RequireServed(UA_Server& server) const;
 
 private:
@@ -48,6 +48,9 @@ private:
         Ua<UA_Variant> definition;
     };
 
+    [[nodiscard]] static const UA_Variant*
+    FindInCurrent(const UA_StructureDefinition& made) noexcept;
+    [[nodiscard]] static bool IsServed(UA_Server& server, const Entry& entry);
     void AddStructure(const Core::Embedding::DataTypeDescription& type,
                       const Namespaces& namespaces);
     void AddEnumeration(const Core::Embedding::DataTypeDescription& type,

@@ -1,10 +1,10 @@
 #include "Endpoint/EventFilters.h"
 
+#include "Endpoint/Interposition.h"
+#include "Endpoint/LibraryAssumptions.h"
 #include "Log/Log.h"
 
 #include <fmt/format.h>
-
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <atomic>
@@ -20,8 +20,6 @@
 namespace Host {
 namespace {
 
-/// The library refuses filters with more; nothing is looked up for those.
-constexpr std::size_t mostSelectClauses = 64;
 /// More than any type has above it.
 constexpr int mostSuperTypes = 100;
 
@@ -190,44 +188,17 @@ EventFilters::EventFilters(UA_Server& server, const EventLoop& loop, const Sessi
     , sessions(sessions)
 {
     current = this;
-    try {
-        RequireSeen();
-    } catch (...) {
-        current = nullptr;
-        throw;
-    }
+    Interpose(&AdaptForCurrent);
 }
 
 EventFilters::~EventFilters()
 {
+    Interpose(AdaptParameters{});
     current = nullptr;
-}
-
-void EventFilters::RequireSeen()
-{
-    UA_MonitoredItemCreateRequest request;
-    UA_MonitoredItemCreateRequest_init(&request);
-    request.itemToMonitor.nodeId = UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STARTTIME);
-    request.itemToMonitor.attributeId = UA_ATTRIBUTEID_VALUE;
-    request.monitoringMode = UA_MONITORINGMODE_DISABLED;
-    const auto ignore = [](UA_Server*, UA_UInt32, void*, const UA_NodeId*, void*, UA_UInt32,
-                           const UA_DataValue*) {
-    };
-    UA_MonitoredItemCreateResult item = UA_Server_createDataChangeMonitoredItem(
-        &server, UA_TIMESTAMPSTORETURN_NEITHER, request, nullptr, ignore);
-    const UA_StatusCode status = item.statusCode;
-    if (status == UA_STATUSCODE_GOOD)
-        UA_Server_deleteMonitoredItem(&server, item.monitoredItemId);
-    UA_MonitoredItemCreateResult_clear(&item);
-    RequireGood(status, "making a monitored item");
-    if (!hasSeen)
-        throw UaException("looking at event filters, which this build of open62541 keeps to itself",
-                          UA_STATUSCODE_BADNOTSUPPORTED);
 }
 
 void EventFilters::Adapt(UA_MonitoringParameters& parameters)
 {
-    hasSeen = true;
     const auto* decoded =
         Decoded<UA_EventFilter>(parameters.filter, UA_TYPES[UA_TYPES_EVENTFILTER]);
     if (decoded == nullptr)
@@ -246,7 +217,7 @@ void EventFilters::SpendTime(const UA_EventFilter& filter) const
     constexpr std::chrono::microseconds clauseTime{100};
     ClientSession* const session = sessions.Find(loop.GetCurrentConnection());
     if (session == nullptr)
-        return; // the item that the constructor makes
+        return; // the host's own item
     if (session->filterTime.GetPause() > TimeShare::Clock::duration::zero())
         throw UaException("checking event filters", UA_STATUSCODE_BADTOOMANYOPERATIONS);
     session->filterTime.Count(filter.selectClausesSize * clauseTime);
@@ -264,17 +235,13 @@ void EventFilters::AdaptSelectClauses(UA_EventFilter& filter) const
         SelectNothing(*clause);
 }
 
-/// For UA_copy alone.
-UA_StatusCode AdaptForCopy(const void* from) noexcept
+UA_StatusCode EventFilters::AdaptForCurrent(UA_MonitoringParameters& parameters) noexcept
 {
     EventFilters* const filters = current;
     if (filters == nullptr)
         return UA_STATUSCODE_GOOD;
     try {
-        // A decoded request, or the item that the constructor makes. What the library checks after
-        // this is the copy for a new item, and the original for a changed one.
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
-        filters->Adapt(*static_cast<UA_MonitoringParameters*>(const_cast<void*>(from)));
+        filters->Adapt(parameters);
         return UA_STATUSCODE_GOOD;
     } catch (const std::bad_alloc&) {
         return UA_STATUSCODE_BADOUTOFMEMORY;
@@ -291,19 +258,3 @@ UA_StatusCode AdaptForCopy(const void* from) noexcept
 }
 
 } // namespace Host
-
-/// The library's function of this name, which calls of the library reach through this one. Any
-/// thread.
-extern "C" UA_StatusCode UA_copy(const void* from, void* to, const UA_DataType* type)
-{
-    using Function = UA_StatusCode (*)(const void*, void*, const UA_DataType*);
-    static const auto copy = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "UA_copy"));
-    if (type == &UA_TYPES[UA_TYPES_MONITORINGPARAMETERS]) {
-        const UA_StatusCode status = Host::AdaptForCopy(from);
-        if (status != UA_STATUSCODE_GOOD) {
-            UA_init(to, type); // the library clears it
-            return status;
-        }
-    }
-    return copy(from, to, type);
-}

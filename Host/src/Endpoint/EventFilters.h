@@ -25,16 +25,14 @@ namespace Host {
 /// The library checks a clause against all subtypes of its type, which takes about 80 µs. So each
 /// session has a share of the loop's time for that; filters beyond it are refused.
 ///
-/// The library has no callback for this, but it copies the parameters of each monitored item with
-/// its public UA_copy, and a program's function is called instead of a shared library's of the same
-/// name. EventFilters.cpp defines it. The constructor makes a monitored item to see that it works:
-/// a library built otherwise, which binds its calls by itself, is refused and not trusted.
+/// The library has no callback for this; the parameters are adapted where it copies them, see
+/// Interposition.h and `RequireParameterCopies`.
 ///
 /// One for a process at a time. Made and used on the thread of the server's loop.
 class EventFilters
 {
 public:
-    /// All must outlive it. Throws UaException when filters cannot be seen.
+    /// All must outlive it.
     EventFilters(UA_Server& server, const EventLoop& loop, const Sessions& sessions);
     EventFilters(const EventFilters&) = delete;
     EventFilters& operator=(const EventFilters&) = delete;
@@ -45,14 +43,13 @@ public:
     void Adapt(UA_MonitoringParameters& parameters);
 
 private:
-    void RequireSeen();
+    static UA_StatusCode AdaptForCurrent(UA_MonitoringParameters& parameters) noexcept;
     void AdaptSelectClauses(UA_EventFilter& filter) const;
     void SpendTime(const UA_EventFilter& filter) const;
 
     UA_Server& server;
     const EventLoop& loop;
     const Sessions& sessions;
-    bool hasSeen = false;
 };
 
 } // namespace Host

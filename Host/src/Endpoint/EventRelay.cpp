@@ -1,6 +1,7 @@
 #include "Endpoint/EventRelay.h"
 
 #include "Endpoint/HiddenSubscribers.h"
+#include "Endpoint/LibraryAssumptions.h"
 #include "Endpoint/Ua.h"
 
 #include <algorithm>
@@ -35,13 +36,10 @@ auto CollectAllFields(const InformationModel& model)
     return fields;
 }
 
-/// The library fills these in by itself.
 bool IsFilledByServer(const Core::QualifiedName& field)
 {
-    constexpr std::array<std::string_view, 4> names{"EventId", "EventType", "SourceNode",
-                                                    "ReceiveTime"};
-    return field.GetNamespaceIndex() == 0 &&
-           std::find(names.begin(), names.end(), field.GetName()) != names.end();
+    return field.GetNamespaceIndex() == 0 && std::find(filledFields.begin(), filledFields.end(),
+                                                       field.GetName()) != filledFields.end();
 }
 
 } // namespace

@@ -48,7 +48,7 @@ UA_StatusCode ToStatus(const Core::Exception& exception)
     }
 }
 
-// In flight of one session: its connection is not read until half of them are answered.
+// In flight for one session. With more, its connection is not read until half are answered.
 constexpr std::size_t mostCalls = 1'000;
 constexpr std::size_t mostWeight = 32'000'000;
 
@@ -98,8 +98,8 @@ void MethodCalls::TakeAll()
         Take(request->callMethodRequest, context);
 }
 
-/// The server's request lives only until it is answered or given up, and the server looks at it no
-/// more: its contents are taken from it, since a copy of a block to write takes long.
+/// Takes the contents out of the server's request, which lives only until it is answered or given
+/// up and is not looked at any more: a copy of a block to write would take long.
 void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
 {
     auto call = std::make_shared<Call>();
@@ -115,7 +115,7 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
             IsTooMuch(*session) ? UA_STATUSCODE_BADTOOMANYOPERATIONS : Resolve(*call, *session);
     if (status != UA_STATUSCODE_GOOD) {
         call->result->statusCode = status;
-        // Not here: the server has not finished queueing the request.
+        // Later: the server has not finished queueing the request.
         loop.Post([this, call] { Answer(call); });
         return;
     }
@@ -127,14 +127,14 @@ void MethodCalls::Take(const UA_CallMethodRequest& request, void* context)
     });
 }
 
-/// A connection that is held has read some calls already, and a session may have had many
-/// connections: what they bring beyond this is refused.
+/// True if further calls are refused: a connection that is held has read some already, and a
+/// session may have had many connections.
 bool MethodCalls::IsTooMuch(const ClientSession& session)
 {
     return session.callsInFlight >= 10 * mostCalls || session.weightInFlight >= 2 * mostWeight;
 }
 
-/// What waits for a session is bounded: the server looks through all calls in flight for each
+/// Bounds the calls that wait for a session: the server looks through all calls in flight for each
 /// answer, and a client may send faster than its calls are run.
 void MethodCalls::CountIn(const Call& call)
 {
@@ -228,8 +228,7 @@ void MethodCalls::Execute(Call& call, ClientSession& session)
         inputs.push_back(values.ToCore(call.request->inputArguments[i]));
     const CallResult result =
         runtime.Call(session.session, call.object, call.method->browseName.GetName(), inputs);
-    // Names and numbers of inputs were looked at before: what is refused now is refused by a
-    // behaviour that is stopping.
+    // Names and numbers of inputs were checked before: only a behaviour that is stopping refuses.
     if (result.taken)
         SetOutputs(call, result.outputs);
     else
@@ -268,8 +267,8 @@ void MethodCalls::SetOutputs(Call& call, const std::vector<Core::Value>& outputs
         result.outputArguments[i] = values.ToUa(outputs[i], declared.at(i).dataType).Release();
 }
 
-/// On the loop's thread: elsewhere the server might give the call up at the same moment. A call
-/// that was cancelled is not answered: its context may be that of another one by now.
+/// Answers a call on the loop's thread: elsewhere the server might give it up at the same moment. A
+/// call that was cancelled is not answered: its context may be that of another one by now.
 void MethodCalls::Answer(const std::shared_ptr<Call>& call)
 {
     if (book.Remove(call->context, call->number)) {

@@ -1,5 +1,7 @@
 #include "Endpoint/NodeStore.h"
 
+#include <algorithm>
+
 namespace Host {
 
 /// The library's callbacks: each passes to the store behind.
@@ -56,8 +58,9 @@ struct NodeStore::Callbacks
 
     static UA_StatusCode Insert(void* context, UA_Node* node, UA_NodeId* id)
     {
-        const UA_Nodestore& inner = Self(context).inner;
-        return inner.insertNode(inner.context, node, id);
+        NodeStore& self = Self(context);
+        self.Number(node->head.nodeId);
+        return self.inner.insertNode(self.inner.context, node, id);
     }
 
     static UA_StatusCode Replace(void* context, UA_Node* node)
@@ -111,6 +114,16 @@ const UA_Node* NodeStore::ShowOrRelease(const UA_Node* node) const
         return node;
     inner.releaseNode(inner.context, node);
     return nullptr;
+}
+
+/// Replaces the number 0 in the base namespace, which asks for any, by the next one.
+void NodeStore::Number(UA_NodeId& id) noexcept
+{
+    if (id.namespaceIndex != 0 || id.identifierType != UA_NODEIDTYPE_NUMERIC ||
+        id.identifier.numeric != 0)
+        return;
+    id.identifier.numeric = nextNumber;
+    nextNumber = std::max(firstNumber, nextNumber + 1);
 }
 
 } // namespace Host

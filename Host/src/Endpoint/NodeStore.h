@@ -9,7 +9,8 @@
 
 namespace Host {
 
-/// Stands before the node store of a server and answers as if some nodes were not there.
+/// Stands before the node store of a server, answers as if some nodes were not there, and numbers
+/// new nodes.
 ///
 /// The library asks whether a session may browse a node or call a method, and little else: it would
 /// read, monitor and name a node for everybody who knows its identifier. But every service gets its
@@ -30,6 +31,16 @@ public:
     void Install(UA_ServerConfig& configuration);
 
     void SetRule(Rule rule) { isHidden = std::move(rule); }
+    [[nodiscard]] const Rule& GetRule() const noexcept { return isHidden; }
+
+    /// True for the numbers that this store gives new nodes whose adding leaves it to the store:
+    /// those of events and their fields. The library's own store would number them from 50 000 on,
+    /// but after a few collisions also below, among those of the models.
+    [[nodiscard]] static bool IsNumberedHere(const UA_NodeId& id) noexcept
+    {
+        return id.namespaceIndex == 0 && id.identifierType == UA_NODEIDTYPE_NUMERIC &&
+               id.identifier.numeric >= firstNumber;
+    }
 
     /// Hides nothing while it lives: for what the host does itself while it handles a message.
     class Opening
@@ -51,13 +62,17 @@ public:
 private:
     struct Callbacks;
 
+    static constexpr UA_UInt32 firstNumber = UA_UInt32{1} << 31U; ///< above those of all models
+
     [[nodiscard]] const UA_Node* ShowOrRelease(const UA_Node* node) const;
+    void Number(UA_NodeId& id) noexcept;
 
     UA_Nodestore inner{};
     Rule isHidden = [](const UA_NodeId&) {
         return false;
     };
     std::size_t openings = 0;
+    UA_UInt32 nextNumber = firstNumber;
 };
 
 } // namespace Host

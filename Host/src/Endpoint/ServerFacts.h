@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Endpoint/Endpoint.h"
+#include "Endpoint/EndpointSettings.h"
 #include "Network/EventLoop.h"
 
 #include <open62541/server.h>

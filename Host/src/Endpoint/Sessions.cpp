@@ -1,5 +1,6 @@
 #include "Endpoint/Sessions.h"
 
+#include "Endpoint/LibraryAssumptions.h"
 #include "Log/Log.h"
 
 #include <fmt/format.h>
@@ -18,8 +19,8 @@ using std::chrono::milliseconds;
 
 constexpr UA_Byte readOnly = UA_ACCESSLEVELMASK_READ;
 
-/// What the token says; an empty optional inside for an anonymous one, nothing at all for any other
-/// kind: certificates of users are never accepted.
+/// Reads a token: credentials, an empty optional for an anonymous one, nothing for any other kind,
+/// since certificates of users are never accepted.
 std::optional<std::optional<UserCredentials>> ReadToken(const UA_ExtensionObject& token)
 {
     const bool isDecoded = token.encoding == UA_EXTENSIONOBJECT_DECODED ||
@@ -53,12 +54,6 @@ bool IsCallable(const UA_NodeId& method)
     return method.namespaceIndex == 0 && method.identifierType == UA_NODEIDTYPE_NUMERIC &&
            (method.identifier.numeric == UA_NS0ID_SERVER_GETMONITOREDITEMS ||
             method.identifier.numeric == UA_NS0ID_SERVER_RESENDDATA);
-}
-
-/// Sessions have such identifiers, in the namespace of the server's own nodes.
-bool IsSessionId(const UA_NodeId& id)
-{
-    return id.namespaceIndex == 1 && id.identifierType == UA_NODEIDTYPE_GUID;
 }
 
 void Close(UA_Server& server, const std::vector<UA_Guid>& ids)
@@ -126,7 +121,8 @@ struct Sessions::Callbacks
                       void* context) noexcept
     {
         if (context == nullptr) { // was never let in
-            Self(control).unclaimed.Remove(id->identifier.guid);
+            if (IsSessionId(*id))
+                Self(control).unclaimed.Remove(id->identifier.guid);
             return;
         }
         try {
@@ -245,6 +241,9 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
     const auto connection = loop.GetConnection(loop.GetCurrentConnection());
     if (!connection)
         return UA_STATUSCODE_BADCONNECTIONCLOSED;
+    if (!IsSessionId(id))
+        throw OpcUa::LibraryException("identifiers of sessions",
+                                      "sessions are expected to have Guids");
     if (*context != nullptr)
         return Readmit(*static_cast<ClientSession*>(*context), credentials, *connection);
     // Calls are tied to their session by the connection: one session each.

@@ -17,7 +17,7 @@
 
 namespace Host {
 
-/// What a client logs in with.
+/// A client's user name and password.
 struct UserCredentials
 {
     std::string user;
@@ -91,6 +91,9 @@ public:
     /// Closes the sessions that clients created and have not activated within half a minute. To be
     /// called now and then.
     void CloseUnclaimed(UA_Server& server);
+
+    /// Waits for the jobs of all sessions, without a limit, and forgets them. The server is gone.
+    void Clear() { sessions.clear(); }
 
     /// Waits for the jobs of all sessions; false when some are still at work after the limit.
     [[nodiscard]] bool WaitIdle(std::chrono::milliseconds limit);

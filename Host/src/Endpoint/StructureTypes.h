@@ -27,16 +27,16 @@ public:
     StructureTypes& operator=(const StructureTypes&) = delete;
     ~StructureTypes();
 
-    /// The layout of a data type: of the structure itself, or of the built-in type that the type is
-    /// derived from (an enumeration: Int32). Types that can hold anything give a Variant.
+    /// Returns the layout of a data type: of the structure itself, or of the built-in type that the
+    /// type is derived from (an enumeration: Int32). Types that can hold anything give a Variant.
     [[nodiscard]] const UA_DataType& Get(const Core::NodeId& dataType) const;
 
-    /// The data type of a structure's layout. Throws Core::NotFoundException for a layout that is
-    /// not one of these.
+    /// Returns the data type of a structure's layout. Throws Core::NotFoundException for any other
+    /// layout.
     [[nodiscard]] const Core::Embedding::DataTypeDescription&
     GetDescription(const UA_DataType& layout) const;
 
-    /// What `UA_ServerConfig::customDataTypes` takes.
+    /// Returns the value for `UA_ServerConfig::customDataTypes`.
     [[nodiscard]] const UA_DataTypeArray& GetArray() const noexcept { return *array; }
 
 private:
@@ -46,7 +46,7 @@ private:
 
     const Core::Embedding::InformationModel& model;
     const Namespaces& namespaces;
-    std::deque<std::string> names; // what the layouts' name pointers point to
+    std::deque<std::string> names; // the layouts point to them
     std::vector<std::vector<UA_DataTypeMember>> members;
     std::vector<UA_DataType> types; // never grows beyond what was reserved: others point into it
     std::unordered_map<Core::NodeId, std::size_t, Core::HashNodeId> indexes;

@@ -1,6 +1,6 @@
 #include "Users/RandomNumbers.h"
 
-#include "Core/Exception.h"
+#include "OpcUa/LibraryAssumptions.h"
 
 #include <open62541/plugin/log_stdout.h>
 #include <open62541/plugin/securitypolicy_default.h>
@@ -31,8 +31,7 @@ void Fill(void* bytes, std::size_t size)
 
 } // namespace
 
-// The library calls its functions of these names through the dynamic linker, which prefers those
-// of the program.
+// Stand in for the library's functions. Any thread.
 extern "C" {
 
 [[gnu::visibility("default")]] UA_Guid UA_Guid_random(void)
@@ -55,18 +54,17 @@ namespace Host {
 
 namespace {
 
-/// True if the library has drawn here to make a nonce.
-bool MakesNoncesHere()
+/// Has the library make a nonce. Returns false if it cannot.
+bool DrawNonce()
 {
     UA_SecurityPolicy policy{};
     if (UA_SecurityPolicy_None(&policy, UA_BYTESTRING_NULL, UA_Log_Stdout) != UA_STATUSCODE_GOOD)
         return false;
     std::array<UA_Byte, 32> bytes{};
     UA_ByteString nonce{bytes.size(), bytes.data()};
-    const auto before = drawn.load();
     const auto status = policy.symmetricModule.generateNonce(policy.policyContext, &nonce);
     policy.clear(&policy);
-    return status == UA_STATUSCODE_GOOD && drawn > before;
+    return status == UA_STATUSCODE_GOOD;
 }
 
 /// True if the name leads everybody in this process to that function.
@@ -76,15 +74,26 @@ bool IsBound(const char* name, Function* function)
     return dlsym(RTLD_DEFAULT, name) == reinterpret_cast<void*>(function);
 }
 
+bool DrawAsSessionsDo()
+{
+    return IsBound("UA_Guid_random", &UA_Guid_random) &&
+           IsBound("UA_UInt32_random", &UA_UInt32_random) && DrawNonce();
+}
+
 } // namespace
+
+void RequireDrawnHere(bool (*draw)())
+{
+    const auto before = drawn.load();
+    if (!draw() || drawn == before)
+        throw OpcUa::LibraryException("random numbers",
+                                      "it does not use this program's, and its own can be "
+                                      "computed; sessions could be taken over");
+}
 
 void RequireUnpredictableSessions()
 {
-    if (!IsBound("UA_Guid_random", &UA_Guid_random) ||
-        !IsBound("UA_UInt32_random", &UA_UInt32_random) || !MakesNoncesHere())
-        throw Core::InvalidStateException(
-            "the OPC UA library does not use this program's random numbers, and its own can be "
-            "computed: sessions could be taken over");
+    RequireDrawnHere(&DrawAsSessionsDo);
 }
 
 } // namespace Host

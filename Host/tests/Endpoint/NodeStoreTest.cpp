@@ -112,5 +112,29 @@ TEST_F(ANodeStore, NeverAsksForNodesWithNumbers)
     EXPECT_FALSE(wasAsked);
 }
 
+TEST_F(ANodeStore, NumbersNewNodesApartFromThoseOfTheModelsWhateverElseComesAndGoes)
+{
+    const auto add = [this](const UA_NodeId& wanted) {
+        Ua<UA_NodeId> added;
+        EXPECT_EQ(UA_Server_addObjectNode(server.get(), wanted, folder, organizes,
+                                          {1, ViewOf("new")},
+                                          UA_NODEID_NUMERIC(0, UA_NS0ID_BASEOBJECTTYPE),
+                                          UA_ObjectAttributes_default, nullptr, &*added),
+                  UA_STATUSCODE_GOOD);
+        return *added;
+    };
+    constexpr UA_UInt32 firstGuest = 1'000;
+    constexpr UA_UInt32 guests = 10;
+    for (UA_UInt32 i = 0; i < guests; ++i)
+        add(UA_NODEID_NUMERIC(1, firstGuest + i));
+    for (UA_UInt32 i = 0; i < guests; ++i) {
+        const UA_NodeId added = add(UA_NODEID_NULL);
+        EXPECT_TRUE(NodeStore::IsNumberedHere(added)) << added.identifier.numeric;
+        // With as many nodes as before, the library's own store tries the same numbers again.
+        EXPECT_EQ(UA_Server_deleteNode(server.get(), UA_NODEID_NUMERIC(1, firstGuest + i), true),
+                  UA_STATUSCODE_GOOD);
+    }
+}
+
 } // namespace
 } // namespace Host

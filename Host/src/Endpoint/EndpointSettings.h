@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Endpoint/Sessions.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// The addresses, keys, users and bounds of an endpoint.
+struct EndpointSettings
+{
+    std::vector<std::string> addresses; ///< numeric, to listen on
+    std::uint16_t port = 4840;          ///< 0: the system chooses one
+    std::string applicationUri;
+    std::string version;
+
+    std::vector<unsigned char> certificate; ///< DER
+    std::vector<unsigned char> key;         ///< DER
+    bool allowsUnencrypted = false;
+    bool trustsAnyClient = false;
+    std::vector<std::vector<unsigned char>> trusted; ///< certificates of clients, DER or PEM
+    std::vector<std::vector<unsigned char>> issuers;
+    std::vector<std::vector<unsigned char>> revocationLists;
+    SessionRules sessions;
+
+    std::vector<std::string> sharedNodes; ///< names
+    std::chrono::milliseconds drain{10'000};
+
+    std::size_t maximumMessage = 20'000'000;
+    std::size_t maximumChunks = 400;
+    std::size_t maximumSessions = 100;
+    std::size_t subscriptionsPerSession = 20;
+    std::size_t ownObjectsPerSession = 4;
+    std::size_t waitingEvents = 64'000'000; ///< bytes, for each session
+    std::size_t queuedOutput = 64'000'000;
+    std::size_t queuedOutputPause = 4'000'000;
+    /// Returns true while the process uses more memory than it should.
+    std::function<bool()> isMemoryShort;
+    /// Returns the resident memory in bytes; without it none is given back after a peak.
+    std::function<std::uint64_t()> readMemory;
+};
+
+} // namespace Host

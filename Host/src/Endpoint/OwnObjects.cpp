@@ -1,0 +1,91 @@
+#include "Endpoint/OwnObjects.h"
+
+#include "Endpoint/Ua.h"
+#include "Log/Log.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+
+namespace Host {
+namespace {
+
+using Core::Embedding::NewObject;
+
+/// In the namespace of the host. The numbers are published.
+constexpr unsigned int createFileSystemMethod = 2;
+constexpr unsigned int createFileSystemOutputs = 3;
+
+} // namespace
+
+OwnObjects::OwnObjects(Core::Embedding::Runtime& runtime, EventLoop& loop, Objects& objects,
+                       EventRelay& events, std::size_t most) noexcept
+    : runtime(runtime)
+    , loop(loop)
+    , objects(objects)
+    , events(events)
+    , most(most)
+{}
+
+HostMethod OwnObjects::MakeMethod(const Core::NodeId& type, const Core::NodeId& folder)
+{
+    const int hostNamespace = folder.GetNamespaceIndex();
+    HostMethod method;
+    method.object = folder;
+    method.method = Core::NodeId(hostNamespace, createFileSystemMethod);
+    const NewObject object{type, Core::QualifiedName(hostNamespace, "PrivateFileSystem"), folder};
+    method.run = [this, object](ClientSession& session) {
+        return Create(session, object);
+    };
+    method.description.id = method.method;
+    method.description.browseName = Core::QualifiedName(hostNamespace, "CreateFileSystem");
+    method.description.displayName = "CreateFileSystem";
+    method.description.description =
+        "Makes a file system that only this session can use, browse and hear; it goes with the "
+        "session. Subscribe to the events of the node itself.";
+    method.description.outputArgumentsId = Core::NodeId(hostNamespace, createFileSystemOutputs);
+    method.description.outputs.push_back({"nodeId", Core::NodeId(0, 17), -1, {}, "The new node."});
+    return method;
+}
+
+/// On the session's thread.
+std::vector<Core::Value> OwnObjects::Create(ClientSession& session, NewObject object)
+{
+    if (session.ownObjectCount >= most)
+        throw UaException(fmt::format("the session has its {} file systems already", most),
+                          UA_STATUSCODE_BADRESOURCEUNAVAILABLE);
+    object.id = runtime.CreateObject(object);
+    try {
+        session.ownObjects.emplace(object.id, events.Follow(object.id, session.eventGate));
+    } catch (...) {
+        runtime.RemoveObject(object.id); // nobody else would
+        throw;
+    }
+    ++session.ownObjectCount;
+    // Shown before the answer, which is posted after this.
+    loop.Post([this, object, &session] { Show(object, session); });
+    return {Core::Value(object.id)};
+}
+
+void OwnObjects::Show(const NewObject& object, const ClientSession& session)
+{
+    if (!session.ended)
+        objects.Add(object, &session);
+}
+
+void OwnObjects::RemoveAll(ClientSession& session)
+{
+    while (!session.ownObjects.empty()) {
+        const Core::NodeId object = session.ownObjects.begin()->first;
+        session.ownObjects.erase(session.ownObjects.begin());
+        try {
+            runtime.RemoveObject(object);
+        } catch (const std::exception& exception) {
+            Log(Core::LogLevel::Error, "Session",
+                fmt::format("Cannot remove {}: {}", object.ToString(), exception.what()));
+        }
+        --session.ownObjectCount;
+    }
+}
+
+} // namespace Host

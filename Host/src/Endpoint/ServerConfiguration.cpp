@@ -1,0 +1,179 @@
+#include "Endpoint/ServerConfiguration.h"
+
+#include "Endpoint/ServerFacts.h"
+#include "Endpoint/Ua.h"
+#include "OpcUa/SymmetricCiphers.h"
+
+#include <open62541/plugin/pki_default.h>
+#include <open62541/server_config_default.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+namespace Host {
+namespace {
+
+UA_ByteString ViewOf(const std::vector<unsigned char>& bytes)
+{
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
+    return {bytes.size(), const_cast<UA_Byte*>(bytes.data())};
+}
+
+std::vector<UA_ByteString> ViewsOf(const std::vector<std::vector<unsigned char>>& files)
+{
+    std::vector<UA_ByteString> views;
+    views.reserve(files.size());
+    for (const auto& file : files)
+        views.push_back(ViewOf(file));
+    return views;
+}
+
+void SetUrls(UA_ServerConfig& configuration, const EndpointSettings& settings)
+{
+    UA_Array_delete(configuration.serverUrls, configuration.serverUrlsSize,
+                    &UA_TYPES[UA_TYPES_STRING]);
+    const std::size_t count = settings.addresses.size();
+    configuration.serverUrls =
+        static_cast<UA_String*>(UA_Array_new(count, &UA_TYPES[UA_TYPES_STRING]));
+    configuration.serverUrlsSize = count;
+    for (std::size_t i = 0; i < count; ++i)
+        configuration.serverUrls[i] =
+            UA_STRING_ALLOC(MakeUrl(settings.addresses[i], settings.port).c_str());
+}
+
+void SetTrust(UA_CertificateVerification& verification, const EndpointSettings& settings)
+{
+    if (verification.clear != nullptr)
+        verification.clear(&verification);
+    if (settings.trustsAnyClient) {
+        UA_CertificateVerification_AcceptAll(&verification);
+        return;
+    }
+    auto trusted = ViewsOf(settings.trusted);
+    auto issuers = ViewsOf(settings.issuers);
+    auto revoked = ViewsOf(settings.revocationLists);
+    RequireGood(UA_CertificateVerification_Trustlist(&verification, trusted.data(), trusted.size(),
+                                                     issuers.data(), issuers.size(), revoked.data(),
+                                                     revoked.size()),
+                "reading the trusted certificates");
+}
+
+void AddPolicies(UA_ServerConfig& configuration, const EndpointSettings& settings)
+{
+    const UA_ByteString certificate = ViewOf(settings.certificate);
+    const UA_ByteString key = ViewOf(settings.key);
+    RequireGood(UA_ServerConfig_addSecurityPolicyNone(&configuration, &certificate),
+                "adding the security policy None");
+    RequireGood(UA_ServerConfig_addSecurityPolicyBasic256Sha256(&configuration, &certificate, &key),
+                "adding the security policy Basic256Sha256");
+    RequireGood(
+        UA_ServerConfig_addSecurityPolicyAes128Sha256RsaOaep(&configuration, &certificate, &key),
+        "adding the security policy Aes128_Sha256_RsaOaep");
+    RequireGood(
+        UA_ServerConfig_addSecurityPolicyAes256Sha256RsaPss(&configuration, &certificate, &key),
+        "adding the security policy Aes256_Sha256_RsaPss");
+}
+
+/// The policy None stays without an endpoint, too: for asking for the endpoints.
+void AddEndpoints(UA_ServerConfig& configuration, const EndpointSettings& settings, EventLoop& loop)
+{
+    for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i) {
+        OpcUa::UseOpenSsl(configuration.securityPolicies[i], &loop.GetMessageObserver());
+        const UA_String uri = configuration.securityPolicies[i].policyUri;
+        if (i > 0)
+            RequireGood(UA_ServerConfig_addEndpoint(&configuration, uri,
+                                                    UA_MESSAGESECURITYMODE_SIGNANDENCRYPT),
+                        "adding an encrypted endpoint");
+        else if (settings.allowsUnencrypted)
+            RequireGood(
+                UA_ServerConfig_addEndpoint(&configuration, uri, UA_MESSAGESECURITYMODE_NONE),
+                "adding the unencrypted endpoint");
+    }
+    RankEndpoints(configuration);
+    configuration.securityPolicyNoneDiscoveryOnly = !settings.allowsUnencrypted;
+    // On a connection that is not encrypted, passwords are, with the server's certificate.
+    configuration.allowNonePolicyPassword = false;
+}
+
+void SetMessageLimits(UA_ServerConfig& configuration)
+{
+    // The connections bound what comes in and what goes out; the library's bounds are for both, and
+    // break an answer off in its middle.
+    constexpr UA_UInt32 unreached = 1U << 30U;
+    configuration.tcpBufSize = OpcUa::largestChunk;
+    configuration.tcpMaxMsgSize = unreached;
+    configuration.tcpMaxChunks = unreached;
+}
+
+void SetSessionLimits(UA_ServerConfig& configuration, const EndpointSettings& settings)
+{
+    // The bound of sessions is that of active ones, which `Sessions` keeps. As many more may be
+    // about to be activated, and one more that makes an older one leave.
+    constexpr std::size_t most = std::numeric_limits<UA_UInt16>::max();
+    constexpr std::size_t channelsWithoutSession = 20;
+    const auto created = std::min(2 * settings.maximumSessions + 1, most - channelsWithoutSession);
+    configuration.maxSessions = static_cast<UA_UInt16>(created);
+    configuration.maxSecureChannels = static_cast<UA_UInt16>(created + channelsWithoutSession);
+}
+
+void SetSubscriptionLimits(UA_ServerConfig& configuration, const EndpointSettings& settings)
+{
+    configuration.maxSubscriptionsPerSession =
+        static_cast<UA_UInt32>(settings.subscriptionsPerSession);
+    configuration.publishingIntervalLimits = {10, 10'000};
+    // Events are delivered ahead of the interval; each vain look counts as one, see EventLoop. A
+    // subscription does not outlive its session, however long this is.
+    configuration.lifeTimeCountLimits = {12'000, 12'000};
+    configuration.keepAliveCountLimits = {1, 100};
+    configuration.queueSizeLimits.max = 200'000;
+    configuration.maxRetransmissionQueueSize = 8; // one listing's event can have 6 MB
+    configuration.maxMonitoredItemsPerSubscription = 1'000;
+    configuration.maxPublishReqPerSession = 100;
+    configuration.maxSubscriptions =
+        static_cast<UA_UInt32>(settings.subscriptionsPerSession * settings.maximumSessions);
+}
+
+void SetOperationLimits(UA_ServerConfig& configuration)
+{
+    // A method belongs to its session by the connection that calls: one call after another.
+    configuration.maxNodesPerMethodCall = 1'000;
+    configuration.pubSubConfig.enableInformationModelMethods = false;
+    // The library makes the answer as a whole: each of these can have some kilobytes there, a
+    // browsed node some dozens.
+    configuration.maxNodesPerRead = 5'000;
+    configuration.maxNodesPerWrite = 1'000;
+    configuration.maxNodesPerRegisterNodes = 1'000;
+    configuration.maxNodesPerNodeManagement = 1'000;
+    configuration.maxNodesPerTranslateBrowsePathsToNodeIds = 1'000;
+    configuration.maxNodesPerBrowse = 200;
+    configuration.maxReferencesPerNode = 1'000;
+    configuration.maxMonitoredItemsPerCall = 100; // their filters take the loop's time
+}
+
+} // namespace
+
+void FillConfiguration(RoomyConfiguration& filled, const EndpointSettings& settings,
+                       EventLoop& loop, UA_Logger& log)
+{
+    UA_ServerConfig& configuration = filled.configuration;
+    configuration.logging = &log;
+    configuration.eventLoop = loop.GetHandle();
+    RequireGood(UA_ServerConfig_setBasics_withPort(&configuration, settings.port),
+                "configuring the server");
+    RequireConfiguration(filled, loop.GetHandle());
+    SetUrls(configuration, settings);
+    DescribeApplication(configuration, settings);
+    AddPolicies(configuration, settings);
+    AddEndpoints(configuration, settings, loop);
+    SetTrust(configuration.secureChannelPKI, settings);
+    SetTrust(configuration.sessionPKI, settings);
+    SetMessageLimits(configuration);
+    SetSessionLimits(configuration, settings);
+    SetSubscriptionLimits(configuration, settings);
+    SetOperationLimits(configuration);
+    configuration.asyncOperationTimeout = callLimitInMilliseconds;
+}
+
+} // namespace Host
