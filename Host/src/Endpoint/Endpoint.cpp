@@ -2,6 +2,7 @@
 
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
+#include "Endpoint/AccessControl.h"
 #include "Endpoint/DataTypeDefinitions.h"
 #include "Endpoint/EventBacklog.h"
 #include "Endpoint/EventFilters.h"
@@ -165,9 +166,10 @@ private:
     const Core::NodeId folder{hostNamespace, fileSystemsFolder};
     UaLogger libraryLog{UaLogger::Source::Library};
     UaLogger transportLog{UaLogger::Source::Transport};
-    EventLoop loop;      // after its log
-    Sessions sessions;   // after the loop; the server's access control refers to it
-    NodeStore nodeStore; // the server's
+    EventLoop loop;              // after its log
+    Sessions sessions;           // after the loop
+    AccessControl accessControl; // the server's
+    NodeStore nodeStore;         // the server's
     ServerPointer server;
     EventFilters filters;        // after the server
     const Namespaces namespaces; // after the server
@@ -193,6 +195,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , servedType(FindServedType(*model))
     , loop(transportLog.Get(), MakeConnectionLimits(settings))
     , sessions(loop, runtime, settings.sessions, std::move(authenticate))
+    , accessControl(sessions, settings.sessions)
     , server(MakeServer())
     , filters(*server, loop, sessions)
     , namespaces(*server)
@@ -232,7 +235,7 @@ ServerPointer Endpoint::Implementation::MakeServer()
     FillConfiguration(filled, settings, loop, libraryLog.Get());
     RequireUnpredictableSessions();
     UA_ServerConfig& configuration = filled.configuration;
-    sessions.Install(configuration);
+    accessControl.Install(configuration);
     nodeStore.Install(configuration);
     SetCallbacks(configuration);
     const CyclicCallbackCount count(*loop.GetHandle());
@@ -288,7 +291,7 @@ void Endpoint::Implementation::SetRules()
         const ConnectionId connection = loop.GetCurrentConnection();
         return connection != 0 && !objects.IsVisible(node, sessions.Find(connection));
     });
-    sessions.SetReadability([this](const UA_NodeId& node, const ClientSession* session) {
+    accessControl.SetReadability([this](const UA_NodeId& node, const ClientSession* session) {
         return !TellsOfOthers(node) || events.MayRead(node, session);
     });
 }

@@ -17,43 +17,9 @@ namespace {
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
-constexpr UA_Byte readOnly = UA_ACCESSLEVELMASK_READ;
-
-/// Reads a token: credentials, an empty optional for an anonymous one, nothing for any other kind,
-/// since certificates of users are never accepted.
-std::optional<std::optional<UserCredentials>> ReadToken(const UA_ExtensionObject& token)
-{
-    const bool isDecoded = token.encoding == UA_EXTENSIONOBJECT_DECODED ||
-                           token.encoding == UA_EXTENSIONOBJECT_DECODED_NODELETE;
-    if (token.encoding == UA_EXTENSIONOBJECT_ENCODED_NOBODY)
-        return std::optional<UserCredentials>(); // an empty token is an anonymous one
-    if (!isDecoded)
-        return std::nullopt;
-    const auto& content = token.content.decoded;
-    if (content.type == &UA_TYPES[UA_TYPES_ANONYMOUSIDENTITYTOKEN])
-        return std::optional<UserCredentials>();
-    if (content.type != &UA_TYPES[UA_TYPES_USERNAMEIDENTITYTOKEN])
-        return std::nullopt;
-    const auto& login = *static_cast<const UA_UserNameIdentityToken*>(content.data);
-    return UserCredentials{std::string(BytesOf(login.userName)),
-                           std::string(BytesOf(login.password))};
-}
-
 std::string NameOf(const std::string& user)
 {
     return user.empty() ? "anonymous" : "'" + user + "'";
-}
-
-/// The library brings the methods of the whole base model. Of these clients may call the two that
-/// concern their own subscriptions; some of the others change the address space.
-bool IsCallable(const UA_NodeId& method)
-{
-    constexpr UA_UInt16 firstOfOurs = 2; // after the base model and the server itself
-    if (method.namespaceIndex >= firstOfOurs)
-        return true;
-    return method.namespaceIndex == 0 && method.identifierType == UA_NODEIDTYPE_NUMERIC &&
-           (method.identifier.numeric == UA_NS0ID_SERVER_GETMONITOREDITEMS ||
-            method.identifier.numeric == UA_NS0ID_SERVER_RESENDDATA);
 }
 
 void Close(UA_Server& server, const std::vector<UA_Guid>& ids)
@@ -64,104 +30,7 @@ void Close(UA_Server& server, const std::vector<UA_Guid>& ids)
     }
 }
 
-UA_UserTokenPolicy MakePolicy(const char* id, UA_UserTokenType type)
-{
-    UA_UserTokenPolicy policy;
-    UA_UserTokenPolicy_init(&policy);
-    policy.policyId = ViewOf(id);
-    policy.tokenType = type;
-    return policy;
-}
-
 } // namespace
-
-/// The library's callbacks. No exception passes them.
-struct Sessions::Callbacks
-{
-    static Sessions& Self(UA_AccessControl* control)
-    {
-        return *static_cast<Sessions*>(control->context);
-    }
-
-    static UA_StatusCode Activate(UA_Server* server, UA_AccessControl* control,
-                                  const UA_EndpointDescription* /*endpoint*/,
-                                  const UA_ByteString* /*certificate*/, const UA_NodeId* id,
-                                  const UA_ExtensionObject* token, void** context) noexcept
-    {
-        try {
-            return Self(control).Activate(*server, *id, *token, context);
-        } catch (const std::exception& exception) {
-            Log(Core::LogLevel::Error, "Session",
-                fmt::format("Cannot activate a session: {}", exception.what()));
-            return UA_STATUSCODE_BADINTERNALERROR;
-        }
-    }
-
-    /// The library tells of a created session by the object that it makes for it alone: names this
-    /// session, and refuses the object, which others could browse. It asks this before it makes
-    /// the object's first child.
-    static UA_StatusCode OnChild(UA_Server* server, const UA_NodeId* /*sessionId*/,
-                                 void* /*context*/, const UA_NodeId* /*source*/,
-                                 const UA_NodeId* parent, const UA_NodeId* /*referenceType*/,
-                                 UA_NodeId* /*child*/) noexcept
-    {
-        if (!IsSessionId(*parent))
-            return UA_STATUSCODE_GOOD;
-        try {
-            Self(&UA_Server_getConfig(server)->accessControl)
-                .OnCreated(*server, parent->identifier.guid);
-        } catch (const std::exception& exception) {
-            Log(Core::LogLevel::Error, "Session",
-                fmt::format("Cannot follow a session: {}", exception.what()));
-        }
-        return UA_STATUSCODE_BADNOTSUPPORTED;
-    }
-
-    static void Close(UA_Server* /*server*/, UA_AccessControl* control, const UA_NodeId* id,
-                      void* context) noexcept
-    {
-        if (context == nullptr) { // was never let in
-            if (IsSessionId(*id))
-                Self(control).unclaimed.Remove(id->identifier.guid);
-            return;
-        }
-        try {
-            Self(control).End(*static_cast<ClientSession*>(context));
-        } catch (const std::exception& exception) {
-            Log(Core::LogLevel::Error, "Session",
-                fmt::format("Cannot end a session: {}", exception.what()));
-        }
-    }
-
-    static UA_Boolean MayCall(UA_Server* /*server*/, UA_AccessControl* /*control*/,
-                              const UA_NodeId* /*sessionId*/, void* /*context*/,
-                              const UA_NodeId* method, void* /*methodContext*/) noexcept
-    {
-        return IsCallable(*method);
-    }
-
-    static UA_Boolean MayCallOnObject(UA_Server* /*server*/, UA_AccessControl* /*control*/,
-                                      const UA_NodeId* /*sessionId*/, void* /*context*/,
-                                      const UA_NodeId* method, void* /*methodContext*/,
-                                      const UA_NodeId* object, void* /*objectContext*/) noexcept
-    {
-        const UA_NodeId serverObject = UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER);
-        return IsCallable(*method) &&
-               (method->namespaceIndex != 0 || UA_NodeId_equal(object, &serverObject));
-    }
-
-    static UA_Byte GetAccessLevel(UA_Server* /*server*/, UA_AccessControl* control,
-                                  const UA_NodeId* /*sessionId*/, void* context,
-                                  const UA_NodeId* node, void* /*nodeContext*/) noexcept
-    {
-        try {
-            const auto* session = static_cast<const ClientSession*>(context);
-            return Self(control).isReadable(*node, session) ? readOnly : 0;
-        } catch (const std::exception&) {
-            return 0;
-        }
-    }
-};
 
 Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRules rules,
                    Authenticate authenticate)
@@ -169,73 +38,16 @@ Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRu
     , runtime(runtime)
     , rules(rules)
     , authenticate(std::move(authenticate))
-    , isReadable([](const UA_NodeId&, const ClientSession*) { return true; })
     , ended([](ClientSession&) {})
     , unclaimed(rules.maximum)
-{
-    if (rules.anonymousAllowed)
-        tokenPolicies.push_back(MakePolicy("anonymous", UA_USERTOKENTYPE_ANONYMOUS));
-    if (rules.usersAllowed)
-        tokenPolicies.push_back(MakePolicy("username", UA_USERTOKENTYPE_USERNAME));
-}
+    , loginPause(loop, unclaimed)
+{}
 
 Sessions::~Sessions() = default;
 
-void Sessions::Install(UA_ServerConfig& configuration)
-{
-    UA_AccessControl& control = configuration.accessControl;
-    if (control.clear != nullptr)
-        control.clear(&control);
-    control = UA_AccessControl{};
-    control.context = this;
-    control.clear = [](UA_AccessControl*) {
-    };
-    control.userTokenPolicies = tokenPolicies.data();
-    control.userTokenPoliciesSize = tokenPolicies.size();
-    control.activateSession = Callbacks::Activate;
-    control.closeSession = Callbacks::Close;
-    configuration.nodeLifecycle.generateChildNodeId = Callbacks::OnChild;
-    control.allowBrowseNode = [](auto...) -> UA_Boolean {
-        return true; // what a session may not know is not in the node store for it
-    };
-
-    // Clients read, browse and call; nothing else.
-    control.getUserRightsMask = [](auto...) -> UA_UInt32 {
-        return 0;
-    };
-    control.getUserAccessLevel = Callbacks::GetAccessLevel;
-    control.getUserExecutable = Callbacks::MayCall;
-    control.getUserExecutableOnObject = Callbacks::MayCallOnObject;
-    control.allowAddNode = [](auto...) -> UA_Boolean {
-        return false;
-    };
-    control.allowAddReference = [](auto...) -> UA_Boolean {
-        return false;
-    };
-    control.allowDeleteNode = [](auto...) -> UA_Boolean {
-        return false;
-    };
-    control.allowDeleteReference = [](auto...) -> UA_Boolean {
-        return false;
-    };
-    control.allowTransferSubscription = [](auto...) -> UA_Boolean {
-        return false;
-    };
-    control.allowHistoryUpdateUpdateData = [](auto...) -> UA_Boolean {
-        return false;
-    };
-    control.allowHistoryUpdateDeleteRawModified = [](auto...) -> UA_Boolean {
-        return false;
-    };
-}
-
 UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
-                                 const UA_ExtensionObject& token, void** context)
+                                 const std::optional<UserCredentials>& credentials, void** context)
 {
-    const auto login = ReadToken(token);
-    if (!login)
-        return UA_STATUSCODE_BADIDENTITYTOKENINVALID;
-    const auto& credentials = *login;
     if (credentials ? !rules.usersAllowed : !rules.anonymousAllowed)
         return UA_STATUSCODE_BADIDENTITYTOKENREJECTED;
     const auto connection = loop.GetConnection(loop.GetCurrentConnection());
@@ -278,8 +90,8 @@ void Sessions::OnCreated(UA_Server& server, const UA_Guid& id)
     else
         Close(server, unclaimed.Add({id, connection->id, connection->remoteAddress,
                                      UnclaimedSessions::Clock::now()}));
-    if (!isInVain && pauseTimer != 0)
-        Hold(connection->id);
+    if (!isInVain && loginPause.IsOn())
+        loginPause.Hold(connection->id);
 }
 
 UA_StatusCode Sessions::Authorise(std::optional<UserCredentials> credentials,
@@ -291,45 +103,8 @@ UA_StatusCode Sessions::Authorise(std::optional<UserCredentials> credentials,
     if (!isIn)
         unclaimed.NoteFailure(connection.id, UnclaimedSessions::Clock::now());
     if (pause > milliseconds(0))
-        PauseLogins(pause, isIn ? connection.id : 0);
+        loginPause.Begin(pause, isIn ? connection.id : 0);
     return status;
-}
-
-/// Holds all connections that may log in next, but one that just has.
-void Sessions::PauseLogins(milliseconds pause, ConnectionId except)
-{
-    const auto resume = [](void* /*application*/, void* context) {
-        static_cast<Sessions*>(context)->ResumeLogins();
-    };
-    UA_EventLoop* handle = loop.GetHandle();
-    const UA_DateTime end = handle->dateTime_nowMonotonic(handle) +
-                            static_cast<UA_DateTime>(pause.count()) * UA_DATETIME_MSEC;
-    if (pauseTimer == 0 && handle->addTimedCallback(handle, resume, nullptr, this, end,
-                                                    &pauseTimer) != UA_STATUSCODE_GOOD)
-        return;
-    for (const ConnectionId connection : unclaimed.GetConnections())
-        if (connection != except)
-            Hold(connection);
-}
-
-void Sessions::Hold(ConnectionId connection)
-{
-    if (std::find(held.begin(), held.end(), connection) != held.end())
-        return;
-    held.push_back(connection);
-    loop.HoldConnection(connection, true);
-}
-
-/// All are read again in their order; the first login that takes time holds the others again. Those
-/// whose session had to go meanwhile come last.
-void Sessions::ResumeLogins()
-{
-    pauseTimer = 0;
-    auto waiting = unclaimed.GetConnections();
-    waiting.insert(waiting.end(), held.begin(), held.end());
-    held.clear();
-    for (const ConnectionId connection : waiting)
-        loop.HoldConnection(connection, false);
 }
 
 UA_StatusCode Sessions::Readmit(ClientSession& session,
@@ -445,7 +220,7 @@ ClientSession* Sessions::Find(ConnectionId connection) const
 void Sessions::OnConnectionClosed(UA_Server& server, ConnectionId connection)
 {
     Close(server, unclaimed.TakeOf(connection));
-    std::erase(held, connection);
+    loginPause.Forget(connection);
     ClientSession* session = Find(connection);
     if (session == nullptr)
         return;
@@ -474,6 +249,14 @@ void Sessions::StopGrace(ClientSession& session)
     UA_EventLoop* handle = loop.GetHandle();
     handle->removeCyclicCallback(handle, session.graceTimer);
     session.graceTimer = 0;
+}
+
+void Sessions::OnClosed(const UA_NodeId& id, ClientSession* session)
+{
+    if (session != nullptr)
+        End(*session);
+    else if (IsSessionId(id))
+        unclaimed.Remove(id.identifier.guid);
 }
 
 void Sessions::End(ClientSession& session)

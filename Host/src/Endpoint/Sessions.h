@@ -2,6 +2,7 @@
 
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/ClientSession.h"
+#include "Endpoint/LoginPause.h"
 #include "Endpoint/UnclaimedSessions.h"
 #include "Network/EventLoop.h"
 
@@ -9,7 +10,6 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,7 +37,7 @@ struct LoginAnswer
     std::chrono::milliseconds pause{0}; ///< before the next attempt that is no return
 };
 
-/// Decides about a login. Loop thread.
+/// Decides about a login. Called on the loop thread.
 using Authenticate = std::function<LoginAnswer(const LoginAttempt&)>;
 
 struct SessionRules
@@ -47,21 +47,19 @@ struct SessionRules
     /// Sessions that are at work, ended ones included. There may be as many more that are created
     /// and not activated, and a quarter more while others that lost their connection end for them.
     std::size_t maximum = 100;
-    /// How long a session outlives its connection.
+    /// The time for which a session outlives its connection.
     std::chrono::milliseconds grace{5'000};
 };
 
-/// The server's access control: lets clients in, follows their sessions, and says what they may do.
+/// The sessions of clients: lets clients in and follows their sessions to the end.
 ///
 /// A session of the host's runtime is opened for each client session, and closed after its last
 /// call in flight. A session whose connection is gone is closed after the grace, or when its place
-/// is needed, unless the client activates it on another connection before. Clients learn nothing
-/// of the sessions of others: the library's objects that describe them are not made. Loop thread,
-/// unless it says otherwise.
+/// is needed, unless the client activates it on another connection before. Loop thread.
 class Sessions
 {
 public:
-    /// Told on the loop thread when a session ends, before its jobs do.
+    /// Called on the loop thread when a session ends, before its jobs do.
     using Ended = std::function<void(ClientSession&)>;
 
     Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRules rules,
@@ -71,15 +69,22 @@ public:
     /// Waits for the jobs of all sessions.
     ~Sessions();
 
-    /// Says which variables a session may read the value of. Loop thread.
-    using IsReadable = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
-    void SetReadability(IsReadable observer) { isReadable = std::move(observer); }
     void SetEndedObserver(Ended observer) { ended = std::move(observer); }
 
-    /// Makes this the access control of a server; what it had before is cleared.
-    void Install(UA_ServerConfig& configuration);
+    /// Activates a session that a client has created, or moves it to the connection of the current
+    /// message. `context`: the session, null before; set if it is let in. Returns the answer to the
+    /// client. Throws OpcUa::LibraryException for an identifier as sessions do not have them.
+    UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id,
+                           const std::optional<UserCredentials>& credentials, void** context);
 
-    /// Null when no session is active on the connection.
+    /// Follows a session that a client has created. One on a connection with an active session is
+    /// closed: it would wait in vain and could be large.
+    void OnCreated(UA_Server& server, const UA_Guid& id);
+
+    /// Ends a session that the server has closed; null: it was never activated.
+    void OnClosed(const UA_NodeId& id, ClientSession* session);
+
+    /// Returns null when no session is active on the connection.
     [[nodiscard]] ClientSession* Find(ConnectionId connection) const;
 
     /// For the loop's observer of closed connections.
@@ -88,8 +93,8 @@ public:
     /// Logs, once each, the sessions that ended before the limit and are still at work.
     void ReportUndrained(std::chrono::milliseconds limit);
 
-    /// Closes the sessions that clients created and have not activated within half a minute. To be
-    /// called now and then.
+    /// Closes the sessions that clients created and have not activated within half a minute. Call
+    /// it now and then.
     void CloseUnclaimed(UA_Server& server);
 
     /// Waits for the jobs of all sessions, without a limit, and forgets them. The server is gone.
@@ -99,17 +104,10 @@ public:
     [[nodiscard]] bool WaitIdle(std::chrono::milliseconds limit);
 
 private:
-    struct Callbacks;
     using SessionList = std::vector<std::unique_ptr<ClientSession>>;
 
-    UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id, const UA_ExtensionObject& token,
-                           void** context);
-    void OnCreated(UA_Server& server, const UA_Guid& id);
     [[nodiscard]] UA_StatusCode Authorise(std::optional<UserCredentials> credentials,
                                           const ConnectionInfo& connection, bool isReturn);
-    void PauseLogins(std::chrono::milliseconds pause, ConnectionId except);
-    void ResumeLogins();
-    void Hold(ConnectionId connection);
     [[nodiscard]] UA_StatusCode Readmit(ClientSession& session,
                                         const std::optional<UserCredentials>& credentials,
                                         const ConnectionInfo& connection);
@@ -120,17 +118,15 @@ private:
     void End(ClientSession& session);
     void StopGrace(ClientSession& session);
     void Forget(const ClientSession& session);
+
     EventLoop& loop;
     Core::Embedding::Runtime& runtime;
     SessionRules rules;
     Authenticate authenticate;
-    IsReadable isReadable;
     Ended ended;
-    std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
-    SessionList sessions;                          // active and ending ones
+    SessionList sessions; // active and ending ones
     UnclaimedSessions unclaimed;
-    std::vector<ConnectionId> held; // not read, since a login would come too soon; in their order
-    std::uint64_t pauseTimer = 0;   // runs while logins pause; 0: they do not
+    LoginPause loginPause; // after `unclaimed`, to which it refers
 };
 
 } // namespace Host

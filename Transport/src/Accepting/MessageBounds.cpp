@@ -1,5 +1,7 @@
 #include "Transport/Accepting/MessageBounds.h"
 
+#include "OpcUa/LibraryAssumptions.h"
+
 #include <open62541/types_generated.h>
 #include <open62541/types_generated_handling.h>
 
@@ -18,8 +20,6 @@ constexpr std::size_t headerSize = 24;      // and the numbers of the chunk and 
 /// A client's bound is on the bodies of its messages: the headers, the signature and the padding of
 /// a chunk are not counted.
 constexpr std::size_t chunkOverhead = headerSize + 32 + 16;
-
-constexpr std::size_t largestChunk = std::size_t{1} << 16U; // that the library makes
 
 std::uint32_t ReadNumber(const UA_Byte* from) noexcept
 {
@@ -172,7 +172,7 @@ void OutgoingMessages::SetHello(const ClientHello& hello) noexcept
 
 std::size_t OutgoingMessages::GetLargest() const noexcept
 {
-    const std::size_t size = Tighten(chunkSize, largestChunk);
+    const std::size_t size = Tighten(chunkSize, OpcUa::largestChunk);
     return Tighten(limits.size, limits.chunks * (size - std::min(size, chunkOverhead)));
 }
 
@@ -283,7 +283,7 @@ void OutgoingMessages::Announce(UA_Byte* acknowledge, std::size_t size) const no
     constexpr std::size_t limitsAt = chunkHeaderSize + 3 * 4;
     if (size < limitsAt + 8)
         return;
-    const std::size_t smallest = Tighten(chunkSize, largestChunk) - chunkOverhead;
+    const std::size_t smallest = Tighten(chunkSize, OpcUa::largestChunk) - chunkOverhead;
     const auto announce = [](UA_Byte* at, std::size_t in, std::size_t out) {
         WriteNumber(at, static_cast<std::uint32_t>(in == 0 ? 0 : std::max(in, out)));
     };
