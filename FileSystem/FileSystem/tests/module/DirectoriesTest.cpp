@@ -1,6 +1,7 @@
 #include "ModuleTest.h"
 
 #include "LogCapture.h"
+#include "ManyFiles.h"
 
 #include <gmock/gmock.h>
 
@@ -210,18 +211,17 @@ TEST_F(ADirectory, ThatIsAFileHasNoListingAndALogEntry)
 
 TEST_F(ADirectory, ListsAsMuchAsAnEventCarriesAndSaysWhenThereIsMore)
 {
-    constexpr int limit = 61440;
+    constexpr unsigned int limit = 61440;
     const std::string root = folder / "many";
     stdfs::create_directory(root);
-    for (int i = 0; i < limit; ++i)
-        ASSERT_EQ(::mknod((root + "/" + std::to_string(i)).c_str(), S_IFREG | 0600, 0), 0);
+    MakeManyFiles(root, limit);
     const auto expectListing = [&](bool limitExceeded) {
         client.List(root);
         const auto event = TakeOnly(listResultEvent);
         ASSERT_NE(event, nullptr);
         EXPECT_EQ(OwnField(*event, "LimitExceeded").Get<bool>(), limitExceeded);
         auto paths = ToPaths(ToEntries(*event));
-        EXPECT_EQ(paths.size(), static_cast<std::size_t>(limit));
+        EXPECT_EQ(paths.size(), limit);
         std::sort(paths.begin(), paths.end());
         EXPECT_EQ(std::unique(paths.begin(), paths.end()), paths.end());
     };

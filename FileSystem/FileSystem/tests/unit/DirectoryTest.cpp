@@ -1,5 +1,6 @@
 #include "Host.h"
 #include "LogCapture.h"
+#include "ManyFiles.h"
 #include "ProcessLimits.h"
 #include "Waiting.h"
 
@@ -568,12 +569,7 @@ protected:
     {
         many = std::make_unique<TemporaryFolder>();
         ASSERT_EQ(::chmod(many->GetPath().c_str(), 0755), 0);
-        for (unsigned int i = 0; i < listLimit; ++i) {
-            const int descriptor =
-                ::open((*many / std::to_string(i)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-            ASSERT_GE(descriptor, 0);
-            ::close(descriptor);
-        }
+        MakeManyFiles(many->GetPath(), listLimit);
     }
     static void TearDownTestSuite() { many.reset(); }
 
