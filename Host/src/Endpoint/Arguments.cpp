@@ -29,7 +29,7 @@ const void* Advance(const void* position, std::size_t bytes)
     return static_cast<const std::byte*>(position) + bytes;
 }
 
-/// Calls `use` with an integer of the type that stands there.
+/// Calls `use` with the integer at the address, in its type.
 template <typename Use>
 auto WithInteger(const void* position, const UA_DataType& type, Use&& use)
 {
@@ -88,7 +88,7 @@ Range RangeOf(const UA_DataType& type)
     }
 }
 
-/// Calls `holds` with each element, or with the one value, until it says false.
+/// Calls `holds` with each element, or with the one value, until `holds` returns false.
 template <typename Holds>
 bool AllOf(const UA_Variant& input, Holds&& holds)
 {
@@ -188,8 +188,8 @@ UA_StatusCode Arguments::Check(const std::vector<ArgumentDescription>& declared,
                                                                : UA_STATUSCODE_BADINVALIDARGUMENT;
 }
 
-/// Integers of every width pass where they fit; so does a scalar where a list is declared: the
-/// behaviour decides what it means.
+/// Lets integers of every width pass if they fit, and a scalar for a list, whose meaning the
+/// behaviour decides.
 UA_StatusCode Arguments::Check(const ArgumentDescription& declared, const UA_Variant& input) const
 {
     if (input.type == nullptr)
@@ -217,7 +217,7 @@ bool Arguments::IsInRange(const Core::NodeId& dataType, const UA_Variant& input)
                  [&](const void* element) { return WithInteger(element, *input.type, fits); });
 }
 
-/// An array of empty texts, for one, takes four times what it has on the wire.
+/// Adds the elements of arrays: an array of empty texts takes four times its size on the wire.
 std::size_t Weigh(const UA_Variant* values, std::size_t count)
 {
     std::size_t bytes = 0;

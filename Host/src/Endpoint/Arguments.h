@@ -18,9 +18,9 @@ class Arguments
 public:
     Arguments(const Core::Embedding::InformationModel& model, const StructureTypes& types);
 
-    /// The status of a call with these inputs. With Bad_InvalidArgument, `results` has the status
-    /// of each input: Bad_TypeMismatch, or Bad_OutOfRange for a number that the declared type
-    /// cannot hold and for a text with a NUL, which would end there for the operating system.
+    /// Returns the status of a call with these inputs. With Bad_InvalidArgument, `results` has the
+    /// status of each input: Bad_TypeMismatch, or Bad_OutOfRange for a number that the declared
+    /// type cannot hold and for a text with a NUL, which would end there for the operating system.
     [[nodiscard]] UA_StatusCode
     Check(const std::vector<Core::Embedding::ArgumentDescription>& declared,
           const UA_Variant* inputs, std::size_t count, std::vector<UA_StatusCode>& results) const;
@@ -35,7 +35,7 @@ private:
     std::unordered_map<Core::NodeId, std::int64_t, Core::HashNodeId> enumerations;
 };
 
-/// The memory that values take, in bytes: as encoded, and what an array adds to that.
+/// Returns the memory that values take, in bytes: their encoding, and what an array adds to it.
 [[nodiscard]] std::size_t Weigh(const UA_Variant* values, std::size_t count);
 
 } // namespace Host

@@ -20,10 +20,10 @@ public:
     /// Enters a call that the server knows by `context`.
     [[nodiscard]] Number Enter(const void* context);
 
-    /// Takes a call out. False when it was orphaned, or is not in the book.
+    /// Takes a call out. Returns false if it was orphaned or is not in the book.
     [[nodiscard]] bool Remove(const void* context, Number number);
 
-    /// The calls that are in the book and were not orphaned.
+    /// Returns the number of calls in the book that were not orphaned.
     [[nodiscard]] std::size_t Count() const noexcept { return newest.size(); }
 
 private:

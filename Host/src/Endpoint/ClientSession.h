@@ -31,13 +31,13 @@ struct ClientSession
     ConnectionId connection = 0;     ///< the one on which it was last activated
     std::size_t callsInFlight = 0;   ///< taken and not answered yet
     std::size_t weightInFlight = 0;  ///< of their inputs, see `Weigh`
-    ConnectionId heldConnection = 0; ///< not read, since too much is in flight; 0: none
+    ConnectionId heldConnection = 0; ///< not read while too much is in flight; 0: none
     TimeShare filterTime;            ///< for the library's checks of event filters
     std::uint64_t graceTimer = 0;    ///< runs while the connection is gone; 0: none
     std::chrono::steady_clock::time_point detachedAt; ///< when the connection went
 
     std::chrono::steady_clock::time_point endedAt; ///< once `ended`
-    bool isReported = false;                       ///< as one that does not come to its end
+    bool isReported = false;                       ///< logged as not draining
 
     // Any thread.
     const std::shared_ptr<EventGate> eventGate = std::make_shared<EventGate>(); ///< of its objects
@@ -52,7 +52,7 @@ struct ClientSession
     std::unordered_map<Core::NodeId, Core::Embedding::EventSubscription, Core::HashNodeId>
         ownObjects;
 
-    WorkerThread worker; // last: its jobs use what stands above
+    WorkerThread worker; // last: its jobs use the members above
 };
 
 } // namespace Host

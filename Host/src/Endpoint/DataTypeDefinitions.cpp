@@ -105,7 +105,7 @@ void DataTypeDefinitions::AddStructure(const DataTypeDescription& type,
     entries.push_back(std::move(entry));
 }
 
-/// Its layout has the type itself for an encoding, which no structure has.
+/// Gives the layout the type itself for an encoding, which no structure has.
 void DataTypeDefinitions::AddEnumeration(const DataTypeDescription& type,
                                          const Namespaces& namespaces)
 {

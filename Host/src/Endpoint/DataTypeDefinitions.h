@@ -16,23 +16,22 @@ namespace Host {
 ///
 /// The library makes it from the layouts in its configuration: without descriptions, and of
 /// structures alone. So enumerations and option sets are in the configuration too, as structures
-/// without members, and what the library makes is replaced where it copies it at its next step, see
+/// without members, and the library's definition is replaced where the library copies it, see
 /// Interposition.h.
 ///
 /// One for a process at a time.
 class DataTypeDefinitions
 {
 public:
-    /// Adds the layouts to the server's configuration, and checks that definitions are replaced.
-    /// All must outlive it but the server, which may read definitions no longer once it has gone.
-    /// Throws UaException.
+    /// Adds the layouts to the server's configuration. The model, the namespaces and the types must
+    /// outlive it; the server may not read definitions after it. Throws UaException.
     DataTypeDefinitions(UA_Server& server, const Core::Embedding::InformationModel& model,
                         const Namespaces& namespaces, const StructureTypes& structures);
     DataTypeDefinitions(const DataTypeDefinitions&) = delete;
     DataTypeDefinitions& operator=(const DataTypeDefinitions&) = delete;
     ~DataTypeDefinitions();
 
-    /// The definition to serve instead of one that the library has made; null for all others.
+    /// Returns the definition to serve instead of one that the library has made; null for others.
     [[nodiscard]] const UA_Variant* Find(const UA_StructureDefinition& made) const noexcept;
 
     /// Throws OpcUa::LibraryException when a definition is not served. Once the types are in the

@@ -114,9 +114,8 @@ bool TellsOfOthers(const UA_NodeId& node)
            diagnostics.end();
 }
 
-/// Removes the description that the base model has of its own types, for clients that have not got
-/// them built in: 300 KB each, copied for each read and for each item that monitors them. No client
-/// needs them, and nothing else in the address space is as large.
+/// Removes the base model's descriptions of its own types, which no client needs: 300 KB each,
+/// copied for each read and for each item that monitors them. No other value is as large.
 void RemoveBaseDictionaries(UA_Server& server)
 {
     for (const UA_UInt32 dictionary :
@@ -283,10 +282,10 @@ void Endpoint::Implementation::OnMonitoredItem(const ClientSession& session, con
     }
 }
 
-/// Sets which nodes and values clients are shown.
+/// Sets the rules by which nodes and values are hidden from clients.
 void Endpoint::Implementation::SetRules()
 {
-    // Work outside of messages is the host's own, or a session's with its own nodes.
+    // Outside of messages the host works for itself, or for a session with its own nodes.
     nodeStore.SetRule([this](const UA_NodeId& node) {
         const ConnectionId connection = loop.GetCurrentConnection();
         return connection != 0 && !objects.IsVisible(node, sessions.Find(connection));

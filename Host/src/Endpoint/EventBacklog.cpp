@@ -17,7 +17,7 @@ void EventBacklog::OnMonitoredItem(const ClientSession& session, const UA_NodeId
                                    bool removed)
 {
     if (session.ended)
-        return; // its items go after it was forgotten
+        return; // the session was forgotten before its items were removed
     std::size_t& items = backlogs[&session].items[namespaces.ToCore(node)];
     if (!removed)
         ++items;
@@ -41,7 +41,7 @@ std::vector<EventHearer> EventBacklog::FindHearers(const ProjectedObject& source
 
 void EventBacklog::Add(UA_Server& server, const std::vector<EventHearer>& hearers)
 {
-    constexpr std::size_t looks = 8; // before a bound's worth of events has been raised
+    constexpr std::size_t looks = 8; // for as many events as the bound allows
     std::vector<const ClientSession*> tooSlow;
     for (const auto& [session, items, bytes] : hearers) {
         Backlog& backlog = backlogs[session];
@@ -63,7 +63,7 @@ void EventBacklog::Add(UA_Server& server, const std::vector<EventHearer>& hearer
     }
 }
 
-/// A private object is heard on its own node alone, a shared one on those above it as well.
+/// Counts the items on a private object's own node alone, and for a shared one also those above.
 std::size_t EventBacklog::CountItems(const Backlog& backlog, const ProjectedObject& source)
 {
     std::size_t count = 0;
@@ -79,7 +79,7 @@ bool EventBacklog::IsTooMuch(Backlog& backlog, const SessionProgress& progress) 
 {
     const std::uint64_t settled =
         progress.settledEvents - std::min(progress.settledEvents, backlog.settledEvents);
-    // A session that keeps up has nothing waiting, unless nothing at all is sent: it only samples.
+    // Nothing waits for a session that keeps up. One that only samples is sent nothing at all.
     const bool keepsUp = !progress.isLate && (settled > 0 || progress.hasDisabledItems);
     if (keepsUp || settled >= backlog.events) {
         backlog.events = 0;

@@ -15,25 +15,25 @@
 
 namespace Host {
 
-/// Bounds what events wait for a session in bytes; the library bounds their number alone, and one
-/// listing can have 6 MB.
+/// Bounds the bytes of the events that wait for a session; the library bounds their number alone,
+/// and one listing can have 6 MB.
 ///
-/// The library does not tell what waits. So this counts what was raised for each session and takes
-/// off what the diagnostics of its subscriptions say was sent or dropped. What a filter of the
-/// client's has kept from it looks as if it waited; therefore only a session counts that has left a
-/// subscription without requests to publish whenever it was looked at, and it starts anew when it
-/// has not. A session above the bound is closed, which its client sees. Loop thread.
+/// The library does not tell which events wait. So this counts the events that were raised for each
+/// session and subtracts those that were sent or dropped by the diagnostics of its subscriptions.
+/// An event that a client's filter has kept from it looks as if it waited. Therefore the count of a
+/// session starts anew whenever all of its subscriptions have requests to publish. A session above
+/// the bound is closed, which its client sees. Loop thread.
 class EventBacklog
 {
 public:
     /// `limit`: bytes, as encoded.
     EventBacklog(const Namespaces& namespaces, std::size_t limit) noexcept;
 
-    /// A subscription of the session to the events of a node was made or removed.
+    /// Notes that the session has made or removed a subscription to the events of a node.
     void OnMonitoredItem(const ClientSession& session, const UA_NodeId& node, bool removed);
     void Forget(const ClientSession& session);
 
-    /// The sessions that hear the events of an object.
+    /// Returns the sessions that hear the events of an object.
     [[nodiscard]] std::vector<EventHearer> FindHearers(const ProjectedObject& source) const;
 
     /// Counts an event that was raised, and closes the sessions for which too much waits.

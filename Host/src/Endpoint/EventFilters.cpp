@@ -47,7 +47,7 @@ bool IsLiteralType(const UA_ExtensionObject& operand)
            UA_Variant_hasScalarType(&literal->value, &UA_TYPES[UA_TYPES_NODEID]);
 }
 
-/// Reads the operator as it came, which may be none of the enumeration's.
+/// Reads the operator as it came, which need not be in the enumeration.
 std::int32_t OperatorOf(const UA_ContentFilterElement& element)
 {
     std::int32_t operation = 0;
@@ -105,7 +105,7 @@ Ua<UA_NodeId> Copy(const UA_NodeId& id)
     return copy;
 }
 
-/// The type and those above it up to BaseEventType; empty for what is no event type.
+/// Returns the type and those above it up to BaseEventType; empty for any other kind of node.
 NodeIds FindSuperTypes(UA_Server& server, const UA_NodeId& type)
 {
     constexpr UA_NodeId baseEventType{0, UA_NODEIDTYPE_NUMERIC, {UA_NS0ID_BASEEVENTTYPE}};
@@ -157,7 +157,7 @@ bool HasFieldBelow(UA_Server& server, const UA_NodeId& type,
     return isFound;
 }
 
-/// False for a field that no event has. What is wrong otherwise is the library's to refuse.
+/// Returns false for a field that no event has. The library refuses all other mistakes.
 bool NameDeclaringType(UA_Server& server, UA_SimpleAttributeOperand& clause)
 {
     if (clause.browsePathSize == 0)

@@ -19,8 +19,8 @@ namespace Host {
 ///
 /// Select clauses: the library refuses a monitored item because of one field that it does not find
 /// at the clause's type or below it. A field that a type inherits is named with the type that
-/// declares it instead, and a clause whose field is nowhere with nothing that has a value; a filter
-/// none of whose fields exists is refused.
+/// declares it instead. A clause whose field does not exist selects nothing, and a filter without
+/// any field that exists is refused.
 ///
 /// The library checks a clause against all subtypes of its type, which takes about 80 µs. So each
 /// session has a share of the loop's time for that; filters beyond it are refused.

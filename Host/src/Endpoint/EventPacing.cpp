@@ -11,13 +11,13 @@
 namespace Host {
 namespace {
 
-/// Smaller ones are not looked at one by one.
+/// Smaller events are not looked at one by one.
 constexpr std::uint64_t smallEvent = 65'536;
 /// Fields up to this are always there; they and the headers of a notification are in its overhead.
 constexpr std::size_t smallField = 64;
 constexpr std::uint64_t notificationOverhead = 512;
 constexpr std::uint64_t answerOverhead = 1'024;
-/// As many sessions may be as far behind as one of them may.
+/// The number of sessions that may be as far behind as one of them may.
 constexpr std::uint64_t sessionsBehind = 4;
 constexpr std::size_t mostVainLooks = 5;
 
@@ -61,8 +61,8 @@ std::uint64_t EventPacing::GetBound(const Pace& pace) noexcept
     return largest - std::min(largest, answerOverhead);
 }
 
-/// Of the message that its client takes, of what may be on its way to it, and of what may wait for
-/// all.
+/// Returns the least room: in the message that the client takes, in the output on its way to it,
+/// and in the events that may wait for all sessions.
 std::uint64_t EventPacing::GetRoom(const Pace& pace) const
 {
     const std::uint64_t all = std::accumulate(
@@ -91,12 +91,12 @@ bool EventPacing::Fits(const EventHearer& hearer, bool isPrivate, std::size_t by
     const Pace& pace = paces[hearer.session];
     const std::uint64_t cost = GetCost(hearer.items, bytes);
     const bool isPaused = isPrivate && cost >= smallEvent && pace.output.isPaused;
-    // The other half waits to be raised.
+    // The other half is for events that wait to be raised.
     const std::uint64_t own = isPrivate ? limit / 2 : limit;
     if (!isPaused && cost <= GetRoom(pace) && pace.bytes + cost <= own)
         return true;
-    // Behind nothing at all there will not be more room, and who does not take what waits for it
-    // holds up nobody else.
+    // If nothing waits before it, there will not be more room; and a session that does not take its
+    // events holds up nobody else.
     const bool isBehind = pace.events > 0 || isPaused;
     return !isBehind || (!isPrivate && pace.isLate);
 }
@@ -107,7 +107,7 @@ void EventPacing::Look(const std::vector<EventHearer>& hearers)
     for (const EventHearer& hearer : hearers) {
         Pace& pace = GetPace(*hearer.session);
         if (const auto output = loop.GetOutput(pace.connection); output.largestMessage != 0)
-            pace.output = output; // what the client takes is known after it has gone, too
+            pace.output = output; // stays known after the client has gone
         Settle(pace, progress.Of(*hearer.session));
     }
 }

@@ -25,25 +25,25 @@ struct EventHearer
 
 /// Keeps the events that the library queues for a session within one message that its client takes.
 ///
-/// The library puts all that waits into one answer, whatever its size. So an event that would make
-/// it too large is raised later, when the earlier ones were sent. Where that cannot be waited for,
-/// or the event alone is too large, or so many items hear it that the copies of its fields are, the
-/// fields for which there is no room are empty. Small events are counted only. Loop thread.
+/// The library puts all events that wait into one answer, whatever its size. So an event that would
+/// make it too large is raised later, when the earlier ones were sent. If it cannot wait, if the
+/// event alone is too large, or if so many items hear it that the copies of its fields are, the
+/// fields for which there is no room are empty. Small events are only counted. Loop thread.
 class EventPacing
 {
 public:
     /// `limit`: bytes of events that may wait for one session.
     EventPacing(UA_Server& server, EventLoop& loop, std::size_t limit) noexcept;
 
-    /// How many bytes of events may wait to be raised for a session. Any thread.
+    /// Returns how many bytes of events may wait to be raised for a session. Any thread.
     [[nodiscard]] std::size_t GetWaitingLimit() const noexcept { return limit / 2; }
 
-    /// False if the event is to be raised later. It waits for its hearers as long as they take if
-    /// they are the ones who caused it (`isPrivate`), otherwise only while they keep up.
+    /// Returns false if the event has to wait. It waits for hearers that caused it (`isPrivate`) as
+    /// long as they take, for others only while they keep up.
     [[nodiscard]] bool MayRaise(const std::vector<EventHearer>& hearers, bool isPrivate,
                                 std::size_t bytes);
 
-    /// The event is being raised.
+    /// Begins to raise an event.
     void Begin(const std::vector<EventHearer>& hearers, std::size_t bytes);
 
     /// True if the fields of the event being raised are counted one by one.
@@ -52,12 +52,12 @@ public:
     /// True if a hearer gets a field of the event being raised.
     [[nodiscard]] bool MayRead(const ClientSession& session, std::size_t bytes);
 
-    /// The event was raised. Enters what its hearers got.
+    /// Ends the raising of an event. Enters the bytes that its hearers got.
     void End(std::vector<EventHearer>& hearers);
 
-    /// To be called now and then while events wait to be raised, at least `lookInterval` apart.
-    /// A session that keeps up and yet sends nothing is not to hear what was counted for it: it
-    /// has disabled the item, or samples only.
+    /// Forgets the counted events of sessions that keep up and yet are sent nothing: they have
+    /// disabled the item, or only sample. Call it now and then while events wait to be raised, at
+    /// least `lookInterval` apart.
     void WriteOffStuck();
     static constexpr std::chrono::milliseconds lookInterval{10};
 

@@ -75,7 +75,7 @@ EventSubscription EventRelay::Follow(const Core::NodeId& object, std::shared_ptr
         object, [this, gate = std::move(gate)](const auto& event) { Convert(event, gate); });
 }
 
-/// On the thread that raises the event: a listing of many entries takes its time.
+/// Runs on the thread that raises the event: a listing of many entries takes its time.
 void EventRelay::Convert(const std::shared_ptr<const Event>& event,
                          const std::shared_ptr<EventGate>& gate)
 {
@@ -96,12 +96,12 @@ void EventRelay::Convert(const std::shared_ptr<const Event>& event,
     loop.Post([this, message] { RaiseOrKeep(message); });
 }
 
-/// Behind the earlier ones of its object.
+/// Keeps the event behind the earlier ones of its object.
 void EventRelay::RaiseOrKeep(const std::shared_ptr<Message>& message)
 {
     const ProjectedObject* source = objects.Find(message->event->source);
     if (source == nullptr)
-        return; // has gone meanwhile, and with it everybody who may hear this
+        return; // the object has gone, and with it everybody who may hear this
     std::vector<EventHearer> hearers = backlog.FindHearers(*source);
     const bool isBehindOthers = !waiting.empty() && waiting.count(source->id) > 0;
     if (!isBehindOthers && pacing.MayRaise(hearers, source->owner != nullptr, message->bytes))
@@ -113,7 +113,7 @@ void EventRelay::RaiseOrKeep(const std::shared_ptr<Message>& message)
     waiting[source->id].push_back(message);
 }
 
-/// At the end of a turn, in which something may have been sent.
+/// Runs at the end of a turn, in which something may have been sent.
 void EventRelay::RaiseWaiting()
 {
     constexpr std::chrono::milliseconds often{1};
@@ -129,7 +129,7 @@ void EventRelay::RaiseWaiting()
         loop.SetTurnObserver({});
 }
 
-/// False if it has to wait on.
+/// Returns false if the event still has to wait.
 bool EventRelay::RaiseFirst(std::deque<std::shared_ptr<Message>>& queue)
 {
     const std::shared_ptr<Message> message = queue.front();
@@ -146,7 +146,7 @@ bool EventRelay::RaiseFirst(std::deque<std::shared_ptr<Message>>& queue)
     return true;
 }
 
-/// Makes for a turn of the loop where nothing else does.
+/// Makes the loop turn even if nothing else does.
 void EventRelay::LookLater()
 {
     if (lookTimer != 0)
@@ -178,7 +178,7 @@ void EventRelay::Raise(Message& message, const ProjectedObject& source,
     raised = nullptr;
     pacing.End(hearers);
     backlog.Add(server, hearers);
-    // Nobody else: who hears nothing of it must not learn that something happened.
+    // For its hearers alone: others must not learn that something happened.
     for (const EventHearer& hearer : hearers)
         loop.DeliverEvents(hearer.session);
 }
@@ -229,8 +229,8 @@ Ua<UA_NodeId> EventRelay::FindProperty(const UA_NodeId& node, const Core::Qualif
 
 void EventRelay::Trigger(const EventNode& node, const ProjectedObject& source)
 {
-    // A private object's events are for those who subscribed to that very object, which is there
-    // for its owner alone; who subscribed above hears nothing of it.
+    // The events of a private object are for subscriptions to the object itself, which is there for
+    // its owner alone, and not for those above it.
     std::optional<HiddenSubscribers> hidden;
     if (source.owner != nullptr)
         hidden.emplace(server, *namespaces.ToUa(source.id));

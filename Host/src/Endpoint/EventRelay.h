@@ -37,14 +37,14 @@ public:
     EventRelay& operator=(const EventRelay&) = delete;
     ~EventRelay();
 
-    /// Hears the events of an object of the runtime for as long as the subscription lives. Any
-    /// thread. With a gate, whoever raises an event waits at it. Throws Core::NotFoundException.
+    /// Hears the events of an object of the runtime as long as the subscription lives. With a gate,
+    /// the thread that raises an event waits at it. Any thread. Throws Core::NotFoundException.
     [[nodiscard]] Core::Embedding::EventSubscription
     Follow(const Core::NodeId& object, std::shared_ptr<EventGate> gate = nullptr);
 
-    /// True while the library reads the fields of an event for its hearers, and the session may
-    /// hear it: another one that knows the identifier of a private object gets empty fields, and
-    /// so does a hearer for those that it has no room for. Loop thread.
+    /// Returns true while the library reads the fields of an event for its hearers, if the session
+    /// may hear it: another one that knows the identifier of a private object gets empty fields,
+    /// and so does a hearer for the fields that it has no room for. Loop thread.
     [[nodiscard]] bool MayRead(const UA_NodeId& property, const ClientSession* session) const;
 
 private:
@@ -65,7 +65,7 @@ private:
         Message& operator=(const Message&) = delete;
         ~Message();
 
-        std::shared_ptr<EventGate> gate;                     ///< where it has entered; or null
+        std::shared_ptr<EventGate> gate;                     ///< that it has entered; or null
         std::shared_ptr<const Core::Embedding::Event> event; ///< keeps type and identifiers alive
         std::vector<Ua<UA_Variant>> values;                  ///< by position
         std::vector<std::size_t> sizes;                      ///< of the values, as encoded

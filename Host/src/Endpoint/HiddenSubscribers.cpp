@@ -20,7 +20,7 @@ HiddenSubscribers::~HiddenSubscribers()
     }
 }
 
-/// Follows the hierarchy upwards; what is there twice is met only once.
+/// Follows the hierarchy upwards. A node that is met twice is hidden once.
 void HiddenSubscribers::HideAbove(const UA_NodeId& node)
 {
     UA_BrowseDescription upwards;

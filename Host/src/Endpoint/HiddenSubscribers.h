@@ -14,9 +14,9 @@ namespace Host {
 /// object, so that an event triggered meanwhile reaches the object's own subscribers alone.
 ///
 /// The library sends an event up to every node above its source, and to the Server object, and lets
-/// nobody decide who hears it. The subscriptions of a node hang on the node itself (the head of
-/// every node in the node store's public interface), so they are taken off and put back. Loop
-/// thread, with no other library call in between than the one that triggers.
+/// nobody decide who hears it. The subscriptions of a node hang on the node itself (see
+/// `RequireItemsOnNodes`), so they are taken off and put back. Loop thread; the call that triggers
+/// is the only one of the library while it lives.
 class HiddenSubscribers
 {
 public:

@@ -41,6 +41,9 @@ namespace Host {
 //   server/ua_subscription.c), and the diagnostics of a subscription count what was sent and
 //   dropped (fillSubscriptionDiagnostics in server/ua_server_ns0_diagnostics.c). EventPacing and
 //   EventBacklog rely on it. Tests: memory, subscriptions.
+// - Freeing. The library leaves the freeing of closed sessions and channels to delayed callbacks,
+//   also when a server is deleted, and the loop runs these when it is freed
+//   (UA_Server_removeSession in server/ua_services_session.c). Tests: all of them under asan.
 // - Locks. The callbacks of the access control, of the node store, for monitored items and for
 //   queued calls run with the server's lock held, on the thread that handles a message or calls the
 //   server. This lock and the loop's are recursive, and the loop's is taken first (lockServer in

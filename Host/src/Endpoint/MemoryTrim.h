@@ -4,14 +4,14 @@
 
 namespace Host {
 
-/// Decides when the memory that the allocator keeps for the next blocks is given back to the
-/// system: not while much is transferred, since each block would then be made anew, page by page.
-/// Counts looks instead of time. Not synchronised.
+/// Decides when to give the memory that the allocator keeps for the next blocks back to the system:
+/// not while much is transferred, since each block would then be made anew, page by page. Counts
+/// looks instead of time. Not synchronised.
 class MemoryTrim
 {
 public:
     static constexpr std::uint64_t megabyte = std::uint64_t{1} << 20U;
-    /// As much above the least that was ever resident is not worth it.
+    /// Not worth it with less than this above the least that was ever resident.
     static constexpr std::uint64_t tolerance = 16 * megabyte;
     /// Less than this from one look to the next is idle.
     static constexpr std::uint64_t idleTraffic = megabyte;
@@ -24,12 +24,12 @@ public:
     {}
 
     /// Looks at the process's resident memory and at all bytes that were received and sent so far.
-    /// True if memory should be given back now; `NoteTrimmed` is to follow then. To be called about
-    /// once a second.
+    /// Returns true if memory should be given back now; call `NoteTrimmed` after that. Call this
+    /// about once a second.
     [[nodiscard]] bool IsDue(std::uint64_t resident, std::uint64_t transferred) noexcept;
 
-    /// Says how much is still resident. Where giving back gave little, the memory is in use: the
-    /// pause until the next attempt doubles.
+    /// Takes the memory that is still resident. If little was given back, the memory is in use, and
+    /// the pause until the next attempt doubles.
     void NoteTrimmed(std::uint64_t resident) noexcept;
 
 private:

@@ -170,7 +170,7 @@ UA_StatusCode MethodCalls::Resolve(Call& call, const ClientSession& session) con
                 return UA_STATUSCODE_GOOD;
             }
         const ProjectedObject* object = objects.Find(call.object);
-        if (object == nullptr) // but a node: the library has looked
+        if (object == nullptr) // a node of another kind: the library has found it
             return UA_STATUSCODE_BADMETHODINVALID;
         if (object->owner != nullptr && object->owner != &session)
             return UA_STATUSCODE_BADNODEIDUNKNOWN;
@@ -190,7 +190,7 @@ const MethodDescription* MethodCalls::FindMethod(const Core::NodeId& type,
     return found == candidates.end() ? nullptr : &*found;
 }
 
-/// On the session's worker thread. Whatever happens, the call has a result afterwards.
+/// Gives the call a result, whatever happens. On the session's worker thread.
 void MethodCalls::Run(Call& call, ClientSession& session)
 {
     const auto fail = [&](UA_StatusCode status, const std::string& reason) {

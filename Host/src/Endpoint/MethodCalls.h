@@ -27,8 +27,7 @@ struct HostMethod
 {
     Core::NodeId object;
     Core::NodeId method;
-    /// Runs on the session's worker thread and returns the outputs. What it throws becomes a
-    /// status.
+    /// Runs on the session's worker thread and returns the outputs. An exception becomes a status.
     std::function<std::vector<Core::Value>(ClientSession&)> run;
     Core::Embedding::MethodDescription description;
 };

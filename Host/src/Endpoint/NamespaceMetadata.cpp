@@ -67,7 +67,7 @@ public:
     void Finish() { RequireGood(UA_Server_addNode_finish(&server, IdOf(base)), "adding " + base); }
 
 private:
-    /// A view of the text.
+    /// Returns a view of the text.
     [[nodiscard]] UA_NodeId IdOf(const std::string& text) const
     {
         UA_NodeId id{ownNamespace, UA_NODEIDTYPE_STRING, {}};
@@ -80,7 +80,7 @@ private:
     const UA_UInt16 ownNamespace;
 };
 
-/// An empty time for what is none.
+/// Returns an empty time for a text that is none.
 UA_DateTime ParseDate(const std::string& text)
 {
     std::tm parsed{};
@@ -89,7 +89,7 @@ UA_DateTime ParseDate(const std::string& text)
     return UA_DateTime_fromUnixTime(timegm(&parsed));
 }
 
-/// All nodes of a model are there in every host, under their numbers.
+/// Describes a model all of whose nodes are in every host, under their numbers.
 void Describe(MetadataObject& object, const ModelDescription& model)
 {
     const UA_String uri = ViewOf(model.uri);

@@ -8,7 +8,7 @@
 namespace Host {
 
 /// Adds an object below Server/Namespaces for each model that was loaded: its URI, version and day
-/// as the file has them. Before the server runs. Throws UaException.
+/// as in its file. Call it before the server runs. Throws UaException.
 void AddNamespaceMetadata(UA_Server& server, const Core::Embedding::InformationModel& model,
                           const Namespaces& namespaces);
 

@@ -12,7 +12,7 @@
 namespace Host {
 namespace {
 
-/// The bytes of a Guid in the order in which its digits are written.
+/// Returns the bytes of a Guid in the order of its written digits.
 std::array<unsigned char, 16> BytesOf(const UA_Guid& guid)
 {
     std::array<unsigned char, 16> bytes{};

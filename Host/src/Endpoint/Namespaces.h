@@ -19,7 +19,7 @@ public:
     /// Registers every namespace of this process with the server. Throws UaException.
     explicit Namespaces(UA_Server& server);
 
-    /// Throw Core::NotFoundException for an index that the other side does not have.
+    /// Throws Core::NotFoundException for an index that the other side does not have.
     [[nodiscard]] UA_UInt16 ToUa(int coreIndex) const;
     [[nodiscard]] int ToCore(UA_UInt16 uaIndex) const;
 

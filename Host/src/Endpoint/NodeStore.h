@@ -14,13 +14,13 @@ namespace Host {
 ///
 /// The library asks whether a session may browse a node or call a method, and little else: it would
 /// read, monitor and name a node for everybody who knows its identifier. But every service gets its
-/// nodes from the store, and passes over what is not there, also where another node refers to it.
-/// The store is not told who asks; the rule has to know. Loop thread.
+/// nodes from the store, and passes over references to nodes that are not there. The store is not
+/// told which session asks; the rule has to know. Loop thread.
 class NodeStore
 {
 public:
-    /// True for a node that must not be there now. Only nodes whose identifier is a Guid can be
-    /// hidden, so that all others cost nothing. May not throw, nor call the server.
+    /// Returns true for a node to hide now. Only nodes whose identifier is a Guid can be hidden, so
+    /// that all others cost nothing. Must not throw, nor call the server.
     using Rule = std::function<bool(const UA_NodeId&)>;
 
     NodeStore() = default;
@@ -33,8 +33,8 @@ public:
     void SetRule(Rule rule) { isHidden = std::move(rule); }
     [[nodiscard]] const Rule& GetRule() const noexcept { return isHidden; }
 
-    /// True for the numbers that this store gives new nodes whose adding leaves it to the store:
-    /// those of events and their fields. The library's own store would number them from 50 000 on,
+    /// True for the numbers that this store gives to new nodes without one: those of events and
+    /// their fields. The library's own store would number them from 50 000 on,
     /// but after a few collisions also below, among those of the models.
     [[nodiscard]] static bool IsNumberedHere(const UA_NodeId& id) noexcept
     {
@@ -42,7 +42,7 @@ public:
                id.identifier.numeric >= firstNumber;
     }
 
-    /// Hides nothing while it lives: for what the host does itself while it handles a message.
+    /// Hides nothing while it lives: for the host's own calls while it handles a message.
     class Opening
     {
     public:

@@ -34,7 +34,7 @@ void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession*
 
 void Objects::RemoveOwned(const ClientSession& owner)
 {
-    // The message that ends a session may be another one's, and the session is none any more.
+    // The message that ends a session may be of another one, or the session is gone already.
     const NodeStore::Opening everything(store);
     std::erase_if(objects, [this, &owner](const auto& entry) {
         const ProjectedObject& object = entry.second;

@@ -30,17 +30,17 @@ public:
     Objects(UA_Server& server, NodeStore& store, const Namespaces& namespaces) noexcept;
 
     /// Adds an object of the runtime below another one that clients see (or below the server's
-    /// Objects folder). One that belongs to a session is there for this session alone, as long as
-    /// the store's rule asks `IsVisible`. Throws UaException.
+    /// Objects folder). The store's rule asks `IsVisible`, so that an object with an owner is there
+    /// for this session alone. Throws UaException.
     void Add(const Core::Embedding::NewObject& object, const ClientSession* owner);
 
     /// Removes the objects of a session.
     void RemoveOwned(const ClientSession& owner);
 
-    /// Null for an object that is none of these.
+    /// Returns null for any other object.
     [[nodiscard]] const ProjectedObject* Find(const Core::NodeId& object) const;
 
-    /// True unless the node is an object that belongs to another session.
+    /// Returns false for an object that belongs to another session.
     [[nodiscard]] bool IsVisible(const UA_NodeId& node, const ClientSession* session) const;
 
 private:

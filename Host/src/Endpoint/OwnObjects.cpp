@@ -58,7 +58,7 @@ std::vector<Core::Value> OwnObjects::Create(ClientSession& session, NewObject ob
     try {
         session.ownObjects.emplace(object.id, events.Follow(object.id, session.eventGate));
     } catch (...) {
-        runtime.RemoveObject(object.id); // nobody else would
+        runtime.RemoveObject(object.id); // it is not in the session's list
         throw;
     }
     ++session.ownObjectCount;

@@ -46,7 +46,7 @@ OwnAddress DescribeAddress(const sockaddr& address)
     return {Format(AF_INET, &in4), number >> 24U == loopback || number >> 16U == linkLocal};
 }
 
-/// The machine's addresses of one family; those that lead further where there are any. Not empty.
+/// Returns the machine's addresses of one family, never none: those that lead further, if any do.
 std::vector<std::string> FindOwnAddresses(int family)
 {
     ifaddrs* first = nullptr;
@@ -92,8 +92,8 @@ void SetDiscoveryUrls(UA_ApplicationDescription& application, const std::vector<
         application.discoveryUrls[i] = UA_STRING_ALLOC(urls[i].c_str());
 }
 
-/// Without those whose services are refused: nodes cannot be managed, nor subscriptions be
-/// transferred.
+/// Leaves out the profiles whose services are refused: nodes cannot be managed, nor subscriptions
+/// be transferred.
 void WriteProfiles(UA_Server& server)
 {
     std::array<UA_String, 2> profiles{
@@ -127,11 +127,11 @@ void AddLimit(UA_Server& server, UA_UInt32 number, const char* name, std::size_t
                 fmt::format("publishing {}", name));
 }
 
-/// The longest byte string or text that fits a message beside the rest of it.
+/// Returns the length of the longest byte string or text that fits a message.
 std::size_t LongestIn(const EndpointSettings& settings)
 {
     constexpr std::size_t rest = 65'536;  // of a call and its other inputs
-    constexpr std::size_t chunk = 65'000; // what clients put into one, at least
+    constexpr std::size_t chunk = 65'000; // that clients fill at least
     const std::size_t most = std::min(settings.maximumMessage, settings.maximumChunks * chunk);
     return most - std::min(most / 2, rest);
 }

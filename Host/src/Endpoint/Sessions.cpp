@@ -79,8 +79,6 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
     return UA_STATUSCODE_GOOD;
 }
 
-/// A session that is already active on the connection forbids another one, which would wait in vain
-/// and could be large.
 void Sessions::OnCreated(UA_Server& server, const UA_Guid& id)
 {
     const auto connection = loop.GetConnection(loop.GetCurrentConnection());
@@ -123,7 +121,7 @@ UA_StatusCode Sessions::Readmit(ClientSession& session,
     loop.MarkAdmitted(session.connection, false);
     session.connection = connection.id;
     loop.MarkAdmitted(connection.id, true);
-    // Too much of it in flight holds its new connection like the one before.
+    // With too much in flight, the new connection is held like the one before.
     if (session.heldConnection != 0) {
         loop.HoldConnection(std::exchange(session.heldConnection, connection.id), false);
         loop.HoldConnection(connection.id, true);
@@ -131,12 +129,12 @@ UA_StatusCode Sessions::Readmit(ClientSession& session,
     return UA_STATUSCODE_GOOD;
 }
 
-/// True if there is a place, or one was made by a session that waits for its client to come back.
+/// Returns true if there is a place; closes a session that waits for its client to make one.
 bool Sessions::HasPlace(UA_Server& server)
 {
     if (sessions.size() < rules.maximum)
         return true;
-    // Those that end for others may take their time, and a thread each.
+    // Sessions that end for others may take their time, and a thread each.
     const std::size_t mostEnding = rules.maximum / 4 + 1;
     ClientSession* leaving = FindFirstToLeave();
     if (leaving == nullptr || sessions.size() >= rules.maximum + mostEnding)
@@ -148,8 +146,9 @@ bool Sessions::HasPlace(UA_Server& server)
     return UA_Server_closeSession(&server, &*leaving->id) == UA_STATUSCODE_GOOD;
 }
 
-/// The session without a connection that lost it first, of the user and address that have most of
-/// them: nobody pushes out the sessions of others by connecting and leaving. Null if there is none.
+/// Returns the session that has been without a connection longest, of the user and address with
+/// most such sessions: nobody pushes out the sessions of others by connecting and leaving. Null if
+/// there is none.
 ClientSession* Sessions::FindFirstToLeave() const
 {
     std::map<std::pair<std::string, std::string>, std::vector<ClientSession*>> detached;
@@ -168,7 +167,7 @@ ClientSession* Sessions::FindFirstToLeave() const
                              });
 }
 
-/// Every step that can fail comes before the session counts, and gives back what it took.
+/// Does every step that can fail before the session counts; each gives back its resources.
 void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& user,
                      void** context)
 {
@@ -192,7 +191,7 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     sessions.push_back(std::move(session));
 }
 
-/// On the session's worker thread. A session that cannot be opened ends.
+/// Opens a session on its worker thread, or ends it.
 void Sessions::Open(UA_Server& server, ClientSession& session)
 {
     try {
@@ -267,7 +266,7 @@ void Sessions::End(ClientSession& session)
     loop.MarkAdmitted(session.connection, false);
     session.connection = 0;
     ended(session);
-    // Behind its calls in flight; they end early, since no further call is made for it.
+    // Posted behind its calls in flight, which end early: no further call is made for it.
     session.worker.Post([this, &session] {
         if (session.session)
             session.session->Close();

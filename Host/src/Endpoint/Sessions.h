@@ -44,8 +44,9 @@ struct SessionRules
 {
     bool anonymousAllowed = false;
     bool usersAllowed = false;
-    /// Sessions that are at work, ended ones included. There may be as many more that are created
-    /// and not activated, and a quarter more while others that lost their connection end for them.
+    /// The number of sessions, including those that have ended and are still at work. As many more
+    /// may be created and not activated, and a quarter more while others that lost their connection
+    /// end for them.
     std::size_t maximum = 100;
     /// The time for which a session outlives its connection.
     std::chrono::milliseconds grace{5'000};
@@ -87,20 +88,21 @@ public:
     /// Returns null when no session is active on the connection.
     [[nodiscard]] ClientSession* Find(ConnectionId connection) const;
 
-    /// For the loop's observer of closed connections.
+    /// Starts the grace of the session on a connection that has closed.
     void OnConnectionClosed(UA_Server& server, ConnectionId connection);
 
-    /// Logs, once each, the sessions that ended before the limit and are still at work.
+    /// Logs each session once that has ended longer ago than the limit and is still at work.
     void ReportUndrained(std::chrono::milliseconds limit);
 
     /// Closes the sessions that clients created and have not activated within half a minute. Call
     /// it now and then.
     void CloseUnclaimed(UA_Server& server);
 
-    /// Waits for the jobs of all sessions, without a limit, and forgets them. The server is gone.
+    /// Waits for the jobs of all sessions, without a limit, and forgets the sessions. REQUIRES: the
+    /// server is gone.
     void Clear() { sessions.clear(); }
 
-    /// Waits for the jobs of all sessions; false when some are still at work after the limit.
+    /// Waits for the jobs of all sessions. Returns false if some have not ended within the limit.
     [[nodiscard]] bool WaitIdle(std::chrono::milliseconds limit);
 
 private:

@@ -20,7 +20,7 @@ bool IsConcreteStructure(const DataTypeDescription& type)
            type.id.GetNamespaceIndex() != 0;
 }
 
-/// Null when the identifier is none of a built-in type.
+/// Returns null for an identifier of any other type.
 const UA_DataType* FindBuiltIn(const Core::NodeId& dataType)
 {
     const unsigned int* number = dataType.GetNumeric();
@@ -33,8 +33,8 @@ const UA_DataType* FindBuiltIn(const Core::NodeId& dataType)
     return *number <= lastBuiltInType ? &UA_TYPES[*number - 1] : nullptr;
 }
 
-/// A type of the standard that is laid out like the given one, UtcTime say, names itself to
-/// clients: they learn more from it than from the layout alone.
+/// Returns the identifier of a type that is laid out like the given one, such as UtcTime: clients
+/// learn more from it than from the layout alone.
 const UA_DataType& NameToClients(const UA_DataType& layout, const UA_NodeId& dataType)
 {
     const UA_DataType* named = UA_findDataType(&dataType);

@@ -48,7 +48,7 @@ private:
     const Namespaces& namespaces;
     std::deque<std::string> names; // the layouts point to them
     std::vector<std::vector<UA_DataTypeMember>> members;
-    std::vector<UA_DataType> types; // never grows beyond what was reserved: others point into it
+    std::vector<UA_DataType> types; // never grows beyond its reserve: others point into it
     std::unordered_map<Core::NodeId, std::size_t, Core::HashNodeId> indexes;
     std::vector<const Core::Embedding::DataTypeDescription*> descriptions; // beside types
     std::optional<UA_DataTypeArray> array; // set once, its members are constant

@@ -9,7 +9,7 @@
 
 namespace Host {
 
-/// How far the subscriptions of a session have come.
+/// The progress of a session's subscriptions.
 struct SessionProgress
 {
     std::uint64_t settledEvents = 0; ///< sent or dropped since they were made
@@ -17,7 +17,7 @@ struct SessionProgress
     bool hasDisabledItems = false;   ///< which hear nothing
 };
 
-/// The state of all subscriptions as the server's diagnostics tell it. Loop thread.
+/// The state of all subscriptions, from the server's diagnostics. Loop thread.
 class SubscriptionProgress
 {
 public:

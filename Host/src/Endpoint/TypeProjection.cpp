@@ -45,7 +45,7 @@ UA_StatusCode RefuseDirectCall(UA_Server* /*server*/, const UA_NodeId* /*session
     return UA_STATUSCODE_BADINTERNALERROR;
 }
 
-/// The texts by position: those of EnumStrings and OptionSetValues, where a gap has an empty text.
+/// Returns the texts by position, as in EnumStrings and OptionSetValues: a gap has an empty text.
 std::vector<UA_LocalizedText> TextsByPosition(const std::vector<DataTypeField>& fields)
 {
     std::vector<UA_LocalizedText> texts;
@@ -58,7 +58,7 @@ std::vector<UA_LocalizedText> TextsByPosition(const std::vector<DataTypeField>& 
     return texts;
 }
 
-/// The texts with their numbers: those of EnumValues.
+/// Returns the texts with their numbers, as in EnumValues.
 std::vector<UA_EnumValueType> TextsWithValues(const std::vector<DataTypeField>& fields)
 {
     std::vector<UA_EnumValueType> values;
@@ -69,7 +69,7 @@ std::vector<UA_EnumValueType> TextsWithValues(const std::vector<DataTypeField>& 
     return values;
 }
 
-/// As the models' files declare variables: to be read.
+/// Returns the attributes of a variable as the models' files declare it: for reading.
 UA_VariableAttributes ReadOnlyAttributes()
 {
     UA_VariableAttributes attributes = UA_VariableAttributes_default;
@@ -114,7 +114,7 @@ void TypeProjection::Project()
     for (const auto& type : model.GetObjectTypes())
         if (!IsBaseType(type))
             Add(type);
-    // Only now is every event type there.
+    // Every event type is there now.
     for (const auto& type : model.GetObjectTypes())
         for (const auto& event : type.generatedEvents)
             if (!IsBaseType(type))
@@ -222,7 +222,8 @@ void TypeProjection::AddMethod(const Core::NodeId& owner, const MethodDescriptio
         CompleteArguments(method.outputArgumentsId);
 }
 
-/// The library adds these with rights to write their status and time, and without a rule.
+/// Takes away the rights to write status and time with which the library adds arguments, and adds a
+/// rule.
 void TypeProjection::CompleteArguments(const Core::NodeId& property)
 {
     RequireGood(

@@ -16,8 +16,8 @@ public:
     TypeProjection(UA_Server& server, const Core::Embedding::InformationModel& model,
                    const Namespaces& namespaces) noexcept;
 
-    /// Calls of the methods reach the asynchronous operations of the server. Loop thread, before
-    /// the server runs. Throws UaException naming the node that the server refused.
+    /// Adds the types. Calls of their methods become asynchronous operations of the server. Loop
+    /// thread, before the server runs. Throws UaException naming the node that the server refused.
     void Project();
 
     /// Adds a method to an object, as it does to types. Throws UaException.

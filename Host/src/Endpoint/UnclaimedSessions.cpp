@@ -67,7 +67,7 @@ std::vector<ConnectionId> UnclaimedSessions::GetConnections() const
     return connections;
 }
 
-/// One address cannot push out the sessions of others.
+/// Takes from the address with most sessions, so that one address cannot push out those of others.
 UA_Guid UnclaimedSessions::TakeOldestOfFullestAddress()
 {
     std::unordered_map<std::string, std::size_t> counts;

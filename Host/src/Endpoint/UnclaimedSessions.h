@@ -31,8 +31,8 @@ public:
     /// REQUIRES: most > 0.
     explicit UnclaimedSessions(std::size_t most);
 
-    /// Returns the sessions that have to be closed for it: the one that the connection had before,
-    /// or the oldest of the address that has most.
+    /// Adds a session. Returns those to close for it: the one that the connection had before, or
+    /// the oldest of the address that has most.
     [[nodiscard]] std::vector<UA_Guid> Add(Session session);
 
     /// Forgets a session that was activated or has closed. Unknown ones are ignored.
@@ -44,10 +44,10 @@ public:
     /// Returns the sessions that are older, and forgets them.
     [[nodiscard]] std::vector<UA_Guid> TakeOlderThan(Clock::time_point limit);
 
-    /// The session of a connection could not be activated: it is listened to last.
+    /// Notes that the session of a connection could not be activated: it comes last from now on.
     void NoteFailure(ConnectionId connection, Clock::time_point now);
 
-    /// Returns the connections that have such sessions, in the order in which to listen to them.
+    /// Returns the connections that have such sessions, in the order to read them.
     [[nodiscard]] std::vector<ConnectionId> GetConnections() const;
 
     [[nodiscard]] std::size_t Count() const noexcept { return sessions.size(); }

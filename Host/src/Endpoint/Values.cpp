@@ -338,7 +338,7 @@ Ua<UA_Variant> Values::ToUa(const Core::Value& value, const Core::NodeId& dataTy
     return variant;
 }
 
-/// A value of a type that allows anything travels as its natural type.
+/// Returns the declared layout, or the value's natural type if the declared one allows anything.
 const UA_DataType& Values::ChooseLayout(const Core::Value& value, const UA_DataType& declared) const
 {
     if (declared.typeKind != UA_DATATYPEKIND_VARIANT &&
@@ -412,7 +412,7 @@ void Values::FillStruct(void* target, const UA_DataType& type, const Core::Struc
     }
 }
 
-/// An empty value leaves the member at the zero that it was made with.
+/// Fills a member, which an empty value leaves at zero.
 void Values::FillMember(void* target, const UA_DataTypeMember& member,
                         const Core::Value& value) const
 {

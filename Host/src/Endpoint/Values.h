@@ -8,8 +8,8 @@
 
 namespace Host {
 
-/// Converts between the host's values and those on the wire. Texts go through the escape of Text.h;
-/// a null time is an empty time, both ways. Immutable; any thread.
+/// Converts between the host's values and those on the wire. Texts go through the escape of
+/// OpcUa/Text.h; a null time is an empty time, both ways. Immutable; any thread.
 class Values
 {
 public:

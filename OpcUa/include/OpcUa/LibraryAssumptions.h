@@ -8,6 +8,22 @@
 
 namespace OpcUa {
 
+// Everything that both ends of a connection assume of open62541 beyond what its documentation
+// promises, with the place in the library's source (of 1.4.18) that it comes from. A host has more
+// of them, see its Endpoint/LibraryAssumptions.h.
+//
+// Assumptions of a client, which need a server and are checked by the tests of the client alone:
+//
+// - Answers. A client that waits for an answer stops at it; bytes behind it stay in the channel
+// until
+//   the loop runs again (__Client_networkCallback in client/ua_client_connect.c,
+//   UA_SecureChannel_persistBuffer in ua_securechannel.c). The client's loop therefore hands
+//   messages over one by one.
+// - Endpoints. Without an endpoint in its configuration a client looks for one that it could log in
+//   to, and closes if there is none (client/ua_client_connect.c).
+// - Memory. Messages to send are freed by the loop that has made them, or by UA_ByteString_clear,
+//   so their memory comes from malloc (sendSymmetricChunk in ua_securechannel.c).
+
 /// Thrown when the open62541 that this process has loaded does not do what this program assumes of
 /// it. The text names the assumption, the version and what would go wrong.
 class LibraryException : public std::runtime_error
