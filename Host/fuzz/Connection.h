@@ -15,12 +15,12 @@ public:
     /// Throws std::system_error when nobody listens.
     explicit Connection(std::uint16_t port);
 
-    /// False once the other end has closed or broken it.
+    /// Returns false once the other end has closed or broken it.
     [[nodiscard]] bool IsOpen() const noexcept { return descriptor.IsOpen(); }
-    /// Sends what the other end takes in time, and closes when it does not.
+    /// Sends, and closes if the other end does not take everything in time.
     void Send(const std::string& bytes);
-    /// The next whole frame; nothing when none has come within the time, in milliseconds, or the
-    /// connection has ended.
+    /// Returns the next whole frame; nothing if none comes within the time, in milliseconds, or if
+    /// the connection has ended.
     [[nodiscard]] std::optional<std::string> Receive(int limit);
     void Close() noexcept { descriptor = {}; }
     /// Closes with a reset instead of in good order.

@@ -36,7 +36,8 @@ struct Field
     Journal journal;
 };
 
-/// Learns what later requests may name: numbers, nodes, continuation points; counts the status.
+/// Learns names for later requests from an answer: numbers, nodes, continuation points. Counts its
+/// status.
 void Learn(Field& field, Value& response);
 
 } // namespace Fuzz

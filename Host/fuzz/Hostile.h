@@ -27,7 +27,7 @@ public:
     virtual void Step() = 0;
 };
 
-/// One that speaks the protocol itself, unencrypted, and so can break it at every layer.
+/// A client that speaks the protocol itself, unencrypted, and so can break it at every layer.
 class HostileFrames : public Hostile
 {
 public:
@@ -48,7 +48,7 @@ private:
     void DisturbSession();
     void SendRequest();
 
-    /// Sends a request in the session; its bytes are changed on some of the ways.
+    /// Sends a request in the session; some ways of sending change its bytes.
     void Post(Value request, bool isMutated);
     void Send(const std::string& frame);
     /// Takes answers while they come within the time, until one is of that type.
@@ -70,7 +70,7 @@ private:
     std::size_t refusals = 0; // of the session, one after another
 };
 
-/// One that speaks through an encrypted connection of the library's client: what it sends is
+/// A client that speaks through an encrypted connection of the library's client: its requests are
 /// well-formed, and strange.
 class HostileRequests : public Hostile
 {

@@ -13,8 +13,8 @@ using OpcUa::RequireGood;
 
 namespace {
 
-constexpr int longestAnswer = 20'000; // ms; where one must come unless the connection ends
-constexpr int shortWait = 50;         // where none need come
+constexpr int longestAnswer = 20'000; // ms; for one that must come unless the connection ends
+constexpr int shortWait = 50;         // for one that need not come
 constexpr std::size_t largestChunk = 60'000;
 constexpr std::size_t mostUnanswered = 30;
 constexpr const char* policyUri = "http://opcfoundation.org/UA/SecurityPolicy#";
@@ -109,7 +109,7 @@ void HostileFrames::OpenChannel(bool isRenewal, int limit)
     channel.token = response.securityToken.tokenId;
 }
 
-/// With other modes, policies and certificates than can be meant.
+/// Asks for a channel with impossible modes, policies and certificates.
 void HostileFrames::OpenStrangely()
 {
     static const std::vector<std::string> policies{
@@ -226,7 +226,7 @@ std::optional<Value> HostileFrames::Await(const UA_DataType& type, int limit)
         if (&value->GetType() == &type)
             return value;
         if (&value->GetType() == &UA_TYPES[UA_TYPES_SERVICEFAULT])
-            return std::nullopt; // that was it, or its request never will be answered
+            return std::nullopt; // this was the answer, or there never will be one
     }
     return std::nullopt;
 }

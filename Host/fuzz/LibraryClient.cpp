@@ -75,7 +75,7 @@ std::string TextOf(const UA_NodeId& node)
     return copy;
 }
 
-/// The type of the answers to a type of requests.
+/// Returns the type of the answers to a type of requests.
 const UA_DataType& FindResponse(const UA_DataType& request)
 {
     std::string name = request.typeName;
@@ -222,7 +222,7 @@ bool LibraryClient::Post(const Value& request, const Answer& answer)
                                                  take, &FindResponse(request.GetType()),
                                                  pending.get(), nullptr) == UA_STATUSCODE_GOOD;
     if (isSent)
-        static_cast<void>(pending.release()); // the answer's
+        static_cast<void>(pending.release()); // belongs to the answer now
     return isSent;
 }
 

@@ -26,7 +26,7 @@ public:
     LibraryClient& operator=(const LibraryClient&) = delete;
     ~LibraryClient();
 
-    /// Puts all nodes that are found from the root, and their methods, into the pool.
+    /// Puts all nodes below the root, and their methods, into the pool.
     void Explore(Pool& pool);
     [[nodiscard]] std::uint16_t FindNamespace(const std::string& uri) const;
 
@@ -36,9 +36,9 @@ public:
     void Check();
 
     using Answer = std::function<void(UA_StatusCode)>;
-    /// Sends a request without waiting. False when it cannot be sent.
+    /// Sends a request without waiting. Returns false if it cannot be sent.
     bool Post(const Value& request, const Answer& answer);
-    /// Takes the answers that have come. False when the connection is gone.
+    /// Takes the answers that have come. Returns false if the connection is gone.
     bool TakeAnswers();
 
 private:
@@ -47,7 +47,7 @@ private:
         void operator()(UA_Client* client) const noexcept { UA_Client_delete(client); }
     };
 
-    /// A node below another one.
+    /// Returns a node below another one.
     struct Child
     {
         OpcUa::Ua<UA_NodeId> node;

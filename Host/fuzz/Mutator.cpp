@@ -89,7 +89,7 @@ void Mutator::FillMembers(void* value, const UA_DataType& type, unsigned depth)
     });
 }
 
-/// True when the kind is one of those that own no memory.
+/// True for kinds that own no memory.
 bool Mutator::FillPlain(void* value, const UA_DataType& type)
 {
     switch (type.typeKind) {
@@ -132,7 +132,7 @@ bool Mutator::FillPlain(void* value, const UA_DataType& type)
     }
 }
 
-/// True when the kind is one of those that are text or names.
+/// True for kinds of texts and names.
 bool Mutator::FillText(void* value, const UA_DataType& type)
 {
     switch (type.typeKind) {
@@ -289,7 +289,7 @@ void Mutator::Mutate(void* value, const UA_DataType& type)
     }
 }
 
-/// Some of the elements are enough: changing the hundredth is like changing the first.
+/// Chooses among some of the elements: changing the hundredth is like changing the first.
 void Mutator::CollectElements(void* elements, std::size_t count, const UA_DataType& type,
                               std::vector<Place>& places, unsigned depth)
 {

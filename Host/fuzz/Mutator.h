@@ -9,8 +9,8 @@
 
 namespace Fuzz {
 
-/// Makes up values of any type, and changes what is there, by the library's descriptions of its
-/// types. What comes out can be encoded, but nothing in it need make sense.
+/// Makes up and changes values of any type by the library's descriptions of its types. The values
+/// can be encoded, but need not make sense.
 class Mutator
 {
 public:
@@ -19,7 +19,7 @@ public:
         , pool(pool)
     {}
 
-    /// REQUIRES: the value is empty. `depth` counts what it is nested in.
+    /// Fills a value. REQUIRES: it is empty. `depth` counts the values that it is nested in.
     void Fill(void* value, const UA_DataType& type, unsigned depth = 0);
     /// Puts a value made up of a scalar, an array or a matrix into an empty variant.
     void FillVariant(UA_Variant& variant, const UA_DataType& type, unsigned depth = 0);

@@ -86,14 +86,14 @@ UA_NodeId Pool::DrawFiles(Random& random) const
 {
     if (random.Chance(5))
         return DrawNode(random);
-    // The first is the shared one, which is always there; the newest are likely to be there still.
+    // The first is the shared one, which is always there; the newest are likely to exist still.
     if (random.Chance(30))
         return Copy(*files.front()).Release();
     const std::size_t newest = std::min<std::size_t>(files.size(), 10);
     return Copy(*files[files.size() - 1 - random.Below(newest)]).Release();
 }
 
-/// One that nobody has given out.
+/// Returns a node that nobody has given out.
 UA_NodeId Pool::MakeNode(Random& random)
 {
     const auto index = static_cast<UA_UInt16>(random.Chance(80) ? random.Below(5) : random.Bits());

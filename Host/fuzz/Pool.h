@@ -23,7 +23,7 @@ struct MethodPlace
 class Pool
 {
 public:
-    /// The place of the node in the list.
+    /// Returns the place of the node in the list.
     std::size_t AddNode(const UA_NodeId& node);
     void AddMethod(std::size_t object, std::size_t method) { methods.push_back({object, method}); }
     void AddMade(const UA_NodeId& node);
@@ -35,9 +35,9 @@ public:
     [[nodiscard]] std::size_t CountNodes() const noexcept { return nodes.size(); }
     [[nodiscard]] const UA_NodeId& GetNode(std::size_t place) const { return *nodes[place]; }
 
-    // Each a copy that the receiver clears.
+    // Each returns a copy that the receiver clears.
     [[nodiscard]] UA_NodeId DrawNode(Random& random) const;
-    /// A file system, mostly. REQUIRES: there is one.
+    /// Returns a file system, mostly. REQUIRES: there is one.
     [[nodiscard]] UA_NodeId DrawFiles(Random& random) const;
     [[nodiscard]] UA_ByteString DrawContinuation(Random& random) const;
     [[nodiscard]] UA_String DrawText(Random& random) const;
@@ -58,7 +58,7 @@ private:
     std::vector<std::string> texts;
 };
 
-/// A copy of the text as the library allocates it.
+/// Returns a copy of the text, allocated by the library.
 [[nodiscard]] UA_String MakeString(const std::string& text);
 
 } // namespace Fuzz

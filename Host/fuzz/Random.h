@@ -7,7 +7,7 @@
 
 namespace Fuzz {
 
-/// Draws what a run does: the same seed gives the same draws on every machine.
+/// Draws the random numbers of a run: the same seed gives the same numbers on every machine.
 class Random
 {
 public:
@@ -20,10 +20,11 @@ public:
     [[nodiscard]] bool Chance(std::size_t percent) { return Below(100) < percent; }
     [[nodiscard]] std::uint64_t Bits() { return engine(); }
 
-    /// Often a number at which something changes: a power of two, its neighbours, a count.
+    /// Draws a number, often one at which something changes: a power of two, its neighbours, a
+    /// count.
     [[nodiscard]] std::uint64_t Number();
     [[nodiscard]] double Real();
-    /// Mostly short.
+    /// Draws a length, mostly a short one.
     [[nodiscard]] std::size_t Length();
     [[nodiscard]] std::string Bytes(std::size_t length);
 

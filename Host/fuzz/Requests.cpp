@@ -12,7 +12,7 @@ using OpcUa::RequireGood;
 
 namespace {
 
-/// All services that are asked for in a session; those without a maker of their own are made up.
+/// All services in a session. Requests of those without a maker of their own are made up.
 constexpr std::array<std::size_t, 28> services{UA_TYPES_FINDSERVERSREQUEST,
                                                UA_TYPES_FINDSERVERSONNETWORKREQUEST,
                                                UA_TYPES_GETENDPOINTSREQUEST,
@@ -94,7 +94,7 @@ Value Requests::Make(std::uint32_t subscription)
 {
     Value value = MakeForService();
     if (NamesSubscription(value.GetType()) && !random.Chance(20))
-        // In all of them it follows the header, as it does in this one.
+        // It follows the header in all of them, as in this one.
         value.As<UA_RepublishRequest>().subscriptionId = subscription;
     return value;
 }
@@ -136,7 +136,7 @@ Value Requests::MakeActivateSession(bool isPlausible)
 {
     Value value(UA_TYPES[UA_TYPES_ACTIVATESESSIONREQUEST]);
     auto& request = value.As<UA_ActivateSessionRequest>();
-    if (isPlausible) // none is the anonymous user
+    if (isPlausible) // without a token, the user is anonymous
         return value;
     constexpr std::array<std::size_t, 4> tokens{
         UA_TYPES_ANONYMOUSIDENTITYTOKEN, UA_TYPES_USERNAMEIDENTITYTOKEN, UA_TYPES_X509IDENTITYTOKEN,
@@ -169,7 +169,7 @@ Value Requests::MakeCall()
     return value;
 }
 
-/// As the model has it, but for the arguments' values.
+/// Makes a call as in the model, but for the arguments' values.
 void Requests::FillFileCall(UA_CallMethodRequest& call)
 {
     const FileMethod& method = random.Pick(methods);
@@ -319,7 +319,7 @@ void Requests::FillFilter(UA_ExtensionObject& object)
         FillWhere(filter.whereClause);
 }
 
-/// A field of all events, mostly.
+/// Makes a select clause, mostly for a field of all events.
 void Requests::FillSelect(UA_SimpleAttributeOperand& clause)
 {
     static constexpr std::array names{"EventId",  "EventType",   "SourceNode", "SourceName",

@@ -11,7 +11,7 @@
 namespace Fuzz {
 
 /// Makes requests that a client might send: of all services, with the host's own nodes, methods and
-/// numbers. What comes of them depends on the rest of the run.
+/// numbers. Their answers depend on the rest of the run.
 class Requests
 {
 public:
@@ -23,11 +23,11 @@ public:
         , fileMethods(fileMethods)
     {}
 
-    /// One of any service but those that make and end sessions. Those that name a subscription
-    /// mostly name this one.
+    /// Makes a request of any service but those that make and end sessions. One that names a
+    /// subscription mostly names this one.
     [[nodiscard]] Value Make(std::uint32_t subscription);
     [[nodiscard]] Value MakeCreateSession();
-    /// `isPlausible`: without a user; otherwise with any token.
+    /// Makes a login. `isPlausible`: without a user; otherwise with any token.
     [[nodiscard]] Value MakeActivateSession(bool isPlausible);
     [[nodiscard]] Value MakeCloseSession();
 

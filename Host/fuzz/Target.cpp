@@ -23,7 +23,7 @@ namespace {
 constexpr auto longestWait = std::chrono::minutes(1);
 constexpr auto pause = std::chrono::milliseconds(20);
 
-/// Looks until the condition holds. False when it does not come to that.
+/// Waits until the condition holds. Returns false if it does not in time.
 template <typename Condition>
 bool Await(const Condition& condition)
 {
@@ -46,7 +46,7 @@ std::size_t CountEntries(const std::filesystem::path& folder)
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
-/// Becomes the host. In a child; standard output and error are where they should be.
+/// Becomes the host, in a child whose standard output and error are set.
 [[noreturn]] void RunHost(const std::vector<char*>& arguments, int output, int log)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -28,19 +28,19 @@ public:
     Target(const std::filesystem::path& folder, const std::vector<std::string>& options);
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
-    /// Ends it at once when it still runs.
+    /// Kills it if it still runs.
     ~Target();
 
     [[nodiscard]] std::uint16_t GetPort() const noexcept { return port; }
     [[nodiscard]] std::string GetUrl() const;
-    /// In the folder that may only be read.
+    /// Returns the path of a file in the folder that may only be read.
     [[nodiscard]] std::string GetKeptFile() const;
     [[nodiscard]] const std::filesystem::path& GetLog() const noexcept { return log; }
 
-    /// How it ended; nothing while it runs.
+    /// Returns the way it ended; nothing while it runs.
     [[nodiscard]] std::optional<std::string> GetEnd();
     [[nodiscard]] Holdings CountHoldings() const;
-    /// Waits until it holds no more than it did. False when that takes more than a minute.
+    /// Waits until it holds no more than before. Returns false if that takes more than a minute.
     [[nodiscard]] bool ComesBackTo(const Holdings& before) const;
     /// Asks it to stop and waits for its end, a minute at most: "status 0" is a good one.
     [[nodiscard]] std::string Stop();

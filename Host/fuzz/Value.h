@@ -40,7 +40,7 @@ public:
     [[nodiscard]] const UA_DataType& GetType() const noexcept { return *type; }
     [[nodiscard]] void* Get() noexcept { return data; }
     [[nodiscard]] const void* Get() const noexcept { return data; }
-    /// REQUIRES: T is what the type describes, or its first member.
+    /// Returns the value as a T. REQUIRES: the type describes a T, or its first member is one.
     template <typename T>
     [[nodiscard]] T& As() noexcept
     {

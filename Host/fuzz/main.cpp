@@ -1,4 +1,4 @@
-// Sends a real host what no client should, for a while, and looks at what is left of it.
+// Sends a real host for a while what no client should, and checks that it has lost nothing.
 
 #include "Field.h"
 #include "Hostile.h"

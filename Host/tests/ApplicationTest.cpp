@@ -55,7 +55,7 @@ protected:
         return arguments;
     }
 
-    /// The one who owns the checkout need not be the one who runs the tests.
+    /// The owner of the checkout, who need not be the user who runs the tests.
     static std::string GetOwner(const char* file)
     {
         struct stat status = {};

@@ -263,7 +263,7 @@ const std::vector<Attempt> changes = {
      }},
 };
 
-/// Getting something from a folder into the root, which is the working directory, or out of it.
+/// Getting something from a folder into the root, which is the working directory, or back.
 const std::vector<Attempt> moves = {
     {"move in",
      [](const std::string& at) {
@@ -353,7 +353,7 @@ pid_t StartIdler()
     const auto process = fork();
     if (process == 0) {
         close(ends[1]);
-        close(STDOUT_FILENO); // which is read until everybody has closed it
+        close(STDOUT_FILENO); // the parent reads until everybody has closed it
         char none = 0;
         std::_Exit(static_cast<int>(read(ends[0], &none, 1)));
     }
@@ -361,7 +361,7 @@ pid_t StartIdler()
     return process;
 }
 
-/// Runs before the sandbox is entered, so that there are those to be reached from inside it.
+/// Makes targets for the attempts before the sandbox is entered.
 struct Neighbours
 {
     Neighbours()
@@ -390,13 +390,13 @@ struct Neighbours
     char secret[8] = "secret";
 };
 
-/// In a child, so that it does not last; the child's status tells how it went.
+/// Tries in a child, so that it does not last; the child's status is the result.
 template <typename Operation>
 bool TryInAChild(Operation operation)
 {
     const auto child = fork();
     if (child < 0)
-        return operation(); // nobody else can try
+        return operation(); // no child can be made
     if (child == 0)
         std::_Exit(operation() ? 0 : 1);
     int status = 1;
@@ -493,7 +493,7 @@ const std::vector<WayOut> waysOut = {
     {"run a program",
      [](const Neighbours&) {
          return TryInAChild([] {
-             // Of a sandbox that has no programs the number of the error tells.
+             // In a sandbox without programs, the number of the error tells.
              const char* const arguments[] = {"/bin/true", nullptr};
              execve("/bin/true", const_cast<char**>(arguments), nullptr);
              return errno != EPERM;
@@ -665,7 +665,7 @@ Options ReadOptions(const std::vector<std::string>& arguments)
     return options;
 }
 
-/// A folder by all the names that could lead to it.
+/// Returns all names that could lead to a folder.
 std::vector<std::string> NameInManyWays(const Path& folder, const Path& root)
 {
     const auto relative = folder.lexically_relative(root).string();
@@ -685,7 +685,7 @@ std::vector<std::string> NameInManyWays(const Path& folder, const Path& root)
     };
 }
 
-/// Some file systems wait for the disk where a file is overwritten, but not where it is a new one.
+/// Writes a new file: some file systems wait for the disk when a file is overwritten.
 void Replace(const Path& file, const std::string& content)
 {
     std::error_code error;
@@ -693,8 +693,8 @@ void Replace(const Path& file, const std::string& content)
     std::ofstream(file) << content;
 }
 
-/// Puts the content that the attempts count on into a folder, where that is possible: what an
-/// attempt before it did is undone.
+/// Puts the content that the attempts count on into a folder, if possible. Undoes the attempt
+/// before.
 void Restore(const Path& folder)
 {
     std::error_code error;
@@ -796,6 +796,6 @@ int main(int argc, char** argv)
 {
     const int status = Host::Run({argv, argv + argc});
     std::cout.flush();
-    // Checkers that look for leaks at the end read /proc, which is not there any more.
+    // Checkers for leaks read /proc at the end, which is gone.
     std::_Exit(status);
 }

@@ -78,7 +78,7 @@ protected:
             handleOfLoop->run(handleOfLoop, 1'000);
     }
 
-    /// The one node of the event type that there is.
+    /// Returns the only node of the event type.
     Ua<UA_NodeId> FindEvent()
     {
         UA_BrowseDescription instances;

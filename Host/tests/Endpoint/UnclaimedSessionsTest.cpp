@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 class UnclaimedSessionsOfClients : public testing::Test
 {
 protected:
-    /// The numbers of those that leave for it.
+    /// Adds a session; returns the numbers of those that make room for it.
     std::vector<unsigned> Add(unsigned number, ConnectionId connection,
                               const std::string& address = "192.0.2.1")
     {
