@@ -15,18 +15,18 @@
 namespace Host {
 namespace {
 
-UA_ByteString ViewOf(const std::vector<unsigned char>& bytes)
+UA_ByteString BytesViewOf(const std::vector<unsigned char>& bytes)
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
     return {bytes.size(), const_cast<UA_Byte*>(bytes.data())};
 }
 
-std::vector<UA_ByteString> ViewsOf(const std::vector<std::vector<unsigned char>>& files)
+std::vector<UA_ByteString> BytesViewsOf(const std::vector<std::vector<unsigned char>>& files)
 {
     std::vector<UA_ByteString> views;
     views.reserve(files.size());
     for (const auto& file : files)
-        views.push_back(ViewOf(file));
+        views.push_back(BytesViewOf(file));
     return views;
 }
 
@@ -51,9 +51,9 @@ void SetTrust(UA_CertificateVerification& verification, const EndpointSettings& 
         UA_CertificateVerification_AcceptAll(&verification);
         return;
     }
-    auto trusted = ViewsOf(settings.trusted);
-    auto issuers = ViewsOf(settings.issuers);
-    auto revoked = ViewsOf(settings.revocationLists);
+    auto trusted = BytesViewsOf(settings.trusted);
+    auto issuers = BytesViewsOf(settings.issuers);
+    auto revoked = BytesViewsOf(settings.revocationLists);
     RequireGood(UA_CertificateVerification_Trustlist(&verification, trusted.data(), trusted.size(),
                                                      issuers.data(), issuers.size(), revoked.data(),
                                                      revoked.size()),
@@ -62,8 +62,8 @@ void SetTrust(UA_CertificateVerification& verification, const EndpointSettings& 
 
 void AddPolicies(UA_ServerConfig& configuration, const EndpointSettings& settings)
 {
-    const UA_ByteString certificate = ViewOf(settings.certificate);
-    const UA_ByteString key = ViewOf(settings.key);
+    const UA_ByteString certificate = BytesViewOf(settings.certificate);
+    const UA_ByteString key = BytesViewOf(settings.key);
     RequireGood(UA_ServerConfig_addSecurityPolicyNone(&configuration, &certificate),
                 "adding the security policy None");
     RequireGood(UA_ServerConfig_addSecurityPolicyBasic256Sha256(&configuration, &certificate, &key),

@@ -17,7 +17,7 @@ export function startLimitedHost(limits, options) {
 
 /** Starts a host whose n-th attempt to start a thread fails. */
 export function startHostWithoutThread(n, options) {
-    // AddressSanitizer wants to be the first to be loaded.
+    // AddressSanitizer insists on being loaded first.
     const sanitizer = `ASAN_OPTIONS=\${ASAN_OPTIONS:-detect_leaks=0}:verify_asan_link_order=0`;
     return startHostBy(`env ${sanitizer} TALVENSOR_FAILING_THREAD=${n} LD_PRELOAD="${programs.failingThreads}"`, options);
 }
@@ -34,29 +34,29 @@ function startHostBy(command, options) {
     }
 }
 
-/** How many descriptors and threads a host has; the former can be seen by root alone. */
+/** Returns the numbers of a host's descriptors, which only root can see, and threads. */
 export function holdings(host) {
     const count = (what) => readdirSync(`/proc/${host.pid}/${what}`).length;
     return { descriptors: cannotInspect ? undefined : count("fd"), threads: count("task") };
 }
 
-/** AddressSanitizer does, and finds late uses by it. */
+/** True under AddressSanitizer, which finds late uses by it. */
 export const keepsFreedMemory = process.env.TALVENSOR_SANITIZER === "address";
 
-/** Sanitizers have memory of their own beside that of the host. */
+/** True under sanitizers: they have memory of their own beside that of the host. */
 export const hasShadowMemory = Boolean(process.env.TALVENSOR_SANITIZER);
 
-/** Sanitizers take several times as much as the host itself. */
+/** True under sanitizers: they take several times as much as the host itself. */
 export const takesMoreMemory = Boolean(process.env.TALVENSOR_SANITIZER);
 
-/** The memory of a host in megabytes: now, and the most that it ever had. */
+/** Returns the memory of a host in megabytes: now, and the most that it ever had. */
 export function memory(host) {
     const status = readFileSync(`/proc/${host.pid}/status`, "utf8");
     const read = (name) => Number(new RegExp(`^${name}:\\s+(\\d+) kB$`, "m").exec(status)[1]) / 1000;
     return { now: read("VmRSS"), most: read("VmHWM") };
 }
 
-/** Bytes that wait in the system between a host and its clients. */
+/** Returns the bytes that wait in the system between a host and its clients. */
 export function countPending(host) {
     const port = host.port.toString(16).toUpperCase().padStart(4, "0");
     const lines = readFileSync("/proc/net/tcp", "utf8").split("\n").filter((line) => line.includes(`:${port} `));
@@ -64,7 +64,7 @@ export function countPending(host) {
     return queues.flat().reduce((sum, each) => sum + parseInt(each, 16), 0);
 }
 
-/** Waits until a host holds what it held before, no more and no less. */
+/** Waits until a host has as many descriptors and threads as before. */
 export async function becomesWhole(host, before) {
     let now;
     const isWhole = () => {
@@ -78,7 +78,7 @@ export async function becomesWhole(host, before) {
     }
 }
 
-/** Everything that can be told of a folder or a file and what is below it. */
+/** Returns everything about a folder or a file and the entries below it. */
 export function snapshot(path) {
     const status = lstatSync(path);
     const own = { path, mode: status.mode, time: status.mtimeMs, inode: status.ino, owner: status.uid };
@@ -133,7 +133,7 @@ export class SteadyClient {
         return promise;
     }
 
-    /** Calls, and says how long it took: the median, the 99th percentile and the most. */
+    /** Calls, and returns the latencies as text: the median, the 99th percentile and the most. */
     async measure(count) {
         this.latencies = [];
         await this.call(count);
@@ -143,7 +143,7 @@ export class SteadyClient {
     }
 }
 
-/** Stops a process of a client's once that much waits in the system between it and the host. */
+/** Stops a client's process once so many bytes wait in the system between it and the host. */
 export async function stopWhilePending(child, host, bytes) {
     await waitFor(`${bytes} bytes to wait`, async () => {
         child.kill("SIGSTOP");
@@ -197,7 +197,7 @@ function makeRequestHeader(token = emptyNodeId) {
 }
 const responseHeaderSize = 8 + 4 + 4 + 1 + 4 + 3;
 
-/** A message or a chunk of one, with its size in front; `size`, if given, is a lie. */
+/** Returns a message or a chunk, with its size in front, or a wrong `size`. */
 export function message(type, content, size) {
     return Buffer.concat([Buffer.from(type), uint32(size ?? content.length + 8), content]);
 }
@@ -219,7 +219,7 @@ export function named({ nonce, certificate }, user, password) {
     return Buffer.concat([encodingId(324), Buffer.from([1]), uint32(content.length), content]);
 }
 
-/** A connection that says what it is told to. */
+/** A connection on which the test writes every byte. */
 export class RawClient {
     static async connect(host, localAddress) {
         const client = new RawClient();
@@ -237,7 +237,7 @@ export class RawClient {
         this.socket.write(bytes);
     }
 
-    /** Takes the next message off what was received: its type and the whole of it. */
+    /** Takes the next message that was received; returns its type and all of its bytes. */
     async next() {
         const isThere = () => {
             const isWhole = this.received.length >= 8 && this.received.length >= this.received.readUInt32LE(4);
@@ -255,7 +255,7 @@ export class RawClient {
         assert.equal((await this.next()).type, "ACK");
     }
 
-    /** A connection with a channel, from an address of this machine. */
+    /** Opens a connection with a channel, from an address of this machine. */
     static async open(host, localAddress) {
         const client = await RawClient.connect(host, localAddress);
         await client.greet();
@@ -271,8 +271,8 @@ export class RawClient {
         const { type, bytes } = await this.next();
         assert.equal(type, "OPN");
         this.channel = bytes.subarray(8, 12);
-        // Behind the policy, two empty certificates, two numbers, the response's type and header,
-        // the protocol's version and the channel.
+        // The token follows the policy, two empty certificates, two numbers, the response's type and
+        // header, the protocol's version and the channel.
         const token = 12 + policy.length + 8 + 8 + 4 + responseHeaderSize + 4 + 4;
         this.token = bytes.subarray(token, token + 4);
         this.sequence = 1;
@@ -284,7 +284,7 @@ export class RawClient {
         this.send(message(type, Buffer.concat([this.channel, this.token, number, uint32(2), content])));
     }
 
-    /** Asks for sessions, all at once; what becomes of each. A session is not active yet then. */
+    /** Asks for sessions, all at once; returns the outcome of each. None is active yet. */
     async createSessions(count, { name = "session", url = "opc.tcp://localhost" } = {}) {
         const application = [string("urn:a"), string("urn:b"), Buffer.from([0]), uint32(1), none, none, none];
         for (let i = 0; i < count; ++i) {
@@ -302,7 +302,7 @@ export class RawClient {
                 made.push({ status });
                 continue;
             }
-            // Identifier and token are of the kind Guid.
+            // Identifier and token are Guids.
             const [id, size] = [24 + 4 + responseHeaderSize, 3 + 16];
             const nonce = id + 2 * size + 8;
             const certificate = nonce + 4 + bytes.readUInt32LE(nonce);
@@ -315,12 +315,12 @@ export class RawClient {
         return made;
     }
 
-    /** Asks for a session that is then not activated. */
+    /** Asks for a session and does not activate it. */
     async createSession(options) {
         return (await this.createSessions(1, options))[0];
     }
 
-    /** Activates a session once with each of these identity tokens, all at once; the statuses. */
+    /** Activates a session with each of these identity tokens, all at once; returns the statuses. */
     async activateSessions(identities, { token }) {
         for (const identity of identities) {
             this.sendChunk("MSGF", Buffer.concat([
@@ -334,7 +334,7 @@ export class RawClient {
         return statuses;
     }
 
-    /** Activates a session that it has created, without a name unless one is given; the status. */
+    /** Activates a session that it has created, by default without a user; returns the status. */
     async activateSession(session, identity = anonymous) {
         return (await this.activateSessions([identity], session))[0];
     }
@@ -353,7 +353,7 @@ export class RawClient {
         await this.isClosed();
     }
 
-    /** Writes without end, waiting where the host does not read; returns how much until it closed. */
+    /** Writes until the host closes, as fast as it reads; returns the number of bytes. */
     async flood(makeBytes) {
         let sent = 0;
         const limit = Date.now() + longestWait;

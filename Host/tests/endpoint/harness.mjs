@@ -1,4 +1,4 @@
-// Runs real hosts and talks to them as a client that shares no code with them. How to use it:
+// Runs real hosts and talks to them as a client that shares no code with them. Use it so:
 //
 //     const host = await startHost();                  // a process of its own, on a free port
 //     after(() => host.stop());                        // ends its clients too; its exit status is 0
@@ -8,9 +8,9 @@
 //     await files.call("Close", handle);
 //     const { Result } = await files.nextEvent("AckEvent");
 //
-// Nothing here sleeps: `waitFor` and `nextEvent` wait for what is asked, and fail after a minute.
+// Nothing here sleeps: `waitFor` and `nextEvent` wait for a condition, and fail after a minute.
 // The environment names the programs under test: TALVENSOR_HOST (the program), TALVENSOR_MODULE,
-// TALVENSOR_MODEL; without these it is what build/dev holds.
+// TALVENSOR_MODEL; without these they are those of build/dev.
 
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
@@ -21,7 +21,7 @@ import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
-// node 18 has it, but not yet as a global, where node-opcua looks for it.
+// node-opcua looks for a global one, which node 18 does not have yet.
 globalThis.crypto ??= webcrypto;
 
 export const opcua = (await import("node-opcua-client")).default;
@@ -40,7 +40,7 @@ export const programs = {
     failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };
 
-/** Of the checkout, who need not be the one who runs the tests. */
+/** The owner of the checkout, who need not be the user who runs the tests. */
 export const owner = String(statSync(programs.model).uid);
 
 export const hostUri = "urn:Talvensor:Host";
@@ -99,7 +99,7 @@ export const baseFields = [
     "EventId", "EventType", "SourceNode", "SourceName", "Time", "ReceiveTime", "Message", "Severity",
 ];
 
-/** For inputs: no time. */
+/** No time, as an input. */
 export const noTime = new Date(Date.UTC(1601, 0, 1));
 
 /** Waits until `condition()` is something other than undefined, null and false, and returns it. */
@@ -129,10 +129,10 @@ export function within(what, promise, limit = longestWait) {
 const folders = [];
 process.on("exit", () => folders.forEach((folder) => rmSync(folder, { recursive: true, force: true })));
 
-/** For `skip`: a host cannot be inspected by others of its user. */
+/** The value for `skip` of tests that inspect a host, which other processes of its user cannot. */
 export const cannotInspect = process.getuid() === 0 ? false : "NOT TESTED: only root can see what a host has open";
 
-/** A new folder, gone when this process ends. */
+/** Makes a folder that is removed when this process ends. */
 export function makeFolder(name = "folder") {
     const folder = mkdtempSync(join(tmpdir(), `talvensor-${name}-`));
     folders.push(folder);
@@ -165,7 +165,7 @@ export async function startHost(options = {}) {
     return host;
 }
 
-/** Runs a host that should not start; what it said and its exit status. */
+/** Runs a host that should not start; returns its output and its exit status. */
 export function runHost(flags) {
     const result = spawnSync(programs.host, flags, { encoding: "utf8", timeout: longestWait });
     return { status: result.status, output: result.stdout, error: result.stderr };
@@ -214,7 +214,7 @@ class Host {
         this.exited.then(() => (ended = true));
         await waitFor("the host to listen", () => {
             assert.ok(!ended, `The host does not start:\n${this.output}${this.log}`);
-            // The last line that is always there.
+            // The last of the lines that every host writes.
             return /^ {2}encrypted .*$/m.test(this.output);
         });
         this.url = /^ {2}endpoint {2}(\S+)$/m.exec(this.output)[1].replace(/,$/, "");
@@ -225,12 +225,12 @@ class Host {
         return this.process.pid;
     }
 
-    /** A path in the root. */
+    /** Returns a path in the root. */
     path(...names) {
         return join(this.root, ...names);
     }
 
-    /** The files below the root that the host's process has open, by the names that it knows; see `cannotInspect`. */
+    /** Returns the files below the root that the host's process has open; see `cannotInspect`. */
     openFiles() {
         const descriptors = `/proc/${this.pid}/fd`;
         return readdirSync(descriptors).flatMap((descriptor) => {
@@ -238,7 +238,7 @@ class Host {
                 const target = readlinkSync(join(descriptors, descriptor));
                 return target.startsWith(`${this.root}/`) ? [target] : [];
             } catch {
-                return []; // closed meanwhile
+                return []; // was closed in between
             }
         });
     }
@@ -260,7 +260,7 @@ class Host {
     }
 }
 
-/** A certificate store of a client with a key and a certificate of its own. */
+/** Makes a certificate store of a client with a key and a certificate of its own. */
 export async function makeClientPki(folder = makeFolder("client-pki")) {
     const store = new OPCUACertificateManager({
         rootFolder: folder, automaticallyAcceptUnknownCertificate: true,
@@ -270,13 +270,13 @@ export async function makeClientPki(folder = makeFolder("client-pki")) {
 }
 
 let commonPki;
-/** The store of all clients that are given none. Its certificate is there after `prepareClientPki`. */
+/** Returns the store of all clients that are given none. */
 export function getCommonPki() {
     commonPki ??= makeClientPki();
     return commonPki;
 }
 
-/** Makes the key and certificate of a store now, for a host that is to trust it; returns its file. */
+/** Makes the key and certificate of a store now, for a host to trust; returns the certificate's file. */
 export async function makeCertificate(pki) {
     const { store, certificate } = await pki;
     const client = makeOpcUaClient(store, {});
@@ -363,12 +363,12 @@ class Client {
         return { statusCode, references: references ?? [] };
     }
 
-    /** One method call with whatever is given; the whole result. */
+    /** Calls a method with any inputs; returns the whole result. */
     callMethod(objectId, methodId, inputArguments = []) {
         return this.session.call({ objectId, methodId, inputArguments });
     }
 
-    /** The id of a new file system of the session's own. */
+    /** Makes a file system of the session's own; returns its id. */
     async createFileSystem() {
         const result = await this.callMethod(this.folder, this.node(hostUri, 2));
         if (!result.statusCode.isGood()) {
@@ -377,12 +377,12 @@ class Client {
         return result.outputArguments[0].value;
     }
 
-    /** A file system of the session's own, whose events are followed. */
+    /** Makes a file system of the session's own and follows its events. */
     async createFiles() {
         return this.files(await this.createFileSystem());
     }
 
-    /** The file system with that id; without one it is the shared one. */
+    /** Follows the events of the file system with that id, of the shared one by default. */
     async files(nodeId = this.node(hostUri, "FileSystem")) {
         const files = new Files(this, nodeId);
         await files.listen();
@@ -451,7 +451,7 @@ class Client {
     }
 }
 
-/** A call that did not end well, with everything that the host said of it. */
+/** A call that failed, with everything in its answer. */
 export class CallError extends Error {
     constructor(name, result) {
         super(`${name}: ${result.statusCode}`);
@@ -476,12 +476,12 @@ export class Files {
         });
     }
 
-    /** The id of a method, as the type has it. */
+    /** Returns the id of the type's method. */
     method(name) {
         return this.client.node(fileSystemUri, methods[name].id);
     }
 
-    /** Inputs as the model declares them; variants are passed on as they are. */
+    /** Returns inputs as the model declares them; variants stay as they are. */
     variants(name, inputs) {
         const declared = methods[name].inputs;
         return inputs.map((value, i) => {
@@ -496,12 +496,12 @@ export class Files {
         });
     }
 
-    /** The whole result of a call. */
+    /** Calls a method; returns the whole result. */
     tryCall(name, ...inputs) {
         return this.client.callMethod(this.nodeId, this.method(name), this.variants(name, inputs));
     }
 
-    /** The output of a call, undefined where there is none; throws CallError. */
+    /** Calls a method; returns its output, if there is one. Throws CallError. */
     async call(name, ...inputs) {
         const result = await this.tryCall(name, ...inputs);
         if (result.statusCode.value !== StatusCodes.Good.value) {
@@ -524,7 +524,7 @@ export class Files {
         return event;
     }
 
-    /** Waits until everything asked for so far is done; `Exists` is always answered. */
+    /** Waits until everything requested so far is done; `Exists` is always answered. */
     async barrier() {
         await this.call("Exists", this.client.host.root);
         for (;;) {
@@ -535,7 +535,7 @@ export class Files {
         }
     }
 
-    /** Uploads in one call, which works. */
+    /** Uploads in one call, which succeeds. */
     async upload(path, content, time = noTime, permissions = 0) {
         const handle = await this.call("UploadFile", path, Buffer.from(content), time, permissions);
         const event = await this.nextEvent("AckEvent");

@@ -266,17 +266,21 @@ describe("A session's own file system", () => {
     it("leaves nothing behind that others can read", async () => {
         await askAll(own);
         await own.barrier();
-        // The library keeps the nodes of events, under numbers that it makes up from 50000 on.
+        // The host keeps the nodes of events, and numbers them from 2^31 on.
         const found = [];
+        let nodesOfEvents = 0;
+        const firstOfHost = 2 ** 31;
         for (const namespace of [0, 1]) {
-            for (let first = 50_000; first < 66_000; first += 4_000) {
+            for (const first of [firstOfHost, 50_000, 54_000, 58_000, 62_000]) {
                 const nodes = Array.from({ length: 4_000 }, (_, i) => ({
                     nodeId: `ns=${namespace};i=${first + i}`, attributeId: opcua.AttributeIds.Value,
                 }));
                 const values = await other.session.read(nodes);
                 values.forEach(({ value }, i) => value?.value && found.push([nodes[i].nodeId.toString(), String(value.value)]));
+                nodesOfEvents += values.filter(({ statusCode }) => statusCode.name !== "BadNodeIdUnknown").length;
             }
         }
+        assert.ok(nodesOfEvents > 0, "there are no nodes of events where they were looked for");
         const diagnostics = await other.session.read(
             [2290, 3707, 3708].map((id) => ({ nodeId: `i=${id}`, attributeId: opcua.AttributeIds.Value }))
         );
