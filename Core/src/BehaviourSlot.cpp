@@ -31,7 +31,7 @@ public:
     }
 
     /// Allocates nothing.
-    void KeepForGood(std::shared_ptr<const HeldBehaviour> behaviour) noexcept EXCLUDES(mutex)
+    void KeepForGood(const std::shared_ptr<const HeldBehaviour>& behaviour) noexcept EXCLUDES(mutex)
     {
         const Support::Lock lock(mutex);
         behaviour->nextKept = std::exchange(firstKept, behaviour);
