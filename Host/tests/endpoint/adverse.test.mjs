@@ -1,5 +1,5 @@
 // Clients that stop, flood, lie, block and take all that they can get. Meanwhile a well-behaved one
-// goes on calling; afterwards the host holds what it held before, and ends in good order.
+// goes on calling; afterwards the host has as many resources as before, and ends in good order.
 
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
@@ -38,14 +38,14 @@ async function survives({ flags = [], limits = [], status = 0, isWhole = true },
         assert.equal(host.log.includes("work that did not come to an end"), status === notDrained);
     } finally {
         host.process.kill("SIGKILL");
-        // A client that is left open keeps looking for its host, and this process from ending.
+        // A client that is left open looks for its host on and on, and keeps this process from ending.
         await Promise.allSettled(host.clients.map((client) => client.close()));
     }
 }
 
 const logged = (host, text) => waitFor(`'${text}' in the log`, () => host.log.includes(text));
 
-/** How many threads of a host wait in the system for a file to be opened or read. */
+/** Returns the number of a host's threads that wait in the system to open or read a file. */
 function countWaiting(host) {
     const systemCalls = { read: 0, open: 2, openat: 257 };
     return readdirSync(`/proc/${host.pid}/task`).filter((task) => {

@@ -1,5 +1,5 @@
 // Clients that ask for more than a host should give, while a well-behaved one goes on calling: all
-// its calls succeed, each with its result, and afterwards the host holds what it held before.
+// its calls succeed, each with its result, and afterwards the host has as many resources as before.
 
 import assert from "node:assert/strict";
 import { mkdirSync, writeFileSync } from "node:fs";

@@ -22,7 +22,7 @@ const dateTime = ["dateTime", utcTime];
 const permissions = ["permissions", permissionFlags];
 const position = ["position", uInt64];
 
-// Name, data type, for arrays the value rank; a number is a type of the file system's.
+// Name, data type and, for arrays, the value rank. A number is a type of the file system's model.
 const declared = {
     Open: [[path, ["mode", openMode]], [fileHandle]],
     Close: [[fileHandle], []],

@@ -1,4 +1,4 @@
-// Which methods clients may call, and that nobody gets the answer of another's call.
+// Calls: the methods that clients may call, and answers that reach their callers alone.
 
 import assert from "node:assert/strict";
 import { closeSync, constants, existsSync, openSync, utimesSync, writeFileSync, writeSync } from "node:fs";
@@ -16,7 +16,7 @@ const resendData = "i=12873";
 
 const isOurs = (nodeId) => nodeId.namespace > 1;
 
-/** Everything that leads from the nodes, as many at a time as any server takes. */
+/** Returns the references of the nodes, asked for a few nodes at a time, as every server allows. */
 async function browseAll(session, nodeIds) {
     const found = [];
     for (let i = 0; i < nodeIds.length; i += 100) {
@@ -38,7 +38,7 @@ async function browseAll(session, nodeIds) {
     return found;
 }
 
-/** The nodes that lead from the root, each with its references, and the methods with their objects. */
+/** Returns all nodes below the root with their references, and the methods with their objects. */
 async function walk(session) {
     const nodes = new Map();
     const calls = new Map();
@@ -62,7 +62,7 @@ async function walk(session) {
     return { nodes, calls: [...calls.values()] };
 }
 
-/** Something that a method could be called with. */
+/** Returns a value that a method could be called with. */
 function exampleOf(argument, nodeIds) {
     const kind = String(argument.dataType).startsWith("ns=0;i=") ? argument.dataType.value : 0;
     const examples = {
@@ -78,7 +78,7 @@ function exampleOf(argument, nodeIds) {
     });
 }
 
-/** The inputs that a method declares, once for each node that could be meant. */
+/** Returns the inputs that a method declares, once for each node that they could name. */
 async function inputsOf(session, methodId, nodeIds) {
     const { references } = await session.browse({
         nodeId: methodId, browseDirection: BrowseDirection.Forward, referenceTypeId: hasProperty, resultMask: 63,
@@ -167,7 +167,7 @@ describe("Behind calls that wait", () => {
     after(() => host.stop());
 
     let pipes = 0;
-    /** A file system whose next calls wait until `release` is called. */
+    /** Makes a file system whose next calls wait until `release` is called. */
     const makeWaiting = async () => {
         const client = await host.connect();
         const files = await client.createFiles();
@@ -203,7 +203,7 @@ describe("Behind calls that wait", () => {
         });
 
     const [requests, callsEach, rounds] = [8, 100, 3];
-    /** Files with a time of their own each. */
+    /** Makes files with a time of their own each. */
     const makeFiles = (name, first) =>
         Array.from({ length: callsEach }, (_, i) => {
             const path = host.path(`${name}${i}`);
@@ -269,7 +269,7 @@ describe("Behind calls that wait", () => {
             await within("the session to move", next.opcua.reactivateSession(waiting.client.session));
             [many, many].forEach((each) => ask(waiting, each).answer.catch(() => {}));
         }
-        // Behind everything that the host has taken.
+        // This one is answered after everything that the host has taken.
         waiting.files.call("CreateDirectory", host.path("last")).catch(() => {});
         writeSync(waiting.writer, "data");
         await waitFor("the last call", () => existsSync(host.path("last")));

@@ -129,7 +129,7 @@ describe("Events", () => {
             progress.isAsked = true;
         })();
 
-        // Somebody else's calls are answered meanwhile, and their results come.
+        // The calls of another client are answered meanwhile, and their results come.
         const path = host.path("meanwhile");
         let calls = 0;
         while (!progress.isAsked || files.events.length < count) {
@@ -154,7 +154,7 @@ describe("Events", () => {
             objectId: nodeId, methodId: client.node(fileSystemUri, 1020), inputArguments: [{ dataType: "UInt32", value: i + 1 }],
         }));
         await client.session.call(calls);
-        // Behind them on the same queue, so they have been raised when this is answered.
+        // It follows them in the same queue, so they have been raised when this is answered.
         const files = await client.files(nodeId);
         await files.barrier();
         await subscription.setPublishingMode(true);

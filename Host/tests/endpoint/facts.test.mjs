@@ -70,7 +70,7 @@ describe("A host says of itself", () => {
     });
 });
 
-/** A port of this machine that leads to another address: the client knows no numbers of IPv6. */
+/** Makes a port of this machine that leads to another address: the client cannot use IPv6 addresses. */
 async function relay(address, port) {
     const server = createServer((near) => {
         const far = connect(port, address);

@@ -1,4 +1,4 @@
-// The filters that clients put on events: which ones hold, and that no filter harms the host.
+// Filters of events: the ones that work, and that none harms the host.
 
 import assert from "node:assert/strict";
 import { after, afterEach, before, beforeEach, describe, it } from "node:test";
@@ -58,7 +58,7 @@ describe("An event filter", () => {
     });
 
     let handles = 0;
-    /** Makes a monitored item of the shared file system; its result. */
+    /** Makes a monitored item of the shared file system; returns its result. */
     async function create(filter) {
         const { results } = await client.session.createMonitoredItems({
             subscriptionId: subscription.subscriptionId, timestampsToReturn: opcua.TimestampsToReturn.Neither,

@@ -1,4 +1,4 @@
-// The harness itself: which unhandled rejections fail a test file.
+// The harness itself: the unhandled rejections that fail a test file.
 
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
@@ -7,7 +7,7 @@ import { longestWait, startHost } from "./harness.mjs";
 
 const harness = new URL("./harness.mjs", import.meta.url).href;
 
-/** Runs a script with the harness in a process of its own; its exit status and what it wrote. */
+/** Runs a script with the harness in a process of its own; returns its exit status and output. */
 function runScript(script) {
     const source = `import { startHost } from ${JSON.stringify(harness)};\n${script}`;
     const flags = ["--input-type=module", "--eval", source];

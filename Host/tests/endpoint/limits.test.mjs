@@ -18,7 +18,7 @@ const bounded = (maxMessageSize, maxChunkCount = 1_000) => ({
     options: { transportSettings: { maxMessageSize, maxChunkCount } },
 });
 
-/** A new subscription; its number. */
+/** Makes a subscription; returns its number. */
 async function subscribe({ session }) {
     const { subscriptionId } = await session.createSubscription({
         requestedPublishingInterval: 10, requestedLifetimeCount: 100_000, requestedMaxKeepAliveCount: 1_000,
@@ -27,7 +27,7 @@ async function subscribe({ session }) {
     return subscriptionId;
 }
 
-/** Makes as many items for the events of a node as one call takes; the names of their statuses. */
+/** Makes as many items for the events of a node as one call takes; returns the names of their statuses. */
 async function monitor({ session }, { subscriptionId, nodeId, filter }) {
     const { results } = await session.createMonitoredItems({
         subscriptionId, timestampsToReturn: opcua.TimestampsToReturn.Neither,
@@ -74,7 +74,7 @@ describe("Answers", () => {
 
     it("of listings asked for at once arrive whole, and in their order", async () => {
         const files = await (await host.connect()).createFiles();
-        // As they come in: the client decodes the large ones so late that it hears small ones first.
+        // Counted as they come in: the client decodes large ones so late that it hears small ones first.
         const types = [];
         files.client.opcua.on("receive_response", ({ notificationMessage }) => {
             for (const { events } of notificationMessage?.notificationData ?? []) {

@@ -1,4 +1,4 @@
-// The memory that a host has, and what becomes of it.
+// The memory of a host: it is bounded, and given back.
 
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";

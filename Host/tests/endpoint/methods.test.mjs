@@ -21,7 +21,7 @@ before(async () => (host = await startHost()));
 after(() => host.stop());
 
 let count = 0;
-/** A path that no other test uses. */
+/** Returns a path that no other test uses. */
 const newPath = () => host.path(`file${++count}`);
 const newFile = (content = "") => {
     const path = newPath();
@@ -133,7 +133,7 @@ function describeMethods(where, makeFiles) {
             for (const method of ["Write", "WriteClose"]) {
                 const handle = await open(path);
                 const more = method === "WriteClose" ? [noTime, 0] : [];
-                // More than a stream keeps to itself, so that writing fails at once.
+                // More than a stream buffers, so that writing fails at once.
                 await files.call(method, handle, Buffer.alloc(100_000), ...more);
                 await acknowledged(handle, 2);
                 await close(handle, 3);
@@ -334,7 +334,7 @@ function describeMethods(where, makeFiles) {
     });
 }
 
-/** An argument as it is declared, that does no harm. */
+/** Returns a value for a declared argument that does no harm. */
 function exampleOf(declared) {
     if (Array.isArray(declared)) {
         return list(declared[0], ["missing"]);

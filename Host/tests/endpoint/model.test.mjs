@@ -7,7 +7,7 @@ import { fileSystemUri, hostUri, opcua, programs, startHost } from "./harness.mj
 
 const { AttributeIds, BrowseDirection, NodeClass } = opcua;
 
-/** The elements of a text in XML as { name, attributes, text, children }; no comments within texts. */
+/** Returns the elements of an XML text as { name, attributes, text, children }. No comments in texts. */
 function parseXml(text) {
     const root = { children: [], text: "" };
     const open = [root];
@@ -48,7 +48,7 @@ describe("The model that a host serves", () => {
     });
     after(() => host.stop());
 
-    /** An identifier of the file as the host has it. */
+    /** Returns the host's identifier for one of the file. */
     const toId = (text) => {
         const [, own, number] = /^(ns=1;)?i=(\d+)$/.exec(aliases[text] ?? text);
         return own ? client.node(fileSystemUri, Number(number)) : opcua.coerceNodeId(`i=${number}`);
@@ -82,7 +82,7 @@ describe("The model that a host serves", () => {
                 const expected = `${attributes.IsForward !== "false"} ${toId(attributes.ReferenceType)} ${toId(text)}`;
                 assert.ok(served.includes(expected), `${node.attributes.BrowseName} has no ${expected}:\n${served.join("\n")}`);
             }
-            // Nothing that the file does not have, but for instances.
+            // The host has no other nodes but instances.
             const ours = references.filter((each) => each.isForward && each.nodeId.namespace === idOf(node).namespace);
             const declared = children(child(node, "References"), "Reference").filter((each) => each.attributes.IsForward !== "false");
             const own = declared.filter((each) => toId(each.text).namespace === idOf(node).namespace);

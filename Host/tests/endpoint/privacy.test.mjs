@@ -28,14 +28,14 @@ describe("A session's own file system", () => {
         await files.call("List", host.root, false);
     };
 
-    /** A list of what is heard at a node, which goes on growing. */
+    /** Returns the list of events heard at a node, which goes on growing. */
     const listen = async (client, nodeId) => {
         const heard = [];
         await client.subscribe(nodeId, (event) => heard.push(`${event.type} ${event.SourceName}`));
         return heard;
     };
 
-    /** The private node's requests are done, then one of the shared node, which all above hear. */
+    /** Waits for the private node's requests, then for one of the shared node, which all above hear. */
     const askAllAndThenShared = async () => {
         await askAll(own);
         await own.barrier();
@@ -142,7 +142,7 @@ describe("A session's own file system", () => {
         await own.nextEvent("AckEvent");
     });
 
-    /** Lists, which go on growing, of the events and keep-alives of a subscription that is looked at every ten seconds. */
+    /** Returns the events and keep-alives, in lists that go on growing, of a subscription with an interval of ten seconds. */
     const listenSeldom = async (client, nodeId) => {
         const subscription = await client.session.createSubscription2({
             requestedPublishingInterval: 10_000, requestedLifetimeCount: 12_000, requestedMaxKeepAliveCount: 1,
@@ -171,7 +171,7 @@ describe("A session's own file system", () => {
         await shared.call("Exists", host.root);
         await waitFor("the shared node's event", () => heard.length > 0);
         assert.deepEqual(heard, ["ExistsResultEvent"]);
-        // One each ten seconds, whatever others do; each look in vain would be one more.
+        // One every ten seconds, whatever others do; each look in vain would be one more.
         assert.ok(keepAlives.length < 15, `${keepAlives.length} keep-alives`);
     });
 
@@ -346,7 +346,7 @@ describe("A session that is ended for another's place", () => {
         owner.opcua.on("start_reconnection", () => owner.opcua.disconnect().catch(() => {}));
         owner.opcua._secureChannel.forceConnectionBreak();
         await host.connect();
-        // Its place is needed in the middle of another's message.
+        // Its place is needed while another's message is handled.
         const connect = () => host.connect().catch(() => undefined);
         const next = await waitFor("a place", connect);
         await waitFor("the session's end", () => /ends early/.test(host.log));

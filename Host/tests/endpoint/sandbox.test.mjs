@@ -1,6 +1,6 @@
-// Tries to get out of a host's roots with every method. What a client sees must not tell what is
-// outside, and what is on the disk there must stay as it is. Without a sandbox the same attempts
-// succeed, which shows that they are good for something.
+// Tries to get out of a host's roots with every method. Answers must not tell about files outside,
+// and these must stay as they are. Without a sandbox the same attempts succeed, which shows that
+// they can.
 
 import assert from "node:assert/strict";
 import { mkdirSync, readdirSync, readFileSync, rmSync, statSync, symlinkSync, utimesSync, writeFileSync } from "node:fs";
@@ -29,7 +29,7 @@ function makeOutside() {
     return { folder, secret, inner };
 }
 
-/** Links in `folder` that lead out; the spellings of paths that go by way of them. */
+/** Makes links in `folder` that lead out; returns spellings of paths through them. */
 function makeLinks(folder, outside) {
     const links = join(folder, "links");
     mkdirSync(links);
@@ -53,7 +53,7 @@ function makeLinks(folder, outside) {
     };
 }
 
-/** The spellings of a path outside that go without links of ours. */
+/** Returns spellings of a path outside without links of ours. */
 function spell(path, host) {
     const { root } = host;
     const up = "../".repeat(20);
@@ -82,7 +82,7 @@ async function attack(files, { file, folder }) {
             }
         }
     };
-    // A successful Open says nothing; Exists answers behind it.
+    // A successful Open has no result; that of Exists follows it.
     const tellsOfFailure = async () => {
         await files.call("Exists", "");
         const { type } = await next();
@@ -137,7 +137,7 @@ async function attack(files, { file, folder }) {
     return seen;
 }
 
-/** As `attack`; then removes. By way of a link only what is behind it is named, not the link. */
+/** Attacks, then removes. Through a link, names the file behind it and not the link. */
 async function attackAndDelete(files, { file, folder }) {
     const seen = await attack(files, { file, folder });
     await files.call("Delete", [`${folder}/inner secret`, `${folder}/made`, folder, file]);
@@ -280,7 +280,7 @@ describe("A confined host", () => {
                 const { handle, result } = await open(path, someModes.read);
                 assert.equal(result, 0);
                 assert.equal(String(await files.call("Read", handle, 100)), "to be read");
-                // Nothing is written, so what comes behind it is tried: time, then permissions.
+                // Nothing is written, so that time and permissions are tried, which come after it.
                 await files.call("WriteClose", handle, Buffer.alloc(0), time, executable);
                 assert.equal((await files.nextEvent("AckEvent")).Result, 4);
                 const again = await open(path, someModes.read);
@@ -355,7 +355,7 @@ describe("A host without a sandbox", () => {
                     { file: `/proc/self/root${outside.secret}`, folder: `/proc/self/root${outside.inner}` },
                 ];
             };
-            // For its first listing the client asks how entries are made up, and hands out later events meanwhile.
+            // For its first listing the client asks for the type of entries, and hands out later events meanwhile.
             mkdirSync(host.path("entry"));
             await files.call("List", host.root, false);
             await files.nextEvent("ListResultEvent");

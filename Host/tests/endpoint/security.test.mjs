@@ -14,7 +14,7 @@ const { AttributeIds, DataType } = opcua;
 const policies = ["Basic256Sha256", "Aes128_Sha256_RsaOaep", "Aes256_Sha256_RsaPss"];
 const users = { alice: "Tr0ub4dor-und-3", "bob builder": "pässwörd mit Ö" };
 
-/** Why a connection or a login fails: a status where there is one. */
+/** Returns the reason why a connection or a login fails: a status if there is one. */
 async function refusal(connecting) {
     const error = await connecting.then(() => undefined, (each) => each);
     assert.ok(error, "it was not refused");
@@ -36,15 +36,14 @@ describe("A host with users", () => {
 
     it("refuses those without a name", async () => {
         for (const policy of ["None", "Basic256Sha256"]) {
-            // The client does not even ask: the host does not offer it. What it says to one that does
-            // ask is below.
+            // The client does not even ask: the host does not offer it. See below for one that asks.
             assert.match(await refusal(host.connect({ policy })), /ANONYMOUS/i);
         }
     });
 
     it("refuses certificates of users, tokens of others, and passwords that are not encrypted", async () => {
-        // Without encryption no signature is asked for: it is the token that is refused. The client
-        // itself encrypts its password with the host's certificate.
+        // Without encryption no signature is needed, and the token is refused. The client encrypts its
+        // password with the host's certificate.
         const client = await host.connect({ user: "alice", password: users.alice });
         const certificateData = readFileSync(join(host.pki, "own/certificate.der"));
         const tokens = [
@@ -87,7 +86,7 @@ function activate(client, userIdentityToken) {
     return client.session.performMessageTransaction(request);
 }
 
-/** Clients refuse by themselves what a host does not offer; this one asks all the same. */
+/** Asks for something that the host does not offer, which other clients refuse by themselves. */
 async function refusesUnencrypted(host, url) {
     const client = await host.connect({ url, session: false });
     assert.ok((await client.opcua.getEndpoints()).length > 0, "endpoints are to be asked for without encryption");

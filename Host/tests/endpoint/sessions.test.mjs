@@ -1,4 +1,4 @@
-// Sessions belong to those who made them, and nobody keeps others from having one.
+// Sessions belong to their clients, and no client keeps others from having one.
 
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
@@ -130,7 +130,7 @@ describe("Sessions that lost their connection", () => {
             await stays.barrier();
             assert.match(host.log, /which lost its connection, ends early: its place is needed/);
 
-            // All are connected: nobody leaves for another one.
+            // All are connected: none ends for another one.
             await Promise.all([host.connect(), host.connect()]);
             await assert.rejects(host.connect(), /BadTooManySessions/);
             await stays.barrier();
@@ -142,7 +142,7 @@ describe("Sessions that lost their connection", () => {
 });
 
 describe("A host that gets no thread", () => {
-    /** Two clients, each with a file system of its own; what failed. */
+    /** Runs two clients, each with a file system of its own; returns the failures. */
     const use = async (host) => {
         const errors = [];
         for (let i = 0; i < 2; ++i) {

@@ -17,7 +17,7 @@ const isRoot = process.getuid() === 0;
 const onlyRoot = isRoot ? false : "NOT TESTED: only root can look into a host, and become others";
 const nobody = 65534;
 
-/** Flags of a host whose files lie in a folder of their own. */
+/** Returns flags of a host whose files lie in a folder of their own. */
 function makePlace() {
     const folder = makeFolder("start");
     const place = {

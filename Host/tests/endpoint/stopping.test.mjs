@@ -1,4 +1,4 @@
-// A host that is told to stop while something does not come to its end.
+// Stopping a host while something in it does not end.
 
 import assert from "node:assert/strict";
 import { it } from "node:test";

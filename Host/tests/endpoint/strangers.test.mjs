@@ -1,4 +1,4 @@
-// Clients that never log in: none of them ends the host, fills it up or keeps others out.
+// Clients that never log in: none ends the host, uses it up or keeps others out.
 
 import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
@@ -20,7 +20,7 @@ async function withHost(flags, attempt) {
 
 const logged = (host, text) => waitFor(`'${text}' in the log`, () => host.log.includes(text));
 
-/** How often the thread that serves connections has waited for something. */
+/** Returns how often the thread that serves connections has waited for something. */
 function countWaits(host) {
     const { exitCode, signalCode } = host.process;
     assert.deepEqual({ exitCode, signalCode }, { exitCode: null, signalCode: null }, "the host has ended");

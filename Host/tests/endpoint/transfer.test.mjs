@@ -1,4 +1,4 @@
-// Files on their way: large ones, names of any bytes, and what becomes of them when a client goes.
+// Transfers: large files, names of any bytes, and clients that go in the middle.
 
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
@@ -43,7 +43,7 @@ describe("Transfers", () => {
 
             const reading = await files.call("Open", path, 1);
             await files.barrier();
-            // Sent without waiting for each other's answers; done in their order.
+            // Sent without waiting for answers; done in their order.
             const reads = Array.from({ length: Math.ceil(content.length / 61_440) + 1 }, () => files.call("Read", reading, 61_440));
             const blocks = await Promise.all(reads);
             assert.equal(blocks.at(-1).length, 0);
@@ -77,7 +77,7 @@ describe("Names that are not UTF-8", () => {
     const escape = (byte) => String.fromCodePoint(0x10f700 + byte);
     const escapeAll = (text) => [...Buffer.from(text)].map(escape).join("");
 
-    // The bytes of a name, and the text that stands for them.
+    // The bytes of a name, and the text for them.
     const names = {
         "Latin-1": [Buffer.from("Gr\u00fc\u00dfe", "latin1"), `Gr${escape(0xfc)}${escape(0xdf)}e`],
         "every byte that is none of UTF-8": [
@@ -150,7 +150,7 @@ describe("When a client goes", { skip: cannotInspect }, () => {
             await within("the client's end", once(child, "exit"));
         }
         await waitFor("the file to be closed", () => host.openFiles().length === 0);
-        // Not before; later as the machine pleases. Clocks of milliseconds are cut off.
+        // Not earlier; how much later is up to the machine. Clocks of milliseconds are cut off.
         assert.ok(Date.now() - killed >= grace - 1, `closed after ${Date.now() - killed} ms`);
         assert.ok(statSync(path).size >= mebibyte);
         await waitFor("the log", () => / ended after /.test(host.log));
