@@ -6,14 +6,15 @@
 
 namespace Demo {
 
-/// The text with everything that could break or forge a line of output (control characters, marks
-/// of writing direction, quotation marks, backslashes, what is not valid UTF-8) as \xNN.
+/// Returns the text with everything that could break or forge a line of output (control characters,
+/// marks of writing direction, quotation marks, backslashes, bytes that are not valid UTF-8) as
+/// \xnn.
 [[nodiscard]] std::string Escape(std::string_view raw);
 
-/// An escaped path in quotation marks.
+/// Returns an escaped path in quotation marks.
 [[nodiscard]] std::string Quote(const std::filesystem::path& path);
 
-/// Writes a line to standard output, whole: lines of several threads do not mix.
+/// Writes a whole line to standard output: lines of several threads do not mix.
 void PrintLine(const std::string& line);
 
 } // namespace Demo

@@ -6,12 +6,12 @@
 #include "Report.h"
 #include "SampleTree.h"
 #include "SourceTree.h"
-#include "TemporaryFolder.h"
 #include "Text.h"
 
 #include <Core/Embedding/LogControl.h>
 #include <Core/Embedding/Runtime.h>
 #include <Core/NamespaceMap.h>
+#include <Support/TemporaryFolder.h>
 
 #include <cstddef>
 #include <cstdio>
@@ -76,7 +76,7 @@ fs::path ChooseSource(const Arguments& arguments, const fs::path& workspace)
     return source;
 }
 
-fs::path GetTarget(const Demo::TemporaryFolder& workspace)
+fs::path GetTarget(const Support::TemporaryFolder& workspace)
 {
     return workspace.GetPath() / "mirror";
 }
@@ -125,7 +125,7 @@ void PrintSummary(const Demo::FileSystemClient& fileSystem, const Demo::Report& 
     Demo::PrintLine("  failures     " + std::to_string(report.failures));
 }
 
-ExitStatus Demonstrate(const Arguments& arguments, const Demo::TemporaryFolder& workspace)
+ExitStatus Demonstrate(const Arguments& arguments, const Support::TemporaryFolder& workspace)
 {
     Core::Embedding::Runtime runtime;
     const auto object = CreateFileSystem(runtime, arguments);
@@ -148,7 +148,7 @@ ExitStatus Run(const Arguments& arguments)
 {
     Core::Embedding::LogControl::AddSink(Core::Embedding::MakeConsoleLogSink());
     Demo::CatchSignals();
-    Demo::TemporaryFolder workspace;
+    Support::TemporaryFolder workspace;
     const auto keep = [&] {
         workspace.Keep();
         Demo::PrintLine("kept: " + Demo::Quote(workspace.GetPath()));

@@ -1,6 +1,6 @@
 #include "TransferRecords.h"
 
-#include "PrivateFiles.h"
+#include "Support/PrivateFiles.h"
 
 #include <chrono>
 #include <exception>
@@ -79,7 +79,7 @@ std::optional<TransferRecord> TransferRecords::Find(const TransferKey& key) cons
             return std::nullopt;
         if (fs::last_write_time(GetFile(key)) + keptFor < fs::file_time_type::clock::now())
             return std::nullopt;
-        return FromText(ReadWhole(GetFile(key)));
+        return FromText(Support::ReadFile(GetFile(key)));
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -90,10 +90,10 @@ void TransferRecords::Save(const TransferKey& key, const TransferRecord& record)
     try {
         if (folder.empty())
             return;
-        MakePrivateFolder(folder.parent_path());
-        MakePrivateFolder(folder);
+        Support::MakePrivateFolder(folder.parent_path());
+        Support::MakePrivateFolder(folder);
         RemoveExpired();
-        ReplaceFile(GetFile(key), ToText(record));
+        Support::WritePrivateFile(GetFile(key), ToText(record));
     } catch (const std::exception&) {
         Remove(key); // the one of an earlier transfer says nothing of this one
     }

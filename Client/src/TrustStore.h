@@ -9,7 +9,7 @@
 
 namespace Client {
 
-/// Our own key and certificate. In the folder "own" of the state folder.
+/// The client's own key and certificate. They are files in the folder "own" of the state folder.
 struct Identity
 {
     std::vector<unsigned char> key;         ///< DER
@@ -17,26 +17,31 @@ struct Identity
     std::string applicationUri;             ///< the one that the certificate names
 };
 
-/// Reads them, and makes them when they are not there. Throws ClientException.
+/// Reads key and certificate, and makes them if they do not exist. Throws ClientException, and
+/// InvalidArgumentException if the path of the state folder is empty.
 [[nodiscard]] Identity LoadIdentity(const std::filesystem::path& stateFolder);
 
-/// SHA-256 as upper-case hexadecimal digits with colons.
+/// Returns the SHA-256 hash as upper-case hexadecimal digits with colons.
 [[nodiscard]] std::string MakeFingerprint(std::span<const unsigned char> certificate);
 
-/// The certificates that were accepted, in the file "known-servers" of the state folder: a line
-/// for each server, host name and port, a blank, the fingerprint.
+/// The certificates that were accepted. The file "known-servers" of the state folder has a line for
+/// each server: host name and port, a blank, the fingerprint.
 class KnownServers
 {
 public:
     explicit KnownServers(const std::filesystem::path& stateFolder);
 
-    /// Empty when there is none. Throws ClientException when the file cannot be read.
+    /// Returns the fingerprint of a server, empty if none is known. Throws ClientException if the
+    /// file cannot be read.
     [[nodiscard]] std::string Find(const std::string& server) const;
-    /// Throws ClientException.
+    /// Adds or replaces the fingerprint of a server. Throws ClientException if the file cannot be
+    /// written, and InvalidArgumentException if the path of the state folder is empty.
     void Remember(const std::string& server, const std::string& fingerprint) const;
     [[nodiscard]] const std::filesystem::path& GetFile() const noexcept { return file; }
 
 private:
+    void Add(const std::string& server, const std::string& fingerprint) const;
+
     std::filesystem::path folder;
     std::filesystem::path file;
 };

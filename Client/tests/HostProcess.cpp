@@ -114,21 +114,6 @@ Leash::~Leash()
     close(ours);
 }
 
-TemporaryFolder::TemporaryFolder()
-{
-    std::string name =
-        (std::filesystem::temp_directory_path() / "talvensor-client.XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr)
-        throw std::system_error(errno, std::generic_category(), name);
-    path = name;
-}
-
-TemporaryFolder::~TemporaryFolder()
-{
-    std::error_code error;
-    std::filesystem::remove_all(path, error);
-}
-
 HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::string> more,
                          std::uint16_t port, HostStart givenStart)
     : root(std::move(givenRoot))

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Support/TemporaryFolder.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -9,20 +11,7 @@
 
 namespace ClientTest {
 
-/// A folder that is removed with all that is in it.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder();
-
-    [[nodiscard]] const std::filesystem::path& GetPath() const noexcept { return path; }
-
-private:
-    std::filesystem::path path;
-};
+using Support::TemporaryFolder;
 
 /// Kills a process when this one has ended, however it ended; until it is released. A watcher does
 /// that: what the system has for it would follow the thread that started the process.

@@ -2,7 +2,7 @@
 
 #include "Core/Exception.h"
 
-#include "Support/UnsafeCharacters.h"
+#include "Support/Escape.h"
 
 #include <fmt/format.h>
 #include <spdlog/details/log_msg.h>
@@ -18,88 +18,20 @@
 namespace Core::Embedding {
 namespace {
 
-struct CodePoint
-{
-    char32_t value = 0;
-    std::size_t length = 0; // 0: not UTF-8
-};
-
-unsigned char ByteAt(std::string_view text, std::size_t position)
-{
-    return static_cast<unsigned char>(text[position]);
-}
-
-std::size_t SequenceLength(unsigned char lead)
-{
-    if (lead < 0x80)
-        return 1;
-    if (lead >= 0xC2 && lead < 0xE0)
-        return 2;
-    if (lead >= 0xE0 && lead < 0xF0)
-        return 3;
-    return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
-}
-
-/// Whether the shortest sequence for a character is that long, and it is a character at all.
-bool IsWellFormed(const CodePoint& point)
-{
-    constexpr std::array<char32_t, 5> lowest{0, 0, 0x80, 0x800, 0x10000};
-    const bool isSurrogate = point.value >= 0xD800 && point.value <= 0xDFFF;
-    return point.value >= lowest.at(point.length) && point.value <= 0x10FFFF && !isSurrogate;
-}
-
-/// The character at the beginning of a text, which is not empty.
-CodePoint DecodeFirst(std::string_view text)
-{
-    const auto lead = ByteAt(text, 0);
-    const auto length = SequenceLength(lead);
-    if (length == 0 || length > text.size())
-        return {};
-    if (length == 1)
-        return {lead, length};
-    CodePoint point{static_cast<char32_t>(lead & (0x7FU >> length)), length};
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((ByteAt(text, i) & 0xC0U) != 0x80U)
-            return {};
-        point.value = point.value << 6U | (ByteAt(text, i) & 0x3FU);
-    }
-    return IsWellFormed(point) ? point : CodePoint{};
-}
-
-bool IsDangerous(char32_t character)
-{
-    return Support::IsUnsafe(character) || character == '\\' || character == '"';
-}
-
-void AppendEscaped(std::string& line, std::string_view text, bool isWord)
-{
-    while (!text.empty()) {
-        const auto point = DecodeFirst(text);
-        const auto length = std::max<std::size_t>(point.length, 1);
-        const bool isBlankInWord = isWord && point.value == ' ';
-        if (point.length == 0 || isBlankInWord || IsDangerous(point.value)) {
-            for (std::size_t i = 0; i < length; ++i)
-                fmt::format_to(std::back_inserter(line), "\\x{:02x}", ByteAt(text, i));
-        } else {
-            line += text.substr(0, length);
-        }
-        text.remove_prefix(length);
-    }
-}
+constexpr std::string_view quotes = "\\\"";           // escaped in quoted texts
+constexpr std::string_view quotesAndBlanks = "\\\" "; // escaped in words
 
 std::string Word(std::string_view text)
 {
     if (text.empty())
         return "-";
-    std::string word;
-    AppendEscaped(word, text, true);
-    return word;
+    return Support::Escape(text, Support::EscapeForm::Hexadecimal, quotesAndBlanks);
 }
 
 void AppendQuoted(std::string& line, std::string_view text)
 {
     line += '"';
-    AppendEscaped(line, text, false);
+    line += Support::Escape(text, Support::EscapeForm::Hexadecimal, quotes);
     line += '"';
 }
 

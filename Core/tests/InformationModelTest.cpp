@@ -1,12 +1,12 @@
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
+#include "Support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -29,6 +29,7 @@ using Core::Embedding::DataTypeKind;
 using Core::Embedding::EventFieldDescription;
 using Core::Embedding::InformationModel;
 using Core::Embedding::MethodDescription;
+using Support::TemporaryFolder;
 using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
@@ -57,38 +58,6 @@ const NodeId structure{0, 22};
 const NodeId anyValue{0, 24};
 const NodeId enumeration{0, 29};
 const NodeId utcTime{0, 294};
-
-/// A folder of its own for each test, removed with its contents.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "talvensor-model-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr)
-            throw std::filesystem::filesystem_error(
-                "mkdtemp", name, std::error_code(errno, std::generic_category()));
-        path = name;
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    TemporaryFolder(TemporaryFolder&&) = delete;
-    TemporaryFolder& operator=(TemporaryFolder&&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path); }
-
-    [[nodiscard]] std::filesystem::path Write(const std::string& name,
-                                              std::string_view content) const
-    {
-        auto file = path / name;
-        std::ofstream(file, std::ios::binary) << content;
-        return file;
-    }
-
-    [[nodiscard]] const std::filesystem::path& GetPath() const { return path; }
-
-private:
-    std::filesystem::path path;
-};
 
 auto IsArgument(const char* name, const NodeId& dataType, int valueRank = -1)
 {
@@ -600,7 +569,7 @@ std::size_t FindLine(std::string_view text, std::string_view wanted)
 class ACompleteModel : public testing::Test
 {
 protected:
-    ACompleteModel() { model.LoadNodeSet(folder.Write("model.xml", completeModel)); }
+    ACompleteModel() { model.LoadNodeSet(folder.MakeFile("model.xml", completeModel)); }
 
     [[nodiscard]] NodeId Own(unsigned int number) const { return {ns, number}; }
 
@@ -693,7 +662,7 @@ TEST_F(ACompleteModel, PutsInheritedMembersOfStructuresFirst)
 
 TEST_F(ACompleteModel, IsExtendedByModelsThatRequireIt)
 {
-    const auto file = folder.Write("extension.xml", R"(
+    const auto file = folder.MakeFile("extension.xml", R"(
 <UANodeSet xmlns="http://opcfoundation.org/UA/2011/03/UANodeSet.xsd">
   <NamespaceUris><Uri>urn:test:extension</Uri><Uri>urn:test:model</Uri></NamespaceUris>
   <Models><Model ModelUri="urn:test:extension"><RequiredModel ModelUri="urn:test:model"/></Model></Models>
@@ -724,7 +693,7 @@ TEST(AModelFile, GivesMethodsTheOrderOfTheirNodesAndNotOfTheReferences)
 {
     const TemporaryFolder folder;
     InformationModel model;
-    model.LoadNodeSet(folder.Write("order.xml", R"(
+    model.LoadNodeSet(folder.MakeFile("order.xml", R"(
 <UANodeSet xmlns="http://opcfoundation.org/UA/2011/03/UANodeSet.xsd">
   <NamespaceUris><Uri>urn:test:order</Uri></NamespaceUris>
   <Models><Model ModelUri="urn:test:order"/></Models>
@@ -759,12 +728,13 @@ TEST(AModelFile, ThatIsNoXmlIsRefusedWithTheLine)
 {
     const TemporaryFolder folder;
     InformationModel model;
-    EXPECT_THAT([&] { model.LoadNodeSet(folder.Write("broken.xml", "<UANodeSet>\n  <Models\n")); },
-                ThrowsMessage<InvalidModelException>(
-                    AllOf(HasSubstr("broken.xml"), HasSubstr("it is not well-formed XML"))));
-    EXPECT_THAT([&] { model.LoadNodeSet(folder.Write("empty.xml", "")); },
+    EXPECT_THAT(
+        [&] { model.LoadNodeSet(folder.MakeFile("broken.xml", "<UANodeSet>\n  <Models\n")); },
+        ThrowsMessage<InvalidModelException>(
+            AllOf(HasSubstr("broken.xml"), HasSubstr("it is not well-formed XML"))));
+    EXPECT_THAT([&] { model.LoadNodeSet(folder.MakeFile("empty.xml", "")); },
                 ThrowsMessage<InvalidModelException>(HasSubstr("it is not well-formed XML")));
-    EXPECT_THAT([&] { model.LoadNodeSet(folder.Write("other.xml", "<UANodeSet/>")); },
+    EXPECT_THAT([&] { model.LoadNodeSet(folder.MakeFile("other.xml", "<UANodeSet/>")); },
                 ThrowsMessage<InvalidModelException>(
                     HasSubstr("line 1: the root element is 'UANodeSet' of the XML namespace ''")));
 }
@@ -796,7 +766,7 @@ class AModelWithADefect : public testing::TestWithParam<Defect>
 protected:
     void ExpectRefusal(const std::string& text)
     {
-        const auto file = folder.Write("defect.xml", text);
+        const auto file = folder.MakeFile("defect.xml", text);
         const auto place =
             "'" + file.string() + "', line " + std::to_string(FindLine(text, GetParam().place));
         const auto node = GetParam().node.empty() ? std::string(": ")
@@ -824,7 +794,7 @@ TEST_P(AModelWithADefect, IsRefusedWithPlaceAndReasonAndChangesNothing)
 
     EXPECT_EQ(model.GetObjectTypes().size(), objectTypes);
     EXPECT_EQ(model.GetDataTypes().size(), dataTypes);
-    EXPECT_NO_THROW(model.LoadNodeSet(folder.Write("complete.xml", completeModel)));
+    EXPECT_NO_THROW(model.LoadNodeSet(folder.MakeFile("complete.xml", completeModel)));
 }
 
 namespace {

@@ -3,6 +3,7 @@
 
 #include "Core/Embedding/LogControl.h"
 #include "Core/Exception.h"
+#include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -521,20 +522,6 @@ TEST(AWordInALogLine, KeepsItsPlace)
 
 class AFileSink : public testing::Test
 {
-public:
-    AFileSink()
-    {
-        auto name = (std::filesystem::temp_directory_path() / "CoreTests.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            throw std::system_error(errno, std::generic_category(), "mkdtemp");
-        folder = name;
-    }
-
-    ~AFileSink() override { std::filesystem::remove_all(folder); }
-
-    AFileSink(const AFileSink&) = delete;
-    AFileSink& operator=(const AFileSink&) = delete;
-
 protected:
     [[nodiscard]] std::vector<std::string> ReadLines() const
     {
@@ -545,7 +532,8 @@ protected:
         return lines;
     }
 
-    std::filesystem::path folder;
+    Support::TemporaryFolder temporary;
+    std::filesystem::path folder = temporary.GetPath();
 };
 
 TEST_F(AFileSink, WritesALinePerEntryAtOnce)

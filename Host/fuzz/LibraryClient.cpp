@@ -47,7 +47,8 @@ void Configure(UA_ClientConfig& configuration, bool isEncrypted)
         configuration.securityPolicyUri =
             UA_STRING_ALLOC("http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
         UA_String_clear(&configuration.clientDescription.applicationUri);
-        configuration.clientDescription.applicationUri = UA_STRING_ALLOC(OpcUa::applicationUri);
+        configuration.clientDescription.applicationUri =
+            UA_STRING_ALLOC(OpcUa::GetIdentity().applicationUri.c_str());
         configuration.certificateVerification.clear(&configuration.certificateVerification);
         UA_CertificateVerification_AcceptAll(&configuration.certificateVerification);
     }

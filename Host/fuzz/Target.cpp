@@ -1,5 +1,7 @@
 #include "Target.h"
 
+#include <Support/SystemError.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -34,11 +36,6 @@ bool Await(const Condition& condition)
         std::this_thread::sleep_for(pause);
     }
     return true;
-}
-
-[[noreturn]] void ThrowSystemError(const std::string& what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
 }
 
 std::size_t CountEntries(const std::filesystem::path& folder)
@@ -101,7 +98,7 @@ void Target::Start(const std::vector<std::string>& arguments)
     pointers.push_back(nullptr);
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) != 0)
-        ThrowSystemError("pipe2");
+        Support::ThrowSystemError("pipe2");
     output = Support::Descriptor(ends[0]);
     const Support::Descriptor written(ends[1]);
     const Support::Descriptor logged(
@@ -110,7 +107,7 @@ void Target::Start(const std::vector<std::string>& arguments)
     if (process == 0)
         RunHost(pointers, written.Get(), logged.Get());
     if (process < 0)
-        ThrowSystemError("fork");
+        Support::ThrowSystemError("fork");
 }
 
 void Target::AwaitListening()

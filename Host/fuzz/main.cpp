@@ -6,6 +6,7 @@
 #include "Target.h"
 
 #include <OpcUa/UaException.h>
+#include <Support/TemporaryFolder.h>
 
 #include <chrono>
 #include <cstdint>
@@ -39,32 +40,6 @@ struct Options
     std::uint64_t seed = 0;
     unsigned seconds = 300;
     std::vector<std::string> hostOptions;
-};
-
-/// A folder that stays when the run fails.
-class WorkFolder
-{
-public:
-    WorkFolder()
-    {
-        std::string name =
-            (std::filesystem::temp_directory_path() / "talvensor-fuzz.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            throw std::system_error(errno, std::generic_category(), name);
-        path = name;
-    }
-    WorkFolder(const WorkFolder&) = delete;
-    WorkFolder& operator=(const WorkFolder&) = delete;
-
-    [[nodiscard]] const std::filesystem::path& GetPath() const noexcept { return path; }
-    void Remove() const
-    {
-        std::error_code error;
-        std::filesystem::remove_all(path, error);
-    }
-
-private:
-    std::filesystem::path path;
 };
 
 void AddTexts(Pool& pool)
@@ -173,15 +148,16 @@ void RunInFolder(const std::filesystem::path& folder, const Options& options)
 int RunFuzzer(const Options& options)
 {
     std::cout << "Seed " << options.seed << ", " << options.seconds << " s" << std::endl;
-    const WorkFolder folder;
+    Support::TemporaryFolder folder;
     try {
         RunInFolder(folder.GetPath(), options);
     } catch (const std::exception& error) {
-        std::cerr << "HostFuzzer: " << error.what() << "; what is left is in "
-                  << folder.GetPath().string() << ": the host's log, the last frames\n";
+        folder.Keep();
+        std::cerr << "HostFuzzer: " << error.what()
+                  << "; the host's log and the last frames are in " << folder.GetPath().string()
+                  << "\n";
         return EXIT_FAILURE;
     }
-    folder.Remove();
     return EXIT_SUCCESS;
 }
 

@@ -83,10 +83,10 @@ SandboxReport Confine(const Configuration& configuration, const std::vector<Root
                                                                          : KernelFiles::Refused);
         Log(Core::LogLevel::Information, category, "Confined by: " + report.ToString());
         return report;
-    } catch (const Core::Exception& error) {
-        throw SandboxRefusedException(error.GetMessage() +
-                                      "; --no-sandbox would serve without one, and let clients "
-                                      "reach whatever the host's user may reach");
+    } catch (const std::exception& error) {
+        throw SandboxRefusedException(std::string(error.what()) +
+                                      "; with --no-sandbox, clients may reach everything that the "
+                                      "host's user may reach");
     }
 }
 

@@ -148,7 +148,7 @@ TEST_F(TheApplication, SetsNoPasswordWithoutOne)
         dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
         RunAndExit({"passwd", users.string(), "ann"});
     };
-    EXPECT_EXIT(setPassword(), Exits(ExitStatus::Failed), "standard input holds no password");
+    EXPECT_EXIT(setPassword(), Exits(ExitStatus::Failed), "standard input has no password");
     EXPECT_FALSE(std::filesystem::exists(users));
 }
 

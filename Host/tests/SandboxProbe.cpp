@@ -776,8 +776,8 @@ int Run(const std::vector<std::string>& arguments)
         neighbours = std::make_unique<Neighbours>();
     try {
         Enter(options);
-    } catch (const Core::Exception& error) {
-        std::cout << "REFUSED " << error.GetMessage() << "\n";
+    } catch (const std::exception& error) {
+        std::cout << "REFUSED " << error.what() << "\n";
         return 3;
     }
     if (!options.outside.empty())

@@ -1,10 +1,12 @@
 #include "OpcUa/SymmetricCiphers.h"
 
 #include "Identity.h"
+#include "OpcUa/UaException.h"
 
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
 #include <open62541/plugin/accesscontrol_default.h>
+#include <open62541/plugin/log_stdout.h>
 #include <open62541/plugin/pki_default.h>
 #include <open62541/server.h>
 #include <open62541/server_config_default.h>
@@ -111,7 +113,8 @@ private:
                                   &UA_TYPES[UA_TYPES_STRING]),
                     "copying the URL");
         UA_String_clear(&configuration.applicationDescription.applicationUri);
-        configuration.applicationDescription.applicationUri = UA_STRING_ALLOC(applicationUri);
+        configuration.applicationDescription.applicationUri =
+            UA_STRING_ALLOC(GetIdentity().applicationUri.c_str());
         RequireGood(UA_ServerConfig_addAllSecurityPolicies(&configuration, &identity.certificate,
                                                            &identity.key),
                     "adding policies");
@@ -156,7 +159,8 @@ ClientPointer Connect(const std::string& url, const char* policyUri, UA_MessageS
                                                      identity.key, nullptr, 0, nullptr, 0),
                 "configuring the client");
     UA_String_clear(&configuration.clientDescription.applicationUri);
-    configuration.clientDescription.applicationUri = UA_STRING_ALLOC(applicationUri);
+    configuration.clientDescription.applicationUri =
+        UA_STRING_ALLOC(GetIdentity().applicationUri.c_str());
     configuration.securityMode = mode;
     configuration.securityPolicyUri = UA_STRING_ALLOC(policyUri);
     AcceptAll(configuration.certificateVerification);

@@ -1,7 +1,9 @@
 #include "OpcUa/SymmetricCiphers.h"
 
 #include "Identity.h"
+#include "OpcUa/UaException.h"
 
+#include <open62541/plugin/log_stdout.h>
 #include <open62541/plugin/securitypolicy_default.h>
 
 #include <gmock/gmock.h>

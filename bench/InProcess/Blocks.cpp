@@ -1,4 +1,5 @@
 #include "Operations.h"
+#include "Support/SystemError.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -60,12 +61,12 @@ void WriteByHand(const std::string& path, const Bytes& block, std::size_t count)
 {
     FILE* const file = std::fopen(path.c_str(), "wb");
     if (file == nullptr)
-        ThrowSystemError(path);
+        Support::ThrowSystemError(path);
     bool isWhole = true;
     for (std::size_t i = 0; i < count; ++i)
         isWhole = std::fwrite(block.data(), 1, block.size(), file) == block.size() && isWhole;
     if (std::fclose(file) != 0 || !isWhole)
-        ThrowSystemError(path);
+        Support::ThrowSystemError(path);
 }
 
 /// Throws unless the file is as long as so many blocks.

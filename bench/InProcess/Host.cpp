@@ -2,10 +2,8 @@
 
 #include "Core/NamespaceMap.h"
 
-#include <cerrno>
 #include <chrono>
 #include <stdexcept>
-#include <system_error>
 
 namespace Bench {
 
@@ -64,11 +62,6 @@ Bytes MakeContent(std::size_t size)
         byte = static_cast<unsigned char>(state >> 24U);
     }
     return bytes;
-}
-
-void ThrowSystemError(const std::string& what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
 }
 
 } // namespace Bench

@@ -59,7 +59,4 @@ private:
 /// The contents of a file in which no block is like the next.
 [[nodiscard]] Bytes MakeContent(std::size_t size);
 
-/// Throws std::system_error naming what failed.
-[[noreturn]] void ThrowSystemError(const std::string& what);
-
 } // namespace Bench

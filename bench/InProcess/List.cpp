@@ -1,4 +1,5 @@
 #include "Operations.h"
+#include "Support/SystemError.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -44,7 +45,7 @@ void Find(const std::string& root)
     int status = 0;
     while (::waitpid(process, &status, 0) < 0)
         if (errno != EINTR)
-            ThrowSystemError("find");
+            Support::ThrowSystemError("find");
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
         throw std::runtime_error("find failed");
 }

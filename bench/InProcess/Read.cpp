@@ -1,4 +1,5 @@
 #include "Operations.h"
+#include "Support/SystemError.h"
 
 #include <cstdio>
 #include <fstream>
@@ -25,7 +26,7 @@ public:
         : file(std::fopen(path.c_str(), "rb"))
     {
         if (file == nullptr)
-            ThrowSystemError(path);
+            Support::ThrowSystemError(path);
     }
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;

@@ -1,4 +1,5 @@
 #include "Operations.h"
+#include "Support/SystemError.h"
 
 #include "Allocations.h"
 #include "Core/DateTime.h"
@@ -18,7 +19,7 @@ void Work(const std::string& path)
 {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0)
-        ThrowSystemError(path);
+        Support::ThrowSystemError(path);
 }
 
 /// A line like those that tasks begin with, which nobody has asked for.

@@ -1,4 +1,5 @@
 #include "Operations.h"
+#include "Support/SystemError.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,7 +31,7 @@ void RemoveFiles(const std::vector<std::string>& paths)
 void Require(bool success, const std::string& path)
 {
     if (!success)
-        ThrowSystemError(path);
+        Support::ThrowSystemError(path);
 }
 
 /// The system calls that an upload comes to: each question and each change.

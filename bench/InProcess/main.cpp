@@ -1,6 +1,7 @@
 #include "Operations.h"
 
 #include "Support/Memory.h"
+#include "Support/TemporaryFolder.h"
 
 #include <benchmark/benchmark.h>
 
@@ -24,35 +25,6 @@ namespace Bench {
 namespace {
 
 constexpr const char* memoryFileSystem = "/dev/shm";
-
-/// A folder on the memory file system, removed with everything in it.
-class Folder
-{
-public:
-    Folder()
-    {
-        std::string pattern = std::string(memoryFileSystem) + "/talvensor-bench-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr)
-            ThrowSystemError(pattern);
-        path = pattern;
-    }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-    ~Folder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-
-    [[nodiscard]] std::filesystem::path Add(const char* name) const
-    {
-        std::filesystem::create_directory(path / name);
-        return path / name;
-    }
-
-private:
-    std::filesystem::path path;
-};
 
 using MakeOperations = Operations (*)(Host& host, const std::filesystem::path& folder);
 
@@ -137,11 +109,11 @@ int MeasureAll(std::vector<std::string> texts)
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
         return EXIT_FAILURE;
 
-    const Folder folder;
+    const Support::TemporaryFolder folder(memoryFileSystem);
     Host host;
     Operations operations;
     for (const auto& group : groups)
-        for (auto& operation : group.make(host, folder.Add(group.name)))
+        for (auto& operation : group.make(host, folder.MakeFolder(group.name)))
             operations.push_back(std::move(operation));
     for (const auto& operation : operations)
         benchmark::RegisterBenchmark(

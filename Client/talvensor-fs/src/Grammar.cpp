@@ -1,5 +1,6 @@
 #include "Grammar.h"
 
+#include "Support/Wrap.h"
 #include "Text.h"
 #include "Times.h"
 #include "Version.h"
@@ -93,22 +94,6 @@ constexpr const char* touchFooter =
 constexpr std::size_t nameColumn = 28;
 constexpr std::size_t textColumn = 66;
 
-/// Breaks a text at blanks so that no line is longer than the width, where that is possible.
-std::string Wrap(const std::string& text, std::size_t width)
-{
-    std::istringstream words(text);
-    std::string wrapped;
-    std::size_t column = 0;
-    for (std::string word; words >> word; column += word.size()) {
-        const bool isFull = column + 1 + word.size() > width;
-        if (column > 0)
-            wrapped += isFull ? '\n' : ' ';
-        column = isFull ? 0 : column + 1;
-        wrapped += word;
-    }
-    return wrapped;
-}
-
 /// The help, with usage lines of our own.
 class HelpFormatter : public CLI::Formatter
 {
@@ -124,7 +109,7 @@ public:
 
     std::string make_option_desc(const CLI::Option* option) const override
     {
-        return Wrap(option->get_description(), textColumn);
+        return Support::Wrap(option->get_description(), textColumn);
     }
 
 private:

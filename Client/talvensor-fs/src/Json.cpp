@@ -1,5 +1,6 @@
 #include "Json.h"
 
+#include "Support/Utf8.h"
 #include "Text.h"
 #include "Times.h"
 
@@ -32,7 +33,7 @@ Json MakePath(const std::string& path)
 {
     Json json;
     json["path"] = path;
-    if (!IsUtf8(path))
+    if (!Support::IsUtf8(path))
         json["pathHex"] = ToHex(path);
     return json;
 }

@@ -1,6 +1,7 @@
 #include "LineEditor.h"
 
 #include "Client/Exceptions.h"
+#include "Support/Utf8.h"
 #include "Text.h"
 
 #include <fcntl.h>
@@ -26,7 +27,7 @@ int CountCharacters(std::string_view text)
 {
     int count = 0;
     for (; !text.empty(); ++count)
-        text.remove_prefix(std::max<std::size_t>(GetCharacterLength(text), 1));
+        Support::TakeFirst(text);
     return count;
 }
 

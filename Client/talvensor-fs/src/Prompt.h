@@ -1,45 +1,44 @@
 #pragma once
 
 #include "Client/Cancellation.h"
+#include "Support/Descriptor.h"
 
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Cli {
 
-/// The terminal of the process, whatever standard input and output are. One thread.
+/// The terminal of the process, also where standard input and output are something else. One thread
+/// uses it.
 class Prompt
 {
 public:
-    /// Nothing when the process has no terminal.
+    /// Returns nothing if the process has no terminal.
     [[nodiscard]] static std::optional<Prompt> Open();
 
-    Prompt(Prompt&& other) noexcept;
-    Prompt(const Prompt&) = delete;
-    Prompt& operator=(const Prompt&) = delete;
-    Prompt& operator=(Prompt&&) = delete;
-    ~Prompt();
-
-    /// Nothing in the text can act on the terminal, but for line ends. Nothing when the input
-    /// ends. Throws CancelledException.
+    /// Shows a text, with everything but line ends made safe, and returns the line that is typed.
+    /// Returns nothing at the end of the input. Throws CancelledException.
     [[nodiscard]] std::optional<std::string> Ask(const std::string& text,
                                                  const Client::Cancellation& cancellation) const;
 
-    /// As above; what is typed is not shown. The terminal is as before afterwards. Throws
-    /// ClientException too, when the terminal cannot be told so.
+    /// As `Ask`, but does not show what is typed. Restores the terminal afterwards. Throws
+    /// CancelledException, and ClientException if the echo cannot be switched off.
     [[nodiscard]] std::optional<std::string>
     AskWithoutEcho(const std::string& text, const Client::Cancellation& cancellation) const;
 
 private:
-    explicit Prompt(int descriptor) noexcept
-        : descriptor(descriptor)
+    explicit Prompt(Support::Descriptor terminal) noexcept
+        : terminal(std::move(terminal))
     {}
 
     void Show(const std::string& text) const;
     [[nodiscard]] std::optional<std::string>
     ReadLine(const Client::Cancellation& cancellation) const;
+    /// Throws CancelledException.
+    void WaitForInput(const Client::Cancellation& cancellation) const;
 
-    int descriptor;
+    Support::Descriptor terminal;
 };
 
 } // namespace Cli

@@ -1,10 +1,10 @@
 #include "Text.h"
 
-#include "Support/UnsafeCharacters.h"
+#include "Support/Escape.h"
+#include "Support/Utf8.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <cwchar>
 
@@ -12,127 +12,41 @@ namespace Cli {
 
 namespace {
 
-enum class Backslash
-{
-    Kept,
-    Doubled,
-};
-
 constexpr std::string_view ellipsis = "...";
 
-/// What fits of the ellipsis.
+/// Returns as much of the ellipsis as fits.
 std::string FitDots(std::size_t columns)
 {
     return std::string(ellipsis.substr(0, columns));
 }
 
-/// REQUIRES: `text` starts with a UTF-8 character of this length.
-char32_t Decode(std::string_view text, std::size_t length)
+/// Returns the columns that a character takes.
+std::size_t GetColumns(std::string_view character)
 {
-    constexpr std::array<unsigned, 5> masks = {0, 0x7F, 0x1F, 0x0F, 0x07};
-    auto code = static_cast<char32_t>(static_cast<unsigned char>(text.front()) & masks.at(length));
-    for (const char more : text.substr(1, length - 1))
-        code = (code << 6U) | (static_cast<unsigned char>(more) & 0x3FU);
-    return code;
-}
-
-std::string EscapeBytes(std::string_view bytes)
-{
-    if (bytes == "\n")
-        return "\\n";
-    if (bytes == "\t")
-        return "\\t";
-    std::string escaped;
-    for (const char byte : bytes)
-        escaped += fmt::format("\\x{:02X}", static_cast<unsigned char>(byte));
-    return escaped;
-}
-
-std::string Escape(std::string_view text, Backslash backslash)
-{
-    std::string escaped;
-    while (!text.empty()) {
-        const auto length = GetCharacterLength(text);
-        const auto character = text.substr(0, std::max<std::size_t>(length, 1));
-        if (length == 0 || ::Support::IsUnsafe(Decode(text, length)))
-            escaped += EscapeBytes(character);
-        else if (character == "\\" && backslash == Backslash::Doubled)
-            escaped += "\\\\";
-        else
-            escaped += character;
-        text.remove_prefix(character.size());
-    }
-    return escaped;
-}
-
-/// Of the character that the text starts with.
-std::size_t GetColumns(std::string_view text, std::size_t length)
-{
-    if (length == 0)
+    const auto decoded = Support::DecodeFirst(character);
+    if (decoded.length == 0)
         return 1;
-    const int columns = wcwidth(static_cast<wchar_t>(Decode(text, length)));
+    const int columns = wcwidth(static_cast<wchar_t>(decoded.codePoint));
     return columns < 0 ? 1 : static_cast<std::size_t>(columns);
 }
 
 } // namespace
 
-std::size_t GetCharacterLength(std::string_view text) noexcept
-{
-    if (text.empty())
-        return 0;
-    const auto first = static_cast<unsigned char>(text.front());
-    if (first < 0x80)
-        return 1;
-    std::size_t length = 0;
-    if (first >= 0xC2 && first <= 0xDF)
-        length = 2;
-    else if (first >= 0xE0 && first <= 0xEF)
-        length = 3;
-    else if (first >= 0xF0 && first <= 0xF4)
-        length = 4;
-    if (length == 0 || text.size() < length)
-        return 0;
-    const auto isContinued = [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-    };
-    const auto rest = text.substr(1, length - 1);
-    if (!std::all_of(rest.begin(), rest.end(), isContinued))
-        return 0;
-    const auto code = Decode(text, length);
-    const bool isOverlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-    return isOverlong || isSurrogate || code > 0x10FFFF ? 0 : length;
-}
-
-bool IsUtf8(std::string_view text) noexcept
-{
-    while (!text.empty()) {
-        const auto length = GetCharacterLength(text);
-        if (length == 0)
-            return false;
-        text.remove_prefix(length);
-    }
-    return true;
-}
-
 std::string EscapeName(std::string_view name)
 {
-    return Escape(name, Backslash::Doubled);
+    return Support::Escape(name, Support::EscapeForm::Named, "\\");
 }
 
 std::string EscapeText(std::string_view text)
 {
-    return Escape(text, Backslash::Kept);
+    return Support::Escape(text, Support::EscapeForm::Named);
 }
 
 std::size_t CountColumns(std::string_view text)
 {
     std::size_t columns = 0;
-    while (!text.empty()) {
-        const auto length = GetCharacterLength(text);
-        columns += GetColumns(text, length);
-        text.remove_prefix(std::max<std::size_t>(length, 1));
-    }
+    while (!text.empty())
+        columns += GetColumns(Support::TakeFirst(text));
     return columns;
 }
 
@@ -145,13 +59,12 @@ std::string FitColumns(std::string_view text, std::size_t columns)
     std::size_t left = columns - ellipsis.size();
     std::string fitting;
     for (;;) {
-        const auto length = std::max<std::size_t>(GetCharacterLength(text), 1);
-        const auto width = GetColumns(text, GetCharacterLength(text));
+        const auto character = Support::TakeFirst(text);
+        const auto width = GetColumns(character);
         if (width > left)
             return fitting.append(ellipsis);
         left -= width;
-        fitting += text.substr(0, length);
-        text.remove_prefix(length);
+        fitting += character;
     }
 }
 
@@ -162,7 +75,7 @@ std::string FitColumnsFromEnd(std::string_view text, std::size_t columns)
     if (columns < ellipsis.size())
         return FitDots(columns);
     while (CountColumns(text) > columns - ellipsis.size())
-        text.remove_prefix(std::max<std::size_t>(GetCharacterLength(text), 1));
+        Support::TakeFirst(text);
     return std::string(ellipsis) + std::string(text);
 }
 

@@ -8,26 +8,21 @@
 
 namespace Cli {
 
-/// Length in bytes of the UTF-8 character that the text starts with; 0 when it is none.
-[[nodiscard]] std::size_t GetCharacterLength(std::string_view text) noexcept;
-
-[[nodiscard]] bool IsUtf8(std::string_view text) noexcept;
-
-/// With everything that a terminal could act on as \n, \t or \xNN: control characters, those that
-/// turn the direction of writing, and bytes that are no UTF-8. A backslash is doubled, so that
-/// every name has a form of its own.
+/// Returns a name with everything that a terminal could act on as \n, \t or \xNN: control
+/// characters, marks of writing direction, and bytes that are not valid UTF-8. Backslashes are
+/// doubled, so that no two names look alike.
 [[nodiscard]] std::string EscapeName(std::string_view name);
 
-/// As above, with backslashes as they are: for texts that contain names.
+/// As above, but keeps backslashes: for texts that contain names.
 [[nodiscard]] std::string EscapeText(std::string_view text);
 
-/// Columns of a terminal that a text takes that has no control characters.
+/// Returns the columns of a terminal that a text without control characters takes.
 [[nodiscard]] std::size_t CountColumns(std::string_view text);
 
-/// The text, or so much of its beginning that it fits, with "..." behind it.
+/// Returns the text, or as much of its beginning as fits, followed by "...".
 [[nodiscard]] std::string FitColumns(std::string_view text, std::size_t columns);
 
-/// The text, or so much of its end that it fits, with "..." before it: of a path, the name.
+/// Returns the text, or "..." and as much of its end as fits: of a path, this keeps the name.
 [[nodiscard]] std::string FitColumnsFromEnd(std::string_view text, std::size_t columns);
 
 /// "17 B", "1.2 GB": units are powers of 1000.

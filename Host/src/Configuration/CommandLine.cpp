@@ -2,13 +2,13 @@
 
 #include "Configuration/ConfigurationFile.h"
 #include "Configuration/Settings.h"
+#include "Support/Wrap.h"
 #include "Version.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -47,22 +47,6 @@ constexpr const char* footer =
 constexpr std::size_t nameColumn = 32;
 constexpr std::size_t textColumn = 64;
 
-/// Breaks a text at blanks so that no line is longer than the width, where that is possible.
-std::string Wrap(const std::string& text, std::size_t width)
-{
-    std::istringstream words(text);
-    std::string wrapped;
-    std::size_t column = 0;
-    for (std::string word; words >> word; column += word.size()) {
-        const bool isFull = column + 1 + word.size() > width;
-        if (column > 0)
-            wrapped += isFull ? '\n' : ' ';
-        column = isFull ? 0 : column + 1;
-        wrapped += word;
-    }
-    return wrapped;
-}
-
 /// The help, with the library's own habits tamed.
 class HelpFormatter : public CLI::Formatter
 {
@@ -81,7 +65,7 @@ public:
 
     std::string make_option_desc(const CLI::Option* option) const override
     {
-        return Wrap(option->get_description(), textColumn);
+        return Support::Wrap(option->get_description(), textColumn);
     }
 };
 

@@ -1,6 +1,6 @@
 #include "Configuration/ConfigurationFile.h"
 
-#include "Users/PrivateFile.h"
+#include "Support/PrivateFiles.h"
 
 #include <optional>
 #include <toml++/toml.h>
@@ -64,12 +64,12 @@ private:
     {
         std::vector<ConfigurationProblem> fatal;
         try {
-            return toml::parse(ReadFile(file));
+            return toml::parse(Support::ReadFile(file));
         } catch (const toml::parse_error& error) {
             fatal.push_back(
                 {{file.string(), error.source().begin.line, {}}, std::string(error.description())});
-        } catch (const Core::Exception& error) {
-            fatal.push_back({{{}, 0, "--config"}, error.GetMessage()});
+        } catch (const std::runtime_error& error) { // of ReadFile
+            fatal.push_back({{{}, 0, "--config"}, error.what()});
         }
         throw ConfigurationException(std::move(fatal));
     }

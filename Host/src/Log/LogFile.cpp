@@ -1,8 +1,8 @@
 #include "Log/LogFile.h"
 
 #include "Core/Exception.h"
-#include "Process/SystemError.h"
 #include "Support/Descriptor.h"
+#include "Support/SystemError.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -62,7 +62,7 @@ void Require(const Support::Descriptor& descriptor, const Path& file)
 {
     struct stat status = {};
     if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0)
-        ThrowSystemError("the log file '" + file.string() + "' cannot be opened");
+        Support::ThrowSystemError("the log file '" + file.string() + "' cannot be opened");
     const auto refuse = [&file](const std::string& reason) {
         throw Core::InvalidArgumentException("the log file '" + file.string() + "' " + reason);
     };
@@ -90,7 +90,7 @@ void CheckLogFile(const Path& file)
     if (!isMissing)
         Require(descriptor, file);
     else if (faccessat(AT_FDCWD, file.parent_path().c_str(), W_OK | X_OK, AT_EACCESS) != 0)
-        ThrowSystemError("the log file '" + file.string() + "' cannot be made");
+        Support::ThrowSystemError("the log file '" + file.string() + "' cannot be made");
 }
 
 } // namespace Host

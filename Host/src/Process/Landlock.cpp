@@ -1,7 +1,7 @@
 #include "Process/Landlock.h"
 
-#include "Process/SystemError.h"
 #include "Support/Descriptor.h"
+#include "Support/SystemError.h"
 
 #include <array>
 #include <cerrno>
@@ -79,7 +79,7 @@ void AllowRoot(const Support::Descriptor& ruleset, const Root& root, std::uint64
     rule.parent_fd = folder.Get();
     if (!folder.IsOpen() ||
         syscall(SYS_landlock_add_rule, ruleset.Get(), LANDLOCK_RULE_PATH_BENEATH, &rule, 0) != 0)
-        ThrowSystemError("Landlock does not take the root '" + root.real.string() + "'");
+        Support::ThrowSystemError("Landlock does not take the root '" + root.real.string() + "'");
 }
 
 } // namespace
@@ -91,17 +91,17 @@ int RestrictWithLandlock(const std::vector<Root>& roots)
     if (version < 0 && (errno == ENOSYS || errno == EOPNOTSUPP))
         return 0;
     if (version < 0)
-        ThrowSystemError("the kernel does not say what its Landlock can do");
+        Support::ThrowSystemError("the kernel does not say what its Landlock can do");
 
     const auto attributes = MakeAttributes(version);
     const Support::Descriptor ruleset(static_cast<int>(
         syscall(SYS_landlock_create_ruleset, &attributes, GetAttributesSize(version), 0)));
     if (!ruleset.IsOpen())
-        ThrowSystemError("the kernel refuses a Landlock ruleset");
+        Support::ThrowSystemError("the kernel refuses a Landlock ruleset");
     for (const auto& root : roots)
         AllowRoot(ruleset, root, (root.isReadOnly ? reading : writing) & GetKnownRights(version));
     if (syscall(SYS_landlock_restrict_self, ruleset.Get(), 0) != 0)
-        ThrowSystemError("the kernel refuses to restrict the process with Landlock");
+        Support::ThrowSystemError("the kernel refuses to restrict the process with Landlock");
     return static_cast<int>(version);
 }
 

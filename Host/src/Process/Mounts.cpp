@@ -1,6 +1,6 @@
 #include "Process/Mounts.h"
 
-#include "Process/SystemError.h"
+#include "Support/SystemError.h"
 
 #include <algorithm>
 #include <array>
@@ -60,7 +60,8 @@ std::vector<Mount> ReadMounts()
 {
     std::ifstream lines("/proc/self/mountinfo");
     if (!lines.is_open())
-        ThrowSystemError("the mounts of the machine cannot be read from /proc/self/mountinfo");
+        Support::ThrowSystemError(
+            "the mounts of the machine cannot be read from /proc/self/mountinfo");
     std::vector<Mount> mounts;
     for (std::string line; std::getline(lines, line);)
         mounts.push_back(ReadMount(line));

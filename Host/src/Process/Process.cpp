@@ -1,7 +1,7 @@
 #include "Process/Process.h"
 
 #include "Core/Exception.h"
-#include "Process/SystemError.h"
+#include "Support/SystemError.h"
 
 #include <algorithm>
 #include <atomic>
@@ -74,18 +74,18 @@ void IgnoreFatalSignals()
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
     if (sigaction(SIGPIPE, &ignore, nullptr) != 0 || sigaction(SIGXFSZ, &ignore, nullptr) != 0)
-        ThrowSystemError("SIGPIPE and SIGXFSZ cannot be ignored");
+        Support::ThrowSystemError("SIGPIPE and SIGXFSZ cannot be ignored");
 }
 
 std::uint64_t RaiseDescriptorLimit(std::uint64_t kept)
 {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        ThrowSystemError("the limit of descriptors cannot be read");
+        Support::ThrowSystemError("the limit of descriptors cannot be read");
     const rlim_t possible = std::min<rlim_t>(kept, limit.rlim_max / 2);
     limit.rlim_cur = limit.rlim_max - possible;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
-        ThrowSystemError("the limit of descriptors cannot be raised");
+        Support::ThrowSystemError("the limit of descriptors cannot be raised");
     keptDescriptors = possible;
     return limit.rlim_cur;
 }
@@ -115,14 +115,14 @@ bool SettleDescriptors() noexcept
 void RefuseInspection()
 {
     if (prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0)
-        ThrowSystemError("the process cannot be closed to others");
+        Support::ThrowSystemError("the process cannot be closed to others");
 }
 
 void DisableCoreFiles()
 {
     const rlimit none = {};
     if (setrlimit(RLIMIT_CORE, &none) != 0)
-        ThrowSystemError("core files cannot be switched off");
+        Support::ThrowSystemError("core files cannot be switched off");
 }
 
 bool IsRoot() noexcept
@@ -135,7 +135,7 @@ std::uint64_t GetMachineMemory()
     const auto pages = sysconf(_SC_PHYS_PAGES);
     const auto pageSize = sysconf(_SC_PAGESIZE);
     if (pages <= 0 || pageSize <= 0)
-        ThrowSystemError("the memory of the machine is not known");
+        Support::ThrowSystemError("the memory of the machine is not known");
     return std::min(static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize),
                     GetGroupMemory());
 }
@@ -144,7 +144,7 @@ MemoryGauge::MemoryGauge()
     : statistics(open("/proc/self/statm", O_RDONLY | O_CLOEXEC))
 {
     if (!statistics.IsOpen())
-        ThrowSystemError("the memory of the process cannot be watched");
+        Support::ThrowSystemError("the memory of the process cannot be watched");
 }
 
 std::uint64_t MemoryGauge::Read() const
@@ -152,7 +152,7 @@ std::uint64_t MemoryGauge::Read() const
     std::array<char, 128> text{};
     const auto length = pread(statistics.Get(), text.data(), text.size(), 0);
     if (length <= 0)
-        ThrowSystemError("the memory of the process cannot be read");
+        Support::ThrowSystemError("the memory of the process cannot be read");
     // "size resident shared ...", in pages.
     const std::string_view fields(text.data(), static_cast<std::size_t>(length));
     const auto resident = fields.substr(std::min(fields.find(' ') + 1, fields.size()));
@@ -165,7 +165,7 @@ StopSignals::StopSignals()
     : requested(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!requested.IsOpen())
-        ThrowSystemError("signals to stop cannot be received");
+        Support::ThrowSystemError("signals to stop cannot be received");
     int none = -1;
     if (!stopDescriptor.compare_exchange_strong(none, requested.Get()))
         throw Core::InvalidStateException("signals to stop are received already");

@@ -3,8 +3,8 @@
 #include "Core/Exception.h"
 #include "Process/Landlock.h"
 #include "Process/SystemCallFilter.h"
-#include "Process/SystemError.h"
 #include "Support/Descriptor.h"
+#include "Support/SystemError.h"
 
 #include <algorithm>
 #include <array>
@@ -39,8 +39,9 @@ void WriteKernelFile(const char* file, const std::string& text)
     const Support::Descriptor descriptor(open(file, O_WRONLY | O_CLOEXEC));
     if (!descriptor.IsOpen() ||
         write(descriptor.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
-        ThrowSystemError(std::string("the sandbox cannot be entered: the kernel does not take '") +
-                         text + "' in " + file);
+        Support::ThrowSystemError(
+            std::string("the sandbox cannot be entered: the kernel does not take '") + text +
+            "' in " + file);
 }
 
 /// In the new user namespace the process has the identifiers that it has outside, and no others.
@@ -60,10 +61,12 @@ bool UnshareMounts()
     if (unshare(CLONE_NEWNS) == 0)
         return false;
     if (errno != EPERM)
-        ThrowSystemError("the sandbox cannot be entered: the kernel refuses a mount namespace");
+        Support::ThrowSystemError(
+            "the sandbox cannot be entered: the kernel refuses a mount namespace");
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-        ThrowSystemError("the sandbox cannot be entered: the kernel refuses a mount namespace to a "
-                         "process that is not root, or not allowed to mount");
+        Support::ThrowSystemError(
+            "the sandbox cannot be entered: the kernel refuses a mount namespace to a "
+            "process that is not root, or not allowed to mount");
     KeepIdentity(user, group);
     return true;
 }
@@ -72,7 +75,8 @@ bool UnshareMounts()
 void DetachFromOtherNamespaces()
 {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        ThrowSystemError("the sandbox cannot be entered: the mounts cannot be made private");
+        Support::ThrowSystemError(
+            "the sandbox cannot be entered: the mounts cannot be made private");
 }
 
 /// A copy of a root with all that is mounted inside it, which is not anywhere yet.
@@ -90,13 +94,14 @@ DetachedRoot CloneRoot(const Root& root)
             open_tree(AT_FDCWD, root.real.c_str(),
                       OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE | AT_SYMLINK_NOFOLLOW))};
     if (!detached.tree.IsOpen())
-        ThrowSystemError("the root '" + root.real.string() + "' cannot be mounted in the sandbox");
+        Support::ThrowSystemError("the root '" + root.real.string() +
+                                  "' cannot be mounted in the sandbox");
     mount_attr attributes = {};
     attributes.attr_set = harmless | (root.isReadOnly ? MOUNT_ATTR_RDONLY : 0);
     if (mount_setattr(detached.tree.Get(), "", AT_EMPTY_PATH | AT_RECURSIVE, &attributes,
                       sizeof(attributes)) != 0)
-        ThrowSystemError("the root '" + root.real.string() + "' cannot be restricted" +
-                         (root.isReadOnly ? " to reading" : ""));
+        Support::ThrowSystemError("the root '" + root.real.string() + "' cannot be restricted" +
+                                  (root.isReadOnly ? " to reading" : ""));
     return detached;
 }
 
@@ -126,11 +131,11 @@ Support::Descriptor MountEmptyFileSystem(const Path& place)
     if (!context.IsOpen() || fsconfig(context.Get(), FSCONFIG_SET_STRING, "mode", "0755", 0) != 0 ||
         fsconfig(context.Get(), FSCONFIG_SET_STRING, "size", "1m", 0) != 0 ||
         fsconfig(context.Get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0)
-        ThrowSystemError("the kernel refuses the sandbox an empty file system");
+        Support::ThrowSystemError("the kernel refuses the sandbox an empty file system");
     Support::Descriptor empty(fsmount(context.Get(), FSMOUNT_CLOEXEC, harmless));
     if (!empty.IsOpen() ||
         move_mount(empty.Get(), "", AT_FDCWD, place.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0)
-        ThrowSystemError("the kernel does not mount an empty file system for the sandbox");
+        Support::ThrowSystemError("the kernel does not mount an empty file system for the sandbox");
     return empty;
 }
 
@@ -143,7 +148,8 @@ void MakeFolders(const Support::Descriptor& top, const Path& path)
         if (mkdirat(top.Get(), made.c_str(), S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) !=
                 0 &&
             errno != EEXIST)
-            ThrowSystemError("the folder '" + path.string() + "' cannot be made in the sandbox");
+            Support::ThrowSystemError("the folder '" + path.string() +
+                                      "' cannot be made in the sandbox");
     }
 }
 
@@ -153,17 +159,20 @@ void Attach(const DetachedRoot& root, const Support::Descriptor& top)
     if (faccessat(top.Get(), place.c_str(), F_OK, 0) != 0)
         MakeFolders(top, root.path);
     if (move_mount(root.tree.Get(), "", top.Get(), place.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0)
-        ThrowSystemError("the root '" + root.path.string() + "' cannot be mounted in the sandbox");
+        Support::ThrowSystemError("the root '" + root.path.string() +
+                                  "' cannot be mounted in the sandbox");
 }
 
 /// The old root is mounted on top of the new one for a moment, and goes with all below it.
 void PivotTo(const Support::Descriptor& top)
 {
     if (fchdir(top.Get()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0)
-        ThrowSystemError("the sandbox cannot be entered: the kernel does not change the root of "
-                         "the file system");
+        Support::ThrowSystemError(
+            "the sandbox cannot be entered: the kernel does not change the root of "
+            "the file system");
     if (umount2(".", MNT_DETACH) != 0 || chdir("/") != 0)
-        ThrowSystemError("the sandbox cannot be entered: what is outside cannot be unmounted");
+        Support::ThrowSystemError(
+            "the sandbox cannot be entered: what is outside cannot be unmounted");
 }
 
 /// The name by which a root was given, where it is not there anyway.
@@ -174,7 +183,8 @@ void MakeLink(const Root& root, const Support::Descriptor& top)
         return;
     MakeFolders(top, root.given.parent_path());
     if (symlink(root.real.c_str(), root.given.c_str()) != 0)
-        ThrowSystemError("the link '" + root.given.string() + "' cannot be made in the sandbox");
+        Support::ThrowSystemError("the link '" + root.given.string() +
+                                  "' cannot be made in the sandbox");
 }
 
 /// Outer names first, since an inner one may be there by way of them.
@@ -191,7 +201,7 @@ void MakeReadOnly(const Support::Descriptor& mountOfIt)
     mount_attr attributes = {};
     attributes.attr_set = MOUNT_ATTR_RDONLY;
     if (mount_setattr(mountOfIt.Get(), "", AT_EMPTY_PATH, &attributes, sizeof(attributes)) != 0)
-        ThrowSystemError("the sandbox's own file system cannot be made read-only");
+        Support::ThrowSystemError("the sandbox's own file system cannot be made read-only");
 }
 
 void ChangeFileSystem(const std::vector<Root>& roots)
@@ -216,7 +226,7 @@ void DropCapabilities(bool all)
     header.version = _LINUX_CAPABILITY_VERSION_3;
     std::array<__user_cap_data_struct, 2> held{};
     if (syscall(SYS_capget, &header, held.data()) != 0)
-        ThrowSystemError("the process's capabilities cannot be read");
+        Support::ThrowSystemError("the process's capabilities cannot be read");
     unsigned int kept = 0;
     if (!all) {
         for (const auto capability : keptByRoot)
@@ -227,13 +237,13 @@ void DropCapabilities(bool all)
     held[0].inheritable = 0;
     held[1] = {};
     if (syscall(SYS_capset, &header, held.data()) != 0)
-        ThrowSystemError("the process cannot give up its capabilities");
+        Support::ThrowSystemError("the process cannot give up its capabilities");
 }
 
 void RefuseNewPrivileges()
 {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        ThrowSystemError("the process cannot give up gaining privileges");
+        Support::ThrowSystemError("the process cannot give up gaining privileges");
 }
 
 } // namespace
@@ -273,7 +283,8 @@ SandboxReport EnterSandbox(const std::vector<Root>& roots, KernelFiles kernelFil
     ChangeFileSystem(roots);
     report.hasMountNamespace = true;
     if (chdir(roots.front().real.c_str()) != 0)
-        ThrowSystemError("the root '" + roots.front().real.string() + "' cannot be entered");
+        Support::ThrowSystemError("the root '" + roots.front().real.string() +
+                                  "' cannot be entered");
     DropCapabilities(report.hasUserNamespace);
     RefuseNewPrivileges();
     report.landlockVersion = RestrictWithLandlock(roots);

@@ -1,6 +1,6 @@
 #include "Process/SystemCallFilter.h"
 
-#include "Process/SystemError.h"
+#include "Support/SystemError.h"
 
 #include <array>
 #include <cerrno>
@@ -115,7 +115,7 @@ bool Install(Program program)
         return true;
     if (errno == ENOSYS || errno == EINVAL)
         return false;
-    ThrowSystemError("the kernel refuses to filter the process's system calls");
+    Support::ThrowSystemError("the kernel refuses to filter the process's system calls");
 }
 
 } // namespace

@@ -1,15 +1,14 @@
 #include "Users/PasswordPrompt.h"
 
 #include "Core/Exception.h"
-#include "Process/SystemError.h"
+#include "Support/SystemError.h"
+#include "Support/Terminal.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <optional>
 #include <poll.h>
-#include <string_view>
-#include <termios.h>
 #include <unistd.h>
 
 namespace Host {
@@ -18,9 +17,9 @@ namespace {
 
 volatile std::sig_atomic_t caughtSignal = 0;
 
-/// Keeps the signals that end or stop a program waiting until the terminal is in order. They are
-/// caught only where `GetWaitingMask` lets them in: one that came just before a wait would not end
-/// it.
+/// Delays the signals that end or stop the program until the terminal is restored. They are caught
+/// only during a wait with the mask of `GetWaitingMask`; a signal caught just before a wait would
+/// not end it.
 class SignalDelay
 {
 public:
@@ -58,33 +57,6 @@ private:
     std::array<struct sigaction, signals.size()> previous{};
 };
 
-class EchoOff
-{
-public:
-    EchoOff()
-    {
-        if (tcgetattr(STDIN_FILENO, &previous) != 0)
-            ThrowSystemError("the terminal cannot be told not to show the password");
-        auto silent = previous;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0)
-            ThrowSystemError("the terminal cannot be told not to show the password");
-    }
-    EchoOff(const EchoOff&) = delete;
-    EchoOff& operator=(const EchoOff&) = delete;
-    ~EchoOff() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &previous); }
-
-private:
-    termios previous{};
-};
-
-void Show(std::string_view text)
-{
-    // The prompt is a courtesy: where it cannot be written the password can still be read.
-    if (write(STDERR_FILENO, text.data(), text.size()) < 0)
-        return;
-}
-
 sigset_t GetSignalMask()
 {
     sigset_t mask{};
@@ -92,34 +64,21 @@ sigset_t GetSignalMask()
     return mask;
 }
 
-/// False when a signal came.
+/// Returns false if a signal came.
 bool WaitForInput(const sigset_t& mask)
 {
     pollfd query{STDIN_FILENO, POLLIN, 0};
     while (caughtSignal == 0 && ppoll(&query, 1, nullptr, &mask) < 0) {
         if (errno != EINTR)
-            ThrowSystemError("the password cannot be read");
+            Support::ThrowSystemError("cannot read the password");
     }
     return caughtSignal == 0;
 }
 
-/// Nothing at the end of the input, or when a signal came.
+/// Returns nothing at the end of the input, or if a signal came.
 std::optional<std::string> ReadLine(const sigset_t& mask)
 {
-    std::string line;
-    for (;;) {
-        if (!WaitForInput(mask))
-            return std::nullopt;
-        char character = 0;
-        const auto count = read(STDIN_FILENO, &character, 1);
-        if (count < 0)
-            ThrowSystemError("the password cannot be read");
-        if (count == 0 && line.empty())
-            return std::nullopt;
-        if (count == 0 || character == '\n')
-            return line;
-        line += character;
-    }
+    return Support::ReadLine(STDIN_FILENO, [&mask] { return WaitForInput(mask); });
 }
 
 std::string AskWithoutEcho(const std::string& prompt)
@@ -127,10 +86,10 @@ std::string AskWithoutEcho(const std::string& prompt)
     std::optional<std::string> answer;
     {
         const SignalDelay delay;
-        const EchoOff silence;
-        Show(prompt);
+        const Support::EchoOff silence(STDIN_FILENO, Support::StopKeys::Kept);
+        Support::Show(STDERR_FILENO, prompt);
         answer = ReadLine(delay.GetWaitingMask());
-        Show("\n");
+        Support::Show(STDERR_FILENO, "\n");
     }
     if (!answer)
         throw Core::InvalidArgumentException("no password was given");
@@ -144,11 +103,11 @@ std::string AskForNewPassword(const std::string& user)
     if (isatty(STDIN_FILENO) == 0) {
         if (auto line = ReadLine(GetSignalMask()))
             return *line;
-        throw Core::InvalidArgumentException("standard input holds no password");
+        throw Core::InvalidArgumentException("standard input has no password");
     }
     auto password = AskWithoutEcho("New password of " + user + ": ");
-    if (AskWithoutEcho("The same again: ") != password)
-        throw Core::InvalidArgumentException("the two passwords differ; nothing was changed");
+    if (AskWithoutEcho("Repeat the password: ") != password)
+        throw Core::InvalidArgumentException("the passwords differ; nothing was changed");
     return password;
 }
 

@@ -4,10 +4,10 @@
 
 namespace Host {
 
-/// Asks for a new password on the terminal that is standard input, twice and without echo; where
-/// standard input is no terminal, its first line is the password. An interruption by a signal puts
-/// the terminal back in order before it takes its course. Throws InvalidArgumentException when the
-/// two differ or there is none, SystemException. One thread.
+/// Returns a new password. If standard input is a terminal, asks for it twice and does not show it;
+/// otherwise reads the first line of standard input. A signal that comes meanwhile takes effect
+/// after the terminal is restored. Throws InvalidArgumentException if the two differ or there is no
+/// password, and std::system_error if the terminal cannot be used. One thread at a time.
 [[nodiscard]] std::string AskForNewPassword(const std::string& user);
 
 } // namespace Host

@@ -1,20 +1,22 @@
 #pragma once
 
+#include "OpcUa/Certificates.h"
+
 #include <filesystem>
 #include <string>
 #include <vector>
 
 namespace Host {
 
-using Bytes = std::vector<unsigned char>;
+using OpcUa::Bytes;
 
-/// The host's key and certificate, and the certificates that it trusts, read into memory once. In
-/// its folder, which is for its owner alone:
+/// The host's key and certificate, and the certificates that it trusts. Reads them into memory when
+/// it is constructed. Its folder, which others than its owner must not change, has these files:
 ///
-///     own/key.der, own/certificate.der   made when there is no folder "own"; can be replaced by
-///                                        the operator's own ones
-///     trusted/                           certificates of clients, or of who issues them
-///     issuers/                           certificates between those and the clients'
+///     own/key.der, own/certificate.der   made if there is no folder "own"; the operator may
+///                                        replace them
+///     trusted/                           certificates of clients, or of their issuers
+///     issuers/                           intermediate certificates
 ///     revoked/                           revocation lists
 ///
 /// The last three hold files in DER or PEM form.
@@ -24,26 +26,27 @@ public:
     enum class WhenMissing
     {
         Make,
-        Leave, ///< a key and a certificate are made in memory alone
+        Leave, ///< makes key and certificate in memory, and writes no files
     };
 
-    /// `listenHost` is what clients may know this host as, beside the machine's name; it is written
-    /// into a certificate that is made. Throws SystemException, and InvalidArgumentException for
-    /// what cannot be used: a key that others may read, a certificate without a URI, one half of
-    /// the pair.
+    /// `listenHost` is a name of this host beside the machine's name; a new certificate contains
+    /// it. Throws std::system_error if a file cannot be read or written,
+    /// Support::UnsafeFileException if others may read the key or change a folder,
+    /// Core::InvalidArgumentException for a certificate without a URI, and
+    /// OpcUa::CertificateException if no certificate can be made.
     Pki(const std::filesystem::path& folder, const std::string& listenHost,
         WhenMissing whenMissing = WhenMissing::Make);
 
     [[nodiscard]] const Bytes& GetKey() const noexcept { return key; }
     [[nodiscard]] const Bytes& GetCertificate() const noexcept { return certificate; }
-    /// The one that the certificate names: the host has to call itself the same.
+    /// Returns the URI in the certificate. The host must use the same one.
     [[nodiscard]] const std::string& GetApplicationUri() const noexcept { return applicationUri; }
 
     [[nodiscard]] const std::vector<Bytes>& GetTrusted() const noexcept { return trusted; }
     [[nodiscard]] const std::vector<Bytes>& GetIssuers() const noexcept { return issuers; }
     [[nodiscard]] const std::vector<Bytes>& GetRevocationLists() const noexcept { return revoked; }
 
-    /// Where the operator puts the certificates of clients.
+    /// Returns the folder for the certificates of clients.
     [[nodiscard]] const std::filesystem::path& GetTrustedFolder() const noexcept
     {
         return trustedFolder;
@@ -51,7 +54,7 @@ public:
 
 private:
     void ReadOwn(const std::filesystem::path& own);
-    void Borrow(const std::filesystem::path& own, const std::string& listenHost);
+    void MakeInMemory(const std::filesystem::path& own, const std::string& listenHost);
 
     std::filesystem::path trustedFolder;
     Bytes key;
@@ -62,11 +65,7 @@ private:
     std::vector<Bytes> revoked;
 };
 
-/// The folder and everything in it that is read from it, as far as it is there.
+/// Returns the folder and all files and folders in it that `Pki` reads, as far as they exist.
 [[nodiscard]] std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder);
-
-/// The first URI among the alternative names of a certificate in DER form; empty without one, or
-/// when it is no certificate.
-[[nodiscard]] std::string FindApplicationUri(const Bytes& certificate);
 
 } // namespace Host

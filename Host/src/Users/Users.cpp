@@ -1,8 +1,8 @@
 #include "Users/Users.h"
 
 #include "Core/Exception.h"
-#include "Process/SystemError.h"
-#include "Users/PrivateFile.h"
+#include "Support/PrivateFiles.h"
+#include "Support/SystemError.h"
 
 #include <algorithm>
 #include <array>
@@ -28,13 +28,14 @@ struct EraseCryptData
     }
 };
 
-/// `setting` is a salt with its parameters, or a hash that was made with them.
+/// `setting` is a salt with its parameters, or a hash that was made with them. Throws
+/// std::system_error.
 std::string Hash(const std::string& password, const std::string& setting)
 {
     const std::unique_ptr<crypt_data, EraseCryptData> data(new crypt_data{});
     const char* const hash = crypt_r(password.c_str(), setting.c_str(), data.get());
     if (hash == nullptr || *hash == '*')
-        ThrowSystemError("the hash of a password cannot be computed");
+        Support::ThrowSystemError("cannot hash a password");
     return hash;
 }
 
@@ -43,11 +44,11 @@ std::string MakeSetting()
     std::array<char, CRYPT_GENSALT_OUTPUT_SIZE> setting{};
     if (crypt_gensalt_rn(yescrypt, 0, nullptr, 0, setting.data(),
                          static_cast<int>(setting.size())) == nullptr)
-        ThrowSystemError("a salt for a password cannot be made");
+        Support::ThrowSystemError("cannot make a salt for a password");
     return setting.data();
 }
 
-/// Takes the same time wherever the texts differ.
+/// Compares in a time that does not depend on where the texts differ.
 bool AreEqual(const std::string& left, const std::string& right)
 {
     if (left.size() != right.size())
@@ -59,7 +60,7 @@ bool AreEqual(const std::string& left, const std::string& right)
     return difference == 0;
 }
 
-/// A password that crypt(3) would shorten, or could not take, is nobody's.
+/// Returns false for a password that crypt(3) would shorten or refuse.
 bool IsUsable(const std::string& password)
 {
     return !password.empty() && password.size() <= maximumPassword &&
@@ -80,7 +81,7 @@ std::string GetName(const std::string& line)
 
 Users::Users(const std::filesystem::path& file)
 {
-    std::istringstream lines(ReadPrivateFile(file, GroupMayRead::Yes));
+    std::istringstream lines(Support::ReadPrivateFile(file, Support::GroupMayRead::Yes));
     std::size_t number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
@@ -89,7 +90,7 @@ Users::Users(const std::filesystem::path& file)
     }
     if (hashes.empty())
         throw Core::InvalidArgumentException("'" + file.string() +
-                                             "' names no user; talvensor-host passwd adds one");
+                                             "' has no users: add one with talvensor-host passwd");
     decoy = Hash(MakeSetting(), hashes.begin()->second);
 }
 
@@ -97,7 +98,7 @@ void Users::ReadLine(const std::string& line, const std::string& place)
 {
     const auto colon = line.find(':');
     if (colon == std::string::npos)
-        throw Core::InvalidArgumentException(place + "there is no colon between name and hash");
+        throw Core::InvalidArgumentException(place + "no colon between name and hash");
     const auto name = line.substr(0, colon);
     try {
         CheckUserName(name);
@@ -109,7 +110,7 @@ void Users::ReadLine(const std::string& line, const std::string& place)
         throw Core::InvalidArgumentException(place + "the hash of '" + name +
                                              "' is not one that talvensor-host passwd writes");
     if (!hashes.emplace(name, hash).second)
-        throw Core::InvalidArgumentException(place + "'" + name + "' is there already");
+        throw Core::InvalidArgumentException(place + "'" + name + "' is listed twice");
 }
 
 bool Users::Verify(const std::string& name, const std::string& password) const
@@ -129,11 +130,12 @@ void SetPassword(const std::filesystem::path& file, const std::string& user,
     if (!IsUsable(password))
         throw Core::InvalidArgumentException(
             "a password has 1 to " + std::to_string(maximumPassword) + " bytes, none of them zero");
-    // The file that a link leads to is replaced, not the link.
+    // Replaces the file that a link leads to, not the link.
     const auto target = std::filesystem::weakly_canonical(file);
     const auto entry = user + ":" + Hash(password, MakeSetting()) + "\n";
-    std::istringstream lines(
-        std::filesystem::exists(target) ? ReadPrivateFile(target, GroupMayRead::Yes) : "");
+    std::istringstream lines(std::filesystem::exists(target)
+                                 ? Support::ReadPrivateFile(target, Support::GroupMayRead::Yes)
+                                 : "");
     std::string content;
     bool isReplaced = false;
     for (std::string line; std::getline(lines, line);) {
@@ -143,7 +145,7 @@ void SetPassword(const std::filesystem::path& file, const std::string& user,
     }
     if (!isReplaced)
         content += entry;
-    WritePrivateFile(target, content);
+    Support::WritePrivateFile(target, content);
 }
 
 void CheckUserName(std::string_view name)

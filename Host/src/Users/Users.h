@@ -8,17 +8,19 @@
 
 namespace Host {
 
-/// Who may log in: a file with one "name:hash" per line, the hash as crypt(3) writes it (yescrypt).
-/// Lines that are empty or start with "#" count for nothing.
+/// The users that may log in. Their file has one "name:hash" per line, the hash as crypt(3) writes
+/// it (yescrypt). Lines that are empty or start with "#" are ignored.
 class Users
 {
 public:
-    /// Throws SystemException when the file cannot be read, InvalidArgumentException naming the
-    /// line when it cannot be used, or when others than its owner and group may read it.
+    /// Throws std::system_error if the file cannot be read, Support::UnsafeFileException if others
+    /// than its owner and group may read it, and InvalidArgumentException, with the line, if it has
+    /// no users or a line is wrong.
     explicit Users(const std::filesystem::path& file);
 
-    /// Takes about as long for an unknown user as for a known one: tens of milliseconds and 16 MB,
-    /// by design. Any thread. Throws SystemException when the hash cannot be computed.
+    /// Returns true if the user exists and the password is right. Takes as long for an unknown user
+    /// as for a known one: tens of milliseconds and 16 MB, by design. Any thread may call it.
+    /// Throws std::system_error if the hash cannot be computed.
     [[nodiscard]] bool Verify(const std::string& name, const std::string& password) const;
 
     [[nodiscard]] std::size_t GetSize() const noexcept { return hashes.size(); }
@@ -26,19 +28,20 @@ public:
 private:
     void ReadLine(const std::string& line, const std::string& place);
 
-    // Constant once made:
+    // Constant after the constructor:
     std::unordered_map<std::string, std::string> hashes;
-    std::string decoy; // the hash of nobody's password
+    std::string decoy; // a hash that no password has, for unknown users
 };
 
-/// Sets a user's password in a user file, which is made if it is not there; other lines stay as
-/// they are. The file is replaced at once, with mode 0600. Throws InvalidArgumentException for a
-/// name or a password that cannot be used, SystemException.
+/// Sets a user's password in a user file, and creates the file if it does not exist. Other lines
+/// stay as they are. Readers see the old file or the new one, which has mode 0600. Throws
+/// InvalidArgumentException for a wrong name or password, and what Support::ReadPrivateFile and
+/// Support::WritePrivateFile throw.
 void SetPassword(const std::filesystem::path& file, const std::string& user,
                  const std::string& password);
 
-/// Throws InvalidArgumentException for what cannot be a user's name: 1 to 64 bytes without a colon
-/// and control characters, not starting with "#", and without blanks around it.
+/// Throws InvalidArgumentException unless the name has 1 to 64 bytes, no colon and no control
+/// characters, does not start with "#", and does not start or end with a blank.
 void CheckUserName(std::string_view name);
 
 } // namespace Host

@@ -274,7 +274,7 @@ TEST_F(ACommandLine, SaysWhereAFileIsNotToml)
 TEST_F(ACommandLine, SaysWhenAFileCannotBeRead)
 {
     EXPECT_THAT(GetProblems({"--config", (folder.GetPath() / "none.toml").string()}),
-                ElementsAre("--config: 'none.toml' cannot be read: No such file or directory"));
+                ElementsAre("--config: cannot read 'none.toml': No such file or directory"));
     EXPECT_THAT(GetProblems({"--config", root.string()}),
                 ElementsAre("--config: 'root' is not a file"));
 }

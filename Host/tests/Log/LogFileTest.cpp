@@ -87,7 +87,7 @@ TEST_F(ALogFile, IsCheckedWithoutBeingMade)
 {
     EXPECT_NO_THROW(CheckLogFile(file));
     EXPECT_FALSE(std::filesystem::exists(file));
-    EXPECT_THROW(CheckLogFile(folder.GetPath() / "nowhere" / "log"), Core::SystemException);
+    EXPECT_THROW(CheckLogFile(folder.GetPath() / "nowhere" / "log"), std::system_error);
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 #include "Users/PasswordPrompt.h"
 
-#include "Core/Exception.h"
-
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -47,8 +45,8 @@ protected:
     {
         try {
             std::_Exit(AskForNewPassword("ann") == "one two" ? 0 : 1);
-        } catch (const Core::Exception& error) {
-            std::cerr << error.GetMessage() << std::flush;
+        } catch (const std::exception& error) {
+            std::cerr << error.what() << std::flush;
             std::_Exit(2);
         }
     }
@@ -97,7 +95,7 @@ TEST_F(AUserAtATerminal, TypesThePasswordTwiceAndDoesNotSeeIt)
     WaitFor("New password of ann: ");
     EXPECT_FALSE(IsEchoing());
     Type("one two\n");
-    WaitFor("The same again: ");
+    WaitFor("Repeat the password: ");
     Type("one two\n");
     EXPECT_EQ(WaitForTheEnd(), 0);
     EXPECT_TRUE(IsEchoing());
@@ -108,9 +106,9 @@ TEST_F(AUserAtATerminal, IsToldThatThePasswordsDiffer)
 {
     WaitFor("New password of ann: ");
     Type("one two\n");
-    WaitFor("The same again: ");
+    WaitFor("Repeat the password: ");
     Type("three\n");
-    WaitFor("the two passwords differ");
+    WaitFor("the passwords differ");
     EXPECT_EQ(WEXITSTATUS(WaitForTheEnd()), 2);
     EXPECT_TRUE(IsEchoing());
 }

@@ -1,8 +1,7 @@
-#include "Users/PrivateFile.h"
+#include "Support/PrivateFiles.h"
 
-#include "Core/Exception.h"
-#include "Process/SystemError.h"
 #include "Support/Descriptor.h"
+#include "Support/SystemError.h"
 
 #include <array>
 #include <cerrno>
@@ -10,14 +9,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace Host {
+namespace Support {
 
 namespace {
 
 constexpr mode_t othersRights = S_IRWXO;
 constexpr mode_t groupWrites = S_IWGRP;
 
-/// Removes the file unless it has got its final name.
+/// Removes the file at the end unless it has its final name.
 class TemporaryFile
 {
 public:
@@ -26,7 +25,7 @@ public:
         , descriptor(mkostemp(path.data(), O_CLOEXEC)) // mode 0600
     {
         if (!descriptor.IsOpen())
-            ThrowSystemError("'" + target.string() + "' cannot be written");
+            ThrowSystemError("cannot write '" + target.string() + "'");
     }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -41,53 +40,53 @@ public:
         while (!content.empty()) {
             const auto written = write(descriptor.Get(), content.data(), content.size());
             if (written < 0 && errno != EINTR)
-                ThrowSystemError("'" + path + "' cannot be written");
+                ThrowSystemError("cannot write '" + path + "'");
             if (written > 0)
                 content.remove_prefix(static_cast<std::size_t>(written));
         }
         if (fsync(descriptor.Get()) != 0)
-            ThrowSystemError("'" + path + "' cannot be written");
+            ThrowSystemError("cannot write '" + path + "'");
     }
 
     void Become(const std::filesystem::path& target)
     {
         if (rename(path.c_str(), target.c_str()) != 0)
-            ThrowSystemError("'" + target.string() + "' cannot be replaced");
+            ThrowSystemError("cannot replace '" + target.string() + "'");
         path.clear();
     }
 
 private:
     std::string path; // empty once renamed
-    Support::Descriptor descriptor;
+    Descriptor descriptor;
 };
 
 void SynchronizeFolder(const std::filesystem::path& folder)
 {
-    const Support::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0)
-        ThrowSystemError("the folder '" + folder.string() + "' cannot be written to the disk");
+        ThrowSystemError("cannot write the folder '" + folder.string() + "' to the disk");
 }
 
-struct stat GetStatus(const Support::Descriptor& descriptor, const std::filesystem::path& file)
+struct stat GetStatus(const Descriptor& descriptor, const std::filesystem::path& file)
 {
     struct stat status = {};
     if (fstat(descriptor.Get(), &status) != 0)
-        ThrowSystemError("'" + file.string() + "' cannot be read");
+        ThrowSystemError("cannot read '" + file.string() + "'");
     return status;
 }
 
-Support::Descriptor OpenFile(const std::filesystem::path& file)
+Descriptor OpenRegularFile(const std::filesystem::path& file)
 {
     // Opening a pipe without O_NONBLOCK would wait for its other end.
-    Support::Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!descriptor.IsOpen())
-        ThrowSystemError("'" + file.string() + "' cannot be read");
+        ThrowSystemError("cannot read '" + file.string() + "'");
     if (!S_ISREG(GetStatus(descriptor, file).st_mode))
-        throw Core::InvalidArgumentException("'" + file.string() + "' is not a file");
+        throw UnsafeFileException("'" + file.string() + "' is not a regular file");
     return descriptor;
 }
 
-std::string ReadAll(const Support::Descriptor& descriptor, const std::filesystem::path& file)
+std::string ReadAll(const Descriptor& descriptor, const std::filesystem::path& file)
 {
     std::string content;
     std::array<char, 4096> block{};
@@ -96,7 +95,7 @@ std::string ReadAll(const Support::Descriptor& descriptor, const std::filesystem
         if (count == 0)
             return content;
         if (count < 0 && errno != EINTR)
-            ThrowSystemError("'" + file.string() + "' cannot be read");
+            ThrowSystemError("cannot read '" + file.string() + "'");
         if (count > 0)
             content.append(block.data(), static_cast<std::size_t>(count));
     }
@@ -106,19 +105,19 @@ std::string ReadAll(const Support::Descriptor& descriptor, const std::filesystem
 
 std::string ReadPrivateFile(const std::filesystem::path& file, GroupMayRead groupMayRead)
 {
-    const auto descriptor = OpenFile(file);
+    const auto descriptor = OpenRegularFile(file);
     const auto refused =
         groupMayRead == GroupMayRead::Yes ? othersRights | groupWrites : othersRights | S_IRWXG;
     if ((GetStatus(descriptor, file).st_mode & refused) != 0)
-        throw Core::InvalidArgumentException("'" + file.string() +
-                                             "' holds secrets, but others than its owner may read "
-                                             "or change it: chmod 600 it");
+        throw UnsafeFileException("'" + file.string() +
+                                  "' holds secrets, but others than its owner may read or change "
+                                  "it: chmod 600 it");
     return ReadAll(descriptor, file);
 }
 
 std::string ReadFile(const std::filesystem::path& file)
 {
-    return ReadAll(OpenFile(file), file);
+    return ReadAll(OpenRegularFile(file), file);
 }
 
 void WritePrivateFile(const std::filesystem::path& file, std::string_view content)
@@ -131,19 +130,23 @@ void WritePrivateFile(const std::filesystem::path& file, std::string_view conten
 
 void MakePrivateFolder(const std::filesystem::path& folder)
 {
-    std::error_code error;
+    std::error_code error; // if a folder above cannot be made, mkdir below fails
     if (folder.has_parent_path())
         std::filesystem::create_directories(folder.parent_path(), error);
     if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST)
-        ThrowSystemError("the folder '" + folder.string() + "' cannot be made");
-    struct stat status = {};
-    if (stat(folder.c_str(), &status) != 0)
-        ThrowSystemError("the folder '" + folder.string() + "' cannot be used");
-    if (!S_ISDIR(status.st_mode))
-        throw Core::InvalidArgumentException("'" + folder.string() + "' is not a folder");
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
-        throw Core::InvalidArgumentException("others than its owner may change the folder '" +
-                                             folder.string() + "': chmod 700 it");
+        ThrowSystemError("cannot create the folder '" + folder.string() + "'");
 }
 
-} // namespace Host
+void RequirePrivateFolder(const std::filesystem::path& folder)
+{
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) != 0)
+        ThrowSystemError("cannot use the folder '" + folder.string() + "'");
+    if (!S_ISDIR(status.st_mode))
+        throw UnsafeFileException("'" + folder.string() + "' is not a folder");
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        throw UnsafeFileException("others than its owner may change the folder '" +
+                                  folder.string() + "': chmod 700 it");
+}
+
+} // namespace Support
