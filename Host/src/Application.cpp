@@ -31,7 +31,8 @@ std::unique_ptr<Users> ReadUsers(const Configuration& configuration)
     return configuration.usersFile ? std::make_unique<Users>(*configuration.usersFile) : nullptr;
 }
 
-/// Makes them where that is asked for. Others can make their own first where anybody can add files.
+/// Reads keys and certificates, and makes them for serving. Checks the files again afterwards: in a
+/// folder to which others can add files, they could have been faster.
 Pki ReadPki(const Configuration& configuration, Preparation preparation)
 {
     Pki pki(GetPkiFolder(configuration), configuration.listen.host,
@@ -49,7 +50,7 @@ void StartLog(const Configuration& configuration)
                                               : Core::Embedding::MakeConsoleLogSink());
     if (IsRoot())
         Log(Core::LogLevel::Warning, category,
-            "The host runs as root; a user of its own would need no more than its roots");
+            "The host runs as root; a user with access to the roots is enough");
 }
 
 void PrepareLog(const Configuration& configuration, Preparation preparation)
@@ -74,7 +75,7 @@ SandboxReport Confine(const Configuration& configuration, const std::vector<Root
 {
     if (!configuration.sandbox) {
         Log(Core::LogLevel::Warning, category,
-            "There is no sandbox: clients reach whatever the host's user may reach");
+            "There is no sandbox: clients may reach everything that the host's user may reach");
         std::filesystem::current_path(roots.front().real);
         return {};
     }
@@ -111,7 +112,7 @@ public:
         auto host = PrepareHost(command.configuration, Preparation::ToCheck);
         const auto status = tryServing(host);
         if (status == ExitStatus::Stopped)
-            std::cout << "The configuration can be used.\n";
+            std::cout << "The configuration is valid.\n";
         return status;
     }
 
@@ -156,7 +157,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
     auto roots = MakeRoots(configuration);
     auto addresses = ResolveListenUrl(configuration.listen);
-    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): it is lost track of in the aggregate
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): a false alarm
     auto users = ReadUsers(configuration);
     auto pki = ReadPki(configuration, preparation);
     const auto admission =

@@ -17,19 +17,19 @@
 
 namespace Host {
 
-/// What the program's end says.
+/// The exit status of the program.
 enum class ExitStatus
 {
     Stopped = 0,
     Failed = 1,
     WrongConfiguration = 2, ///< or wrong flags
-    DoorsOpen = 3,          ///< the host would have been open to others
+    DoorsOpen = 3,          ///< refused to start: the host would be open to others
     SandboxRefused = 4,
-    NotDrained = 5, ///< stopped, but a node did not finish what was queued in its time
+    NotDrained = 5, ///< stopped, but a node did not finish its queued work in time
 };
 
 /// Everything that is opened, loaded or decided before the first client can connect. The process is
-/// confined already, has one thread, and no node exists yet.
+/// confined, has one thread, and no nodes exist.
 struct PreparedHost
 {
     Configuration configuration;
@@ -38,10 +38,10 @@ struct PreparedHost
     std::unique_ptr<Users> users; ///< null: anybody may log in, see `admission`
     Pki pki;
     Admission admission;
-    std::uint64_t descriptors = 0; ///< how many the process may have
+    std::uint64_t descriptors = 0; ///< the number that the process may have
     MemoryGauge memory;
     std::uint64_t memoryLimit = 0;
-    /// With the modules and their models.
+    /// Has loaded the modules and their models.
     std::unique_ptr<Core::Embedding::Runtime> runtime;
     SandboxReport sandbox;
 };
@@ -49,15 +49,15 @@ struct PreparedHost
 enum class Preparation
 {
     ToServe,
-    /// Makes neither key nor log, but refuses all that cannot be served.
+    /// Makes neither key nor log; throws what `ToServe` would throw.
     ToCheck,
 };
 
-/// Opens and loads what lies outside the roots, and then closes the sandbox, in this order: signals
-/// that must not kill, limits, addresses, users, key and certificates, admission, log, memory
-/// gauge, modules and models, sandbox, listening for a moment. Throws what its parts throw,
-/// ConfigurationException for files that others have put there meanwhile, OpenDoorsException, and
-/// SandboxRefusedException. REQUIRES: the process has one thread.
+/// Opens and loads everything outside the roots, and then enters the sandbox. The order: signals,
+/// limits, addresses, users, key and certificates, admission, log, memory gauge, modules and
+/// models, sandbox, a test of listening. Throws what its parts throw, ConfigurationException for
+/// files that others have replaced meanwhile, OpenDoorsException, and SandboxRefusedException.
+/// REQUIRES: the process has one thread.
 [[nodiscard]] PreparedHost PrepareHost(Configuration configuration,
                                        Preparation preparation = Preparation::ToServe);
 
@@ -67,14 +67,14 @@ public:
     using Core::InvalidStateException::InvalidStateException;
 };
 
-/// Serves until a signal asks to stop, and stops.
+/// Serves until a signal comes, and stops.
 using ServeOperation = std::function<ExitStatus(PreparedHost& host, const StopSignals& stop)>;
 
-/// Throws what would keep a host from serving.
+/// Throws if the host could not serve.
 using TryOperation = std::function<ExitStatus(PreparedHost& host)>;
 
-/// Runs what the command line asks for; exceptions end it with a text on standard error and their
-/// status. Texts that were asked for go to standard output.
+/// Runs the command of the command line. Prints the text of an exception to standard error and
+/// returns its status. Help and version go to standard output.
 [[nodiscard]] ExitStatus RunApplication(int argumentCount, const char* const* arguments,
                                         const ServeOperation& serve,
                                         const TryOperation& tryServing);

@@ -23,7 +23,7 @@
 namespace Host {
 namespace {
 
-/// Who may log in, and how fast.
+/// Decides about logins.
 class Doorkeeper
 {
 public:
@@ -36,7 +36,7 @@ public:
     LoginAnswer Decide(const LoginAttempt& attempt)
     {
         if (!attempt.credentials)
-            return {}; // whether anybody may come was decided before
+            return {}; // the endpoint has checked that anybody may log in
         if (!logins)
             return {.status = UA_STATUSCODE_BADIDENTITYTOKENREJECTED};
         const auto& [user, password] = *attempt.credentials;
@@ -49,7 +49,7 @@ public:
 
 private:
     LoginThrottle throttle;
-    std::optional<Logins> logins; // after the throttle
+    std::optional<Logins> logins; // uses the throttle
 };
 
 EndpointSettings MakeSettings(const PreparedHost& host)
@@ -64,7 +64,7 @@ EndpointSettings MakeSettings(const PreparedHost& host)
     settings.certificate = host.pki.GetCertificate();
     settings.key = host.pki.GetKey();
     settings.allowsUnencrypted = host.admission.allowsUnencrypted;
-    // Where anybody may come unencrypted, a certificate keeps nobody out.
+    // If unencrypted connections are allowed, refusing certificates keeps nobody out.
     settings.trustsAnyClient = configuration.trustAnyClient || host.admission.allowsUnencrypted;
     settings.trusted = host.pki.GetTrusted();
     settings.issuers = host.pki.GetIssuers();
@@ -108,10 +108,11 @@ void Announce(const PreparedHost& host, const Endpoint& endpoint)
     std::cout << Describe(summary) << std::flush;
 }
 
-/// Stops the endpoint when the first signal comes. REQUIRES: one comes.
+/// Starts a thread that stops the endpoint on the first signal. REQUIRES: a signal comes before the
+/// thread is joined.
 std::thread StopOnSignal(Endpoint& endpoint, const StopSignals& stop)
 {
-    return StartThread("that waits for signals", [&endpoint, &stop] {
+    return StartThread("to wait for signals", [&endpoint, &stop] {
         pollfd descriptor{stop.GetDescriptor(), POLLIN, 0};
         while (poll(&descriptor, 1, -1) < 0 && errno == EINTR)
             continue;

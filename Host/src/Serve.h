@@ -4,12 +4,11 @@
 
 namespace Host {
 
-/// Serves clients from a prepared host until a signal asks to stop; prints where it can be found.
-/// When work is left that does not come to an end in its time, the process ends here, with the
-/// status `NotDrained`: waiting for it could take forever.
+/// Prints the address and serves clients until a signal comes. If work does not finish in time,
+/// ends the process with the status `NotDrained`: waiting for it could take forever.
 [[nodiscard]] ExitStatus Serve(PreparedHost& host, const StopSignals& stop);
 
-/// Starts to serve, and stops before any client is answered. Throws what keeps it from serving.
+/// Starts to serve, and stops before it answers a client. Throws if the host cannot serve.
 [[nodiscard]] ExitStatus TryServing(PreparedHost& host);
 
 } // namespace Host

@@ -2,7 +2,7 @@
 
 namespace Host {
 
-/// Of this program: "1.2.3".
+/// Returns the version of this program: "1.2.3".
 [[nodiscard]] const char* GetVersion() noexcept;
 
 struct BuildDate
@@ -12,7 +12,7 @@ struct BuildDate
     int day;
 };
 
-/// The day on which this program was configured to be built; SOURCE_DATE_EPOCH sets it.
+/// Returns the day on which the build was configured; SOURCE_DATE_EPOCH sets it.
 [[nodiscard]] BuildDate GetBuildDate() noexcept;
 
 } // namespace Host

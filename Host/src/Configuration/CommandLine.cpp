@@ -19,16 +19,15 @@ namespace {
 constexpr const char* description =
     "Serves files to OPC UA clients.\n"
     "\n"
-    "Doors are closed by default: it listens on loopback, where anybody may log in unless there "
-    "is\n"
-    "a user file; on other addresses users and encryption are required. The kernel confines it to\n"
-    "the folders that it serves.\n";
+    "By default it listens on loopback only, where anybody may log in unless there is a user "
+    "file.\n"
+    "On other addresses, users and encryption are required. The kernel confines the host to the\n"
+    "folders that it serves.\n";
 
 constexpr const char* footer =
-    "\nConfiguration files are TOML. Their keys are the flags' names without the dashes; a\n"
-    "repeatable flag takes a list, and paths are seen from the file's folder. Flags on the "
-    "command\n"
-    "line win.\n"
+    "\nConfiguration files are TOML. Their keys are the names of the flags without the dashes; a\n"
+    "repeatable flag takes a list. Relative paths start at the folder of the file. Flags on the\n"
+    "command line take precedence.\n"
     "\n"
     "    root = [\"/srv/files\", \"/srv/more\"]\n"
     "    users = \"/etc/talvensor/users\"\n"
@@ -41,19 +40,19 @@ constexpr const char* footer =
     "    2    wrong flags or configuration\n"
     "    3    refused to start: the host would be open to others\n"
     "    4    refused to start: the kernel allows no sandbox\n"
-    "    5    stopped, but a node did not finish what was queued in its time\n"
-    "    128 and the signal's number: ended at once by a second signal\n";
+    "    5    stopped, but a node did not finish its queued work in time\n"
+    "    128 + the signal's number: ended at once by a second signal\n";
 
 constexpr std::size_t nameColumn = 32;
 constexpr std::size_t textColumn = 64;
 
-/// The help, with the library's own habits tamed.
+/// Formats the help: wraps descriptions, and hides the value of negative flags.
 class HelpFormatter : public CLI::Formatter
 {
 public:
     HelpFormatter() { column_width(nameColumn); }
 
-    /// Without the value that a negative flag has.
+    /// Returns the names of an option without the value that a negative flag has.
     std::string make_option_name(const CLI::Option* option, bool isPositional) const override
     {
         auto name = CLI::Formatter::make_option_name(option, isPositional);
@@ -69,7 +68,7 @@ public:
     }
 };
 
-/// The command line's grammar, and what it said once it has been parsed.
+/// The grammar of the command line, and the values that it parsed.
 class Grammar
 {
 public:
@@ -77,18 +76,19 @@ public:
     {
         app.name("talvensor-host");
         app.footer(footer);
-        app.set_help_flag("-h,--help", "this text");
+        app.set_help_flag("-h,--help", "print this text");
         app.set_version_flag("--version", std::string("talvensor-host ") + GetVersion(),
-                             "the version");
+                             "print the version");
         app.formatter(std::make_shared<HelpFormatter>());
         app.add_option("--config", configFile, "a configuration file")->type_name("FILE");
         check = app.add_flag("--check")->description(
-            "only say what is wrong with the configuration, with line and key");
+            "check the configuration, report problems with line and key, and exit");
         for (const auto& setting : GetSettings())
             options[setting.name] = AddOption(setting);
         passwd = app.add_subcommand("passwd", "set a user's password in a user file");
-        passwd->footer("\nThe user file is made if it is not there. The password is asked for on a "
-                       "terminal,\nand otherwise the first line of standard input.\n");
+        passwd->footer(
+            "\nCreates the user file if it does not exist. Asks for the password if standard "
+            "input\nis a terminal; otherwise reads the first line of standard input.\n");
         passwd->add_option("FILE", usersFile, "the user file")->required()->type_name("");
         passwd->add_option("USER", user, "the user's name")->required()->type_name("");
     }
@@ -132,7 +132,7 @@ private:
                                                        : CLI::MultiOptionPolicy::Throw);
     }
 
-    /// The file's values, with those of the flags instead of them where there are any.
+    /// Returns the values of the file, replaced by those of the flags.
     Configuration MakeConfiguration()
     {
         std::vector<ConfigurationProblem> problems;
@@ -154,7 +154,7 @@ private:
         throw ConfigurationException(std::move(problems));
     }
 
-    /// Flags first, then the file from its top.
+    /// Orders problems: flags first, then the file from its top.
     static bool IsEarlier(const ConfigurationProblem& left, const ConfigurationProblem& right)
     {
         return left.place.line < right.place.line;

@@ -13,7 +13,7 @@ struct ServeCommand
     Configuration configuration;
 };
 
-/// Only say whether the configuration can be used.
+/// Check the configuration and exit.
 struct CheckCommand
 {
     Configuration configuration;
@@ -25,7 +25,7 @@ struct PasswordCommand
     std::string user;
 };
 
-/// Only print a text: the help or the version.
+/// Print a text, the help or the version, and exit.
 struct ShowCommand
 {
     std::string text;
@@ -33,10 +33,10 @@ struct ShowCommand
 
 using Command = std::variant<ServeCommand, CheckCommand, PasswordCommand, ShowCommand>;
 
-/// What the command line asks for; the configuration file that it names is read, and its own flags
-/// win. Relative paths are seen from the working directory. Throws ConfigurationException with
-/// everything that is wrong with the command line, the file, and, as far as `FindProblems` sees it,
-/// with what they name.
+/// Parses the command line and reads the configuration file that it names. Flags take precedence
+/// over the file; relative paths of flags start at the working directory. Throws
+/// ConfigurationException with all problems of the command line and of the file, and with those
+/// that `FindProblems` finds.
 [[nodiscard]] Command ParseCommandLine(int argumentCount, const char* const* arguments);
 
 } // namespace Host

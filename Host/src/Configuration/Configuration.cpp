@@ -37,7 +37,7 @@ std::string GetModelName(const Path& module)
     return name + ".NodeSet2.xml";
 }
 
-/// Empty where the kernel does not say.
+/// Returns the path of this program, empty if the kernel does not tell it.
 Path FindProgram()
 {
     std::error_code error;
@@ -54,12 +54,12 @@ Path FindModel(const Path& module)
     auto shared = program.parent_path().parent_path() / "share" / "talvensor" / name;
     if (!program.empty() && std::filesystem::exists(shared))
         return shared;
-    throw Core::NotFoundException("the information model of the module '" + module.string() +
-                                  "' is neither '" + beside.string() + "' nor '" + shared.string() +
-                                  "'; name it with --model");
+    throw Core::NotFoundException("no information model of the module '" + module.string() +
+                                  "': neither '" + beside.string() + "' nor '" + shared.string() +
+                                  "' exists; name it with --model");
 }
 
-/// Collects what is wrong.
+/// Collects the problems of a configuration.
 class Examination
 {
 public:
@@ -88,7 +88,7 @@ private:
         AddRoots(configuration.roots, "root", false);
         AddRoots(configuration.readOnlyRoots, "read-only", true);
         if (configuration.roots.empty() && configuration.readOnlyRoots.empty())
-            Report("root", 0, "no folder to serve is given, neither here nor with --read-only");
+            Report("root", 0, "no folder to serve is given: use --root or --read-only");
         try {
             CheckTogether(roots);
         } catch (const Core::InvalidArgumentException& error) {
@@ -118,7 +118,7 @@ private:
     void ExamineModules()
     {
         if (configuration.modules.empty())
-            Report("module", 0, "no module is given, so there is nothing to serve");
+            Report("module", 0, "no module is given: there is nothing to serve");
         const auto before = problems.size();
         ExamineFilesOf("module", configuration.modules);
         ExamineFilesOf("model", configuration.models);
@@ -146,7 +146,7 @@ private:
         if (const auto status = std::filesystem::status(file, error); error)
             Report(setting, index, "'" + file.string() + "': " + error.message());
         else if (!std::filesystem::is_regular_file(status))
-            Report(setting, index, "'" + file.string() + "' is not a file");
+            Report(setting, index, "'" + file.string() + "' is not a regular file");
     }
 
     void ExamineFiles()
@@ -183,7 +183,7 @@ private:
             Report(setting, 0, "there is no folder '" + file.parent_path().string() + "'");
     }
 
-    /// Anybody who can change a file that the host reads rules the host from its next start on.
+    /// Reports a file that others could replace: they would control the host after its next start.
     bool RequireTrust(const std::string& setting, std::size_t index, const Path& file, FileUse use)
     {
         try {
@@ -200,12 +200,12 @@ private:
         const auto& limits = configuration.limits;
         if (limits.queuedOutputPause > limits.queuedOutput)
             Report("pause-at-queued-output", 0,
-                   "is more than max-queued-output, where the connection is closed already");
+                   "is more than max-queued-output, which closes the connection");
     }
 
     const Configuration& configuration;
     std::vector<Root> roots;
-    std::optional<PathTrust> trust; // once the roots are known
+    std::optional<PathTrust> trust; // set once the roots are known
     std::vector<ConfigurationProblem> problems;
 };
 
@@ -269,8 +269,8 @@ std::filesystem::path GetPkiFolder(const Configuration& configuration)
         return state / "talvensor" / "pki";
     if (const Path home = ReadEnvironment("HOME"); home.is_absolute())
         return home / ".local" / "state" / "talvensor" / "pki";
-    throw Core::NotFoundException("neither XDG_STATE_HOME nor HOME says where the host may keep "
-                                  "its key; name a folder with --pki");
+    throw Core::NotFoundException("no folder for the host's key: use --pki, or set XDG_STATE_HOME "
+                                  "or HOME");
 }
 
 } // namespace Host

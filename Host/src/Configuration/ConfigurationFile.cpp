@@ -27,7 +27,7 @@ std::string Describe(SettingKind kind)
     return {};
 }
 
-/// The value as a flag's argument would be written; nothing when it is of another kind.
+/// Returns a value in the form of a flag's argument; nothing if it is of another kind.
 std::optional<std::string> ReadScalar(const toml::node& node, SettingKind kind)
 {
     const bool takesText = kind != SettingKind::Number && kind != SettingKind::Flag;
@@ -59,7 +59,7 @@ public:
     }
 
 private:
-    /// Nothing else can be said about a file that cannot be read as a whole.
+    /// Throws ConfigurationException if the file cannot be read or is not TOML.
     [[nodiscard]] toml::table Parse() const
     {
         std::vector<ConfigurationProblem> fatal;
@@ -104,7 +104,7 @@ private:
         const SettingPlace place{file.string(), node.source().begin.line, setting.name};
         auto text = ReadScalar(node, setting.kind);
         if (!text) {
-            Report(place, "has to be " + Describe(setting.kind) +
+            Report(place, "must be " + Describe(setting.kind) +
                               (setting.isRepeatable ? ", or a list of these" : ""));
             return;
         }

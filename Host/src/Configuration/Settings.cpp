@@ -81,7 +81,7 @@ std::uint64_t ParseQuantity(const std::string& text, const std::array<Unit, coun
 std::uint64_t AboveZero(std::uint64_t number, const std::string& text)
 {
     if (number == 0)
-        Refuse(text, "has to be more than 0");
+        Refuse(text, "must be more than 0");
     return number;
 }
 
@@ -105,7 +105,7 @@ std::uint64_t ParseNumberAboveZero(const std::string& text)
     return AboveZero(ParseNumber(text), text);
 }
 
-/// A name, or a number.
+/// Takes the name of a user, or a number.
 uid_t ParseUser(const std::string& text)
 {
     uid_t number = 0;
@@ -116,7 +116,7 @@ uid_t ParseUser(const std::string& text)
     // NOLINTNEXTLINE(concurrency-mt-unsafe): the host has one thread when it is configured
     const auto* const entry = getpwnam(text.c_str());
     if (entry == nullptr)
-        Refuse(text, "is no user of this machine");
+        Refuse(text, "is not a user of this machine");
     return entry->pw_uid;
 }
 
@@ -149,37 +149,37 @@ Core::LogLevel ParseLevel(const std::string& text)
     std::string known;
     for (const auto& each : levelNames)
         known += (known.empty() ? "" : ", ") + std::string(each.name);
-    Refuse(text, "is none of the levels " + known);
+    Refuse(text, "is not one of the levels " + known);
 }
 
-/// A node's name becomes its browse name, which is what clients see and type.
+/// Checks names of nodes. They become browse names, which clients see and type.
 std::vector<std::string> ParseNodeNames(const Words& values)
 {
     for (const auto& name : values) {
         if (name.empty() || name.size() > 128)
-            Refuse(name, "has to be a name of 1 to 128 bytes");
+            Refuse(name, "must have 1 to 128 bytes");
         if (std::any_of(name.begin(), name.end(),
                         [](unsigned char byte) { return byte < ' ' || byte == 0x7F; }))
-            Refuse(name, "holds a control character");
+            Refuse(name, "contains a control character");
         if (std::count(values.begin(), values.end(), name) > 1)
             Refuse(name, "is given more than once");
     }
     return values;
 }
 
-const std::vector<Setting>& AllSettings()
+std::vector<Setting> MakeServingSettings()
 {
     using enum SettingKind;
-    static const std::vector<Setting> settings = {
+    return {
         {"listen", Text, false, "Serving", "URL",
-         "where clients find the host, opc.tcp://HOST:PORT; with port 0 the system chooses one "
+         "the address to listen on, opc.tcp://HOST:PORT; port 0: the system chooses one "
          "(opc.tcp://localhost:4840)",
          [](Configuration& all, const Words& values) {
              all.listen = ParseListenUrl(values.front());
          }},
         {"root", Path, true, "Serving", "DIR",
-         "a folder that clients may read and change; relative paths of clients are seen from the "
-         "first root",
+         "a folder that clients may read and change; relative paths of clients start at the first "
+         "root",
          [](Configuration& all, const Words& values) {
              all.roots = ParsePaths(values);
          }},
@@ -194,7 +194,7 @@ const std::vector<Setting>& AllSettings()
          }},
         {"model", Path, true, "Serving", "FILE",
          "the information model of a module (NAME.NodeSet2.xml beside it, or in "
-         "../share/talvensor as seen from this program)",
+         "../share/talvensor beside this program's folder)",
          [](Configuration& all, const Words& values) {
              all.models = ParsePaths(values);
          }},
@@ -204,122 +204,159 @@ const std::vector<Setting>& AllSettings()
              all.nodes = ParseNodeNames(values);
          }},
         {"shared-nodes", Flag, false, "Serving", "",
-         "whether there are shared nodes; without them clients use the nodes of their own that "
-         "CreateFileSystem makes (yes)",
+         "offer shared nodes; without them, clients make nodes of their own with CreateFileSystem "
+         "(yes)",
          [](Configuration& all, const Words& values) {
              all.sharedNodes = ParseFlag(values.front());
          }},
         {"grace", Duration, false, "Serving", "TIME",
-         "how long a session outlives its connection (5s)",
+         "keep a session this long after its connection broke (5s)",
          [](Configuration& all, const Words& values) {
              all.grace = ParseDuration(values.front());
          }},
         {"drain", Duration, false, "Serving", "TIME",
-         "how long a node may take to finish what is queued before it is given up (10s)",
+         "the time in which a node must finish its queued work when it stops (10s)",
          [](Configuration& all, const Words& values) {
              all.drain = ParseDuration(values.front());
          }},
+    };
+}
 
+std::vector<Setting> MakeSecuritySettings()
+{
+    using enum SettingKind;
+    return {
         {"users", Path, false, "Security", "FILE",
-         "who may log in, written by 'talvensor-host passwd'; without it anybody may, but only on "
-         "loopback",
+         "the users that may log in, written by 'talvensor-host passwd'; without it, anybody may "
+         "log in, "
+         "but only on loopback",
          [](Configuration& all, const Words& values) {
              all.usersFile = ParsePath(values.front());
          }},
         {"pki", Path, false, "Security", "DIR",
-         "key and certificate of this host, made when they are not there, and the certificates of "
-         "clients that are trusted, in 'trusted' (talvensor/pki in $XDG_STATE_HOME or "
-         "~/.local/state)",
+         "the folder with this host's key and certificate, which are made if they do not exist, "
+         "and "
+         "with the certificates of trusted clients in 'trusted' (talvensor/pki in $XDG_STATE_HOME "
+         "or ~/.local/state)",
          [](Configuration& all, const Words& values) {
              all.pkiFolder = ParsePath(values.front());
          }},
         {"trust-any-client", Flag, false, "Security", "",
-         "whether clients may bring any certificate: who they are is then said by their user's "
-         "password alone (no)",
+         "accept any certificate of a client: only the user's password identifies the client then "
+         "(no)",
          [](Configuration& all, const Words& values) {
              all.trustAnyClient = ParseFlag(values.front());
          }},
         {"sandbox", Flag, false, "Security", "",
-         "whether the kernel confines the host to its roots; without it clients reach whatever "
-         "its user may reach (yes)",
+         "let the kernel confine the host to its roots; without it, clients may reach everything "
+         "that "
+         "the host's user may reach (yes)",
          [](Configuration& all, const Words& values) {
              all.sandbox = ParseFlag(values.front());
          }},
         {"allow-kernel-files", Flag, false, "Security", "",
-         "whether a root may be, or hold, a view of the kernel such as /proc, /sys or /dev, where "
-         "clients could control the machine (no)",
+         "allow roots that are or contain kernel file systems such as /proc, /sys or /dev; clients "
+         "could control the machine there (no)",
          [](Configuration& all, const Words& values) {
              all.allowKernelFiles = ParseFlag(values.front());
          }},
         {"trust-owner", Text, false, "Security", "USER",
-         "a user who may own what the host reads at its start, and the folders above it, beside "
-         "root and the host's own user (nobody)",
+         "a user, beside root and the host's user, who may own the files that the host reads at "
+         "its "
+         "start, and the folders above them (none)",
          [](Configuration& all, const Words& values) {
              all.trustedOwner = ParseUser(values.front());
          }},
+    };
+}
 
+std::vector<Setting> MakeLogSettings()
+{
+    using enum SettingKind;
+    return {
         {"log-level", Text, false, "Log", "LEVEL",
          "off, error, warning, notice, information, detail, debug or trace (information)",
          [](Configuration& all, const Words& values) {
              all.logLevel = ParseLevel(values.front());
          }},
-        {"log-file", Path, false, "Log", "FILE", "where the log is appended (standard error)",
+        {"log-file", Path, false, "Log", "FILE", "append the log to this file (standard error)",
          [](Configuration& all, const Words& values) {
              all.logFile = ParsePath(values.front());
          }},
+    };
+}
 
-        {"max-message", Size, false, "Bounds", "SIZE", "of one message (20MB)",
+std::vector<Setting> MakeBoundSettings()
+{
+    using enum SettingKind;
+    return {
+        {"max-message", Size, false, "Bounds", "SIZE", "the largest message (20MB)",
          [](Configuration& all, const Words& values) {
              all.limits.messageSize = ParseSizeAboveZero(values.front());
          }},
-        {"max-chunks", Number, false, "Bounds", "COUNT", "chunks of one message (400)",
+        {"max-chunks", Number, false, "Bounds", "COUNT", "the most chunks of a message (400)",
          [](Configuration& all, const Words& values) {
              all.limits.messageChunks = ParseNumberAboveZero(values.front());
          }},
-        {"max-sessions", Number, false, "Bounds", "COUNT", "sessions at the same time (100)",
+        {"max-sessions", Number, false, "Bounds", "COUNT", "the most sessions at a time (100)",
          [](Configuration& all, const Words& values) {
              all.limits.sessions = ParseNumberAboveZero(values.front());
          }},
-        {"max-subscriptions", Number, false, "Bounds", "COUNT", "subscriptions of a session (20)",
+        {"max-subscriptions", Number, false, "Bounds", "COUNT",
+         "the most subscriptions of a session (20)",
          [](Configuration& all, const Words& values) {
              all.limits.subscriptionsPerSession = ParseNumberAboveZero(values.front());
          }},
         {"max-file-systems", Number, false, "Bounds", "COUNT",
-         "nodes of its own that a session may have; one that still drains counts; 0: none (4)",
+         "the most nodes of its own that a session may have, those that still drain included (4)",
          [](Configuration& all, const Words& values) {
              all.limits.fileSystemsPerSession = ParseNumber(values.front());
          }},
         {"max-queued-output", Size, false, "Bounds", "SIZE",
-         "output waiting for one connection, beyond which it is closed (64MB)",
+         "close a connection with more unsent output than this (64MB)",
          [](Configuration& all, const Words& values) {
              all.limits.queuedOutput = ParseSizeAboveZero(values.front());
          }},
         {"pause-at-queued-output", Size, false, "Bounds", "SIZE",
-         "output waiting for one connection, from which on nothing is read from it (4MB)",
+         "stop reading from a connection with more unsent output than this (4MB)",
          [](Configuration& all, const Words& values) {
              all.limits.queuedOutputPause = ParseSizeAboveZero(values.front());
          }},
         {"max-queued-events", Size, false, "Bounds", "SIZE",
-         "events waiting for one session, which is closed when there are more (64MB)",
+         "close a session with more waiting events than this (64MB)",
          [](Configuration& all, const Words& values) {
              all.limits.queuedEventsPerSession = ParseSizeAboveZero(values.front());
          }},
         {"max-memory", Size, false, "Bounds", "SIZE",
-         "memory of this process above which the connections that sent most are not read (half of "
-         "the machine's)",
+         "when this process uses more memory, stop reading from the connections that sent most "
+         "(half "
+         "of the machine's)",
          [](Configuration& all, const Words& values) {
              all.limits.memory = ParseSizeAboveZero(values.front());
          }},
         {"reserved-descriptors", Number, false, "Bounds", "COUNT",
-         "descriptors kept for accepting connections (64)",
+         "the descriptors that are kept for accepting connections (64)",
          [](Configuration& all, const Words& values) {
              all.limits.reservedDescriptors = ParseNumber(values.front());
          }},
     };
+}
+
+const std::vector<Setting>& AllSettings()
+{
+    static const auto settings = [] {
+        std::vector<Setting> all;
+        for (const auto make :
+             {MakeServingSettings, MakeSecuritySettings, MakeLogSettings, MakeBoundSettings}) {
+            auto group = make();
+            std::move(group.begin(), group.end(), std::back_inserter(all));
+        }
+        return all;
+    }();
     return settings;
 }
 
-/// The values, or nothing when they have no meaning; then the problem has been added.
+/// Stores the values of a setting in the configuration; adds a problem if they are wrong.
 void Apply(const Setting& setting, const std::vector<SettingValue>& values,
            Configuration& configuration, std::vector<ConfigurationProblem>& problems)
 {
@@ -339,7 +376,7 @@ std::uint16_t ParsePort(const std::string& url, std::string_view text)
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, port);
     if (text.empty() || error != std::errc{} || rest != end)
-        Refuse(url, "has no port from 0 to 65535 behind its colon");
+        Refuse(url, "has no port from 0 to 65535 after the colon");
     return port;
 }
 
@@ -406,7 +443,7 @@ ListenUrl ParseListenUrl(const std::string& text)
     const auto host = isBracketed ? rest.substr(1, hostEnd - 1) : rest.substr(0, hostEnd);
     const auto afterHost = isBracketed ? hostEnd + 1 : std::min(hostEnd, rest.size());
     if (host.empty() || host.find_first_of("/ []") != std::string_view::npos)
-        Refuse(text, "names no host between " + std::string(scheme) + " and the port");
+        Refuse(text, "has no host between " + std::string(scheme) + " and the port");
 
     ListenUrl url{.host = std::string(host)};
     const auto port = rest.substr(afterHost);

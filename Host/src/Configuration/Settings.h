@@ -19,27 +19,27 @@ enum class SettingKind
     Flag,
 };
 
-/// One setting: its name is that of its flag, without the dashes, and that of its key in a file.
+/// One setting. Its name is the key in a file, and the flag without the dashes.
 struct Setting
 {
     std::string name;
     SettingKind kind = SettingKind::Text;
     bool isRepeatable = false;
-    std::string group;       ///< the heading under which the help shows it
-    std::string placeholder; ///< of its value, in the help
+    std::string group;       ///< the heading in the help
+    std::string placeholder; ///< for its value, in the help
     std::string help;
-    /// Takes the values, each in the form of a flag's argument. Throws InvalidArgumentException
-    /// saying what is wrong.
+    /// Stores the values, which have the form of flags' arguments. Throws InvalidArgumentException
+    /// if they are wrong.
     void (*apply)(Configuration& configuration, const std::vector<std::string>& values) = nullptr;
 };
 
-/// All settings, in the order in which the help shows them.
+/// Returns all settings, in the order of the help.
 [[nodiscard]] std::span<const Setting> GetSettings();
 
-/// Null when there is no such setting.
+/// Returns null if there is no such setting.
 [[nodiscard]] const Setting* FindSetting(std::string_view name);
 
-/// What was set, before it is given a meaning.
+/// A value of a setting as text, and its place.
 struct SettingValue
 {
     std::string text;
@@ -47,15 +47,16 @@ struct SettingValue
 };
 using SettingValues = std::map<std::string, std::vector<SettingValue>>;
 
-/// Gives the values their meaning; what is wrong is added to `problems` and left at its default.
+/// Makes a configuration of the values. Adds wrong ones to `problems` and keeps the defaults of
+/// their settings.
 [[nodiscard]] Configuration ApplySettings(const SettingValues& values,
                                           std::vector<ConfigurationProblem>& problems);
 
-/// "20000000", "20MB", "64 MiB". Throws InvalidArgumentException.
+/// Parses "20000000", "20MB" or "64 MiB" to bytes. Throws InvalidArgumentException.
 [[nodiscard]] std::uint64_t ParseSize(const std::string& text);
-/// "5", "5s", "500ms", "2min", "1h". Throws InvalidArgumentException.
+/// Parses "5", "5s", "500ms", "2min" or "1h"; a day at most. Throws InvalidArgumentException.
 [[nodiscard]] std::chrono::milliseconds ParseDuration(const std::string& text);
-/// "opc.tcp://HOST:PORT"; without a port 4840. Throws InvalidArgumentException.
+/// Parses "opc.tcp://HOST:PORT"; the default port is 4840. Throws InvalidArgumentException.
 [[nodiscard]] ListenUrl ParseListenUrl(const std::string& text);
 
 } // namespace Host

@@ -6,20 +6,20 @@
 
 namespace Host {
 
-/// Appends an entry of the host's own to the log, as written where this is called. The message is
-/// raw. Of the entries of one place the log takes so many in a second and counts the others, see
-/// LogLimiter; those of the levels Debug and Trace are not limited. Any thread.
+/// Appends an entry of the host to the log, with the place of this call. The message is raw text;
+/// sinks escape it. The log limits the entries of one place, see LogLimiter, but not those of the
+/// levels Debug and Trace. Any thread may call it.
 void Log(Core::LogLevel level, const char* category, std::string message,
          const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
          int line = __builtin_LINE());
 
-/// The same where one place writes entries of many kinds; `kind` tells them apart.
+/// As `Log`, for a place that writes entries of several kinds: each `kind` has a limit of its own.
 void LogOfKind(const void* kind, Core::LogLevel level, const char* category, std::string message,
                const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
                int line = __builtin_LINE());
 
-/// Appends an entry for each kind of which entries were left out, which says how many. To be called
-/// now and then.
+/// Appends an entry for each kind of entries that were left out, with their number. Call it
+/// regularly.
 void LogLeftOut();
 
 } // namespace Host

@@ -2,12 +2,12 @@
 
 #include "Core/Exception.h"
 #include "Support/Descriptor.h"
+#include "Support/Mutex.h"
 #include "Support/SystemError.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/openat2.h>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -31,22 +31,22 @@ public:
     {
         const auto line = Core::Embedding::FormatLogLine(entry) + "\n";
         std::string_view rest = line;
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         while (!rest.empty()) {
             const auto written = write(file.Get(), rest.data(), rest.size());
             if (written < 0 && errno != EINTR)
-                return; // the line is lost: there is nowhere to tell
+                return; // the line is lost: there is nowhere to report it
             if (written > 0)
                 rest.remove_prefix(static_cast<std::size_t>(written));
         }
     }
 
 private:
-    const Support::Descriptor file;
-    std::mutex mutex; // keeps the parts of a line together
+    Support::Mutex mutex; // keeps the parts of a line together
+    const Support::Descriptor file GUARDED_BY(mutex);
 };
 
-/// Follows no link that was made since the path was looked at.
+/// Opens a log file. Does not follow symbolic links that were created after the path was resolved.
 Support::Descriptor Open(const Path& file, std::uint64_t furtherFlags)
 {
     const auto real = std::filesystem::weakly_canonical(file);
@@ -58,20 +58,21 @@ Support::Descriptor Open(const Path& file, std::uint64_t furtherFlags)
         static_cast<int>(syscall(SYS_openat2, AT_FDCWD, real.c_str(), &how, sizeof(how))));
 }
 
+/// Throws unless the descriptor is open and the file may be a log.
 void Require(const Support::Descriptor& descriptor, const Path& file)
 {
     struct stat status = {};
     if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0)
-        Support::ThrowSystemError("the log file '" + file.string() + "' cannot be opened");
+        Support::ThrowSystemError("cannot open the log file '" + file.string() + "'");
     const auto refuse = [&file](const std::string& reason) {
         throw Core::InvalidArgumentException("the log file '" + file.string() + "' " + reason);
     };
     if (!S_ISREG(status.st_mode))
-        refuse("is not a file");
+        refuse("is not a regular file");
     if (status.st_uid != 0 && status.st_uid != geteuid())
         refuse("belongs to neither root nor the host's user");
     if (status.st_nlink != 1)
-        refuse("has another name, under which it may be a different file to somebody else");
+        refuse("has another hard link, so it may be a file of somebody else");
 }
 
 } // namespace
@@ -90,7 +91,7 @@ void CheckLogFile(const Path& file)
     if (!isMissing)
         Require(descriptor, file);
     else if (faccessat(AT_FDCWD, file.parent_path().c_str(), W_OK | X_OK, AT_EACCESS) != 0)
-        Support::ThrowSystemError("the log file '" + file.string() + "' cannot be made");
+        Support::ThrowSystemError("cannot create the log file '" + file.string() + "'");
 }
 
 } // namespace Host

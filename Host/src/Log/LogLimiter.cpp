@@ -11,7 +11,7 @@ LogLimiter::LogLimiter(TimeSource timeSource)
 bool LogLimiter::MayWrite(const Kind& kind, const Core::LogEntry& entry)
 {
     const auto now = timeSource();
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     State& state = states[kind];
     const auto next = std::max(state.full, now) + interval;
     if (next <= now + atOnce * interval) {
@@ -25,7 +25,7 @@ bool LogLimiter::MayWrite(const Kind& kind, const Core::LogEntry& entry)
 
 std::vector<Core::LogEntry> LogLimiter::TakeLeftOut()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     std::vector<Core::LogEntry> entries;
     for (auto& [kind, state] : states) {
         if (state.leftOut == 0)

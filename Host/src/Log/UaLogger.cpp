@@ -20,7 +20,7 @@ struct Voice
     Core::LogLevel warning;
 };
 
-/// The library's warnings are mostly about what a client did wrong: of interest to few.
+/// The library's warnings are mostly about mistakes of clients, so they get a lower level.
 constexpr Voice library{"OpcUa", Core::LogLevel::Notice};
 constexpr Voice transport{"Network", Core::LogLevel::Warning};
 
@@ -39,10 +39,10 @@ Core::LogLevel ToLevel(UA_LogLevel level, const Voice& voice)
     }
 }
 
-/// Lines about the objects in which the library describes sessions and subscriptions to everybody:
-/// the host refuses to have them, and each refusal would be a line. Told by the format, which
-/// clients have no part in.
-bool IsOfNoInterest(std::string_view format)
+/// Returns true for lines about the objects in which the library describes sessions and
+/// subscriptions to all clients. The host refuses these objects, and each refusal would be a line.
+/// The format identifies the lines, since clients cannot choose it.
+bool IsAboutDiagnostics(std::string_view format)
 {
     constexpr std::array<std::string_view, 3> texts{
         "Creating the subscription diagnostics object failed",
@@ -62,13 +62,13 @@ bool IsOfNoInterest(std::string_view format)
         const auto& voice = *static_cast<const Voice*>(context);
         const auto level = ToLevel(uaLevel, voice);
         if (!Core::Logger::Instance().IsEnabledForEntry(level, voice.category) ||
-            IsOfNoInterest(format))
+            IsAboutDiagnostics(format))
             return;
         std::array<char, 1024> text{};
         std::vsnprintf(text.data(), text.size(), format, arguments);
         LogOfKind(format, level, voice.category, text.data());
     } catch (const std::exception&) {
-        // A line that cannot be written is lost; nobody could be told but by another line.
+        // The line is lost: only another line could report it.
     }
 }
 

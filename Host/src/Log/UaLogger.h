@@ -4,15 +4,14 @@
 
 namespace Host {
 
-/// Sends what is logged in the way of the OPC UA library to the host's log. Must outlive what uses
-/// it.
+/// A logger for the OPC UA library that writes to the host's log. It must outlive its users.
 class UaLogger
 {
 public:
     enum class Source
     {
-        Library,   ///< category "OpcUa"; its warnings are of a lower level than the host's
-        Transport, ///< category "Network": the host's own event loop, whose warnings are warnings
+        Library,   ///< category "OpcUa"; warnings get the level Notice
+        Transport, ///< category "Network": the host's event loop; warnings stay warnings
     };
 
     explicit UaLogger(Source source) noexcept;

@@ -21,26 +21,27 @@ std::string DescribeRoots(const std::vector<Root>& roots)
 
 std::string DescribeSandbox(const SandboxReport& sandbox)
 {
-    return sandbox.hasMountNamespace ? "holds: " + sandbox.ToString()
-                                     : "NONE: clients reach whatever this program's user may reach";
+    return sandbox.hasMountNamespace
+               ? "holds: " + sandbox.ToString()
+               : "NONE: clients may reach everything that the host's user may reach";
 }
 
 std::string DescribeLogins(const StartSummary& summary)
 {
     if (summary.admission.allowsAnonymous)
-        return "anybody on this machine, without a name";
+        return "anybody on this machine, without a password";
     return std::to_string(summary.users) +
            (summary.users == 1 ? " user, with a password" : " users, with their passwords");
 }
 
-/// Where clients may come unencrypted, a certificate keeps nobody out.
+/// If unencrypted connections are allowed, a client's certificate does not matter.
 std::string DescribeEncryption(const StartSummary& summary)
 {
     if (summary.admission.allowsUnencrypted)
         return "possible, with any client's certificate";
     return summary.trustsAnyClient
-               ? "required; any client's certificate is accepted"
-               : "required; clients' certificates have to be in " + summary.trustedFolder;
+               ? "required, with any client's certificate"
+               : "required; certificates of clients must be in " + summary.trustedFolder;
 }
 
 } // namespace
@@ -57,7 +58,7 @@ std::string Describe(const StartSummary& summary)
     add("logins    ", DescribeLogins(summary));
     add("encrypted ", DescribeEncryption(summary));
     if (summary.isRoot)
-        add("warning   ", "runs as root; a user of its own would need no more than its roots");
+        add("warning   ", "runs as root; a user with access to the roots is enough");
     return text;
 }
 

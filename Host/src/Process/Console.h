@@ -10,7 +10,7 @@
 
 namespace Host {
 
-/// What an operator sees first.
+/// The facts that the host prints when it has started.
 struct StartSummary
 {
     std::string endpoint; ///< with the real port
@@ -23,7 +23,7 @@ struct StartSummary
     bool isRoot = false;
 };
 
-/// Several lines, with a line end.
+/// Returns several lines, each with a line end.
 [[nodiscard]] std::string Describe(const StartSummary& summary);
 
 } // namespace Host

@@ -16,7 +16,7 @@ namespace Host {
 
 namespace {
 
-// Later kernels know more than the headers that this is built with.
+// Constants of later kernels, which the headers of the build may lack.
 constexpr std::uint64_t accessTruncate = 1ULL << 14U;
 constexpr std::uint64_t accessIoctlDevice = 1ULL << 15U;
 constexpr std::uint64_t accessConnectTcp = 1ULL << 1U;
@@ -38,7 +38,7 @@ constexpr std::uint64_t writing =
     LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_MAKE_SYM | LANDLOCK_ACCESS_FS_MAKE_FIFO |
     LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_REMOVE_DIR | LANDLOCK_ACCESS_FS_REFER;
 
-/// The rights that a version of the interface can withhold.
+/// Returns the rights that a version can restrict.
 std::uint64_t GetKnownRights(long version)
 {
     constexpr std::uint64_t first = (LANDLOCK_ACCESS_FS_MAKE_SYM << 1U) - 1;
@@ -62,7 +62,7 @@ RulesetAttributes MakeAttributes(long version)
     return attributes;
 }
 
-/// Of the attributes that a version knows.
+/// Returns the size of the attributes that a version takes.
 std::size_t GetAttributesSize(long version)
 {
     if (version >= firstWithScopes)
@@ -79,7 +79,7 @@ void AllowRoot(const Support::Descriptor& ruleset, const Root& root, std::uint64
     rule.parent_fd = folder.Get();
     if (!folder.IsOpen() ||
         syscall(SYS_landlock_add_rule, ruleset.Get(), LANDLOCK_RULE_PATH_BENEATH, &rule, 0) != 0)
-        Support::ThrowSystemError("Landlock does not take the root '" + root.real.string() + "'");
+        Support::ThrowSystemError("cannot allow the root '" + root.real.string() + "' in Landlock");
 }
 
 } // namespace
@@ -91,17 +91,17 @@ int RestrictWithLandlock(const std::vector<Root>& roots)
     if (version < 0 && (errno == ENOSYS || errno == EOPNOTSUPP))
         return 0;
     if (version < 0)
-        Support::ThrowSystemError("the kernel does not say what its Landlock can do");
+        Support::ThrowSystemError("cannot read the version of Landlock");
 
     const auto attributes = MakeAttributes(version);
     const Support::Descriptor ruleset(static_cast<int>(
         syscall(SYS_landlock_create_ruleset, &attributes, GetAttributesSize(version), 0)));
     if (!ruleset.IsOpen())
-        Support::ThrowSystemError("the kernel refuses a Landlock ruleset");
+        Support::ThrowSystemError("cannot make a Landlock ruleset");
     for (const auto& root : roots)
         AllowRoot(ruleset, root, (root.isReadOnly ? reading : writing) & GetKnownRights(version));
     if (syscall(SYS_landlock_restrict_self, ruleset.Get(), 0) != 0)
-        Support::ThrowSystemError("the kernel refuses to restrict the process with Landlock");
+        Support::ThrowSystemError("cannot restrict the process with Landlock");
     return static_cast<int>(version);
 }
 

@@ -7,14 +7,14 @@
 
 namespace Host {
 
-/// Restricts the calling thread, and those that it starts, to reading the roots, and writing those
-/// that are not read-only. From version 4 on they can open no TCP connection either, from version 6
-/// on neither connect to abstract Unix sockets nor send signals to other processes. Returns the
-/// version of the kernel's interface, 0 where the kernel has none. REQUIRES: no new privileges can
-/// be gained. Throws SystemException.
+/// Restricts the calling thread, and those that it starts, to reading the roots and to writing
+/// those that are not read-only. From version 4 on it also refuses TCP connections to others, from
+/// version 6 on connections to abstract Unix sockets and signals to other processes. Returns the
+/// version of the kernel's interface, 0 if the kernel has no Landlock. REQUIRES: the process cannot
+/// gain privileges. Throws std::system_error.
 int RestrictWithLandlock(const std::vector<Root>& roots);
 
-/// "files, connections, signals": the matters that a version restricts.
+/// Returns the things that a version restricts: "files, connections, signals".
 [[nodiscard]] std::string DescribeLandlock(int version);
 
 } // namespace Host

@@ -22,7 +22,7 @@ constexpr std::array<std::string_view, 28> kernelFileSystems = {
     "hugetlbfs", "mqueue",      "nfsd",       "nsfs",      "openpromfs", "proc",     "pstore",
     "resctrl",   "rpc_pipefs",  "securityfs", "selinuxfs", "smackfs",    "sysfs",    "tracefs"};
 
-/// The kernel writes blanks, backslashes and line ends as \ooo.
+/// Replaces \ooo, which the kernel writes for blanks, backslashes and line ends.
 std::string Unescape(const std::string& text)
 {
     std::string result;
@@ -37,7 +37,8 @@ std::string Unescape(const std::string& text)
     return result;
 }
 
-/// See proc_pid_mountinfo(5): "id parent device top place options [fields...] - type ...".
+/// Parses a line of proc_pid_mountinfo(5): "id parent device top place options [fields...] - type
+/// ...".
 Mount ReadMount(const std::string& line)
 {
     std::istringstream fields(line);
@@ -60,8 +61,7 @@ std::vector<Mount> ReadMounts()
 {
     std::ifstream lines("/proc/self/mountinfo");
     if (!lines.is_open())
-        Support::ThrowSystemError(
-            "the mounts of the machine cannot be read from /proc/self/mountinfo");
+        Support::ThrowSystemError("cannot read /proc/self/mountinfo");
     std::vector<Mount> mounts;
     for (std::string line; std::getline(lines, line);)
         mounts.push_back(ReadMount(line));

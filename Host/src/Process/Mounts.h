@@ -15,34 +15,35 @@ struct Mount
     std::uint64_t id = 0;
     std::string device;          ///< the same for all mounts of one file system
     std::filesystem::path top;   ///< the folder of that file system that is mounted
-    std::filesystem::path place; ///< where it is mounted
+    std::filesystem::path place; ///< the mount point
     std::string type;            ///< "ext4", "proc"
 };
 
-/// The same for every path that leads to one file, also by way of several mounts.
+/// The place of a file in its file system: the same for all paths and mounts that lead to it.
 struct FilePlace
 {
     std::string device;
     std::filesystem::path path; ///< within its file system
 };
 
-/// The mounts of the calling process. Throws SystemException when the kernel does not tell them.
+/// Returns the mounts of the calling process. Throws std::system_error if they cannot be read.
 [[nodiscard]] std::vector<Mount> ReadMounts();
 
-/// The mount that holds a file, or the link if the path is one. Null when the file does not exist,
-/// or the kernel does not say.
+/// Returns the mount of a file; links are not followed. Returns null if the file does not exist or
+/// the kernel does not tell its mount.
 [[nodiscard]] const Mount* FindMount(const std::filesystem::path& path,
                                      const std::vector<Mount>& mounts);
 
-/// Nothing where `FindMount` finds nothing. `path` is absolute and its folders are no links.
+/// Returns nothing if `FindMount` returns null. REQUIRES: `path` is absolute, and no folder of it
+/// is a link.
 [[nodiscard]] std::optional<FilePlace> FindPlace(const std::filesystem::path& path,
                                                  const std::vector<Mount>& mounts);
 
-/// True for the folder itself and all that is below it, going by the names alone.
+/// Returns true for the folder itself and all paths below it; compares names only.
 [[nodiscard]] bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
 
-/// True for file systems whose files are the kernel's view of itself, of its devices or of
-/// processes: reading or writing them controls the machine.
+/// Returns true for file systems of the kernel, whose files stand for the kernel, devices or
+/// processes: writing to them can control the machine.
 [[nodiscard]] bool IsKernelFileSystem(std::string_view type);
 
 } // namespace Host

@@ -31,8 +31,8 @@ std::string DescribeUser(uid_t user)
     return entry == nullptr ? "user " + number : std::string(entry->pw_name) + " (" + number + ")";
 }
 
-/// True for the group that many systems make for each user.
-bool HoldsItsOwnerAlone(gid_t group, uid_t owner)
+/// Returns true for a group without other members, as many systems make one for each user.
+bool HasOnlyItsOwner(gid_t group, uid_t owner)
 {
     const auto* const user = getpwuid(owner);
     if (user == nullptr || user->pw_gid != group)
@@ -57,12 +57,12 @@ bool CanOthersWrite(const struct stat& status)
         return false;
     if ((status.st_mode & S_IWOTH) != 0)
         return true;
-    return (status.st_mode & S_IWGRP) != 0 && !HoldsItsOwnerAlone(status.st_gid, status.st_uid);
+    return (status.st_mode & S_IWGRP) != 0 && !HasOnlyItsOwner(status.st_gid, status.st_uid);
 }
 
 } // namespace
 
-/// Follows one path.
+/// Checks one path, component by component.
 class PathTrust::Walk
 {
 public:
@@ -88,7 +88,7 @@ public:
     }
 
 private:
-    /// False where the way ends.
+    /// Returns false at the end of the path.
     bool Step(const Path& component)
     {
         struct stat status = {};
@@ -107,7 +107,7 @@ private:
         return true;
     }
 
-    /// Goes on with a path, and with what was left before behind it.
+    /// Puts a path before the components that are left.
     void Enter(const Path& next)
     {
         const auto relative = next.relative_path();
@@ -129,8 +129,8 @@ private:
             return;
         if (!trust.IsTrustedOwner(status.st_uid))
             Refuse(component, "belongs to " + DescribeUser(status.st_uid) +
-                                  ", who could replace it: give it to root or to the host's user, "
-                                  "or trust that user with --trust-owner");
+                                  ", who could replace it: chown it to root or to the host's user, "
+                                  "or use --trust-owner");
         if (CanOthersWrite(status))
             Refuse(component, "can be changed by others: chmod go-w it");
     }
@@ -165,7 +165,7 @@ PathTrust::PathTrust(const std::vector<Root>& givenRoots, std::optional<uid_t> f
     , mounts(ReadMounts())
     , roots(givenRoots)
 {
-    // Of several ways to reach a folder, the one that lets clients change it counts.
+    // If clients can reach a folder in several ways, a way that lets them change it counts.
     std::stable_sort(roots.begin(), roots.end(), [](const Root& left, const Root& right) {
         return !left.isReadOnly && right.isReadOnly;
     });

@@ -25,7 +25,7 @@ namespace {
 std::atomic<int> firstSignal = 0;
 std::atomic<int> stopDescriptor = -1;
 
-/// Runs in the middle of anything: only what a handler may do (signal-safety(7)).
+/// A signal handler: calls only functions that are safe in one (signal-safety(7)).
 void HandleStopSignal(int number)
 {
     int none = 0;
@@ -33,15 +33,15 @@ void HandleStopSignal(int number)
         _exit(128 + number);
     const auto saved = errno;
     const std::uint64_t one = 1;
-    // Cannot fail: the counter of an eventfd that nobody adds to twice has room.
+    // Cannot fail: the counter of the eventfd is added to only once.
     [[maybe_unused]] const auto written = write(stopDescriptor, &one, sizeof(one));
     errno = saved;
 }
 
 std::atomic<rlim_t> keptDescriptors = 0;
 
-/// Sets the soft limit to the hard one less `kept`. What cannot be set stays: the one who needs a
-/// descriptor hears it from the system then.
+/// Sets the soft limit to the hard one less `kept`. If it cannot be set, opening a descriptor fails
+/// later.
 void MoveDescriptorLimit(rlim_t kept) noexcept
 {
     rlimit limit = {};
@@ -51,7 +51,7 @@ void MoveDescriptorLimit(rlim_t kept) noexcept
     static_cast<void>(setrlimit(RLIMIT_NOFILE, &limit));
 }
 
-/// The limit that the control group of this process sets; the largest number without one.
+/// Returns the memory limit of the process's control group; the largest number if there is none.
 std::uint64_t GetGroupMemory()
 {
     constexpr auto none = std::numeric_limits<std::uint64_t>::max();
@@ -62,7 +62,7 @@ std::uint64_t GetGroupMemory()
             continue;
         std::ifstream limit("/sys/fs/cgroup/" + line.substr(unified.size()) + "/memory.max");
         std::uint64_t bytes = 0;
-        return limit >> bytes ? bytes : none; // "max" without one
+        return limit >> bytes ? bytes : none; // "max": no limit
     }
     return none;
 }
@@ -74,18 +74,18 @@ void IgnoreFatalSignals()
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
     if (sigaction(SIGPIPE, &ignore, nullptr) != 0 || sigaction(SIGXFSZ, &ignore, nullptr) != 0)
-        Support::ThrowSystemError("SIGPIPE and SIGXFSZ cannot be ignored");
+        Support::ThrowSystemError("cannot ignore SIGPIPE and SIGXFSZ");
 }
 
 std::uint64_t RaiseDescriptorLimit(std::uint64_t kept)
 {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        Support::ThrowSystemError("the limit of descriptors cannot be read");
+        Support::ThrowSystemError("cannot read the limit of descriptors");
     const rlim_t possible = std::min<rlim_t>(kept, limit.rlim_max / 2);
     limit.rlim_cur = limit.rlim_max - possible;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
-        Support::ThrowSystemError("the limit of descriptors cannot be raised");
+        Support::ThrowSystemError("cannot raise the limit of descriptors");
     keptDescriptors = possible;
     return limit.rlim_cur;
 }
@@ -115,14 +115,14 @@ bool SettleDescriptors() noexcept
 void RefuseInspection()
 {
     if (prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0)
-        Support::ThrowSystemError("the process cannot be closed to others");
+        Support::ThrowSystemError("cannot protect the process's memory from other processes");
 }
 
 void DisableCoreFiles()
 {
     const rlimit none = {};
     if (setrlimit(RLIMIT_CORE, &none) != 0)
-        Support::ThrowSystemError("core files cannot be switched off");
+        Support::ThrowSystemError("cannot switch off core files");
 }
 
 bool IsRoot() noexcept
@@ -135,7 +135,7 @@ std::uint64_t GetMachineMemory()
     const auto pages = sysconf(_SC_PHYS_PAGES);
     const auto pageSize = sysconf(_SC_PAGESIZE);
     if (pages <= 0 || pageSize <= 0)
-        Support::ThrowSystemError("the memory of the machine is not known");
+        Support::ThrowSystemError("cannot read the size of the machine's memory");
     return std::min(static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize),
                     GetGroupMemory());
 }
@@ -144,7 +144,7 @@ MemoryGauge::MemoryGauge()
     : statistics(open("/proc/self/statm", O_RDONLY | O_CLOEXEC))
 {
     if (!statistics.IsOpen())
-        Support::ThrowSystemError("the memory of the process cannot be watched");
+        Support::ThrowSystemError("cannot open /proc/self/statm");
 }
 
 std::uint64_t MemoryGauge::Read() const
@@ -152,7 +152,7 @@ std::uint64_t MemoryGauge::Read() const
     std::array<char, 128> text{};
     const auto length = pread(statistics.Get(), text.data(), text.size(), 0);
     if (length <= 0)
-        Support::ThrowSystemError("the memory of the process cannot be read");
+        Support::ThrowSystemError("cannot read /proc/self/statm");
     // "size resident shared ...", in pages.
     const std::string_view fields(text.data(), static_cast<std::size_t>(length));
     const auto resident = fields.substr(std::min(fields.find(' ') + 1, fields.size()));
@@ -165,10 +165,10 @@ StopSignals::StopSignals()
     : requested(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!requested.IsOpen())
-        Support::ThrowSystemError("signals to stop cannot be received");
+        Support::ThrowSystemError("cannot handle signals");
     int none = -1;
     if (!stopDescriptor.compare_exchange_strong(none, requested.Get()))
-        throw Core::InvalidStateException("signals to stop are received already");
+        throw Core::InvalidStateException("signals are handled already");
     firstSignal = 0;
     struct sigaction action = {};
     action.sa_handler = &HandleStopSignal;

@@ -9,19 +9,19 @@
 
 namespace Host {
 
-/// What the program does about the process that it runs in.
-///
-/// A pipe without a reader (SIGPIPE) and a file at its largest size (SIGXFSZ) become errors of the
-/// operation. Throws SystemException.
+// Settings of the process that the program runs in. All throw std::system_error if the system
+// refuses.
+
+/// Ignores SIGPIPE and SIGXFSZ: writing to a pipe without a reader or beyond the largest file size
+/// fails with an error instead.
 void IgnoreFatalSignals();
 
-/// Sets the soft limit of descriptors to the hard one, less those kept back for connections (half
-/// of it at most), and returns it. Throws SystemException.
+/// Sets the soft limit of descriptors to the hard one less `kept`, which are for connections (half
+/// of the hard limit at most), and returns it.
 std::uint64_t RaiseDescriptorLimit(std::uint64_t kept);
 
-/// While one lives, the process may use the descriptors that are kept back: whoever opens files
-/// until nothing is left keeps nobody from connecting. Without effect before
-/// `RaiseDescriptorLimit`. One at a time.
+/// While one exists, the process may use the kept descriptors: connections can be accepted even if
+/// files use all others. Has no effect before `RaiseDescriptorLimit`. One at a time.
 class KeptDescriptors
 {
 public:
@@ -31,54 +31,53 @@ public:
     ~KeptDescriptors();
 };
 
-/// Closes the descriptors that the process was started with, but for standard input, output and
-/// error; where one of these is closed it is opened on /dev/null, so that no file of a client takes
-/// its place. The first thing that a program does. Returns false when /dev/null cannot be opened.
+/// Closes all descriptors but standard input, output and error, and opens these on /dev/null if
+/// they are closed, so that no file of a client takes their place. Call it first of all. Returns
+/// false if /dev/null cannot be opened.
 [[nodiscard]] bool SettleDescriptors() noexcept;
 
-/// Keeps other processes of the host's user from looking into this one: its memory holds keys and
-/// passwords. Also its files in /proc belong to root from now on. Throws SystemException.
+/// Keeps other processes of the host's user from reading this one's memory, which holds keys and
+/// passwords. The process's files in /proc belong to root from then on.
 void RefuseInspection();
 
-/// A core file would hold keys and passwords. Throws SystemException.
+/// Switches off core files, which would hold keys and passwords.
 void DisableCoreFiles();
 
 [[nodiscard]] bool IsRoot() noexcept;
 
-/// The memory of the machine, or of the control group that holds the process where that is less.
-/// Throws SystemException. Call it before the sandbox is entered.
+/// Returns the memory of the machine in bytes, or the limit of the process's control group if that
+/// is less. Call it before the sandbox is entered.
 [[nodiscard]] std::uint64_t GetMachineMemory();
 
-/// Reads how much memory the process has in use. To be made before the sandbox is entered.
+/// Reads how much memory the process uses. Construct it before the sandbox is entered.
 class MemoryGauge
 {
 public:
-    /// Throws SystemException.
     MemoryGauge();
 
-    /// The resident memory in bytes: one system call, any thread. Throws SystemException.
+    /// Returns the resident memory in bytes. Makes one system call; any thread may call it.
     [[nodiscard]] std::uint64_t Read() const;
 
 private:
     Support::Descriptor statistics;
 };
 
-/// Turns SIGINT and SIGTERM into a request to stop, for as long as it lives; the second signal ends
-/// the process at once, whatever it does, with status 128 and the signal's number. There is one at
-/// a time. Calls of the system that wait are restarted after the first signal.
+/// Turns SIGINT and SIGTERM into a request to stop while it exists. The second signal ends the
+/// process at once with status 128 + the signal's number. System calls that wait are restarted
+/// after the first signal. One at a time.
 class StopSignals
 {
 public:
-    /// Throws InvalidStateException when there is one already, SystemException.
+    /// Throws InvalidStateException if there is one already.
     StopSignals();
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
     ~StopSignals();
 
-    /// Readable from the first signal on, for `poll` and event loops; not to be read from.
+    /// Returns a descriptor that is readable from the first signal on. Do not read from it.
     [[nodiscard]] int GetDescriptor() const noexcept { return requested.Get(); }
 
-    /// The first signal; nothing before it. Any thread.
+    /// Returns the first signal, nothing before it. Any thread may call it.
     [[nodiscard]] static std::optional<int> GetSignal() noexcept;
 
 private:

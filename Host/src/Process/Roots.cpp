@@ -20,7 +20,8 @@ std::filesystem::path Normalize(const std::filesystem::path& path)
     return normal.has_filename() ? normal : normal.parent_path();
 }
 
-/// For a mount that is not listed, as in a changed root directory. Not all types can be told so.
+/// Recognises most file systems of the kernel without the list of mounts, which lacks some mounts
+/// in a changed root directory.
 bool LooksLikeKernelFiles(const std::filesystem::path& folder)
 {
     constexpr std::array<std::uint32_t, 16> types = {
@@ -39,15 +40,15 @@ void RefuseKernelFiles(const Root& root, const std::vector<Mount>& mounts)
     const auto refuse = [&root](const std::string& reason) {
         throw Core::InvalidArgumentException(
             "'" + root.real.string() + "' cannot be a root: " + reason +
-            "; --allow-kernel-files would let clients control the machine there");
+            "; with --allow-kernel-files, clients could control the machine there");
     };
     const auto* const around = FindMount(root.real, mounts);
     if (root.real == "/dev" || LooksLikeKernelFiles(root.real) ||
         (around != nullptr && IsKernelFileSystem(around->type)))
-        refuse("it is a view of the kernel, not a folder of files");
+        refuse("it is a kernel file system");
     for (const auto& mount : mounts) {
         if (IsBelow(mount.place, root.real) && IsKernelFileSystem(mount.type))
-            refuse("a view of the kernel (" + mount.type + ") is mounted inside it at '" +
+            refuse("a kernel file system (" + mount.type + ") is mounted inside it at '" +
                    mount.place.string() + "'");
     }
 }
@@ -66,7 +67,7 @@ Root MakeRoot(const std::filesystem::path& path, bool isReadOnly)
     if (!std::filesystem::is_directory(real))
         refuse("it is not a folder");
     if (real == real.root_path())
-        refuse("it is the whole file system, the host's own keys and files included");
+        refuse("it is the whole file system, with the host's keys and files");
     return {.given = Normalize(path), .real = real, .isReadOnly = isReadOnly};
 }
 

@@ -13,17 +13,17 @@ struct Root
     bool isReadOnly = false;
 };
 
-/// Looks at a folder that is to be a root. Throws InvalidArgumentException when it cannot be one:
-/// it is not there, no folder, or the whole file system.
+/// Makes a root of a folder. Throws InvalidArgumentException if it does not exist, is not a folder,
+/// or is the whole file system.
 [[nodiscard]] Root MakeRoot(const std::filesystem::path& path, bool isReadOnly);
 
-/// A root may lie inside another one, and then has its own access; the same folder may be named
-/// twice. Throws InvalidArgumentException for a folder that is to be both read-only and not.
+/// Throws InvalidArgumentException for a folder that is given both as read-only and as writable. A
+/// root may lie inside another one and have another access; a folder may be given twice.
 void CheckTogether(const std::vector<Root>& roots);
 
-/// Throws InvalidArgumentException for a root that is a view of the kernel's, such as /proc, /sys
-/// or /dev, or holds one that is mounted inside it. Throws SystemException when the mounts cannot
-/// be read.
+/// Throws InvalidArgumentException for a root that is a file system of the kernel, such as /proc,
+/// /sys or /dev, or has one mounted inside it. Throws std::system_error if the mounts cannot be
+/// read.
 void RefuseKernelFiles(const std::vector<Root>& roots);
 
 } // namespace Host

@@ -31,7 +31,7 @@ void RequireOneThread()
     const std::filesystem::directory_iterator threads("/proc/self/task");
     if (std::distance(begin(threads), end(threads)) != 1)
         throw Core::InvalidStateException(
-            "the sandbox cannot be entered: other threads, which would stay outside, are running");
+            "cannot enter the sandbox: other threads are running, which would stay outside");
 }
 
 void WriteKernelFile(const char* file, const std::string& text)
@@ -39,12 +39,11 @@ void WriteKernelFile(const char* file, const std::string& text)
     const Support::Descriptor descriptor(open(file, O_WRONLY | O_CLOEXEC));
     if (!descriptor.IsOpen() ||
         write(descriptor.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
-        Support::ThrowSystemError(
-            std::string("the sandbox cannot be entered: the kernel does not take '") + text +
-            "' in " + file);
+        Support::ThrowSystemError(std::string("cannot enter the sandbox: cannot write '") + text +
+                                  "' to " + file);
 }
 
-/// In the new user namespace the process has the identifiers that it has outside, and no others.
+/// Gives the process the same identifiers in the new user namespace as outside, and no others.
 void KeepIdentity(uid_t user, gid_t group)
 {
     WriteKernelFile("/proc/self/setgroups", "deny");
@@ -53,7 +52,7 @@ void KeepIdentity(uid_t user, gid_t group)
                     std::to_string(group) + " " + std::to_string(group) + " 1");
 }
 
-/// Returns true when it took a user namespace, which is how one who is not root can have it.
+/// Returns true if it made a user namespace, which a process that is not root needs.
 bool UnshareMounts()
 {
     const auto user = geteuid();
@@ -61,25 +60,23 @@ bool UnshareMounts()
     if (unshare(CLONE_NEWNS) == 0)
         return false;
     if (errno != EPERM)
-        Support::ThrowSystemError(
-            "the sandbox cannot be entered: the kernel refuses a mount namespace");
+        Support::ThrowSystemError("cannot enter the sandbox: the kernel refuses a mount namespace");
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-        Support::ThrowSystemError(
-            "the sandbox cannot be entered: the kernel refuses a mount namespace to a "
-            "process that is not root, or not allowed to mount");
+        Support::ThrowSystemError("cannot enter the sandbox: the kernel refuses a mount namespace "
+                                  "to a process that is not "
+                                  "root or must not mount");
     KeepIdentity(user, group);
     return true;
 }
 
-/// Mounts and unmounts on either side are no longer seen on the other one.
+/// Makes the mounts private: changes on one side do not appear on the other one.
 void DetachFromOtherNamespaces()
 {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        Support::ThrowSystemError(
-            "the sandbox cannot be entered: the mounts cannot be made private");
+        Support::ThrowSystemError("cannot enter the sandbox: cannot make the mounts private");
 }
 
-/// A copy of a root with all that is mounted inside it, which is not anywhere yet.
+/// A copy of a root, with all mounts inside it, that is not mounted yet.
 struct DetachedRoot
 {
     Path path;
@@ -94,18 +91,19 @@ DetachedRoot CloneRoot(const Root& root)
             open_tree(AT_FDCWD, root.real.c_str(),
                       OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE | AT_SYMLINK_NOFOLLOW))};
     if (!detached.tree.IsOpen())
-        Support::ThrowSystemError("the root '" + root.real.string() +
-                                  "' cannot be mounted in the sandbox");
+        Support::ThrowSystemError("cannot mount the root '" + root.real.string() +
+                                  "' in the sandbox");
     mount_attr attributes = {};
     attributes.attr_set = harmless | (root.isReadOnly ? MOUNT_ATTR_RDONLY : 0);
     if (mount_setattr(detached.tree.Get(), "", AT_EMPTY_PATH | AT_RECURSIVE, &attributes,
                       sizeof(attributes)) != 0)
-        Support::ThrowSystemError("the root '" + root.real.string() + "' cannot be restricted" +
+        Support::ThrowSystemError("cannot restrict the root '" + root.real.string() + "'" +
                                   (root.isReadOnly ? " to reading" : ""));
     return detached;
 }
 
-/// Outer ones first, so that those inside them are mounted on top; each folder once.
+/// Orders roots so that outer ones come first and inner ones are mounted on top of them. Each
+/// folder appears once.
 std::vector<Root> OrderForMounting(std::vector<Root> roots)
 {
     std::sort(roots.begin(), roots.end(),
@@ -124,22 +122,22 @@ std::vector<DetachedRoot> CloneRoots(const std::vector<Root>& roots)
     return detached;
 }
 
-/// An empty file system, which hides `place` from now on.
+/// Mounts an empty file system on `place`, which it hides.
 Support::Descriptor MountEmptyFileSystem(const Path& place)
 {
     const Support::Descriptor context(fsopen("tmpfs", FSOPEN_CLOEXEC));
     if (!context.IsOpen() || fsconfig(context.Get(), FSCONFIG_SET_STRING, "mode", "0755", 0) != 0 ||
         fsconfig(context.Get(), FSCONFIG_SET_STRING, "size", "1m", 0) != 0 ||
         fsconfig(context.Get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0)
-        Support::ThrowSystemError("the kernel refuses the sandbox an empty file system");
+        Support::ThrowSystemError("cannot make an empty file system for the sandbox");
     Support::Descriptor empty(fsmount(context.Get(), FSMOUNT_CLOEXEC, harmless));
     if (!empty.IsOpen() ||
         move_mount(empty.Get(), "", AT_FDCWD, place.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0)
-        Support::ThrowSystemError("the kernel does not mount an empty file system for the sandbox");
+        Support::ThrowSystemError("cannot mount an empty file system for the sandbox");
     return empty;
 }
 
-/// `path` is absolute; it is made below `top`, with the folders above it.
+/// Creates a folder, and those above it, below `top`. `path` is absolute.
 void MakeFolders(const Support::Descriptor& top, const Path& path)
 {
     Path made;
@@ -148,8 +146,8 @@ void MakeFolders(const Support::Descriptor& top, const Path& path)
         if (mkdirat(top.Get(), made.c_str(), S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) !=
                 0 &&
             errno != EEXIST)
-            Support::ThrowSystemError("the folder '" + path.string() +
-                                      "' cannot be made in the sandbox");
+            Support::ThrowSystemError("cannot create the folder '" + path.string() +
+                                      "' in the sandbox");
     }
 }
 
@@ -159,23 +157,21 @@ void Attach(const DetachedRoot& root, const Support::Descriptor& top)
     if (faccessat(top.Get(), place.c_str(), F_OK, 0) != 0)
         MakeFolders(top, root.path);
     if (move_mount(root.tree.Get(), "", top.Get(), place.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0)
-        Support::ThrowSystemError("the root '" + root.path.string() +
-                                  "' cannot be mounted in the sandbox");
+        Support::ThrowSystemError("cannot mount the root '" + root.path.string() +
+                                  "' in the sandbox");
 }
 
-/// The old root is mounted on top of the new one for a moment, and goes with all below it.
+/// Makes `top` the root of the file system and unmounts the old root with everything below it.
 void PivotTo(const Support::Descriptor& top)
 {
     if (fchdir(top.Get()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0)
         Support::ThrowSystemError(
-            "the sandbox cannot be entered: the kernel does not change the root of "
-            "the file system");
+            "cannot enter the sandbox: cannot change the root of the file system");
     if (umount2(".", MNT_DETACH) != 0 || chdir("/") != 0)
-        Support::ThrowSystemError(
-            "the sandbox cannot be entered: what is outside cannot be unmounted");
+        Support::ThrowSystemError("cannot enter the sandbox: cannot unmount the old root");
 }
 
-/// The name by which a root was given, where it is not there anyway.
+/// Creates a link from the name by which a root was given, unless that name exists.
 void MakeLink(const Root& root, const Support::Descriptor& top)
 {
     struct stat status = {};
@@ -183,11 +179,11 @@ void MakeLink(const Root& root, const Support::Descriptor& top)
         return;
     MakeFolders(top, root.given.parent_path());
     if (symlink(root.real.c_str(), root.given.c_str()) != 0)
-        Support::ThrowSystemError("the link '" + root.given.string() +
-                                  "' cannot be made in the sandbox");
+        Support::ThrowSystemError("cannot create the link '" + root.given.string() +
+                                  "' in the sandbox");
 }
 
-/// Outer names first, since an inner one may be there by way of them.
+/// Creates outer names first: an inner one may exist through them.
 void MakeLinks(std::vector<Root> roots, const Support::Descriptor& top)
 {
     std::sort(roots.begin(), roots.end(),
@@ -201,7 +197,7 @@ void MakeReadOnly(const Support::Descriptor& mountOfIt)
     mount_attr attributes = {};
     attributes.attr_set = MOUNT_ATTR_RDONLY;
     if (mount_setattr(mountOfIt.Get(), "", AT_EMPTY_PATH, &attributes, sizeof(attributes)) != 0)
-        Support::ThrowSystemError("the sandbox's own file system cannot be made read-only");
+        Support::ThrowSystemError("cannot make the sandbox's own file system read-only");
 }
 
 void ChangeFileSystem(const std::vector<Root>& roots)
@@ -215,8 +211,8 @@ void ChangeFileSystem(const std::vector<Root>& roots)
     MakeReadOnly(top);
 }
 
-/// What a file server that runs as root needs to deal with files as root does. Not among them is
-/// what opens files without a path (CAP_DAC_READ_SEARCH), and what could undo the sandbox.
+/// The capabilities that a file server needs to handle files as root does. Those that open files
+/// without a path (CAP_DAC_READ_SEARCH) or could undo the sandbox are not among them.
 constexpr std::array keptByRoot = {CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_FSETID,
                                    CAP_NET_BIND_SERVICE};
 
@@ -226,7 +222,7 @@ void DropCapabilities(bool all)
     header.version = _LINUX_CAPABILITY_VERSION_3;
     std::array<__user_cap_data_struct, 2> held{};
     if (syscall(SYS_capget, &header, held.data()) != 0)
-        Support::ThrowSystemError("the process's capabilities cannot be read");
+        Support::ThrowSystemError("cannot read the process's capabilities");
     unsigned int kept = 0;
     if (!all) {
         for (const auto capability : keptByRoot)
@@ -237,13 +233,13 @@ void DropCapabilities(bool all)
     held[0].inheritable = 0;
     held[1] = {};
     if (syscall(SYS_capset, &header, held.data()) != 0)
-        Support::ThrowSystemError("the process cannot give up its capabilities");
+        Support::ThrowSystemError("cannot give up capabilities");
 }
 
 void RefuseNewPrivileges()
 {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        Support::ThrowSystemError("the process cannot give up gaining privileges");
+        Support::ThrowSystemError("cannot switch off gaining privileges");
 }
 
 } // namespace
@@ -270,21 +266,20 @@ std::string SandboxReport::ToString() const
 SandboxReport EnterSandbox(const std::vector<Root>& roots, KernelFiles kernelFiles)
 {
     if (roots.empty())
-        throw Core::InvalidArgumentException("a sandbox without roots would hold nothing");
+        throw Core::InvalidArgumentException("a sandbox needs at least one root");
     CheckTogether(roots);
     RequireOneThread();
 
     SandboxReport report;
     report.hasUserNamespace = UnshareMounts();
     DetachFromOtherNamespaces();
-    // From here on nobody mounts anything more inside the roots.
+    // From here on, no other process can mount anything inside the roots.
     if (kernelFiles == KernelFiles::Refused)
         RefuseKernelFiles(roots);
     ChangeFileSystem(roots);
     report.hasMountNamespace = true;
     if (chdir(roots.front().real.c_str()) != 0)
-        Support::ThrowSystemError("the root '" + roots.front().real.string() +
-                                  "' cannot be entered");
+        Support::ThrowSystemError("cannot enter the root '" + roots.front().real.string() + "'");
     DropCapabilities(report.hasUserNamespace);
     RefuseNewPrivileges();
     report.landlockVersion = RestrictWithLandlock(roots);

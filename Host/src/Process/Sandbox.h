@@ -7,48 +7,46 @@
 
 namespace Host {
 
-/// Which layers confine the process.
+/// The layers that confine the process.
 struct SandboxReport
 {
     bool hasMountNamespace = false;
     /// The mount namespace belongs to a user namespace of its own: the host is not root.
     bool hasUserNamespace = false;
-    /// The version of the kernel's interface; 0 without Landlock.
+    /// The version of the kernel's interface; 0: the kernel has no Landlock.
     int landlockVersion = 0;
     bool hasSystemCallFilter = false;
 
-    /// "mount namespace, Landlock 7 (files, connections, signals), system call filter".
+    /// Returns "mount namespace, Landlock 7 (files, connections, signals), system call filter".
     [[nodiscard]] std::string ToString() const;
 };
 
-/// How to treat views of the kernel in roots, see RefuseKernelFiles.
+/// The treatment of kernel file systems in roots, see RefuseKernelFiles.
 enum class KernelFiles
 {
     Refused,
     Allowed,
 };
 
-/// Confines the process to the roots, for good, and makes the first one its working directory.
+/// Confines the process to the roots, permanently, and makes the first one its working directory.
 ///
-/// Afterwards there is, for everything that the process does with a path, only a small read-only
-/// file system of its own with the folders that lead to the roots, and the roots themselves,
-/// mounted at their real paths with all that is mounted inside them at this moment; a root that was
-/// given by way of a symbolic link is there under that name too. Read-only roots are mounted
-/// read-only. Device nodes, set-user-ID bits and programs are of no effect in any of them. Landlock
-/// grants the same once more, but nothing that makes device nodes or sockets, and keeps the process
-/// from connecting to others and from sending signals to them, as far as the kernel knows how. A
-/// filter refuses the system calls that the process needs no more, see RefuseSystemCalls. Where the
-/// process was root it keeps only the capabilities of dealing with files (and of binding low
-/// ports), otherwise none; it can gain none.
+/// Afterwards the paths of the process lead into a small read-only file system with the folders
+/// above the roots, and the roots themselves. They are mounted at their real paths, with all mounts
+/// inside them; a root that was given as a symbolic link has that name, too. Read-only roots are
+/// mounted read-only. Device nodes, set-user-ID bits and programs have no effect in any of them.
+/// Landlock allows the same once more, except making device nodes and sockets; it also refuses
+/// connections and signals to others, as far as the kernel can. A filter refuses the system calls
+/// that the process does not need any more, see RefuseSystemCalls. A process of root keeps only the
+/// capabilities for files and for binding low ports, another one keeps none; it cannot gain any.
 ///
-/// Stay reachable: descriptors that are open already, and those who connect. Not reachable
-/// and to be opened or loaded before: keys, the user file, the log, modules, models, shared
-/// libraries, time zones, everything that resolves names (/etc/hosts), /proc and /dev.
+/// Descriptors that are open already still work, and clients can connect. Open or load before:
+/// keys, the user file, the log, modules, models, shared libraries, time zones, /etc/hosts and
+/// everything else that resolves names, /proc and /dev.
 ///
-/// REQUIRES: the process has one thread. Throws InvalidStateException when it has more,
-/// InvalidArgumentException without roots, for contradicting ones and for those with refused kernel
-/// files, SystemException saying what the kernel refused; the process may then be confined in part
-/// and should end. Only Landlock and the filter may be missing.
+/// REQUIRES: the process has one thread. Throws InvalidStateException if it has more,
+/// InvalidArgumentException without roots, for contradicting ones and for refused kernel file
+/// systems, and std::system_error if the kernel refuses a step. The process may be confined in part
+/// then and should end. Only Landlock and the filter may be missing.
 SandboxReport EnterSandbox(const std::vector<Root>& roots,
                            KernelFiles kernelFiles = KernelFiles::Refused);
 

@@ -10,7 +10,7 @@ std::thread StartThread(const std::string& purpose, std::function<void()> functi
     try {
         return std::thread(std::move(function));
     } catch (const std::system_error& error) {
-        throw std::system_error(error.code(), "there is no thread " + purpose);
+        throw std::system_error(error.code(), "cannot start a thread " + purpose);
     }
 }
 

@@ -6,8 +6,7 @@
 
 namespace Host {
 
-/// Starts a thread. Throws std::system_error, which says what the thread was for, when the system
-/// gives none.
+/// Starts a thread. Throws std::system_error with `purpose` if the system refuses.
 [[nodiscard]] std::thread StartThread(const std::string& purpose, std::function<void()> function);
 
 } // namespace Host

@@ -39,7 +39,7 @@ constexpr std::array refused = {
     SYS_reboot, SYS_swapon, SYS_swapoff, SYS_acct, SYS_quotactl, SYS_quotactl_fd, SYS_syslog,
     SYS_settimeofday, SYS_clock_settime, SYS_clock_adjtime, SYS_adjtimex, SYS_sethostname,
     SYS_setdomainname, SYS_iopl, SYS_ioperm, SYS_modify_ldt, SYS_personality, SYS_vhangup,
-    // A host is connected to, and connects to nobody.
+    // A host accepts connections and makes none.
     SYS_connect};
 
 constexpr std::array refusedOnceListening = {SYS_socket, SYS_bind, SYS_listen};
@@ -56,7 +56,7 @@ sock_filter Return(std::uint32_t action)
     return BPF_STMT(BPF_RET | BPF_K, action);
 }
 
-/// Skips as many instructions as said when the loaded value is, or is not, the one given.
+/// Skips `count` instructions unless the loaded value is `value`.
 sock_filter SkipUnlessEqual(std::uint32_t value, std::uint8_t count)
 {
     return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 0, count);
@@ -64,7 +64,7 @@ sock_filter SkipUnlessEqual(std::uint32_t value, std::uint8_t count)
 
 constexpr std::uint32_t fails = SECCOMP_RET_ERRNO | EPERM;
 
-/// Calls by the numbers of another architecture would pass under other names.
+/// Ends calls with the numbers of another architecture, which the list does not cover.
 Program MakeBeginning()
 {
     constexpr std::uint32_t firstOfX32 = 0x40000000;
@@ -86,8 +86,8 @@ void Refuse(Program& program, std::span<const int> calls)
     }
 }
 
-/// Threads can be made, processes and namespaces cannot. A filter cannot see the flags of clone3;
-/// without it the C library uses clone.
+/// Allows making threads, but no processes and namespaces. A filter cannot read the flags of
+/// clone3; if it fails with ENOSYS, the C library uses clone.
 void AllowThreads(Program& program)
 {
     constexpr std::uint32_t namespaces = CLONE_NEWNS | CLONE_NEWCGROUP | CLONE_NEWUTS |
@@ -115,7 +115,7 @@ bool Install(Program program)
         return true;
     if (errno == ENOSYS || errno == EINVAL)
         return false;
-    Support::ThrowSystemError("the kernel refuses to filter the process's system calls");
+    Support::ThrowSystemError("cannot filter the process's system calls");
 }
 
 } // namespace

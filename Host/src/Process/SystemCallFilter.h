@@ -2,16 +2,16 @@
 
 namespace Host {
 
-/// Refuses all threads of the process, for good, system calls that a host that serves never needs:
-/// running programs and making processes, looking into other processes, mounting and namespaces,
-/// kernel modules and the kernel's own facilities (BPF, keys, io_uring, performance counters,
-/// userfaultfd), opening files without a path, setting clocks and names, connecting. They fail with
-/// EPERM. Returns false where the kernel has no such filters. REQUIRES: no new privileges can be
-/// gained. Throws SystemException.
+/// Refuses, permanently and for all threads of the process, system calls that a serving host never
+/// needs: running programs, making processes, tracing, mounting and namespaces, kernel modules and
+/// facilities of the kernel (BPF, keys, io_uring, performance counters, userfaultfd), opening files
+/// without a path, setting clocks and names, connecting. They fail with EPERM. Returns false if the
+/// kernel has no such filters. REQUIRES: the process cannot gain privileges. Throws
+/// std::system_error.
 bool RefuseSystemCalls();
 
-/// Refuses all threads of the process to make or bind sockets: once the host listens, connections
-/// come from clients alone. Otherwise as above.
+/// Refuses to make or bind sockets: once the host listens, it needs no new ones. Otherwise as
+/// above.
 bool RefuseNewSockets();
 
 } // namespace Host

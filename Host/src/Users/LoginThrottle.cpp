@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t longestName = 64;
 
-/// All names that are longer than a user's may be count as one. The origin ends with the first
-/// zero, which no address holds.
+/// Names that are longer than a user's name can be all get the same key. A zero separates the
+/// origin from the name, since no address contains one.
 std::string GetKey(const std::string& user, const std::string& address)
 {
     const bool isPossible = user.size() <= longestName;
@@ -46,7 +46,7 @@ LoginThrottle::Clock::duration LoginThrottle::GetDelay(const std::string& user,
                                                        const std::string& address) const
 {
     const auto now = timeSource();
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     const auto found = records.find(GetKey(user, address));
     return found == records.end() ? Clock::duration::zero() : GetDelay(found->second, now);
 }
@@ -56,7 +56,7 @@ LoginThrottle::Clock::duration LoginThrottle::ReportFailure(const std::string& u
 {
     const auto now = timeSource();
     const auto key = GetKey(user, address);
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     if (records.find(key) == records.end() && records.size() >= mostRemembered)
         MakeRoom();
     auto& record = records[key];
@@ -69,13 +69,13 @@ LoginThrottle::Clock::duration LoginThrottle::ReportFailure(const std::string& u
 
 void LoginThrottle::ReportSuccess(const std::string& user, const std::string& address)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     records.erase(GetKey(user, address));
 }
 
 std::size_t LoginThrottle::GetSize() const
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     return records.size();
 }
 
@@ -90,7 +90,7 @@ LoginThrottle::Clock::duration LoginThrottle::GetDelay(const Record& record, Clo
     return std::max(end - now, Clock::duration::zero());
 }
 
-/// Forgets the older half of what is remembered: one walk for many new records.
+/// Removes the older half of the records: one pass makes room for many new ones.
 void LoginThrottle::MakeRoom()
 {
     std::vector<Clock::time_point> times;

@@ -1,25 +1,27 @@
 #pragma once
 
+#include "Support/Mutex.h"
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
 namespace Host {
 
-/// Identifies where a client comes from: its address, or the network of an IPv6 address (64 bits),
-/// since a client that has one address has them all.
+/// Returns the origin of a client: its IPv4 address, or the network of its IPv6 address (64 bits),
+/// since a client can use all addresses of its network.
 [[nodiscard]] std::string GetOrigin(const std::string& address);
 
-/// Slows down guessing: after the third failed login of a user from an origin, the next one has to
-/// wait a second, and twice as long after each further one, up to a minute. A login that does not
-/// wait is to be refused without a look at the password, and is no failure. Failures elsewhere, or
-/// of other users, delay nobody. All operations may be called from any thread.
+/// Slows down guessing of passwords. After the third failed login of a user from an origin, the
+/// next login must wait a second, and twice as long after each further failure, up to a minute. The
+/// caller refuses a login that comes earlier, without checking the password and without reporting a
+/// failure. Failures of other users or from other origins do not count.
 ///
-/// Failures are forgotten with a right login of the user from there, and after a quarter of an hour
-/// without a failure. The latest ones are remembered.
+/// A successful login of the user from the origin clears its failures, and so does a quarter of an
+/// hour without a failure. Only the latest `mostRemembered` pairs are kept. Any thread may call any
+/// function.
 class LoginThrottle
 {
 public:
@@ -34,16 +36,18 @@ public:
 
     explicit LoginThrottle(TimeSource timeSource = &Clock::now);
 
-    /// Returns how long this user still has to wait there; 0: a login may be tried.
+    /// Returns how long the next login of this user from this address must wait; 0 if it may be
+    /// tried now.
     [[nodiscard]] Clock::duration GetDelay(const std::string& user,
-                                           const std::string& address) const;
+                                           const std::string& address) const EXCLUDES(mutex);
 
-    /// Returns the delay before the next login.
-    Clock::duration ReportFailure(const std::string& user, const std::string& address);
-    void ReportSuccess(const std::string& user, const std::string& address);
+    /// Returns how long the next login must wait.
+    Clock::duration ReportFailure(const std::string& user, const std::string& address)
+        EXCLUDES(mutex);
+    void ReportSuccess(const std::string& user, const std::string& address) EXCLUDES(mutex);
 
-    /// Pairs that are remembered.
-    [[nodiscard]] std::size_t GetSize() const;
+    /// Returns the number of pairs that are kept.
+    [[nodiscard]] std::size_t GetSize() const EXCLUDES(mutex);
 
 private:
     struct Record
@@ -53,11 +57,11 @@ private:
     };
 
     static Clock::duration GetDelay(const Record& record, Clock::time_point now);
-    void MakeRoom();
+    void MakeRoom() REQUIRES(mutex);
 
     const TimeSource timeSource;
-    mutable std::mutex mutex;
-    std::unordered_map<std::string, Record> records; // guarded by mutex
+    mutable Support::Mutex mutex;
+    std::unordered_map<std::string, Record> records GUARDED_BY(mutex);
 };
 
 } // namespace Host

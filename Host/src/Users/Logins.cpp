@@ -21,7 +21,7 @@ constexpr const char* category = "Host.Login";
 constexpr std::size_t longestLoggedName = 64; // as long as a user's name may be
 constexpr auto none = LoginThrottle::Clock::duration::zero();
 
-/// That of the calling thread: how busy the machine is does not count.
+/// Returns the time of the calling thread, which does not depend on how busy the machine is.
 std::chrono::nanoseconds GetProcessorTime()
 {
     timespec time{};
@@ -55,11 +55,11 @@ LoginResult Logins::TryLogin(const std::string& user, const std::string& passwor
     ++refused;
     if (result == LoginResult::TooSoon)
         Log(Core::LogLevel::Warning, category,
-            "Login of " + who + " refused unseen: it comes too soon, " + ToSeconds(delay) +
-                " are left to wait");
+            "Login of " + who + " refused: too many failed logins, try again in " +
+                ToSeconds(delay));
     else if (delay > none)
         Log(Core::LogLevel::Warning, category,
-            "Login of " + who + " refused; the next one has to wait " + ToSeconds(delay));
+            "Login of " + who + " refused; the next login must wait " + ToSeconds(delay));
     else
         Log(Core::LogLevel::Warning, category, "Login of " + who + " refused");
     return result;
@@ -69,7 +69,7 @@ LoginResult Logins::TryReturn(const std::string& user, const std::string& passwo
                               const std::string& address)
 {
     const Tag tag = MakeTag(user, password);
-    const std::lock_guard lock(deciding);
+    const Support::Lock lock(deciding);
     const bool isRight = IsKnown(user, tag);
     const auto who = "user '" + user.substr(0, longestLoggedName) + "' from " + address;
     if (isRight)
@@ -82,20 +82,20 @@ LoginResult Logins::TryReturn(const std::string& user, const std::string& passwo
 
 LoginThrottle::Clock::duration Logins::GetPause() const
 {
-    const std::lock_guard lock(deciding);
+    const Support::Lock lock(deciding);
     return hashing.GetPause();
 }
 
-/// A password that was right before needs no hash, and is not delayed where its user has come from
-/// before; a few looks are taken for that ahead of their time.
+/// A password that was right before needs no hash, and is not delayed if its user has logged in
+/// from there before: a few checks may come early for that.
 LoginResult Logins::Decide(const std::string& user, const std::string& password,
                            const std::string& address, Clock::duration& delay)
 {
     const Tag tag = MakeTag(user, password);
-    const std::lock_guard lock(deciding);
+    const Support::Lock lock(deciding);
     delay = throttle.GetDelay(user, address);
-    const bool mayLook = delay <= none || MayLookEarly(user, address);
-    if (mayLook && IsKnown(user, tag)) {
+    const bool mayCheck = delay <= none || MayCheckEarly(user, address);
+    if (mayCheck && IsKnown(user, tag)) {
         Remember(user, tag, address);
         return LoginResult::Accepted;
     }
@@ -136,9 +136,9 @@ void Logins::Remember(const std::string& user, const Tag& tag, const std::string
     right.origins.push_back(origin);
 }
 
-/// Ten at once and one a second, only where the user has logged in before: who guesses from there
-/// gets no further with these.
-bool Logins::MayLookEarly(const std::string& user, const std::string& address)
+/// Allows ten early checks at once and then one a second, only from an origin of an earlier login:
+/// early checks do not help to guess a password.
+bool Logins::MayCheckEarly(const std::string& user, const std::string& address)
 {
     constexpr std::chrono::seconds interval{1};
     constexpr int atOnce = 10;
@@ -150,10 +150,10 @@ bool Logins::MayLookEarly(const std::string& user, const std::string& address)
     if (std::find(right.origins.begin(), right.origins.end(), origin) == right.origins.end())
         return false;
     const auto now = Clock::now();
-    const auto next = std::max(right.nextLook, now) + interval;
+    const auto next = std::max(right.nextCheck, now) + interval;
     if (next > now + atOnce * interval)
         return false;
-    right.nextLook = next;
+    right.nextCheck = next;
     return true;
 }
 
@@ -161,11 +161,11 @@ Logins::Tag Logins::MakeRandomTag()
 {
     Tag tag{};
     if (RAND_bytes(tag.data(), static_cast<int>(tag.size())) != 1)
-        throw Core::SystemException("there are no random numbers");
+        throw Core::SystemException("OpenSSL has no random numbers");
     return tag;
 }
 
-/// The name is closed off, so that no part of it passes for the password.
+/// A zero ends the name, so that no part of it counts as part of the password.
 Logins::Tag Logins::MakeTag(const std::string& user, const std::string& password) const
 {
     std::string text = user + '\0' + password;
@@ -175,7 +175,7 @@ Logins::Tag Logins::MakeTag(const std::string& user, const std::string& password
                             text.size(), tag.data(), nullptr);
     OPENSSL_cleanse(text.data(), text.size());
     if (made == nullptr)
-        throw Core::SystemException("a password cannot be looked at");
+        throw Core::SystemException("OpenSSL cannot check a password");
     return tag;
 }
 

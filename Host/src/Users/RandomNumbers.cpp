@@ -19,13 +19,13 @@ namespace {
 
 std::atomic<unsigned long> drawn{0};
 
-/// Ends the process when the system gives no random bytes: no session can be protected then.
+/// Ends the process if the system gives no random bytes: sessions could not be protected.
 void Fill(void* bytes, std::size_t size)
 {
     ++drawn;
     if (RAND_bytes(static_cast<unsigned char*>(bytes), static_cast<int>(size)) == 1)
         return;
-    std::fputs("talvensor-host: there are no random numbers\n", stderr);
+    std::fputs("talvensor-host: OpenSSL has no random numbers\n", stderr);
     std::abort();
 }
 
@@ -67,7 +67,7 @@ bool DrawNonce()
     return status == UA_STATUSCODE_GOOD;
 }
 
-/// True if the name leads everybody in this process to that function.
+/// Returns true if the dynamic linker binds the name to this function.
 template <typename Function>
 bool IsBound(const char* name, Function* function)
 {

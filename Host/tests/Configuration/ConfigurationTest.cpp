@@ -251,14 +251,13 @@ TEST_F(ACommandLine, ReportsEverythingThatIsWrongInAFileWithLineAndKey)
         ElementsAre(
             StartsWith("host.toml:1: listen: 'http://localhost' does not start with opc.tcp://"),
             "host.toml:2: rooot: there is no such setting",
-            "host.toml:4: root: has to be a text in quotes, or a list of these",
+            "host.toml:4: root: must be a text in quotes, or a list of these",
             "host.toml:4: root: 'nowhere' cannot be a root: No such file or directory",
-            "host.toml:5: max-sessions: has to be a whole number",
+            "host.toml:5: max-sessions: must be a whole number",
             StartsWith("host.toml:6: grace: '5 parsecs' is not a time"),
-            "host.toml:7: max-memory: '0' has to be more than 0",
-            StartsWith("host.toml:8: log-level: 'loud' is none of the levels off, error"),
-            "host.toml:9: sandbox: has to be true or false",
-            "host.toml:10: node: the list is empty",
+            "host.toml:7: max-memory: '0' must be more than 0",
+            StartsWith("host.toml:8: log-level: 'loud' is not one of the levels off, error"),
+            "host.toml:9: sandbox: must be true or false", "host.toml:10: node: the list is empty",
             "host.toml:12: log: there is no such setting"));
 }
 
@@ -276,7 +275,7 @@ TEST_F(ACommandLine, SaysWhenAFileCannotBeRead)
     EXPECT_THAT(GetProblems({"--config", (folder.GetPath() / "none.toml").string()}),
                 ElementsAre("--config: cannot read 'none.toml': No such file or directory"));
     EXPECT_THAT(GetProblems({"--config", root.string()}),
-                ElementsAre("--config: 'root' is not a file"));
+                ElementsAre("--config: 'root' is not a regular file"));
 }
 
 TEST_F(ACommandLine, ReportsWhatIsWrongWithItsFlags)
@@ -304,7 +303,7 @@ TEST_F(ACommandLine, ReportsFilesThatAreNotThere)
                                 "model = 'none.xml'\nusers = 'root'\nlog-file = 'none/log'\n"),
                 ElementsAre("host.toml:2: module: 'libNone.so': No such file or directory",
                             "host.toml:3: model: 'none.xml': No such file or directory",
-                            "host.toml:4: users: 'root' is not a file",
+                            "host.toml:4: users: 'root' is not a regular file",
                             "host.toml:4: users: 'root' lies inside the root 'root', where clients "
                             "could change it",
                             "host.toml:5: log-file: there is no folder 'none'"));

@@ -28,7 +28,7 @@ TEST(WhatIsPrintedAtTheStart, NamesEndpointRootsSandboxAndLogins)
                       HasSubstr("/data (/mnt/disk), read-only\n"),
                       HasSubstr("holds: mount namespace, Landlock 7 (files, connections, signals), "
                                 "system call filter\n"),
-                      HasSubstr("anybody on this machine, without a name\n"),
+                      HasSubstr("anybody on this machine, without a password\n"),
                       HasSubstr("possible, with any client's certificate\n"),
                       Not(HasSubstr("warning"))));
 }
@@ -39,9 +39,8 @@ TEST(WhatIsPrintedAtTheStart, SaysThatLoginsAndEncryptionAreRequired)
     summary.admission = {};
     summary.users = 2;
     summary.trustsAnyClient = true;
-    EXPECT_THAT(Describe(summary),
-                AllOf(HasSubstr("2 users, with their passwords\n"),
-                      HasSubstr("required; any client's certificate is accepted\n")));
+    EXPECT_THAT(Describe(summary), AllOf(HasSubstr("2 users, with their passwords\n"),
+                                         HasSubstr("required, with any client's certificate\n")));
 }
 
 TEST(WhatIsPrintedAtTheStart, SaysWhereTheTrustedCertificatesAre)
@@ -49,7 +48,7 @@ TEST(WhatIsPrintedAtTheStart, SaysWhereTheTrustedCertificatesAre)
     auto summary = MakeSummary();
     summary.admission = {};
     EXPECT_THAT(Describe(summary),
-                HasSubstr("required; clients' certificates have to be in /pki/trusted\n"));
+                HasSubstr("required; certificates of clients must be in /pki/trusted\n"));
 }
 
 TEST(WhatIsPrintedAtTheStart, WarnsOfRootAndOfAMissingSandbox)
@@ -57,7 +56,7 @@ TEST(WhatIsPrintedAtTheStart, WarnsOfRootAndOfAMissingSandbox)
     auto summary = MakeSummary();
     summary.sandbox = {};
     summary.isRoot = true;
-    EXPECT_THAT(Describe(summary), AllOf(HasSubstr("NONE: clients reach whatever"),
+    EXPECT_THAT(Describe(summary), AllOf(HasSubstr("NONE: clients may reach everything"),
                                          HasSubstr("warning   runs as root")));
 }
 

@@ -184,8 +184,8 @@ TEST_F(ALogin, IsLoggedWithUserAndAddressButNeverWithThePassword)
         EXPECT_EQ(entry.category, "Host.Login");
     }
     EXPECT_EQ(entries[0].level, Core::LogLevel::Warning);
-    EXPECT_THAT(entries[2].message, HasSubstr("has to wait 1 s"));
-    EXPECT_THAT(entries[3].message, HasSubstr("too soon"));
+    EXPECT_THAT(entries[2].message, HasSubstr("must wait 1 s"));
+    EXPECT_THAT(entries[3].message, HasSubstr("too many failed logins"));
     EXPECT_EQ(entries[4].level, Core::LogLevel::Notice);
 }
 

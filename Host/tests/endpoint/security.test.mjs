@@ -104,8 +104,8 @@ describe("Guessing passwords", () => {
     // Without encryption it is faster than the delays.
     const login = (host, user, password) => host.connect({ user, password });
     const wrong = "Wr0ngPassw0rd";
-    const tooSoon = (host, user) => host.log.split("\n").filter((line) => line.includes(`user '${user}'`) && line.includes("too soon"));
-    const waits = (host) => [...host.log.matchAll(/refused; the next one has to wait (\d+) s/g)].map(([, seconds]) => Number(seconds));
+    const tooSoon = (host, user) => host.log.split("\n").filter((line) => line.includes(`user '${user}'`) && line.includes("too many failed logins"));
+    const waits = (host) => [...host.log.matchAll(/refused; the next login must wait (\d+) s/g)].map(([, seconds]) => Number(seconds));
 
     it("is slowed down twice as much each time, and no password is in the log", async () => {
         const host = await startHost({ users, flags: ["--trust-any-client", "--log-level", "trace"] });

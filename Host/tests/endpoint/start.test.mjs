@@ -97,7 +97,7 @@ describe("A host does not start", () => {
     it("with views of the kernel as roots, unless they are allowed", () => {
         const place = makePlace();
         for (const root of ["/proc", "/sys", "/dev"]) {
-            assert.match(refusal(place.flags({ root }, "--no-sandbox")), /view of the kernel/);
+            assert.match(refusal(place.flags({ root }, "--no-sandbox")), /kernel file system/);
             assert.equal(runHost(place.flags({ root }, "--no-sandbox", "--allow-kernel-files", "--check")).status, 0);
         }
     });
