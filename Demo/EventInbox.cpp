@@ -13,7 +13,7 @@ namespace Demo {
 
 namespace {
 
-/// Against hanging only; deleting or listing a large tree on a slow disk takes its time.
+/// Long enough for deleting or listing a large tree on a slow disk.
 constexpr std::chrono::minutes patience{10};
 
 const std::string& GetTypeName(const Core::Embedding::Event& event)
@@ -45,7 +45,7 @@ std::string DescribeListing(const Core::Embedding::Event& event)
     return text + "; LimitExceeded " + (limitExceeded ? "true" : "false");
 }
 
-/// The event type and what it carries.
+/// Returns the event type and the event's own fields.
 std::string Describe(const Core::Embedding::Event& event)
 {
     const auto& type = GetTypeName(event);
@@ -73,7 +73,7 @@ void EventInbox::Receive(const EventPointer& event)
         const std::lock_guard lock(mutex);
         number = ++count;
     }
-    // Before anybody waits no longer for it, so that the line stands above what follows from it.
+    // Before the waiting thread goes on, so that this line comes before its lines.
     PrintLine("  event " + std::to_string(number) + "  " + description);
     {
         const std::lock_guard lock(mutex);

@@ -14,7 +14,7 @@
 
 namespace Demo {
 
-/// An event that has to come did not: nothing more can be learned from this file system.
+/// An expected event did not come: the file system does not answer any more.
 class NoAnswerException : public std::runtime_error
 {
 public:
@@ -23,26 +23,26 @@ public:
 
 using EventPointer = std::shared_ptr<const Core::Embedding::Event>;
 
-/// A field that the event's own type declares (not one of the base fields).
+/// Returns a field that the event's own type declares, not one of the base fields.
 [[nodiscard]] const Core::Value& GetOwnField(const Core::Embedding::Event& event, const char* name);
 
-/// Prints the events of a file system as they come and keeps them until somebody asks. Events come
-/// on the file system's worker thread, requests are made by one other thread. An acknowledgement
-/// is kept by its handle, since it can overtake the answer that carries the handle; the other
-/// results say nothing about their requests but come in the order of these.
+/// Prints the events of a file system and keeps them for the thread that makes requests. Events
+/// come on the file system's worker thread. Acknowledgements are kept by handle, since one can
+/// arrive before the answer with the handle. Other results do not name their requests, but come in
+/// their order.
 class EventInbox
 {
 public:
     void Receive(const EventPointer& event);
 
-    /// Waits for the acknowledgement of a handle and gives its result code.
+    /// Waits for the acknowledgement of a handle and returns its result code.
     [[nodiscard]] unsigned int WaitForAcknowledgement(unsigned int handle);
-    /// The result code of an acknowledgement that has come already.
+    /// Returns the result code of an acknowledgement that has come already.
     [[nodiscard]] std::optional<unsigned int> TakeAcknowledgement(unsigned int handle);
 
-    /// Waits for the next event of a type.
+    /// Waits for the next event of a type and returns it.
     [[nodiscard]] EventPointer WaitForResult(const std::string& type);
-    /// The next event of a type, if it has come already.
+    /// Returns the next event of a type, if it has come already.
     [[nodiscard]] EventPointer TakeResult(const std::string& type);
 
     [[nodiscard]] std::size_t GetCount() const;

@@ -9,14 +9,14 @@
 
 namespace Demo {
 
-/// What the operating system itself says about a path. The demo looks with its own eyes where it
-/// judges what the file system under demonstration did.
+/// The status of a path as the operating system reports it. The demo uses it to check the file
+/// system independently.
 class FileStatus
 {
 public:
-    /// Follows links. Empty, with `errno` set, when the path leads nowhere.
+    /// Follows links. Returns nothing, with `errno` set, if the path cannot be read.
     [[nodiscard]] static std::optional<FileStatus> Get(const std::filesystem::path& path);
-    /// Of a link itself.
+    /// Does not follow links.
     [[nodiscard]] static std::optional<FileStatus> GetOfLink(const std::filesystem::path& path);
 
     [[nodiscard]] bool IsDirectory() const noexcept { return S_ISDIR(status.st_mode); }
@@ -26,12 +26,12 @@ public:
     {
         return static_cast<std::uint64_t>(status.st_size);
     }
-    /// Of the last modification, in whole seconds since 1970.
+    /// Returns the time of the last modification, in whole seconds since 1970.
     [[nodiscard]] std::time_t GetTime() const noexcept { return status.st_mtim.tv_sec; }
 
-    /// True when any of the permission bits is set.
+    /// Returns true if any of the permission bits is set.
     [[nodiscard]] bool HasAnyOf(mode_t bits) const noexcept { return (status.st_mode & bits) != 0; }
-    /// True when all of the permission bits are set.
+    /// Returns true if all of the permission bits are set.
     [[nodiscard]] bool HasAllOf(mode_t bits) const noexcept
     {
         return (status.st_mode & bits) == bits;

@@ -89,7 +89,7 @@ void FileSystemClient::UploadFile(const std::filesystem::path& path, const Bytes
     const auto handle =
         CallForHandle("UploadFile", {path.native(), MakeBytes(content), time, permissions});
     RequireSuccess("UploadFile", path, inbox.WaitForAcknowledgement(handle));
-    // The acknowledgement says that the file was opened. A file that could not be written whole is
+    // The acknowledgement means that the file was opened. If not all of it could be written, it is
     // still open.
     if (FindPosition(handle)) {
         Close(handle);

@@ -18,7 +18,7 @@ namespace Demo {
 
 using Bytes = std::vector<unsigned char>;
 
-/// The most that one `Read` returns.
+/// The most bytes that one `Read` returns.
 inline constexpr std::size_t blockSize = 61440;
 
 /// The methods of a `FileSystem` object.
@@ -30,7 +30,7 @@ inline constexpr unsigned char readOnly = 0x02;
 inline constexpr unsigned char executable = 0x04;
 } // namespace PermissionFlags
 
-/// The file system said that a request failed, or refused it.
+/// The file system refused a request, or reported its failure.
 class RequestFailedException : public std::runtime_error
 {
 public:
@@ -51,11 +51,11 @@ struct Listing
 };
 
 /// The fifteen methods of a `FileSystem` object as blocking operations, for one thread. All of them
-/// throw RequestFailedException when the file system refuses or fails, NoAnswerException when an
-/// event that has to come does not.
+/// throw RequestFailedException if the file system refuses or fails, and NoAnswerException if an
+/// expected event does not come.
 ///
-/// Requests that are silent when they succeed are followed by an `Exists`: requests are carried out
-/// in order, so its event says that everything before it is over.
+/// A request that reports nothing is followed by an `Exists`: requests run in order, so the event
+/// of the `Exists` shows that everything before it has finished.
 class FileSystemClient
 {
 public:
@@ -64,20 +64,20 @@ public:
     FileSystemClient& operator=(const FileSystemClient&) = delete;
     ~FileSystemClient();
 
-    /// Opens for reading.
+    /// Opens a file for reading.
     [[nodiscard]] unsigned int Open(const std::filesystem::path& path);
     void Close(unsigned int handle);
-    /// At most `blockSize` bytes from the current position; none at the end.
+    /// Returns at most `blockSize` bytes from the current position; none at the end.
     [[nodiscard]] Bytes Read(unsigned int handle, std::size_t length = blockSize);
     [[nodiscard]] std::size_t GetPosition(unsigned int handle);
     void SetPosition(unsigned int handle, std::size_t position);
 
     void UploadFile(const std::filesystem::path& path, const Bytes& content,
                     const Core::DateTime& time, unsigned char permissions);
-    /// Failures of these two show in `WaitForWrites` or `WriteClose`.
+    /// `WaitForWrites` or `WriteClose` report the failures of these two.
     [[nodiscard]] unsigned int OpenWrite(const std::filesystem::path& path, const Bytes& content);
     void Write(unsigned int handle, const Bytes& content);
-    /// Waits until everything handed over for the handle is written.
+    /// Waits until all data for the handle is written.
     void WaitForWrites(unsigned int handle, const std::filesystem::path& path);
     void WriteClose(unsigned int handle, const std::filesystem::path& path, const Bytes& content,
                     const Core::DateTime& time, unsigned char permissions);
@@ -86,12 +86,12 @@ public:
     void Delete(const std::vector<std::filesystem::path>& paths);
     [[nodiscard]] Listing List(const std::filesystem::path& directory, bool recursive);
     [[nodiscard]] bool Exists(const std::filesystem::path& path);
-    /// Empty when the file system cannot tell.
+    /// Returns nothing if the file system cannot tell.
     [[nodiscard]] Core::DateTime GetDateTime(const std::filesystem::path& path);
     void SetDateTime(const std::filesystem::path& path, const Core::DateTime& time);
 
     [[nodiscard]] std::size_t GetEventCount() const { return inbox.GetCount(); }
-    /// The calls made so far, by method.
+    /// Returns the number of calls so far, by method.
     [[nodiscard]] const std::map<std::string, std::size_t>& GetCallCounts() const noexcept
     {
         return callCounts;

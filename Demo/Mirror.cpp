@@ -18,16 +18,17 @@ constexpr mode_t anyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr mode_t anyRead = S_IRUSR | S_IRGRP | S_IROTH;
 constexpr mode_t anyExecute = S_IXUSR | S_IXGRP | S_IXOTH;
 
-/// Bounds what waits in the file system's queue to about a megabyte.
+/// Limits the file system's queue to about a megabyte.
 constexpr std::size_t blocksInFlight = 16;
 
-/// How many paths one `Delete` carries.
+/// The number of paths in one `Delete`.
 constexpr std::size_t pathsPerDelete = 1000;
 
-/// One second before 1970 cannot be told from a failure: the file system has no time for it.
+/// One second before 1970: the file system cannot report this time, since the number means a
+/// failure.
 constexpr std::time_t noTime = -1;
 
-/// A file's permissions, as far as the flags can say them.
+/// Returns a file's permissions, as far as the flags can express them.
 unsigned char GetPermissionFlags(const FileStatus& status)
 {
     unsigned int flags = 0;
@@ -48,7 +49,7 @@ bool HasPermissions(const FileStatus& status, unsigned char flags)
     return executes && writes;
 }
 
-/// The next bytes of a file, read without the file system under demonstration.
+/// Reads the next bytes of a file without the file system.
 Bytes ReadLocally(std::istream& file, std::size_t length)
 {
     std::string buffer(length, '\0');
@@ -90,7 +91,7 @@ void Mirror::ListSource()
     std::map<fs::path, std::set<std::string>> namesOfDirectory;
     namesOfDirectory[{}];
     for (const auto& entry : source.entries) {
-        // A listing gives a link by where it leads to, so only the others can be found in it.
+        // A listing names a link by its target, so only other entries can be found in it.
         if (entry.isLink)
             continue;
         namesOfDirectory[entry.path.parent_path()].insert(entry.path.filename());
@@ -323,7 +324,7 @@ std::vector<fs::path> Mirror::TakeHalf()
     std::vector<SourceEntry> kept;
     auto left = remaining.size() / 2;
     for (auto entry = remaining.begin(); entry != remaining.end();) {
-        // A directory's contents follow it directly.
+        // The entries of a directory follow it directly.
         const auto next = std::find_if(std::next(entry), remaining.end(), [&](const auto& other) {
             return std::ranges::mismatch(entry->path, other.path).in1 != entry->path.end();
         });

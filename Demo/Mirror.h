@@ -14,25 +14,25 @@
 
 namespace Demo {
 
-/// Mirrors a tree through the methods of a file system and compares. A failure is reported and the
-/// next entry is tried; NoAnswerException and what the host throws go through.
+/// Mirrors a tree through the methods of a file system and compares. Reports a failure and goes on
+/// with the next entry; NoAnswerException and exceptions of the host end it.
 class Mirror
 {
 public:
     Mirror(FileSystemClient& fileSystem, const SourceTree& source, std::filesystem::path target,
            Report& report);
 
-    /// Compares listings of the source's directories with what the demo saw itself.
+    /// Compares listings of the source's directories with what the demo has read itself.
     void ListSource();
     void CreateDirectories();
     void CopyFiles();
-    /// Directories get their times last, deepest first: filling one changes its time.
+    /// Sets the times of directories last, deepest first: filling one changes its time.
     void SetDirectoryTimes();
     /// Compares a recursive listing of the mirror with the source: names, kinds and times.
     void ListMirror();
     /// Reads every file back and compares it with the source.
     void CompareFiles();
-    /// Asks for every entry.
+    /// Tests the existence of every entry.
     void AskExistence();
     /// Deletes half of the entries, whole directories where they fit, and checks what is left.
     void DeleteHalf();
@@ -58,7 +58,7 @@ private:
     void CompareListedEntry(const SourceEntry& entry, const ListedEntries& listed, bool isComplete,
                             bool withTimes);
 
-    /// Takes half of the entries off `remaining` and gives the paths to delete for that.
+    /// Removes half of the entries from `remaining` and returns the paths to delete for that.
     [[nodiscard]] std::vector<std::filesystem::path> TakeHalf();
     [[nodiscard]] std::filesystem::path InSource(const SourceEntry& entry) const;
     [[nodiscard]] std::filesystem::path InMirror(const SourceEntry& entry) const;

@@ -6,7 +6,7 @@
 
 namespace Demo {
 
-/// What the run came to.
+/// The results of a run.
 struct Report
 {
     std::size_t directories = 0;
@@ -16,9 +16,9 @@ struct Report
     std::size_t skipped = 0;
     std::size_t failures = 0;
 
-    /// Says what went wrong, or what differs.
+    /// Prints a failure or a difference, and counts it.
     void Fail(const std::string& what);
-    /// Says what is left out, since no method can carry it.
+    /// Prints an entry that no method can handle, and counts it.
     void Skip(const std::string& what);
 };
 

@@ -27,7 +27,7 @@ void Require(bool succeeded, const std::string& what, const fs::path& path)
         throw std::system_error(errno, std::generic_category(), what + ' ' + Quote(path));
 }
 
-/// Always the same bytes for a size, different ones for different sizes.
+/// Returns the same bytes for the same size, and other ones for another size.
 std::string MakeContent(std::size_t size)
 {
     std::mt19937 random(static_cast<std::mt19937::result_type>(size));

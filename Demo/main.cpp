@@ -38,13 +38,13 @@ struct Arguments
 {
     fs::path module;
     fs::path model;
-    std::optional<fs::path> directory; ///< to mirror; a made tree without one
+    std::optional<fs::path> directory; ///< to mirror; empty: a sample tree
 };
 
 constexpr const char* usage = "usage: talvensor-demo MODULE MODEL [DIR]\n"
                               "  MODULE  libTalvensor.FileSystem.so\n"
                               "  MODEL   Talvensor.FileSystem.NodeSet2.xml\n"
-                              "  DIR     the directory to mirror; without it, one that is made\n";
+                              "  DIR     the directory to mirror; default: a sample tree\n";
 
 std::optional<Arguments> ReadArguments(std::span<char*> arguments)
 {
@@ -67,7 +67,7 @@ Core::NodeId CreateFileSystem(Core::Embedding::Runtime& runtime, const Arguments
 fs::path ChooseSource(const Arguments& arguments, const fs::path& workspace)
 {
     if (arguments.directory) {
-        // Reading it says what is wrong with a directory that is none.
+        // Throws the reason if the path cannot be read as a directory.
         std::ignore = fs::directory_iterator(*arguments.directory);
         return fs::absolute(*arguments.directory);
     }

@@ -2,8 +2,8 @@
 set(TALVENSOR_SANITIZER "" CACHE STRING "address, thread or nothing")
 if(TALVENSOR_SANITIZER STREQUAL "address")
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    # Its check of dynamic types asks for memory through a pipe, and takes a process whose
-    # descriptors are used up, as some tests have it, for one with broken objects.
+    # Its check of dynamic types needs a pipe. In a process without free descriptors, which some
+    # tests have, it would report broken objects.
     add_compile_options(-fno-sanitize=vptr)
     add_link_options(-fsanitize=address,undefined)
 elseif(TALVENSOR_SANITIZER STREQUAL "thread")

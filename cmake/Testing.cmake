@@ -1,5 +1,5 @@
-# What every test program is linked with. Tests are compiled without optimisation, and the
-# framework's headers once for all of them: compiling is most of what a run of all tests takes.
+# Every test program links this. Tests are compiled without optimisation, and the framework's headers
+# once for all of them: most of the time of a full test run is compiling.
 find_package(GTest REQUIRED)
 include(GoogleTest)
 add_library(TalvensorTesting INTERFACE)
@@ -7,14 +7,14 @@ target_link_libraries(TalvensorTesting INTERFACE
     TalvensorWarnings GTest::gtest GTest::gmock GTest::gtest_main)
 target_compile_options(TalvensorTesting INTERFACE -O0)
 
-# A program without tests, since precompiled headers belong to a program.
+# A program without tests, which owns the precompiled headers.
 set(noSource ${CMAKE_BINARY_DIR}/NoTests.cpp)
 file(CONFIGURE OUTPUT ${noSource} CONTENT "")
 add_executable(NoTests ${noSource})
 target_link_libraries(NoTests PRIVATE TalvensorTesting)
 target_precompile_headers(NoTests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 
-# What the tests need that have no label "long".
+# Builds everything that the tests without the label "long" need.
 add_custom_target(ShortTests)
 
 # add_test_program(NAME [LONG] SOURCE...): an executable of tests; LONG if all its tests have the

@@ -5,7 +5,7 @@
 #include <future>
 #include <iostream>
 
-// Asks a file system whether a path exists: example MODULE MODEL PATH
+// Asks a file system if a path exists: example MODULE MODEL PATH
 int main(int argc, char** argv)
 try {
     if (argc != 4)

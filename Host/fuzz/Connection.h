@@ -8,11 +8,11 @@
 
 namespace Fuzz {
 
-/// A TCP connection to a host on loopback that carries frames, whatever is in them.
+/// A TCP connection to a host on loopback that carries frames with any content.
 class Connection
 {
 public:
-    /// Throws std::system_error when nobody listens.
+    /// Throws std::system_error if the host does not listen.
     explicit Connection(std::uint16_t port);
 
     /// Returns false once the other end has closed or broken it.
@@ -23,7 +23,7 @@ public:
     /// the connection has ended.
     [[nodiscard]] std::optional<std::string> Receive(int limit);
     void Close() noexcept { descriptor = {}; }
-    /// Closes with a reset instead of in good order.
+    /// Closes with a reset.
     void Break() noexcept;
 
 private:

@@ -23,7 +23,7 @@ public:
     Hostile& operator=(const Hostile&) = delete;
     virtual ~Hostile() = default;
 
-    /// Does one thing. Throws std::system_error when the host cannot be reached.
+    /// Does one thing. Throws std::system_error if the host cannot be reached.
     virtual void Step() = 0;
 };
 
@@ -51,9 +51,9 @@ private:
     /// Sends a request in the session; some ways of sending change its bytes.
     void Post(Value request, bool isMutated);
     void Send(const std::string& frame);
-    /// Takes answers while they come within the time, until one is of that type.
+    /// Takes answers within the time until one has that type.
     std::optional<Value> Await(const UA_DataType& type, int limit);
-    /// Takes the next answer, or nothing; the value is there when it is a whole response.
+    /// Returns the next answer, or nothing; it has a value if it is a whole response.
     bool TakeAnswer(int limit, std::optional<Value>& value);
     std::optional<Value> Understand(const std::string& frame);
     void Note(Value& response);

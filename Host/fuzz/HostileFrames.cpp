@@ -54,7 +54,7 @@ void HostileFrames::Step()
         SendRequest();
 }
 
-/// Greets and opens a channel, mostly.
+/// Mostly says hello and opens a channel.
 void HostileFrames::Connect()
 {
     connection.emplace(field.port);

@@ -7,12 +7,13 @@
 
 namespace Fuzz {
 
-/// The last frames that were sent, for a run that ends badly.
+/// The last frames that were sent, to write when a run fails.
 class Journal
 {
 public:
     void Add(std::size_t client, const std::string& frame);
-    /// Writes a line for each, oldest first: the client's number, the frame in hexadecimal digits.
+    /// Writes a line for each frame, oldest first: the client's number and the frame in
+    /// hexadecimal.
     void Write(const std::filesystem::path& file) const;
 
 private:

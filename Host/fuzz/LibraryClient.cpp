@@ -1,16 +1,9 @@
 #include "LibraryClient.h"
 
-#include "Identity.h"
-
 #include <OpcUa/UaException.h>
 
-#include <open62541/client_config_default.h>
-#include <open62541/client_highlevel.h>
-#include <open62541/plugin/log_stdout.h>
-#include <open62541/plugin/pki_default.h>
-
 #include <chrono>
-#include <new>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -19,8 +12,10 @@
 namespace Fuzz {
 
 using OpcUa::BytesOf;
+using OpcUa::Encryption;
 using OpcUa::RequireGood;
 using OpcUa::Ua;
+using OpcUa::ViewAsVariant;
 using OpcUa::ViewOf;
 
 namespace {
@@ -31,41 +26,6 @@ constexpr UA_UInt32 folderNumber = 1; // in the host's namespace
 constexpr UA_UInt32 createFileSystem = 2;
 constexpr UA_UInt32 openMethod = 1010;
 constexpr UA_UInt32 getPositionMethod = 1140;
-
-void Configure(UA_ClientConfig& configuration, bool isEncrypted)
-{
-    configuration.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-    if (!isEncrypted) {
-        RequireGood(UA_ClientConfig_setDefault(&configuration), "configuring a client");
-        configuration.securityMode = UA_MESSAGESECURITYMODE_NONE;
-    } else {
-        const OpcUa::Identity& identity = OpcUa::GetIdentity();
-        RequireGood(UA_ClientConfig_setDefaultEncryption(&configuration, identity.certificate,
-                                                         identity.key, nullptr, 0, nullptr, 0),
-                    "configuring an encrypted client");
-        configuration.securityMode = UA_MESSAGESECURITYMODE_SIGNANDENCRYPT;
-        configuration.securityPolicyUri =
-            UA_STRING_ALLOC("http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
-        UA_String_clear(&configuration.clientDescription.applicationUri);
-        configuration.clientDescription.applicationUri =
-            UA_STRING_ALLOC(OpcUa::GetIdentity().applicationUri.c_str());
-        configuration.certificateVerification.clear(&configuration.certificateVerification);
-        UA_CertificateVerification_AcceptAll(&configuration.certificateVerification);
-    }
-    configuration.timeout = longestCall;
-    configuration.noNewSession = true;
-}
-
-UA_Variant View(const void* value, std::size_t type)
-{
-    UA_Variant variant;
-    UA_Variant_init(&variant);
-    variant.type = &UA_TYPES[type];
-    variant.storageType = UA_VARIANT_DATA_NODELETE;
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
-    variant.data = const_cast<void*>(value);
-    return variant;
-}
 
 std::string TextOf(const UA_NodeId& node)
 {
@@ -91,12 +51,11 @@ const UA_DataType& FindResponse(const UA_DataType& request)
 
 LibraryClient::LibraryClient(const std::string& url, bool isEncrypted)
 {
-    UA_ClientConfig configuration{};
-    Configure(configuration, isEncrypted);
-    client.reset(UA_Client_newWithConfig(&configuration));
-    if (!client)
-        throw std::bad_alloc();
-    RequireGood(UA_Client_connect(client.get(), url.c_str()), "connecting to " + url);
+    UA_ClientConfig configuration =
+        OpcUa::MakeClientConfiguration(isEncrypted ? Encryption::Basic256Sha256 : Encryption::None);
+    configuration.timeout = longestCall;
+    configuration.noNewSession = true;
+    client = OpcUa::Connect(configuration, url);
     hostNamespace = FindNamespace("urn:Talvensor:Host");
     fileNamespace = FindNamespace("urn:Talvensor:FileSystem");
 }
@@ -108,11 +67,7 @@ LibraryClient::~LibraryClient()
 
 std::uint16_t LibraryClient::FindNamespace(const std::string& uri) const
 {
-    UA_String name = ViewOf(uri);
-    UA_UInt16 index = 0;
-    RequireGood(UA_Client_NamespaceGetIndex(client.get(), &name, &index),
-                "finding the namespace " + uri);
-    return index;
+    return OpcUa::FindNamespace(*client, uri);
 }
 
 void LibraryClient::Explore(Pool& pool)
@@ -178,7 +133,8 @@ void LibraryClient::OpenFile(const std::string& path)
     std::swap(*files, *static_cast<UA_NodeId*>(output->data));
     const UA_String name = ViewOf(path);
     const UA_Int32 toRead = 1;
-    const UA_Variant inputs[] = {View(&name, UA_TYPES_STRING), View(&toRead, UA_TYPES_INT32)};
+    const UA_Variant inputs[] = {ViewAsVariant(&name, UA_TYPES_STRING),
+                                 ViewAsVariant(&toRead, UA_TYPES_INT32)};
     RequireGood(Call(*files, UA_NODEID_NUMERIC(fileNamespace, openMethod), 2, inputs, output),
                 "Open");
     if (!UA_Variant_hasScalarType(&*output, &UA_TYPES[UA_TYPES_UINT32]))
@@ -195,7 +151,7 @@ void LibraryClient::OpenFile(const std::string& path)
 bool LibraryClient::HasPosition() const
 {
     Ua<UA_Variant> output;
-    const UA_Variant input = View(&handle, UA_TYPES_UINT32);
+    const UA_Variant input = ViewAsVariant(&handle, UA_TYPES_UINT32);
     RequireGood(
         Call(*files, UA_NODEID_NUMERIC(fileNamespace, getPositionMethod), 1, &input, output),
         "the good client's call");

@@ -1,22 +1,20 @@
 #pragma once
 
+#include "PlainClient.h"
 #include "Pool.h"
 #include "Value.h"
 
 #include <OpcUa/Ua.h>
 
-#include <open62541/client.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace Fuzz {
 
-/// A session made with the OPC UA library's own client.
+/// A session of the OPC UA library's own client.
 class LibraryClient
 {
 public:
@@ -30,9 +28,9 @@ public:
     void Explore(Pool& pool);
     [[nodiscard]] std::uint16_t FindNamespace(const std::string& uri) const;
 
-    /// Opens the file on a file system of its own, for `Check`.
+    /// Opens a file on a file system of the session's own, for `Check`.
     void OpenFile(const std::string& path);
-    /// Asks for the open file's position. Throws when a call does not work.
+    /// Reads the position of the open file. Throws if a call fails.
     void Check();
 
     using Answer = std::function<void(UA_StatusCode)>;
@@ -42,12 +40,7 @@ public:
     bool TakeAnswers();
 
 private:
-    struct ClientDeleter
-    {
-        void operator()(UA_Client* client) const noexcept { UA_Client_delete(client); }
-    };
-
-    /// Returns a node below another one.
+    /// A node below another one.
     struct Child
     {
         OpcUa::Ua<UA_NodeId> node;
@@ -60,7 +53,7 @@ private:
                                      OpcUa::Ua<UA_Variant>& output) const;
     [[nodiscard]] bool HasPosition() const;
 
-    std::unique_ptr<UA_Client, ClientDeleter> client;
+    OpcUa::PlainClient client;
     std::uint16_t hostNamespace = 0;
     std::uint16_t fileNamespace = 0;
     OpcUa::Ua<UA_NodeId> files;

@@ -67,7 +67,7 @@ const std::array<FileMethod, 15> methods{{
     {1150, {UA_TYPES_UINT32, UA_TYPES_UINT64}},
 }};
 
-/// Gives an array so many empty elements.
+/// Gives an array `count` empty elements.
 template <typename T>
 void Resize(T*& elements, std::size_t& size, std::size_t wanted, std::size_t type)
 {

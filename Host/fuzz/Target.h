@@ -24,7 +24,7 @@ struct Holdings
 class Target
 {
 public:
-    /// Starts it with its files in a folder, and waits until it listens. Throws when it does not.
+    /// Starts it with its files in a folder, and waits until it listens. Throws if it does not.
     Target(const std::filesystem::path& folder, const std::vector<std::string>& options);
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;

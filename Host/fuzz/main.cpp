@@ -102,7 +102,7 @@ void Attack(Field& field, Target& target, LibraryClient& good, unsigned seconds)
         try {
             field.random.Pick(clients)->Step();
         } catch (const OpcUa::UaException&) {
-            // An encrypted client was not let in; the others go on.
+            // The host refused an encrypted client; the others go on.
         }
         if (step % stepsBetweenChecks == 0)
             good.Check();

@@ -53,8 +53,8 @@ using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Deleter<&EVP_CIPHER_CTX_fr
 using MacAlgorithm = std::unique_ptr<EVP_MAC, Deleter<&EVP_MAC_free>>;
 using MacContext = std::unique_ptr<EVP_MAC_CTX, Deleter<&EVP_MAC_CTX_free>>;
 
-/// Why OpenSSL's last call on this thread failed. Leaves nothing behind that others could take for
-/// a failure of theirs.
+/// Returns the reason why OpenSSL's last call on this thread failed, and clears the thread's
+/// errors, so that others do not take them for theirs.
 std::array<char, 256> TakeReason() noexcept
 {
     std::array<char, 256> text{"its length is wrong, or there is no key"};
@@ -77,8 +77,8 @@ Pointer Require(Pointer pointer, const char* algorithm, std::string_view use)
     return pointer;
 }
 
-/// A policy's own context: what it was before, and what OpenSSL needs for its channels. On the
-/// heap, from UseOpenSsl to `clear`: the library moves policies about.
+/// The context of a policy: its previous functions, and OpenSSL's algorithms for its channels.
+/// Lives on the heap from UseOpenSsl to `clear`, since the library moves policies in memory.
 struct Policy
 {
     Policy(const UA_SecurityPolicy& policy, const Kind& kind, MessageObserver* observer)
@@ -96,8 +96,8 @@ struct Policy
     MacAlgorithm mac;
 };
 
-/// AES in CBC mode under one key, in one direction. Each message starts from the initialization
-/// vector anew. OpenSSL holds the only copy of the key, and cleanses it.
+/// AES in CBC mode with one key, in one direction. Each message starts again with the
+/// initialization vector. OpenSSL has the only copy of the key, and cleanses it.
 class Cipher
 {
 public:
@@ -150,7 +150,7 @@ private:
     bool hasVector = false;
 };
 
-/// HMAC-SHA256 under one key. OpenSSL holds the only copy of the key, and cleanses it.
+/// HMAC-SHA256 with one key. OpenSSL has the only copy of the key, and cleanses it.
 class Mac
 {
 public:
@@ -176,7 +176,7 @@ public:
     [[nodiscard]] bool Compute(const UA_ByteString& message, unsigned char* code) noexcept
     {
         std::size_t length = 0;
-        // Without a key: back to the state behind the last one.
+        // Without a key, this restores the state after the last key.
         return hasKey && EVP_MAC_init(context.get(), nullptr, 0, nullptr) == 1 &&
                EVP_MAC_update(context.get(), message.data, message.length) == 1 &&
                EVP_MAC_final(context.get(), code, &length, signatureLength) == 1 &&
@@ -188,8 +188,8 @@ private:
     bool hasKey = false;
 };
 
-/// A channel's context: the library's, and the keys of both directions. As with the library's own,
-/// one thread at a time.
+/// The context of a channel: the library's context, and the keys of both directions. One thread at
+/// a time, as with the library's own.
 struct Channel final : Seal
 {
     explicit Channel(const Policy& policy)
@@ -209,7 +209,7 @@ struct Channel final : Seal
 
     [[nodiscard]] bool Apply(std::vector<unsigned char>& message) override;
 
-    /// Before anything is signed: `data` is in a buffer of the caller's.
+    /// Called before signing. `data` is in a buffer of the caller.
     void TellObserver(const UA_ByteString& data) noexcept
     {
         if (policy.observer != nullptr)
@@ -222,7 +222,7 @@ struct Channel final : Seal
     Mac verifying;
     Cipher encrypting;
     Cipher decrypting;
-    bool encrypts = false; ///< and does not only sign: the last message was encrypted
+    bool encrypts = false; ///< the last message was encrypted, not only signed
 };
 
 bool Channel::Apply(std::vector<unsigned char>& message)
@@ -248,7 +248,7 @@ Channel& ChannelOf(void* context) noexcept
     return *static_cast<Channel*>(context);
 }
 
-/// The library's policy behind one of ours, with what others may have changed in ours since.
+/// Returns the library's policy behind one of ours, with later changes of ours by others.
 UA_SecurityPolicy& LibraryOf(const UA_SecurityPolicy& policy) noexcept
 {
     UA_SecurityPolicy& library = static_cast<Policy*>(policy.policyContext)->library;
@@ -296,7 +296,7 @@ UA_StatusCode Verify(void* context, const UA_ByteString* message,
                                    "compute the signature of a message");
         status != UA_STATUSCODE_GOOD)
         return status;
-    // Takes the same time wherever they differ.
+    // Takes the same time independent of where they differ.
     const bool isSame = signature->length == signatureLength &&
                         CRYPTO_memcmp(signature->data, expected.data(), signatureLength) == 0;
     const bool isTaken =
@@ -318,7 +318,7 @@ UA_StatusCode Decrypt(void* context, UA_ByteString* data) noexcept
     return Report(channel.decrypting.Run(*data), channel, "decrypt a message");
 }
 
-/// Keys go to OpenSSL and not to the library, which has no use for them.
+/// Gives the keys to OpenSSL and not to the library, which does not need them.
 template <auto algorithm>
 UA_StatusCode SetKey(void* context, const UA_ByteString* key) noexcept
 {
@@ -368,7 +368,7 @@ UA_StatusCode CompareCertificate(const void* context, const UA_ByteString* certi
     return channel.policy.library.channelModule.compareCertificate(channel.library, certificate);
 }
 
-// What stays the library's is handed on to it, with its own contexts.
+// The library still does the rest, with its own contexts.
 
 const auto& AsymmetricSignature(const UA_SecurityPolicy& policy) noexcept
 {
@@ -399,7 +399,7 @@ template <auto algorithm, auto function, typename Algorithm, typename Result, ty
           typename... Arguments>
 void HandOn(Algorithm& to, Result (*Algorithm::*)(Context*, Arguments...))
 {
-    // The library leaves out functions that it does not need.
+    // The library leaves functions null that it does not need.
     if (to.*function != nullptr)
         to.*function = [](Context* context, Arguments... arguments) noexcept -> Result {
             const Channel& channel = *static_cast<const Channel*>(context);

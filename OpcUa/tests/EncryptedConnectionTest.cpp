@@ -92,7 +92,7 @@ public:
         loop.join();
     }
 
-    /// After what it hears next: nothing wakes the library's loop from another thread.
+    /// Stops after the next event: nothing wakes the library's loop from another thread.
     void Stop() noexcept { stopping = true; }
 
     [[nodiscard]] const std::string& GetUrl() const { return url; }

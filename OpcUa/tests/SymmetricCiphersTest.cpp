@@ -81,10 +81,10 @@ Bytes ToBytes(const UA_ByteString& string)
     return {string.data, string.data + string.length};
 }
 
-/// Refusals are what some tests are about.
+/// Logs nothing, since some tests are about refusals.
 const UA_Logger quiet = UA_Log_Stdout_withLevel(UA_LOGLEVEL_FATAL);
 
-/// A policy of the test's own, cleared with it.
+/// Owns a policy and clears it at the end.
 struct PolicyUnderTest : UA_SecurityPolicy
 {
     PolicyUnderTest(const Kind& kind, Ciphers ciphers, const Identity& identity = GetIdentity())
@@ -112,7 +112,7 @@ Keys MakeKeys(const Kind& kind, unsigned int seed)
             MakeBytes(16, seed + 2)};
 }
 
-/// What one end of a connection does with its messages.
+/// One end of a connection.
 class End
 {
 public:
@@ -379,7 +379,7 @@ TEST_P(APolicyWithOpenSsl, RefusesKeysAndMessagesOfAWrongLength)
     EXPECT_THROW(end.Set(channels.setLocalSymSigningKey, {}), UaException);
     EXPECT_THROW(end.Set(channels.setLocalSymEncryptingKey, Bytes(24)), UaException);
     EXPECT_THROW(end.Set(channels.setRemoteSymIv, Bytes(15)), UaException);
-    // What was there before is not used instead.
+    // The previous key is not used instead.
     EXPECT_THROW(end.Sign(MakeBytes(32, 1)), UaException);
     EXPECT_THROW(end.Encrypt(MakeBytes(32, 1)), UaException);
     EXPECT_THROW(end.Decrypt(MakeBytes(32, 1)), UaException);
@@ -439,7 +439,7 @@ TEST_P(APolicyWithOpenSsl, HasTheLengthsAndUrisItHad)
     expectSame(openSsl.asymmetricModule.cryptoModule, library.asymmetricModule.cryptoModule);
 }
 
-/// Both have the same certificate, so that each is its own peer.
+/// Both ends have the same certificate, so that each is its own peer.
 TEST_P(APolicyWithOpenSsl, LeavesTheHandshakeToTheLibrary)
 {
     End ours(openSsl);

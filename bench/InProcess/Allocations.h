@@ -4,7 +4,7 @@
 
 namespace Bench {
 
-/// How often the calling thread has allocated with operator new.
+/// Returns the number of allocations with operator new by the calling thread.
 [[nodiscard]] std::size_t CountAllocations() noexcept;
 
 } // namespace Bench

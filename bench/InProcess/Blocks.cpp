@@ -11,11 +11,11 @@ namespace {
 
 constexpr std::size_t fileSize = std::size_t{1} << 30U;
 
-/// A client asks after so many bytes whether they have been written, and before it goes on for the
-/// answer to the question before: so twice as many may wait in the queue.
+/// After so many bytes a client asks if they have been written; before it goes on, it waits for the
+/// answer to the previous question. So twice as many bytes may be in the queue.
 constexpr std::size_t burstSize = std::size_t{4} << 20U;
 
-/// Uploads blocks the way clients do: pipelined, with bounds on what waits.
+/// Uploads blocks as clients do: pipelined, with a limit on the bytes in the queue.
 class Uploader
 {
 public:
@@ -69,7 +69,7 @@ void WriteByHand(const std::string& path, const Bytes& block, std::size_t count)
         Support::ThrowSystemError(path);
 }
 
-/// Throws unless the file is as long as so many blocks.
+/// Throws unless the file has the size of `count` blocks.
 void CheckFile(const std::string& path, std::size_t size)
 {
     if (std::filesystem::file_size(path) != size)

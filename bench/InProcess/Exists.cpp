@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t batch = 10'000;
 
-/// By hand: a queue of paths, and a thread that asks and hands over what an event carries.
+/// The reference: a queue of paths, and a thread that tests each and passes on an event's values.
 class ByHand
 {
 public:
@@ -64,8 +64,8 @@ private:
         return true;
     }
 
-    /// With all that subscribers get: identifier, type, source and its name, two times, message,
-    /// severity, and the answer.
+    /// Returns all values that subscribers get: identifier, type, source and its name, two times,
+    /// message, severity, and the answer.
     void Answer(bool exists)
     {
         const auto id = Core::Guid::Random().GetBytes();

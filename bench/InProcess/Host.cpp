@@ -29,7 +29,7 @@ void Arrivals::Wait(std::size_t mayBeMissing)
     std::unique_lock lock(mutex);
     allowed = mayBeMissing;
     if (!enough.wait_for(lock, limit, [this] { return missing <= allowed; }))
-        throw std::runtime_error(std::to_string(missing) + " answers have not come");
+        throw std::runtime_error(std::to_string(missing) + " answers are missing");
     allowed = 0;
 }
 

@@ -15,15 +15,15 @@ namespace Bench {
 using Bytes = std::vector<unsigned char>;
 using Values = std::vector<Core::Value>;
 
-/// Counts what has been handed over on one thread, for another that waits for a number of it.
+/// Counts arrivals on one thread, for another one that waits for a number of them.
 class Arrivals
 {
 public:
-    /// So many more will come.
+    /// Announces `count` further arrivals.
     void Expect(std::size_t count);
     void Add();
-    /// Back when all that was expected has come, but for so many. Throws when it does not come.
-    /// One thread at a time.
+    /// Returns when at most `mayBeMissing` of the announced arrivals are missing. Throws after ten
+    /// minutes. One thread at a time.
     void Wait(std::size_t mayBeMissing = 0);
 
 private:
@@ -33,7 +33,7 @@ private:
     std::size_t allowed = 0; // guarded by mutex: how many may be missing for who waits
 };
 
-/// An embedded host with the module loaded, one file system, and a session that calls its methods.
+/// An embedded host with the module, one file system, and a session that calls its methods.
 class Host
 {
 public:
@@ -42,7 +42,7 @@ public:
     Host& operator=(const Host&) = delete;
     ~Host();
 
-    /// Throws when the call is refused.
+    /// Throws if the call is refused.
     Values Call(const std::string& method, const Values& inputs);
 
     /// Counts the events of the file system.
@@ -56,7 +56,7 @@ private:
     Core::Embedding::EventSubscription subscription;
 };
 
-/// The contents of a file in which no block is like the next.
+/// Returns the content of a file in which no two blocks are the same.
 [[nodiscard]] Bytes MakeContent(std::size_t size);
 
 } // namespace Bench

@@ -14,7 +14,7 @@ namespace Bench {
 
 namespace {
 
-/// As many entries as one listing carries: folders, and in each of them files.
+/// The number of entries that fit into one listing: folders with files in each.
 constexpr std::size_t folderCount = 240;
 constexpr std::size_t filesPerFolder = 255;
 
@@ -28,7 +28,7 @@ void MakeTree(const std::filesystem::path& root)
     }
 }
 
-/// What `find` does from its start to its end, its output thrown away.
+/// Runs `find` and drops its output.
 void Find(const std::string& root)
 {
     const char* const arguments[] = {"find",    root.c_str(),   "-mindepth", "1",

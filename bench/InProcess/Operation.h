@@ -7,21 +7,22 @@
 
 namespace Bench {
 
-/// Something to be measured. One whose name ends in "/reference" does the same work by hand.
+/// An operation to measure. One whose name ends in "/reference" does the same work by hand.
 struct Operation
 {
     std::string name;
-    /// How many are done in one go: enough to keep a queue busy.
+    /// The number of operations in one run: enough to keep a queue busy.
     std::size_t batch = 1;
-    /// The bytes that one of them carries; 0 where that says nothing.
+    /// The bytes of one operation; 0 if they do not matter.
     std::size_t bytes = 0;
 
-    /// What is done before the clock runs. What it costs does not depend on how many follow.
+    /// Prepares a run before the clock starts. Its cost does not depend on the number of
+    /// operations.
     std::function<void()> prepare = [] {
     };
-    /// Does so many, at most a batch; back when all are done.
+    /// Does a number of operations, at most a batch, and returns when all have finished.
     std::function<void(std::size_t count)> run;
-    /// What is done after a batch, when the clock has stopped.
+    /// Cleans up after a batch, when the clock has stopped.
     std::function<void()> tidy = [] {
     };
 };

@@ -7,8 +7,8 @@
 
 namespace Bench {
 
-/// Each gives a figure and its reference. `folder` is empty and on a memory file system; what is
-/// returned refers to `host`.
+/// Each returns an operation and its reference. `folder` is empty and on a memory file system. The
+/// operations use `host`, which must outlive them.
 [[nodiscard]] Operations MakeExistsOperations(Host& host, const std::filesystem::path& folder);
 [[nodiscard]] Operations MakeUploadOperations(Host& host, const std::filesystem::path& folder);
 [[nodiscard]] Operations MakeBlocksOperations(Host& host, const std::filesystem::path& folder);

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t batch = 1'000;
 constexpr unsigned int length = 61440;
 
-/// Throws unless a block is as long as it was written.
+/// Throws unless a block has its full size.
 void Check(std::size_t size)
 {
     if (size != length)

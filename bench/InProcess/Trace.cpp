@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t batch = 10'000;
 
-/// The least that a task does.
+/// Does as little as a task can.
 void Work(const std::string& path)
 {
     struct stat status = {};
@@ -22,7 +22,7 @@ void Work(const std::string& path)
         Support::ThrowSystemError(path);
 }
 
-/// A line like those that tasks begin with, which nobody has asked for.
+/// Writes a trace line as tasks do when they begin; no log level shows it.
 void Trace(const std::string& path, const Core::DateTime& time)
 {
     FileSystem::Log({Core::LogLevel::Trace, FileSystem::LogCode::general, __FILE__, "DoWork", 1},

@@ -34,7 +34,7 @@ void Require(bool success, const std::string& path)
         Support::ThrowSystemError(path);
 }
 
-/// The system calls that an upload comes to: each question and each change.
+/// Makes the system calls of an upload.
 void UploadByHand(const std::string& path, const Bytes& content)
 {
     struct stat status = {};

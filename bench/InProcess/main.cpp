@@ -15,10 +15,10 @@
 #include <string_view>
 
 // InProcessBench [Google Benchmark's options]
-//   measures every operation beside its reference, in rounds and in no fixed order.
+//   measures every operation beside its reference, in rounds and in random order.
 // InProcessBench --count FOLDER OPERATION NUMBER
-//   does one operation so many times, for tools that count. What it leaves in the folder is the
-//   caller's to remove.
+//   does one operation NUMBER times, for tools that count. The caller removes the files that it
+//   leaves in the folder.
 
 namespace Bench {
 
@@ -28,7 +28,7 @@ constexpr const char* memoryFileSystem = "/dev/shm";
 
 using MakeOperations = Operations (*)(Host& host, const std::filesystem::path& folder);
 
-/// What makes the operations whose names begin so.
+/// Makes the operations whose names begin with `name`.
 struct Group
 {
     const char* name;
@@ -66,7 +66,7 @@ void Measure(benchmark::State& state, const Operation& operation)
         state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(operation.bytes));
 }
 
-/// The bench's defaults, and what the caller gives: that comes later and so counts.
+/// Returns the bench's defaults, followed by the caller's options, which take precedence.
 std::vector<std::string> MakeArguments(int argc, char** argv)
 {
     std::vector<std::string> arguments{"InProcessBench", "--benchmark_repetitions=9",
@@ -77,7 +77,7 @@ std::vector<std::string> MakeArguments(int argc, char** argv)
     return arguments;
 }
 
-/// Leaves out of the names what the library adds to say how time was taken.
+/// Removes the library's suffixes about measuring time from the names.
 template <typename Reporter>
 class WithPlainNames final : public Reporter
 {

@@ -1,5 +1,4 @@
-// Treats a host badly until it is killed, in one of several ways; says "attacking" once it has
-// begun.
+// Attacks a host in one of several ways until it is killed; prints "attacking" once it has begun.
 
 #include "RawSession.h"
 #include "Report.h"
@@ -47,7 +46,7 @@ void Announce()
         std::cout << "attacking" << std::endl;
 }
 
-/// A connection, or none when the host takes no more for now.
+/// Returns a connection, or nothing if the host takes no more for now.
 std::unique_ptr<RawSession> TryConnect(const Options& options)
 {
     try {
@@ -57,7 +56,7 @@ std::unique_ptr<RawSession> TryConnect(const Options& options)
     }
 }
 
-/// A session; one is there in the end, whatever the host still has to give up.
+/// Returns a session; tries again until the host has a place for it.
 std::unique_ptr<RawSession> LogIn(const Options& options)
 {
     for (;;)
@@ -73,7 +72,7 @@ void Resize(T*& elements, std::size_t& size, std::size_t wanted, std::size_t typ
     elements = static_cast<T*>(array);
 }
 
-/// Asks for one session after the other and activates none.
+/// Creates one session after the other and activates none.
 [[noreturn]] void CreateSessions(const Options& options)
 {
     std::unique_ptr<RawSession> session;
@@ -193,7 +192,7 @@ Value MakeMonitoring(UA_UInt32 subscription, std::size_t count, bool hasConditio
     return request;
 }
 
-/// The subscription's number; 0 when the host refuses one.
+/// Returns the subscription's number; 0 if the host refuses one.
 UA_UInt32 Subscribe(RawSession& session)
 {
     Value request = MakeSubscribing();

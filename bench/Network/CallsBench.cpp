@@ -1,4 +1,4 @@
-// Calls to a host that runs: how long they take, and what may hold them up.
+// Measures how long calls to a running host take, alone and under load.
 
 #include "Loopback.h"
 #include "Report.h"
@@ -66,7 +66,7 @@ private:
                                     {MakeVariant(name), MakeVariant(readMode)});
     }
 
-    /// What was asked before is done when an event answers what is asked here.
+    /// Waits for everything before: the event of this request comes after it.
     void AwaitOpening()
     {
         bool isHeard = false;
@@ -83,7 +83,7 @@ struct Calls
     double perSecond = 0;
 };
 
-/// Asks where a file stands, so many times.
+/// Reads the position of a file `count` times.
 Calls MeasureCalls(OpenFile& file, std::size_t count, std::size_t inFlight)
 {
     Calls calls;
@@ -112,7 +112,7 @@ Calls MeasureCalls(OpenFile& file, std::size_t count, std::size_t inFlight)
     return calls;
 }
 
-/// Calls and, of the same bytes, plain requests and answers over loopback.
+/// Measures calls, and plain requests and answers of the same size over loopback.
 void RunCalls(const Options& options)
 {
     OpenFile file(options);
@@ -133,7 +133,7 @@ void RunCalls(const Options& options)
               << "\n";
 }
 
-/// The round trips of calls, nothing else.
+/// Measures the round trips of calls only.
 void RunProbe(const Options& options)
 {
     OpenFile file(options);
@@ -143,7 +143,7 @@ void RunProbe(const Options& options)
               << "\n";
 }
 
-/// Reads a file for ever, with many blocks asked for at any time.
+/// Reads a file without end, with many requests in flight.
 [[noreturn]] void RunReader(const Options& options)
 {
     OpenFile file(options);
@@ -162,7 +162,7 @@ void RunProbe(const Options& options)
     }
 }
 
-/// Reads from a pipe, with many clients at once, until standard input ends. Nothing answers them.
+/// Reads from a pipe with many clients at once until standard input ends. The reads never finish.
 void RunBlocked(const Options& options)
 {
     std::list<OpenFile> clients;

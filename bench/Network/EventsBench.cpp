@@ -1,5 +1,5 @@
-// Events, from where they are raised to a client's callback: a host in this process, a client that
-// is connected to it through loopback, and loopback itself beside it.
+// Measures events from where they are raised to a client's callback. The host is in this process,
+// the client is connected to it over loopback; the reference is loopback itself.
 
 #include "Loopback.h"
 #include "Report.h"
@@ -67,7 +67,7 @@ public:
 
     [[nodiscard]] std::string GetUrl() const { return endpoint->GetUrls().front(); }
 
-    /// Has the module raise an event, on a thread of its own.
+    /// Makes the module raise an event, on a thread of its own.
     void Raise()
     {
         if (!runtime.Call(session, files, "Exists", {"/"}).taken)
@@ -102,7 +102,7 @@ private:
     std::thread loop;
 };
 
-/// Hears the shared node's events.
+/// Receives the events of the shared node.
 class Listener
 {
 public:
@@ -110,13 +110,13 @@ public:
         : client(host.GetUrl())
     {
         client.Subscribe(client.GetSharedFiles(sharedNode), [this](UA_DateTime raised) {
-            // Core stamps an event when it is raised.
+            // Core sets the time of an event when it is raised.
             latency = static_cast<double>(UA_DateTime_now() - raised) / ticksPerMicrosecond;
             ++heard;
         });
     }
 
-    /// Waits until so many have been heard in all.
+    /// Waits until `count` events have come in all.
     void Await(std::size_t count)
     {
         client.Run([&] { return heard >= count; });
@@ -130,7 +130,7 @@ private:
     double latency = 0;
 };
 
-/// One at a time: nothing else is on its way.
+/// Measures one event at a time.
 Samples MeasureLatency(EmbeddedHost& host, Listener& listener, std::size_t count)
 {
     Samples samples;
@@ -144,7 +144,7 @@ Samples MeasureLatency(EmbeddedHost& host, Listener& listener, std::size_t count
     return samples;
 }
 
-/// As fast as they can be raised.
+/// Measures events that are raised as fast as possible.
 double MeasureRate(EmbeddedHost& host, Listener& listener, std::size_t count)
 {
     const auto start = Clock::now();

@@ -136,7 +136,7 @@ private:
             while (const std::size_t count = requests.Receive())
                 Send(socket, count * answerBytes);
         } catch (const std::system_error&) {
-            // The other end, which is gone, fails with the reason.
+            // The other end is gone, and fails with the reason.
         }
     }
 

@@ -13,17 +13,17 @@
 
 namespace Bench {
 
-/// An unencrypted connection that sends what no client library would.
+/// An unencrypted connection that can send what no client library would send.
 class RawSession
 {
 public:
-    /// Opens a channel. Throws std::runtime_error when the host does not let it.
+    /// Opens a channel. Throws std::runtime_error if the host refuses.
     explicit RawSession(std::uint16_t port);
 
-    /// Creates a session and activates it, without a user. False when the host refuses.
+    /// Creates and activates a session without a user. Returns false if the host refuses.
     bool LogIn();
-    /// Sends a request and waits for its answer; nothing when the connection ends instead. The
-    /// caller sets all of it but the header.
+    /// Sends a request and returns its answer; nothing if the connection ends instead. The caller
+    /// sets all members but the header.
     std::optional<Fuzz::Value> Ask(Fuzz::Value& request);
     /// Sends a chunk of a message that goes on.
     void SendUnfinished(const std::string& content);

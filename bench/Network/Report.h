@@ -4,7 +4,7 @@
 
 namespace Bench {
 
-/// Parses the command line and runs what it asks for; returns the exit status. Throws what that
+/// Parses the command line and runs its command; returns the exit status. Throws what the command
 /// throws.
 int RunProgram(CLI::App& app, int argc, char** argv);
 

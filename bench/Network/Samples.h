@@ -22,7 +22,7 @@ public:
     void Reserve(std::size_t count) { values.reserve(count); }
     void Add(double microseconds) { values.push_back(microseconds); }
 
-    /// {"median": ..., "p99": ..., "largest": ..., "count": ...}. REQUIRES: there are some.
+    /// {"median": ..., "p99": ..., "largest": ..., "count": ...}. REQUIRES: there are samples.
     [[nodiscard]] nlohmann::json Summarise() const;
 
 private:

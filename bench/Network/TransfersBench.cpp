@@ -1,4 +1,4 @@
-// Transfers of one session, or of many at once, without the time that connecting takes.
+// Measures transfers of one session, or of many at once, without connecting.
 
 #include "Report.h"
 #include "Samples.h"
@@ -29,7 +29,7 @@ struct Options
     bool isUpload = false;
     std::string state;
     std::string source;
-    std::string target; ///< with the session's number behind it, counted from 0
+    std::string target; ///< followed by the session's number, counted from 0
     std::size_t sessions = 1;
 };
 
@@ -43,7 +43,7 @@ public:
         , files(connection)
     {}
 
-    /// Throws when it is not complete.
+    /// Throws if the transfer is not complete.
     void Run()
     {
         const std::vector<Client::TransferItem> items{
@@ -81,7 +81,7 @@ private:
     Clock::time_point finished;
 };
 
-/// Runs them all at once, each on a thread, and prints how long that took.
+/// Runs all of them at once, each on a thread, and prints the time.
 void Measure(const Options& options)
 {
     std::vector<std::unique_ptr<Transfer>> transfers;

@@ -1,14 +1,8 @@
 #include "UaClient.h"
 
-#include "Identity.h"
-
 #include <OpcUa/UaException.h>
 
-#include <open62541/client_config_default.h>
-#include <open62541/client_highlevel.h>
 #include <open62541/client_subscriptions.h>
-#include <open62541/plugin/log_stdout.h>
-#include <open62541/plugin/pki_default.h>
 
 #include <array>
 #include <stdexcept>
@@ -18,59 +12,33 @@ namespace Bench {
 
 using OpcUa::RequireGood;
 using OpcUa::Ua;
+using OpcUa::ViewAsVariant;
 using OpcUa::ViewOf;
 
 namespace {
 
-constexpr UA_UInt32 roundTime = 1000; // ms
-constexpr std::size_t longestSilence = 60;
+constexpr UA_UInt32 roundTime = 1000;     // ms
+constexpr UA_UInt32 longestCall = 60'000; // ms
 constexpr UA_UInt32 createFileSystem = 2;
 constexpr UA_UInt32 fileSystemsFolder = 1;
-
-UA_Variant View(const void* value, std::size_t type)
-{
-    UA_Variant variant;
-    UA_Variant_init(&variant);
-    variant.type = &UA_TYPES[type];
-    variant.storageType = UA_VARIANT_DATA_NODELETE;
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
-    variant.data = const_cast<void*>(value);
-    return variant;
-}
 
 } // namespace
 
 struct UaClient::Pending
 {
-    UaClient& client;
     Answer answer;
 };
 
 UaClient::UaClient(const std::string& url)
 {
-    UA_ClientConfig configuration{};
-    configuration.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-    RequireGood(UA_ClientConfig_setDefault(&configuration), "configuring a client");
-    configuration.securityMode = UA_MESSAGESECURITYMODE_NONE;
+    UA_ClientConfig configuration = OpcUa::MakeClientConfiguration(OpcUa::Encryption::None);
     Connect(url, configuration);
 }
 
 UaClient::UaClient(const std::string& url, const std::string& user, const std::string& password)
 {
-    const OpcUa::Identity& identity = OpcUa::GetIdentity();
-    UA_ClientConfig configuration{};
-    configuration.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-    RequireGood(UA_ClientConfig_setDefaultEncryption(&configuration, identity.certificate,
-                                                     identity.key, nullptr, 0, nullptr, 0),
-                "configuring an encrypted client");
-    configuration.securityMode = UA_MESSAGESECURITYMODE_SIGNANDENCRYPT;
-    configuration.securityPolicyUri =
-        UA_STRING_ALLOC("http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
-    UA_String_clear(&configuration.clientDescription.applicationUri);
-    configuration.clientDescription.applicationUri =
-        UA_STRING_ALLOC(OpcUa::GetIdentity().applicationUri.c_str());
-    configuration.certificateVerification.clear(&configuration.certificateVerification);
-    UA_CertificateVerification_AcceptAll(&configuration.certificateVerification);
+    UA_ClientConfig configuration =
+        OpcUa::MakeClientConfiguration(OpcUa::Encryption::Basic256Sha256);
     RequireGood(
         UA_ClientConfig_setAuthenticationUsername(&configuration, user.c_str(), password.c_str()),
         "naming the user");
@@ -79,27 +47,15 @@ UaClient::UaClient(const std::string& url, const std::string& user, const std::s
 
 void UaClient::Connect(const std::string& url, UA_ClientConfig& configuration)
 {
-    configuration.timeout = roundTime * longestSilence;
-    client.reset(UA_Client_newWithConfig(&configuration));
-    if (!client)
-        throw std::bad_alloc();
-    RequireGood(UA_Client_connect(client.get(), url.c_str()), "connecting to " + url);
-    hostNamespace = GetNamespace("urn:Talvensor:Host");
-    filesNamespace = GetNamespace("urn:Talvensor:FileSystem");
+    configuration.timeout = longestCall;
+    client = OpcUa::Connect(configuration, url);
+    hostNamespace = OpcUa::FindNamespace(*client, "urn:Talvensor:Host");
+    filesNamespace = OpcUa::FindNamespace(*client, "urn:Talvensor:FileSystem");
 }
 
 UaClient::~UaClient()
 {
     UA_Client_disconnect(client.get());
-}
-
-UA_UInt16 UaClient::GetNamespace(const std::string& uri) const
-{
-    UA_String name = ViewOf(uri);
-    UA_UInt16 index = 0;
-    RequireGood(UA_Client_NamespaceGetIndex(client.get(), &name, &index),
-                "finding the namespace " + uri);
-    return index;
 }
 
 UA_NodeId UaClient::GetSharedFiles(const std::string& name) const
@@ -134,7 +90,7 @@ void UaClient::Post(const UA_NodeId& object, Method method,
     UA_CallRequest request{};
     request.methodsToCall = &call;
     request.methodsToCallSize = 1;
-    auto pending = std::make_unique<Pending>(Pending{*this, std::move(answer)});
+    auto pending = std::make_unique<Pending>(Pending{std::move(answer)});
     RequireGood(__UA_Client_AsyncService(client.get(), &request, &UA_TYPES[UA_TYPES_CALLREQUEST],
                                          OnAnswer, &UA_TYPES[UA_TYPES_CALLRESPONSE], pending.get(),
                                          nullptr),
@@ -146,7 +102,6 @@ void UaClient::OnAnswer(UA_Client*, void* userdata, UA_UInt32, void* response)
 {
     const std::unique_ptr<Pending> pending(static_cast<Pending*>(userdata));
     const auto& answer = *static_cast<const UA_CallResponse*>(response);
-    ++pending->client.arrived;
     UA_CallMethodResult failed{};
     failed.statusCode = answer.responseHeader.serviceResult;
     pending->answer(answer.resultsSize == 1 ? answer.results[0] : failed);
@@ -207,7 +162,6 @@ void UaClient::Subscribe(const UA_NodeId& node, Heard given)
         [](UA_Client*, UA_UInt32, void*, UA_UInt32, void* context, std::size_t count,
            UA_Variant* values) {
             auto& self = *static_cast<UaClient*>(context);
-            ++self.arrived;
             if (count == 1 && UA_Variant_hasScalarType(values, &UA_TYPES[UA_TYPES_DATETIME]))
                 (*self.heard)(*static_cast<const UA_DateTime*>(values->data));
         },
@@ -217,30 +171,27 @@ void UaClient::Subscribe(const UA_NodeId& node, Heard given)
 
 void UaClient::RunOnce()
 {
-    const std::size_t before = arrived;
-    const UA_StatusCode status = UA_Client_run_iterate(client.get(), roundTime);
-    RequireGood(status, "keeping the connection");
-    silentRounds = arrived == before ? silentRounds + 1 : 0;
+    RequireGood(UA_Client_run_iterate(client.get(), roundTime), "keeping the connection");
 }
 
 UA_Variant MakeVariant(const std::uint32_t& number)
 {
-    return View(&number, UA_TYPES_UINT32);
+    return ViewAsVariant(&number, UA_TYPES_UINT32);
 }
 
 UA_Variant MakeVariant(const std::int32_t& number)
 {
-    return View(&number, UA_TYPES_INT32);
+    return ViewAsVariant(&number, UA_TYPES_INT32);
 }
 
 UA_Variant MakeVariant(const UA_String& text)
 {
-    return View(&text, UA_TYPES_STRING);
+    return ViewAsVariant(&text, UA_TYPES_STRING);
 }
 
 UA_Variant MakeVariant(const bool& flag)
 {
-    return View(&flag, UA_TYPES_BOOLEAN);
+    return ViewAsVariant(&flag, UA_TYPES_BOOLEAN);
 }
 
 } // namespace Bench

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <OpcUa/Ua.h>
+#include "PlainClient.h"
 
-#include <open62541/client.h>
+#include <OpcUa/Ua.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,8 +23,8 @@ enum class Method : std::uint32_t
     GetPosition = 1140,
 };
 
-/// A plain connection made with the OPC UA library's own client, which shares no code with ours:
-/// what is measured is the host. One thread.
+/// A connection of the OPC UA library's own client, which shares no code with the project's client:
+/// only the host is measured. One thread uses it.
 class UaClient
 {
 public:
@@ -38,24 +38,22 @@ public:
     using Answer = std::function<void(const UA_CallMethodResult&)>;
     using Heard = std::function<void(UA_DateTime raised)>;
 
-    /// The node of a shared file system.
+    /// Returns the node of a shared file system.
     [[nodiscard]] UA_NodeId GetSharedFiles(const std::string& name) const;
-    /// A new file system of this session's own.
+    /// Makes a file system of this session's own.
     [[nodiscard]] OpcUa::Ua<UA_NodeId> CreateFiles();
 
-    /// Sends a call; the arguments are read before this returns. `answer` is called from `Run`; it
-    /// may not send.
+    /// Sends a call; copies the arguments. `Run` calls `answer`, which must not send.
     void Post(const UA_NodeId& object, Method method, std::initializer_list<UA_Variant> inputs,
               Answer answer);
-    /// Waits for the one output of a call. Throws when it has none.
+    /// Calls a method and returns its one output. Throws if it has none.
     [[nodiscard]] std::uint32_t CallForNumber(const UA_NodeId& object, Method method,
                                               std::initializer_list<UA_Variant> inputs);
 
-    /// Hears the events of a node from `Run` on.
+    /// Subscribes to the events of a node; `Run` calls `heard`.
     void Subscribe(const UA_NodeId& node, Heard heard);
 
-    /// Takes what comes until the condition holds. Throws when the connection breaks, or when
-    /// nothing comes for a minute.
+    /// Takes answers and events until the condition holds. Throws if the connection breaks.
     template <typename Condition>
     void Run(const Condition& condition)
     {
@@ -64,26 +62,19 @@ public:
     }
 
 private:
-    struct ClientDeleter
-    {
-        void operator()(UA_Client* client) const noexcept { UA_Client_delete(client); }
-    };
     struct Pending;
 
     void Connect(const std::string& url, UA_ClientConfig& configuration);
     static void OnAnswer(UA_Client* client, void* userdata, UA_UInt32 request, void* response);
     void RunOnce();
-    [[nodiscard]] UA_UInt16 GetNamespace(const std::string& uri) const;
 
-    std::unique_ptr<Heard> heard; // where the library finds it
-    std::unique_ptr<UA_Client, ClientDeleter> client;
+    std::unique_ptr<Heard> heard; // on the heap: the library has its address
+    OpcUa::PlainClient client;
     UA_UInt16 hostNamespace = 0;
     UA_UInt16 filesNamespace = 0;
-    std::size_t arrived = 0;
-    std::size_t silentRounds = 0;
 };
 
-// Views, valid as long as what they are made of.
+// Return views, which are valid as long as their arguments.
 [[nodiscard]] UA_Variant MakeVariant(const std::uint32_t& number);
 [[nodiscard]] UA_Variant MakeVariant(const std::int32_t& number);
 [[nodiscard]] UA_Variant MakeVariant(const UA_String& text);

@@ -27,13 +27,13 @@ public:
     Seal& operator=(const Seal&) = delete;
     virtual ~Seal() = default;
 
-    /// Pads, signs and encrypts a message of one chunk, as the last message of the channel was, and
-    /// enters its length. `message`: the headers, with the sequence header, and the body. False if
-    /// OpenSSL refuses.
+    /// Pads, signs and encrypts a message of one chunk as the last message of the channel, and
+    /// enters its length. `message` has the headers, with the sequence header, and the body.
+    /// Returns false if OpenSSL refuses.
     [[nodiscard]] virtual bool Apply(std::vector<unsigned char>& message) = 0;
 };
 
-/// Hears of the messages of a policy's channels before they are signed, and after they are
+/// Observes the messages of a policy's channels before they are signed, and after they are
 /// verified.
 class MessageObserver
 {
@@ -48,23 +48,22 @@ public:
     virtual void OnSigning(unsigned char* data, std::size_t size, Seal& seal) noexcept = 0;
 
     /// `data` is a whole message in plain text whose symmetric signature is right. False refuses
-    /// it as if it were not. Called on the thread that receives.
+    /// it as if it were wrong. Called on the thread that receives.
     [[nodiscard]] virtual bool OnVerified(const unsigned char* data, std::size_t size) noexcept = 0;
 };
 
-/// Has OpenSSL sign, verify, encrypt and decrypt the messages of a policy, several times faster
-/// than the library does. The wire does not change: the other end may work with or without.
+/// Makes OpenSSL sign, verify, encrypt and decrypt the messages of a policy, several times faster
+/// than the library does. The messages stay the same: the other end may use OpenSSL or not.
 ///
-/// What a connection starts with (certificates, asymmetric operations, nonces, key derivation)
-/// stays the library's. So do the policies other than Basic256Sha256, Aes128_Sha256_RsaOaep and
-/// Aes256_Sha256_RsaPss: nothing happens to them, nor to a policy that uses OpenSSL already.
-/// Lengths and URIs of the policy stay as they are.
+/// The library still does the start of a connection (certificates, asymmetric operations, nonces,
+/// key derivation), and all policies other than Basic256Sha256, Aes128_Sha256_RsaOaep and
+/// Aes256_Sha256_RsaPss. Does nothing for these, nor for a policy that uses OpenSSL already. Keeps
+/// the lengths and URIs of the policy.
 ///
-/// The policy must be initialised and must not have channels yet. Whoever owns it clears it as
-/// before, with its `clear`, after its last channel; it may be moved in memory until its first
-/// channel, as the library does when it adds a policy to a configuration. Call it on a server's or
-/// a client's configuration when all policies have been added and before making the server or
-/// connecting:
+/// The policy must be initialised and must not have channels yet. Its owner clears it as before,
+/// with its `clear`, after its last channel. It may be moved in memory until its first channel, as
+/// the library does when it adds a policy to a configuration. Call it for a server's or a client's
+/// configuration, after adding all policies and before making the server or connecting:
 ///
 ///     for (std::size_t i = 0; i < configuration.securityPoliciesSize; ++i)
 ///         OpcUa::UseOpenSsl(configuration.securityPolicies[i]);

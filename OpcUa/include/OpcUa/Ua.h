@@ -26,7 +26,7 @@ inline constexpr std::size_t uaTypeIndex<UA_CallMethodRequest> = UA_TYPES_CALLME
 template <>
 inline constexpr std::size_t uaTypeIndex<UA_CallMethodResult> = UA_TYPES_CALLMETHODRESULT;
 
-/// Owns a value of the library: cleared with it. Movable, not copyable.
+/// Owns a value of the library and clears it at the end. Movable, not copyable.
 template <typename T>
 class Ua
 {
@@ -34,7 +34,7 @@ class Ua
 
 public:
     Ua() noexcept { UA_init(&value, &Type()); }
-    /// Takes over what the value holds.
+    /// Takes over the contents of the value.
     explicit Ua(const T& taken) noexcept
         : value(taken)
     {}
@@ -57,7 +57,7 @@ public:
     T* operator->() noexcept { return &value; }
     const T* operator->() const noexcept { return &value; }
 
-    /// Gives the contents away.
+    /// Returns the contents, and is empty afterwards.
     [[nodiscard]] T Release() noexcept
     {
         T released = value;
@@ -69,7 +69,7 @@ private:
     T value;
 };
 
-/// A view of a text for calls that copy what they are given; valid as long as the text.
+/// Returns a view of a text, for calls that copy their arguments; valid as long as the text.
 [[nodiscard]] inline UA_String ViewOf(std::string_view text) noexcept
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the library only reads it
@@ -81,7 +81,7 @@ private:
     return {UA_STRING_NULL, ViewOf(text)};
 }
 
-/// The bytes of a string or byte string of the library; valid as long as it.
+/// Returns the bytes of a string or byte string of the library; valid as long as the string.
 [[nodiscard]] inline std::string_view BytesOf(const UA_String& string) noexcept
 {
     return {reinterpret_cast<const char*>(string.data), string.length};
