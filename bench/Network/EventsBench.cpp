@@ -50,7 +50,7 @@ public:
         runtime.LoadInformationModel(options.model);
         runtime.LoadModule(options.module);
         endpoint.emplace(runtime, MakeSettings(),
-                         [](const auto&, const std::string&) { return UA_STATUSCODE_GOOD; });
+                         [](const Host::LoginAttempt&) { return Host::LoginAnswer{}; });
         session = runtime.OpenSession("bench");
         files = Core::NodeId(Core::NamespaceMap::GetNamespaceIndex("urn:Talvensor:Host"),
                              std::string(sharedNode));
