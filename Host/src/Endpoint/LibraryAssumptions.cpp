@@ -138,8 +138,8 @@ void RequireConfiguration(const RoomyConfiguration& filled, const UA_EventLoop* 
 CyclicCallbackCount::CyclicCallbackCount(UA_EventLoop& loop) noexcept
     : loop(loop)
     , behind(loop.addCyclicCallback)
+    , before(cyclicCallbacks)
 {
-    cyclicCallbacks = 0;
     addBehind = behind;
     loop.addCyclicCallback = AddCounted;
 }
@@ -151,7 +151,7 @@ CyclicCallbackCount::~CyclicCallbackCount()
 
 std::size_t CyclicCallbackCount::Get() const noexcept
 {
-    return cyclicCallbacks;
+    return cyclicCallbacks - before;
 }
 
 void RequireAnsweringCallback(std::size_t count)

@@ -75,6 +75,7 @@ public:
 private:
     UA_EventLoop& loop;
     decltype(UA_EventLoop::addCyclicCallback) behind;
+    const std::size_t before;
 };
 
 /// Requires that one cyclic callback was registered while a server was made: the one that sends the
