@@ -2,11 +2,17 @@
 
 #include <algorithm>
 #include <new>
-#include <utility>
+
+#include <malloc.h>
 
 namespace Transport {
 
-OutputBuffer::OutputBuffer(UA_ByteString& bytes)
+void FreeMemory::operator()(UA_Byte* memory) const noexcept
+{
+    UA_free(memory);
+}
+
+OutputBuffer::OutputBuffer(UA_ByteString& bytes) noexcept
     : data(bytes.data)
     , size(bytes.length)
 {
@@ -23,9 +29,13 @@ OutputBuffer OutputBuffer::Copy(const UA_Byte* bytes, std::size_t size)
     return OutputBuffer(copy);
 }
 
-void OutputBuffer::Release::operator()(UA_Byte* memory) const
+bool OutputBuffer::Append(std::span<const UA_Byte> bytes) noexcept
 {
-    UA_free(memory);
+    if (malloc_usable_size(data.get()) - size < bytes.size())
+        return false;
+    std::copy(bytes.begin(), bytes.end(), data.get() + size);
+    size += bytes.size();
+    return true;
 }
 
 void OutputBuffer::Shrink() noexcept

@@ -14,7 +14,7 @@ namespace Host {
 
 using Transport::LoopTimers;
 
-/// Which subscriptions' publishing callbacks are to be called ahead of their time, and when; the
+/// Decides which subscriptions' publishing callbacks are called ahead of their time, and when; the
 /// rule is the one of `EventLoop::DeliverEvents`. Not synchronised: the loop's lock guards it.
 class EventDelivery
 {
@@ -27,10 +27,10 @@ public:
     void RequestAll();
     void Request(const void* owner);
 
-    /// When something that was requested may be called; nothing if nothing was requested.
+    /// Returns when something that was requested may be called; nothing if nothing was requested.
     [[nodiscard]] std::optional<UA_DateTime> GetNext(UA_DateTime now) const;
 
-    /// What may be called now; no longer requested then.
+    /// Returns the callbacks that may be called now; they are no longer requested then.
     std::vector<LoopTimers::Id> TakeReady(UA_DateTime now);
 
     /// A call had nothing to send.
@@ -39,10 +39,10 @@ public:
     /// From now on the subscriptions of the owner are ending.
     void End(const void* owner);
 
-    /// True when ending subscriptions may be called again; then not again for a ration.
+    /// Returns true when ending subscriptions may be called again; then not again for a ration.
     bool MayCallEnding(UA_DateTime now);
 
-    /// One that is ending, if there are any.
+    /// Returns one that is ending, if there are any.
     [[nodiscard]] std::optional<LoopTimers::Id> FindEnding() const;
 
 private:
@@ -56,7 +56,7 @@ private:
         UA_DateTime rationedUntil{};
     };
 
-    /// From when on a vain call of the subscription is within its rations.
+    /// Returns the time from which a vain call of the subscription is within its rations.
     [[nodiscard]] static UA_DateTime GetAllowed(const Subscription& subscription)
     {
         return subscription.rationedUntil - (mostVainCalls - 1) * ration;

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "Transport/Accepting/AcceptedConnections.h"
+#include "OpcUa/SymmetricCiphers.h"
+#include "Transport/Accepting/ConnectionInfo.h"
+#include "Transport/Accepting/Limits.h"
 
 #include <open62541/plugin/eventloop.h>
 
@@ -39,7 +41,8 @@ public:
     /// `logger` must outlive the loop. It is called with the loop's lock held and must not call
     /// back.
     explicit EventLoop(const UA_Logger& logger, const ConnectionLimits& limits = {});
-    /// REQUIRES: never started, or stopped. Functions still waiting are dropped without being run.
+    /// REQUIRES: never started, or stopped. Posted functions that wait are dropped without being
+    /// run.
     ~EventLoop();
 
     EventLoop(const EventLoop&) = delete;
@@ -47,14 +50,12 @@ public:
     EventLoop& operator=(const EventLoop&) = delete;
     EventLoop& operator=(EventLoop&&) = delete;
 
-    /// The loop as the library knows it, with its connection manager registered. Connections are
-    /// accepted only: opening one to elsewhere is answered with Bad_NotSupported. An address
-    /// without a host listens on every address. A listening port can always be taken over from an
-    /// ended process (the "reuse" parameter has no effect).
+    /// Returns the loop as the library knows it, with its connection manager registered:
+    /// connections are accepted only.
     [[nodiscard]] UA_EventLoop* GetHandle() noexcept;
 
     /// Runs the function on the loop's thread, soon, in the order in which a thread posts. What it
-    /// throws is logged. A loop that is not being run keeps it until it is.
+    /// throws is logged. A loop that is not run keeps it until it is.
     void Post(std::function<void()> function);
 
     /// Makes a waiting `run` return.
@@ -85,81 +86,48 @@ public:
     /// 12000 is two minutes under constant fire.
     void DeliverEvents();
 
-    /// Does that for the subscriptions of one owner, see `SetSubscriptionOwners`.
+    /// The same for the subscriptions of one owner, see `SetSubscriptionOwners`.
     void DeliverEvents(const void* owner);
 
-    /// Says to whom the subscriptions belong that are made on a connection. Called on the loop's
-    /// thread with the loop's lock held.
+    /// Sets the function that returns the owner of the subscriptions made on a connection. It is
+    /// called on the loop's thread with the loop's lock held.
     void SetSubscriptionOwners(std::function<const void*(ConnectionId)> find);
 
-    /// Ends the subscriptions of an owner that has none any more by right: a session may leave them
-    /// behind, and the library then keeps them for as long as their lifetime is. Nothing can be
-    /// sent for these, so each call of their publishing callbacks counts towards the lifetime, and
-    /// they are called until it is over: a tenth of the loop's time at most. On the loop's thread,
-    /// once the library has deleted the subscriptions that it does not keep.
+    /// Ends the subscriptions that a session has left behind: the library keeps these until their
+    /// lifetime is over. Nothing can be sent for them, so each call of their publishing callbacks
+    /// counts towards the lifetime, and they are called until it is over: a tenth of the loop's
+    /// time at most. On the loop's thread, once the library has deleted the subscriptions that it
+    /// does not keep.
     void EndSubscriptions(const void* owner);
 
-    /// Calls a function at the end of each turn of the loop, after what was to be delivered; an
+    /// Calls a function at the end of each turn of the loop, after answers and events were sent; an
     /// empty one ends that. On the loop's thread.
     void SetTurnObserver(std::function<void()> observer);
 
-    /// The connection whose message (or opening, or closing) is being handled; 0 outside of that.
+    /// Returns the connection whose message (or opening, or closing) is being handled; 0 outside of
+    /// that, and on other threads.
     [[nodiscard]] ConnectionId GetCurrentConnection() const;
 
-    /// What is known of a connection; nothing once it has closed.
+    // The connections; `Transport::AcceptedConnections` describes these operations.
+
     [[nodiscard]] std::optional<ConnectionInfo> GetConnection(ConnectionId connection) const;
-
     [[nodiscard]] std::size_t CountConnections() const;
-
-    /// Returns how many bytes all connections have received and were given to send so far.
     [[nodiscard]] std::uint64_t CountBytes() const;
-
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
     using Output = Transport::ConnectionOutput;
-
-    /// Nothing of a connection that is not known.
     [[nodiscard]] Output GetOutput(ConnectionId connection) const;
 
-    /// To be told of what the loop's connections sign, which keeps messages within bounds.
+    /// Returns the observer of all that the loop's connections sign: it keeps messages within
+    /// bounds.
     [[nodiscard]] OpcUa::MessageObserver& GetMessageObserver() noexcept;
 
-    /// While held, a connection is not read, whatever it has sent; what it was sent goes out. That
-    /// its client has left is noticed by `CloseAbandonedConnections` alone then. One that is not
-    /// known is ignored. On the loop's thread.
     void HoldConnection(ConnectionId connection, bool isHeld);
-
-    /// Closes those that are not read for now and whose clients have left. One whose system still
-    /// holds back what nobody reads here looks as before; it is found by what is sent to it next,
-    /// or by its session's timeout.
     void CloseAbandonedConnections();
-
-    /// Says that a session is active on a connection, or that none is any more: without one it is
-    /// bounded by `StrangerLimits`. One that is not known is ignored.
     void MarkAdmitted(ConnectionId connection, bool isAdmitted);
-
-    /// Closes the connections that are overdue by `StrangerLimits`. To be called about once a
-    /// second; nobody is closed at the first call that finds it overdue.
     void CloseOverdueConnections();
-
-    /// Closes a connection, after the current turn of the loop; one that is not known is ignored.
     void CloseConnection(ConnectionId connection);
-
-    /// Told once for each connection that has closed, after the server was; `GetConnection` still
-    /// knows it then, for the last time.
     void SetClosedObserver(std::function<void(ConnectionId)> observer);
-
-    /// While `isMemoryShort` says true, a connection may receive no more than its equal share of
-    /// `ConnectionLimits::brakeAllowance`, counted from when it first said so; who has used up its
-    /// share is not read until it says false again, but for a trickle: every 50 ms all shares
-    /// together grow by `ConnectionLimits::brakeRefill`. Connections made meanwhile start with
-    /// their share used up. So those that send most stop first, those that say little are still
-    /// heard, what comes in above the mark is bounded, and nothing waits for itself: calls taken
-    /// before need no further input to end and free their memory, answers are sent all the while,
-    /// and a connection that its client has left is still noticed.
-    ///
-    /// It is asked before each read, on the loop's thread with the loop's lock held: it must be
-    /// cheap and may not call the loop or the server. One that throws counts as false.
     void SetMemoryBrake(std::function<bool()> isMemoryShort);
 
 private:

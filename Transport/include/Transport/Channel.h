@@ -3,13 +3,9 @@
 #include <open62541/plugin/eventloop.h>
 
 #include <cstdint>
-#include <mutex>
 #include <string_view>
 
 namespace Transport {
-
-/// Guards a loop and its connections.
-using LoopMutex = std::recursive_mutex;
 
 /// Names a connection or a listening socket. Counted up from 1 and never used again; 0 names none.
 using ConnectionId = std::uintptr_t;

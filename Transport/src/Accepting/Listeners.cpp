@@ -67,12 +67,10 @@ Listeners::Listener::Listener(const Channel& channel, Tcp::acceptor opened)
     address = {endpoint.address().to_string(), endpoint.port()};
 }
 
-Listeners::Listeners(asio::io_context& context, LoopMutex& mutex, const UA_Logger& logger,
-                     Owner owner)
-    : context(context)
-    , mutex(mutex)
-    , logger(logger)
-    , owner(std::move(owner))
+Listeners::Listeners(Loop& loop, Owner& owner, LendDescriptors lend)
+    : loop(loop)
+    , owner(owner)
+    , lend(std::move(lend))
 {}
 
 std::vector<ListeningSocket> Listeners::GetAddresses() const
@@ -118,14 +116,15 @@ std::vector<Listeners::Tcp::endpoint> Listeners::Resolve(const Request& request)
     if (request.addresses.empty())
         return {{Tcp::v4(), request.port}, {Tcp::v6(), request.port}};
     std::vector<Tcp::endpoint> endpoints;
-    Tcp::resolver resolver(context);
+    Tcp::resolver resolver(loop.GetContext());
     for (const auto& address : request.addresses) {
         ErrorCode error;
         const auto found =
             resolver.resolve(address, std::to_string(request.port), Tcp::resolver::passive, error);
         if (error) {
-            UA_LOG_ERROR(&logger, UA_LOGCATEGORY_NETWORK, "TCP: cannot find the address %s: %s",
-                         address.c_str(), error.message().c_str());
+            UA_LOG_ERROR(&loop.GetLogger(), UA_LOGCATEGORY_NETWORK,
+                         "TCP: cannot find the address %s: %s", address.c_str(),
+                         error.message().c_str());
         }
         for (const auto& entry : found) {
             if (std::find(endpoints.begin(), endpoints.end(), entry.endpoint()) == endpoints.end())
@@ -138,7 +137,7 @@ std::vector<Listeners::Tcp::endpoint> Listeners::Resolve(const Request& request)
 std::optional<Listeners::Tcp::acceptor> Listeners::OpenAcceptor(const Tcp::endpoint& endpoint)
 {
     try {
-        Tcp::acceptor acceptor(context);
+        Tcp::acceptor acceptor(loop.GetContext());
         acceptor.open(endpoint.protocol());
         acceptor.set_option(Tcp::acceptor::reuse_address(true));
         if (endpoint.protocol() == Tcp::v6())
@@ -148,7 +147,8 @@ std::optional<Listeners::Tcp::acceptor> Listeners::OpenAcceptor(const Tcp::endpo
         acceptor.non_blocking(true);
         return acceptor;
     } catch (const boost::system::system_error& failure) {
-        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK, "TCP: cannot listen on %s, port %u: %s",
+        UA_LOG_WARNING(&loop.GetLogger(), UA_LOGCATEGORY_NETWORK,
+                       "TCP: cannot listen on %s, port %u: %s",
                        endpoint.address().to_string().c_str(), unsigned{endpoint.port()},
                        failure.code().message().c_str());
         return std::nullopt;
@@ -158,10 +158,10 @@ std::optional<Listeners::Tcp::acceptor> Listeners::OpenAcceptor(const Tcp::endpo
 void Listeners::Add(const Channel& channel, Tcp::acceptor acceptor)
 {
     const auto listener = std::make_shared<Listener>(channel, std::move(acceptor));
-    listener->id = owner.makeId();
+    listener->id = owner.MakeListenerId();
     listeners.emplace(listener->id, listener);
-    UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP %zu: listens on %s, port %u", listener->id,
-                listener->address.address.c_str(), unsigned{listener->address.port});
+    UA_LOG_INFO(&loop.GetLogger(), UA_LOGCATEGORY_NETWORK, "TCP %zu: listens on %s, port %u",
+                listener->id, listener->address.address.c_str(), unsigned{listener->address.port});
 
     auto address = Borrow(listener->address.address);
     std::array<UA_KeyValuePair, 2> pairs{};
@@ -169,7 +169,8 @@ void Listeners::Add(const Channel& channel, Tcp::acceptor acceptor)
     UA_Variant_setScalar(&pairs[0].value, &address, &UA_TYPES[UA_TYPES_STRING]);
     pairs[1].key = {0, Borrow("listen-port")};
     UA_Variant_setScalar(&pairs[1].value, &listener->address.port, &UA_TYPES[UA_TYPES_UINT16]);
-    owner.notify(*listener, UA_CONNECTIONSTATE_ESTABLISHED, {pairs.size(), pairs.data()});
+    owner.OnListenerChanged(*listener, UA_CONNECTIONSTATE_ESTABLISHED,
+                            {pairs.size(), pairs.data()});
     Accept(listener);
 }
 
@@ -179,62 +180,66 @@ void Listeners::Accept(const SharedListener& listener)
 {
     if (listener->closing)
         return;
-    listener->acceptor.async_wait(Tcp::acceptor::wait_read,
-                                  [this, listener](const ErrorCode& error) {
-                                      const Lock lock(mutex);
-                                      if (!listener->closing)
-                                          OnAcceptable(listener, error);
-                                  });
+    listener->acceptor.async_wait(
+        Tcp::acceptor::wait_read,
+        [this, listener](const ErrorCode& error) { OnAcceptable(listener, error); });
 }
 
 void Listeners::OnAcceptable(const SharedListener& listener, const ErrorCode& error)
 {
+    const LoopLock lock(loop.GetMutex());
+    if (!listener->closing)
+        AcceptOne(listener, error);
+}
+
+void Listeners::AcceptOne(const SharedListener& listener, const ErrorCode& error)
+{
     ErrorCode failure = error;
-    Tcp::socket socket(context);
+    Tcp::socket socket(loop.GetContext());
     if (!failure)
         socket = listener->acceptor.accept(failure);
     if (failure == asio::error::no_descriptors)
         socket = AcceptWithKeptDescriptor(*listener, failure);
     if (failure == asio::error::would_block) // has gone already
         return Accept(listener);
-    if (failure) {
-        OnAcceptFailed(*listener, failure);
-        if (IsOutOfResources(failure)) {
-            owner.makeRoom();
-            return RetryAccept(listener);
-        }
-    } else {
-        if (std::exchange(listener->failing, false)) {
-            UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
-                           "TCP %zu: connections can be accepted again", listener->id);
-        }
+    if (!failure) {
         TakeOver(*listener, std::move(socket));
+        return Accept(listener);
     }
-    Accept(listener);
+    OnAcceptFailed(*listener, failure);
+    if (!IsOutOfResources(failure))
+        return Accept(listener);
+    owner.OnOutOfResources();
+    RetryAccept(listener);
 }
 
-void Listeners::TakeOver(const Listener& listener, Tcp::socket socket)
+void Listeners::TakeOver(Listener& listener, Tcp::socket socket)
 {
+    if (std::exchange(listener.failing, false)) {
+        UA_LOG_WARNING(&loop.GetLogger(), UA_LOGCATEGORY_NETWORK,
+                       "TCP %zu: connections can be accepted again", listener.id);
+    }
     try {
-        owner.accept(listener, std::move(socket));
+        owner.OnAccepted(listener, std::move(socket));
     } catch (const std::exception& gone) { // it may have gone already
-        UA_LOG_INFO(&logger, UA_LOGCATEGORY_NETWORK, "TCP %zu: a connection was not taken: %s",
-                    listener.id, gone.what());
+        UA_LOG_INFO(&loop.GetLogger(), UA_LOGCATEGORY_NETWORK,
+                    "TCP %zu: a connection was not taken: %s", listener.id, gone.what());
     }
 }
 
-Listeners::Tcp::socket Listeners::AcceptWithKeptDescriptor(Listener& listener, ErrorCode& error)
+Listeners::Tcp::socket Listeners::AcceptWithKeptDescriptor(Listener& listener,
+                                                           ErrorCode& error) const
 {
-    Tcp::socket socket(context);
-    if (owner.lendDescriptors)
-        owner.lendDescriptors([&] { socket = listener.acceptor.accept(error); }); // does not wait
+    Tcp::socket socket(loop.GetContext());
+    if (lend)
+        lend([&] { socket = listener.acceptor.accept(error); }); // does not wait
     return socket;
 }
 
 void Listeners::OnAcceptFailed(Listener& listener, const ErrorCode& error)
 {
     if (!std::exchange(listener.failing, true)) {
-        UA_LOG_WARNING(&logger, UA_LOGCATEGORY_NETWORK,
+        UA_LOG_WARNING(&loop.GetLogger(), UA_LOGCATEGORY_NETWORK,
                        "TCP %zu: cannot accept connections for now: %s", listener.id,
                        error.message().c_str());
     }
@@ -245,7 +250,7 @@ void Listeners::RetryAccept(const SharedListener& listener)
 {
     listener->retry.expires_after(acceptRetry);
     listener->retry.async_wait([this, listener](const ErrorCode&) {
-        const Lock lock(mutex);
+        const LoopLock lock(loop.GetMutex());
         Accept(listener);
     });
 }
@@ -270,7 +275,7 @@ void Listeners::BeginClose(const SharedListener& listener)
 {
     if (std::exchange(listener->closing, true))
         return;
-    asio::post(context, [this, listener] { FinishClose(listener); });
+    asio::post(loop.GetContext(), [this, listener] { FinishClose(listener); });
     ErrorCode ignored; // nothing could be done about it
     listener->acceptor.close(ignored);
     listener->retry.cancel();
@@ -278,10 +283,10 @@ void Listeners::BeginClose(const SharedListener& listener)
 
 void Listeners::FinishClose(const SharedListener& listener)
 {
-    const Lock lock(mutex);
-    owner.notify(*listener, UA_CONNECTIONSTATE_CLOSING, {0, nullptr});
+    const LoopLock lock(loop.GetMutex());
+    owner.OnListenerChanged(*listener, UA_CONNECTIONSTATE_CLOSING, {0, nullptr});
     listeners.erase(listener->id);
-    owner.closed();
+    owner.OnListenerClosed();
 }
 
 } // namespace Transport

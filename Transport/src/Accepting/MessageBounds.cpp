@@ -1,12 +1,12 @@
 #include "Transport/Accepting/MessageBounds.h"
 
 #include "OpcUa/LibraryAssumptions.h"
+#include "Transport/OutputQueue.h"
 
 #include <open62541/types_generated.h>
 #include <open62541/types_generated_handling.h>
 
 #include <algorithm>
-#include <iterator>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -183,11 +183,11 @@ void OutgoingMessages::Prepare(UA_Byte* chunk, std::size_t size, OpcUa::Seal& ch
     isPrepared = true;
 }
 
-void OutgoingMessages::Pass(OutputBuffer chunk, std::deque<OutputBuffer>& output)
+void OutgoingMessages::Pass(OutputBuffer chunk, OutputQueue& output)
 {
     UA_Byte* data = chunk.GetBytes();
     if (chunk.GetSize() < chunkHeaderSize) // none of a message
-        return static_cast<void>(output.push_back(std::move(chunk)));
+        return output.Push(std::move(chunk));
     if (!std::exchange(isPrepared, false)) {
         seal = nullptr;
         Number(data, chunk.GetSize());
@@ -198,13 +198,14 @@ void OutgoingMessages::Pass(OutputBuffer chunk, std::deque<OutputBuffer>& output
     isOpen = isMessage && !IsLast(data);
     if (isMessage && isRefused) {
         if (std::exchange(isFaultDue, false))
-            output.push_back(MakeFault());
+            output.Push(MakeFault());
     } else if (isOpen) {
         held.push_back(std::move(chunk));
     } else {
-        std::move(held.begin(), held.end(), std::back_inserter(output));
+        for (auto& each : held)
+            output.Push(std::move(each));
         held.clear();
-        output.push_back(std::move(chunk));
+        output.Push(std::move(chunk));
     }
 }
 

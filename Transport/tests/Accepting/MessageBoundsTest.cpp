@@ -1,5 +1,7 @@
 #include "Transport/Accepting/MessageBounds.h"
 
+#include "Transport/OutputQueue.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -155,7 +157,7 @@ protected:
         std::vector<Bytes> taken;
         for (const auto& buffer : sent)
             taken.emplace_back(buffer.GetData(), buffer.GetData() + buffer.GetSize());
-        sent.clear();
+        sent.Clear();
         return taken;
     }
 
@@ -176,7 +178,7 @@ protected:
     }
 
     OutgoingMessages messages{{200, 0}, {5'000, 6}};
-    std::deque<OutputBuffer> sent;
+    OutputQueue sent{nullptr};
 };
 
 TEST_F(Outgoing, MessagesAreHeldUntilTheyAreWhole)
@@ -195,7 +197,7 @@ TEST_F(Outgoing, MessagesAreHeldUntilTheyAreWhole)
 TEST_F(Outgoing, MessagesThatAreTooLargeBecomeAFaultOfTheirRequest)
 {
     Send(MakeChunk("MSGF", 1));
-    sent.clear();
+    sent.Clear();
     for (int i = 0; i < 10; ++i)
         Send(MakeChunk("MSGC", 2));
     Send(MakeChunk("MSGF", 2));
@@ -256,7 +258,7 @@ TEST_F(Outgoing, TheAnswerThatOpensAChannelIsNumberedToo)
     for (int i = 0; i < 5; ++i)
         Send(MakeChunk("MSGC", 1));
     Send(MakeChunk("MSGF", 1)); // refused: the server is ahead by five from here
-    sent.clear();
+    sent.Clear();
     Bytes open = MakeMessage("OPNF", {7, 3}, 3);
     for (const auto number : {0xFFFFFFFFU, 0xFFFFFFFFU, 1'006U, 2U})
         Append(open, number);

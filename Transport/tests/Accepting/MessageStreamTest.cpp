@@ -7,7 +7,7 @@
 namespace Transport {
 namespace {
 
-std::string MakeChunk(char type, std::size_t size)
+std::string MakeStreamChunk(char type, std::size_t size)
 {
     std::string chunk(size, 'x');
     chunk.replace(0, 4, std::string("MSG") + type);
@@ -29,8 +29,9 @@ protected:
 
 TEST_F(AMessageStream, SeesTheMessagesHoweverTheyAreCut)
 {
-    const auto text = MakeChunk('F', 8) + MakeChunk('C', 20) + MakeChunk('F', 300) +
-                      MakeChunk('C', 9) + MakeChunk('A', 30);
+    const auto text = MakeStreamChunk('F', 8) + MakeStreamChunk('C', 20) +
+                      MakeStreamChunk('F', 300) + MakeStreamChunk('C', 9) +
+                      MakeStreamChunk('A', 30);
     for (std::size_t size = 1; size <= text.size(); ++size) {
         stream = {};
         MessageStream::Sizes largest;
@@ -48,29 +49,29 @@ TEST_F(AMessageStream, SeesTheMessagesHoweverTheyAreCut)
 
 TEST_F(AMessageStream, CountsWhatAChunkAnnouncesBeforeItIsThere)
 {
-    EXPECT_EQ(Take(MakeChunk('F', 5000).substr(0, 7)).bytes, 0U);
-    EXPECT_EQ(Take(MakeChunk('F', 5000).substr(7, 1)).bytes, 5000U);
+    EXPECT_EQ(Take(MakeStreamChunk('F', 5000).substr(0, 7)).bytes, 0U);
+    EXPECT_EQ(Take(MakeStreamChunk('F', 5000).substr(7, 1)).bytes, 5000U);
     EXPECT_EQ(stream.CountMessages(), 0U);
 }
 
 TEST_F(AMessageStream, KeepsWhatItSawOfAMessageUntilThatIsFinished)
 {
-    Take(MakeChunk('C', 100));
+    Take(MakeStreamChunk('C', 100));
     EXPECT_TRUE(stream.IsInMessage());
-    EXPECT_EQ(Take(MakeChunk('C', 100)).bytes, 200U);
-    EXPECT_EQ(Take(MakeChunk('F', 100)).bytes, 300U);
+    EXPECT_EQ(Take(MakeStreamChunk('C', 100)).bytes, 200U);
+    EXPECT_EQ(Take(MakeStreamChunk('F', 100)).bytes, 300U);
     EXPECT_FALSE(stream.IsInMessage());
-    EXPECT_EQ(Take(MakeChunk('F', 10)).bytes, 10U);
+    EXPECT_EQ(Take(MakeStreamChunk('F', 10)).bytes, 10U);
 }
 
 TEST_F(AMessageStream, IsLostAtAHeaderThatIsNone)
 {
-    for (const auto& text : {MakeChunk('X', 20), std::string("MSGF\7\0\0\0", 8),
+    for (const auto& text : {MakeStreamChunk('X', 20), std::string("MSGF\7\0\0\0", 8),
                              std::string("MSGF\0\0\0\0", 8), std::string(20, '\0')}) {
         stream = {};
         Take(text);
         EXPECT_TRUE(stream.IsLost()) << text;
-        Take(MakeChunk('F', 20));
+        Take(MakeStreamChunk('F', 20));
         EXPECT_EQ(stream.CountMessages(), 0U);
     }
 }

@@ -1,20 +1,15 @@
 #pragma once
 
+#include "OpcUa/SymmetricCiphers.h"
+#include "Transport/Accepting/AcceptedConnection.h"
 #include "Transport/Accepting/Limits.h"
 #include "Transport/Accepting/Listeners.h"
-#include "Transport/Accepting/MemoryBrake.h"
-#include "Transport/Accepting/MessageBounds.h"
-#include "Transport/Accepting/Strangers.h"
-#include "Transport/Asio.h"
-#include "Transport/Channel.h"
-#include "Transport/OutputBuffer.h"
+#include "Transport/ConnectionManager.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -22,169 +17,110 @@
 
 namespace Transport {
 
-/// Describes one connection.
-struct ConnectionInfo
-{
-    ConnectionId id{};
-    std::string remoteAddress; ///< numeric, without the port
-    std::uint16_t remotePort{};
-    std::uint64_t bytesIn{};  ///< received
-    std::uint64_t bytesOut{}; ///< given to the connection to be sent
-};
-
-/// The output on its way to a client.
-struct ConnectionOutput
-{
-    std::size_t largestMessage = 0; ///< that it takes
-    std::size_t queued = 0;         ///< bytes that wait to be sent
-    std::size_t limit = 0;          ///< with more of them it is closed
-    bool isPaused = false;          ///< there are so many that it is not read
-};
-
-/// The connection manager of the loop for TCP. The loop's lock guards it: its operations take it,
-/// and give it back while the server's callback or the observer runs.
-class AcceptedConnections : public OpcUa::MessageObserver
+/// The connections that a server accepts, and the sockets that listen for them. Opening one to
+/// elsewhere is answered with Bad_NotSupported. An address without a host listens on every address.
+/// A listening port can always be taken over from an ended process (the "reuse" parameter has no
+/// effect).
+///
+/// Threads: the operations that only ask are for any thread, the others for the one that runs the
+/// loop.
+class AcceptedConnections final : public ConnectionManager,
+                                  public OpcUa::MessageObserver,
+                                  private Listeners::Owner
 {
 public:
-    using Mutex = LoopMutex;
+    /// Registers itself with the loop, which must outlive it. `lend` is used where there is no
+    /// descriptor left for a connection; empty: none are kept back.
+    AcceptedConnections(Loop& loop, const ConnectionLimits& limits, LendDescriptors lend = {});
 
-    AcceptedConnections(boost::asio::io_context& context, Mutex& mutex, const UA_Logger& logger,
-                        const ConnectionLimits& limits, LendDescriptors lend = {});
-
-    [[nodiscard]] UA_ConnectionManager& GetManager() noexcept { return manager; }
-
-    /// On the loop's thread.
-    [[nodiscard]] ConnectionId GetCurrent() const noexcept { return current; }
+    /// Returns nothing once the connection has closed.
     [[nodiscard]] std::optional<ConnectionInfo> Get(ConnectionId id) const;
+    /// Returns nothing of a connection that is not known.
     [[nodiscard]] ConnectionOutput GetOutput(ConnectionId id) const;
     [[nodiscard]] std::size_t Count() const;
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
-    /// How many messages were given to connections so far; guarded by the loop's lock.
-    [[nodiscard]] std::uint64_t CountMessages() const noexcept { return messages; }
+    /// Returns how many messages were given to connections so far.
+    [[nodiscard]] std::uint64_t CountMessages() const;
+    /// Returns how many bytes all connections have received and were given to send so far.
     [[nodiscard]] std::uint64_t CountBytes() const;
 
+    /// Sets the function that is told once of each connection that has closed, after the server
+    /// was; `Get` still knows it then, for the last time.
     void SetClosedObserver(std::function<void(ConnectionId)> observer);
-    void SetBrake(std::function<bool()> shortage);
 
-    /// While held, a connection is not read. Unknown ones are ignored. On the loop's thread.
+    /// While `isMemoryShort` says true, a connection may receive no more than its equal share of
+    /// `ConnectionLimits::brakeAllowance`, counted from when it first said so. A connection that
+    /// has used up its share is not read until it says false again, but for a trickle: every 50 ms
+    /// all shares together grow by `ConnectionLimits::brakeRefill`. Connections made meanwhile
+    /// start with their share used up. So those that send most stop first, those that say little
+    /// are still heard, the input above the mark is bounded, and nothing waits for itself: calls
+    /// taken before need no further input to end and free their memory, answers are sent all the
+    /// while, and a connection that its client has left is still noticed.
+    ///
+    /// It is asked before each read, on the loop's thread with the loop's lock held: it must be
+    /// cheap and may not call the loop or the server. One that throws counts as false.
+    void SetMemoryBrake(std::function<bool()> isMemoryShort);
+
+    /// While held, a connection is not read, whatever it has sent; its output goes out. That its
+    /// client has left is noticed by `CloseAbandoned` alone then. One that is not known is ignored.
     void Hold(ConnectionId id, bool isHeld);
 
-    /// Closes those that are not read for now and whose clients have left.
+    /// Closes those that are not read for now and whose clients have left. One whose system still
+    /// holds back input that is not read here looks as before; it is found by what is sent to it
+    /// next, or by its session's timeout.
     void CloseAbandoned();
 
-    /// See the operations of `EventLoop`.
+    /// Says that a session is active on a connection, or that none is any more: without one it is
+    /// bounded by `StrangerLimits`. One that is not known is ignored.
     void MarkAdmitted(ConnectionId id, bool isAdmitted);
+
+    /// Closes the connections that are overdue by `StrangerLimits`. To be called about once a
+    /// second; nobody is closed at the first call that finds it overdue.
     void CloseOverdue();
 
-    /// False if there is none, or it is closing already.
-    bool Close(ConnectionId id);
+    /// Closes a connection, after the current turn of the loop. Returns false if there is none, or
+    /// it is closing already.
+    bool CloseConnection(ConnectionId id);
 
     void OnSigning(unsigned char* data, std::size_t size, OpcUa::Seal& seal) noexcept override;
     [[nodiscard]] bool OnVerified(const unsigned char* data, std::size_t size) noexcept override;
 
 private:
-    using Lock = std::unique_lock<Mutex>;
-    using ErrorCode = boost::system::error_code;
-    using Tcp = boost::asio::ip::tcp;
+    using SharedConnection = std::shared_ptr<AcceptedConnection>;
 
-    struct Manager : UA_ConnectionManager
-    {
-        AcceptedConnections* owner{};
-    };
+    // ConnectionManager
+    UA_StatusCode Open(const UA_KeyValueMap& parameters, const Channel& channel) override
+        REQUIRES(loopLock);
+    UA_StatusCode Send(ConnectionId id, UA_ByteString& bytes) override REQUIRES(loopLock);
+    bool Close(ConnectionId id) override REQUIRES(loopLock);
+    UA_StatusCode Allocate(ConnectionId id, UA_ByteString& bytes, std::size_t size) override;
+    void Free(UA_ByteString& bytes) override;
+    void CloseAll() override REQUIRES(loopLock);
+    [[nodiscard]] bool IsEmpty() const override REQUIRES(loopLock);
+    void Forget(ConnectionId id) override REQUIRES(loopLock);
 
-    struct Connection : Channel
-    {
-        Connection(const Channel& channel, Tcp::socket accepted, const ConnectionLimits& limits);
+    // Listeners::Owner
+    ConnectionId MakeListenerId() override REQUIRES(loopLock);
+    void OnListenerChanged(Channel& listener, UA_ConnectionState state,
+                           const UA_KeyValueMap& parameters) override REQUIRES(loopLock);
+    void OnAccepted(const Channel& listener, Connection::Tcp::socket socket) override
+        REQUIRES(loopLock);
+    void OnOutOfResources() override REQUIRES(loopLock);
+    void OnListenerClosed() override REQUIRES(loopLock);
 
-        Tcp::socket socket;
-        ConnectionInfo info;
-        IncomingMessages incoming;
-        OutgoingMessages outgoing;
-        const UA_Byte* filling{}; // the buffer of the chunk that is encoded
-        std::deque<OutputBuffer> output;
-        std::size_t queued{}; // bytes in `output`
-        bool held = false;    // is not to be read
-        bool reading = false; // waits until there is something to read
-        bool writing = false; // waits until there is room to send
-    };
+    [[nodiscard]] SharedConnection Find(ConnectionId id) const REQUIRES(loopLock);
+    [[nodiscard]] BrakeWatch::Owner MakeBrakeOwner();
+    void ReadAll() REQUIRES(loopLock);
+    void CloseAllAbandoned() REQUIRES(loopLock);
+    bool MakeRoom(const std::string& address) REQUIRES(loopLock);
+    void GiveWay(ConnectionId id) REQUIRES(loopLock);
+    void ReportRoom(bool isFull, bool hasStrangers) REQUIRES(loopLock);
 
-    using SharedConnection = std::shared_ptr<Connection>;
-
-    static AcceptedConnections& GetOwner(UA_ConnectionManager* manager);
-    static AcceptedConnections& GetOwner(UA_EventSource* source);
-    void FillOperations();
-    Listeners::Owner MakeListenersOwner(LendDescriptors lend);
-
-    // Lifecycle
-    UA_StatusCode Start();
-    void Stop();
-    void CheckStopped();
-
-    // Accepting
-    UA_StatusCode Open(const UA_KeyValueMap& parameters, const Channel& channel);
-    bool MakeRoom(const std::string& address);
-    void GiveWay(ConnectionId id);
-    void ReportRoom(bool isFull, bool hasStrangers);
-    void AddConnection(const Channel& listener, Tcp::socket socket);
-
-    // Reading
-    void Read(const SharedConnection& connection);
-    void OnReadable(const SharedConnection& connection);
-    void Receive(Connection& connection, std::size_t size);
-    [[nodiscard]] bool MayRead(const Connection& connection);
-
-    // Sending
-    UA_StatusCode Allocate(ConnectionId id, UA_ByteString& bytes, std::size_t size);
-    UA_StatusCode Send(ConnectionId id, OutputBuffer buffer);
-    void Flush(const SharedConnection& connection);
-    void FlushWhatFits(Connection& connection, ErrorCode& error);
-    void FlushLater(const SharedConnection& connection);
-    void OnWritable(const SharedConnection& connection);
-    void CheckOutput(const SharedConnection& connection);
-
-    // Closing
-    void Refuse(ConnectionId id, const Strangers::Refusal& refusal);
-    void BeginClose(const SharedConnection& connection);
-    void FinishClose(const SharedConnection& connection);
-
-    // The memory brake
-    bool AskBrake() const;
-    void UpdateBrake();
-    void CheckBrakeLater();
-    void CheckBrake();
-    void ReadAll();
-
-    void Notify(Connection& connection, UA_ConnectionState state, const UA_KeyValueMap& parameters,
-                UA_ByteString message);
-    void Notify(Channel& channel, UA_ConnectionState state, const UA_KeyValueMap& parameters,
-                UA_ByteString message);
-    template <typename Function>
-    void Guard(const SharedConnection& connection, Function function);
-
-    const UA_Logger& logger;
-    const ConnectionLimits limits;
-    boost::asio::io_context& context;
-    Mutex& mutex;
-    Manager manager{};
-
-    // Used on the loop's thread only.
-    std::vector<UA_Byte> input;
-    std::function<void(ConnectionId)> closedObserver;
-    ConnectionId current{};
-
-    // Guarded by the loop's lock.
-    std::uint64_t messages{};
-    std::uint64_t bytes{}; // received and given to connections
-    ConnectionId lastId{};
-    ConnectionId filling{}; // has been given a buffer last
-    Listeners listeners;
-    std::unordered_map<ConnectionId, SharedConnection> connections;
-    std::vector<boost::asio::const_buffer> gathered; // scratch
-    bool full = false;                               // and that is logged
-    std::function<bool()> isMemoryShort;
-    Strangers strangers;
-    MemoryBrake brake;
-    boost::asio::steady_timer brakeTimer;
+    AcceptedShares shares;
+    ConnectionId filling GUARDED_BY(loopLock){}; // has been given a buffer last
+    Listeners listeners GUARDED_BY(loopLock);
+    std::unordered_map<ConnectionId, SharedConnection> connections GUARDED_BY(loopLock);
+    bool full GUARDED_BY(loopLock) = false; // and that is logged
 };
 
 } // namespace Transport

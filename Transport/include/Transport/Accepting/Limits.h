@@ -1,11 +1,16 @@
 #pragma once
 
-#include "Transport/Accepting/MessageBounds.h"
-
 #include <chrono>
 #include <cstddef>
 
 namespace Transport {
+
+/// Bounds on one message; 0: none.
+struct MessageLimits
+{
+    std::size_t size = 0; ///< bytes
+    std::size_t chunks = 0;
+};
 
 /// Bounds on connections without an active session; `AcceptedConnections::MarkAdmitted` tells which
 /// have one.

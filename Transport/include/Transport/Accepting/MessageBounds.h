@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OpcUa/SymmetricCiphers.h"
+#include "Transport/Accepting/Limits.h"
 #include "Transport/OutputBuffer.h"
 
 #include <open62541/types.h>
@@ -8,19 +9,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <utility>
 #include <vector>
 
 namespace Transport {
 
-/// Bounds on one message; 0: none.
-struct MessageLimits
-{
-    std::size_t size = 0; ///< bytes
-    std::size_t chunks = 0;
-};
+class OutputQueue;
 
 /// The first message of a client.
 struct ClientHello
@@ -108,7 +103,7 @@ public:
 
     /// Takes a chunk, prepared if it is signed, and appends what can be sent now. Throws
     /// std::bad_alloc.
-    void Pass(OutputBuffer chunk, std::deque<OutputBuffer>& output);
+    void Pass(OutputBuffer chunk, OutputQueue& output);
 
     /// True once for each message that was refused.
     [[nodiscard]] bool TakeRefusal() noexcept { return std::exchange(hasRefused, false); }

@@ -1,12 +1,20 @@
-#include "Network/EventLoopImplementation.h"
+#include "Transport/Loop.h"
 
+#include <chrono>
 #include <optional>
 
-// The loop as the library knows it: what it calls there.
+// The operations of the loop that the library calls.
 
-namespace Host {
+namespace Transport {
 
-void EventLoop::Implementation::FillLifecycle()
+Loop& Loop::GetOwner(UA_EventLoop* loop)
+{
+    // The library's type is not polymorphic, and every loop given to it here is of this class.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast)
+    return *static_cast<Handle*>(loop)->owner;
+}
+
+void Loop::FillLifecycle()
 {
     handle.start = [](UA_EventLoop* self) {
         return GetOwner(self).Start();
@@ -24,15 +32,20 @@ void EventLoop::Implementation::FillLifecycle()
     handle.free = [](UA_EventLoop* self) {
         return GetOwner(self).Free();
     };
-    handle.lock = [](UA_EventLoop* self) {
+}
+
+/// What the one locks the other unlocks, so clang finds both unbalanced.
+void Loop::FillLock()
+{
+    handle.lock = [](UA_EventLoop* self) NO_THREAD_SAFETY_ANALYSIS {
         GetOwner(self).mutex.lock();
     };
-    handle.unlock = [](UA_EventLoop* self) {
+    handle.unlock = [](UA_EventLoop* self) NO_THREAD_SAFETY_ANALYSIS {
         GetOwner(self).mutex.unlock();
     };
 }
 
-void EventLoop::Implementation::FillClock()
+void Loop::FillClock()
 {
     handle.dateTime_now = [](UA_EventLoop*) {
         return UA_DateTime_now();
@@ -65,13 +78,27 @@ void SetIfWanted(UA_UInt64* target, UA_UInt64 value)
 
 } // namespace
 
-void EventLoop::Implementation::FillTimers()
+void Loop::FillTimers()
 {
     handle.nextCyclicTime = [](UA_EventLoop* self) {
         auto& owner = GetOwner(self);
-        const Lock lock(owner.mutex);
+        const LoopLock lock(owner.mutex);
         return owner.timers.GetNext();
     };
+    handle.addTimedCallback = [](UA_EventLoop* self, UA_Callback function, void* application,
+                                 void* data, UA_DateTime date, UA_UInt64* id) {
+        auto& owner = GetOwner(self);
+        return owner.Guard("Adding a timed callback", [&]() -> UA_StatusCode {
+            if (function == nullptr)
+                return UA_STATUSCODE_BADINVALIDARGUMENT;
+            SetIfWanted(id, owner.AddOnce({function, application, data}, date));
+            return UA_STATUSCODE_GOOD;
+        });
+    };
+}
+
+void Loop::FillCyclic()
+{
     handle.addCyclicCallback = [](UA_EventLoop* self, UA_Callback function, void* application,
                                   void* data, UA_Double interval, UA_DateTime* base,
                                   UA_TimerPolicy policy, UA_UInt64* id) {
@@ -97,36 +124,26 @@ void EventLoop::Implementation::FillTimers()
     handle.removeCyclicCallback = [](UA_EventLoop* self, UA_UInt64 id) {
         GetOwner(self).Remove(id);
     };
-    handle.addTimedCallback = [](UA_EventLoop* self, UA_Callback function, void* application,
-                                 void* data, UA_DateTime date, UA_UInt64* id) {
-        auto& owner = GetOwner(self);
-        return owner.Guard("Adding a timed callback", [&]() -> UA_StatusCode {
-            if (function == nullptr)
-                return UA_STATUSCODE_BADINVALIDARGUMENT;
-            SetIfWanted(id, owner.AddOnce({function, application, data}, date));
-            return UA_STATUSCODE_GOOD;
-        });
-    };
 }
 
-void EventLoop::Implementation::FillDelayed()
+void Loop::FillDelayed()
 {
     handle.addDelayedCallback = [](UA_EventLoop* self, UA_DelayedCallback* callback) {
-        GetOwner(self).AddDelayed(callback);
+        GetOwner(self).AddDelayed(*callback);
     };
     handle.removeDelayedCallback = [](UA_EventLoop* self, UA_DelayedCallback* callback) {
-        GetOwner(self).RemoveDelayed(callback);
+        GetOwner(self).RemoveDelayed(*callback);
     };
 }
 
-void EventLoop::Implementation::FillSources()
+void Loop::FillSources()
 {
     handle.registerEventSource = [](UA_EventLoop* self, UA_EventSource* source) {
-        return GetOwner(self).Register(source);
+        return GetOwner(self).Register(*source);
     };
     handle.deregisterEventSource = [](UA_EventLoop* self, UA_EventSource* source) {
-        return GetOwner(self).Deregister(source);
+        return GetOwner(self).Deregister(*source);
     };
 }
 
-} // namespace Host
+} // namespace Transport
