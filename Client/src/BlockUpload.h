@@ -4,6 +4,7 @@
 #include "LocalFiles.h"
 #include "ResumableTransfer.h"
 #include "Sizes.h"
+#include "UaTimes.h"
 
 #include <algorithm>
 #include <chrono>
@@ -196,8 +197,8 @@ private:
     struct Mark
     {
         std::uint64_t position = 0;
-        TicketPointer barrier;
-        std::vector<TicketPointer> writes; // before it, since the last one
+        CallPointer barrier;
+        std::vector<CallPointer> writes; // before it, since the last one
     };
 
     void Open(bool isNew)
@@ -206,7 +207,7 @@ private:
         const auto open = isNew ? caller.OpenWrite(remote) : caller.Open(remote, openForUpdating);
         const auto barrier = caller.Barrier();
         caller.AwaitAnswer(open);
-        handle = open->opened;
+        handle = open->outcome.opened;
         if (isNew) { // blocks may follow at once
             barriers.push_back({0, barrier, {}});
             StartOver();
@@ -246,7 +247,7 @@ private:
         caller.SetPosition(handle->GetNumber(), from);
         const auto check = caller.GetPosition(handle->GetNumber());
         caller.AwaitAnswer(check);
-        if (!check->hasOutput || check->readPosition != from)
+        if (check->outcome.position != from)
             throw FileFailed(
                 MakeUnknownFailure(remote, Step::Resume, "it cannot be written from there on"));
         next = from;
@@ -279,10 +280,10 @@ private:
         if (isSame && handle) {
             const auto check = caller.GetPosition(handle->GetNumber());
             caller.AwaitAnswer(check);
-            if (check->hasOutput) {
+            if (check->outcome.position) {
                 // Everything asked before the loss has run.
                 isEmptied = true;
-                Continue(std::min(check->readPosition, position));
+                Continue(std::min(*check->outcome.position, position));
                 return Progress::Open;
             }
         }
@@ -304,7 +305,7 @@ private:
             return false;
         const auto check = caller.GetDateTime(remote);
         caller.AwaitAnswer(check);
-        return check->hasOutput && ToFileTime(check->readTime) == time;
+        return GetFileTime(*check) == time;
     }
 
     bool HasSize() { return FindSizes(caller, std::span(&remote, 1)).front() == position; }
@@ -364,7 +365,7 @@ private:
 
     void TakeReadyBarriers()
     {
-        while (!barriers.empty() && barriers.front().barrier->isEventIn)
+        while (!barriers.empty() && barriers.front().barrier->outcome.hasEvent)
             TakeBarrier();
     }
 
@@ -373,7 +374,7 @@ private:
         const Mark mark = std::move(barriers.front());
         barriers.pop_front();
         caller.Wait(*mark.barrier, [&] {
-            return (mark.barrier->isEventIn && mark.barrier->isAnswered) ||
+            return (mark.barrier->outcome.hasEvent && mark.barrier->outcome.isAnswered) ||
                    handle->IsAcknowledged();
         });
         ThrowIfFailed(mark.position == 0 ? Step::Open : Step::Write);
@@ -384,7 +385,7 @@ private:
     }
 
     /// A refused block leaves a gap that those behind it close up.
-    void CheckWrites(const std::vector<TicketPointer>& posted)
+    void CheckWrites(const std::vector<CallPointer>& posted)
     {
         for (const auto& write : posted)
             caller.AwaitAnswer(write);
@@ -393,9 +394,9 @@ private:
     /// Of blocks whose answers came before the connection was lost.
     void ThrowIfRefused() const
     {
-        const auto check = [](const std::vector<TicketPointer>& posted) {
+        const auto check = [](const std::vector<CallPointer>& posted) {
             for (const auto& write : posted)
-                if (write->isAnswered && !write->isLost)
+                if (write->outcome.isAnswered && !write->outcome.isLost)
                     CheckAnswer(*write);
         };
         for (const auto& mark : barriers)
@@ -482,10 +483,10 @@ private:
     std::deque<Block> blocks; // that may have to be sent again
     std::deque<SharedBytes> spare;
     std::deque<Mark> barriers;
-    std::vector<TicketPointer> writes; // since the last barrier
-    std::uint64_t position = 0;        // in the source
-    std::uint64_t next = 0;            // in the remote file, of what is sent
-    std::uint64_t written = 0;         // up to here it is there
+    std::vector<CallPointer> writes; // since the last barrier
+    std::uint64_t position = 0;      // in the source
+    std::uint64_t next = 0;          // in the remote file, of what is sent
+    std::uint64_t written = 0;       // up to here it is there
     std::uint64_t counted = 0;
     std::uint64_t writtenBefore = 0; // at the loss before
     unsigned int losses = 0;         // in a row, without progress

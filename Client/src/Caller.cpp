@@ -1,6 +1,8 @@
 #include "Caller.h"
 
+#include "CallSender.h"
 #include "StatusWords.h"
+#include "UaTimes.h"
 
 #include <OpcUa/Text.h>
 
@@ -23,167 +25,172 @@ Caller::Caller(std::shared_ptr<RemoteNode> givenNode, const Cancellation* cancel
     , state(node->Await(*waiter, cancellation))
 {}
 
-TicketPointer Caller::Make(Method method) const
+CallPointer Caller::Make(Method method) const
 {
-    auto ticket = std::make_shared<Ticket>();
-    ticket->method = method;
-    ticket->node = node;
-    ticket->waiter = waiter;
-    ticket->epoch = state.epoch;
-    return ticket;
+    auto call = std::make_shared<Call>();
+    call->node = node;
+    call->waiter = waiter;
+    call->epoch = state.epoch;
+    call->request.method = method;
+    return call;
 }
 
-TicketPointer Caller::Post(TicketPointer ticket) const
+CallPointer Caller::Post(CallPointer call) const
 {
-    node->GetEngine().Post(ticket);
-    return ticket;
+    node->GetEngine().Post(call);
+    return call;
 }
 
-TicketPointer Caller::MakeOnHandle(Method method, std::uint32_t handle) const
+CallPointer Caller::MakeOnHandle(Method method, std::uint32_t handle) const
 {
-    auto ticket = Make(method);
-    ticket->handle = handle;
-    return ticket;
+    auto call = Make(method);
+    call->request.handle = handle;
+    return call;
 }
 
-TicketPointer Caller::MakeOnPath(Method method, const std::string& path) const
+CallPointer Caller::MakeOnPath(Method method, const std::string& path) const
 {
-    auto ticket = Make(method);
-    ticket->path = OpcUa::EscapeToUtf8(path);
-    return ticket;
+    auto call = Make(method);
+    call->request.path = OpcUa::EscapeToUtf8(path);
+    return call;
 }
 
-TicketPointer Caller::Open(const std::string& path, std::int32_t mode)
+CallPointer Caller::Open(const std::string& path, std::int32_t mode)
 {
-    auto ticket = MakeOnPath(Method::Open, path);
-    ticket->mode = mode;
-    return Post(std::move(ticket));
+    auto call = MakeOnPath(Method::Open, path);
+    call->request.mode = mode;
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::Close(std::uint32_t handle)
+CallPointer Caller::Close(std::uint32_t handle)
 {
     return Post(MakeOnHandle(Method::Close, handle));
 }
 
-TicketPointer Caller::UploadFile(const std::string& path,
-                                 std::shared_ptr<std::vector<unsigned char>> content,
-                                 UA_DateTime time, UA_Byte permissions)
+CallPointer Caller::UploadFile(const std::string& path,
+                               std::shared_ptr<std::vector<unsigned char>> content,
+                               UA_DateTime time, UA_Byte permissions)
 {
-    auto ticket = MakeOnPath(Method::UploadFile, path);
-    ticket->bytes = *content;
-    ticket->bytesOwner = std::move(content);
-    ticket->time = time;
-    ticket->permissions = permissions;
-    return Post(std::move(ticket));
+    auto call = MakeOnPath(Method::UploadFile, path);
+    call->request.bytes = *content;
+    call->request.bytesOwner = std::move(content);
+    call->request.time = time;
+    call->request.permissions = permissions;
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::OpenWrite(const std::string& path)
+CallPointer Caller::OpenWrite(const std::string& path)
 {
     return Post(MakeOnPath(Method::OpenWrite, path));
 }
 
-TicketPointer Caller::Write(std::uint32_t handle, std::span<const unsigned char> bytes,
-                            std::shared_ptr<const void> owner)
+CallPointer Caller::Write(std::uint32_t handle, std::span<const unsigned char> bytes,
+                          std::shared_ptr<const void> owner)
 {
-    auto ticket = MakeOnHandle(Method::Write, handle);
-    ticket->bytes = bytes;
-    ticket->bytesOwner = std::move(owner);
-    return Post(std::move(ticket));
+    auto call = MakeOnHandle(Method::Write, handle);
+    call->request.bytes = bytes;
+    call->request.bytesOwner = std::move(owner);
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::WriteClose(std::uint32_t handle, UA_DateTime time, UA_Byte permissions)
+CallPointer Caller::WriteClose(std::uint32_t handle, UA_DateTime time, UA_Byte permissions)
 {
-    auto ticket = MakeOnHandle(Method::WriteClose, handle);
-    ticket->time = time;
-    ticket->permissions = permissions;
-    return Post(std::move(ticket));
+    auto call = MakeOnHandle(Method::WriteClose, handle);
+    call->request.time = time;
+    call->request.permissions = permissions;
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::CreateDirectory(const std::string& path)
+CallPointer Caller::CreateDirectory(const std::string& path)
 {
     return Post(MakeOnPath(Method::CreateDirectory, path));
 }
 
-TicketPointer Caller::Delete(const std::vector<std::string>& paths)
+CallPointer Caller::Delete(const std::vector<std::string>& paths)
 {
-    auto ticket = Make(Method::Delete);
-    ticket->paths.reserve(paths.size());
+    auto call = Make(Method::Delete);
+    call->request.paths.reserve(paths.size());
     for (const auto& path : paths)
-        ticket->paths.push_back(OpcUa::EscapeToUtf8(path));
-    return Post(std::move(ticket));
+        call->request.paths.push_back(OpcUa::EscapeToUtf8(path));
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::List(const std::string& path, bool isRecursive)
+CallPointer Caller::List(const std::string& path, bool isRecursive)
 {
-    auto ticket = MakeOnPath(Method::List, path);
-    ticket->isRecursive = isRecursive;
-    return Post(std::move(ticket));
+    auto call = MakeOnPath(Method::List, path);
+    call->request.isRecursive = isRecursive;
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::Exists(const std::string& path)
+CallPointer Caller::Exists(const std::string& path)
 {
     return Post(MakeOnPath(Method::Exists, path));
 }
 
-TicketPointer Caller::Read(std::uint32_t handle, std::uint32_t length)
+CallPointer Caller::Read(std::uint32_t handle, std::uint32_t length)
 {
-    auto ticket = MakeOnHandle(Method::Read, handle);
-    ticket->length = length;
-    return Post(std::move(ticket));
+    auto call = MakeOnHandle(Method::Read, handle);
+    call->request.length = length;
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::GetDateTime(const std::string& path)
+CallPointer Caller::GetDateTime(const std::string& path)
 {
     return Post(MakeOnPath(Method::GetDateTime, path));
 }
 
-TicketPointer Caller::SetDateTime(const std::string& path, UA_DateTime time)
+CallPointer Caller::SetDateTime(const std::string& path, UA_DateTime time)
 {
-    auto ticket = MakeOnPath(Method::SetDateTime, path);
-    ticket->time = time;
-    return Post(std::move(ticket));
+    auto call = MakeOnPath(Method::SetDateTime, path);
+    call->request.time = time;
+    return Post(std::move(call));
 }
 
-TicketPointer Caller::GetPosition(std::uint32_t handle)
+CallPointer Caller::GetPosition(std::uint32_t handle)
 {
     return Post(MakeOnHandle(Method::GetPosition, handle));
 }
 
-TicketPointer Caller::SetPosition(std::uint32_t handle, std::uint64_t position)
+CallPointer Caller::SetPosition(std::uint32_t handle, std::uint64_t position)
 {
-    auto ticket = MakeOnHandle(Method::SetPosition, handle);
-    ticket->position = position;
-    return Post(std::move(ticket));
+    auto call = MakeOnHandle(Method::SetPosition, handle);
+    call->request.position = position;
+    return Post(std::move(call));
 }
 
-void CheckAnswer(const Ticket& ticket)
+void CheckAnswer(const Call& call)
 {
-    if (ticket.isLost && ticket.isOverdue)
-        throw CallOverdue(ticket.node->GetEngine().DescribeOverdue(ticket));
-    if (ticket.isLost)
+    const MethodDescription& method = Describe(call.request.method);
+    const Outcome& outcome = call.outcome;
+    if (outcome.isLost && outcome.isOverdue)
+        throw CallOverdue(
+            DescribeOverdue(call.request, call.node->GetEngine().GetOptions().answerTime));
+    if (outcome.isLost)
         throw CallsLost();
-    if (ticket.IsRefused())
-        throw CallRefusedException(std::string("the server refused ") + GetName(ticket.method) +
-                                       ": " + DescribeStatus(ticket.status),
-                                   ticket.status);
-    const bool opens = ticket.method == Method::Open || ticket.method == Method::OpenWrite ||
-                       ticket.method == Method::UploadFile;
-    if (opens && ticket.isAnswered && !ticket.opened)
-        throw CallRefusedException(std::string("the server gave no handle for ") +
-                                       GetName(ticket.method),
+    if (outcome.IsRefused())
+        throw CallRefusedException(std::string("the server refused ") + method.name + ": " +
+                                       DescribeStatus(outcome.status),
+                                   outcome.status);
+    if (method.Opens() && outcome.isAnswered && !outcome.opened)
+        throw CallRefusedException(std::string("the server gave no handle for ") + method.name,
                                    UA_STATUSCODE_BADUNEXPECTEDERROR);
 }
 
-void Caller::AwaitAnswer(const TicketPointer& ticket)
+std::optional<FileTime> GetFileTime(const Call& call)
 {
-    Wait(*ticket, [&] { return ticket->isAnswered.load(); });
-    CheckAnswer(*ticket);
+    return call.outcome.time ? ToFileTime(*call.outcome.time) : std::nullopt;
 }
 
-void Caller::AwaitEvent(const TicketPointer& ticket)
+void Caller::AwaitAnswer(const CallPointer& call)
 {
-    Wait(*ticket, [&] { return ticket->isEventIn.load() && ticket->isAnswered.load(); });
-    CheckAnswer(*ticket);
+    Wait(*call, [&] { return call->outcome.isAnswered.load(); });
+    CheckAnswer(*call);
+}
+
+void Caller::AwaitEvent(const CallPointer& call)
+{
+    Wait(*call, [&] { return call->outcome.hasEvent.load() && call->outcome.isAnswered.load(); });
+    CheckAnswer(*call);
 }
 
 bool Caller::Recover()
@@ -192,8 +199,8 @@ bool Caller::Recover()
     state = node->Await(*waiter, cancellation);
     const bool isSame = state.incarnation == before;
     for (const auto& open : std::exchange(left, {}))
-        if (isSame && open->opened)
-            Close(open->opened->GetNumber());
+        if (isSame && open->outcome.opened)
+            Close(open->outcome.opened->GetNumber());
     return isSame;
 }
 
@@ -202,9 +209,10 @@ Waiter::Deadline Caller::GetAnswerDeadline(Waiter::Deadline lastLife) const
     return lastLife + node->GetEngine().GetOptions().answerTime;
 }
 
-void Caller::GiveUp(const Ticket& ticket) const
+void Caller::GiveUp(const Call& call) const
 {
-    const std::string text = node->GetEngine().DescribeOverdue(ticket);
+    const std::string text =
+        DescribeOverdue(call.request, node->GetEngine().GetOptions().answerTime);
     node->GetEngine().GiveUp(text);
     throw CallOverdue(text);
 }
@@ -219,8 +227,9 @@ Waiter::Deadline Caller::GetClosingDeadline() const
 bool Caller::AwaitClosing()
 {
     const auto barrier = Barrier();
-    return waiter->WaitUntil([&] { return barrier->isEventIn.load(); }, GetClosingDeadline()) &&
-           !barrier->isLost;
+    return waiter->WaitUntil([&] { return barrier->outcome.hasEvent.load(); },
+                             GetClosingDeadline()) &&
+           !barrier->outcome.isLost;
 }
 
 void Caller::CloseAnyway(std::uint32_t handle) noexcept
@@ -233,22 +242,23 @@ void Caller::CloseAnyway(std::uint32_t handle) noexcept
     }
 }
 
-void Caller::CloseAnyway(std::span<const TicketPointer> opens) noexcept
+void Caller::CloseAnyway(std::span<const CallPointer> opens) noexcept
 {
     const auto deadline = GetClosingDeadline();
     try {
         waiter->WaitUntil(
             [&] {
-                return std::all_of(opens.begin(), opens.end(),
-                                   [](const auto& open) { return open->isAnswered.load(); });
+                return std::all_of(opens.begin(), opens.end(), [](const auto& open) {
+                    return open->outcome.isAnswered.load();
+                });
             },
             deadline);
         for (const auto& open : opens)
-            if (open->isAnswered && open->opened)
-                Close(open->opened->GetNumber());
+            if (open->outcome.isAnswered && open->outcome.opened)
+                Close(open->outcome.opened->GetNumber());
         const auto barrier = Barrier();
-        waiter->WaitUntil([&] { return barrier->isEventIn.load(); }, deadline);
-        if (barrier->isLost)
+        waiter->WaitUntil([&] { return barrier->outcome.hasEvent.load(); }, deadline);
+        if (barrier->outcome.isLost)
             left.insert(left.end(), opens.begin(), opens.end());
     } catch (const std::exception&) {
         // Out of memory or the like: the session's end closes them.

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "Call.h"
 #include "Client/Cancellation.h"
 #include "Client/Exceptions.h"
 #include "Node.h"
-#include "Ticket.h"
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -38,41 +39,41 @@ public:
 
     // Each posts a call and returns at once.
 
-    TicketPointer Open(const std::string& path, std::int32_t mode);
-    TicketPointer Close(std::uint32_t handle);
-    TicketPointer UploadFile(const std::string& path,
-                             std::shared_ptr<std::vector<unsigned char>> content, UA_DateTime time,
-                             UA_Byte permissions);
-    TicketPointer OpenWrite(const std::string& path);
+    CallPointer Open(const std::string& path, std::int32_t mode);
+    CallPointer Close(std::uint32_t handle);
+    CallPointer UploadFile(const std::string& path,
+                           std::shared_ptr<std::vector<unsigned char>> content, UA_DateTime time,
+                           UA_Byte permissions);
+    CallPointer OpenWrite(const std::string& path);
     /// `owner` keeps the bytes until they have been encoded.
-    TicketPointer Write(std::uint32_t handle, std::span<const unsigned char> bytes,
-                        std::shared_ptr<const void> owner);
-    TicketPointer WriteClose(std::uint32_t handle, UA_DateTime time, UA_Byte permissions);
-    TicketPointer CreateDirectory(const std::string& path);
-    TicketPointer Delete(const std::vector<std::string>& paths);
-    TicketPointer List(const std::string& path, bool isRecursive);
-    TicketPointer Exists(const std::string& path);
-    TicketPointer Read(std::uint32_t handle, std::uint32_t length);
-    TicketPointer GetDateTime(const std::string& path);
-    TicketPointer SetDateTime(const std::string& path, UA_DateTime time);
-    TicketPointer GetPosition(std::uint32_t handle);
-    TicketPointer SetPosition(std::uint32_t handle, std::uint64_t position);
+    CallPointer Write(std::uint32_t handle, std::span<const unsigned char> bytes,
+                      std::shared_ptr<const void> owner);
+    CallPointer WriteClose(std::uint32_t handle, UA_DateTime time, UA_Byte permissions);
+    CallPointer CreateDirectory(const std::string& path);
+    CallPointer Delete(const std::vector<std::string>& paths);
+    CallPointer List(const std::string& path, bool isRecursive);
+    CallPointer Exists(const std::string& path);
+    CallPointer Read(std::uint32_t handle, std::uint32_t length);
+    CallPointer GetDateTime(const std::string& path);
+    CallPointer SetDateTime(const std::string& path, UA_DateTime time);
+    CallPointer GetPosition(std::uint32_t handle);
+    CallPointer SetPosition(std::uint32_t handle, std::uint64_t position);
     /// Its event says that everything asked for before is over.
-    TicketPointer Barrier() { return Exists("."); }
+    CallPointer Barrier() { return Exists("."); }
 
     // Each waits. They throw CallsLost, CallRefusedException and CancelledException.
 
-    void AwaitAnswer(const TicketPointer& ticket);
-    void AwaitEvent(const TicketPointer& ticket);
-    /// `ticket` is what is waited for, in what is said when nothing comes.
+    void AwaitAnswer(const CallPointer& call);
+    void AwaitEvent(const CallPointer& call);
+    /// `call` is named when nothing comes.
     template <typename Condition>
-    void Wait(const Ticket& ticket, const Condition& condition)
+    void Wait(const Call& call, const Condition& condition)
     {
         auto deadline = GetAnswerDeadline(std::chrono::steady_clock::now());
         while (!waiter->WaitUntil(condition, cancellation, deadline)) {
             const auto later = GetAnswerDeadline(node->GetLastLife());
             if (later <= deadline)
-                GiveUp(ticket);
+                GiveUp(call);
             deadline = later;
         }
     }
@@ -103,27 +104,24 @@ public:
     /// end of the session.
     void CloseAnyway(std::uint32_t handle) noexcept;
     /// Likewise, what some calls opened or are about to open.
-    void CloseAnyway(std::span<const TicketPointer> opens) noexcept;
+    void CloseAnyway(std::span<const CallPointer> opens) noexcept;
 
-    void SetCancellation(const Cancellation* given) noexcept { cancellation = given; }
-    [[nodiscard]] const Cancellation* GetCancellation() const noexcept { return cancellation; }
     void ThrowIfCancelled() const;
-    [[nodiscard]] Waiter& GetWaiter() const noexcept { return *waiter; }
 
 private:
     [[nodiscard]] Waiter::Deadline GetClosingDeadline() const;
     [[nodiscard]] Waiter::Deadline GetAnswerDeadline(Waiter::Deadline lastLife) const;
-    [[noreturn]] void GiveUp(const Ticket& ticket) const;
-    [[nodiscard]] TicketPointer Make(Method method) const;
-    [[nodiscard]] TicketPointer Post(TicketPointer ticket) const;
-    [[nodiscard]] TicketPointer MakeOnHandle(Method method, std::uint32_t handle) const;
-    [[nodiscard]] TicketPointer MakeOnPath(Method method, const std::string& path) const;
+    [[noreturn]] void GiveUp(const Call& call) const;
+    [[nodiscard]] CallPointer Make(Method method) const;
+    [[nodiscard]] CallPointer Post(CallPointer call) const;
+    [[nodiscard]] CallPointer MakeOnHandle(Method method, std::uint32_t handle) const;
+    [[nodiscard]] CallPointer MakeOnPath(Method method, const std::string& path) const;
 
     const std::shared_ptr<RemoteNode> node;
     const std::shared_ptr<Waiter> waiter = std::make_shared<Waiter>();
     const Cancellation* cancellation;
     RemoteNode::State state;
-    std::vector<TicketPointer> left; // opened what could not be closed for the connection was lost
+    std::vector<CallPointer> left; // opened what could not be closed for the connection was lost
 };
 
 /// Files that are open for a while: closed when this goes, without being cancelled, whatever else
@@ -139,17 +137,19 @@ public:
     ~OpenedFiles();
 
     /// The call that opens it, answered or not.
-    void Add(TicketPointer open) { opens.push_back(std::move(open)); }
+    void Add(CallPointer open) { opens.push_back(std::move(open)); }
     /// They have been closed, or ended with their session.
     void Release() noexcept { opens.clear(); }
 
 private:
     Caller& caller;
-    std::vector<TicketPointer> opens;
+    std::vector<CallPointer> opens;
 };
 
-/// Throws when the ticket, which is answered, is lost or refused, or opened nothing though it had
-/// to.
-void CheckAnswer(const Ticket& ticket);
+/// Throws when the call, which is answered, is lost or refused, or opened nothing though it had to.
+void CheckAnswer(const Call& call);
+
+/// Returns the time that an answer brought; none when there is no such file or it has no time.
+[[nodiscard]] std::optional<FileTime> GetFileTime(const Call& call);
 
 } // namespace Client

@@ -343,13 +343,13 @@ private:
         const auto barrier = caller.Barrier();
         caller.AwaitAnswer(open);
         caller.AwaitEvent(barrier);
-        const auto handle = open->opened->GetNumber();
+        const auto handle = open->outcome.opened->GetNumber();
         caller.SetPosition(handle, position);
         const auto read = caller.Read(handle, static_cast<std::uint32_t>(length));
         caller.AwaitAnswer(caller.Close(handle));
         caller.AwaitAnswer(read);
         opened.Release();
-        const auto bytes = read->read.Get();
+        const auto bytes = read->outcome.GetBytes();
         return {bytes.begin(), bytes.end()};
     }
 
@@ -358,8 +358,8 @@ private:
     struct SmallFile
     {
         const DownloadJob* job;
-        TicketPointer open;
-        TicketPointer read;
+        CallPointer open;
+        CallPointer read;
     };
     struct Batch
     {
@@ -368,7 +368,7 @@ private:
         {}
 
         std::vector<SmallFile> files;
-        TicketPointer barrier;
+        CallPointer barrier;
         OpenedFiles opened;
     };
 
@@ -437,12 +437,13 @@ private:
     {
         caller.AwaitEvent(batch.barrier);
         for (auto& file : batch.files) {
-            caller.Wait(*file.open, [&] { return file.open->isAnswered.load(); });
-            if (file.open->isLost)
+            caller.Wait(*file.open, [&] { return file.open->outcome.isAnswered.load(); });
+            if (file.open->outcome.isLost)
                 throw CallsLost();
-            if (file.open->opened == nullptr || file.open->opened->GetFailure() != 0)
+            if (file.open->outcome.opened == nullptr ||
+                file.open->outcome.opened->GetFailure() != 0)
                 continue;
-            const auto handle = file.open->opened->GetNumber();
+            const auto handle = file.open->outcome.opened->GetNumber();
             file.read = caller.Read(handle, readSize);
             caller.Close(handle);
         }
@@ -452,12 +453,12 @@ private:
     {
         for (auto& file : batch.files) {
             if (file.read)
-                caller.Wait(*file.read, [&] { return file.read->isAnswered.load(); });
-            if (file.read && file.read->isLost)
+                caller.Wait(*file.read, [&] { return file.read->outcome.isAnswered.load(); });
+            if (file.read && file.read->outcome.isLost)
                 throw CallsLost();
             const DownloadJob& job = *std::exchange(file.job, nullptr);
             // One that is full may not be all: it ends short only where the file does.
-            if (file.read && file.read->read.Get().size() >= readSize)
+            if (file.read && file.read->outcome.GetBytes().size() >= readSize)
                 large.push_back(job);
             else
                 FinishSmall(job, file);
@@ -469,16 +470,16 @@ private:
         bool hasBegun = false;
         DoFile(transfer, job.remote, job.local, hasBegun, [&] {
             CheckAnswer(*file.open);
-            if (const auto result = file.open->opened->GetFailure(); result != 0)
+            if (const auto result = file.open->outcome.opened->GetFailure(); result != 0)
                 throw FileFailed(MakeRemoteFailure(job.remote, Step::Open, result));
             CheckAnswer(*file.read);
-            if (!file.read->hasOutput)
+            if (!file.read->outcome.bytes)
                 throw FileFailed(
                     MakeUnknownFailure(job.remote, Step::Read, "it is not open any more"));
             const Place place = LockedPlace(job);
             PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false);
             hasBegun = true;
-            const auto bytes = file.read->read.Get();
+            const auto bytes = file.read->outcome.GetBytes();
             WriteAt(part.GetDescriptor(), job.local, bytes, 0);
             part.Finish(GetTimeToSet(job));
             transfer.tally.Move(job.remote, bytes.size(), bytes.size(), bytes.size());

@@ -1,15 +1,15 @@
 #include "Endpoints.h"
 
-#include "Engine.h"
+#include "ClientPointer.h"
 #include "EventLoop.h"
+#include "ServerTrust.h"
+#include "Status.h"
 
-#include <OpcUa/Text.h>
 #include <OpcUa/Ua.h>
 
 #include <open62541/client_config_default.h>
 
 #include <array>
-#include <memory>
 #include <string_view>
 
 namespace Client {
@@ -49,10 +49,19 @@ int RankToken(const UA_UserTokenPolicy& policy)
     return rank == 0 ? 0 : rank + 1;
 }
 
-struct ClientDeleter
+/// Returns how the endpoint lets a user log in; null when it does not. Prefers a policy that
+/// encrypts the password where the endpoint itself does not.
+const UA_UserTokenPolicy* FindTokenPolicy(const UA_EndpointDescription& endpoint,
+                                          UA_UserTokenType type)
 {
-    void operator()(UA_Client* client) const noexcept { UA_Client_delete(client); }
-};
+    const UA_UserTokenPolicy* best = nullptr;
+    for (const auto& policy :
+         std::span(endpoint.userIdentityTokens, endpoint.userIdentityTokensSize))
+        if (policy.tokenType == type &&
+            RankToken(policy) > (best == nullptr ? 0 : RankToken(*best)))
+            best = &policy;
+    return best;
+}
 
 } // namespace
 
@@ -78,13 +87,13 @@ UA_StatusCode EndpointList::Ask(const ConnectionOptions& options, const UA_Logge
     asking.externalEventLoop = true;
     RequireGood(UA_ClientConfig_setDefault(&asking), "configuring the client");
     asking.timeout = static_cast<UA_UInt32>(options.connectTime.count());
-    asking.noReconnect = true; // whoever hangs up will do so again
+    asking.noReconnect = true; // a server that hangs up will do so again
     // Without an endpoint the library looks for one that it could log in to, and gives up when the
     // server has but encrypted ones.
     asking.endpoint.endpointUrl = UA_STRING_ALLOC(options.url.c_str());
     asking.endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
     asking.endpoint.securityPolicyUri = UA_STRING_ALLOC(nonePolicy);
-    const std::unique_ptr<UA_Client, ClientDeleter> client(UA_Client_newWithConfig(&asking));
+    const ClientPointer client(UA_Client_newWithConfig(&asking));
     if (!client)
         throw ClientException("there is no memory for a client");
     const UA_StatusCode status =
@@ -112,16 +121,50 @@ const UA_EndpointDescription* EndpointList::FindPlain() const
     return plain;
 }
 
-const UA_UserTokenPolicy* FindTokenPolicy(const UA_EndpointDescription& endpoint,
-                                          UA_UserTokenType type)
+const UA_EndpointDescription& EndpointList::Choose(const ConnectionOptions& options,
+                                                   const std::string& server) const
 {
-    const UA_UserTokenPolicy* best = nullptr;
-    for (const auto& policy :
-         std::span(endpoint.userIdentityTokens, endpoint.userIdentityTokensSize))
-        if (policy.tokenType == type &&
-            RankToken(policy) > (best == nullptr ? 0 : RankToken(*best)))
-            best = &policy;
-    return best;
+    const auto* const plain = FindPlain();
+    const auto* const encrypted = FindEncrypted();
+    switch (options.security) {
+    case Security::Plain:
+        if (plain == nullptr)
+            throw RefusedException(Refusal::Security,
+                                   options.url + " offers encrypted connections only");
+        return *plain;
+    case Security::Encrypted:
+        break;
+    case Security::Automatic:
+        if (encrypted != nullptr)
+            break;
+        if (options.login)
+            throw RefusedException(Refusal::Security,
+                                   options.url + " offers no encryption, so the password would be "
+                                                 "readable on the way; ask for a plain connection "
+                                                 "if that is all right");
+        RequireUnknown(options, server);
+        if (plain != nullptr)
+            return *plain;
+        break;
+    }
+    if (encrypted == nullptr)
+        throw RefusedException(Refusal::Security,
+                               options.url + " offers no encryption that is good enough");
+    return *encrypted;
+}
+
+const UA_UserTokenPolicy& ChooseToken(const UA_EndpointDescription& endpoint,
+                                      const ConnectionOptions& options)
+{
+    const auto type = options.login ? UA_USERTOKENTYPE_USERNAME : UA_USERTOKENTYPE_ANONYMOUS;
+    if (const auto* const found = FindTokenPolicy(endpoint, type))
+        return *found;
+    if (!options.login)
+        throw RefusedException(Refusal::Login,
+                               options.url + " asks for a user name and a password");
+    throw RefusedException(Refusal::Login,
+                           options.url + " takes no user names and passwords" +
+                               (IsPlain(endpoint) ? " over a plain connection" : ""));
 }
 
 bool IsTokenEncrypted(const UA_UserTokenPolicy& policy)

@@ -3,6 +3,7 @@
 #include "Client/Watch.h"
 #include "FileSystemImplementation.h"
 #include "Sizes.h"
+#include "UaTimes.h"
 
 #include <algorithm>
 #include <deque>
@@ -28,8 +29,8 @@ std::string Quote(const std::string& path)
 struct PendingListing
 {
     std::string path; // relative to where the walk starts; empty there
-    TicketPointer list;
-    TicketPointer barrier;
+    CallPointer list;
+    CallPointer barrier;
 };
 
 /// Lists directory by directory, several at a time.
@@ -68,17 +69,17 @@ private:
     void Take(const PendingListing& done)
     {
         CheckAnswer(*done.list);
-        if (done.list->hasNoEvent) {
+        if (done.list->outcome.hasNoResult) {
             Fail(done.path, "it cannot be read");
             return;
         }
-        if (done.list->hasNoContent) {
+        if (done.list->outcome.hasNoContent) {
             Fail(done.path, describeNoContent);
             return;
         }
-        if (done.list->isLimitExceeded)
+        if (done.list->outcome.isLimitExceeded)
             Fail(done.path, "it has more entries than the server tells of (61440)");
-        for (auto& entry : done.list->entries) {
+        for (auto& entry : done.list->outcome.entries) {
             entry.path = Join(done.path, entry.path);
             if (entry.isDirectory && IsSafeRelativePath(entry.path) &&
                 seen.insert(entry.path).second)
@@ -107,10 +108,11 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
     const auto barrier = caller.Exists(AsDirectory(directory));
     caller.AwaitEvent(barrier);
     CheckAnswer(*list);
-    if (!barrier->exists)
+    if (!barrier->outcome.exists)
         throw OperationFailedException("cannot list " + Quote(directory) +
                                        ": there is no such directory");
-    const bool isWhole = !list->hasNoEvent && !list->isLimitExceeded && !list->hasNoContent;
+    const bool isWhole =
+        !list->outcome.hasNoResult && !list->outcome.isLimitExceeded && !list->outcome.hasNoContent;
     if (isRecursive && !isWhole) {
         Listing walked = Walk(caller, directory).Run();
         if (walked.entries.empty() && !walked.failures.empty())
@@ -118,13 +120,13 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
                                            walked.failures.front().cause);
         return walked;
     }
-    if (list->hasNoContent)
+    if (list->outcome.hasNoContent)
         throw OperationFailedException("cannot list " + Quote(directory) + ": " +
                                        describeNoContent);
-    if (list->hasNoEvent)
+    if (list->outcome.hasNoResult)
         throw OperationFailedException("cannot list " + Quote(directory) + ": it cannot be read");
-    Listing listing{std::move(list->entries), {}};
-    if (list->isLimitExceeded)
+    Listing listing{std::move(list->outcome.entries), {}};
+    if (list->outcome.isLimitExceeded)
         listing.failures.push_back(MakeUnknownFailure(
             directory, Step::List, "it has more entries than the server tells of (61440)"));
     return listing;
@@ -133,14 +135,14 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
 /// Which of the paths are there.
 std::vector<bool> AskExistence(Caller& caller, std::span<const std::string> paths)
 {
-    std::vector<TicketPointer> tickets;
-    tickets.reserve(paths.size());
+    std::vector<CallPointer> calls;
+    calls.reserve(paths.size());
     for (const auto& path : paths)
-        tickets.push_back(caller.Exists(path));
+        calls.push_back(caller.Exists(path));
     std::vector<bool> existing;
-    for (const auto& ticket : tickets) {
-        caller.AwaitEvent(ticket);
-        existing.push_back(ticket->exists);
+    for (const auto& call : calls) {
+        caller.AwaitEvent(call);
+        existing.push_back(call->outcome.exists);
     }
     return existing;
 }
@@ -207,9 +209,9 @@ Kind FileSystem::GetKind(const std::string& path, const Cancellation* cancellati
         const auto directory = caller.Exists(AsDirectory(path));
         caller.AwaitEvent(there);
         caller.AwaitEvent(directory);
-        if (directory->exists)
+        if (directory->outcome.exists)
             return Kind::Directory;
-        return there->exists ? Kind::File : Kind::Missing;
+        return there->outcome.exists ? Kind::File : Kind::Missing;
     });
 }
 
@@ -218,9 +220,9 @@ bool FileSystem::Exists(const std::string& path, const Cancellation* cancellatio
     CheckPath(path);
     auto caller = implementation->MakeCaller(cancellation);
     return caller.Repeat([&] {
-        const auto ticket = caller.Exists(path);
-        caller.AwaitEvent(ticket);
-        return ticket->exists;
+        const auto call = caller.Exists(path);
+        caller.AwaitEvent(call);
+        return call->outcome.exists;
     });
 }
 
@@ -237,11 +239,11 @@ void FileSystem::CreateDirectory(const std::string& path, const Cancellation* ca
     CheckPath(path);
     auto caller = implementation->MakeCaller(cancellation);
     const bool isThere = caller.Repeat([&] {
-        const auto ticket = caller.CreateDirectory(path);
+        const auto call = caller.CreateDirectory(path);
         const auto check = caller.Exists(AsDirectory(path));
         caller.AwaitEvent(check);
-        CheckAnswer(*ticket);
-        return check->exists;
+        CheckAnswer(*call);
+        return check->outcome.exists;
     });
     if (!isThere)
         throw OperationFailedException("cannot create the directory " + Quote(path) +
@@ -279,9 +281,9 @@ std::optional<FileTime> FileSystem::GetTime(const std::string& path,
     CheckPath(path);
     auto caller = implementation->MakeCaller(cancellation);
     return caller.Repeat([&] {
-        const auto ticket = caller.GetDateTime(path);
-        caller.AwaitAnswer(ticket);
-        return ticket->hasOutput ? ToFileTime(ticket->readTime) : std::nullopt;
+        const auto call = caller.GetDateTime(path);
+        caller.AwaitAnswer(call);
+        return GetFileTime(*call);
     });
 }
 
@@ -294,7 +296,7 @@ void FileSystem::SetTime(const std::string& path, FileTime time, const Cancellat
         const auto check = caller.GetDateTime(path);
         caller.AwaitAnswer(set);
         caller.AwaitAnswer(check);
-        return check->hasOutput && ToFileTime(check->readTime) == time;
+        return GetFileTime(*check) == time;
     });
     if (!isSet)
         throw OperationFailedException("cannot set the time of " + Quote(path) +
@@ -314,15 +316,15 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
         OpenedFiles opened(caller);
         opened.Add(open);
         caller.AwaitAnswer(open);
-        const auto close = caller.WriteClose(open->opened->GetNumber(), 0, flags);
+        const auto close = caller.WriteClose(open->outcome.opened->GetNumber(), 0, flags);
         const auto barrier = caller.Barrier();
         caller.AwaitEvent(barrier);
         caller.AwaitAnswer(close);
         opened.Release();
-        if (!open->opened->IsAcknowledged())
+        if (!open->outcome.opened->IsAcknowledged())
             throw OperationFailedException("cannot set permissions of " + Quote(path) +
                                            ": the server does not say whether it worked");
-        return open->opened->GetFailure();
+        return open->outcome.opened->GetFailure();
     });
     if (result != 0)
         throw OperationFailedException("cannot set permissions of " + Quote(path) + ": " +

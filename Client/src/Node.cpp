@@ -1,7 +1,8 @@
 #include "Node.h"
 
-#include <OpcUa/Text.h>
-#include <OpcUa/Ua.h>
+#include "EventFields.h"
+#include "ListItem.h"
+#include "Status.h"
 
 #include <open62541/client_highlevel.h>
 
@@ -12,70 +13,11 @@
 
 namespace Client {
 
-using OpcUa::BytesOf;
+namespace {
 
-std::optional<FileTime> ToFileTime(UA_DateTime time)
-{
-    if (time == 0)
-        return std::nullopt;
-    // Rounded down, also before 1970.
-    const UA_DateTime ticks = time - UA_DATETIME_UNIX_EPOCH;
-    UA_DateTime seconds = ticks / UA_DATETIME_SEC;
-    if (ticks % UA_DATETIME_SEC < 0)
-        --seconds;
-    return FileTime(std::chrono::seconds(seconds));
-}
+constexpr UA_UInt32 createFileSystemMethod = 2; // its published number
 
-UA_DateTime ToUaTime(FileTime time)
-{
-    return time.time_since_epoch().count() * UA_DATETIME_SEC + UA_DATETIME_UNIX_EPOCH;
-}
-
-std::vector<ListEntry> TakeEntries(const UA_Variant& content)
-{
-    std::vector<ListEntry> entries;
-    if (content.type == nullptr || UA_Variant_isScalar(&content))
-        return entries;
-    entries.reserve(content.arrayLength);
-    const auto add = [&entries](const ListItem& item) {
-        entries.push_back({OpcUa::UnescapeFromUtf8(BytesOf(item.path)), ToFileTime(item.dateTime),
-                           item.isDirectory});
-    };
-    if (content.type->memSize == sizeof(ListItem) &&
-        content.type->typeKind == UA_DATATYPEKIND_STRUCTURE) {
-        for (std::size_t i = 0; i < content.arrayLength; ++i)
-            add(static_cast<const ListItem*>(content.data)[i]);
-        return entries;
-    }
-    if (content.type != &UA_TYPES[UA_TYPES_EXTENSIONOBJECT])
-        return entries;
-    for (std::size_t i = 0; i < content.arrayLength; ++i) {
-        const auto& object = static_cast<const UA_ExtensionObject*>(content.data)[i];
-        const bool isDecoded = object.encoding == UA_EXTENSIONOBJECT_DECODED ||
-                               object.encoding == UA_EXTENSIONOBJECT_DECODED_NODELETE;
-        if (isDecoded && object.content.decoded.type->memSize == sizeof(ListItem))
-            add(*static_cast<const ListItem*>(object.content.decoded.data));
-    }
-    return entries;
-}
-
-UA_UInt32 GetEventType(const UA_Variant& type, UA_UInt16 files)
-{
-    if (!UA_Variant_hasScalarType(&type, &UA_TYPES[UA_TYPES_NODEID]))
-        return 0;
-    const auto& id = *static_cast<const UA_NodeId*>(type.data);
-    return id.namespaceIndex == files && id.identifierType == UA_NODEIDTYPE_NUMERIC
-               ? id.identifier.numeric
-               : 0;
-}
-
-bool IsOverflow(const UA_Variant& type)
-{
-    if (!UA_Variant_hasScalarType(&type, &UA_TYPES[UA_TYPES_NODEID]))
-        return false;
-    const UA_NodeId overflow = UA_NODEID_NUMERIC(0, UA_NS0ID_EVENTQUEUEOVERFLOWEVENTTYPE);
-    return UA_NodeId_equal(static_cast<const UA_NodeId*>(type.data), &overflow);
-}
+} // namespace
 
 RemoteNode::RemoteNode(Engine& engine)
     : engine(engine)
@@ -125,11 +67,11 @@ void RemoteNode::Make()
 RemoteNode::State RemoteNode::Await(Waiter& waiter, const Cancellation* cancellation)
 {
     const auto isSettled = [this] {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         return isReady || isDead;
     };
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         waiters.insert(&waiter);
     }
     struct Leave
@@ -138,7 +80,7 @@ RemoteNode::State RemoteNode::Await(Waiter& waiter, const Cancellation* cancella
         Waiter& waiter;
         ~Leave()
         {
-            const std::lock_guard lock(node.mutex);
+            const Support::Lock lock(node.mutex);
             node.waiters.erase(&waiter);
         }
     };
@@ -153,7 +95,7 @@ RemoteNode::State RemoteNode::Await(Waiter& waiter, const Cancellation* cancella
                                           "connection was lost is over");
         deadline = later;
     }
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     if (isDead)
         throw ConnectionLostException(engine.GetLossReason());
     return state;
@@ -171,7 +113,7 @@ void RemoteNode::OnConnected(bool isSameSession)
     if (!isSameSession) {
         Make();
         {
-            const std::lock_guard lock(mutex);
+            const Support::Lock lock(mutex);
             ++state.incarnation;
         }
         BeginEpoch();
@@ -200,7 +142,7 @@ void RemoteNode::SendMark()
 void RemoteNode::BeginEpoch()
 {
     mark.reset();
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     ++state.epoch;
     isReady = true;
     for (auto* const waiter : waiters)
@@ -210,7 +152,7 @@ void RemoteNode::BeginEpoch()
 void RemoteNode::OnLost()
 {
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         isReady = false;
         // Calls of this epoch that are still to be sent are lost as well.
         ++state.epoch;
@@ -224,119 +166,103 @@ void RemoteNode::OnDead()
 {
     LoseWaiting();
     handles->Lose();
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     isReady = false;
     isDead = true;
     for (auto* const waiter : waiters)
         waiter->Notify();
 }
 
-void RemoteNode::Lose(Ticket& ticket) noexcept
-{
-    ticket.isLost = true;
-    ticket.isAnswered = true;
-    ticket.isEventIn = true;
-    ticket.waiter->Notify();
-}
-
 void RemoteNode::LoseWaiting()
 {
     for (auto* const queue : {&existsQueue, &listQueue, &deleteQueue, &createQueue})
         for (const auto& waiting : std::exchange(*queue, {}))
-            Lose(*waiting.ticket);
+            waiting.call->Lose();
 }
 
 // Calls
 
-namespace {
-
-/// Its answer brings a handle.
-bool IsOpening(Method method) noexcept
+RemoteNode::Queue* RemoteNode::FindQueue(Events events) noexcept
 {
-    return method == Method::Open || method == Method::OpenWrite || method == Method::UploadFile;
-}
-
-} // namespace
-
-RemoteNode::Queue* RemoteNode::FindQueue(Method method) noexcept
-{
-    switch (method) {
-    case Method::Exists:
-        return &existsQueue;
-    case Method::List:
-        return &listQueue;
-    case Method::Delete:
-        return &deleteQueue;
-    case Method::CreateDirectory:
-        return &createQueue;
-    default:
+    switch (events) {
+    case Events::None:
         return nullptr;
+    case Events::Exists:
+        return &existsQueue;
+    case Events::List:
+        return &listQueue;
+    case Events::Delete:
+        return &deleteQueue;
+    case Events::CreateDirectory:
+        return &createQueue;
     }
+    return nullptr;
 }
 
-bool RemoteNode::TakeForSending(const TicketPointer& ticket)
+bool RemoteNode::TakeForSending(const CallPointer& call)
 {
     {
-        const std::lock_guard lock(mutex);
-        if (!isReady || ticket->epoch != state.epoch)
+        const Support::Lock lock(mutex);
+        if (!isReady || call->epoch != state.epoch)
             return false;
     }
     ++sent;
-    if (IsOpening(ticket->method))
+    const MethodDescription& method = Describe(call->request.method);
+    if (method.Opens())
         handles->BeginOpening();
-    if (auto* const queue = FindQueue(ticket->method))
-        queue->push_back({sent, ticket});
+    if (auto* const queue = FindQueue(method.events))
+        queue->push_back({sent, call});
     return true;
 }
 
-void RemoteNode::TakeAnswer(const TicketPointer& ticket, UA_StatusCode status, UA_Variant* output)
+void RemoteNode::TakeAnswer(const CallPointer& call, UA_StatusCode status, UA_Variant* output)
 {
     ShowLife();
-    ticket->status = status;
-    auto* const queue = FindQueue(ticket->method);
+    const MethodDescription& method = Describe(call->request.method);
+    Outcome& outcome = call->outcome;
+    outcome.status = status;
+    auto* const queue = FindQueue(method.events);
     if (status != UA_STATUSCODE_GOOD && queue != nullptr) {
         // No event will come for it.
         const auto found = std::find_if(queue->begin(), queue->end(), [&](const Waiting& waiting) {
-            return waiting.ticket == ticket;
+            return waiting.call == call;
         });
         if (found != queue->end())
             queue->erase(found);
-        ticket->isEventIn = true;
+        outcome.hasEvent = true;
     }
     if (output != nullptr)
-        TakeOutput(*ticket, *output);
-    if (IsOpening(ticket->method))
+        TakeOutput(*call, *output);
+    if (method.Opens())
         handles->EndOpening();
-    ticket->isAnswered = true;
-    ticket->waiter->Notify();
+    outcome.isAnswered = true;
+    call->waiter->Notify();
 }
 
-void RemoteNode::TakeOutput(Ticket& ticket, UA_Variant& output)
+void RemoteNode::TakeOutput(Call& call, UA_Variant& output)
 {
-    switch (ticket.method) {
-    case Method::Open:
-    case Method::OpenWrite:
-    case Method::UploadFile:
-        if (!UA_Variant_hasScalarType(&output, &UA_TYPES[UA_TYPES_UINT32]))
-            break;
-        ticket.opened = handles->Add(*static_cast<const UA_UInt32*>(output.data), ticket.waiter);
-        ticket.hasOutput = true;
+    const auto is = [&](std::size_t type) {
+        return UA_Variant_hasScalarType(&output, &UA_TYPES[type]);
+    };
+    Outcome& outcome = call.outcome;
+    switch (Describe(call.request.method).output) {
+    case Output::None:
         break;
-    case Method::Read:
-        if (!UA_Variant_hasScalarType(&output, &UA_TYPES[UA_TYPES_BYTESTRING]))
-            break;
-        ticket.read = UaBytes(*static_cast<UA_ByteString*>(output.data));
-        ticket.hasOutput = true;
+    case Output::Handle:
+        if (is(UA_TYPES_UINT32))
+            outcome.opened = handles->Add(*static_cast<const UA_UInt32*>(output.data), call.waiter);
         break;
-    case Method::GetDateTime:
-        ticket.hasOutput = UA_Variant_hasScalarType(&output, &UA_TYPES[UA_TYPES_DATETIME]);
-        ticket.readTime = GetScalar<UA_DateTime>(output, UA_TYPES_DATETIME, 0);
+    case Output::Bytes:
+        if (is(UA_TYPES_BYTESTRING))
+            outcome.bytes.emplace(*static_cast<UA_ByteString*>(output.data));
         break;
-    case Method::GetPosition:
-        ticket.hasOutput = UA_Variant_hasScalarType(&output, &UA_TYPES[UA_TYPES_UINT64]);
-        ticket.readPosition = GetScalar<UA_UInt64>(output, UA_TYPES_UINT64, 0);
+    case Output::Time:
+        if (is(UA_TYPES_DATETIME))
+            outcome.time = *static_cast<const UA_DateTime*>(output.data);
         break;
-    default:
+    case Output::Position:
+        if (is(UA_TYPES_UINT64))
+            outcome.position = *static_cast<const UA_UInt64*>(output.data);
         break;
     }
 }
@@ -378,21 +304,21 @@ void RemoteNode::TakeAcknowledgement(std::uint32_t handle, std::uint32_t result)
         handles->Acknowledge(handle, result);
 }
 
-void RemoteNode::FinishEvent(Ticket& ticket) noexcept
+void RemoteNode::FinishEvent(Call& call) noexcept
 {
-    ticket.isEventIn = true;
-    ticket.waiter->Notify();
+    call.outcome.hasEvent = true;
+    call.waiter->Notify();
 }
 
 /// Takes the one that has waited longest, which has its event now.
-TicketPointer RemoteNode::TakeFirst(Queue& queue)
+CallPointer RemoteNode::TakeFirst(Queue& queue)
 {
     if (queue.empty())
         return nullptr;
-    TicketPointer ticket = std::move(queue.front().ticket);
+    CallPointer call = std::move(queue.front().call);
     queue.pop_front();
-    FinishEvent(*ticket);
-    return ticket;
+    FinishEvent(*call);
+    return call;
 }
 
 void RemoteNode::TakeExists(bool exists)
@@ -400,11 +326,11 @@ void RemoteNode::TakeExists(bool exists)
     if (existsQueue.empty())
         return;
     const std::uint64_t number = existsQueue.front().number;
-    existsQueue.front().ticket->exists = exists;
+    existsQueue.front().call->outcome.exists = exists;
     // Earlier requests without an event so far never get one.
     for (auto* const queue : {&listQueue, &deleteQueue, &createQueue})
         while (!queue->empty() && queue->front().number < number) {
-            queue->front().ticket->hasNoEvent = true;
+            queue->front().call->outcome.hasNoResult = true;
             TakeFirst(*queue);
         }
     TakeFirst(existsQueue);
@@ -414,10 +340,10 @@ void RemoteNode::TakeList(const UA_Variant* fields)
 {
     if (listQueue.empty())
         return;
-    Ticket& ticket = *listQueue.front().ticket;
-    ticket.entries = TakeEntries(fields[contentField]);
-    ticket.hasNoContent = fields[contentField].type == nullptr;
-    ticket.isLimitExceeded = GetScalar<UA_Boolean>(fields[limitField], UA_TYPES_BOOLEAN, false);
+    Outcome& outcome = listQueue.front().call->outcome;
+    outcome.entries = TakeEntries(fields[contentField]);
+    outcome.hasNoContent = fields[contentField].type == nullptr;
+    outcome.isLimitExceeded = GetScalar<UA_Boolean>(fields[limitField], UA_TYPES_BOOLEAN, false);
     TakeFirst(listQueue);
 }
 

@@ -58,7 +58,7 @@ private:
         const auto open = caller.Open(remote, openForReading);
         const auto barrier = caller.Barrier();
         caller.AwaitAnswer(open);
-        handle = open->opened;
+        handle = open->outcome.opened;
         caller.AwaitEvent(barrier);
         if (const auto result = handle->GetFailure(); result != 0) {
             handle.reset();
@@ -82,7 +82,7 @@ private:
         caller.SetPosition(handle->GetNumber(), position);
         const auto check = caller.GetPosition(handle->GetNumber());
         caller.AwaitAnswer(check);
-        if (!check->hasOutput || check->readPosition != position)
+        if (check->outcome.position != position)
             throw FileFailed(
                 MakeUnknownFailure(remote, Step::Resume, "it cannot be read from there on"));
     }
@@ -97,9 +97,9 @@ private:
             pending.pop_front();
             hasRead = true;
             caller.AwaitAnswer(first);
-            if (!first->hasOutput)
+            if (!first->outcome.bytes)
                 throw FileFailed(MakeUnknownFailure(remote, Step::Read, "it is not open any more"));
-            const auto bytes = first->read.Get();
+            const auto bytes = first->outcome.GetBytes();
             if (bytes.empty())
                 return;
             caller.ThrowIfCancelled();
@@ -118,7 +118,7 @@ private:
         caller.AwaitAnswer(check);
         handle.reset();
         pending.clear();
-        if (check->hasOutput && check->readPosition != position)
+        if (check->outcome.position && check->outcome.position != position)
             throw FileFailed(
                 MakeUnknownFailure(remote, Step::Read,
                                    "not all of its bytes arrived, though the server gave no "
@@ -133,7 +133,7 @@ private:
     unsigned int losses = 0;          // in a row, without progress
     bool hasRead = false;
     std::shared_ptr<RemoteHandle> handle;
-    std::deque<TicketPointer> pending;
+    std::deque<CallPointer> pending;
 };
 
 } // namespace

@@ -35,8 +35,8 @@ public:
             caller.AwaitAnswer(probe.check);
             caller.AwaitAnswer(probe.read);
             // A position that the system refuses is no byte of a file either.
-            const bool isAt = probe.check->hasOutput && probe.check->readPosition == probe.position;
-            if (isAt && !probe.read->read.Get().empty())
+            const bool isAt = probe.check->outcome.position == probe.position;
+            if (isAt && !probe.read->outcome.GetBytes().empty())
                 atLeast = std::max(atLeast, probe.position + 1);
             else
                 atMost = std::min(atMost, probe.position);
@@ -48,8 +48,8 @@ private:
     struct Probe
     {
         std::uint64_t position;
-        TicketPointer check;
-        TicketPointer read;
+        CallPointer check;
+        CallPointer read;
     };
 
     Caller& caller;
@@ -78,8 +78,8 @@ std::uint64_t FindLargeSize(Caller& caller, std::uint32_t handle)
 
 struct OpenFile
 {
-    TicketPointer open;
-    TicketPointer read;
+    CallPointer open;
+    CallPointer read;
 };
 
 std::vector<std::optional<std::uint64_t>> FindSome(Caller& caller,
@@ -94,20 +94,20 @@ std::vector<std::optional<std::uint64_t>> FindSome(Caller& caller,
     caller.AwaitEvent(caller.Barrier());
     for (auto& file : files) {
         caller.AwaitAnswer(file.open);
-        file.read = caller.Read(file.open->opened->GetNumber(), firstRead);
+        file.read = caller.Read(file.open->outcome.opened->GetNumber(), firstRead);
     }
     std::vector<std::optional<std::uint64_t>> sizes;
     for (auto& file : files) {
         caller.AwaitAnswer(file.read);
-        const auto handle = file.open->opened->GetNumber();
-        const auto length = file.read->read.Get().size();
-        if (!file.read->hasOutput)
+        const auto handle = file.open->outcome.opened->GetNumber();
+        const auto length = file.read->outcome.GetBytes().size();
+        if (!file.read->outcome.bytes)
             sizes.emplace_back();
         else if (length < firstRead)
             sizes.emplace_back(length);
         else
             sizes.emplace_back(FindLargeSize(caller, handle));
-        if (file.read->hasOutput)
+        if (file.read->outcome.bytes)
             caller.Close(handle);
     }
     caller.AwaitEvent(caller.Barrier()); // so that no more than these are open at a time
@@ -134,7 +134,7 @@ std::uint64_t FindSize(Caller& caller, std::uint32_t handle)
     caller.SetPosition(handle, 0);
     const auto read = caller.Read(handle, firstRead);
     caller.AwaitAnswer(read);
-    const auto length = read->read.Get().size();
+    const auto length = read->outcome.GetBytes().size();
     return length < firstRead ? length : FindLargeSize(caller, handle);
 }
 

@@ -2,6 +2,7 @@
 #include "Jobs.h"
 #include "LocalFiles.h"
 #include "Sizes.h"
+#include "UaTimes.h"
 #include "UploadResume.h"
 
 #include <algorithm>
@@ -189,7 +190,7 @@ private:
 
     static std::vector<bool> MakeSome(Caller& caller, std::span<const UploadDirectory> part)
     {
-        std::vector<TicketPointer> checks;
+        std::vector<CallPointer> checks;
         for (const auto& directory : part) {
             caller.CreateDirectory(directory.remote);
             checks.push_back(caller.Exists(AsDirectory(directory.remote)));
@@ -197,7 +198,7 @@ private:
         std::vector<bool> made;
         for (const auto& check : checks) {
             caller.AwaitEvent(check);
-            made.push_back(check->exists);
+            made.push_back(check->outcome.exists);
         }
         return made;
     }
@@ -258,13 +259,13 @@ private:
     template <typename Entry>
     static std::vector<std::optional<FileTime>> AskTimes(Caller& caller, std::span<Entry> entries)
     {
-        std::vector<TicketPointer> tickets;
+        std::vector<CallPointer> calls;
         for (const auto& entry : entries)
-            tickets.push_back(caller.GetDateTime(entry.remote));
+            calls.push_back(caller.GetDateTime(entry.remote));
         std::vector<std::optional<FileTime>> times;
-        for (const auto& ticket : tickets) {
-            caller.AwaitAnswer(ticket);
-            times.push_back(ticket->hasOutput ? ToFileTime(ticket->readTime) : std::nullopt);
+        for (const auto& call : calls) {
+            caller.AwaitAnswer(call);
+            times.push_back(GetFileTime(*call));
         }
         return times;
     }
@@ -276,8 +277,8 @@ private:
         const UploadJob* job;
         std::size_t size;
         FileTime time; // that it is to have now: the marker, until that has been seen
-        TicketPointer upload;
-        TicketPointer check;
+        CallPointer upload;
+        CallPointer check;
     };
 
     void SendSmall(Caller& caller)
@@ -310,7 +311,7 @@ private:
                 } else if (!checking.empty()) {
                     CheckFirst(caller, checking);
                 }
-                while (!checking.empty() && checking.front().check->isAnswered)
+                while (!checking.empty() && checking.front().check->outcome.isAnswered)
                     CheckFirst(caller, checking);
             } catch (const CallsLost&) {
                 caller.Recover();
@@ -369,18 +370,19 @@ private:
         const bool hasBegun = true;
         // Not in DoFile: a lost call is for the caller of this.
         caller.Wait(*upload.upload, [&] {
-            return upload.upload->isAnswered &&
-                   (upload.upload->isLost || upload.upload->opened == nullptr ||
-                    upload.upload->opened->IsAcknowledged() || upload.upload->opened->IsLost());
+            return upload.upload->outcome.isAnswered &&
+                   (upload.upload->outcome.isLost || upload.upload->outcome.opened == nullptr ||
+                    upload.upload->outcome.opened->IsAcknowledged() ||
+                    upload.upload->outcome.opened->IsLost());
         });
-        const bool isHandleLost = upload.upload->opened != nullptr &&
-                                  upload.upload->opened->IsLost() &&
-                                  !upload.upload->opened->IsAcknowledged();
-        if (upload.upload->isLost || isHandleLost)
+        const bool isHandleLost = upload.upload->outcome.opened != nullptr &&
+                                  upload.upload->outcome.opened->IsLost() &&
+                                  !upload.upload->outcome.opened->IsAcknowledged();
+        if (upload.upload->outcome.isLost || isHandleLost)
             throw CallsLost();
         DoFile(transfer, upload.job->remote, upload.job->remote, hasBegun, [&] {
             CheckAnswer(*upload.upload);
-            if (const auto result = upload.upload->opened->GetFailure(); result != 0)
+            if (const auto result = upload.upload->outcome.opened->GetFailure(); result != 0)
                 throw FileFailed(MakeRemoteFailure(upload.job->remote, Step::Open, result));
             upload.check = caller.GetDateTime(upload.job->remote);
             isOpened = true;
@@ -394,10 +396,10 @@ private:
     void CheckFirst(Caller& caller, std::deque<SmallUpload>& checking)
     {
         SmallUpload& upload = checking.front();
-        caller.Wait(*upload.check, [&] { return upload.check->isAnswered.load(); });
-        if (upload.check->isLost)
+        caller.Wait(*upload.check, [&] { return upload.check->outcome.isAnswered.load(); });
+        if (upload.check->outcome.isLost)
             throw CallsLost();
-        if (!upload.check->hasOutput || ToFileTime(upload.check->readTime) != upload.time) {
+        if (GetFileTime(*upload.check) != upload.time) {
             Fail(caller, upload);
         } else if (upload.time == upload.job->time) {
             Succeed(upload);
@@ -412,12 +414,12 @@ private:
 
     void Fail(Caller& caller, const SmallUpload& upload)
     {
-        const auto handle = upload.upload->opened->GetNumber();
+        const auto handle = upload.upload->outcome.opened->GetNumber();
         const auto position = caller.GetPosition(handle);
-        caller.Wait(*position, [&] { return position->isAnswered.load(); });
-        if (position->isLost)
+        caller.Wait(*position, [&] { return position->outcome.isAnswered.load(); });
+        if (position->outcome.isLost)
             throw CallsLost();
-        const bool isOpen = position->hasOutput;
+        const bool isOpen = position->outcome.position.has_value();
         if (isOpen)
             caller.Close(handle);
         transfer.tally.FailFile(

@@ -61,9 +61,9 @@ bool IsTargetTheSame(Caller& caller, const std::string& remote, std::uint64_t fr
 std::int64_t AskTime(Caller& caller, const std::string& remote)
 {
     return caller.Repeat([&] {
-        const auto ticket = caller.GetDateTime(remote);
-        caller.AwaitAnswer(ticket);
-        return ticket->hasOutput ? ticket->readTime : 0;
+        const auto call = caller.GetDateTime(remote);
+        caller.AwaitAnswer(call);
+        return call->outcome.time.value_or(0);
     });
 }
 

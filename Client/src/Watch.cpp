@@ -1,12 +1,13 @@
 #include "Client/Watch.h"
 
-#include "Node.h"
+#include "Engine.h"
+#include "EventFields.h"
+#include "ListItem.h"
 
 #include <OpcUa/Ua.h>
+#include <Support/Mutex.h>
 
-#include <atomic>
 #include <deque>
-#include <mutex>
 #include <utility>
 
 namespace Client {
@@ -88,11 +89,11 @@ public:
     {
         waiter.Wait(
             [this] {
-                const std::lock_guard lock(mutex);
+                const Support::Lock lock(mutex);
                 return !events.empty() || isLost;
             },
             cancellation);
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         if (events.empty())
             throw ConnectionLostException("the connection was lost: events may have been missed");
         Event event = std::move(events.front());
@@ -113,7 +114,7 @@ public:
         if (!Fill(event, fields))
             return;
         {
-            const std::lock_guard lock(mutex);
+            const Support::Lock lock(mutex);
             events.push_back(std::move(event));
         }
         waiter.Notify();
@@ -156,7 +157,7 @@ private:
     void Lose()
     {
         {
-            const std::lock_guard lock(mutex);
+            const Support::Lock lock(mutex);
             isLost = true;
         }
         waiter.Notify();
@@ -164,9 +165,9 @@ private:
 
     Engine& engine;
     Waiter waiter;
-    std::mutex mutex; // guards what follows
-    std::deque<Event> events;
-    bool isLost = false;
+    Support::Mutex mutex;
+    std::deque<Event> events GUARDED_BY(mutex);
+    bool isLost GUARDED_BY(mutex) = false;
 };
 
 Watch::Watch(Connection& connection, const std::string& sharedNode)

@@ -1,43 +1,8 @@
-#include "Ticket.h"
+#include "RemoteHandle.h"
+
+#include <vector>
 
 namespace Client {
-
-const char* GetName(Method method) noexcept
-{
-    switch (method) {
-    case Method::Open:
-        return "Open";
-    case Method::Close:
-        return "Close";
-    case Method::UploadFile:
-        return "UploadFile";
-    case Method::OpenWrite:
-        return "OpenWrite";
-    case Method::Write:
-        return "Write";
-    case Method::WriteClose:
-        return "WriteClose";
-    case Method::CreateDirectory:
-        return "CreateDirectory";
-    case Method::Delete:
-        return "Delete";
-    case Method::List:
-        return "List";
-    case Method::Exists:
-        return "Exists";
-    case Method::Read:
-        return "Read";
-    case Method::GetDateTime:
-        return "GetDateTime";
-    case Method::SetDateTime:
-        return "SetDateTime";
-    case Method::GetPosition:
-        return "GetPosition";
-    case Method::SetPosition:
-        return "SetPosition";
-    }
-    return "";
-}
 
 RemoteHandle::~RemoteHandle()
 {
@@ -47,7 +12,7 @@ RemoteHandle::~RemoteHandle()
 std::shared_ptr<RemoteHandle> HandleTable::Add(std::uint32_t number, std::shared_ptr<Waiter> waiter)
 {
     auto handle = std::make_shared<RemoteHandle>(shared_from_this(), number, std::move(waiter));
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     handles.insert_or_assign(number, handle);
     if (const auto found = early.extract(number))
         handle->Acknowledge(found.mapped());
@@ -56,7 +21,7 @@ std::shared_ptr<RemoteHandle> HandleTable::Add(std::uint32_t number, std::shared
 
 void HandleTable::Remove(std::uint32_t number) noexcept
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     // Unless the number has been given out again.
     const auto found = handles.find(number);
     if (found != handles.end() && found->second.expired())
@@ -66,7 +31,7 @@ void HandleTable::Remove(std::uint32_t number) noexcept
 void HandleTable::Acknowledge(std::uint32_t number, std::uint32_t result)
 {
     std::shared_ptr<RemoteHandle> handle; // released after the lock
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     const auto found = handles.find(number);
     if (found == handles.end()) {
         // Of a handle that nobody waits for any more, unless one is being opened. Failures stay.
@@ -80,7 +45,7 @@ void HandleTable::Acknowledge(std::uint32_t number, std::uint32_t result)
 void HandleTable::Lose()
 {
     std::vector<std::shared_ptr<RemoteHandle>> open; // released after the lock
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     opening = 0; // none of them will be answered
     early.clear();
     for (const auto& [number, handle] : handles)
@@ -92,13 +57,13 @@ void HandleTable::Lose()
 
 void HandleTable::BeginOpening()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     ++opening;
 }
 
 void HandleTable::EndOpening()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     if (opening > 0 && --opening == 0)
         early.clear();
 }
