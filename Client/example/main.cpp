@@ -1,5 +1,5 @@
-// What a program of one's own needs to move files: connect, list a directory, send a file and fetch
-// it again, and show how far it is.
+// A small program that moves files: it connects, lists a directory, sends a file and fetches it
+// again, and shows its progress.
 //
 //     talvensor-client-example opc.tcp://localhost:4840 STATE-FOLDER LOCAL-FILE REMOTE-FILE
 

@@ -1,8 +1,9 @@
 #include "Client/FileSystem.h"
 
 #include "Client/Watch.h"
-#include "FileSystemImplementation.h"
+#include "PrivateNode.h"
 #include "Sizes.h"
+#include "Stamp.h"
 #include "UaTimes.h"
 
 #include <algorithm>
@@ -195,7 +196,7 @@ Failure MakeUnknownFailure(std::string path, Step step, std::string cause)
 }
 
 FileSystem::FileSystem(Connection& connection)
-    : implementation(std::make_unique<Implementation>(connection))
+    : node(std::make_unique<PrivateNode>(*connection.engine))
 {}
 
 FileSystem::~FileSystem() = default;
@@ -203,7 +204,7 @@ FileSystem::~FileSystem() = default;
 Kind FileSystem::GetKind(const std::string& path, const Cancellation* cancellation)
 {
     CheckPath(path);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     return caller.Repeat([&] {
         const auto there = caller.Exists(path);
         const auto directory = caller.Exists(AsDirectory(path));
@@ -218,7 +219,7 @@ Kind FileSystem::GetKind(const std::string& path, const Cancellation* cancellati
 bool FileSystem::Exists(const std::string& path, const Cancellation* cancellation)
 {
     CheckPath(path);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     return caller.Repeat([&] {
         const auto call = caller.Exists(path);
         caller.AwaitEvent(call);
@@ -230,14 +231,14 @@ Listing FileSystem::List(const std::string& directory, bool isRecursive,
                          const Cancellation* cancellation)
 {
     CheckPath(directory);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     return caller.Repeat([&] { return ListDirectory(caller, directory, isRecursive); });
 }
 
 void FileSystem::CreateDirectory(const std::string& path, const Cancellation* cancellation)
 {
     CheckPath(path);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     const bool isThere = caller.Repeat([&] {
         const auto call = caller.CreateDirectory(path);
         const auto check = caller.Exists(AsDirectory(path));
@@ -254,7 +255,7 @@ std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, b
                                         const Cancellation* cancellation)
 {
     std::for_each(paths.begin(), paths.end(), CheckPath);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     std::vector<Failure> failures;
     for (std::size_t start = 0; start < paths.size(); start += pathsAtOnce) {
         const auto part =
@@ -279,7 +280,7 @@ std::optional<FileTime> FileSystem::GetTime(const std::string& path,
                                             const Cancellation* cancellation)
 {
     CheckPath(path);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     return caller.Repeat([&] {
         const auto call = caller.GetDateTime(path);
         caller.AwaitAnswer(call);
@@ -290,7 +291,7 @@ std::optional<FileTime> FileSystem::GetTime(const std::string& path,
 void FileSystem::SetTime(const std::string& path, FileTime time, const Cancellation* cancellation)
 {
     CheckPath(path);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     const bool isSet = caller.Repeat([&] {
         const auto set = caller.SetDateTime(path, ToUaTime(time));
         const auto check = caller.GetDateTime(path);
@@ -309,7 +310,7 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
     if (GetKind(path, cancellation) != Kind::File)
         throw OperationFailedException("cannot set permissions of " + Quote(path) +
                                        ": it is no file");
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     const auto flags = MakePermissions(permissions);
     const std::uint32_t result = caller.Repeat([&] {
         const auto open = caller.Open(path, openForAppending);
@@ -336,7 +337,7 @@ std::uint64_t FileSystem::GetSize(const std::string& path, const Cancellation* c
     if (GetKind(path, cancellation) == Kind::Directory)
         throw OperationFailedException("cannot find the size of " + Quote(path) +
                                        ": it is a directory");
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     const auto size = FindSizes(caller, std::span(&path, 1)).front();
     if (!size)
         throw OperationFailedException("cannot find the size of " + Quote(path) +
@@ -348,7 +349,7 @@ std::vector<std::optional<std::uint64_t>>
 FileSystem::GetSizes(const std::vector<std::string>& paths, const Cancellation* cancellation)
 {
     std::for_each(paths.begin(), paths.end(), CheckPath);
-    auto caller = implementation->MakeCaller(cancellation);
+    auto caller = node->MakeCaller(cancellation);
     return FindSizes(caller, paths);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Caller.h"
-#include "FileSystemImplementation.h"
+#include "PrivateNode.h"
 #include "Tally.h"
 #include "TransferRecords.h"
 
@@ -25,13 +25,13 @@ constexpr const char* describeLosses =
     "the connection was lost again and again without any progress; a message may be larger than "
     "the server or the network between takes";
 
-/// What the jobs of one transfer share.
+/// The state that the jobs of one transfer share.
 struct Transfer
 {
-    FileSystem::Implementation& fileSystem;
+    PrivateNode& node;
     const TransferOptions& options;
     Tally tally{options};
-    const TransferRecords records{fileSystem.GetStateFolder()};
+    const TransferRecords records{node.GetStateFolder()};
     std::atomic<bool> isOver{false}; ///< cancelled, or the connection is gone
 
     [[nodiscard]] std::size_t GetJobs() const noexcept
@@ -107,7 +107,7 @@ void DoAll(Transfer& transfer, const std::vector<File>& files, const Function& f
     std::atomic<std::size_t> next{0};
     const auto work = [&] {
         DoStep(transfer, [&] {
-            Caller caller = transfer.fileSystem.MakeCaller(transfer.options.cancellation);
+            Caller caller = transfer.node.MakeCaller(transfer.options.cancellation);
             for (std::size_t i = next++; i < files.size() && !transfer.isOver; i = next++)
                 function(caller, files[i]);
         });
@@ -124,19 +124,5 @@ void DoAll(Transfer& transfer, const std::vector<File>& files, const Function& f
     for (auto& thread : threads)
         thread.join();
 }
-
-/// The most that one Read returns.
-constexpr std::uint32_t readSize = 61440;
-
-/// Reads a remote file from a position to its end into a sink that takes its parts in order,
-/// each with where it begins. Resumes over lost connections. Returns the file's size. Throws
-/// FileFailed, and what Caller's waiting throws but CallsLost; the file is closed then.
-using PartSink = std::function<void(std::uint64_t, std::span<const unsigned char>)>;
-std::uint64_t ReadRemoteFile(Caller& caller, const std::string& remote, std::uint64_t start,
-                             std::size_t jobs, const PartSink& sink);
-
-/// Throws FileFailed unless the contents are the same.
-void CompareContents(Caller& caller, const std::string& remote, int local,
-                     const std::string& localName, std::size_t jobs);
 
 } // namespace Client

@@ -220,7 +220,7 @@ void PartFile::RequireWritten() const
         FailLocally(shownName, Step::Write);
 }
 
-/// What has the part's name now may be another file.
+/// The part's name may belong to another file by now.
 void PartFile::RequireInPlace() const
 {
     struct stat own = {};
@@ -260,11 +260,6 @@ void PartFile::Finish(std::optional<FileTime> time)
     RequireInPlace();
     if (renameat(directory, part.c_str(), directory, leaf.c_str()) != 0)
         FailLocally(shownName, Step::Rename);
-}
-
-void PartFile::Remove() noexcept
-{
-    unlinkat(directory, part.c_str(), 0);
 }
 
 std::optional<FileTime> FindLocalTime(int directory, const std::string& leaf)

@@ -21,8 +21,7 @@ std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> b
 void WriteAt(int file, const std::string& name, std::span<const unsigned char> bytes,
              std::uint64_t position);
 
-/// The directory that a download goes into. Whatever is asked of it stays below it: links are not
-/// followed.
+/// The directory that a download goes into. Every operation stays below it: links are not followed.
 class LocalTree
 {
 public:
@@ -51,8 +50,8 @@ private:
     Support::Descriptor opened;
 };
 
-/// The name of what a download has until it is whole. The first is the usual one; the others are
-/// for when that is a name of its own.
+/// Returns the name of a download until it is whole. Number 1 is the usual one; the others are for
+/// the case that another file has that name.
 [[nodiscard]] std::string GetPartLeaf(const std::string& leaf, unsigned int number = 1);
 
 /// A download that has another name until it is whole. Locked against other transfers meanwhile.
@@ -68,7 +67,6 @@ public:
     void Truncate(std::uint64_t size);
     /// Gives it its time and its name. Throws FileFailed, also when not all could be written.
     void Finish(std::optional<FileTime> time);
-    void Remove() noexcept;
 
 private:
     void Lock() const;
@@ -82,16 +80,16 @@ private:
     Support::Descriptor descriptor;
 };
 
-/// The last name of a path.
+/// Returns the last name of a path.
 [[nodiscard]] std::string GetLeaf(const std::string& path);
-/// The path without what changes nothing: "a//./b/" becomes "a/b".
+/// Returns the path without parts that change nothing: "a//./b/" becomes "a/b".
 [[nodiscard]] std::string Normalize(std::string_view path);
 /// Likewise, of a local file, from the root on: equal for paths that name the same place.
 [[nodiscard]] std::string NormalizeLocal(const std::string& path);
-/// What is before the last name; "." when there is nothing.
+/// Returns the path before the last name; "." when there is nothing.
 [[nodiscard]] std::string GetDirectory(const std::string& path);
 
-/// The time of a local file, when there is one.
+/// Returns the time of a local file, when there is one.
 [[nodiscard]] std::optional<FileTime> FindLocalTime(int directory, const std::string& leaf);
 
 } // namespace Client

@@ -33,11 +33,12 @@ constexpr std::array methods{
 };
 
 /// The numbers follow each other in steps, so that the place in the table follows from them.
-constexpr std::uint32_t step = 10;
+constexpr std::uint32_t numberStep = 10;
 
 constexpr std::size_t FindPlace(Method method)
 {
-    return (static_cast<std::uint32_t>(method) - static_cast<std::uint32_t>(Method::Open)) / step;
+    return (static_cast<std::uint32_t>(method) - static_cast<std::uint32_t>(Method::Open)) /
+           numberStep;
 }
 
 constexpr bool IsInPlace()

@@ -18,8 +18,8 @@
 
 namespace Client {
 
-/// A private file system on the server, and which of its events answers what. Events come in the
-/// order of the requests; so who waits is kept in that order.
+/// A private file system on the server, and the calls that wait for its events. Events come in the
+/// order of the requests, so the calls are kept in that order.
 ///
 /// After a lost connection a new epoch begins: calls of the one before are lost. When the session
 /// is the same, so are the node and its handles; the new epoch begins behind a mark, a Close of a

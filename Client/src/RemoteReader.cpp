@@ -1,5 +1,6 @@
+#include "RemoteReader.h"
+
 #include "Jobs.h"
-#include "LocalFiles.h"
 
 #include <algorithm>
 #include <deque>
@@ -142,29 +143,6 @@ std::uint64_t ReadRemoteFile(Caller& caller, const std::string& remote, std::uin
                              std::size_t jobs, const PartSink& sink)
 {
     return RemoteReader(caller, remote, start, jobs).Run(sink);
-}
-
-void CompareContents(Caller& caller, const std::string& remote, int local,
-                     const std::string& localName, std::size_t jobs)
-{
-    std::vector<unsigned char> buffer(readSize);
-    const auto differ = [&](std::uint64_t position) {
-        Failure failure =
-            MakeUnknownFailure(remote, Step::Verify,
-                               "its content differs from the other side's, from byte " +
-                                   std::to_string(position) + " on or later");
-        failure.kind = FailureKind::Different;
-        throw FileFailed(std::move(failure));
-    };
-    const auto size = ReadRemoteFile(
-        caller, remote, 0, jobs, [&](std::uint64_t position, std::span<const unsigned char> bytes) {
-            const auto expected = std::span(buffer).first(bytes.size());
-            if (ReadAt(local, localName, expected, position) != bytes.size() ||
-                !std::equal(bytes.begin(), bytes.end(), expected.begin()))
-                differ(position);
-        });
-    if (ReadAt(local, localName, std::span(buffer).first(1), size) != 0)
-        differ(size);
 }
 
 } // namespace Client

@@ -12,7 +12,7 @@ constexpr std::uint64_t probesAtOnce = 32;
 constexpr unsigned int firstExponent = 13; // twice the first read
 constexpr unsigned int lastExponent = 62;
 
-/// Whether there is a byte at each of some positions.
+/// Asks at some positions if there is a byte.
 class Probes
 {
 public:
@@ -28,7 +28,7 @@ public:
         probes.push_back({position, check, caller.Read(handle, 1)});
     }
 
-    /// The bounds of the size: at least the first, less than the second unless that is 0.
+    /// Narrows the bounds of the size by the answers.
     void Narrow(std::uint64_t& atLeast, std::uint64_t& atMost)
     {
         for (const auto& probe : probes) {
@@ -136,14 +136,6 @@ std::uint64_t FindSize(Caller& caller, std::uint32_t handle)
     caller.AwaitAnswer(read);
     const auto length = read->outcome.GetBytes().size();
     return length < firstRead ? length : FindLargeSize(caller, handle);
-}
-
-UA_Byte MakePermissions(Permissions permissions) noexcept
-{
-    constexpr UA_Byte readOnly = 0x02;
-    constexpr UA_Byte executable = 0x04;
-    return static_cast<UA_Byte>((permissions.readOnly ? readOnly : 0) |
-                                (permissions.executable ? executable : 0));
 }
 
 } // namespace Client

@@ -6,8 +6,8 @@
 
 namespace Client {
 
-/// In plain words what a status means to somebody who moves files, with its name in brackets:
-/// "it does not answer in time (BadTimeout)".
+/// Describes a status for somebody who moves files, with its name in brackets: "it does not answer
+/// in time (BadTimeout)".
 [[nodiscard]] std::string DescribeStatus(UA_StatusCode status);
 
 } // namespace Client

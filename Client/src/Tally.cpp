@@ -56,7 +56,7 @@ const char* GetName(Step step) noexcept
 
 void Tally::Find(std::uint64_t files, std::optional<std::uint64_t> size)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     allFiles += files;
     allBytes += size.value_or(0);
     knowsSizes = knowsSizes && size;
@@ -64,7 +64,7 @@ void Tally::Find(std::uint64_t files, std::optional<std::uint64_t> size)
 
 void Tally::EndFinding()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     isAllFound = true;
 }
 
@@ -89,7 +89,7 @@ void Tally::Show(const std::string& remote, std::uint64_t done, std::optional<st
 void Tally::Move(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
                  std::uint64_t moved)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     bytes += moved;
     result.bytes += moved;
     Show(remote, done, size, false);
@@ -97,14 +97,14 @@ void Tally::Move(const std::string& remote, std::uint64_t done, std::optional<st
 
 void Tally::Resume(std::uint64_t resumed)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     bytes += resumed;
     result.resumedBytes += resumed;
 }
 
 void Tally::FinishFile(const std::string& remote, std::uint64_t size, bool wasWhole)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     ++finished;
     ++result.files;
     result.skippedFiles += wasWhole ? 1 : 0;
@@ -113,7 +113,7 @@ void Tally::FinishFile(const std::string& remote, std::uint64_t size, bool wasWh
 
 void Tally::FailFile(const std::string& remote, Failure failure, const std::string& unfinished)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     ++finished;
     result.failures.push_back(std::move(failure));
     if (!unfinished.empty())
@@ -123,37 +123,37 @@ void Tally::FailFile(const std::string& remote, Failure failure, const std::stri
 
 void Tally::AddDirectory()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     ++result.directories;
 }
 
 void Tally::AddFailure(Failure failure)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     result.failures.push_back(std::move(failure));
 }
 
 void Tally::AddUnfinished(const std::string& target)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     result.unfinished.push_back(target);
 }
 
 void Tally::SetCancelled()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     result.isCancelled = true;
 }
 
 void Tally::SetConnectionLost()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     result.isConnectionLost = true;
 }
 
 TransferResult Tally::Take()
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     result.duration = std::chrono::steady_clock::now() - start;
     return std::move(result);
 }

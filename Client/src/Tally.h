@@ -3,9 +3,10 @@
 #include "Client/Exceptions.h"
 #include "Client/Transfer.h"
 
+#include <Support/Mutex.h>
+
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -30,7 +31,7 @@ private:
 /// Likewise, for what errno does not say.
 [[noreturn]] void FailLocally(const std::string& path, Step step, int error);
 
-/// What a transfer has done so far. Any thread.
+/// Counts the work that a transfer has done so far. Any thread.
 class Tally
 {
 public:
@@ -60,18 +61,19 @@ public:
 
 private:
     void Show(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
-              bool isFinished);
+              bool isFinished) REQUIRES(mutex);
 
     const TransferOptions& options;
     const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
-    std::mutex mutex; // guards what follows, and the callback
-    TransferResult result;
-    std::uint64_t finished = 0;
-    std::uint64_t allFiles = 0;
-    std::uint64_t allBytes = 0;
-    std::uint64_t bytes = 0;
-    bool knowsSizes = true;
-    bool isAllFound = false;
+    /// Held during the callback, which is never called twice at the same time.
+    Support::Mutex mutex;
+    TransferResult result GUARDED_BY(mutex);
+    std::uint64_t finished GUARDED_BY(mutex) = 0;
+    std::uint64_t allFiles GUARDED_BY(mutex) = 0;
+    std::uint64_t allBytes GUARDED_BY(mutex) = 0;
+    std::uint64_t bytes GUARDED_BY(mutex) = 0;
+    bool knowsSizes GUARDED_BY(mutex) = true;
+    bool isAllFound GUARDED_BY(mutex) = false;
 };
 
 } // namespace Client

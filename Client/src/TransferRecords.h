@@ -9,8 +9,8 @@
 
 namespace Client {
 
-/// The facts known of a transfer of one file that was broken off: enough to prove that what there
-/// is of the target is a prefix of the source.
+/// The facts known of a broken-off transfer of one file: enough to prove that the target is a
+/// prefix of the source.
 struct TransferRecord
 {
     std::uint64_t sourceSize = 0; ///< 0 where it was not known

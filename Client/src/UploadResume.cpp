@@ -1,7 +1,7 @@
 #include "UploadResume.h"
 
-#include "Jobs.h"
 #include "LocalFiles.h"
+#include "RemoteReader.h"
 #include "Sizes.h"
 
 #include <algorithm>

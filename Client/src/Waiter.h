@@ -9,7 +9,7 @@
 
 namespace Client {
 
-/// Lets one thread wait until others have changed something. What they change has to be atomic.
+/// Lets one thread wait until others have changed something, which has to be atomic.
 class Waiter
 {
 public:
@@ -65,7 +65,7 @@ private:
                      Deadline deadline)
     {
         isSleeping = true;
-        // Whoever changed it before the line above does not wake us.
+        // A thread that changed it before the line above does not wake us.
         if (!condition())
             Sleep(cancellation, deadline);
         isSleeping = false;

@@ -171,7 +171,7 @@ private:
 };
 
 Watch::Watch(Connection& connection, const std::string& sharedNode)
-    : implementation(std::make_unique<Implementation>(connection.GetEngine(), sharedNode))
+    : implementation(std::make_unique<Implementation>(*connection.engine, sharedNode))
 {}
 
 Watch::~Watch() = default;

@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <netinet/in.h>
 #include <optional>
@@ -22,17 +21,6 @@ using namespace ClientTest;
 namespace fs = std::filesystem;
 
 namespace {
-
-Refusal GetRefusal(const std::function<void()>& connect)
-{
-    try {
-        connect();
-    } catch (const RefusedException& refused) {
-        return refused.GetRefusal();
-    }
-    ADD_FAILURE() << "was not refused";
-    return Refusal::Other;
-}
 
 class AConnection : public WithHost
 {

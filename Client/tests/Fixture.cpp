@@ -87,4 +87,15 @@ std::string Describe(const Client::TransferResult& result)
     return text;
 }
 
+Client::Refusal GetRefusal(const std::function<void()>& connect)
+{
+    try {
+        connect();
+    } catch (const Client::RefusedException& refused) {
+        return refused.GetRefusal();
+    }
+    ADD_FAILURE() << "was not refused";
+    return Client::Refusal::Other;
+}
+
 } // namespace ClientTest

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace ClientTest {
@@ -23,6 +24,9 @@ void MakeFile(const std::filesystem::path& file, std::size_t size);
 /// Names, contents and times of files.
 void ExpectSameTrees(const std::filesystem::path& left, const std::filesystem::path& right);
 [[nodiscard]] std::string Describe(const Client::TransferResult& result);
+
+/// Returns why connecting was refused; fails the test when it was not.
+[[nodiscard]] Client::Refusal GetRefusal(const std::function<void()>& connect);
 
 class WithHost : public testing::Test
 {

@@ -10,7 +10,6 @@
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <functional>
 #include <sched.h>
 #include <thread>
 #include <unistd.h>
@@ -20,17 +19,6 @@ using namespace ClientTest;
 namespace fs = std::filesystem;
 
 namespace {
-
-Refusal GetRefusal(const std::function<void()>& connect)
-{
-    try {
-        connect();
-    } catch (const RefusedException& refused) {
-        return refused.GetRefusal();
-    }
-    ADD_FAILURE() << "was not refused";
-    return Refusal::Other;
-}
 
 class AHostOpenToOtherMachines : public testing::Test
 {

@@ -33,7 +33,7 @@ struct Pair
     int server;
 };
 
-/// What is passed on must not wait for more to come.
+/// Sends at once: passed-on bytes must not wait for more to come.
 void SendAtOnce(int socket)
 {
     const int on = 1;

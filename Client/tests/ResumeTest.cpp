@@ -39,11 +39,17 @@ void SetOldTime(const fs::path& file)
     ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times.data(), 0), 0);
 }
 
-class ABrokenTransfer : public WithHost
+enum class Direction
+{
+    Up,
+    Down,
+};
+
+class WithTransfer : public WithHost
 {
 protected:
     /// Moves the file until some of it has been moved, and is cancelled then.
-    TransferResult Break(const HostProcess& server, bool isUpload)
+    TransferResult Break(Direction direction)
     {
         Cancellation cancellation;
         TransferOptions options;
@@ -52,16 +58,16 @@ protected:
             if (progress.bytes >= 2 * mebibyte)
                 cancellation.Cancel();
         };
-        auto result = Move(MakeOptions(server), isUpload, options);
+        auto result = Move(MakeOptions(host), direction, options);
         EXPECT_TRUE(result.isCancelled) << Describe(result);
         return result;
     }
 
-    TransferResult Continue(const HostProcess& server, bool isUpload)
+    TransferResult Continue(Direction direction)
     {
         TransferOptions options;
         options.resumes = true;
-        auto result = Move(MakeOptions(server), isUpload, options);
+        auto result = Move(MakeOptions(host), direction, options);
         EXPECT_TRUE(result.IsComplete()) << Describe(result);
         EXPECT_TRUE(ReadFile(here) == ReadFile(there));
         EXPECT_EQ(GetSeconds(here), GetSeconds(there));
@@ -69,13 +75,14 @@ protected:
         return result;
     }
 
-    TransferResult Move(const ConnectionOptions& connecting, bool isUpload,
+    TransferResult Move(const ConnectionOptions& connecting, Direction direction,
                         const TransferOptions& options) const
     {
         Connection connection(connecting);
         FileSystem fileSystem(connection);
         const std::vector<TransferItem> items{{here.string(), there.string()}};
-        return isUpload ? fileSystem.Upload(items, options) : fileSystem.Download(items, options);
+        return direction == Direction::Up ? fileSystem.Upload(items, options)
+                                          : fileSystem.Download(items, options);
     }
 
     [[nodiscard]] std::size_t CountRecords() const
@@ -87,42 +94,88 @@ protected:
 
     const fs::path here = local.GetPath() / "file";
     const fs::path there = root.GetPath() / "file";
+    const fs::path part = GetPartName(here.string()); // of a download
     const fs::path records = state.GetPath() / "client" / "transfers";
 };
 
-class ABrokenUpload : public ABrokenTransfer
+class ABrokenTransfer : public WithTransfer, public testing::WithParamInterface<Direction>
+{
+protected:
+    ABrokenTransfer() { MakeFile(source, size); }
+    void Break() { WithTransfer::Break(GetParam()); }
+    TransferResult Continue() { return WithTransfer::Continue(GetParam()); }
+
+    const bool isUpload = GetParam() == Direction::Up;
+    const fs::path source = isUpload ? here : there;
+    const fs::path target = isUpload ? there : part; // until it is whole
+};
+
+INSTANTIATE_TEST_SUITE_P(BothWays, ABrokenTransfer, testing::Values(Direction::Up, Direction::Down),
+                         [](const auto& each) {
+                             return each.param == Direction::Up ? "Up" : "Down";
+                         });
+
+TEST_P(ABrokenTransfer, IsCarriedOn)
+{
+    Break();
+    const auto kept = fs::file_size(target);
+    const auto result = Continue();
+    EXPECT_GT(kept, 0U);
+    EXPECT_EQ(result.resumedBytes, kept);
+    EXPECT_EQ(result.bytes, size - kept);
+}
+
+TEST_P(ABrokenTransfer, StartsOverWhenTheSourceHasChangedInItsFirstMegabyteAndGrown)
+{
+    Break();
+    ChangeByte(source, 1000);
+    std::ofstream(source, std::ios::app | std::ios::binary) << MakeContent(mebibyte);
+    if (isUpload)
+        SetOldTime(source); // a download learns of changes from the time alone
+    EXPECT_EQ(Continue().resumedBytes, 0U);
+}
+
+TEST_P(ABrokenTransfer, StartsOverWhenTheSourceIsNewerThoughItsSizeIsTheSame)
+{
+    Break();
+    ChangeByte(source, 1000);
+    EXPECT_EQ(Continue().resumedBytes, 0U);
+}
+
+TEST_P(ABrokenTransfer, StartsOverWhenSomebodyElseHasChangedTheTarget)
+{
+    Break();
+    ChangeByte(target, 1000);
+    EXPECT_EQ(Continue().resumedBytes, 0U);
+}
+
+TEST_P(ABrokenTransfer, StartsOverWithoutARecord)
+{
+    Break();
+    EXPECT_EQ(CountRecords(), 1U);
+    fs::remove_all(records);
+    EXPECT_EQ(Continue().resumedBytes, 0U);
+}
+
+TEST_P(ABrokenTransfer, StartsOverAtAnotherServer)
+{
+    Break();
+    const HostProcess other(root.GetPath()); // with a key of its own
+    TransferOptions options;
+    options.resumes = true;
+    const auto result = Move(MakeOptions(other), GetParam(), options);
+    EXPECT_TRUE(result.IsComplete()) << Describe(result);
+    EXPECT_EQ(result.resumedBytes, 0U);
+    EXPECT_TRUE(ReadFile(here) == ReadFile(there));
+}
+
+class ABrokenUpload : public WithTransfer
 {
 protected:
     ABrokenUpload() { MakeFile(here, size); }
-    void Break() { ABrokenTransfer::Break(host, true); }
-    TransferResult Continue() { return ABrokenTransfer::Continue(host, true); }
+    void Break() { WithTransfer::Break(Direction::Up); }
+    TransferResult Continue() { return WithTransfer::Continue(Direction::Up); }
 };
-
-TEST_F(ABrokenUpload, IsCarriedOn)
-{
-    Break();
-    const auto part = fs::file_size(there);
-    const auto result = Continue();
-    EXPECT_GT(part, 0U);
-    EXPECT_EQ(result.resumedBytes, part);
-    EXPECT_EQ(result.bytes, size - part);
-}
-
-TEST_F(ABrokenUpload, StartsOverWhenTheSourceHasChangedInItsFirstMegabyteAndGrown)
-{
-    Break();
-    ChangeByte(here, 1000);
-    std::ofstream(here, std::ios::app | std::ios::binary) << MakeContent(mebibyte);
-    SetOldTime(here);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenUpload, StartsOverWhenTheSourceIsNewer)
-{
-    Break();
-    ChangeByte(here, 1000);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
 
 TEST_F(ABrokenUpload, StartsOverWhenTheSourceHasOtherContentThoughSizeAndTimeAreTheSame)
 {
@@ -132,39 +185,12 @@ TEST_F(ABrokenUpload, StartsOverWhenTheSourceHasOtherContentThoughSizeAndTimeAre
     EXPECT_EQ(Continue().resumedBytes, 0U);
 }
 
-TEST_F(ABrokenUpload, StartsOverWhenSomebodyElseHasChangedTheTarget)
-{
-    Break();
-    ChangeByte(there, 1000);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenUpload, StartsOverWithoutARecord)
-{
-    Break();
-    EXPECT_EQ(CountRecords(), 1U);
-    fs::remove_all(records);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
 TEST_F(ABrokenUpload, StartsOverWithARecordThatIsDamaged)
 {
     Break();
     const auto record = fs::directory_iterator(records)->path();
     WriteFile(record, ReadFile(record).substr(0, 60));
     EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenUpload, StartsOverAtAnotherServer)
-{
-    Break();
-    const HostProcess other(root.GetPath()); // with a key of its own
-    TransferOptions options;
-    options.resumes = true;
-    const auto result = Move(MakeOptions(other), true, options);
-    EXPECT_TRUE(result.IsComplete()) << Describe(result);
-    EXPECT_EQ(result.resumedBytes, 0U);
-    EXPECT_TRUE(ReadFile(here) == ReadFile(there));
 }
 
 TEST_F(ABrokenUpload, IsForgottenAfterSomeWeeks)
@@ -184,7 +210,7 @@ TEST_F(ABrokenUpload, IsForgottenAfterSomeWeeks)
 }
 
 /// The host is gone before it can say what it has of the file.
-class AnUploadThatLostItsHost : public ABrokenTransfer
+class AnUploadThatLostItsHost : public WithTransfer
 {
 protected:
     AnUploadThatLostItsHost()
@@ -197,7 +223,7 @@ protected:
             if (progress.bytes >= 2 * mebibyte)
                 host.Kill();
         };
-        const auto result = Move(connecting, true, options);
+        const auto result = Move(connecting, Direction::Up, options);
         EXPECT_TRUE(result.isConnectionLost) << Describe(result);
         host.Restart();
     }
@@ -206,7 +232,7 @@ protected:
 TEST_F(AnUploadThatLostItsHost, IsCarriedOnWhenAllThatIsThereIsTheSame)
 {
     const auto part = fs::file_size(there);
-    const auto result = Continue(host, true);
+    const auto result = Continue(Direction::Up);
     EXPECT_GT(part, 0U);
     EXPECT_EQ(result.resumedBytes, part);
 }
@@ -214,77 +240,20 @@ TEST_F(AnUploadThatLostItsHost, IsCarriedOnWhenAllThatIsThereIsTheSame)
 TEST_F(AnUploadThatLostItsHost, StartsOverWhenSomebodyElseHasChangedTheTarget)
 {
     ChangeByte(there, 1000);
-    EXPECT_EQ(Continue(host, true).resumedBytes, 0U);
+    EXPECT_EQ(Continue(Direction::Up).resumedBytes, 0U);
 }
 
-class ABrokenDownload : public ABrokenTransfer
-{
-protected:
-    ABrokenDownload() { MakeFile(there, size); }
-    void Break() { ABrokenTransfer::Break(host, false); }
-    TransferResult Continue() { return ABrokenTransfer::Continue(host, false); }
-
-    const fs::path part = GetPartName(here.string());
-};
-
-TEST_F(ABrokenDownload, IsCarriedOn)
-{
-    Break();
-    const auto kept = fs::file_size(part);
-    const auto result = Continue();
-    EXPECT_GT(kept, 0U);
-    EXPECT_EQ(result.resumedBytes, kept);
-    EXPECT_EQ(result.bytes, size - kept);
-}
-
-TEST_F(ABrokenDownload, StartsOverWhenTheSourceHasChangedInItsFirstMegabyteAndGrown)
-{
-    Break();
-    ChangeByte(there, 1000);
-    std::ofstream(there, std::ios::app | std::ios::binary) << MakeContent(mebibyte);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenDownload, StartsOverWhenTheSourceIsNewerThoughItsSizeIsTheSame)
-{
-    Break();
-    ChangeByte(there, 1000);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenDownload, StartsOverWhenSomebodyElseHasChangedThePart)
-{
-    Break();
-    ChangeByte(part, 1000);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenDownload, StartsOverWithoutARecord)
-{
-    Break();
-    fs::remove_all(records);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
-}
-
-TEST_F(ABrokenDownload, StartsOverAtAnotherServer)
-{
-    Break();
-    const HostProcess other(root.GetPath());
-    TransferOptions options;
-    options.resumes = true;
-    const auto result = Move(MakeOptions(other), false, options);
-    EXPECT_TRUE(result.IsComplete()) << Describe(result);
-    EXPECT_EQ(result.resumedBytes, 0U);
-    EXPECT_TRUE(ReadFile(here) == ReadFile(there));
-}
+class ABrokenDownload : public WithTransfer
+{};
 
 TEST_F(ABrokenDownload, StartsOverWhenTheSourceWasJustWritten)
 {
+    MakeFile(there, size);
     // Its time, in whole seconds, would not tell of a change that comes now.
     fs::last_write_time(there, fs::file_time_type::clock::now());
-    Break();
+    Break(Direction::Down);
     EXPECT_EQ(CountRecords(), 0U);
-    EXPECT_EQ(Continue().resumedBytes, 0U);
+    EXPECT_EQ(Continue(Direction::Down).resumedBytes, 0U);
 }
 
 } // namespace

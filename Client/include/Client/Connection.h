@@ -15,6 +15,8 @@
 namespace Client {
 
 class Engine;
+class FileSystem;
+class Watch;
 
 enum class Security
 {
@@ -31,7 +33,7 @@ struct Login
     std::string password;
 };
 
-/// What is known about the certificate that a server shows.
+/// The history of the certificate that a server shows.
 enum class Acquaintance
 {
     Known,     ///< the one that was accepted before
@@ -58,9 +60,9 @@ struct ConnectionOptions
     /// Without one the login is anonymous.
     std::optional<Login> login;
 
-    /// Where our own key and certificate, made on first use, and the fingerprints of known servers
-    /// are kept. Made with mode 0700 when missing; its files have mode 0600. Needed unless security
-    /// is Plain and there is no login.
+    /// Holds our own key and certificate, made on first use, and the fingerprints of known servers.
+    /// Made with mode 0700 when missing; its files have mode 0600. Needed unless security is Plain
+    /// and there is no login.
     std::filesystem::path stateFolder;
 
     /// Asked once for each `Connection` that encrypts something, on the calling thread of its
@@ -72,20 +74,20 @@ struct ConnectionOptions
 
     /// For finding the server and logging in, in all.
     std::chrono::milliseconds connectTime{10'000};
-    /// How long a call may be without any sign of life: no answer and no event, of this call or of
-    /// any other of the same FileSystem. Then the connection counts as lost, and an operation that
-    /// is no transfer throws ConnectionLostException with the name of the call. Work that the
+    /// The time that a call may be without any sign of life: no answer and no event, of this call
+    /// or of any other of the same FileSystem. Then the connection counts as lost, and an operation
+    /// that is no transfer throws ConnectionLostException with the name of the call. Work that the
     /// server reports when it is done, such as deleting a tree, has to be done in that time.
     std::chrono::milliseconds answerTime{60'000};
-    /// How long a lost connection is tried again; 0: not at all.
+    /// The time for which a lost connection is tried again; 0: not at all.
     std::chrono::milliseconds reconnectTime{60'000};
 
-    /// What to tell about the connection itself: lost, made again. On a thread of the library;
-    /// must return soon and call nothing of the library.
+    /// Takes messages about the connection itself: lost, made again. Called on a thread of the
+    /// library; must return soon and call nothing of the library.
     std::function<void(const std::string&)> report;
 };
 
-/// What is known of the server and of the session with it.
+/// Facts about the server and the session with it.
 struct ServerInfo
 {
     std::string url;             ///< as asked for
@@ -128,22 +130,22 @@ public:
     /// exists.
     ~Connection();
 
-    /// Does what the destructor does, for who bounds it with `EndBy` from another thread. REQUIRES:
-    /// as the destructor; no operation is running.
+    /// Closes the session as the destructor does, for a caller that bounds it with `EndBy` from
+    /// another thread. REQUIRES: as the destructor; no operation is running.
     void Close() noexcept;
 
-    /// Lets the connection be there until that time at most, and the destructor wait no longer:
-    /// the server learns of the end by itself then. Operations that need a connection throw
+    /// Ends the connection at that time at the latest, and lets the destructor wait no longer: the
+    /// server learns of the end by itself then. Operations that need a connection throw
     /// ConnectionLostException afterwards.
     void EndBy(std::chrono::steady_clock::time_point deadline) noexcept;
 
     /// Asks the server. Throws ConnectionLostException, CallRefusedException.
     [[nodiscard]] ServerInfo GetInfo() const;
 
-    /// For the library's own parts.
-    [[nodiscard]] Engine& GetEngine() const noexcept { return *engine; }
-
 private:
+    friend class FileSystem;
+    friend class Watch;
+
     std::unique_ptr<Engine> engine;
 };
 

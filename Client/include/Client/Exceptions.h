@@ -13,14 +13,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// What was given cannot be used: a URL, a path, an option.
+/// An argument cannot be used: a URL, a path, an option.
 class InvalidArgumentException : public ClientException
 {
 public:
     using ClientException::ClientException;
 };
 
-/// Nothing answers at the URL, or not in time, or it is no OPC UA server that can be talked to.
+/// Nothing answers at the URL, or not in time, or not in OPC UA.
 class NoConnectionException : public ClientException
 {
 public:
@@ -37,7 +37,7 @@ enum class Refusal
     Other,
 };
 
-/// The server is there and lets us not in, or we do not trust it. Trying again does not help.
+/// The server refuses the login, or we do not trust the server. Trying again does not help.
 class RefusedException : public ClientException
 {
 public:

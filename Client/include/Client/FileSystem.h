@@ -15,6 +15,8 @@
 
 namespace Client {
 
+class PrivateNode;
+
 /// Modification times are whole seconds in UTC.
 using FileTime = std::chrono::sys_seconds;
 
@@ -27,8 +29,8 @@ enum class Kind
 
 struct ListEntry
 {
-    std::string path; ///< any bytes; relative to the listed directory. What the server says: see
-                      ///< IsSafeRelativePath.
+    std::string path;             ///< any bytes; relative to the listed directory. Not checked: see
+                                  ///< IsSafeRelativePath.
     std::optional<FileTime> time; ///< none when the server could not tell
     bool isDirectory = false;
 };
@@ -37,12 +39,12 @@ struct Listing
 {
     /// A directory comes before what is in it; within one, the order is the server's.
     std::vector<ListEntry> entries;
-    /// Directories that could not be read, and such that hold more entries than the server tells
-    /// of (61440) so that the listing has a gap there.
+    /// Directories that could not be read, and those with more entries than the server lists
+    /// (61440), whose listing has a gap.
     std::vector<Failure> failures;
 };
 
-/// What `put` can say about permissions, in any combination.
+/// The permissions that a server can be told, in any combination.
 struct Permissions
 {
     bool readOnly = false;   ///< everyone may read, nobody may write
@@ -52,8 +54,8 @@ struct Permissions
 /// A file system of one's own on the server: a node that only this session can use, so results are
 /// never somebody else's. The node goes with the connection; a connection has few (4 by default).
 ///
-/// Paths are any bytes without a zero, '/' between names; a relative one is seen from the server's
-/// working directory. Sent and received so that every byte survives, valid UTF-8 or not.
+/// Paths are any bytes without a zero, '/' between names; a relative one starts at the server's
+/// working directory. Every byte survives, valid UTF-8 or not.
 ///
 /// Threads: every operation may be called from any thread, several at once; each blocks until it
 /// is done. All share the node's one worker on the server, which does one thing at a time.
@@ -74,16 +76,17 @@ public:
     /// REQUIRES: no operation is running.
     ~FileSystem();
 
-    /// What is at the path; links are followed. Missing too when its state cannot be read.
+    /// Returns the kind of the entry at the path; links are followed. Missing too when its state
+    /// cannot be read.
     [[nodiscard]] Kind GetKind(const std::string& path, const Cancellation* cancellation = nullptr);
 
     [[nodiscard]] bool Exists(const std::string& path, const Cancellation* cancellation = nullptr);
 
-    /// The entries of a directory: regular files and directories. Where one event cannot carry a
-    /// recursive listing, or a directory below cannot be read, it walks directory by directory.
-    /// Links to directories are followed as the server does; a directory that holds itself ends
-    /// where paths get too long. Throws OperationFailedException when the directory itself is
-    /// missing, no directory, or cannot be read.
+    /// Returns the entries of a directory: regular files and directories. Where one event cannot
+    /// carry a recursive listing, or a directory below cannot be read, it walks directory by
+    /// directory. Links to directories are followed as the server does; a directory that holds
+    /// itself ends where paths get too long. Throws OperationFailedException when the directory
+    /// itself is missing, no directory, or cannot be read.
     [[nodiscard]] Listing List(const std::string& directory, bool isRecursive,
                                const Cancellation* cancellation = nullptr);
 
@@ -97,7 +100,7 @@ public:
                                               bool mayBeMissing = false,
                                               const Cancellation* cancellation = nullptr);
 
-    /// None when there is nothing at the path or its time cannot be read.
+    /// Returns none when there is nothing at the path or its time cannot be read.
     [[nodiscard]] std::optional<FileTime> GetTime(const std::string& path,
                                                   const Cancellation* cancellation = nullptr);
 
@@ -110,12 +113,12 @@ public:
     void SetPermissions(const std::string& path, Permissions permissions,
                         const Cancellation* cancellation = nullptr);
 
-    /// The size of a file in bytes, found by reading at positions, which takes a few round trips
-    /// and never changes the file. Throws OperationFailedException when it cannot be opened.
+    /// Returns the size of a file in bytes, found by reading at positions, which takes a few round
+    /// trips and never changes the file. Throws OperationFailedException when it cannot be opened.
     [[nodiscard]] std::uint64_t GetSize(const std::string& path,
                                         const Cancellation* cancellation = nullptr);
 
-    /// The sizes of many files, many at a time. None where a file cannot be opened.
+    /// Returns the sizes of many files, many at a time. None where a file cannot be opened.
     [[nodiscard]] std::vector<std::optional<std::uint64_t>>
     GetSizes(const std::vector<std::string>& paths, const Cancellation* cancellation = nullptr);
 
@@ -142,14 +145,12 @@ public:
     [[nodiscard]] TransferResult DownloadTo(const std::string& remote, const ByteSink& sink,
                                             const TransferOptions& options = {});
 
-    class Implementation; ///< the library's own
-
 private:
-    std::unique_ptr<Implementation> implementation;
+    std::unique_ptr<PrivateNode> node;
 };
 
-/// True for a relative path that names something below where it starts whatever is there: not
-/// empty, not absolute, without a zero byte, and without "." and ".." and empty names in it.
+/// Returns true for a relative path that names something below where it starts whatever is there:
+/// not empty, not absolute, without a zero byte, and without "." and ".." and empty names in it.
 [[nodiscard]] bool IsSafeRelativePath(const std::string& path);
 
 } // namespace Client

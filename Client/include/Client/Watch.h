@@ -22,7 +22,7 @@ enum class EventKind
     Overflow, ///< events were lost since they were not taken in time
 };
 
-/// The name of the event's type, "AckEvent" and so on.
+/// Returns the name of the event's type, "AckEvent" and so on.
 [[nodiscard]] const char* GetName(EventKind kind) noexcept;
 
 /// An event of a shared node. Which fields there are depends on the kind.
@@ -37,8 +37,7 @@ struct Event
     bool isLimitExceeded = false;               ///< ListResult
 };
 
-/// In words what the result of an acknowledgement means: "done" for 0, "the file could not be
-/// opened" for 1.
+/// Describes the result of an acknowledgement: "done" for 0, "the file could not be opened" for 1.
 [[nodiscard]] const char* DescribeResult(std::uint32_t result) noexcept;
 
 /// Hears a node that all clients share. Connection::GetInfo names them. Threads: one at a time.

@@ -14,7 +14,7 @@ struct OutputChoice
     bool isJson = false;
 };
 
-/// What a command works with.
+/// The parts of the program that a command works with.
 struct Workplace
 {
     Remote& remote;

@@ -22,7 +22,7 @@ struct ListCommand
     bool endsWithZero = false;
 };
 
-/// What `put` and `get` have in common: sources, and where they go.
+/// The common part of `put` and `get`: sources, and their target.
 struct TransferCommand
 {
     std::vector<std::string> sources;

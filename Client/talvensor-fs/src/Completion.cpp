@@ -26,7 +26,7 @@ void KeepThoseThatBeginWith(std::vector<Candidate>& candidates, const std::strin
                   [&stem](const Candidate& one) { return !one.name.starts_with(stem); });
 }
 
-/// What is typed already, when nothing fits.
+/// Returns the typed text when nothing fits.
 std::string MakeReplacement(const std::string& directory, const std::string& stem,
                             const std::vector<Candidate>& candidates)
 {

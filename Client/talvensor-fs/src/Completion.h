@@ -23,7 +23,7 @@ struct Completion
     std::vector<std::string> choices; ///< what is open yet; empty when one candidate was left
 };
 
-/// What is in a directory; empty stands for where one is. None when it cannot be listed.
+/// Lists a directory; the empty path is the current one. Returns none when it cannot be listed.
 using Lister = std::function<std::vector<Candidate>(const std::string& directory)>;
 
 /// Completes commands, and remote or local paths where a command takes them.

@@ -9,7 +9,7 @@
 
 namespace Cli {
 
-/// Where to connect and as whom, as far as one place says so: the command line, a profile, the
+/// The server and the login, as far as one place names them: the command line, a profile, the
 /// environment.
 struct ConnectionSettings
 {

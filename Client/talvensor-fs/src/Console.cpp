@@ -23,8 +23,8 @@ bool CanDrawOnStandardError()
            std::string_view(terminal) != "dumb";
 }
 
-/// All at once, so that no half of a frame is seen. What cannot be written is lost: there is no
-/// better place to say so.
+/// Writes all at once, so that no half of a frame is seen. Text that cannot be written is lost:
+/// there is no better place to say so.
 void WriteAll(std::string_view text)
 {
     while (!text.empty()) {
@@ -43,6 +43,7 @@ Console::Console()
 
 Console::~Console()
 {
+    const Support::Lock lock(mutex);
     if (!drawn.empty())
         WriteAll(Erase());
 }
@@ -68,13 +69,13 @@ void Console::Say(const std::string& text)
 
 void Console::PrintLine(const std::string& line)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     WriteAll(Erase() + line + "\n" + Show());
 }
 
 void Console::Draw(std::vector<std::string> lines)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     const auto erased = lines.size() < drawn.size() ? Erase() : "";
     const auto up = erased.empty() && !drawn.empty() ? drawn.size() - 1 : 0;
     drawn = std::move(lines);

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <Support/Mutex.h>
+
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -17,30 +18,30 @@ public:
     Console& operator=(const Console&) = delete;
     ~Console();
 
-    /// A terminal that can draw over what it shows.
+    /// Returns true on a terminal that can draw over its lines.
     [[nodiscard]] bool CanDraw() const noexcept { return canDraw; }
 
-    /// Columns of the terminal.
+    /// Returns the columns of the terminal.
     [[nodiscard]] static std::size_t GetColumns() noexcept;
 
-    /// One line, with this program's name before it; nothing in it can act on a terminal.
+    /// Prints one line, with this program's name before it; nothing in it can act on a terminal.
     void Report(const std::string& text);
 
-    /// One line as it is, escaped likewise.
+    /// Prints one line without the name, escaped likewise.
     void Say(const std::string& text);
 
     /// Shows these lines in place of the ones before. They must fit the terminal's width.
     /// REQUIRES: CanDraw.
-    void Draw(std::vector<std::string> lines);
+    void Draw(std::vector<std::string> lines) EXCLUDES(mutex);
 
 private:
-    void PrintLine(const std::string& line);
-    [[nodiscard]] std::string Erase() const;
-    [[nodiscard]] std::string Show() const;
+    void PrintLine(const std::string& line) EXCLUDES(mutex);
+    [[nodiscard]] std::string Erase() const REQUIRES(mutex);
+    [[nodiscard]] std::string Show() const REQUIRES(mutex);
 
     const bool canDraw;
-    std::mutex mutex;
-    std::vector<std::string> drawn; ///< the cursor is behind the last one
+    Support::Mutex mutex;
+    std::vector<std::string> drawn GUARDED_BY(mutex); ///< the cursor is behind the last one
 };
 
 } // namespace Cli

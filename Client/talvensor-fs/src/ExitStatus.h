@@ -2,7 +2,7 @@
 
 namespace Cli {
 
-/// What the process ends with. A signal ends it with 128 and the signal's number instead.
+/// The exit status of the process. A signal ends it with 128 and the signal's number instead.
 enum class ExitStatus
 {
     Done = 0,

@@ -10,7 +10,7 @@ namespace Cli {
 
 namespace {
 
-/// What fails for one path is reported, and the others go on.
+/// Reports the failure of one path, and goes on with the others.
 ExitStatus ForEach(const std::vector<std::string>& paths, const Workplace& workplace,
                    const std::function<void(const std::string&)>& operation)
 {

@@ -28,7 +28,7 @@ struct Invocation
     Command command;
 };
 
-/// What the arguments behind the program's name ask for; their bytes are kept as they are. Throws
+/// Parses the arguments behind the program's name; their bytes are kept as they are. Throws
 /// InvalidArgumentException with what is wrong with them.
 [[nodiscard]] std::variant<ShowText, Invocation>
 ParseArguments(const std::vector<std::string>& arguments);

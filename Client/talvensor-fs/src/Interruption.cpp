@@ -51,7 +51,7 @@ Interruption::Interruption()
     action.sa_flags = SA_RESTART;
     for (std::size_t index = 0; index < signals.size(); ++index) {
         sigaction(signals.at(index), nullptr, &previous.at(index));
-        // What the parent had us ignore, as nohup does, stays so.
+        // A signal that the parent had us ignore, as nohup does, stays ignored.
         if (previous.at(index).sa_handler != SIG_IGN)
             sigaction(signals.at(index), &action, nullptr);
     }

@@ -10,7 +10,7 @@
 
 namespace Cli {
 
-/// Who reads it: a terminal gets nothing but ASCII, and so nothing that it could act on.
+/// The reader of the output: a terminal gets ASCII only, and so nothing that it could act on.
 enum class JsonReader
 {
     Program,

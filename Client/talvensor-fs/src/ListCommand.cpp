@@ -20,7 +20,7 @@ struct Row
     std::optional<std::uint64_t> size;
 };
 
-/// What is in a directory comes right behind it, whatever characters names have.
+/// Puts the entries of a directory right behind it, whatever characters names have.
 bool IsBefore(const Row& left, const Row& right)
 {
     const auto rank = [](char character) {

@@ -20,7 +20,7 @@ JsonReader GetReader(const Output& output)
 
 std::string MakeInfoLine(const char* name, const std::string& value)
 {
-    // What a server says about itself is no more to be trusted than the names of its files.
+    // A server's words about itself are not trusted more than the names of its files.
     return fmt::format("{:16}{}\n", name, value.empty() ? "-" : EscapeText(value));
 }
 

@@ -26,7 +26,7 @@ std::string DescribePart(std::uint64_t bytes, std::optional<std::uint64_t> all)
     return fmt::format("{:3}%  {} of {}", percent, FormatBytes(bytes), FormatBytes(*all));
 }
 
-/// Where one file is all that there is, its size is the size of all.
+/// Returns the size of all files: that of the file where there is one only.
 std::optional<std::uint64_t> GetAllBytes(const Client::Progress& progress)
 {
     if (!progress.allBytes && progress.allFiles == 1)
@@ -102,10 +102,10 @@ ProgressDisplay::ProgressDisplay(Console& console)
 ProgressDisplay::~ProgressDisplay()
 {
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         isEnding = true;
     }
-    changed.notify_one();
+    changed.NotifyOne();
     thread.join();
     if (console.CanDraw())
         console.Draw({});
@@ -113,21 +113,24 @@ ProgressDisplay::~ProgressDisplay()
 
 void ProgressDisplay::Update(const Client::Progress& progress)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     latest = progress;
 }
 
 void ProgressDisplay::Run()
 {
     const std::chrono::milliseconds interval = console.CanDraw() ? frameTime : lineTime;
-    std::unique_lock lock(mutex);
-    while (!changed.wait_for(lock, interval, [this] { return isEnding; })) {
-        if (!latest)
+    Support::Lock lock(mutex);
+    while (!isEnding) {
+        const auto next = std::chrono::steady_clock::now() + interval;
+        while (!isEnding && changed.WaitUntil(lock, next)) {
+        }
+        if (isEnding || !latest)
             continue;
         const auto progress = *latest;
-        lock.unlock();
+        lock.Unlock();
         Show(progress);
-        lock.lock();
+        lock.Relock();
     }
 }
 

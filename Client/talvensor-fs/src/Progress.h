@@ -3,11 +3,11 @@
 #include "Client/Transfer.h"
 #include "Console.h"
 
+#include <Support/Mutex.h>
+
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -15,7 +15,7 @@
 
 namespace Cli {
 
-/// How fast a number has grown lately.
+/// Measures how fast a number has grown lately.
 class RateMeter
 {
 public:
@@ -23,7 +23,7 @@ public:
 
     void Add(Time time, std::uint64_t number);
 
-    /// In a second; nothing before there is a second to tell from.
+    /// Returns the growth in a second; none during the first second.
     [[nodiscard]] std::optional<double> GetRate() const;
 
 private:
@@ -35,17 +35,17 @@ private:
     std::deque<Sample> samples;
 };
 
-/// Two lines: the file that goes on, and all of it. No line has more columns than that.
+/// Returns two lines, of the current file and of the whole, with no more columns than that.
 [[nodiscard]] std::vector<std::string>
 RenderProgress(const Client::Progress& progress, std::optional<double> rate, std::size_t columns);
 
-/// Files, bytes, rate and the time that is left, as far as they are known.
+/// Describes files, bytes, rate and the time that is left, as far as they are known.
 [[nodiscard]] std::string DescribeProgress(const Client::Progress& progress,
                                            std::optional<double> rate);
 
-/// Shows how a transfer goes on for as long as it lives: over the same lines on a terminal that can
-/// do that, otherwise as a new line every few seconds. A thread of its own draws, so that a
-/// terminal that is held up holds up nothing else.
+/// Shows the progress of a transfer while it exists: over the same lines on a terminal that can do
+/// that, otherwise as a new line every few seconds. A thread of its own draws, so that a terminal
+/// that blocks holds up nothing else.
 class ProgressDisplay
 {
 public:
@@ -56,20 +56,20 @@ public:
     ~ProgressDisplay();
 
     /// Any thread.
-    void Update(const Client::Progress& progress);
+    void Update(const Client::Progress& progress) EXCLUDES(mutex);
 
 private:
-    void Run();
+    void Run() EXCLUDES(mutex);
     void Show(const Client::Progress& progress);
 
     Console& console;
     RateMeter meter; // of the drawing thread
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::optional<Client::Progress> latest; // guarded by the mutex
-    bool isEnding = false;                  // guarded by the mutex
-    std::thread thread;                     // last: uses all of the above
+    Support::Mutex mutex;
+    Support::Condition changed;
+    std::optional<Client::Progress> latest GUARDED_BY(mutex);
+    bool isEnding GUARDED_BY(mutex) = false;
+    std::thread thread; // last: uses all of the above
 };
 
 } // namespace Cli

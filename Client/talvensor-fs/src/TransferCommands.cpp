@@ -126,7 +126,7 @@ ExitStatus ConcludeWithJson(const Client::TransferResult& result, Direction dire
     return Conclude(result, direction, workplace);
 }
 
-/// What a source becomes below a target that is a directory, or as it.
+/// Returns the target of a source: below a target that is a directory, otherwise the target.
 class Targets
 {
 public:

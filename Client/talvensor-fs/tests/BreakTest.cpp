@@ -1,4 +1,4 @@
-// What comes of transfers when something breaks: the host, its disk, the user's patience.
+// Transfers while something breaks: the host, its disk, the user's patience.
 
 #include "Tool.h"
 
@@ -147,7 +147,7 @@ public:
             umount2(folder.GetPath().c_str(), MNT_DETACH);
     }
 
-    /// Where the system allows no such disk, the host may at least write no larger files.
+    /// Limits the size of the host's files where the system allows no small disk.
     void Limit(pid_t host) const
     {
         const rlimit limit{size, size};

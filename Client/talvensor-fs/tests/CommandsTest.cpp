@@ -44,7 +44,7 @@ std::vector<json> ParseLines(const std::string& output)
     return lines;
 }
 
-/// Whether there are minutes to spend.
+/// Returns true if there are minutes to spend.
 bool IsLong()
 {
     return std::getenv("TALVENSOR_LONG") != nullptr;

@@ -1,4 +1,4 @@
-// Who is let in, who is trusted, and what is said when not.
+// Logins and trusted certificates, and the messages when they are refused.
 
 #include "Tool.h"
 

@@ -1,4 +1,4 @@
-// What somebody at a terminal sees.
+// The output on a terminal.
 
 #include "Tool.h"
 

@@ -27,7 +27,7 @@ namespace fs = std::filesystem;
 
 constexpr int longestWait = 60'000; // ms
 
-/// What execve takes; lives as long as the texts.
+/// Returns the arguments of execve; they live as long as the texts.
 struct Pointers
 {
     explicit Pointers(std::vector<std::string> given)

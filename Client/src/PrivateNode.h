@@ -7,17 +7,18 @@
 
 namespace Client {
 
-class FileSystem::Implementation
+/// The node of one FileSystem: it is there as long as this.
+class PrivateNode
 {
 public:
-    explicit Implementation(Connection& connection)
-        : node(std::make_shared<RemoteNode>(connection.GetEngine()))
+    explicit PrivateNode(Engine& engine)
+        : node(std::make_shared<RemoteNode>(engine))
     {
         node->Open();
     }
-    Implementation(const Implementation&) = delete;
-    Implementation& operator=(const Implementation&) = delete;
-    ~Implementation() { node->Close(); }
+    PrivateNode(const PrivateNode&) = delete;
+    PrivateNode& operator=(const PrivateNode&) = delete;
+    ~PrivateNode() { node->Close(); }
 
     [[nodiscard]] Caller MakeCaller(const Cancellation* cancellation) const
     {
@@ -28,7 +29,6 @@ public:
         return node->GetEngine().GetOptions().stateFolder;
     }
     [[nodiscard]] std::string GetServer() const { return node->GetEngine().GetServer(); }
-    [[nodiscard]] const std::shared_ptr<RemoteNode>& GetNode() const noexcept { return node; }
 
 private:
     const std::shared_ptr<RemoteNode> node;
@@ -51,7 +51,7 @@ private:
 /// Throws InvalidArgumentException for a path that is empty or holds a NUL.
 void CheckPath(const std::string& path);
 
-/// In words what the result of an acknowledgement says.
+/// Describes in words the result of an acknowledgement.
 [[nodiscard]] Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result);
 [[nodiscard]] Failure MakeUnknownFailure(std::string path, Step step, std::string cause);
 

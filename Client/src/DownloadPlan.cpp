@@ -1,0 +1,137 @@
+#include "DownloadPlan.h"
+
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+Failure SkipRemote(const std::string& remote, std::string cause)
+{
+    Failure failure = MakeUnknownFailure(remote, Step::Open, std::move(cause));
+    failure.kind = FailureKind::Skipped;
+    return failure;
+}
+
+class DownloadPlanner
+{
+public:
+    DownloadPlanner(Transfer& transfer, FileSystem& fileSystem)
+        : transfer(transfer)
+        , options(transfer.options)
+        , fileSystem(fileSystem)
+    {}
+
+    void Find(const TransferItem& item)
+    {
+        if (transfer.isOver)
+            return;
+        try {
+            CheckPath(item.local);
+            const Kind kind = fileSystem.GetKind(item.remote, options.cancellation);
+            if (kind == Kind::Missing)
+                throw FileFailed(
+                    MakeUnknownFailure(item.remote, Step::Open, "No such file or directory"));
+            if (kind == Kind::File)
+                AddFile(item);
+            else if (options.isRecursive)
+                AddTree(item);
+            else
+                throw FileFailed(SkipRemote(item.remote, "it is a directory"));
+        } catch (const FileFailed& failed) {
+            transfer.tally.AddFailure(failed.GetFailure());
+        } catch (const OperationFailedException& failed) {
+            transfer.tally.AddFailure(MakeUnknownFailure(item.remote, Step::List, failed.what()));
+        } catch (const InvalidArgumentException& failed) {
+            transfer.tally.AddFailure(MakeUnknownFailure(item.remote, Step::Open, failed.what()));
+        } catch (const CallRefusedException& refused) {
+            transfer.tally.AddFailure(MakeUnknownFailure(item.remote, Step::Open, refused.what()));
+        }
+    }
+
+    [[nodiscard]] DownloadPlan Take() { return std::move(plan); }
+
+private:
+    void AddFile(const TransferItem& item)
+    {
+        if (GetLeaf(item.local).empty())
+            throw FileFailed(
+                MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped, "it names no file"));
+        RequireOwnTarget(item.remote, item.local);
+        DownloadFile job{item.remote, item.local, "", nullptr, std::nullopt};
+        job.time = fileSystem.GetTime(item.remote, options.cancellation);
+        transfer.tally.Find(1, std::nullopt);
+        plan.files.push_back(std::move(job));
+    }
+
+    void RequireOwnTarget(const std::string& remote, const std::string& local)
+    {
+        if (!plan.targets.insert(NormalizeLocal(local)).second)
+            throw FileFailed(
+                SkipRemote(remote, "another source goes to the same target, " + local));
+    }
+
+    void AddTree(const TransferItem& item)
+    {
+        const Listing listing = fileSystem.List(item.remote, true, options.cancellation);
+        for (const auto& failure : listing.failures)
+            transfer.tally.AddFailure(failure);
+        const auto tree = std::make_shared<LocalTree>(item.local);
+        transfer.tally.AddDirectory();
+        plan.directories.push_back(
+            {"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
+        std::unordered_set<std::string> seen;
+        for (const auto& entry : listing.entries)
+            AddEntry(item, tree, entry, seen);
+    }
+
+    void AddEntry(const TransferItem& item, const std::shared_ptr<LocalTree>& tree,
+                  const ListEntry& entry, std::unordered_set<std::string>& seen)
+    {
+        const std::string remote = Join(item.remote, entry.path);
+        if (!IsSafeRelativePath(entry.path)) {
+            Failure failure = MakeUnknownFailure(remote, Step::List,
+                                                 "its path leads out of the directory, as a link "
+                                                 "may; nothing was written");
+            failure.kind = FailureKind::Unsafe;
+            transfer.tally.AddFailure(std::move(failure));
+            return;
+        }
+        if (!seen.insert(entry.path).second)
+            return; // what a link leads to has been there already
+        try {
+            if (!entry.isDirectory) {
+                const std::string local = tree->GetName(entry.path);
+                RequireOwnTarget(remote, local);
+                transfer.tally.Find(1, std::nullopt);
+                plan.files.push_back({remote, local, entry.path, tree, entry.time});
+                return;
+            }
+            plan.targets.insert(NormalizeLocal(tree->GetName(entry.path)));
+            tree->MakeDirectory(entry.path);
+            transfer.tally.AddDirectory();
+            plan.directories.push_back({entry.path, tree, entry.time});
+        } catch (const FileFailed& failed) {
+            transfer.tally.AddFailure(failed.GetFailure());
+        }
+    }
+
+    Transfer& transfer;
+    const TransferOptions& options;
+    FileSystem& fileSystem;
+    DownloadPlan plan;
+};
+
+} // namespace
+
+DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
+                          const std::vector<TransferItem>& items)
+{
+    DownloadPlanner planner(transfer, fileSystem);
+    for (const auto& item : items)
+        DoStep(transfer, [&] { planner.Find(item); });
+    transfer.tally.EndFinding();
+    return planner.Take();
+}
+
+} // namespace Client

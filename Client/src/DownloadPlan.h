@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Client/FileSystem.h"
+#include "Jobs.h"
+#include "LocalFiles.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace Client {
+
+struct DownloadFile
+{
+    std::string remote;
+    std::string local;    ///< as it is named
+    std::string relative; ///< below the tree; the leaf otherwise
+    std::shared_ptr<LocalTree> tree;
+    std::optional<FileTime> time;
+};
+
+/// A directory whose time is set when all is in it.
+struct DownloadDirectory
+{
+    std::string relative;
+    std::shared_ptr<LocalTree> tree;
+    std::optional<FileTime> time;
+};
+
+/// The files and directories of a download.
+struct DownloadPlan
+{
+    std::vector<DownloadFile> files;
+    std::vector<DownloadDirectory> directories; ///< a directory comes before what is in it
+    std::unordered_set<std::string> targets;    ///< normalized
+};
+
+/// Finds them at the sources, and makes the directories. Tells the tally of them, and of what is
+/// left out.
+[[nodiscard]] DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
+                                        const std::vector<TransferItem>& items);
+
+} // namespace Client

@@ -1,0 +1,128 @@
+#include "UploadPlan.h"
+
+#include "LocalFiles.h"
+
+#include <cerrno>
+#include <chrono>
+#include <dirent.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unordered_set>
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+constexpr std::size_t smallFile = std::size_t{256} << 10U;
+
+struct DirectoryCloser
+{
+    void operator()(DIR* directory) const noexcept { closedir(directory); }
+};
+
+/// Returns the names in a local directory. Throws FileFailed.
+std::vector<std::string> ReadNames(const std::string& local)
+{
+    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(local.c_str()));
+    if (!directory)
+        FailLocally(local, Step::List);
+    errno = 0;
+    std::vector<std::string> names;
+    while (const dirent* const entry = readdir(directory.get())) // NOLINT(concurrency-mt-unsafe)
+        names.emplace_back(entry->d_name);
+    if (errno != 0)
+        FailLocally(local, Step::List);
+    std::erase_if(names, [](const std::string& name) { return name == "." || name == ".."; });
+    return names;
+}
+
+Failure SkipLocal(const std::string& local, std::string cause)
+{
+    return MakeLocalFailure(local, Step::Open, FailureKind::Skipped, std::move(cause));
+}
+
+class UploadPlanner
+{
+public:
+    explicit UploadPlanner(Transfer& transfer)
+        : transfer(transfer)
+        , options(transfer.options)
+    {}
+
+    void Find(const std::string& local, const std::string& remote, bool isGiven)
+    {
+        try {
+            CheckPath(local);
+            CheckPath(remote);
+            struct stat status = {};
+            if (stat(local.c_str(), &status) != 0)
+                FailLocally(local, Step::Open);
+            if (S_ISREG(status.st_mode))
+                AddFile(local, remote, status);
+            else if (S_ISDIR(status.st_mode))
+                AddDirectory(local, remote, status, isGiven);
+            else
+                throw FileFailed(SkipLocal(local, "it is neither a file nor a directory"));
+        } catch (const FileFailed& failed) {
+            transfer.tally.AddFailure(failed.GetFailure());
+        } catch (const InvalidArgumentException& unusable) {
+            transfer.tally.AddFailure(SkipLocal(local, unusable.what()));
+        }
+    }
+
+    [[nodiscard]] UploadPlan Take() { return std::move(plan); }
+
+private:
+    void AddFile(const std::string& local, const std::string& remote, const struct stat& status)
+    {
+        if (!targets.insert(Normalize(remote)).second)
+            throw FileFailed(SkipLocal(local, "another source goes to the same target, " + remote));
+        UploadFile job;
+        job.local = local;
+        job.remote = remote;
+        job.size = static_cast<std::uint64_t>(status.st_size);
+        job.time = FileTime(std::chrono::seconds(status.st_mtim.tv_sec));
+        if (options.setsPermissions) {
+            job.permissions.executable = (status.st_mode & S_IXUSR) != 0;
+            job.permissions.readOnly = (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+        }
+        transfer.tally.Find(1, job.size);
+        auto& jobs = job.size <= smallFile && options.setsTimes && !options.verifies ? plan.small
+                                                                                     : plan.large;
+        jobs.push_back(std::move(job));
+    }
+
+    void AddDirectory(const std::string& local, const std::string& remote,
+                      const struct stat& status, bool isGiven)
+    {
+        struct stat link = {};
+        if (!isGiven && lstat(local.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+            throw FileFailed(SkipLocal(local, "it is a link to a directory"));
+        if (!options.isRecursive)
+            throw FileFailed(SkipLocal(local, "it is a directory"));
+        // Closed again before the directories below are opened.
+        const auto names = ReadNames(local);
+        plan.directories.push_back({remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
+        for (const auto& name : names)
+            Find(Join(local, name), Join(remote, name), false);
+    }
+
+    Transfer& transfer;
+    const TransferOptions& options;
+    std::unordered_set<std::string> targets; // of files
+    UploadPlan plan;
+};
+
+} // namespace
+
+UploadPlan PlanUpload(Transfer& transfer, const std::vector<TransferItem>& items)
+{
+    UploadPlanner planner(transfer);
+    for (const auto& item : items)
+        planner.Find(item.local, item.remote, true);
+    transfer.tally.EndFinding();
+    return planner.Take();
+}
+
+} // namespace Client
