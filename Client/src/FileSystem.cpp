@@ -79,7 +79,7 @@ private:
             return;
         }
         if (done.list->outcome.isLimitExceeded)
-            Fail(done.path, "it has more entries than the server tells of (61440)");
+            Fail(done.path, "it has more entries than the server lists (61440)");
         for (auto& entry : done.list->outcome.entries) {
             entry.path = Join(done.path, entry.path);
             if (entry.isDirectory && IsSafeRelativePath(entry.path) &&
@@ -110,8 +110,7 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
     caller.AwaitEvent(barrier);
     CheckAnswer(*list);
     if (!barrier->outcome.exists)
-        throw OperationFailedException("cannot list " + Quote(directory) +
-                                       ": there is no such directory");
+        throw OperationFailedException("cannot list " + Quote(directory) + ": No such directory");
     const bool isWhole =
         !list->outcome.hasNoResult && !list->outcome.isLimitExceeded && !list->outcome.hasNoContent;
     if (isRecursive && !isWhole) {
@@ -129,7 +128,7 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
     Listing listing{std::move(list->outcome.entries), {}};
     if (list->outcome.isLimitExceeded)
         listing.failures.push_back(MakeUnknownFailure(
-            directory, Step::List, "it has more entries than the server tells of (61440)"));
+            directory, Step::List, "it has more entries than the server lists (61440)"));
     return listing;
 }
 
@@ -247,8 +246,8 @@ void FileSystem::CreateDirectory(const std::string& path, const Cancellation* ca
         return check->outcome.exists;
     });
     if (!isThere)
-        throw OperationFailedException("cannot create the directory " + Quote(path) +
-                                       ": the server did not make it, and does not tell why");
+        throw OperationFailedException("cannot create directory " + Quote(path) +
+                                       " (the server gave no reason)");
 }
 
 std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, bool mayBeMissing,
@@ -267,10 +266,11 @@ std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, b
         });
         for (std::size_t i = 0; i < part.size(); ++i) {
             if (after[i])
-                failures.push_back(MakeUnknownFailure(part[i], Step::Delete, "it is still there"));
+                failures.push_back(MakeUnknownFailure(
+                    part[i], Step::Delete, "it still exists; the server gave no reason"));
             else if (!before[i] && !mayBeMissing)
                 failures.push_back(
-                    MakeUnknownFailure(part[i], Step::Delete, "there is nothing of this name"));
+                    MakeUnknownFailure(part[i], Step::Delete, "No such file or directory"));
         }
     }
     return failures;

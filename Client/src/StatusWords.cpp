@@ -25,7 +25,7 @@ const char* FindWords(UA_StatusCode status) noexcept
     case UA_STATUSCODE_BADTCPENDPOINTURLINVALID:
     case UA_STATUSCODE_BADPROTOCOLVERSIONUNSUPPORTED:
     case UA_STATUSCODE_BADDECODINGERROR:
-        return "what answers there is no OPC UA server that can be talked to";
+        return "it does not speak OPC UA";
     case UA_STATUSCODE_BADREQUESTTOOLARGE:
     case UA_STATUSCODE_BADRESPONSETOOLARGE:
     case UA_STATUSCODE_BADENCODINGLIMITSEXCEEDED:

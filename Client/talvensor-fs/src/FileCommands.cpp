@@ -37,9 +37,7 @@ std::vector<std::string> KeepFiles(const std::vector<std::string>& paths,
     for (const auto& path : paths) {
         const auto kind = workplace.remote.GetFiles().GetKind(path, &workplace.cancellation);
         if (kind == Client::Kind::Directory)
-            workplace.console.Report(path +
-                                     ": not deleted: it is a directory; with -r it goes, and all "
-                                     "that is in it");
+            workplace.console.Report(path + ": is a directory (use -r)");
         else
             files.push_back(path);
     }
@@ -67,13 +65,45 @@ const char* GetName(Client::Kind kind)
     return "missing";
 }
 
+/// Returns the step as it follows "cannot".
+const char* GetVerb(Client::Step step)
+{
+    switch (step) {
+    case Client::Step::List:
+        return "list";
+    case Client::Step::CreateDirectory:
+        return "create directory";
+    case Client::Step::Open:
+        return "open";
+    case Client::Step::Read:
+        return "read";
+    case Client::Step::Write:
+        return "write";
+    case Client::Step::Close:
+        return "close";
+    case Client::Step::SetTime:
+        return "set the time";
+    case Client::Step::SetPermissions:
+        return "set the permissions";
+    case Client::Step::Rename:
+        return "rename";
+    case Client::Step::Delete:
+        return "delete";
+    case Client::Step::Resume:
+        return "resume";
+    case Client::Step::Verify:
+        return "verify";
+    }
+    return "";
+}
+
 } // namespace
 
 void Report(Console& console, const Client::Failure& failure)
 {
     const auto* const side = failure.side == Client::Side::Local ? "local" : "remote";
-    console.Report(failure.path + " (" + side + "): cannot finish " +
-                   Client::GetName(failure.step) + ": " + failure.cause);
+    console.Report(failure.path + " (" + side + "): cannot " + GetVerb(failure.step) + ": " +
+                   failure.cause);
 }
 
 ExitStatus Run(const RemoveCommand& command, const Workplace& workplace)

@@ -23,12 +23,12 @@ constexpr const char* description =
     "Moves files to and from a talvensor-host, and looks after them there.";
 
 constexpr const char* footer =
-    "Where to connect says -e, otherwise the profile, otherwise $TALVENSOR_ENDPOINT. Likewise\n"
-    "the user: -u, the profile, $TALVENSOR_USER. The password comes from --password-file, the\n"
+    "The server is taken from -e, then from the profile, then from $TALVENSOR_ENDPOINT. The user\n"
+    "is taken from -u, the profile, $TALVENSOR_USER. The password comes from --password-file, the\n"
     "profile's password-file, $TALVENSOR_PASSWORD, or is asked for on the terminal.\n"
     "\n"
     "Profiles are in $XDG_CONFIG_HOME/talvensor/client.toml (~/.config/...); only the endpoint is\n"
-    "needed, and paths are seen from the file's folder:\n"
+    "needed, and relative paths start at the file's folder:\n"
     "\n"
     "    [plant]\n"
     "    endpoint = \"opc.tcp://plant.example:4840\"\n"
@@ -38,8 +38,8 @@ constexpr const char* footer =
     "    timeout = 120\n"
     "\n"
     "A server's certificate is shown when it is first seen and remembered once it is trusted.\n"
-    "Relative remote paths are seen from the server's working directory. Paths are bytes: names\n"
-    "that are not UTF-8 are kept. Errors are one line each on standard error.\n"
+    "Relative remote paths start at the server's first root. Paths are bytes: names that are not\n"
+    "UTF-8 are kept. Errors are one line each on standard error.\n"
     "\n"
     "Exit status:\n"
     "    0    all done\n"
@@ -54,7 +54,7 @@ constexpr const char* putFooter =
     "input. A path that ends in . or .. stands for what is in it.\n"
     "\n"
     "There is no rename on the server: put writes in place. What was at the target is overwritten\n"
-    "from the start, and who reads it meanwhile sees a part. After an interruption the target\n"
+    "from the start, and a reader sees a part meanwhile. After an interruption the target\n"
     "holds the part that was sent, under its own name and with another time than the source; put\n"
     "says which files that are, and put --continue carries on at their ends, unless the source or\n"
     "the target has changed since.\n"
@@ -78,7 +78,7 @@ constexpr const char* listFooter =
     "names are printed as they are.\n";
 
 constexpr const char* watchFooter =
-    "A shared node is heard by all clients: these are the results of whatever they ask of it.\n"
+    "All clients hear a shared node: these are the results of all their calls on it.\n"
     "Without NODE it is the first one that the server has; info names them.\n";
 
 constexpr const char* chmodFooter = "MODE is +x (everyone may execute), readonly (everyone may "
@@ -191,7 +191,7 @@ Client::Permissions ParsePermissions(const std::string& text)
     return permissions;
 }
 
-/// Where the commands are typed.
+/// The place in which the commands are typed.
 enum class Place
 {
     CommandLine,
@@ -262,7 +262,7 @@ private:
         return command;
     }
 
-    /// What stands behind a command without a name of its own; the usage line shows it.
+    /// Adds the arguments behind a command that have no name; the usage line shows them.
     static CLI::Option* AddPaths(CLI::App* command)
     {
         return command->add_option("PATHS")
@@ -281,7 +281,7 @@ private:
         auto* const command =
             Add("ls", "[-R] [-l] [-s] [-0] [PATH]", "lists a directory", listFooter);
         auto* const path = AddPositional(command);
-        auto* const recursive = AddFlag(*command, "-R,--recursive", "what is below it, too");
+        auto* const recursive = AddFlag(*command, "-R,--recursive", "subdirectories, too");
         auto* const isLong = AddFlag(*command, "-l,--long", "kind, time and name");
         auto* const sizes = AddFlag(*command, "-s,--size", "sizes of files, found by reading");
         auto* const zero =
@@ -295,7 +295,7 @@ private:
         };
         AddForPaths<CatCommand>("cat", "REMOTE...", "writes files to standard output");
         AddForPaths<ExistsCommand>("exists", "PATH...",
-                                   "says what is at paths; fails when there is nothing");
+                                   "prints the kind of each path; fails when one is missing");
     }
 
     /// A command that takes paths and nothing else.
@@ -329,7 +329,7 @@ private:
                 .jobs = jobs};
     }
 
-    /// In the shell one path is enough: the rest is where one is.
+    /// In the shell one path is enough: the target is the current directory then.
     template <typename Made>
     [[nodiscard]] Made MakeTransfer(const Transfer& parts) const
     {
@@ -338,7 +338,7 @@ private:
             paths.emplace_back(".");
         if (paths.size() < 2)
             throw Client::InvalidArgumentException(parts.command->get_name() +
-                                                   " needs what to move and where to");
+                                                   " needs a source and a target");
         Made made;
         made.target = paths.back();
         paths.pop_back();
@@ -370,7 +370,7 @@ private:
         auto* const removed = AddPaths(remove);
         auto* const recursive =
             AddFlag(*remove, "-r,--recursive", "directories with all that is in them");
-        auto* const force = AddFlag(*remove, "-f,--force", "what is missing is no failure");
+        auto* const force = AddFlag(*remove, "-f,--force", "a missing path is no failure");
         makers[remove] = [=] {
             return RemoveCommand{.paths = GetPaths(remove, removed),
                                  .isRecursive = IsSet(recursive),
@@ -378,8 +378,8 @@ private:
         };
         AddForPaths<MakeDirectoryCommand>("mkdir", "PATH...",
                                           "makes directories, and those above them");
-        auto* const touch =
-            Add("touch", "[-d TIME] PATH...", "sets the time of what is there", touchFooter);
+        auto* const touch = Add("touch", "[-d TIME] PATH...",
+                                "sets the time of files and directories", touchFooter);
         auto* const touched = AddPaths(touch);
         auto* const time =
             touch->add_option("-d,--date")->description("which time (now)")->type_name("TIME");
@@ -435,13 +435,13 @@ private:
     {
         AddWithFolder<ChangeFolderCommand>("cd", "goes to a remote directory");
         AddWithFolder<ChangeLocalFolderCommand>("lcd", "goes to a local directory");
-        makers[Add("pwd", "", "where one is on the server")] = [] {
+        makers[Add("pwd", "", "prints the current remote directory")] = [] {
             return ShowFolderCommand{.isLocal = false};
         };
-        makers[Add("lpwd", "", "where one is locally")] = [] {
+        makers[Add("lpwd", "", "prints the current local directory")] = [] {
             return ShowFolderCommand{.isLocal = true};
         };
-        auto* const help = Add("help", "[COMMAND]", "says what there is, or what a command does");
+        auto* const help = Add("help", "[COMMAND]", "lists the commands, or describes one");
         auto* const topic = AddPositional(help);
         makers[help] = [this, topic] {
             return HelpCommand{MakeHelp(GetText(topic))};
@@ -478,14 +478,14 @@ private:
     std::map<const CLI::App*, std::function<Command()>> makers;
 };
 
-/// The options that say where to connect.
+/// The options of the connection.
 class ConnectionGrammar
 {
 public:
     explicit ConnectionGrammar(CLI::App& app)
-        : endpoint(Add(app, "-e,--endpoint", "URL", "where the server is, opc.tcp://HOST:PORT"))
+        : endpoint(Add(app, "-e,--endpoint", "URL", "the server, opc.tcp://HOST:PORT"))
         , profile(Add(app, "--profile", "NAME", "settings from the profile of this name"))
-        , user(Add(app, "-u,--user", "NAME", "who logs in (anonymous)"))
+        , user(Add(app, "-u,--user", "NAME", "user that logs in (anonymous)"))
         , passwordFile(Add(app, "--password-file", "FILE",
                            "holds the password on its first line; nobody else may read it"))
         , security(Add(app, "--security", "auto|plain|encrypted",

@@ -98,7 +98,7 @@ private:
 
     void ReportUnknownSize(const std::string& file)
     {
-        workplace.console.Report(file + ": its size cannot be found: it cannot be opened");
+        workplace.console.Report(file + ": cannot find the size: it cannot be opened");
         hasUnknownSizes = true;
     }
 

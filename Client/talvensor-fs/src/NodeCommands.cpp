@@ -34,7 +34,7 @@ std::string Join(const std::vector<std::string>& texts)
 
 std::string FormatLimit(std::uint32_t limit, const char* unit)
 {
-    return limit == 0 ? "not said" : fmt::format("{} {}", limit, unit);
+    return limit == 0 ? "not announced" : fmt::format("{} {}", limit, unit);
 }
 
 std::string FormatInfo(const Client::ServerInfo& info)
@@ -49,7 +49,7 @@ std::string FormatInfo(const Client::ServerInfo& info)
            MakeInfoLine("fingerprint", info.fingerprint) +
            MakeInfoLine("user", info.user.empty() ? "anonymous" : info.user) +
            MakeInfoLine("session",
-                        fmt::format("{}, kept {:g} s without a word", info.sessionId, timeout)) +
+                        fmt::format("{}, idle time-out: {:g} s", info.sessionId, timeout)) +
            MakeInfoLine("byte strings", FormatLimit(info.maximumByteString, "bytes at most")) +
            MakeInfoLine("arrays", FormatLimit(info.maximumArray, "elements at most")) +
            MakeInfoLine("calls", FormatLimit(info.maximumCalls, "in one request at most")) +

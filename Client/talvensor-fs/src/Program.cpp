@@ -93,7 +93,7 @@ private:
         const auto settings = CollectSettings();
         if (!settings.endpoint)
             throw Client::InvalidArgumentException(
-                "where to connect is not said: -e URL, --profile NAME or $TALVENSOR_ENDPOINT");
+                "no server given: use -e, a profile or $TALVENSOR_ENDPOINT");
         Client::ConnectionOptions options;
         options.url = *settings.endpoint;
         // A password is not to be sent in the open because somebody took the encryption away.

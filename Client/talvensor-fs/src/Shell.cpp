@@ -215,7 +215,7 @@ void Shell::ChangeFolder(const ChangeFolderCommand& command)
     if (path.size() > 1 && path.ends_with('/'))
         path.pop_back();
     if (remote.GetFiles().GetKind(path, &interruption.GetCancellation()) != Client::Kind::Directory)
-        throw Client::OperationFailedException(command.path + ": there is no such directory");
+        throw Client::OperationFailedException(command.path + ": No such directory");
     remote.SetFolder(path == "." ? std::string() : path);
 }
 

@@ -88,7 +88,7 @@ void ReportUnfinished(Console& console, const std::string& path, Direction direc
         console.Report(path + " (remote): unfinished: it holds a part of what was sent; "
                               "put --continue carries on");
     else
-        console.Report(path + " (local): unfinished: what has come is kept as " +
+        console.Report(path + " (local): unfinished: the part that arrived is kept as " +
                        Client::GetPartName(path) + "; get --continue carries on");
 }
 
@@ -142,9 +142,9 @@ public:
     {
         if (!isDirectory && command.sources.size() > 1)
             throw Client::OperationFailedException(
-                shown + ": is no directory; several sources need one to go to");
+                shown + ": is not a directory: several sources need one");
         if (!isDirectory && !command.isRecursive && shown.ends_with('/'))
-            throw Client::OperationFailedException(shown + ": there is no such directory");
+            throw Client::OperationFailedException(shown + ": No such directory");
     }
 
     [[nodiscard]] std::string Get(const std::string& source) const
@@ -175,7 +175,7 @@ void CheckStandardStream(const TransferCommand& command)
         throw Client::InvalidArgumentException("with - there is one source and one target");
     if (command.resumes || command.verifies || command.isRecursive)
         throw Client::InvalidArgumentException(
-            "standard input and output go by once: no -r, --continue or --verify with -");
+            "- is a stream: it cannot be combined with -r, --continue or --verify");
 }
 
 ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
@@ -186,8 +186,8 @@ ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
     const auto remote = workplace.remote.Resolve(command.target);
     if (workplace.remote.GetFiles().GetKind(remote, &workplace.cancellation) ==
         Client::Kind::Directory)
-        throw Client::OperationFailedException(
-            command.target + ": is a directory; what comes from - needs the name of a file");
+        throw Client::OperationFailedException(command.target +
+                                               ": is a directory: - needs the name of a file");
     const auto read = [&workplace](std::span<unsigned char> buffer) {
         return ReadInput(buffer, workplace.cancellation);
     };

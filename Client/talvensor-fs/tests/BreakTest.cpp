@@ -177,7 +177,7 @@ void PutOntoAFullDisk()
         GTEST_SKIP() << "the host does not see the disk";
     const auto result = desk.Run(With({"-q", "put", "-r", "tree", "."}));
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.error, "talvensor-fs: ./tree/full/large (remote): cannot finish writing: not "
+    EXPECT_EQ(result.error, "talvensor-fs: ./tree/full/large (remote): cannot write: not "
                             "everything could be written; the server's disk may be full\n"
                             "talvensor-fs: ./tree/full/large (remote): unfinished: it holds a part "
                             "of what was sent; put --continue carries on\n");
