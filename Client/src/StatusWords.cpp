@@ -2,85 +2,81 @@
 
 #include <open62541/types_generated.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
 namespace Client {
 
 namespace {
 
-/// Null for what is too rare for words of its own.
+constexpr std::size_t mostStatuses = 5;
+
+struct StatusGroup
+{
+    const char* text;
+    std::array<UA_StatusCode, mostStatuses> statuses; ///< then UA_STATUSCODE_GOOD
+};
+
+/// The statuses that are common enough for words of their own.
+constexpr std::array statusGroups{
+    StatusGroup{"nobody accepts connections there", {UA_STATUSCODE_BADCONNECTIONREJECTED}},
+    StatusGroup{"the other side closed the connection",
+                {UA_STATUSCODE_BADCONNECTIONCLOSED, UA_STATUSCODE_BADSECURECHANNELCLOSED,
+                 UA_STATUSCODE_BADDISCONNECT, UA_STATUSCODE_BADNOTCONNECTED}},
+    StatusGroup{"it does not answer in time",
+                {UA_STATUSCODE_BADTIMEOUT, UA_STATUSCODE_BADREQUESTTIMEOUT}},
+    // A message of any other protocol has a text where OPC UA has the size.
+    StatusGroup{"it does not speak OPC UA",
+                {UA_STATUSCODE_BADTCPMESSAGETYPEINVALID, UA_STATUSCODE_BADTCPMESSAGETOOLARGE,
+                 UA_STATUSCODE_BADTCPENDPOINTURLINVALID,
+                 UA_STATUSCODE_BADPROTOCOLVERSIONUNSUPPORTED, UA_STATUSCODE_BADDECODINGERROR}},
+    StatusGroup{"a message is larger than one of both sides takes",
+                {UA_STATUSCODE_BADREQUESTTOOLARGE, UA_STATUSCODE_BADRESPONSETOOLARGE,
+                 UA_STATUSCODE_BADENCODINGLIMITSEXCEEDED}},
+    StatusGroup{"it has as many sessions as it allows", {UA_STATUSCODE_BADTOOMANYSESSIONS}},
+    StatusGroup{"it has no room for more of that",
+                {UA_STATUSCODE_BADTOOMANYSUBSCRIPTIONS, UA_STATUSCODE_BADTOOMANYMONITOREDITEMS,
+                 UA_STATUSCODE_BADTOOMANYOPERATIONS, UA_STATUSCODE_BADRESOURCEUNAVAILABLE}},
+    StatusGroup{"there is not enough memory",
+                {UA_STATUSCODE_BADOUTOFMEMORY, UA_STATUSCODE_BADTCPNOTENOUGHRESOURCES}},
+    StatusGroup{"this user may not do that",
+                {UA_STATUSCODE_BADUSERACCESSDENIED, UA_STATUSCODE_BADNOTEXECUTABLE}},
+    StatusGroup{"it has ended the session",
+                {UA_STATUSCODE_BADSESSIONIDINVALID, UA_STATUSCODE_BADSESSIONCLOSED,
+                 UA_STATUSCODE_BADSESSIONNOTACTIVATED}},
+    StatusGroup{"it does not take this kind of encryption",
+                {UA_STATUSCODE_BADSECURITYMODEREJECTED, UA_STATUSCODE_BADSECURITYPOLICYREJECTED}},
+    StatusGroup{"it does not accept how the connection is secured",
+                {UA_STATUSCODE_BADSECURITYCHECKSFAILED}},
+    StatusGroup{"the certificate is not trusted", {UA_STATUSCODE_BADCERTIFICATEUNTRUSTED}},
+    StatusGroup{"the certificate is not in order",
+                {UA_STATUSCODE_BADCERTIFICATEINVALID, UA_STATUSCODE_BADCERTIFICATEURIINVALID,
+                 UA_STATUSCODE_BADCERTIFICATEUSENOTALLOWED,
+                 UA_STATUSCODE_BADCERTIFICATECHAININCOMPLETE}},
+    StatusGroup{"the certificate is not valid at this time; a clock may be wrong",
+                {UA_STATUSCODE_BADCERTIFICATETIMEINVALID}},
+    StatusGroup{"it does not know that",
+                {UA_STATUSCODE_BADNODEIDUNKNOWN, UA_STATUSCODE_BADMETHODINVALID,
+                 UA_STATUSCODE_BADSERVICEUNSUPPORTED, UA_STATUSCODE_BADNOTSUPPORTED,
+                 UA_STATUSCODE_BADNOTIMPLEMENTED}},
+    StatusGroup{"it does not take these arguments",
+                {UA_STATUSCODE_BADINVALIDARGUMENT, UA_STATUSCODE_BADTYPEMISMATCH,
+                 UA_STATUSCODE_BADARGUMENTSMISSING, UA_STATUSCODE_BADTOOMANYARGUMENTS}},
+    StatusGroup{"it is ending", {UA_STATUSCODE_BADSHUTDOWN, UA_STATUSCODE_BADSERVERHALTED}},
+    StatusGroup{"something went wrong inside it",
+                {UA_STATUSCODE_BADINTERNALERROR, UA_STATUSCODE_BADUNEXPECTEDERROR}},
+};
+
+/// Returns null for a status without words of its own.
 const char* FindWords(UA_StatusCode status) noexcept
 {
-    switch (status) {
-    case UA_STATUSCODE_BADCONNECTIONREJECTED:
-        return "nobody accepts connections there";
-    case UA_STATUSCODE_BADCONNECTIONCLOSED:
-    case UA_STATUSCODE_BADSECURECHANNELCLOSED:
-    case UA_STATUSCODE_BADDISCONNECT:
-    case UA_STATUSCODE_BADNOTCONNECTED:
-        return "the other side closed the connection";
-    case UA_STATUSCODE_BADTIMEOUT:
-    case UA_STATUSCODE_BADREQUESTTIMEOUT:
-        return "it does not answer in time";
-    case UA_STATUSCODE_BADTCPMESSAGETYPEINVALID:
-    case UA_STATUSCODE_BADTCPMESSAGETOOLARGE: // any other protocol's text is no size
-    case UA_STATUSCODE_BADTCPENDPOINTURLINVALID:
-    case UA_STATUSCODE_BADPROTOCOLVERSIONUNSUPPORTED:
-    case UA_STATUSCODE_BADDECODINGERROR:
-        return "it does not speak OPC UA";
-    case UA_STATUSCODE_BADREQUESTTOOLARGE:
-    case UA_STATUSCODE_BADRESPONSETOOLARGE:
-    case UA_STATUSCODE_BADENCODINGLIMITSEXCEEDED:
-        return "a message is larger than one of both sides takes";
-    case UA_STATUSCODE_BADTOOMANYSESSIONS:
-        return "it has as many sessions as it allows";
-    case UA_STATUSCODE_BADTOOMANYSUBSCRIPTIONS:
-    case UA_STATUSCODE_BADTOOMANYMONITOREDITEMS:
-    case UA_STATUSCODE_BADTOOMANYOPERATIONS:
-    case UA_STATUSCODE_BADRESOURCEUNAVAILABLE:
-        return "it has no room for more of that";
-    case UA_STATUSCODE_BADOUTOFMEMORY:
-    case UA_STATUSCODE_BADTCPNOTENOUGHRESOURCES:
-        return "there is not enough memory";
-    case UA_STATUSCODE_BADUSERACCESSDENIED:
-    case UA_STATUSCODE_BADNOTEXECUTABLE:
-        return "this user may not do that";
-    case UA_STATUSCODE_BADSESSIONIDINVALID:
-    case UA_STATUSCODE_BADSESSIONCLOSED:
-    case UA_STATUSCODE_BADSESSIONNOTACTIVATED:
-        return "it has ended the session";
-    case UA_STATUSCODE_BADSECURITYMODEREJECTED:
-    case UA_STATUSCODE_BADSECURITYPOLICYREJECTED:
-        return "it does not take this kind of encryption";
-    case UA_STATUSCODE_BADSECURITYCHECKSFAILED:
-        return "it does not accept how the connection is secured";
-    case UA_STATUSCODE_BADCERTIFICATEUNTRUSTED:
-        return "the certificate is not trusted";
-    case UA_STATUSCODE_BADCERTIFICATEINVALID:
-    case UA_STATUSCODE_BADCERTIFICATEURIINVALID:
-    case UA_STATUSCODE_BADCERTIFICATEUSENOTALLOWED:
-    case UA_STATUSCODE_BADCERTIFICATECHAININCOMPLETE:
-        return "the certificate is not in order";
-    case UA_STATUSCODE_BADCERTIFICATETIMEINVALID:
-        return "the certificate is not valid at this time; a clock may be wrong";
-    case UA_STATUSCODE_BADNODEIDUNKNOWN:
-    case UA_STATUSCODE_BADMETHODINVALID:
-    case UA_STATUSCODE_BADSERVICEUNSUPPORTED:
-    case UA_STATUSCODE_BADNOTSUPPORTED:
-    case UA_STATUSCODE_BADNOTIMPLEMENTED:
-        return "it does not know that";
-    case UA_STATUSCODE_BADINVALIDARGUMENT:
-    case UA_STATUSCODE_BADTYPEMISMATCH:
-    case UA_STATUSCODE_BADARGUMENTSMISSING:
-    case UA_STATUSCODE_BADTOOMANYARGUMENTS:
-        return "it does not take these arguments";
-    case UA_STATUSCODE_BADSHUTDOWN:
-    case UA_STATUSCODE_BADSERVERHALTED:
-        return "it is ending";
-    case UA_STATUSCODE_BADINTERNALERROR:
-    case UA_STATUSCODE_BADUNEXPECTEDERROR:
-        return "something went wrong inside it";
-    default:
+    if (status == UA_STATUSCODE_GOOD)
         return nullptr;
-    }
+    for (const auto& group : statusGroups)
+        if (std::find(group.statuses.begin(), group.statuses.end(), status) != group.statuses.end())
+            return group.text;
+    return nullptr;
 }
 
 } // namespace
