@@ -70,16 +70,16 @@ void EventInbox::Receive(const EventPointer& event)
     const auto description = Describe(*event);
     std::size_t number = 0;
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         number = ++count;
     }
     // Before the waiting thread goes on, so that this line comes before its lines.
     PrintLine("  event " + std::to_string(number) + "  " + description);
     {
-        const std::lock_guard lock(mutex);
+        const Support::Lock lock(mutex);
         Keep(event);
     }
-    arrived.notify_all();
+    arrived.NotifyAll();
 }
 
 void EventInbox::Keep(const EventPointer& event)
@@ -94,10 +94,13 @@ void EventInbox::Keep(const EventPointer& event)
 
 unsigned int EventInbox::WaitForAcknowledgement(unsigned int handle)
 {
-    std::unique_lock lock(mutex);
-    if (!arrived.wait_for(lock, patience, [&] { return resultOfHandle.contains(handle); }))
-        throw NoAnswerException("No acknowledgement came for file handle " +
-                                std::to_string(handle));
+    const auto limit = std::chrono::steady_clock::now() + patience;
+    Support::Lock lock(mutex);
+    while (!resultOfHandle.contains(handle)) {
+        if (!arrived.WaitUntil(lock, limit) && !resultOfHandle.contains(handle))
+            throw NoAnswerException("No acknowledgement came for file handle " +
+                                    std::to_string(handle));
+    }
     const auto result = resultOfHandle.at(handle);
     resultOfHandle.erase(handle);
     return result;
@@ -105,7 +108,7 @@ unsigned int EventInbox::WaitForAcknowledgement(unsigned int handle)
 
 std::optional<unsigned int> EventInbox::TakeAcknowledgement(unsigned int handle)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     const auto found = resultOfHandle.find(handle);
     if (found == resultOfHandle.end())
         return std::nullopt;
@@ -117,16 +120,19 @@ std::optional<unsigned int> EventInbox::TakeAcknowledgement(unsigned int handle)
 EventPointer EventInbox::WaitForResult(const std::string& type)
 {
     {
-        std::unique_lock lock(mutex);
-        if (!arrived.wait_for(lock, patience, [&] { return !resultsOfType[type].empty(); }))
-            throw NoAnswerException("No " + type + " came");
+        const auto limit = std::chrono::steady_clock::now() + patience;
+        Support::Lock lock(mutex);
+        while (resultsOfType[type].empty()) {
+            if (!arrived.WaitUntil(lock, limit) && resultsOfType[type].empty())
+                throw NoAnswerException("No " + type + " came");
+        }
     }
     return TakeResult(type);
 }
 
 EventPointer EventInbox::TakeResult(const std::string& type)
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     auto& results = resultsOfType[type];
     if (results.empty())
         return nullptr;
@@ -137,7 +143,7 @@ EventPointer EventInbox::TakeResult(const std::string& type)
 
 std::size_t EventInbox::GetCount() const
 {
-    const std::lock_guard lock(mutex);
+    const Support::Lock lock(mutex);
     return count;
 }
 

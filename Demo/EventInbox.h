@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Support/Mutex.h"
+
 #include <Core/Embedding/Runtime.h>
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -48,13 +48,13 @@ public:
     [[nodiscard]] std::size_t GetCount() const;
 
 private:
-    void Keep(const EventPointer& event); // REQUIRES: mutex is held
+    void Keep(const EventPointer& event) REQUIRES(mutex);
 
-    mutable std::mutex mutex;
-    std::condition_variable arrived;
-    std::size_t count = 0;                                                   // guarded by mutex
-    std::unordered_map<unsigned int, unsigned int> resultOfHandle;           // guarded by mutex
-    std::unordered_map<std::string, std::deque<EventPointer>> resultsOfType; // guarded by mutex
+    mutable Support::Mutex mutex;
+    Support::Condition arrived;
+    std::size_t count GUARDED_BY(mutex) = 0;
+    std::unordered_map<unsigned int, unsigned int> resultOfHandle GUARDED_BY(mutex);
+    std::unordered_map<std::string, std::deque<EventPointer>> resultsOfType GUARDED_BY(mutex);
 };
 
 } // namespace Demo

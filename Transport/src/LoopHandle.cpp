@@ -34,7 +34,7 @@ void Loop::FillLifecycle()
     };
 }
 
-/// What the one locks the other unlocks, so clang finds both unbalanced.
+/// One of the two callbacks locks, the other unlocks, so clang finds both unbalanced.
 void Loop::FillLock()
 {
     handle.lock = [](UA_EventLoop* self) NO_THREAD_SAFETY_ANALYSIS {

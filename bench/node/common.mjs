@@ -1,4 +1,4 @@
-// What both ends of the reference need.
+// Shared by both ends of the reference.
 
 import { webcrypto } from "node:crypto";
 import { join } from "node:path";

@@ -405,7 +405,7 @@ class Events(Step):
                                               env=host.fs_environment, stdout=subprocess.DEVNULL,
                                               stderr=subprocess.PIPE)
         try:
-            # What it costs to log in and subscribe is not meant.
+            # Without the time to log in and subscribe.
             await_condition("a subscriber", lambda: host.read_processor_time() > 0)
             time.sleep(0.5)
             host.await_idle()

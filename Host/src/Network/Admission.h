@@ -7,21 +7,21 @@
 
 namespace Host {
 
-/// Who gets in.
+/// The logins and connections that are taken.
 struct Admission
 {
     bool allowsAnonymous = false;
     bool allowsUnencrypted = false;
 };
 
-/// The host would be open to others; the text says what is missing.
+/// Refuses a host that would be open to others; the text names what is missing.
 class OpenDoorsException : public Core::InvalidStateException
 {
 public:
     using Core::InvalidStateException::InvalidStateException;
 };
 
-/// What there is to tell friends from others.
+/// The means to tell friends from others.
 struct Credentials
 {
     bool hasUsers = false;

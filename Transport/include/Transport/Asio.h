@@ -1,7 +1,7 @@
 #pragma once
 
-// What the loop uses of Boost.Asio. Optimising g++ sees a null pointer in its scheduler that cannot
-// be one, and says so although the headers belong to the system.
+// The headers of Boost.Asio that the loop uses. Optimising g++ warns of a null pointer in its
+// scheduler that cannot be one, although the headers belong to the system.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnull-dereference"
 #include <boost/asio/buffer.hpp>

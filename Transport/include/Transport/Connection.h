@@ -23,7 +23,7 @@ public:
     using Tcp = boost::asio::ip::tcp;
     using ErrorCode = boost::system::error_code;
 
-    /// What becomes of the output that waits when a connection is closed.
+    /// The end of output that waits when a connection is closed.
     enum class Farewell
     {
         Send, ///< as far as the system takes it at once; it often says why

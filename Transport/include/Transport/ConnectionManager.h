@@ -52,7 +52,7 @@ private:
         ConnectionManager* owner{};
     };
 
-    // What the library asks for; what these throw is answered with a status code.
+    // The library's requests. Exceptions that these throw are answered with a status code.
     virtual UA_StatusCode Open(const UA_KeyValueMap& parameters, const Channel& channel)
         REQUIRES(loopLock) = 0;
     /// Takes over the memory of the bytes in any case.

@@ -12,8 +12,7 @@ struct KeepAlive
     std::chrono::seconds idle{};     ///< without any traffic, until the first probe
     std::chrono::seconds interval{}; ///< between two probes
     int probes = 0;                  ///< without an answer, until the connection ends
-    /// What was sent and is not acknowledged for so long ends the connection; 0: as the system
-    /// does.
+    /// Bytes that are not acknowledged for so long end the connection; 0: the system decides.
     std::chrono::milliseconds unacknowledged{};
 };
 

@@ -147,7 +147,7 @@ protected:
         return manager.sendWithConnection(&manager, id, nullptr, &bytes);
     }
 
-    /// What a lookup waits for in its thread.
+    /// Holds a lookup in its thread until it opens.
     class Gate
     {
     public:
