@@ -299,11 +299,6 @@ void EventLoop::CloseOverdueConnections()
     implementation->GetConnections().CloseOverdue();
 }
 
-void EventLoop::CloseConnection(ConnectionId connection)
-{
-    implementation->GetConnections().CloseConnection(connection);
-}
-
 void EventLoop::SetClosedObserver(std::function<void(ConnectionId)> observer)
 {
     implementation->GetConnections().SetClosedObserver(std::move(observer));

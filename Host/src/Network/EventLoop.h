@@ -126,7 +126,6 @@ public:
     void CloseAbandonedConnections();
     void MarkAdmitted(ConnectionId connection, bool isAdmitted);
     void CloseOverdueConnections();
-    void CloseConnection(ConnectionId connection);
     void SetClosedObserver(std::function<void(ConnectionId)> observer);
     void SetMemoryBrake(std::function<bool()> isMemoryShort);
 
