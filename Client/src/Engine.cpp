@@ -111,14 +111,17 @@ void Engine::Run(const std::function<void()>& function)
 {
     std::promise<void> promise;
     auto done = promise.get_future();
+    std::exception_ptr failure;
     {
         const Support::Lock lock(mutex);
         if (isDead)
             throw ConnectionLostException(lossReason);
-        functions.push_back({&function, &promise});
+        functions.push_back({&function, &failure, &promise});
     }
     connector.GetLoop().Wake();
-    done.get();
+    done.wait();
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 void Engine::RunFunctions()
@@ -128,18 +131,13 @@ void Engine::RunFunctions()
         const Support::Lock lock(mutex);
         taken.swap(functions);
     }
-    for (const auto& [function, promise] : taken) {
-        std::exception_ptr failure;
+    for (const auto& [function, failure, promise] : taken) {
         try {
             (*function)();
         } catch (...) {
-            failure = std::current_exception();
+            *failure = std::current_exception();
         }
-        // Handed over as a whole: the thread that waits looks into it and ends it.
-        if (failure)
-            promise->set_exception(std::move(failure));
-        else
-            promise->set_value();
+        promise->set_value();
     }
 }
 
@@ -283,8 +281,10 @@ void Engine::Die(const std::string& reason)
     }
     LosePosted();
     listeners.TellDead();
-    for (const auto& [function, promise] : waiting)
-        promise->set_exception(std::make_exception_ptr(ConnectionLostException(reason)));
+    for (const auto& [function, failure, promise] : waiting) {
+        *failure = std::make_exception_ptr(ConnectionLostException(reason));
+        promise->set_value();
+    }
 }
 
 std::string Engine::GetLossReason() const

@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <future>
 #include <string>
@@ -90,6 +91,8 @@ private:
     struct Function
     {
         const std::function<void()>* function;
+        // Not left to the promise: it lets go of an exception after the waiting thread has gone on.
+        std::exception_ptr* failure;
         std::promise<void>* promise;
     };
 
