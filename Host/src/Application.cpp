@@ -66,7 +66,7 @@ std::unique_ptr<Core::Embedding::Runtime> LoadModules(const Configuration& confi
     auto runtime = std::make_unique<Core::Embedding::Runtime>();
     for (const auto& model : FindModels(configuration))
         runtime->LoadInformationModel(model);
-    for (const auto& module : configuration.modules)
+    for (const auto& module : FindModules(configuration))
         runtime->LoadModule(module);
     return runtime;
 }

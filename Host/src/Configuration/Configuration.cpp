@@ -1,5 +1,6 @@
 #include "Configuration/Configuration.h"
 
+#include "Configuration/InstalledFiles.h"
 #include "Process/PathTrust.h"
 #include "Process/Roots.h"
 #include "Users/Pki.h"
@@ -27,36 +28,6 @@ std::string ReadEnvironment(const char* name)
     // Read before any thread could change it.
     const char* const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
     return value == nullptr ? "" : value;
-}
-
-std::string GetModelName(const Path& module)
-{
-    auto name = module.stem().string();
-    if (name.starts_with("lib"))
-        name.erase(0, 3);
-    return name + ".NodeSet2.xml";
-}
-
-/// Returns the path of this program, empty if the kernel does not tell it.
-Path FindProgram()
-{
-    std::error_code error;
-    return std::filesystem::read_symlink("/proc/self/exe", error);
-}
-
-Path FindModel(const Path& module)
-{
-    const auto name = GetModelName(module);
-    auto beside = module.parent_path() / name;
-    if (std::filesystem::exists(beside))
-        return beside;
-    const auto program = FindProgram();
-    auto shared = program.parent_path().parent_path() / "share" / "talvensor" / name;
-    if (!program.empty() && std::filesystem::exists(shared))
-        return shared;
-    throw Core::NotFoundException("no information model of the module '" + module.string() +
-                                  "': neither '" + beside.string() + "' nor '" + shared.string() +
-                                  "' exists; name it with --model");
 }
 
 /// Collects the problems of a configuration.
@@ -117,10 +88,13 @@ private:
 
     void ExamineModules()
     {
-        if (configuration.modules.empty())
-            Report("module", 0, "no module is given: there is nothing to serve");
+        const auto modules = FindModules(configuration);
+        if (modules.empty())
+            Report("module", 0,
+                   "no module is given, and none is in '" + GetModuleFolder().string() +
+                       "': there is nothing to serve");
         const auto before = problems.size();
-        ExamineFilesOf("module", configuration.modules);
+        ExamineFilesOf("module", modules);
         ExamineFilesOf("model", configuration.models);
         if (problems.size() > before || !configuration.models.empty())
             return;
@@ -251,13 +225,18 @@ std::vector<ConfigurationProblem> FindProblems(const Configuration& configuratio
     return Examination(configuration).Run();
 }
 
+std::vector<std::filesystem::path> FindModules(const Configuration& configuration)
+{
+    return configuration.modules.empty() ? FindInstalledModules() : configuration.modules;
+}
+
 std::vector<std::filesystem::path> FindModels(const Configuration& configuration)
 {
     if (!configuration.models.empty())
         return configuration.models;
+    const auto modules = FindModules(configuration);
     std::vector<Path> models;
-    std::transform(configuration.modules.begin(), configuration.modules.end(),
-                   std::back_inserter(models), FindModel);
+    std::transform(modules.begin(), modules.end(), std::back_inserter(models), FindModel);
     return models;
 }
 

@@ -63,6 +63,7 @@ struct Configuration
     ListenUrl listen;
     std::vector<std::filesystem::path> roots;
     std::vector<std::filesystem::path> readOnlyRoots;
+    /// Empty: the installed ones, see `FindModules`.
     std::vector<std::filesystem::path> modules;
     /// Empty: one for each module, see `FindModels`.
     std::vector<std::filesystem::path> models;
@@ -127,8 +128,10 @@ private:
 /// each other. Changes nothing.
 [[nodiscard]] std::vector<ConfigurationProblem> FindProblems(const Configuration& configuration);
 
-/// Returns the models to load: those that are set, or `NAME.NodeSet2.xml` for each module
-/// `libNAME.so`, from the module's folder or from ../share/talvensor/ beside this program's folder.
+/// Returns the modules to load: those that are set, or those of `FindInstalledModules`.
+[[nodiscard]] std::vector<std::filesystem::path> FindModules(const Configuration& configuration);
+
+/// Returns the models to load: those that are set, or the one of each module, see `FindModel`.
 /// Throws NotFoundException with the paths that it tried.
 [[nodiscard]] std::vector<std::filesystem::path> FindModels(const Configuration& configuration);
 

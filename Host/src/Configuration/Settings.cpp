@@ -188,13 +188,14 @@ std::vector<Setting> MakeServingSettings()
          [](Configuration& all, const Words& values) {
              all.readOnlyRoots = ParsePaths(values);
          }},
-        {"module", Path, true, "Serving", "FILE", "a module to load, libNAME.so",
+        {"module", Path, true, "Serving", "FILE",
+         "a module to load, libNAME.so (all that are installed with this program)",
          [](Configuration& all, const Words& values) {
              all.modules = ParsePaths(values);
          }},
         {"model", Path, true, "Serving", "FILE",
-         "the information model of a module (NAME.NodeSet2.xml beside it, or in "
-         "../share/talvensor beside this program's folder)",
+         "the information model of a module (NAME.NodeSet2.xml beside it, or installed with this "
+         "program)",
          [](Configuration& all, const Words& values) {
              all.models = ParsePaths(values);
          }},

@@ -1,4 +1,5 @@
 #include "Configuration/CommandLine.h"
+#include "Configuration/InstalledFiles.h"
 #include "Configuration/Settings.h"
 #include "TemporaryFolder.h"
 
@@ -84,7 +85,7 @@ protected:
     const std::string required = "root = 'root'\nmodule = 'libFiles.so'\n";
 };
 
-TEST_F(ACommandLine, HasDefaultsForEverythingButRootsAndModules)
+TEST_F(ACommandLine, HasDefaultsForEverythingButRoots)
 {
     const auto configuration = Serve({});
     EXPECT_EQ(configuration.listen.ToString(), "opc.tcp://localhost:4840");
@@ -291,10 +292,16 @@ TEST_F(ACommandLine, ReportsWhatIsWrongWithItsFlags)
     EXPECT_THAT(GetProblems({"passwd", "file"}), ElementsAre(HasSubstr("USER")));
 }
 
-TEST_F(ACommandLine, NeedsARootAndAModule)
+TEST_F(ACommandLine, NeedsARoot)
 {
-    EXPECT_THAT(GetProblems({}), ElementsAre(StartsWith("--root: no folder to serve is given"),
-                                             StartsWith("--module: no module is given")));
+    EXPECT_THAT(GetProblems({}), Contains(StartsWith("--root: no folder to serve is given")));
+}
+
+TEST_F(ACommandLine, FindsModulesAndModelsOfItsOwnBuildWithoutAFlag)
+{
+    EXPECT_THAT(FindModules(Configuration{}), Contains(TALVENSOR_MODULE));
+    EXPECT_THAT(FindModels(Configuration{}),
+                Contains(GetModelFolder() / "Talvensor.FileSystem.NodeSet2.xml"));
 }
 
 TEST_F(ACommandLine, ReportsFilesThatAreNotThere)
@@ -315,7 +322,7 @@ TEST_F(ACommandLine, FindsTheModelBesideTheModule)
     std::filesystem::remove(model);
     EXPECT_THAT(GetProblems({"--root", root.string(), "--module", module.string()}),
                 ElementsAre(AllOf(StartsWith("--module: "), HasSubstr("'Files.NodeSet2.xml'"),
-                                  HasSubstr("share/talvensor/Files.NodeSet2.xml"))));
+                                  HasSubstr("share/talvensor/models/Files.NodeSet2.xml"))));
 }
 
 TEST_F(ACommandLine, KeepsSecretsOutOfTheRoots)

@@ -33,7 +33,7 @@ const { AttributeIds, DataType, MessageSecurityMode, SecurityPolicy, StatusCodes
 const repository = resolve(fileURLToPath(import.meta.url), "../../../..");
 export const programs = {
     host: process.env.TALVENSOR_HOST ?? join(repository, "build/dev/bin/talvensor-host"),
-    module: process.env.TALVENSOR_MODULE ?? join(repository, "build/dev/lib/libTalvensor.FileSystem.so"),
+    module: process.env.TALVENSOR_MODULE ?? join(repository, "build/dev/lib/talvensor/modules/libTalvensor.FileSystem.so"),
     model:
         process.env.TALVENSOR_MODEL ??
         join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
