@@ -5,6 +5,7 @@
 #include "Core/Behaviour.h"
 #include "Core/CoreContext.h"
 #include "Core/Logger.h"
+#include "Core/Module.h"
 
 #include <memory>
 #include <utility>
@@ -51,5 +52,3 @@ inline void RegisterOne(Core::CoreContext& context, const char* identifier)
 }
 
 } // namespace FailingModule
-
-extern "C" CORE_API int RegisterFactories(Core::CoreContext& context);

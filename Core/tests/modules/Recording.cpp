@@ -5,6 +5,7 @@
 #include "Core/CoreContext.h"
 #include "Core/Exception.h"
 #include "Core/Logger.h"
+#include "Core/Module.h"
 
 #include <memory>
 #include <stdexcept>
@@ -95,7 +96,6 @@ public:
 
 /// Returns the last behaviour that was called with "Share".
 extern "C" CORE_API void TakeSharedBehaviour(std::shared_ptr<Core::IBehaviour>& behaviour);
-extern "C" CORE_API int RegisterFactories(Core::CoreContext& context);
 
 void TakeSharedBehaviour(std::shared_ptr<Core::IBehaviour>& behaviour)
 {

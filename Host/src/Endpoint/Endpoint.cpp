@@ -47,6 +47,7 @@ namespace Host {
 namespace {
 
 using Core::Embedding::NewObject;
+using Core::Embedding::ObjectTypeDescription;
 
 /// In the namespace of the host. The number is published.
 constexpr unsigned int fileSystemsFolder = 1;
@@ -83,18 +84,25 @@ ConnectionLimits MakeConnectionLimits(const EndpointSettings& settings)
     return limits;
 }
 
-/// Returns the one type whose objects have a behaviour. Throws Core::NotFoundException.
-Core::NodeId FindServedType(const Core::Embedding::InformationModel& model)
+/// Returns the types whose objects have a behaviour. Throws Core::NotFoundException if there is
+/// none.
+std::vector<ObjectTypeDescription> FindServedTypes(const Core::Embedding::InformationModel& model)
 {
-    std::vector<Core::NodeId> served;
+    std::vector<ObjectTypeDescription> served;
     for (const auto& type : model.GetObjectTypes())
         if (!type.isAbstract && model.GetBehaviourFactory(type.id))
-            served.push_back(type.id);
-    if (served.size() != 1)
-        throw Core::NotFoundException(
-            fmt::format("the loaded models have {} object types with a behaviour; one is needed",
-                        served.size()));
-    return served.front();
+            served.push_back(type);
+    if (served.empty())
+        throw Core::NotFoundException("the loaded models have no object type with a behaviour");
+    return served;
+}
+
+/// True for the type whose objects are file systems, of which sessions may have their own.
+bool IsFileSystem(const ObjectTypeDescription& type)
+{
+    return type.browseName.GetName() == "FileSystem" &&
+           Core::NamespaceMap::GetUri(type.browseName.GetNamespaceIndex()) ==
+               "urn:Talvensor:FileSystem";
 }
 
 /// True for the nodes that the library makes by itself at run time: those of events, which keep the
@@ -155,13 +163,14 @@ private:
     void SetObservers();
     void OnSessionEnded(ClientSession& session);
     void MakeFolder();
-    void MakeSharedNodes();
+    void MakeFileSystems(const Core::NodeId& type);
+    void OfferCreateFileSystem(TypeProjection& types, const Core::NodeId& type);
+    void MakeObjects(TypeProjection& types);
 
     Core::Embedding::Runtime& runtime;
     EndpointSettings settings;
     const int hostNamespace = Core::NamespaceMap::Register(hostUri);
     const std::shared_ptr<const Core::Embedding::InformationModel> model;
-    const Core::NodeId servedType;
     const Core::NodeId folder{hostNamespace, fileSystemsFolder};
     UaLogger libraryLog{UaLogger::Source::Library};
     UaLogger transportLog{UaLogger::Source::Transport};
@@ -191,7 +200,6 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     : runtime(runtime)
     , settings(std::move(givenSettings))
     , model(runtime.GetInformationModel())
-    , servedType(FindServedType(*model))
     , loop(transportLog.Get(), MakeConnectionLimits(settings))
     , sessions(loop, runtime, settings.sessions, std::move(authenticate))
     , accessControl(sessions, settings.sessions)
@@ -217,11 +225,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     SetRules();
     SetObservers();
     RemoveBaseDictionaries(*server);
-    MakeFolder();
-    MakeSharedNodes();
-    HostMethod create = ownObjects.MakeMethod(servedType, folder);
-    types.AddMethod(folder, create.description);
-    calls.Add(std::move(create));
+    MakeObjects(types);
     RequireGood(UA_Server_run_startup(server.get()), "starting the server");
     PublishFacts(*server, settings, loop.GetListenAddresses());
     housekeeping.emplace(*server, loop, sessions, settings);
@@ -325,11 +329,35 @@ void Endpoint::Implementation::MakeFolder()
     objects.Add(object, nullptr);
 }
 
-void Endpoint::Implementation::MakeSharedNodes()
+void Endpoint::Implementation::MakeFileSystems(const Core::NodeId& type)
 {
     for (const std::string& name : settings.sharedNodes)
-        sharedNodes.Add({servedType, Core::QualifiedName(hostNamespace, name), folder,
+        sharedNodes.Add({type, Core::QualifiedName(hostNamespace, name), folder,
                          Core::NodeId(hostNamespace, name)});
+}
+
+void Endpoint::Implementation::OfferCreateFileSystem(TypeProjection& types,
+                                                     const Core::NodeId& type)
+{
+    HostMethod create = ownObjects.MakeMethod(type, folder);
+    types.AddMethod(folder, create.description);
+    calls.Add(std::move(create));
+}
+
+/// Makes an object of each type; of the file system those that are set, in a folder.
+void Endpoint::Implementation::MakeObjects(TypeProjection& types)
+{
+    for (const ObjectTypeDescription& type : FindServedTypes(*model)) {
+        if (IsFileSystem(type)) {
+            MakeFolder();
+            MakeFileSystems(type.id);
+            OfferCreateFileSystem(types, type.id);
+            continue;
+        }
+        const int moduleNamespace = type.browseName.GetNamespaceIndex();
+        sharedNodes.Add({type.id, type.browseName, Core::Objects::ObjectsFolder(),
+                         Core::NodeId(moduleNamespace, type.browseName.GetName())});
+    }
 }
 
 std::vector<std::string> Endpoint::Implementation::GetUrls() const

@@ -10,7 +10,7 @@
 //
 // Nothing here sleeps: `waitFor` and `nextEvent` wait for a condition, and fail after a minute.
 // The environment names the programs under test: TALVENSOR_HOST (the program), TALVENSOR_MODULE,
-// TALVENSOR_MODEL; without these they are those of build/dev.
+// TALVENSOR_MODEL and more, see `programs`; without these they are those of build/dev.
 
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
@@ -37,6 +37,8 @@ export const programs = {
     model:
         process.env.TALVENSOR_MODEL ??
         join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
+    exampleModule:
+        process.env.TALVENSOR_EXAMPLE_MODULE ?? join(repository, "build/dev/lib/examples/libExample.Greeter.so"),
     failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };
 
@@ -158,6 +160,7 @@ export function writeUsers(file, users) {
  * - trusted: certificate files of clients that it trusts
  * - flags: further command line arguments
  * - user: the number of the user that it runs as; needs root
+ * - program: another host than that of this build, which finds modules and models by itself
  */
 export async function startHost(options = {}) {
     const host = new Host(options);
@@ -172,7 +175,7 @@ export function runHost(flags) {
 }
 
 class Host {
-    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, trusted = [], flags = [], user }) {
+    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, trusted = [], flags = [], user, program }) {
         this.folder = makeFolder("host");
         this.root = join(this.folder, "root");
         this.pki = pki ?? join(this.folder, "pki");
@@ -184,9 +187,10 @@ class Host {
         if (user !== undefined) {
             [this.folder, this.root].forEach((each) => chownSync(each, user, user));
         }
+        this.program = program ?? programs.host;
+        const modules = program ? [] : ["--module", programs.module, "--model", programs.model];
         this.arguments = [
-            "--listen", url, "--root", this.root, "--module", programs.module, "--model", programs.model,
-            "--pki", this.pki, "--trust-owner", owner, ...flags,
+            "--listen", url, "--root", this.root, ...modules, "--pki", this.pki, "--trust-owner", owner, ...flags,
         ];
         if (users) {
             writeUsers(join(this.folder, "users"), users);
@@ -202,7 +206,7 @@ class Host {
     }
 
     async start() {
-        this.process = spawn(programs.host, this.arguments, { stdio: ["ignore", "pipe", "pipe"], ...this.user });
+        this.process = spawn(this.program, this.arguments, { stdio: ["ignore", "pipe", "pipe"], ...this.user });
         running.add(this.process);
         this.exited = once(this.process, "close").then(([status, signal]) => {
             running.delete(this.process);
@@ -366,6 +370,17 @@ class Client {
     /** Calls a method with any inputs; returns the whole result. */
     callMethod(objectId, methodId, inputArguments = []) {
         return this.session.call({ objectId, methodId, inputArguments });
+    }
+
+    /** Calls Greet of the example module's object. */
+    async greet(name) {
+        const uri = "urn:Example:Greeter";
+        const inputs = [new Variant({ dataType: DataType.String, value: name })];
+        const result = await this.callMethod(this.node(uri, "Greeter"), this.node(uri, 2), inputs);
+        if (!result.statusCode.isGood()) {
+            throw new CallError("Greet", result);
+        }
+        return result.outputArguments[0].value;
     }
 
     /** Makes a file system of the session's own; returns its id. */
