@@ -20,9 +20,25 @@ namespace Host {
 
 namespace {
 
+#if defined(__x86_64__)
+
+constexpr std::uint32_t architecture = AUDIT_ARCH_X86_64;
+/// Processes, and the machine: calls that other processors do not have.
+constexpr std::array refusedOfProcessor = {SYS_fork, SYS_vfork, SYS_iopl, SYS_ioperm,
+                                           SYS_modify_ldt};
+
+#elif defined(__aarch64__)
+
+constexpr std::uint32_t architecture = AUDIT_ARCH_AARCH64;
+constexpr std::array<int, 0> refusedOfProcessor = {};
+
+#else
+#error "no system calls of this processor are listed here"
+#endif
+
 constexpr std::array refused = {
     // Programs and processes.
-    SYS_execve, SYS_execveat, SYS_fork, SYS_vfork,
+    SYS_execve, SYS_execveat,
     // Other processes.
     SYS_ptrace, SYS_process_vm_readv, SYS_process_vm_writev, SYS_process_madvise, SYS_kcmp,
     SYS_pidfd_open, SYS_pidfd_getfd, SYS_pidfd_send_signal,
@@ -38,7 +54,7 @@ constexpr std::array refused = {
     SYS_init_module, SYS_finit_module, SYS_delete_module, SYS_kexec_load, SYS_kexec_file_load,
     SYS_reboot, SYS_swapon, SYS_swapoff, SYS_acct, SYS_quotactl, SYS_quotactl_fd, SYS_syslog,
     SYS_settimeofday, SYS_clock_settime, SYS_clock_adjtime, SYS_adjtimex, SYS_sethostname,
-    SYS_setdomainname, SYS_iopl, SYS_ioperm, SYS_modify_ldt, SYS_personality, SYS_vhangup,
+    SYS_setdomainname, SYS_personality, SYS_vhangup,
     // A host accepts connections and makes none.
     SYS_connect};
 
@@ -64,13 +80,14 @@ sock_filter SkipUnlessEqual(std::uint32_t value, std::uint8_t count)
 
 constexpr std::uint32_t fails = SECCOMP_RET_ERRNO | EPERM;
 
-/// Ends calls with the numbers of another architecture, which the list does not cover.
+/// Ends calls with the numbers of another architecture, which the list does not cover, and refuses
+/// those of x32, a variant of x86-64 with numbers of its own.
 Program MakeBeginning()
 {
     constexpr std::uint32_t firstOfX32 = 0x40000000;
     return {
         Load(offsetof(seccomp_data, arch)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AUDIT_ARCH_X86_64, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, architecture, 1, 0),
         Return(SECCOMP_RET_KILL_PROCESS),
         Load(offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, firstOfX32, 0, 1),
@@ -124,6 +141,7 @@ bool RefuseSystemCalls()
 {
     auto program = MakeBeginning();
     Refuse(program, refused);
+    Refuse(program, refusedOfProcessor);
     AllowThreads(program);
     return Install(std::move(program));
 }
