@@ -1,6 +1,7 @@
 #include "Grammar.h"
 
-#include "Support/Wrap.h"
+#include "CommandLine/HelpFormatter.h"
+#include "Manual.h"
 #include "Text.h"
 #include "Times.h"
 #include "Version.h"
@@ -19,102 +20,45 @@ namespace Cli {
 
 namespace {
 
-constexpr const char* description =
-    "Moves files to and from a talvensor-host, and looks after them there.";
-
-constexpr const char* footer =
-    "The server is taken from -e, then from the profile, then from $TALVENSOR_ENDPOINT. The user\n"
-    "is taken from -u, the profile, $TALVENSOR_USER. The password comes from --password-file, the\n"
-    "profile's password-file, $TALVENSOR_PASSWORD, or is asked for on the terminal.\n"
-    "\n"
-    "Profiles are in $XDG_CONFIG_HOME/talvensor/client.toml (~/.config/...); only the endpoint is\n"
-    "needed, and relative paths start at the file's folder:\n"
-    "\n"
-    "    [plant]\n"
-    "    endpoint = \"opc.tcp://plant.example:4840\"\n"
-    "    user = \"ann\"\n"
-    "    password-file = \"plant.password\"\n"
-    "    security = \"encrypted\"\n"
-    "    timeout = 120\n"
-    "\n"
-    "A server's certificate is shown when it is first seen and remembered once it is trusted.\n"
-    "Relative remote paths start at the server's first root. Paths are bytes: names that are not\n"
-    "UTF-8 are kept. Errors are one line each on standard error.\n"
-    "\n"
-    "Exit status:\n"
-    "    0    all done\n"
-    "    1    something failed; the rest was done\n"
-    "    2    wrong arguments or settings\n"
-    "    3    no connection, or it was lost for good\n"
-    "    4    refused: the login, or a certificate\n"
-    "    130  interrupted by Ctrl-C; a second one ends at once\n";
-
 constexpr const char* putFooter =
-    "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard\n"
-    "input. A path that ends in . or .. stands for what is in it.\n"
+    "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard "
+    "input. A path that ends in . or .. stands for the contents of that directory.\n"
     "\n"
-    "There is no rename on the server: put writes in place. What was at the target is overwritten\n"
-    "from the start, and a reader sees a part meanwhile. After an interruption the target\n"
-    "holds the part that was sent, under its own name and with another time than the source; put\n"
-    "says which files that are, and put --continue carries on at their ends, unless the source or\n"
-    "the target has changed since.\n"
+    "The server has no rename, so put writes in place: it overwrites the target from the start, "
+    "and a reader sees a part meanwhile. After an interruption the target holds the part that "
+    "was sent, under its own name and with another time than the source. put names these files, "
+    "and put --continue carries on at their ends, unless the source or the target has changed "
+    "since.\n"
     "\n"
-    "Times are set to whole seconds. Of the permissions the server can be told two: executable\n"
-    "(where the owner may execute) and read-only (where nobody may write).\n";
+    "Times are set to whole seconds. The server can set two permissions: executable (if the owner "
+    "may execute the source) and read-only (if nobody may write to it).";
 
 constexpr const char* getFooter =
-    "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output.\n"
-    "A path that ends in . or .. stands for what is in it.\n"
+    "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output. "
+    "A path that ends in . or .. stands for the contents of that directory.\n"
     "\n"
-    "A file is kept under another name beside its target until it is whole, and then takes its\n"
-    "place at once: an interruption leaves the target as it was, and get --continue carries on.\n"
-    "Times are set to whole seconds; permissions cannot be read from the server and are not set.\n";
+    "A file has another name beside its target until it is complete, and then replaces the "
+    "target at once: an interruption leaves the target as it was, and get --continue carries on. "
+    "Times are set to whole seconds. Permissions cannot be read from the server and are not set.";
 
 constexpr const char* listFooter =
-    "-l shows the kind (d: directory; -: file or anything else), the time in local time, and "
-    "the\n"
-    "name: permissions and owners cannot be read from the server. Sizes cost a few round trips\n"
-    "for each file. On a terminal, control characters in names are shown as \\xNN; elsewhere\n"
-    "names are printed as they are.\n";
+    "-l shows the kind (d: directory; -: file or anything else), the time in local time, and the "
+    "name: permissions and owners cannot be read from the server. Sizes cost a few round trips "
+    "for each file. On a terminal, control characters in names are shown as \\xNN; elsewhere "
+    "names are printed as they are.";
 
 constexpr const char* watchFooter =
-    "All clients hear a shared node: these are the results of all their calls on it.\n"
-    "Without NODE it is the first one that the server has; info names them.\n";
+    "All clients hear a shared node: its events are the results of all their calls. Without NODE, "
+    "the first shared node of the server is watched; info names them.";
 
-constexpr const char* chmodFooter = "MODE is +x (everyone may execute), readonly (everyone may "
-                                    "read, nobody may write), or both:\n"
-                                    "+x,readonly. The server can be told nothing else, and cannot "
-                                    "take it back. The file has to be\n"
-                                    "writable.\n";
+constexpr const char* chmodFooter =
+    "MODE is +x (everyone may execute), readonly (everyone may read, nobody may write), or both: "
+    "+x,readonly. The server can set nothing else, and cannot take it back. The file must be "
+    "writable.";
 
 constexpr const char* touchFooter =
-    "TIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or\n"
-    "@SECONDS since 1970. Nothing is created.\n";
-
-constexpr std::size_t nameColumn = 28;
-constexpr std::size_t textColumn = 66;
-
-/// The help, with usage lines of our own.
-class HelpFormatter : public CLI::Formatter
-{
-public:
-    HelpFormatter() { column_width(nameColumn); }
-
-    void SetUsage(const CLI::App* app, const std::string& usage) { usages[app] = usage; }
-
-    std::string make_usage(const CLI::App* app, std::string) const override
-    {
-        return "\nUsage: " + usages.at(app) + "\n";
-    }
-
-    std::string make_option_desc(const CLI::Option* option) const override
-    {
-        return Support::Wrap(option->get_description(), textColumn);
-    }
-
-private:
-    std::map<const CLI::App*, std::string> usages;
-};
+    "TIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or "
+    "@SECONDS since 1970. touch creates no file.";
 
 // The parser takes "[a,b]" for a list, and does not heed "--" behind paths. A mark before what it
 // would mistake keeps it from that.
@@ -205,18 +149,19 @@ public:
     CommandGrammar(CLI::App& app, Place place)
         : app(app)
         , place(place)
-        , formatter(std::make_shared<HelpFormatter>())
+        , formatter(std::make_shared<CommandLine::HelpFormatter>())
     {
         app.formatter(formatter);
-        formatter->SetUsage(&app, place == Place::Shell
-                                      ? "COMMAND ..."
-                                      : "talvensor-fs [CONNECTION OPTIONS] COMMAND ...");
-        app.set_help_flag("-h,--help", "this text");
+        formatter->SetUsage(app,
+                            place == Place::Shell ? "COMMAND ..." : GetManual().synopsis.front());
+        if (place == Place::CommandLine)
+            formatter->SetManual(app, GetManual());
+        app.set_help_flag("-h,--help", "print this text");
         app.require_subcommand(0, 1);
-        quiet = AddFlag(app, "-q,--quiet", "no progress, no totals: nothing but errors");
+        quiet = AddFlag(app, "-q,--quiet", "print errors only: no progress, no totals");
         json = AddFlag(app, "--json",
-                       "results of ls, info, watch, put and get as JSON, one "
-                       "object on a line");
+                       "print the results of ls, info, watch, put and get as JSON, one object on "
+                       "a line");
         AddListing();
         AddTransfers();
         AddChanges();
@@ -230,9 +175,11 @@ public:
     {
         const auto given = app.get_subcommands();
         if (given.empty())
-            throw Client::InvalidArgumentException("there is no command; --help names them");
+            throw Client::InvalidArgumentException("no command given: --help lists them");
         return makers.at(given.front())();
     }
+
+    [[nodiscard]] CommandLine::Command Describe() const { return formatter->Describe(app); }
 
     [[nodiscard]] OutputChoice GetChoice() const
     {
@@ -257,8 +204,8 @@ private:
         command->fallthrough();
         command->group("Commands");
         command->footer(end);
-        formatter->SetUsage(command, (place == Place::Shell ? "" : "talvensor-fs ") + name +
-                                         (arguments.empty() ? "" : " " + arguments));
+        formatter->SetUsage(*command, (place == Place::Shell ? "" : "talvensor-fs ") + name +
+                                          (arguments.empty() ? "" : " " + arguments));
         return command;
     }
 
@@ -279,13 +226,14 @@ private:
     void AddListing()
     {
         auto* const command =
-            Add("ls", "[-R] [-l] [-s] [-0] [PATH]", "lists a directory", listFooter);
+            Add("ls", "[-R] [-l] [-s] [-0] [PATH]", "list a directory", listFooter);
         auto* const path = AddPositional(command);
-        auto* const recursive = AddFlag(*command, "-R,--recursive", "subdirectories, too");
-        auto* const isLong = AddFlag(*command, "-l,--long", "kind, time and name");
-        auto* const sizes = AddFlag(*command, "-s,--size", "sizes of files, found by reading");
-        auto* const zero =
-            AddFlag(*command, "-0,--print0", "names as they are, each with a zero byte behind it");
+        auto* const recursive = AddFlag(*command, "-R,--recursive", "list subdirectories, too");
+        auto* const isLong = AddFlag(*command, "-l,--long", "show kind, time and name");
+        auto* const sizes =
+            AddFlag(*command, "-s,--size", "show the sizes of files, found by reading");
+        auto* const zero = AddFlag(*command, "-0,--print0",
+                                   "print names as they are, each with a zero byte behind it");
         makers[command] = [=] {
             return ListCommand{.path = GetText(path).value_or("."),
                                .isRecursive = IsSet(recursive),
@@ -293,9 +241,9 @@ private:
                                .hasSizes = IsSet(sizes),
                                .endsWithZero = IsSet(zero)};
         };
-        AddForPaths<CatCommand>("cat", "REMOTE...", "writes files to standard output");
+        AddForPaths<CatCommand>("cat", "REMOTE...", "write files to standard output");
         AddForPaths<ExistsCommand>("exists", "PATH...",
-                                   "prints the kind of each path; fails when one is missing");
+                                   "print the kind of each path; fail if one is missing");
     }
 
     /// A command that takes paths and nothing else.
@@ -314,18 +262,18 @@ private:
     {
         auto* const command = Add(name, "[-r] [-c] [--verify] [-j COUNT] " + arguments, text, end);
         auto jobs = std::make_shared<std::size_t>(2);
-        command->add_option("-j,--jobs", *jobs, "large files on their way at once, 1 to 64 (2)")
+        command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
             ->type_name("COUNT")
             ->check(CLI::Range(1, 64).description(""));
         return {.command = command,
                 .paths = AddPaths(command),
                 .recursive =
-                    AddFlag(*command, "-r,--recursive", "directories with all that is in them"),
-                .resumes = AddFlag(*command, "-c,--continue",
-                                   "carries on where an earlier transfer broke off, unless "
-                                   "source or target have changed since: then it starts over"),
-                .verifies =
-                    AddFlag(*command, "--verify", "compares the contents end to end afterwards"),
+                    AddFlag(*command, "-r,--recursive", "transfer directories with their contents"),
+                .resumes =
+                    AddFlag(*command, "-c,--continue",
+                            "carry on at the place where an earlier transfer broke off; start "
+                            "over if source or target have changed since"),
+                .verifies = AddFlag(*command, "--verify", "compare the contents afterwards"),
                 .jobs = jobs};
     }
 
@@ -353,12 +301,12 @@ private:
     void AddTransfers()
     {
         const auto put =
-            AddTransfer("put", "LOCAL... REMOTE", "sends files to the server", putFooter);
+            AddTransfer("put", "LOCAL... REMOTE", "send files to the server", putFooter);
         makers[put.command] = [this, put] {
             return MakeTransfer<PutCommand>(put);
         };
         const auto get =
-            AddTransfer("get", "REMOTE... LOCAL", "fetches files from the server", getFooter);
+            AddTransfer("get", "REMOTE... LOCAL", "fetch files from the server", getFooter);
         makers[get.command] = [this, get] {
             return MakeTransfer<GetCommand>(get);
         };
@@ -366,23 +314,23 @@ private:
 
     void AddChanges()
     {
-        auto* const remove = Add("rm", "[-r] [-f] PATH...", "deletes files");
+        auto* const remove = Add("rm", "[-r] [-f] PATH...", "delete files");
         auto* const removed = AddPaths(remove);
         auto* const recursive =
-            AddFlag(*remove, "-r,--recursive", "directories with all that is in them");
-        auto* const force = AddFlag(*remove, "-f,--force", "a missing path is no failure");
+            AddFlag(*remove, "-r,--recursive", "delete directories with their contents");
+        auto* const force = AddFlag(*remove, "-f,--force", "do not fail if a path is missing");
         makers[remove] = [=] {
             return RemoveCommand{.paths = GetPaths(remove, removed),
                                  .isRecursive = IsSet(recursive),
                                  .mayBeMissing = IsSet(force)};
         };
         AddForPaths<MakeDirectoryCommand>("mkdir", "PATH...",
-                                          "makes directories, and those above them");
-        auto* const touch = Add("touch", "[-d TIME] PATH...",
-                                "sets the time of files and directories", touchFooter);
+                                          "create directories, and those above them");
+        auto* const touch =
+            Add("touch", "[-d TIME] PATH...", "set the time of files and directories", touchFooter);
         auto* const touched = AddPaths(touch);
         auto* const time =
-            touch->add_option("-d,--date")->description("which time (now)")->type_name("TIME");
+            touch->add_option("-d,--date")->description("set this time (now)")->type_name("TIME");
         makers[touch] = [=] {
             TouchCommand made{.paths = GetPaths(touch, touched), .time = std::nullopt};
             if (const auto text = GetText(time))
@@ -394,7 +342,7 @@ private:
 
     void AddPermissions()
     {
-        auto* const command = Add("chmod", "MODE PATH...", "sets permissions", chmodFooter);
+        auto* const command = Add("chmod", "MODE PATH...", "set permissions", chmodFooter);
         auto* const words = AddPaths(command);
         makers[command] = [words] {
             auto texts = GetTexts(words);
@@ -409,18 +357,18 @@ private:
     void AddServer()
     {
         auto* const watch = Add("watch", "[-n COUNT] [NODE]",
-                                "prints the events of a shared node as they come", watchFooter);
+                                "print the events of a shared node as they arrive", watchFooter);
         auto* const node = AddPositional(watch);
         auto count = std::make_shared<std::size_t>(0);
-        watch->add_option("-n,--count", *count, "ends after so many events (until Ctrl-C)")
+        watch->add_option("-n,--count", *count, "end after so many events (until Ctrl-C)")
             ->type_name("COUNT")
             ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""));
         makers[watch] = [=] {
             return WatchCommand{.node = GetText(node).value_or(""), .count = *count};
         };
-        AddPlain<InfoCommand>("info", "endpoint, limits, session and modules");
+        AddPlain<InfoCommand>("info", "show endpoint, limits, session and modules");
         if (place == Place::CommandLine)
-            AddPlain<ShellCommand>("shell", "takes commands until there are no more");
+            AddPlain<ShellCommand>("shell", "read commands from the terminal or standard input");
     }
 
     template <typename PlainCommand>
@@ -433,30 +381,30 @@ private:
 
     void AddShellCommands()
     {
-        AddWithFolder<ChangeFolderCommand>("cd", "goes to a remote directory");
-        AddWithFolder<ChangeLocalFolderCommand>("lcd", "goes to a local directory");
-        makers[Add("pwd", "", "prints the current remote directory")] = [] {
+        AddWithFolder<ChangeFolderCommand>("cd", "change the remote directory");
+        AddWithFolder<ChangeLocalFolderCommand>("lcd", "change the local directory");
+        makers[Add("pwd", "", "print the current remote directory")] = [] {
             return ShowFolderCommand{.isLocal = false};
         };
-        makers[Add("lpwd", "", "prints the current local directory")] = [] {
+        makers[Add("lpwd", "", "print the current local directory")] = [] {
             return ShowFolderCommand{.isLocal = true};
         };
-        auto* const help = Add("help", "[COMMAND]", "lists the commands, or describes one");
+        auto* const help = Add("help", "[COMMAND]", "list the commands, or describe one");
         auto* const topic = AddPositional(help);
         makers[help] = [this, topic] {
             return HelpCommand{MakeHelp(GetText(topic))};
         };
-        AddPlain<ExitCommand>("exit", "ends the shell; so does Ctrl-D");
+        AddPlain<ExitCommand>("exit", "end the shell, as Ctrl-D does");
     }
 
     [[nodiscard]] std::string MakeHelp(const std::optional<std::string>& topic) const
     {
-        if (!topic)
+        if (!topic) // the help of `app` would be that of the command "help"
             return formatter->make_help(&app, "", CLI::AppFormatMode::Normal);
         try {
             return app.get_subcommand(*topic)->help();
         } catch (const CLI::OptionNotFound&) {
-            throw Client::InvalidArgumentException("there is no command " + *topic);
+            throw Client::InvalidArgumentException(*topic + ": no such command");
         }
     }
 
@@ -472,7 +420,7 @@ private:
 
     CLI::App& app;
     const Place place;
-    const std::shared_ptr<HelpFormatter> formatter;
+    const std::shared_ptr<CommandLine::HelpFormatter> formatter;
     CLI::Option* quiet = nullptr;
     CLI::Option* json = nullptr;
     std::map<const CLI::App*, std::function<Command()>> makers;
@@ -484,20 +432,21 @@ class ConnectionGrammar
 public:
     explicit ConnectionGrammar(CLI::App& app)
         : endpoint(Add(app, "-e,--endpoint", "URL", "the server, opc.tcp://HOST:PORT"))
-        , profile(Add(app, "--profile", "NAME", "settings from the profile of this name"))
-        , user(Add(app, "-u,--user", "NAME", "user that logs in (anonymous)"))
+        , profile(Add(app, "--profile", "NAME", "take settings from this profile"))
+        , user(Add(app, "-u,--user", "NAME", "log in as this user (anonymous)"))
         , passwordFile(Add(app, "--password-file", "FILE",
-                           "holds the password on its first line; nobody else may read it"))
+                           "read the password from the first line of this file; nobody else may "
+                           "read it"))
         , security(Add(app, "--security", "auto|plain|encrypted",
-                       "auto: encrypted where the server offers it (encrypted where there is a "
-                       "user, otherwise auto)"))
+                       "auto: encrypted if the server offers it (encrypted with a user, "
+                       "otherwise auto)"))
         , timeout(Add(app, "--timeout", "SECONDS",
-                      "gives up on a call without a sign of life for so long (60)"))
+                      "give up on a call after so long without a sign of life (60)"))
         , fingerprint(Add(app, "--trust-fingerprint", "FP",
-                          "trusts the server with this certificate (SHA-256) and no other"))
+                          "trust the server with this certificate (SHA-256) and no other"))
         , acceptsNew(AddFlag(app, "--accept-new",
-                             "trusts a server that was never seen before, unasked; a changed "
-                             "one is still refused")
+                             "trust a server that was never seen before without asking; a changed "
+                             "certificate is still refused")
                          ->group(groupName))
     {}
 
@@ -574,10 +523,10 @@ std::optional<std::string> Parse(CLI::App& app, const std::vector<std::string>& 
 
 std::variant<ShowText, Invocation> ParseArguments(const std::vector<std::string>& arguments)
 {
-    CLI::App app{description};
+    CLI::App app{GetManual().description};
     app.name("talvensor-fs");
-    app.footer(footer);
-    app.set_version_flag("--version", std::string("talvensor-fs ") + GetVersion(), "the version");
+    app.set_version_flag("--version", std::string("talvensor-fs ") + GetVersion(),
+                         "print the version");
     const CommandGrammar commands(app, Place::CommandLine);
     const ConnectionGrammar connection(app);
     if (auto text = Parse(app, arguments))
@@ -596,6 +545,16 @@ ShellLine ParseShellLine(const std::vector<std::string>& words)
     if (auto text = Parse(app, words))
         return {.choice = {}, .command = HelpCommand{std::move(*text)}};
     return {.choice = commands.GetChoice(), .command = commands.MakeCommand()};
+}
+
+CommandLine::Command DescribeCommandLine()
+{
+    CLI::App app{GetManual().description};
+    app.name("talvensor-fs");
+    app.set_version_flag("--version", "", "print the version");
+    const CommandGrammar commands(app, Place::CommandLine);
+    const ConnectionGrammar connection(app);
+    return commands.Describe();
 }
 
 const std::vector<std::string>& GetShellCommands()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CommandLine/Description.h"
 #include "CommandRunner.h"
 #include "Commands.h"
 #include "ConnectionSettings.h"
@@ -41,6 +42,9 @@ struct ShellLine
 
 /// The same for a line of the shell, where help is a command.
 [[nodiscard]] ShellLine ParseShellLine(const std::vector<std::string>& words);
+
+/// Describes all options and commands of the command line.
+[[nodiscard]] CommandLine::Command DescribeCommandLine();
 
 /// The names of the commands that the shell knows, for completion.
 [[nodiscard]] const std::vector<std::string>& GetShellCommands();

@@ -1,72 +1,20 @@
 #include "Configuration/CommandLine.h"
 
+#include "CommandLine/HelpFormatter.h"
 #include "Configuration/ConfigurationFile.h"
+#include "Configuration/Manual.h"
 #include "Configuration/Settings.h"
-#include "Support/Wrap.h"
 #include "Version.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <string_view>
 #include <utility>
 
 namespace Host {
 
 namespace {
-
-constexpr const char* description =
-    "Serves files to OPC UA clients.\n"
-    "\n"
-    "By default it listens on loopback only, where anybody may log in unless there is a user "
-    "file.\n"
-    "On other addresses, users and encryption are required. The kernel confines the host to the\n"
-    "folders that it serves.\n";
-
-constexpr const char* footer =
-    "\nConfiguration files are TOML. Their keys are the names of the flags without the dashes; a\n"
-    "repeatable flag takes a list. Relative paths start at the folder of the file. Flags on the\n"
-    "command line take precedence.\n"
-    "\n"
-    "    root = [\"/srv/files\", \"/srv/more\"]\n"
-    "    users = \"/etc/talvensor/users\"\n"
-    "    max-message = \"20MB\"\n"
-    "    trust-any-client = false\n"
-    "\n"
-    "Exit status:\n"
-    "    0    stopped by SIGINT or SIGTERM, or done\n"
-    "    1    failed\n"
-    "    2    wrong flags or configuration\n"
-    "    3    refused to start: the host would be open to others\n"
-    "    4    refused to start: the kernel allows no sandbox\n"
-    "    5    stopped, but a node did not finish its queued work in time\n"
-    "    128 + the signal's number: ended at once by a second signal\n";
-
-constexpr std::size_t nameColumn = 32;
-constexpr std::size_t textColumn = 64;
-
-/// Formats the help: wraps descriptions, and hides the value of negative flags.
-class HelpFormatter : public CLI::Formatter
-{
-public:
-    HelpFormatter() { column_width(nameColumn); }
-
-    /// Returns the names of an option without the value that a negative flag has.
-    std::string make_option_name(const CLI::Option* option, bool isPositional) const override
-    {
-        auto name = CLI::Formatter::make_option_name(option, isPositional);
-        constexpr std::string_view value = "{false}";
-        if (const auto found = name.find(value); found != std::string::npos)
-            name.erase(found, value.size());
-        return name;
-    }
-
-    std::string make_option_desc(const CLI::Option* option) const override
-    {
-        return Support::Wrap(option->get_description(), textColumn);
-    }
-};
 
 /// The grammar of the command line, and the values that it parsed.
 class Grammar
@@ -75,23 +23,27 @@ public:
     Grammar()
     {
         app.name("talvensor-host");
-        app.footer(footer);
+        app.formatter(formatter);
+        formatter->SetUsage(app, "talvensor-host [OPTION]... --root DIR\n"
+                                 "talvensor-host COMMAND ...");
+        formatter->SetManual(app, GetManual());
         app.set_help_flag("-h,--help", "print this text");
         app.set_version_flag("--version", std::string("talvensor-host ") + GetVersion(),
                              "print the version");
-        app.formatter(std::make_shared<HelpFormatter>());
         app.add_option("--config", configFile, "a configuration file")->type_name("FILE");
         check = app.add_flag("--check")->description(
             "check the configuration, report problems with line and key, and exit");
         for (const auto& setting : GetSettings())
             options[setting.name] = AddOption(setting);
-        passwd = app.add_subcommand("passwd", "set a user's password in a user file");
-        passwd->footer(
-            "\nCreates the user file if it does not exist. Asks for the password if standard "
-            "input\nis a terminal; otherwise reads the first line of standard input.\n");
-        passwd->add_option("FILE", usersFile, "the user file")->required()->type_name("");
-        passwd->add_option("USER", user, "the user's name")->required()->type_name("");
+        passwd = AddCommand("passwd", "FILE USER", "set a user's password in a user file");
+        passwd->footer("Creates the user file if it does not exist. Asks for the password if "
+                       "standard input is a terminal; otherwise reads the first line of standard "
+                       "input.");
+        passwd->add_option("FILE", usersFile)->required();
+        passwd->add_option("USER", user)->required();
     }
+
+    [[nodiscard]] CommandLine::Command Describe() const { return formatter->Describe(app); }
 
     Command Parse(int argumentCount, const char* const* arguments)
     {
@@ -113,6 +65,14 @@ public:
     }
 
 private:
+    CLI::App* AddCommand(const std::string& name, const std::string& arguments,
+                         const std::string& text)
+    {
+        auto* const command = app.add_subcommand(name, text);
+        formatter->SetUsage(*command, "talvensor-host " + name + ' ' + arguments);
+        return command;
+    }
+
     CLI::Option* AddOption(const Setting& setting)
     {
         const auto flag = "--" + setting.name;
@@ -168,7 +128,9 @@ private:
         return values;
     }
 
-    CLI::App app{description};
+    const std::shared_ptr<CommandLine::HelpFormatter> formatter =
+        std::make_shared<CommandLine::HelpFormatter>();
+    CLI::App app{GetManual().description};
     std::string configFile;
     std::string usersFile;
     std::string user;
@@ -182,6 +144,11 @@ private:
 Command ParseCommandLine(int argumentCount, const char* const* arguments)
 {
     return Grammar().Parse(argumentCount, arguments);
+}
+
+CommandLine::Command DescribeCommandLine()
+{
+    return Grammar().Describe();
 }
 
 } // namespace Host

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CommandLine/Description.h"
 #include "Configuration/Configuration.h"
 
 #include <filesystem>
@@ -38,5 +39,8 @@ using Command = std::variant<ServeCommand, CheckCommand, PasswordCommand, ShowCo
 /// ConfigurationException with all problems of the command line and of the file, and with those
 /// that `FindProblems` finds.
 [[nodiscard]] Command ParseCommandLine(int argumentCount, const char* const* arguments);
+
+/// Describes all flags and commands.
+[[nodiscard]] CommandLine::Command DescribeCommandLine();
 
 } // namespace Host

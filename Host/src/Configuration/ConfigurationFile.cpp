@@ -9,24 +9,6 @@ namespace Host {
 
 namespace {
 
-std::string Describe(SettingKind kind)
-{
-    switch (kind) {
-    case SettingKind::Text:
-    case SettingKind::Path:
-        return "a text in quotes";
-    case SettingKind::Number:
-        return "a whole number";
-    case SettingKind::Size:
-        return "a number of bytes, or a size in quotes such as \"20MB\"";
-    case SettingKind::Duration:
-        return "a number of seconds, or a time in quotes such as \"500ms\"";
-    case SettingKind::Flag:
-        return "true or false";
-    }
-    return {};
-}
-
 /// Returns a value in the form of a flag's argument; nothing if it is of another kind.
 std::optional<std::string> ReadScalar(const toml::node& node, SettingKind kind)
 {
@@ -104,7 +86,7 @@ private:
         const SettingPlace place{file.string(), node.source().begin.line, setting.name};
         auto text = ReadScalar(node, setting.kind);
         if (!text) {
-            Report(place, "must be " + Describe(setting.kind) +
+            Report(place, "must be " + DescribeValue(setting.kind) +
                               (setting.isRepeatable ? ", or a list of these" : ""));
             return;
         }

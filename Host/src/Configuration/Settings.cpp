@@ -396,6 +396,24 @@ const Setting* FindSetting(std::string_view name)
     return found == all.end() ? nullptr : &*found;
 }
 
+std::string DescribeValue(SettingKind kind)
+{
+    switch (kind) {
+    case SettingKind::Text:
+    case SettingKind::Path:
+        return "a text in quotes";
+    case SettingKind::Number:
+        return "a whole number";
+    case SettingKind::Size:
+        return "a number of bytes, or a size in quotes such as \"20MB\"";
+    case SettingKind::Duration:
+        return "a number of seconds, or a time in quotes such as \"500ms\"";
+    case SettingKind::Flag:
+        return "true or false";
+    }
+    return {};
+}
+
 Configuration ApplySettings(const SettingValues& values,
                             std::vector<ConfigurationProblem>& problems)
 {

@@ -39,6 +39,9 @@ struct Setting
 /// Returns null if there is no such setting.
 [[nodiscard]] const Setting* FindSetting(std::string_view name);
 
+/// Returns the form of a value in a configuration file.
+[[nodiscard]] std::string DescribeValue(SettingKind kind);
+
 /// A value of a setting as text, and its place.
 struct SettingValue
 {
