@@ -30,21 +30,26 @@ function succeed(program, ...parameters) {
 const configure = (source, name, ...flags) =>
     run(cmake, "-G", "Ninja", "-S", source, "-B", join(folder, name), `-DCMAKE_PREFIX_PATH=${prefix}`, ...flags);
 
-/** Builds an example against the installation; returns its folder. */
-function buildExample(source, name) {
-    const { status, output } = configure(join(repository, source), name);
+/** Builds a project against the installation; returns the folder of its build. */
+function buildProject(source, name) {
+    const { status, output } = configure(source, name);
     assert.equal(status, 0, output);
     succeed(cmake, "--build", join(folder, name));
     return join(folder, name);
 }
 
-/** Configures a project that looks for Talvensor; returns the output, which must be an error. */
-function failToFind(request) {
-    const source = join(folder, "finding");
+/** Makes a project that looks for Talvensor; returns its folder. */
+function makeProject(name, request, more = "") {
+    const source = join(folder, name);
     mkdirSync(source, { recursive: true });
     writeFileSync(join(source, "CMakeLists.txt"),
-        `cmake_minimum_required(VERSION 3.25)\nproject(Finding CXX)\nfind_package(Talvensor ${request})\n`);
-    const { status, output } = configure(source, "finding/build");
+        `cmake_minimum_required(VERSION 3.25)\nproject(Project CXX)\nfind_package(Talvensor ${request})\n${more}`);
+    return source;
+}
+
+/** Configures a project that looks for Talvensor; returns the output, which must be an error. */
+function failToFind(request) {
+    const { status, output } = configure(makeProject("finding", request), "finding/build");
     assert.notEqual(status, 0, output);
     return output.replace(/\s+/g, " ");
 }
@@ -81,9 +86,19 @@ describe("An installation", () => {
         assert.match(failToFind("99 REQUIRED"), /compatible with requested version "99"/);
     });
 
+    it("lets a program run a host inside itself", () => {
+        const source = makeProject("embedding", "REQUIRED COMPONENTS Core",
+            `add_executable(program ${join(repository, "Demo/Example/main.cpp")})\n` +
+            "target_link_libraries(program Talvensor::Core)\n");
+        const program = join(buildProject(source, "embedding/build"), "program");
+        const [module, model] = ["/libTalvensor.FileSystem.so", "/Talvensor.FileSystem.NodeSet2.xml"]
+            .map((name) => listFiles(prefix).find((file) => file.endsWith(name)));
+        assert.equal(succeed(program, module, model, folder), `${folder} exists\n`);
+    });
+
     it("serves a module that was built against it, and moves files", async () => {
-        succeed(cmake, "--install", buildExample("Examples/Greeter", "greeter"));
-        const example = join(buildExample("Client/example", "client"), "talvensor-client-example");
+        succeed(cmake, "--install", buildProject(join(repository, "Examples/Greeter"), "greeter"));
+        const example = join(buildProject(join(repository, "Client/example"), "client"), "talvensor-client-example");
         const host = await startHost({ program: join(prefix, "bin/talvensor-host") });
         after(() => host.stop());
         assert.equal(await (await host.connect()).greet("Ada"), "Hello, Ada!");
