@@ -35,10 +35,10 @@ struct Closing
 };
 
 /// One run for a server.
-class Run
+class ProgramRun
 {
 public:
-    Run(const Invocation& invocation, Console& console)
+    ProgramRun(const Invocation& invocation, Console& console)
         : invocation(invocation)
         , console(console)
         , trust(invocation.trust, console, interruption.GetCancellation())
@@ -178,7 +178,7 @@ int RunProgram(const std::vector<std::string>& arguments)
         const auto wanted = ParseArguments(arguments);
         if (const auto* const show = std::get_if<ShowText>(&wanted))
             return std::fputs(show->text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1;
-        return Run(std::get<Invocation>(wanted), console).Do();
+        return ProgramRun(std::get<Invocation>(wanted), console).Do();
     } catch (const Client::InvalidArgumentException& error) {
         console.Report(error.what());
         return static_cast<int>(ExitStatus::Usage);
