@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 namespace Host {
@@ -30,7 +31,9 @@ public:
         app.set_help_flag("-h,--help", "print this text");
         app.set_version_flag("--version", std::string("talvensor-host ") + GetVersion(),
                              "print the version");
-        app.add_option("--config", configFile, "a configuration file")->type_name("FILE");
+        app.add_option("--config", configFile,
+                       "a configuration file, or a folder with host.toml and conf.d/*.toml")
+            ->type_name("PATH");
         check = app.add_flag("--check")->description(
             "check the configuration, report problems with line and key, and exit");
         for (const auto& setting : GetSettings())
@@ -97,15 +100,18 @@ private:
     {
         std::vector<ConfigurationProblem> problems;
         SettingValues values;
-        if (!configFile.empty())
-            values = ReadConfigurationFile(configFile, problems);
+        const auto files = FindConfigurationFiles(configFile);
+        for (const auto& file : files) {
+            for (auto& [name, fromFile] : ReadConfigurationFile(file, problems))
+                values[name] = std::move(fromFile);
+        }
         for (const auto& [name, option] : options) {
             if (option->count() > 0)
                 values[name] = GetValues(name, *option);
         }
         auto configuration = ApplySettings(values, problems);
-        if (!configFile.empty())
-            configuration.file = std::filesystem::absolute(configFile);
+        for (const auto& file : files)
+            configuration.files.push_back(std::filesystem::absolute(file));
         const auto more = FindProblems(configuration);
         problems.insert(problems.end(), more.begin(), more.end());
         if (problems.empty())
@@ -114,10 +120,11 @@ private:
         throw ConfigurationException(std::move(problems));
     }
 
-    /// Orders problems: flags first, then the file from its top.
+    /// Orders problems: flags first, then each file from its top.
     static bool IsEarlier(const ConfigurationProblem& left, const ConfigurationProblem& right)
     {
-        return left.place.line < right.place.line;
+        return std::tie(left.place.file, left.place.line) <
+               std::tie(right.place.file, right.place.line);
     }
 
     static std::vector<SettingValue> GetValues(const std::string& name, const CLI::Option& option)

@@ -73,6 +73,7 @@ private:
         if (!configuration.allowKernelFiles)
             RefuseKernelFiles({root});
         roots.push_back(root);
+        RequireWritable(root);
     }
 
     void AddRoots(const std::vector<Path>& paths, const std::string& setting, bool isReadOnly)
@@ -133,8 +134,8 @@ private:
             ExamineFolderOf("log-file", *configuration.logFile);
             RequireTrust("log-file", 0, *configuration.logFile, FileUse::Append);
         }
-        if (configuration.file)
-            RequireTrust("config", 0, *configuration.file, FileUse::Read);
+        for (const auto& file : configuration.files)
+            RequireTrust("config", 0, file, FileUse::Read);
         RequireTrust("root", 0, FindProgram(), FileUse::Run);
         ExaminePki();
     }

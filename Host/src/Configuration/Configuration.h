@@ -92,8 +92,8 @@ struct Configuration
 
     Limits limits;
 
-    /// The configuration file that was read.
-    std::optional<std::filesystem::path> file;
+    /// The configuration files that were read.
+    std::vector<std::filesystem::path> files;
     /// The places of the settings that were made, by name; one place per value.
     std::map<std::string, std::vector<SettingPlace>> places;
 

@@ -2,8 +2,11 @@
 
 #include "Support/PrivateFiles.h"
 
+#include <algorithm>
 #include <optional>
+#include <system_error>
 #include <toml++/toml.h>
+#include <utility>
 
 namespace Host {
 
@@ -101,12 +104,45 @@ private:
     SettingValues values;
 };
 
+/// Returns the files *.toml of a folder by name; those that start with a dot are of editors.
+std::vector<std::filesystem::path> FindFurtherFiles(const std::filesystem::path& folder)
+{
+    std::vector<std::filesystem::path> files;
+    try {
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            const std::string name = entry.path().filename();
+            if (name.ends_with(".toml") && !name.starts_with("."))
+                files.push_back(entry.path());
+        }
+    } catch (const std::filesystem::filesystem_error& error) {
+        if (error.code() != std::errc::no_such_file_or_directory)
+            throw ConfigurationException(std::vector{ConfigurationProblem{
+                {{}, 0, "--config"},
+                "cannot read '" + folder.string() + "': " + error.code().message()}});
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
 } // namespace
 
 SettingValues ReadConfigurationFile(const std::filesystem::path& file,
                                     std::vector<ConfigurationProblem>& problems)
 {
     return FileReader(file, problems).Read();
+}
+
+std::vector<std::filesystem::path> FindConfigurationFiles(const std::filesystem::path& path)
+{
+    std::error_code error;
+    if (path.empty())
+        return {};
+    if (!std::filesystem::is_directory(path, error))
+        return {path};
+    std::vector files = {path / "host.toml"};
+    for (auto& file : FindFurtherFiles(path / "conf.d"))
+        files.push_back(std::move(file));
+    return files;
 }
 
 } // namespace Host

@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/vfs.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace Host {
 
@@ -81,6 +84,20 @@ void CheckTogether(const std::vector<Root>& roots)
             throw Core::InvalidArgumentException("the root '" + root.real.string() +
                                                  "' is given both as read-only and as writable");
     }
+}
+
+void RequireWritable(const Root& root)
+{
+    if (root.isReadOnly || faccessat(AT_FDCWD, root.real.c_str(), W_OK | X_OK, AT_EACCESS) == 0)
+        return;
+    const bool isMountedReadOnly = errno == EROFS;
+    throw Core::InvalidArgumentException(
+        "the host cannot write to '" + root.real.string() +
+        "': " + std::generic_category().message(errno) +
+        (isMountedReadOnly
+             ? "; for a service of systemd, name it with ReadWritePaths= in the unit; "
+             : "; give the host's user access to it; ") +
+        "or use --read-only");
 }
 
 void RefuseKernelFiles(const std::vector<Root>& roots)

@@ -21,6 +21,10 @@ struct Root
 /// root may lie inside another one and have another access; a folder may be given twice.
 void CheckTogether(const std::vector<Root>& roots);
 
+/// Throws InvalidArgumentException, with the system's reason, if a root that is not read-only
+/// cannot be written.
+void RequireWritable(const Root& root);
+
 /// Throws InvalidArgumentException for a root that is a file system of the kernel, such as /proc,
 /// /sys or /dev, or has one mounted inside it. Throws std::system_error if the mounts cannot be
 /// read.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace Host {
 namespace {
@@ -200,7 +201,27 @@ TEST_F(ACommandLine, TakesSettingsFromAFile)
     EXPECT_EQ(configuration.limits.messageSize, 2'000'000U);
     EXPECT_FALSE(configuration.sandbox);
     EXPECT_THAT(configuration.nodes, ElementsAre("A", "B"));
-    EXPECT_EQ(configuration.file, folder.GetPath() / "host.toml");
+    EXPECT_THAT(configuration.files, ElementsAre(folder.GetPath() / "host.toml"));
+}
+
+TEST_F(ACommandLine, TakesAFolderOfFilesWhoseLaterOnesReplaceValues)
+{
+    WriteFile(required + "max-sessions = 7\nmax-chunks = 8\nnode = ['A', 'B']\n");
+    const auto more = folder.MakeFolder("conf.d");
+    folder.MakeFile("conf.d/20.toml", "max-sessions = 20\n");
+    folder.MakeFile("conf.d/10.toml", "max-sessions = 10\nnode = 'C'\nusers = '../users'\n");
+    folder.MakeFile("conf.d/30.toml~", "nonsense");
+    folder.MakeFile("conf.d/.#30.toml", "nonsense");
+    folder.MakeFile("users");
+    chmod((folder.GetPath() / "users").c_str(), 0600);
+    const auto configuration =
+        std::get<ServeCommand>(Parse({"--config", folder.GetPath().string()})).configuration;
+    EXPECT_EQ(configuration.limits.sessions, 20U);
+    EXPECT_EQ(configuration.limits.messageChunks, 8U);
+    EXPECT_THAT(configuration.nodes, ElementsAre("C"));
+    EXPECT_EQ(configuration.usersFile, folder.GetPath() / "users");
+    EXPECT_THAT(configuration.files,
+                ElementsAre(folder.GetPath() / "host.toml", more / "10.toml", more / "20.toml"));
 }
 
 TEST_F(ACommandLine, SeesPathsOfAFileFromTheFilesFolder)

@@ -458,6 +458,30 @@ TEST(ARoot, CannotBeAFileOrTheWholeFileSystem)
     EXPECT_THROW(std::ignore = MakeRoot("/proc/self/root", true), Core::InvalidArgumentException);
 }
 
+TEST(ARoot, MustBeWritableUnlessItIsReadOnly)
+{
+    const TemporaryFolder folder;
+    const auto& path = folder.GetPath();
+    RequireWritable(MakeRoot(path, false));
+    // Root can write everywhere, except where everything is read-only.
+    const bool isRoot = geteuid() == 0;
+    if (isRoot)
+        ASSERT_EQ(mount("none", path.c_str(), "tmpfs", MS_RDONLY, nullptr), 0);
+    else
+        chmod(path.c_str(), 0555);
+    RequireWritable(MakeRoot(path, true));
+    std::string complaint;
+    try {
+        RequireWritable(MakeRoot(path, false));
+    } catch (const Core::InvalidArgumentException& error) {
+        complaint = error.GetMessage();
+    }
+    EXPECT_THAT(complaint, HasSubstr("cannot write to '" + path.string() + "': " +
+                                     (isRoot ? "Read-only file system" : "Permission denied")));
+    umount2(path.c_str(), MNT_DETACH);
+    chmod(path.c_str(), 0755);
+}
+
 TEST(ARoot, IsRefusedWhereItIsAViewOfTheKernel)
 {
     for (const auto* const folder : {"/proc", "/proc/self", "/sys", "/dev", "/dev/pts"}) {
