@@ -35,6 +35,17 @@ public:
             unlink(path.c_str());
     }
 
+    /// Gives it the owner of the file that it will replace. Only root can; for others, the new file
+    /// is their own.
+    void KeepOwnerOf(const std::filesystem::path& target)
+    {
+        struct stat status = {};
+        if (geteuid() != 0 || stat(target.c_str(), &status) != 0)
+            return;
+        if (fchown(descriptor.Get(), status.st_uid, status.st_gid) != 0)
+            ThrowSystemError("cannot keep the owner of '" + target.string() + "'");
+    }
+
     void Write(std::string_view content)
     {
         while (!content.empty()) {
@@ -123,6 +134,7 @@ std::string ReadFile(const std::filesystem::path& file)
 void WritePrivateFile(const std::filesystem::path& file, std::string_view content)
 {
     TemporaryFile temporary(file);
+    temporary.KeepOwnerOf(file);
     temporary.Write(content);
     temporary.Become(file);
     SynchronizeFolder(std::filesystem::absolute(file).parent_path());

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <tuple>
+#include <unistd.h>
 
 namespace {
 
@@ -63,6 +64,20 @@ TEST_F(APrivateFile, IsForItsOwnerAloneAlsoWhenTheReplacedOneWasNot)
     fs::permissions(file, fs::perms::all);
     WritePrivateFile(file, "new");
     EXPECT_EQ(GetMode(file), 0600U);
+    EXPECT_EQ(ReadFile(file), "new");
+}
+
+TEST_F(APrivateFile, KeepsItsOwnerWhenRootReplacesIt)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "NOT TESTED, only root can";
+    constexpr uid_t nobody = 65534;
+    WritePrivateFile(file, "old");
+    ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
+    WritePrivateFile(file, "new");
+    struct stat status = {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, nobody);
     EXPECT_EQ(ReadFile(file), "new");
 }
 
