@@ -96,9 +96,13 @@ std::shared_ptr<LogSink> MakeFileLogSink(const std::filesystem::path& file)
 
 std::string FormatLogLine(const LogEntry& entry)
 {
-    auto line = fmt::format("{} {} {} {} ",
-                            entry.timestamp.IsEmpty() ? "-" : entry.timestamp.ToISO8601String(),
-                            LevelName(entry.level), Word(entry.category), entry.code);
+    return (entry.timestamp.IsEmpty() ? "-" : entry.timestamp.ToISO8601String()) + " " +
+           FormatLogLineWithoutTime(entry);
+}
+
+std::string FormatLogLineWithoutTime(const LogEntry& entry)
+{
+    auto line = fmt::format("{} {} {} ", LevelName(entry.level), Word(entry.category), entry.code);
     AppendQuoted(line, entry.message);
     fmt::format_to(std::back_inserter(line), " {} {}:{}", Word(entry.function), Word(entry.file),
                    entry.line);

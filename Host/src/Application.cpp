@@ -2,8 +2,10 @@
 
 #include "Configuration/CommandLine.h"
 #include "Core/Embedding/LogControl.h"
+#include "Log/Journal.h"
 #include "Log/Log.h"
 #include "Log/LogFile.h"
+#include "Reload.h"
 #include "Support/Memory.h"
 #include "Users/PasswordPrompt.h"
 
@@ -42,23 +44,32 @@ Pki ReadPki(const Configuration& configuration, Preparation preparation)
     return pki;
 }
 
-void StartLog(const Configuration& configuration)
+/// Returns the log file, null if there is none.
+std::shared_ptr<LogFile> StartLog(const Configuration& configuration)
 {
     using Core::Embedding::LogControl;
     LogControl::SetLevel(configuration.logLevel);
-    LogControl::AddSink(configuration.logFile ? OpenLogFile(*configuration.logFile)
-                                              : Core::Embedding::MakeConsoleLogSink());
+    std::shared_ptr<LogFile> file;
+    if (configuration.logFile)
+        file = std::make_shared<LogFile>(OpenLogFile(*configuration.logFile));
+    if (file)
+        LogControl::AddSink(file);
+    else
+        LogControl::AddSink(LogsToJournal() ? MakeJournalSink()
+                                            : Core::Embedding::MakeConsoleLogSink());
     if (IsRoot())
         Log(Core::LogLevel::Warning, category,
             "The host runs as root; a user with access to the roots is enough");
+    return file;
 }
 
-void PrepareLog(const Configuration& configuration, Preparation preparation)
+std::shared_ptr<LogFile> PrepareLog(const Configuration& configuration, Preparation preparation)
 {
     if (preparation == Preparation::ToServe)
-        StartLog(configuration);
-    else if (configuration.logFile)
+        return StartLog(configuration);
+    if (configuration.logFile)
         CheckLogFile(*configuration.logFile);
+    return nullptr;
 }
 
 std::unique_ptr<Core::Embedding::Runtime> LoadModules(const Configuration& configuration)
@@ -102,9 +113,9 @@ public:
 
     ExitStatus operator()(const ServeCommand& command) const
     {
-        const StopSignals stop;
+        const Signals signals;
         auto host = PrepareHost(command.configuration);
-        return serve(host, stop);
+        return serve(host, signals);
     }
 
     ExitStatus operator()(const CheckCommand& command) const
@@ -136,7 +147,8 @@ private:
 
 ExitStatus Fail(const std::string& text, ExitStatus status)
 {
-    std::cerr << "talvensor-host: " << text << "\n";
+    const auto line = "talvensor-host: " + text;
+    std::cerr << (LogsToJournal() ? MarkForJournal(Core::LogLevel::Error, line) : line + "\n");
     return status;
 }
 
@@ -155,16 +167,19 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     DisableCoreFiles();
     Support::KeepFreedMemory();
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
+    ServiceNotifier notifier;
     auto roots = MakeRoots(configuration);
+    auto outerProcess =
+        preparation == Preparation::ToServe ? StartOuterProcess(configuration, roots) : nullptr;
     auto addresses = ResolveListenUrl(configuration.listen);
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): a false alarm
     auto users = ReadUsers(configuration);
     auto pki = ReadPki(configuration, preparation);
     const auto admission =
         DecideAdmission(addresses, {.hasUsers = users != nullptr,
-                                    .hasTrustedCertificates = !pki.GetTrusted().empty(),
+                                    .hasTrustedCertificates = !pki.GetTrust().trusted.empty(),
                                     .trustsAnyClient = configuration.trustAnyClient});
-    PrepareLog(configuration, preparation);
+    auto logFile = PrepareLog(configuration, preparation);
     MemoryGauge memory;
     const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
     auto runtime = LoadModules(configuration);
@@ -181,7 +196,10 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
             .memory = std::move(memory),
             .memoryLimit = memoryLimit,
             .runtime = std::move(runtime),
-            .sandbox = sandbox};
+            .sandbox = sandbox,
+            .notifier = std::move(notifier),
+            .outerProcess = std::move(outerProcess),
+            .logFile = std::move(logFile)};
 }
 
 ExitStatus RunApplication(int argumentCount, const char* const* arguments,

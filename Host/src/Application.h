@@ -2,11 +2,14 @@
 
 #include "Configuration/Configuration.h"
 #include "Core/Embedding/Runtime.h"
+#include "Log/LogFile.h"
 #include "Network/Addresses.h"
 #include "Network/Admission.h"
+#include "Process/OuterProcess.h"
 #include "Process/Process.h"
 #include "Process/Roots.h"
 #include "Process/Sandbox.h"
+#include "Process/ServiceNotifier.h"
 #include "Users/Pki.h"
 #include "Users/Users.h"
 
@@ -44,6 +47,9 @@ struct PreparedHost
     /// Has loaded the modules and their models.
     std::unique_ptr<Core::Embedding::Runtime> runtime;
     SandboxReport sandbox;
+    ServiceNotifier notifier;
+    std::unique_ptr<OuterProcess> outerProcess; ///< null when it only checks
+    std::shared_ptr<LogFile> logFile;           ///< null: it logs to standard error
 };
 
 enum class Preparation
@@ -54,10 +60,10 @@ enum class Preparation
 };
 
 /// Opens and loads everything outside the roots, and then enters the sandbox. The order: signals,
-/// limits, addresses, users, key and certificates, admission, log, memory gauge, modules and
-/// models, sandbox, a test of listening. Throws what its parts throw, ConfigurationException for
-/// files that others have replaced meanwhile, OpenDoorsException, and SandboxRefusedException.
-/// REQUIRES: the process has one thread.
+/// limits, service manager, the process that stays outside, addresses, users, key and certificates,
+/// admission, log, memory gauge, modules and models, sandbox, a test of listening. Throws what its
+/// parts throw, ConfigurationException for files that others have replaced meanwhile,
+/// OpenDoorsException, and SandboxRefusedException. REQUIRES: the process has one thread.
 [[nodiscard]] PreparedHost PrepareHost(Configuration configuration,
                                        Preparation preparation = Preparation::ToServe);
 
@@ -68,7 +74,7 @@ public:
 };
 
 /// Serves until a signal comes, and stops.
-using ServeOperation = std::function<ExitStatus(PreparedHost& host, const StopSignals& stop)>;
+using ServeOperation = std::function<ExitStatus(PreparedHost& host, const Signals& signals)>;
 
 /// Throws if the host could not serve.
 using TryOperation = std::function<ExitStatus(PreparedHost& host)>;

@@ -5,13 +5,11 @@
 #include "Process/Console.h"
 #include "Process/StartThread.h"
 #include "Process/SystemCallFilter.h"
+#include "Reload.h"
 #include "Users/LoginThrottle.h"
 #include "Users/Logins.h"
 #include "Version.h"
 
-#include <poll.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -27,6 +25,7 @@ namespace {
 class Doorkeeper
 {
 public:
+    /// Null: anybody may log in.
     explicit Doorkeeper(const Users* users)
     {
         if (users != nullptr)
@@ -47,6 +46,9 @@ public:
                 .pause = std::chrono::ceil<std::chrono::milliseconds>(logins->GetPause())};
     }
 
+    /// REQUIRES: there were users before.
+    void Replace(Users users) { logins->Replace(std::move(users)); }
+
 private:
     LoginThrottle throttle;
     std::optional<Logins> logins; // uses the throttle
@@ -66,9 +68,7 @@ EndpointSettings MakeSettings(const PreparedHost& host)
     settings.allowsUnencrypted = host.admission.allowsUnencrypted;
     // If unencrypted connections are allowed, refusing certificates keeps nobody out.
     settings.trustsAnyClient = configuration.trustAnyClient || host.admission.allowsUnencrypted;
-    settings.trusted = host.pki.GetTrusted();
-    settings.issuers = host.pki.GetIssuers();
-    settings.revocationLists = host.pki.GetRevocationLists();
+    settings.trust = host.pki.GetTrust();
     settings.sessions.anonymousAllowed = host.admission.allowsAnonymous;
     settings.sessions.usersAllowed = host.users != nullptr;
     settings.sessions.maximum = configuration.limits.sessions;
@@ -90,6 +90,10 @@ EndpointSettings MakeSettings(const PreparedHost& host)
     settings.readMemory = [&host] {
         return host.memory.Read();
     };
+    settings.aliveInterval = host.notifier.GetAliveInterval();
+    settings.onAlive = [&host] {
+        host.notifier.NotifyAlive();
+    };
     return settings;
 }
 
@@ -108,21 +112,46 @@ void Announce(const PreparedHost& host, const Endpoint& endpoint)
     std::cout << Describe(summary) << std::flush;
 }
 
-/// Starts a thread that stops the endpoint on the first signal. REQUIRES: a signal comes before the
-/// thread is joined.
-std::thread StopOnSignal(Endpoint& endpoint, const StopSignals& stop)
+/// Returns "Serving 2 roots at opc.tcp://...".
+std::string DescribeService(const PreparedHost& host, const Endpoint& endpoint)
 {
-    return StartThread("to wait for signals", [&endpoint, &stop] {
-        pollfd descriptor{stop.GetDescriptor(), POLLIN, 0};
-        while (poll(&descriptor, 1, -1) < 0 && errno == EINTR)
-            continue;
+    const auto roots = host.roots.size();
+    std::string text = "Serving " + std::to_string(roots) + (roots == 1 ? " root at" : " roots at");
+    for (const std::string& url : endpoint.GetUrls())
+        text += " " + url;
+    return text;
+}
+
+/// Reloads at each signal to do so, until the first one to stop.
+void ReloadUntilStopped(const PreparedHost& host, Endpoint& endpoint, Reload& reload,
+                        const Signals& signals)
+{
+    while (signals.WaitForReload()) {
+        host.notifier.NotifyReloading();
+        reload.Run(signals.GetDescriptor());
+        // Behind everything that takes effect on the thread that serves.
+        endpoint.Post([&host, &endpoint] {
+            Log(Core::LogLevel::Notice, "Host", "Reloaded");
+            host.notifier.NotifyReady(DescribeService(host, endpoint));
+        });
+    }
+}
+
+/// Starts a thread that answers signals: it stops the endpoint on the first one to stop. REQUIRES:
+/// this signal comes before the thread is joined.
+std::thread AnswerSignals(const PreparedHost& host, Endpoint& endpoint, Reload& reload,
+                          const Signals& signals)
+{
+    return StartThread("to wait for signals", [&] {
+        ReloadUntilStopped(host, endpoint, reload, signals);
+        host.notifier.NotifyStopping();
         endpoint.Stop();
     });
 }
 
 } // namespace
 
-ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
+ExitStatus Serve(PreparedHost& host, const Signals& signals)
 {
     Doorkeeper doorkeeper(host.users.get());
     Endpoint endpoint(
@@ -130,8 +159,11 @@ ExitStatus Serve(PreparedHost& host, const StopSignals& stop)
         [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
     if (host.sandbox.hasSystemCallFilter)
         RefuseNewSockets();
-    std::thread watcher = StopOnSignal(endpoint, stop);
+    Reload reload(host, endpoint,
+                  [&doorkeeper](Users users) { doorkeeper.Replace(std::move(users)); });
+    std::thread watcher = AnswerSignals(host, endpoint, reload, signals);
     Announce(host, endpoint);
+    host.notifier.NotifyReady(DescribeService(host, endpoint));
     const bool drained = endpoint.Run();
     watcher.join();
     LogLeftOut();

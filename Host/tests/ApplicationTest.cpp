@@ -37,7 +37,7 @@ protected:
         std::_Exit(static_cast<int>(Run(arguments, serve)));
     }
 
-    static ExitStatus ServeNothing(PreparedHost& /*host*/, const StopSignals& /*stop*/)
+    static ExitStatus ServeNothing(PreparedHost& /*host*/, const Signals& /*stop*/)
     {
         return ExitStatus::NotDrained;
     }
@@ -157,7 +157,7 @@ TEST_F(TheApplication, IsPreparedAndConfinedBeforeItServes)
 {
     SKIP_UNDER_THREAD_SANITIZER();
     const auto log = folder.GetPath() / "log";
-    const auto serve = [this](PreparedHost& host, const StopSignals& /*stop*/) {
+    const auto serve = [this](PreparedHost& host, const Signals& /*stop*/) {
         const auto isReady = [&] {
             const auto& runtime = *host.runtime;
             return !runtime.GetInformationModel()->GetObjectTypes().empty() &&
@@ -182,7 +182,7 @@ TEST_F(TheApplication, IsPreparedAndConfinedBeforeItServes)
 TEST_F(TheApplication, CanMakeItsNodesInsideTheSandbox)
 {
     SKIP_UNDER_THREAD_SANITIZER();
-    const auto serve = [this](PreparedHost& host, const StopSignals& /*stop*/) {
+    const auto serve = [this](PreparedHost& host, const Signals& /*stop*/) {
         auto& runtime = *host.runtime;
         for (const auto& type : runtime.GetInformationModel()->GetObjectTypes()) {
             if (type.behaviourFactory) {
@@ -203,7 +203,7 @@ TEST_F(TheApplication, CanMakeItsNodesInsideTheSandbox)
 TEST_F(TheApplication, CanUseItsKeyInsideTheSandbox)
 {
     SKIP_UNDER_THREAD_SANITIZER();
-    const auto serve = [this](PreparedHost& host, const StopSignals& /*stop*/) {
+    const auto serve = [this](PreparedHost& host, const Signals& /*stop*/) {
         const auto certificate = Borrow(host.pki.GetCertificate());
         const auto key = Borrow(host.pki.GetKey());
         auto* const server = UA_Server_new();

@@ -15,6 +15,9 @@ Section MakeConfigurationSection()
                     "flags without the dashes; a repeatable flag takes a list. Relative paths "
                     "start at the folder of the file. Flags on the command line take precedence.\n"
                     "\n"
+                    "--config can name a folder, too: host.toml is read there, and then the files "
+                    "conf.d/*.toml by name; a key replaces the one of an earlier file.\n"
+                    "\n"
                     "    root = [\"/srv/files\", \"/srv/more\"]\n"
                     "    users = \"/etc/talvensor/users\"\n"
                     "    max-message = \"20MB\"\n"
@@ -44,6 +47,11 @@ Section MakeSignalSection()
             .terms = {{"SIGINT, SIGTERM",
                        "End the sessions, finish queued work, close the files and stop. A second "
                        "one ends the host at once."},
+                      {"SIGHUP",
+                       "Read the users and the trusted certificates again, and open the log file "
+                       "again. Sessions of removed users, and of clients that are no longer "
+                       "trusted, end. If something cannot be read, the log says so and the old one "
+                       "stays in force. When the terminal of the host goes away, SIGHUP stops it."},
                       {"SIGPIPE, SIGXFSZ", "Ignored."}}};
 }
 
@@ -53,7 +61,8 @@ Section MakeFileSection()
         .title = "Files",
         .text = {},
         .terms = {
-            {"/etc/talvensor/host.toml", "The configuration of the service, see host.toml(5)."},
+            {"/etc/talvensor/host.toml, /etc/talvensor/conf.d/*.toml",
+             "The configuration of the service, see host.toml(5)."},
             {"$XDG_STATE_HOME/talvensor/pki, ~/.local/state/talvensor/pki",
              "The host's key and certificate, and in trusted the certificates of clients, unless "
              "--pki names another folder."}}};

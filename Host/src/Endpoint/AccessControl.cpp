@@ -1,5 +1,6 @@
 #include "Endpoint/AccessControl.h"
 
+#include "Endpoint/ClientTrust.h"
 #include "Endpoint/LibraryAssumptions.h"
 #include "Endpoint/Ua.h"
 #include "Log/Log.h"
@@ -69,14 +70,17 @@ struct AccessControl::Callbacks
 
     static UA_StatusCode Activate(UA_Server* server, UA_AccessControl* control,
                                   const UA_EndpointDescription* /*endpoint*/,
-                                  const UA_ByteString* /*certificate*/, const UA_NodeId* id,
+                                  const UA_ByteString* certificate, const UA_NodeId* id,
                                   const UA_ExtensionObject* token, void** context) noexcept
     {
         try {
+            // It may have been trusted when its connection was made, and not be so any more.
+            if (!Accepts(UA_Server_getConfig(server)->secureChannelPKI, *certificate))
+                return UA_STATUSCODE_BADCERTIFICATEUNTRUSTED;
             const auto credentials = ReadToken(*token);
-            return credentials
-                       ? Self(control).sessions.Activate(*server, *id, *credentials, context)
-                       : UA_STATUSCODE_BADIDENTITYTOKENINVALID;
+            return credentials ? Self(control).sessions.Activate(*server, *id, *certificate,
+                                                                 *credentials, context)
+                               : UA_STATUSCODE_BADIDENTITYTOKENINVALID;
         } catch (const std::exception& exception) {
             Log(Core::LogLevel::Error, "Session",
                 fmt::format("Cannot activate a session: {}", exception.what()));

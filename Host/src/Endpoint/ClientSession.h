@@ -25,6 +25,7 @@ struct ClientSession
     Ua<UA_NodeId> id;
     std::string user; ///< empty: anonymous
     std::string address;
+    std::string certificate; ///< the client's, in DER form; empty: the connection is not encrypted
     std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
 
     // Loop thread only.

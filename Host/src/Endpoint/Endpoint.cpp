@@ -3,6 +3,7 @@
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
 #include "Endpoint/AccessControl.h"
+#include "Endpoint/ClientTrust.h"
 #include "Endpoint/DataTypeDefinitions.h"
 #include "Endpoint/EventBacklog.h"
 #include "Endpoint/EventFilters.h"
@@ -152,6 +153,9 @@ public:
     [[nodiscard]] std::vector<std::string> GetUrls() const;
     bool Run();
     void Stop();
+    void SetTrust(const Trust& trust);
+    void CloseSessionsUnless(std::function<bool(const std::string& user)> mayStay);
+    void Post(std::function<void()> function) { loop.Post(std::move(function)); }
 
 private:
     [[nodiscard]] ServerPointer MakeServer();
@@ -381,6 +385,38 @@ void Endpoint::Implementation::Stop()
     loop.Wake();
 }
 
+void Endpoint::Implementation::SetTrust(const Trust& trust)
+{
+    if (settings.trustsAnyClient)
+        return;
+    // Read twice here, so that nothing can fail where they are exchanged.
+    loop.Post([this, connections = std::make_shared<ClientTrust>(trust),
+               inSessions = std::make_shared<ClientTrust>(trust)] {
+        UA_ServerConfig& configuration = *UA_Server_getConfig(server.get());
+        connections->Swap(configuration.secureChannelPKI);
+        inSessions->Swap(configuration.sessionPKI);
+        sessions.CloseIf(
+            *server,
+            [&configuration](const ClientSession& session) {
+                return !Accepts(configuration.secureChannelPKI, ViewOf(session.certificate));
+            },
+            "its client's certificate is no longer trusted");
+    });
+}
+
+void Endpoint::Implementation::CloseSessionsUnless(
+    std::function<bool(const std::string& user)> mayStay)
+{
+    loop.Post([this, mayStay = std::move(mayStay)] {
+        sessions.CloseIf(
+            *server,
+            [&mayStay](const ClientSession& session) {
+                return !session.user.empty() && !mayStay(session.user);
+            },
+            "its user was removed");
+    });
+}
+
 Endpoint::Endpoint(Core::Embedding::Runtime& runtime, EndpointSettings settings,
                    Authenticate authenticate)
     : implementation(
@@ -402,6 +438,21 @@ bool Endpoint::Run()
 void Endpoint::Stop()
 {
     implementation->Stop();
+}
+
+void Endpoint::SetTrust(const Trust& trust)
+{
+    implementation->SetTrust(trust);
+}
+
+void Endpoint::CloseSessionsUnless(std::function<bool(const std::string& user)> mayStay)
+{
+    implementation->CloseSessionsUnless(std::move(mayStay));
+}
+
+void Endpoint::Post(std::function<void()> function)
+{
+    implementation->Post(std::move(function));
 }
 
 } // namespace Host

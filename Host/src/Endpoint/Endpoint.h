@@ -3,6 +3,7 @@
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/EndpointSettings.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,21 @@ public:
 
     /// Makes `Run` return. Any thread may call it.
     void Stop();
+
+    // The following take effect soon after they return, in the order of the calls. Any thread may
+    // call them.
+
+    /// Replaces the trusted certificates. Closes the sessions of clients that they do not include,
+    /// unless any client is trusted. Throws UaException, and changes nothing, if one cannot be
+    /// read.
+    void SetTrust(const Trust& trust);
+
+    /// Closes the sessions of the users for whom `mayStay` returns false. It is called on the
+    /// thread that serves, not for anonymous users.
+    void CloseSessionsUnless(std::function<bool(const std::string& user)> mayStay);
+
+    /// Calls a function on the thread that serves.
+    void Post(std::function<void()> function);
 
 private:
     class Implementation;

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "Endpoint/Sessions.h"
+#include "Users/Pki.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,9 +25,7 @@ struct EndpointSettings
     std::vector<unsigned char> key;         ///< DER
     bool allowsUnencrypted = false;
     bool trustsAnyClient = false;
-    std::vector<std::vector<unsigned char>> trusted; ///< certificates of clients, DER or PEM
-    std::vector<std::vector<unsigned char>> issuers;
-    std::vector<std::vector<unsigned char>> revocationLists;
+    Trust trust;
     SessionRules sessions;
 
     std::vector<std::string> sharedNodes; ///< names
@@ -43,6 +43,9 @@ struct EndpointSettings
     std::function<bool()> isMemoryShort;
     /// Returns the resident memory in bytes; without it none is given back after a peak.
     std::function<std::uint64_t()> readMemory;
+    /// How often to call `onAlive` on the thread that serves; nothing: never.
+    std::optional<std::chrono::milliseconds> aliveInterval;
+    std::function<void()> onAlive;
 };
 
 } // namespace Host

@@ -31,6 +31,18 @@ Housekeeping::Housekeeping(UA_Server& server, EventLoop& loop, Sessions& session
     };
     RequireGood(UA_Server_addRepeatedCallback(&server, run, this, interval, nullptr),
                 "adding a timer");
+    if (settings.aliveInterval)
+        AddAliveTimer(*settings.aliveInterval);
+}
+
+void Housekeeping::AddAliveTimer(std::chrono::milliseconds interval)
+{
+    const auto run = [](UA_Server* /*server*/, void* context) noexcept {
+        static_cast<const Housekeeping*>(context)->settings.onAlive();
+    };
+    RequireGood(UA_Server_addRepeatedCallback(&server, run, this,
+                                              static_cast<double>(interval.count()), nullptr),
+                "adding a timer");
 }
 
 void Housekeeping::Run()

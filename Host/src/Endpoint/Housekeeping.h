@@ -7,12 +7,14 @@
 
 #include <open62541/server.h>
 
+#include <chrono>
 #include <optional>
 
 namespace Host {
 
 /// Looks after an endpoint once a second: closes connections and sessions that are overdue, logs
-/// sessions that do not drain and the lines that were left out, and gives memory back. Loop thread.
+/// sessions that do not drain and the lines that were left out, and gives memory back. Also tells
+/// that the loop is alive. Loop thread.
 class Housekeeping
 {
 public:
@@ -23,6 +25,7 @@ public:
     Housekeeping& operator=(const Housekeeping&) = delete;
 
 private:
+    void AddAliveTimer(std::chrono::milliseconds interval);
     void Run();
     void GiveMemoryBack();
 

@@ -1,10 +1,10 @@
 #include "Endpoint/ServerConfiguration.h"
 
+#include "Endpoint/ClientTrust.h"
 #include "Endpoint/ServerFacts.h"
 #include "Endpoint/Ua.h"
 #include "OpcUa/SymmetricCiphers.h"
 
-#include <open62541/plugin/pki_default.h>
 #include <open62541/server_config_default.h>
 
 #include <algorithm>
@@ -21,15 +21,6 @@ UA_ByteString BytesViewOf(const std::vector<unsigned char>& bytes)
     return {bytes.size(), const_cast<UA_Byte*>(bytes.data())};
 }
 
-std::vector<UA_ByteString> BytesViewsOf(const std::vector<std::vector<unsigned char>>& files)
-{
-    std::vector<UA_ByteString> views;
-    views.reserve(files.size());
-    for (const auto& file : files)
-        views.push_back(BytesViewOf(file));
-    return views;
-}
-
 void SetUrls(UA_ServerConfig& configuration, const EndpointSettings& settings)
 {
     UA_Array_delete(configuration.serverUrls, configuration.serverUrlsSize,
@@ -43,21 +34,15 @@ void SetUrls(UA_ServerConfig& configuration, const EndpointSettings& settings)
             UA_STRING_ALLOC(MakeUrl(settings.addresses[i], settings.port).c_str());
 }
 
-void SetTrust(UA_CertificateVerification& verification, const EndpointSettings& settings)
+/// The library checks certificates of connections and of sessions.
+void SetTrust(UA_ServerConfig& configuration, const EndpointSettings& settings)
 {
-    if (verification.clear != nullptr)
-        verification.clear(&verification);
-    if (settings.trustsAnyClient) {
-        UA_CertificateVerification_AcceptAll(&verification);
-        return;
+    for (auto* const check : {&configuration.secureChannelPKI, &configuration.sessionPKI}) {
+        if (settings.trustsAnyClient)
+            ClientTrust().Swap(*check);
+        else
+            ClientTrust(settings.trust).Swap(*check);
     }
-    auto trusted = BytesViewsOf(settings.trusted);
-    auto issuers = BytesViewsOf(settings.issuers);
-    auto revoked = BytesViewsOf(settings.revocationLists);
-    RequireGood(UA_CertificateVerification_Trustlist(&verification, trusted.data(), trusted.size(),
-                                                     issuers.data(), issuers.size(), revoked.data(),
-                                                     revoked.size()),
-                "reading the trusted certificates");
 }
 
 void AddPolicies(UA_ServerConfig& configuration, const EndpointSettings& settings)
@@ -167,8 +152,7 @@ void FillConfiguration(RoomyConfiguration& filled, const EndpointSettings& setti
     DescribeApplication(configuration, settings);
     AddPolicies(configuration, settings);
     AddEndpoints(configuration, settings, loop);
-    SetTrust(configuration.secureChannelPKI, settings);
-    SetTrust(configuration.sessionPKI, settings);
+    SetTrust(configuration, settings);
     SetMessageLimits(configuration);
     SetSessionLimits(configuration, settings);
     SetSubscriptionLimits(configuration, settings);

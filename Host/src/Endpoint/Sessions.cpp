@@ -46,6 +46,7 @@ Sessions::Sessions(EventLoop& loop, Core::Embedding::Runtime& runtime, SessionRu
 Sessions::~Sessions() = default;
 
 UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
+                                 const UA_ByteString& certificate,
                                  const std::optional<UserCredentials>& credentials, void** context)
 {
     if (credentials ? !rules.usersAllowed : !rules.anonymousAllowed)
@@ -68,7 +69,7 @@ UA_StatusCode Sessions::Activate(UA_Server& server, const UA_NodeId& id,
         return UA_STATUSCODE_BADTOOMANYSESSIONS;
     const std::string user = credentials ? credentials->user : std::string();
     try {
-        Admit(server, id, user, context);
+        Admit(server, id, user, certificate, context);
     } catch (const std::system_error& error) {
         Log(Core::LogLevel::Error, "Session",
             fmt::format("Session of {} from {} refused: {}", NameOf(user),
@@ -169,7 +170,7 @@ ClientSession* Sessions::FindFirstToLeave() const
 
 /// Does every step that can fail before the session counts; each gives back its resources.
 void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& user,
-                     void** context)
+                     const UA_ByteString& certificate, void** context)
 {
     const auto connection = loop.GetConnection(loop.GetCurrentConnection());
     auto session = std::make_unique<ClientSession>();
@@ -179,6 +180,7 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     session->id = Ua<UA_NodeId>(copy);
     session->user = user;
     session->address = connection->remoteAddress;
+    session->certificate = BytesOf(certificate);
     session->connection = connection->id;
     sessions.reserve(sessions.size() + 1);
     session->worker.Start("for its work");
@@ -248,6 +250,19 @@ void Sessions::StopGrace(ClientSession& session)
     UA_EventLoop* handle = loop.GetHandle();
     handle->removeCyclicCallback(handle, session.graceTimer);
     session.graceTimer = 0;
+}
+
+void Sessions::CloseIf(UA_Server& server, const std::function<bool(const ClientSession&)>& mustEnd,
+                       const std::string& reason)
+{
+    for (const auto& session : sessions) {
+        if (session->ended || !mustEnd(*session))
+            continue;
+        Log(Core::LogLevel::Notice, "Session",
+            fmt::format("Session of {} from {} is closed: {}", NameOf(session->user),
+                        session->address, reason));
+        static_cast<void>(UA_Server_closeSession(&server, &*session->id));
+    }
 }
 
 void Sessions::OnClosed(const UA_NodeId& id, ClientSession* session)

@@ -73,10 +73,15 @@ public:
     void SetEndedObserver(Ended observer) { ended = std::move(observer); }
 
     /// Activates a session that a client has created, or moves it to the connection of the current
-    /// message. `context`: the session, null before; set if it is let in. Returns the answer to the
-    /// client. Throws OpcUa::LibraryException for an identifier as sessions do not have them.
-    UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id,
+    /// message. `certificate` is the client's, empty on a connection without encryption. `context`:
+    /// the session, null before; set if it is let in. Returns the answer to the client. Throws
+    /// OpcUa::LibraryException for an identifier as sessions do not have them.
+    UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id, const UA_ByteString& certificate,
                            const std::optional<UserCredentials>& credentials, void** context);
+
+    /// Closes the sessions for which `mustEnd` returns true, and logs the reason.
+    void CloseIf(UA_Server& server, const std::function<bool(const ClientSession&)>& mustEnd,
+                 const std::string& reason);
 
     /// Follows a session that a client has created. One on a connection with an active session is
     /// closed: it would wait in vain and could be large.
@@ -115,7 +120,8 @@ private:
                                         const ConnectionInfo& connection);
     [[nodiscard]] bool HasPlace(UA_Server& server);
     [[nodiscard]] ClientSession* FindFirstToLeave() const;
-    void Admit(UA_Server& server, const UA_NodeId& id, const std::string& user, void** context);
+    void Admit(UA_Server& server, const UA_NodeId& id, const std::string& user,
+               const UA_ByteString& certificate, void** context);
     void Open(UA_Server& server, ClientSession& session);
     void End(ClientSession& session);
     void StopGrace(ClientSession& session);

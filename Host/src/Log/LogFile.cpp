@@ -1,8 +1,6 @@
 #include "Log/LogFile.h"
 
 #include "Core/Exception.h"
-#include "Support/Descriptor.h"
-#include "Support/Mutex.h"
 #include "Support/SystemError.h"
 
 #include <cerrno>
@@ -13,38 +11,13 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Host {
 
 namespace {
 
 using Path = std::filesystem::path;
-
-class FileSink final : public Core::Embedding::LogSink
-{
-public:
-    explicit FileSink(Support::Descriptor file)
-        : file(std::move(file))
-    {}
-
-    void Write(const Core::LogEntry& entry) override
-    {
-        const auto line = Core::Embedding::FormatLogLine(entry) + "\n";
-        std::string_view rest = line;
-        const Support::Lock lock(mutex);
-        while (!rest.empty()) {
-            const auto written = write(file.Get(), rest.data(), rest.size());
-            if (written < 0 && errno != EINTR)
-                return; // the line is lost: there is nowhere to report it
-            if (written > 0)
-                rest.remove_prefix(static_cast<std::size_t>(written));
-        }
-    }
-
-private:
-    Support::Mutex mutex; // keeps the parts of a line together
-    const Support::Descriptor file GUARDED_BY(mutex);
-};
 
 /// Opens a log file. Does not follow symbolic links that were created after the path was resolved.
 Support::Descriptor Open(const Path& file, std::uint64_t furtherFlags)
@@ -77,11 +50,35 @@ void Require(const Support::Descriptor& descriptor, const Path& file)
 
 } // namespace
 
-std::shared_ptr<Core::Embedding::LogSink> OpenLogFile(const Path& file)
+LogFile::LogFile(Support::Descriptor file)
+    : file(std::move(file))
+{}
+
+void LogFile::Write(const Core::LogEntry& entry)
+{
+    const auto line = Core::Embedding::FormatLogLine(entry) + "\n";
+    std::string_view rest = line;
+    const Support::Lock lock(mutex);
+    while (!rest.empty()) {
+        const auto written = write(file.Get(), rest.data(), rest.size());
+        if (written < 0 && errno != EINTR)
+            return; // the line is lost: there is nowhere to report it
+        if (written > 0)
+            rest.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+void LogFile::Replace(Support::Descriptor newFile)
+{
+    const Support::Lock lock(mutex);
+    file = std::move(newFile);
+}
+
+Support::Descriptor OpenLogFile(const Path& file)
 {
     auto descriptor = Open(file, O_CREAT);
     Require(descriptor, file);
-    return std::make_shared<FileSink>(std::move(descriptor));
+    return descriptor;
 }
 
 void CheckLogFile(const Path& file)

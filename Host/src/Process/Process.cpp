@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/eventfd.h>
@@ -24,18 +25,36 @@ namespace {
 
 std::atomic<int> firstSignal = 0;
 std::atomic<int> stopDescriptor = -1;
+std::atomic<int> reloadDescriptor = -1;
+std::atomic<bool> outlivesTerminal = false; // started by nohup
 
-/// A signal handler: calls only functions that are safe in one (signal-safety(7)).
+// The signal handlers call only functions that are safe in one (signal-safety(7)).
+
+/// Adds to the counter of an eventfd. Cannot fail: the counter does not become full.
+void Count(int descriptor)
+{
+    const auto saved = errno;
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = write(descriptor, &one, sizeof(one));
+    errno = saved;
+}
+
 void HandleStopSignal(int number)
 {
     int none = 0;
     if (!firstSignal.compare_exchange_strong(none, number))
         _exit(128 + number);
-    const auto saved = errno;
-    const std::uint64_t one = 1;
-    // Cannot fail: the counter of the eventfd is added to only once.
-    [[maybe_unused]] const auto written = write(stopDescriptor, &one, sizeof(one));
-    errno = saved;
+    Count(stopDescriptor);
+}
+
+/// The kernel sends the signal when the terminal has gone, everybody else to reload.
+void HandleReloadSignal(int number, siginfo_t* origin, void* /*context*/)
+{
+    int none = 0;
+    if (origin->si_code != SI_KERNEL)
+        Count(reloadDescriptor);
+    else if (!outlivesTerminal && firstSignal.compare_exchange_strong(none, number))
+        Count(stopDescriptor);
 }
 
 std::atomic<rlim_t> keptDescriptors = 0;
@@ -118,6 +137,12 @@ void RefuseInspection()
         Support::ThrowSystemError("cannot protect the process's memory from other processes");
 }
 
+void RefuseNewPrivileges()
+{
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
+        Support::ThrowSystemError("cannot switch off gaining privileges");
+}
+
 void DisableCoreFiles()
 {
     const rlimit none = {};
@@ -161,10 +186,11 @@ std::uint64_t MemoryGauge::Read() const
     return pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-StopSignals::StopSignals()
+Signals::Signals()
     : requested(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    , reloadRequested(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    if (!requested.IsOpen())
+    if (!requested.IsOpen() || !reloadRequested.IsOpen())
         Support::ThrowSystemError("cannot handle signals");
     int none = -1;
     if (!stopDescriptor.compare_exchange_strong(none, requested.Get()))
@@ -175,16 +201,35 @@ StopSignals::StopSignals()
     action.sa_flags = SA_RESTART;
     for (std::size_t index = 0; index < signals.size(); ++index)
         sigaction(signals.at(index), &action, &previous.at(index));
+    reloadDescriptor = reloadRequested.Get();
+    action.sa_sigaction = &HandleReloadSignal;
+    action.sa_flags |= SA_SIGINFO;
+    sigaction(SIGHUP, nullptr, &previousReload);
+    outlivesTerminal = previousReload.sa_handler == SIG_IGN;
+    sigaction(SIGHUP, &action, nullptr);
 }
 
-StopSignals::~StopSignals()
+Signals::~Signals()
 {
+    sigaction(SIGHUP, &previousReload, nullptr);
     for (std::size_t index = 0; index < signals.size(); ++index)
         sigaction(signals.at(index), &previous.at(index), nullptr);
     stopDescriptor = -1;
+    reloadDescriptor = -1;
 }
 
-std::optional<int> StopSignals::GetSignal() noexcept
+bool Signals::WaitForReload() const
+{
+    std::array<pollfd, 2> waiting{pollfd{requested.Get(), POLLIN, 0},
+                                  pollfd{reloadRequested.Get(), POLLIN, 0}};
+    while (poll(waiting.data(), waiting.size(), -1) < 0 && errno == EINTR)
+        continue;
+    std::uint64_t count = 0;
+    return waiting[0].revents == 0 &&
+           read(reloadRequested.Get(), &count, sizeof(count)) == sizeof(count);
+}
+
+std::optional<int> Signals::GetSignal() noexcept
 {
     const int number = firstSignal;
     return number == 0 ? std::nullopt : std::optional(number);

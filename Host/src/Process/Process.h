@@ -40,6 +40,9 @@ public:
 /// passwords. The process's files in /proc belong to root from then on.
 void RefuseInspection();
 
+/// Keeps the process and its threads from gaining privileges by running a program.
+void RefuseNewPrivileges();
+
 /// Switches off core files, which would hold keys and passwords.
 void DisableCoreFiles();
 
@@ -62,29 +65,36 @@ private:
     Support::Descriptor statistics;
 };
 
-/// Turns SIGINT and SIGTERM into a request to stop while it exists. The second signal ends the
-/// process at once with status 128 + the signal's number. System calls that wait are restarted
-/// after the first signal. One at a time.
-class StopSignals
+/// Turns SIGINT and SIGTERM into a request to stop, and SIGHUP into one to reload, while it exists.
+/// The second signal to stop ends the process at once with status 128 + the signal's number. A
+/// SIGHUP because the terminal has gone is a request to stop, and ignored under nohup. System calls
+/// that wait are restarted after a signal. One at a time.
+class Signals
 {
 public:
     /// Throws InvalidStateException if there is one already.
-    StopSignals();
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-    ~StopSignals();
+    Signals();
+    Signals(const Signals&) = delete;
+    Signals& operator=(const Signals&) = delete;
+    ~Signals();
 
-    /// Returns a descriptor that is readable from the first signal on. Do not read from it.
+    /// Returns a descriptor that is readable from the first signal to stop on. Do not read from it.
     [[nodiscard]] int GetDescriptor() const noexcept { return requested.Get(); }
 
-    /// Returns the first signal, nothing before it. Any thread may call it.
+    /// Returns the first signal to stop, nothing before it. Any thread may call it.
     [[nodiscard]] static std::optional<int> GetSignal() noexcept;
+
+    /// Waits for a request. Returns true for one to reload, which then counts as answered, and
+    /// false for one to stop. One thread at a time.
+    [[nodiscard]] bool WaitForReload() const;
 
 private:
     static constexpr std::array signals = {SIGINT, SIGTERM};
 
     Support::Descriptor requested;
+    Support::Descriptor reloadRequested;
     std::array<struct sigaction, signals.size()> previous{};
+    struct sigaction previousReload = {};
 };
 
 } // namespace Host

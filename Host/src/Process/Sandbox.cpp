@@ -2,6 +2,7 @@
 
 #include "Core/Exception.h"
 #include "Process/Landlock.h"
+#include "Process/Process.h"
 #include "Process/SystemCallFilter.h"
 #include "Support/Descriptor.h"
 #include "Support/SystemError.h"
@@ -13,7 +14,6 @@
 #include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -234,12 +234,6 @@ void DropCapabilities(bool all)
     held[1] = {};
     if (syscall(SYS_capset, &header, held.data()) != 0)
         Support::ThrowSystemError("cannot give up capabilities");
-}
-
-void RefuseNewPrivileges()
-{
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        Support::ThrowSystemError("cannot switch off gaining privileges");
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <iterator>
 #include <utility>
 
 namespace Host {
@@ -36,11 +37,19 @@ std::string ToSeconds(LoginThrottle::Clock::duration delay)
 
 } // namespace
 
-Logins::Logins(const Users& users, LoginThrottle& throttle, TimeShare hashing)
-    : users(users)
-    , throttle(throttle)
+Logins::Logins(Users users, LoginThrottle& throttle, TimeShare hashing)
+    : throttle(throttle)
+    , users(std::move(users))
     , hashing(std::move(hashing))
 {}
+
+void Logins::Replace(Users newUsers)
+{
+    const Support::Lock lock(deciding);
+    std::swap(users, newUsers);
+    for (auto each = known.begin(); each != known.end();)
+        each = users.AgreeOn(each->first, newUsers) ? std::next(each) : known.erase(each);
+}
 
 LoginResult Logins::TryLogin(const std::string& user, const std::string& password,
                              const std::string& address)

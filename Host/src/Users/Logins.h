@@ -31,9 +31,12 @@ enum class LoginResult
 class Logins
 {
 public:
-    /// `users` and `throttle` must outlive this object. `hashing` is the share of the time for
-    /// checking passwords.
-    Logins(const Users& users, LoginThrottle& throttle, TimeShare hashing = TimeShare());
+    /// `throttle` must outlive this object. `hashing` is the share of the time for checking
+    /// passwords.
+    Logins(Users users, LoginThrottle& throttle, TimeShare hashing = TimeShare());
+
+    /// Replaces the users. Passwords that were right before and are so no more are forgotten.
+    void Replace(Users newUsers) EXCLUDES(deciding);
 
     /// Throws std::system_error if the hash cannot be computed; the login counts as failed then.
     [[nodiscard]] LoginResult TryLogin(const std::string& user, const std::string& password,
@@ -72,10 +75,10 @@ private:
     LoginResult Decide(const std::string& user, const std::string& password,
                        const std::string& address, Clock::duration& delay) EXCLUDES(deciding);
 
-    const Users& users;
     LoginThrottle& throttle;
     std::atomic<std::uint64_t> refused = 0;
     mutable Support::Mutex deciding; // held from asking the throttle to reporting to it
+    Users users GUARDED_BY(deciding);
     TimeShare hashing GUARDED_BY(deciding);
     std::unordered_map<std::string, KnownUser> known GUARDED_BY(deciding); // by name
     const Tag key = MakeRandomTag(); // never leaves this process

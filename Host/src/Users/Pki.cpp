@@ -148,9 +148,14 @@ Pki::Pki(const std::filesystem::path& folder, const std::string& listenHost,
         ReadOwn(own);
     else
         MakeInMemory(own, listenHost);
-    trusted = ReadFolder(trustedFolder, whenMissing);
-    issuers = ReadFolder(folder / issuersName, whenMissing);
-    revoked = ReadFolder(folder / revokedName, whenMissing);
+    trust = ReadTrust(folder, whenMissing);
+}
+
+Trust Pki::ReadTrust(const std::filesystem::path& folder, WhenMissing whenMissing)
+{
+    return {.trusted = ReadFolder(folder / trustedName, whenMissing),
+            .issuers = ReadFolder(folder / issuersName, whenMissing),
+            .revoked = ReadFolder(folder / revokedName, whenMissing)};
 }
 
 void Pki::ReadOwn(const std::filesystem::path& own)

@@ -10,6 +10,14 @@ namespace Host {
 
 using OpcUa::Bytes;
 
+/// The certificates of clients that the host trusts, in DER or PEM form.
+struct Trust
+{
+    std::vector<Bytes> trusted; ///< of clients, or of their issuers
+    std::vector<Bytes> issuers; ///< intermediate certificates
+    std::vector<Bytes> revoked; ///< revocation lists
+};
+
 /// The host's key and certificate, and the certificates that it trusts. Reads them into memory when
 /// it is constructed. Its folder, which others than its owner must not change, has these files:
 ///
@@ -42,9 +50,12 @@ public:
     /// Returns the URI in the certificate. The host must use the same one.
     [[nodiscard]] const std::string& GetApplicationUri() const noexcept { return applicationUri; }
 
-    [[nodiscard]] const std::vector<Bytes>& GetTrusted() const noexcept { return trusted; }
-    [[nodiscard]] const std::vector<Bytes>& GetIssuers() const noexcept { return issuers; }
-    [[nodiscard]] const std::vector<Bytes>& GetRevocationLists() const noexcept { return revoked; }
+    [[nodiscard]] const Trust& GetTrust() const noexcept { return trust; }
+
+    /// Reads the trusted certificates of such a folder, whose folders are made if they do not
+    /// exist. Throws as the constructor.
+    [[nodiscard]] static Trust ReadTrust(const std::filesystem::path& folder,
+                                         WhenMissing whenMissing = WhenMissing::Make);
 
     /// Returns the folder for the certificates of clients.
     [[nodiscard]] const std::filesystem::path& GetTrustedFolder() const noexcept
@@ -60,9 +71,7 @@ private:
     Bytes key;
     Bytes certificate;
     std::string applicationUri;
-    std::vector<Bytes> trusted;
-    std::vector<Bytes> issuers;
-    std::vector<Bytes> revoked;
+    Trust trust;
 };
 
 /// Returns the folder and all files and folders in it that `Pki` reads, as far as they exist.

@@ -79,9 +79,18 @@ std::string GetName(const std::string& line)
 
 } // namespace
 
-Users::Users(const std::filesystem::path& file)
+std::string Users::Read(const std::filesystem::path& file)
 {
-    std::istringstream lines(Support::ReadPrivateFile(file, Support::GroupMayRead::Yes));
+    return Support::ReadPrivateFile(file, Support::GroupMayRead::Yes);
+}
+
+Users::Users(const std::filesystem::path& file)
+    : Users(Read(file), file)
+{}
+
+Users::Users(const std::string& content, const std::filesystem::path& file)
+{
+    std::istringstream lines(content);
     std::size_t number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
@@ -121,6 +130,13 @@ bool Users::Verify(const std::string& name, const std::string& password) const
     const bool isUsable = IsUsable(password);
     const bool isRight = AreEqual(Hash(isUsable ? password : std::string(), expected), expected);
     return isRight && isUsable && isKnown;
+}
+
+bool Users::AgreeOn(const std::string& name, const Users& other) const
+{
+    const auto mine = hashes.find(name);
+    const auto others = other.hashes.find(name);
+    return mine != hashes.end() && others != other.hashes.end() && mine->second == others->second;
 }
 
 void SetPassword(const std::filesystem::path& file, const std::string& user,

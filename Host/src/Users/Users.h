@@ -18,10 +18,22 @@ public:
     /// no users or a line is wrong.
     explicit Users(const std::filesystem::path& file);
 
+    /// The same for the content of such a file, which has been read already.
+    Users(const std::string& content, const std::filesystem::path& file);
+
+    /// Returns the content of a user file, for the constructor. Throws std::system_error and
+    /// Support::UnsafeFileException as above.
+    [[nodiscard]] static std::string Read(const std::filesystem::path& file);
+
     /// Returns true if the user exists and the password is right. Takes as long for an unknown user
     /// as for a known one: tens of milliseconds and 16 MB, by design. Any thread may call it.
     /// Throws std::system_error if the hash cannot be computed.
     [[nodiscard]] bool Verify(const std::string& name, const std::string& password) const;
+
+    [[nodiscard]] bool Contains(const std::string& name) const { return hashes.contains(name); }
+
+    /// Returns true if a user exists in both and has the same password.
+    [[nodiscard]] bool AgreeOn(const std::string& name, const Users& other) const;
 
     [[nodiscard]] std::size_t GetSize() const noexcept { return hashes.size(); }
 

@@ -42,12 +42,12 @@ TEST_F(ALogFile, CanBeReadByItsGroupAndByNobodyElse)
 
 TEST_F(ALogFile, IsAppendedToALineAtATime)
 {
-    OpenLogFile(file)->Write(MakeEntry("one"));
+    LogFile(OpenLogFile(file)).Write(MakeEntry("one"));
     {
-        const auto sink = OpenLogFile(file);
+        LogFile sink(OpenLogFile(file));
         const auto write = [&sink] {
             for (int i = 0; i < 100; ++i)
-                sink->Write(MakeEntry("more"));
+                sink.Write(MakeEntry("more"));
         };
         const std::jthread first(write);
         const std::jthread second(write);

@@ -134,18 +134,18 @@ TEST(AMemoryGauge, SeesMemoryThatIsUsedAndGivenBack)
 TEST(StopSignal, AsksToStop)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
-        const StopSignals stop;
-        EXPECT_FALSE(StopSignals::GetSignal());
+        const Signals stop;
+        EXPECT_FALSE(Signals::GetSignal());
         EXPECT_FALSE(IsReadable(stop.GetDescriptor(), 0));
         raise(signal);
         EXPECT_TRUE(IsReadable(stop.GetDescriptor(), 10'000));
-        EXPECT_EQ(StopSignals::GetSignal(), signal);
+        EXPECT_EQ(Signals::GetSignal(), signal);
     }
 }
 
 TEST(StopSignal, WakesAThreadThatWaitsForIt)
 {
-    const StopSignals stop;
+    const Signals stop;
     bool isAwake = false;
     {
         const std::jthread waiting([&] { isAwake = IsReadable(stop.GetDescriptor(), 60'000); });
@@ -156,7 +156,7 @@ TEST(StopSignal, WakesAThreadThatWaitsForIt)
 
 [[noreturn]] void RaiseTwice(int first, int second)
 {
-    const StopSignals stop;
+    const Signals stop;
     raise(first);
     raise(second);
     std::_Exit(1);
@@ -172,7 +172,7 @@ TEST(StopSignal, TakesItsOldCourseOnceNobodyListens)
 {
     const auto stopListening = [] {
         {
-            const StopSignals stop;
+            const Signals stop;
         }
         raise(SIGTERM);
         std::_Exit(1);
@@ -182,8 +182,8 @@ TEST(StopSignal, TakesItsOldCourseOnceNobodyListens)
 
 TEST(StopSignal, HasOneListener)
 {
-    const StopSignals stop;
-    EXPECT_THROW(const StopSignals second, Core::InvalidStateException);
+    const Signals stop;
+    EXPECT_THROW(const Signals second, Core::InvalidStateException);
     raise(SIGTERM);
     EXPECT_TRUE(IsReadable(stop.GetDescriptor(), 10'000));
 }

@@ -158,7 +158,7 @@ TEST_F(APkiFolder, ReadsTheCertificatesThatAreTrusted)
     const Pki other(parent.GetPath() / "other", listenHost);
     {
         const Pki empty(folder, listenHost);
-        EXPECT_THAT(empty.GetTrusted(), IsEmpty());
+        EXPECT_THAT(empty.GetTrust().trusted, IsEmpty());
     }
     const std::string text(other.GetCertificate().begin(), other.GetCertificate().end());
     std::ofstream(folder / "trusted" / "client.der", std::ios::binary) << text;
@@ -166,9 +166,9 @@ TEST_F(APkiFolder, ReadsTheCertificatesThatAreTrusted)
     std::ofstream(folder / "revoked" / "list.crl", std::ios::binary) << "list";
     std::filesystem::create_directory(folder / "trusted" / "folder");
     const Pki pki(folder, listenHost);
-    EXPECT_THAT(pki.GetTrusted(), ElementsAre(other.GetCertificate()));
-    EXPECT_THAT(pki.GetIssuers(), ElementsAre(Bytes{'i', 's', 's', 'u', 'e', 'r'}));
-    EXPECT_THAT(pki.GetRevocationLists(), ElementsAre(Bytes{'l', 'i', 's', 't'}));
+    EXPECT_THAT(pki.GetTrust().trusted, ElementsAre(other.GetCertificate()));
+    EXPECT_THAT(pki.GetTrust().issuers, ElementsAre(Bytes{'i', 's', 's', 'u', 'e', 'r'}));
+    EXPECT_THAT(pki.GetTrust().revoked, ElementsAre(Bytes{'l', 'i', 's', 't'}));
 }
 
 TEST_F(APkiFolder, CannotBeUsedWhenOthersCanReadTheKey)

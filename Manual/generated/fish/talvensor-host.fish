@@ -2,7 +2,7 @@
 complete -c talvensor-host -f
 complete -c talvensor-host -s h -l help -d 'print this text'
 complete -c talvensor-host -l version -d 'print the version'
-complete -c talvensor-host -l config -r -F -d 'a configuration file'
+complete -c talvensor-host -l config -x -d 'a configuration file, or a folder with host.toml and conf.d/*.toml'
 complete -c talvensor-host -l check -d 'check the configuration, report problems with line and key, and exit'
 complete -c talvensor-host -l listen -x -d 'the address to listen on, opc.tcp://HOST:PORT; port 0: the system chooses one (opc.tcp://localhost:4840)'
 complete -c talvensor-host -l root -x -a '(__fish_complete_directories)' -d 'a folder that clients may read and change; relative paths of clients start at the first root; repeatable'

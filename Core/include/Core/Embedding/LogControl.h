@@ -59,6 +59,9 @@ public:
 /// file or time.
 [[nodiscard]] CORE_API std::string FormatLogLine(const LogEntry& entry);
 
+/// The same without the time and the blank behind it.
+[[nodiscard]] CORE_API std::string FormatLogLineWithoutTime(const LogEntry& entry);
+
 /// Keeps entries in memory, for tests and for programs that show their log themselves. All
 /// operations may be called from any thread.
 class CORE_API CapturingLogSink final : public LogSink

@@ -1,0 +1,151 @@
+#include "Reload.h"
+
+#include "Log/Log.h"
+#include "Log/LogFile.h"
+#include "Process/PathTrust.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+namespace Host {
+
+namespace {
+
+constexpr const char* category = "Host";
+
+// The tasks of the outer process.
+constexpr const char* usersTask = "users";
+constexpr const char* trustTask = "trust";
+constexpr const char* logTask = "log";
+
+std::string Count(std::size_t number, const std::string& thing)
+{
+    return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
+/// Appends the number of files, and their contents.
+void Append(std::vector<std::string>& texts, const std::vector<Bytes>& files)
+{
+    texts.push_back(std::to_string(files.size()));
+    std::transform(files.begin(), files.end(), std::back_inserter(texts),
+                   [](const Bytes& file) { return std::string(file.begin(), file.end()); });
+}
+
+/// Takes what `Append` has appended.
+std::vector<Bytes> Take(std::vector<std::string>::const_iterator& text)
+{
+    std::vector<Bytes> files(std::stoul(*text++));
+    for (auto& file : files) {
+        file.assign(text->begin(), text->end());
+        ++text;
+    }
+    return files;
+}
+
+OuterResult ReadUsersOutside(const Configuration& configuration, const std::vector<Root>& roots)
+{
+    const auto& file = *configuration.usersFile;
+    PathTrust(roots, configuration.trustedOwner).Check(file, FileUse::ReadSecret);
+    return {.texts = {Users::Read(file)}, .descriptor = {}};
+}
+
+OuterResult ReadTrustOutside(const Configuration& configuration, const std::vector<Root>& roots)
+{
+    const auto folder = GetPkiFolder(configuration);
+    const PathTrust trust(roots, configuration.trustedOwner);
+    for (const auto& file : FindPkiFiles(folder))
+        trust.Check(file, FileUse::ReadSecret);
+    const auto read = Pki::ReadTrust(folder);
+    OuterResult result;
+    for (const auto* const files : {&read.trusted, &read.issuers, &read.revoked})
+        Append(result.texts, *files);
+    return result;
+}
+
+OuterResult OpenLogOutside(const Configuration& configuration, const std::vector<Root>& roots)
+{
+    PathTrust(roots, configuration.trustedOwner).Check(*configuration.logFile, FileUse::Append);
+    return {.texts = {}, .descriptor = OpenLogFile(*configuration.logFile)};
+}
+
+} // namespace
+
+std::unique_ptr<OuterProcess> StartOuterProcess(const Configuration& configuration,
+                                                const std::vector<Root>& roots)
+{
+    OuterProcess::Tasks tasks;
+    const auto add = [&](const char* name, auto* task) {
+        tasks[name] = [configuration, roots, task] {
+            return task(configuration, roots);
+        };
+    };
+    if (configuration.usersFile)
+        add(usersTask, ReadUsersOutside);
+    add(trustTask, ReadTrustOutside);
+    if (configuration.logFile)
+        add(logTask, OpenLogOutside);
+    return std::make_unique<OuterProcess>(tasks, configuration.sandbox
+                                                     ? OuterProcess::Filter::SystemCalls
+                                                     : OuterProcess::Filter::None);
+}
+
+Reload::Reload(PreparedHost& host, Endpoint& endpoint, ReplaceUsers replaceUsers)
+    : host(host)
+    , endpoint(endpoint)
+    , replaceUsers(std::move(replaceUsers))
+{}
+
+void Reload::Run(int interruption)
+{
+    const auto attempt = [this, interruption](auto step, const std::string& failure) {
+        try {
+            (this->*step)(interruption);
+        } catch (const std::exception& error) {
+            Log(Core::LogLevel::Error, category, failure + ": " + error.what());
+        }
+    };
+    // The log first: the new file gets the lines about the others.
+    if (host.logFile)
+        attempt(&Reload::OpenLog, "Cannot open the log file again, the old one stays in use");
+    if (host.configuration.usersFile)
+        attempt(&Reload::ReadUsers, "Cannot read the users again, the old ones stay in force");
+    attempt(&Reload::ReadTrust,
+            "Cannot read the trusted certificates again, the old ones stay in force");
+}
+
+void Reload::OpenLog(int interruption)
+{
+    host.logFile->Replace(host.outerProcess->Run(logTask, interruption).descriptor);
+    Log(Core::LogLevel::Notice, category, "Opened the log file again");
+}
+
+void Reload::ReadUsers(int interruption)
+{
+    const auto result = host.outerProcess->Run(usersTask, interruption);
+    const auto users =
+        std::make_shared<const Users>(result.texts.at(0), *host.configuration.usersFile);
+    endpoint.Post([this, users] { replaceUsers(*users); });
+    endpoint.CloseSessionsUnless(
+        [users](const std::string& user) { return users->Contains(user); });
+    Log(Core::LogLevel::Notice, category, "Read " + Count(users->GetSize(), "user") + " again");
+}
+
+void Reload::ReadTrust(int interruption)
+{
+    const auto result = host.outerProcess->Run(trustTask, interruption);
+    auto text = result.texts.begin();
+    Trust trust;
+    for (auto* const files : {&trust.trusted, &trust.issuers, &trust.revoked})
+        *files = Take(text);
+    endpoint.SetTrust(trust);
+    Log(Core::LogLevel::Notice, category,
+        "Read " + Count(trust.trusted.size(), "trusted certificate") + ", " +
+            std::to_string(trust.issuers.size()) + " of issuers and " +
+            Count(trust.revoked.size(), "revocation list") + " again");
+}
+
+} // namespace Host
