@@ -102,7 +102,6 @@ export class SteadyClient {
         steady.host = host;
         steady.files = await (await host.connect(options)).createFiles();
         await steady.files.barrier();
-        steady.latencies = []; // milliseconds
         steady.calls = 0;
         return steady;
     }
@@ -111,10 +110,8 @@ export class SteadyClient {
     async call(count) {
         const first = this.calls + 1;
         for (let i = 0; i < count; ++i) {
-            const start = process.hrtime.bigint();
             // Nothing is open, so the result tells the number of its request.
             await this.files.call("Close", ++this.calls);
-            this.latencies.push(Number(process.hrtime.bigint() - start) / 1e6);
         }
         for (let number = first; number < first + count; ++number) {
             const event = await this.files.nextEvent("AckEvent");
@@ -123,7 +120,7 @@ export class SteadyClient {
     }
 
     /** Calls until a promise is settled, and at least `least` times; returns what it gives. */
-    async callDuring(promise, least = 2_000) {
+    async callDuring(promise, least = 500) {
         let settled = false;
         promise.then(() => (settled = true), () => (settled = true));
         const first = this.calls;
@@ -131,15 +128,6 @@ export class SteadyClient {
             await this.call(100);
         }
         return promise;
-    }
-
-    /** Calls, and returns the latencies as text: the median, the 99th percentile and the most. */
-    async measure(count) {
-        this.latencies = [];
-        await this.call(count);
-        const sorted = this.latencies.sort((left, right) => left - right);
-        const at = (part) => sorted[Math.min(sorted.length - 1, Math.floor(sorted.length * part))].toFixed(2);
-        return `${sorted.length} calls: p50 ${at(0.5)} ms, p99 ${at(0.99)} ms, most ${at(1)} ms`;
     }
 }
 

@@ -28,7 +28,7 @@ async function survives({ flags = [], limits = [], status = 0, isWhole = true },
         const steady = await SteadyClient.start(host);
         const before = holdings(host);
         await attempt(host, steady);
-        await steady.call(500);
+        await steady.call(100);
         if (isWhole) {
             await becomesWhole(host, before);
         }
@@ -47,7 +47,7 @@ const logged = (host, text) => waitFor(`'${text}' in the log`, () => host.log.in
 
 /** Returns the number of a host's threads that wait in the system to open or read a file. */
 function countWaiting(host) {
-    const systemCalls = { read: 0, open: 2, openat: 257 };
+    const systemCalls = process.arch === "arm64" ? { read: 63, openat: 56 } : { read: 0, open: 2, openat: 257 };
     return readdirSync(`/proc/${host.pid}/task`).filter((task) => {
         try {
             const [number] = readFileSync(`/proc/${host.pid}/task/${task}/syscall`, "utf8").split(" ");
@@ -66,12 +66,11 @@ function fill(folder, count, length) {
 }
 
 describe("A host survives", () => {
-    it("a client that is stopped while megabytes wait for it", async (test) =>
+    it("a client that is stopped while megabytes wait for it", async () =>
         survives({}, async (host, steady) => {
             const [reads, listings] = [4_000, 20];
             writeFileSync(host.path("file"), Buffer.alloc(100_000));
             fill(host.path("folder"), 10_000, 100);
-            test.diagnostic(`without the stopped client: ${await steady.measure(5_000)}`);
 
             const script = fileURLToPath(new URL("reading-client.mjs", import.meta.url));
             const child = spawn(process.execPath, [script, host.url, host.root, host.path("file"), reads, listings]);
@@ -89,7 +88,7 @@ describe("A host survives", () => {
                 }
                 await waitFor("megabytes to wait", () => countPending(host) > 2 * megabyte);
                 await files.client.close();
-                test.diagnostic(`with it: ${await steady.measure(5_000)}`);
+                await steady.call(500);
 
                 child.kill("SIGCONT");
                 const ended = within("the client to end", once(child, "close"), 2 * longestWait);
@@ -108,7 +107,7 @@ describe("A host survives", () => {
             try {
                 await within("the client to read", once(child.stdout, "data"));
                 await stopWhilePending(child, host, megabyte);
-                await steady.call(2_000);
+                await steady.call(500);
             } finally {
                 await end(child);
             }
@@ -137,11 +136,11 @@ describe("A host survives", () => {
             const waiting = Promise.all(fifos.map(waitAt));
             await steady.callDuring(waiting);
             await waitFor("all to wait", () => countWaiting(host) >= count);
-            await steady.call(2_000);
+            await steady.call(500);
             await steady.callDuring(Promise.all((await waiting).map((client) => client.close())));
             await logged(host, "has ended, but its work has not");
             assert.ok(countWaiting(host) >= count);
-            await steady.call(2_000);
+            await steady.call(500);
             held.splice(0).forEach(closeSync); // who reads comes to the end
             // The one that opens goes on. The others' pipes stay closed: a reader that has not run yet would wait again.
             fifos.filter((_, i) => i % 2 === 0).forEach(hold);
@@ -164,7 +163,7 @@ describe("A host survives", () => {
                 answered.push(i);
             });
             await waitFor("the read to wait", () => countWaiting(host) === 1);
-            await steady.call(1_000);
+            await steady.call(500);
             assert.equal(answered.length, 0);
             writeSync(writer, "data");
             assert.equal(String(await waiting), "data");
@@ -184,7 +183,7 @@ describe("A host survives", () => {
             const client = spawn(process.execPath, [program, host.url, fifo], { stdio: ["ignore", "pipe", "inherit"] });
             await within("the client to wait", once(client.stdout, "data"));
             await waitFor("the read to wait", () => countWaiting(host) === 1);
-            await steady.call(1_000);
+            await steady.call(500);
             client.kill("SIGKILL");
             await logged(host, "has ended, but its work has not");
             closeSync(writer); // who reads comes to the end
@@ -361,7 +360,7 @@ describe("A host keeps its bounds", () => {
             };
             const sending = Promise.all(Array.from({ length: underWay }, send));
             await steady.callDuring(logged(host, "memory is short"));
-            await steady.call(5_000);
+            await steady.call(500);
             assert.ok(answered < count, "all was taken");
             const { most } = memory(host);
             test.diagnostic(`${answered} MB taken of ${count}, at most ${most} MB of memory`);
@@ -422,7 +421,7 @@ describe("A host keeps its bounds", () => {
         survives({ limits: ["nofile=60:60"] }, async (host, steady) => {
             const idle = await steady.callDuring(Promise.all(Array.from({ length: 300 }, () => RawClient.connect(host))));
             await logged(host, "cannot accept connections");
-            await steady.call(1_000);
+            await steady.call(500);
             await Promise.all(idle.map((each) => each.socket.destroy()));
             const files = await (await host.connect()).createFiles();
             await files.upload(host.path("file"), "text");
