@@ -365,7 +365,8 @@ void BlockUpload::Finish()
     const bool isClosed = handle->IsAcknowledged();
     handle.reset();
     if (!isClosed)
-        throw FileFailed(MakeUnknownFailure(remote, Step::Close, "it was not open any more"));
+        throw FileFailed(
+            MakeUnknownFailure(remote, Step::Close, "it is no longer open on the server"));
     CountWritten(position);
 }
 

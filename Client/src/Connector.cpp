@@ -197,8 +197,8 @@ void Connector::ThrowNotConnected(UA_StatusCode status) const
         throw RefusedException(Refusal::Login,
                                "cannot log in to " + url + ": the user or the password is refused");
     case UA_STATUSCODE_BADTOOMANYSESSIONS:
-        throw RefusedException(Refusal::Limit, "cannot log in to " + url +
-                                                   ": it has as many sessions as it allows");
+        throw RefusedException(Refusal::Limit,
+                               "cannot log in to " + url + ": it has no session left");
     case UA_STATUSCODE_BADCERTIFICATEUNTRUSTED:
     case UA_STATUSCODE_BADSECURITYCHECKSFAILED:
     case UA_STATUSCODE_BADCERTIFICATEINVALID:

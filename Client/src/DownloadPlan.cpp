@@ -55,8 +55,8 @@ private:
     void AddFile(const TransferItem& item)
     {
         if (GetLeaf(item.local).empty())
-            throw FileFailed(
-                MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped, "it names no file"));
+            throw FileFailed(MakeLocalFailure(item.local, Step::Open, FailureKind::Skipped,
+                                              "it is not the name of a file"));
         RequireOwnTarget(item.remote, item.local);
         DownloadFile job{item.remote, item.local, "", nullptr, std::nullopt};
         job.time = fileSystem.GetTime(item.remote, options.cancellation);
@@ -67,8 +67,7 @@ private:
     void RequireOwnTarget(const std::string& remote, const std::string& local)
     {
         if (!plan.targets.insert(NormalizeLocal(local)).second)
-            throw FileFailed(
-                SkipRemote(remote, "another source goes to the same target, " + local));
+            throw FileFailed(SkipRemote(remote, "another source has the same target: " + local));
     }
 
     void AddTree(const TransferItem& item)

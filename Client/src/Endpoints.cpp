@@ -138,10 +138,10 @@ const UA_EndpointDescription& EndpointList::Choose(const ConnectionOptions& opti
         if (encrypted != nullptr)
             break;
         if (options.login)
-            throw RefusedException(Refusal::Security,
-                                   options.url + " offers no encryption, so the password would be "
-                                                 "readable on the way; ask for a plain connection "
-                                                 "if that is all right");
+            throw RefusedException(
+                Refusal::Security,
+                options.url + " offers no encryption, so the password would be "
+                              "readable on the way; ask for a plain connection to accept that");
         RequireUnknown(options, server);
         if (plain != nullptr)
             return *plain;
@@ -149,7 +149,7 @@ const UA_EndpointDescription& EndpointList::Choose(const ConnectionOptions& opti
     }
     if (encrypted == nullptr)
         throw RefusedException(Refusal::Security,
-                               options.url + " offers no encryption that is good enough");
+                               options.url + " offers no encryption that is strong enough");
     return *encrypted;
 }
 

@@ -324,7 +324,7 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
         opened.Release();
         if (!open->outcome.opened->IsAcknowledged())
             throw OperationFailedException("cannot set permissions of " + Quote(path) +
-                                           ": the server does not say whether it worked");
+                                           ": the server did not confirm it");
         return open->outcome.opened->GetFailure();
     });
     if (result != 0)

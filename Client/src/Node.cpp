@@ -91,8 +91,8 @@ RemoteNode::State RemoteNode::Await(Waiter& waiter, const Cancellation* cancella
     while (!waiter.WaitUntil(isSettled, cancellation, deadline)) {
         const auto later = GetLastLife() + limit;
         if (later <= deadline)
-            throw ConnectionLostException("the server does not say that what was asked before the "
-                                          "connection was lost is over");
+            throw ConnectionLostException("the server does not report the end of the work from "
+                                          "before the connection was lost");
         deadline = later;
     }
     const Support::Lock lock(mutex);
@@ -136,7 +136,7 @@ void RemoteNode::SendMark()
         UA_NODEID_NUMERIC(engine.GetNamespaces().files, static_cast<UA_UInt32>(Method::Close)), 1,
         &input, &count, &outputs);
     UA_Array_delete(outputs, count, &UA_TYPES[UA_TYPES_VARIANT]);
-    RequireGood(status, "waiting for what was asked before the connection was lost");
+    RequireGood(status, "waiting for the end of the work from before the connection was lost");
 }
 
 void RemoteNode::BeginEpoch()

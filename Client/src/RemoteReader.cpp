@@ -99,7 +99,8 @@ private:
             hasRead = true;
             caller.AwaitAnswer(first);
             if (!first->outcome.bytes)
-                throw FileFailed(MakeUnknownFailure(remote, Step::Read, "it is not open any more"));
+                throw FileFailed(
+                    MakeUnknownFailure(remote, Step::Read, "it is no longer open on the server"));
             const auto bytes = first->outcome.GetBytes();
             if (bytes.empty())
                 return;
@@ -120,10 +121,8 @@ private:
         handle.reset();
         pending.clear();
         if (check->outcome.position && check->outcome.position != position)
-            throw FileFailed(
-                MakeUnknownFailure(remote, Step::Read,
-                                   "not all of its bytes arrived, though the server gave no "
-                                   "reason"));
+            throw FileFailed(MakeUnknownFailure(remote, Step::Read,
+                                                "it ended early (the server gave no reason)"));
     }
 
     Caller& caller;

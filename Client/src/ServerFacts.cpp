@@ -42,14 +42,14 @@ Namespaces ReadNamespaces(UA_Client& client, const std::string& url)
 {
     const auto value = ReadValue(client, UA_NS0ID_SERVER_NAMESPACEARRAY);
     if (!UA_Variant_hasArrayType(&*value, &UA_TYPES[UA_TYPES_STRING]))
-        throw NoConnectionException(url + " does not tell its namespaces");
+        throw NoConnectionException(url + " does not announce its namespaces");
     Namespaces namespaces;
     for (std::size_t i = 0; i < value->arrayLength; ++i)
         namespaces.uris.emplace_back(BytesOf(static_cast<const UA_String*>(value->data)[i]));
     const auto find = [&](const char* uri) {
         const auto found = std::find(namespaces.uris.begin(), namespaces.uris.end(), uri);
         if (found == namespaces.uris.end())
-            throw NoConnectionException(url + " serves no files: it does not know " + uri);
+            throw NoConnectionException(url + " serves no files: it has no namespace " + uri);
         return static_cast<UA_UInt16>(found - namespaces.uris.begin());
     };
     namespaces.files = find(filesUri);

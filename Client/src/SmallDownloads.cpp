@@ -122,7 +122,8 @@ void SmallDownloads::FinishSmall(const DownloadFile& job, const SmallFile& file)
             throw FileFailed(MakeRemoteFailure(job.remote, Step::Open, result));
         CheckAnswer(*file.read);
         if (!file.read->outcome.bytes)
-            throw FileFailed(MakeUnknownFailure(job.remote, Step::Read, "it is not open any more"));
+            throw FileFailed(
+                MakeUnknownFailure(job.remote, Step::Read, "it is no longer open on the server"));
         const DownloadPlace place = places.Find(job);
         PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false);
         hasBegun = true;

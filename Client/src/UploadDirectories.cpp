@@ -43,7 +43,7 @@ void MakeDirectories(Transfer& transfer, Caller& caller, std::vector<UploadDirec
                 transfer.tally.AddDirectory();
             else
                 transfer.tally.AddFailure(MakeUnknownFailure(part[i].remote, Step::CreateDirectory,
-                                                             "there is none afterwards"));
+                                                             "it does not exist afterwards"));
         }
     }
     std::erase_if(directories, [](const UploadDirectory& directory) { return !directory.isThere; });

@@ -77,7 +77,7 @@ private:
     void AddFile(const std::string& local, const std::string& remote, const struct stat& status)
     {
         if (!targets.insert(Normalize(remote)).second)
-            throw FileFailed(SkipLocal(local, "another source goes to the same target, " + remote));
+            throw FileFailed(SkipLocal(local, "another source has the same target: " + remote));
         UploadFile job;
         job.local = local;
         job.remote = remote;

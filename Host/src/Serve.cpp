@@ -168,7 +168,7 @@ ExitStatus Serve(PreparedHost& host, const Signals& signals)
     watcher.join();
     LogLeftOut();
     if (!drained) {
-        Log(Core::LogLevel::Error, "Host", "Stopped with work that did not come to an end");
+        Log(Core::LogLevel::Error, "Host", "Stopped with unfinished work");
         std::_Exit(static_cast<int>(ExitStatus::NotDrained));
     }
     return ExitStatus::Stopped;

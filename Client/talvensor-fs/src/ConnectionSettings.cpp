@@ -37,7 +37,7 @@ fs::path GetUserFolder(const char* variable, const char* belowHome)
     if (const auto home = GetVariable("HOME"))
         return fs::path(*home) / belowHome;
     throw Client::InvalidArgumentException(std::string("neither $") + variable +
-                                           " nor $HOME says where this program keeps its files");
+                                           " nor $HOME is set to an absolute path");
 }
 
 [[noreturn]] void Refuse(const fs::path& file, const toml::source_region& place,
@@ -125,7 +125,7 @@ public:
         if (fstat(descriptor, &status) != 0)
             Fail(std::generic_category().message(errno));
         if (!S_ISREG(status.st_mode))
-            Fail("it is no regular file");
+            Fail("it is not a regular file");
         if (status.st_uid != geteuid() && status.st_uid != 0)
             Fail("it belongs to somebody else");
         if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
@@ -200,7 +200,7 @@ Client::Security ParseSecurity(const std::string& text)
     if (text == "encrypted")
         return Client::Security::Encrypted;
     throw Client::InvalidArgumentException("'" + text +
-                                           "' is no security: auto, plain or encrypted");
+                                           "' is not a kind of security: auto, plain or encrypted");
 }
 
 std::chrono::seconds ParseTimeout(const std::string& text)
@@ -211,7 +211,7 @@ std::chrono::seconds ParseTimeout(const std::string& text)
     const auto parsed = std::from_chars(text.data(), end, seconds);
     if (parsed.ec != std::errc() || parsed.ptr != end || seconds == 0 || seconds > longest)
         throw Client::InvalidArgumentException("'" + text +
-                                               "' is no time-out: 1 to 86400 whole seconds");
+                                               "' is not a time-out: 1 to 86400 whole seconds");
     return std::chrono::seconds(seconds);
 }
 

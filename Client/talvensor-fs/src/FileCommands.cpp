@@ -48,8 +48,8 @@ std::vector<std::string> KeepFiles(const std::vector<std::string>& paths,
 void CheckThatItMayGo(const std::string& path)
 {
     if (GetBaseName(path).empty())
-        throw Client::InvalidArgumentException("rm does not delete '" + path +
-                                               "': not the root, and nothing that ends in . or ..");
+        throw Client::InvalidArgumentException("refusing to delete '" + path +
+                                               "': it is the root, or ends in . or ..");
 }
 
 const char* GetName(Client::Kind kind)

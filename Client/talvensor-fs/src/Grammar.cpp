@@ -130,7 +130,7 @@ Client::Permissions ParsePermissions(const std::string& text)
             permissions.readOnly = true;
         else
             throw Client::InvalidArgumentException("'" + text +
-                                                   "' is no mode: +x, readonly, or both");
+                                                   "' is not a mode: +x, readonly, or both");
     }
     return permissions;
 }

@@ -79,7 +79,7 @@ std::string Describe(const Client::Event& event)
         return "  " + Count(event.entries.size(), "entry", "entries") +
                (event.isLimitExceeded ? ", and more that were left out" : "");
     case Client::EventKind::Overflow:
-        return "  events were lost here: they were not taken in time";
+        return "  events were lost here: this client was too slow";
     case Client::EventKind::DeleteResult:
     case Client::EventKind::CreateDirectoryResult:
         break;

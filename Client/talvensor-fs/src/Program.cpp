@@ -133,8 +133,8 @@ private:
         const auto prompt = Prompt::Open();
         if (!prompt)
             throw Client::InvalidArgumentException(
-                "there is no terminal to ask for the password of " + *settings.user +
-                " on: --password-file FILE or $TALVENSOR_PASSWORD");
+                "no terminal to ask for the password of " + *settings.user +
+                ": use --password-file FILE or $TALVENSOR_PASSWORD");
         const auto password = prompt->AskWithoutEcho("Password of " + *settings.user + " at " +
                                                          *settings.endpoint + ": ",
                                                      interruption.GetCancellation());

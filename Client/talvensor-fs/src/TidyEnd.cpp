@@ -47,7 +47,7 @@ void TidyEnd::Watch()
         onInterruption();
     Await(over.GetDescriptor(), unnoticed);
     if (!over.IsCancelled())
-        console.Report("interrupted: closing what is open on the server, for " +
+        console.Report("interrupted: closing files on the server, for " +
                        std::to_string(Client::Cancellation::tidyTime.count()) +
                        " s at most; a second Ctrl-C ends at once");
 }

@@ -20,7 +20,7 @@ using std::chrono::seconds;
 {
     throw Client::InvalidArgumentException(
         "'" + text +
-        "' is no time: YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that "
+        "' is not a time: YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that "
         "zone, or @SECONDS since 1970");
 }
 

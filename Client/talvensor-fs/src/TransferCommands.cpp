@@ -85,7 +85,7 @@ std::string FormatTotals(const Client::TransferResult& result)
 void ReportUnfinished(Console& console, const std::string& path, Direction direction)
 {
     if (direction == Direction::Up)
-        console.Report(path + " (remote): unfinished: it holds a part of what was sent; "
+        console.Report(path + " (remote): unfinished: it holds a part of the file; "
                               "put --continue carries on");
     else
         console.Report(path + " (local): unfinished: the part that arrived is kept as " +
@@ -172,7 +172,7 @@ bool HasStandardStream(const TransferCommand& command)
 void CheckStandardStream(const TransferCommand& command)
 {
     if (command.sources.size() > 1)
-        throw Client::InvalidArgumentException("with - there is one source and one target");
+        throw Client::InvalidArgumentException("- takes one source and one target");
     if (command.resumes || command.verifies || command.isRecursive)
         throw Client::InvalidArgumentException(
             "- is a stream: it cannot be combined with -r, --continue or --verify");
@@ -182,7 +182,7 @@ ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
 {
     CheckStandardStream(command);
     if (command.target == standardStream)
-        throw Client::InvalidArgumentException("put goes to a remote path, not to -");
+        throw Client::InvalidArgumentException("the target of put is a remote path, not -");
     const auto remote = workplace.remote.Resolve(command.target);
     if (workplace.remote.GetFiles().GetKind(remote, &workplace.cancellation) ==
         Client::Kind::Directory)
@@ -197,8 +197,7 @@ ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
         result = workplace.remote.GetFiles().UploadFrom(read, remote,
                                                         MakeOptions(command, workplace, view));
     } catch (const Client::ClientException&) {
-        workplace.console.Report(remote + " (remote): unfinished: it may hold a part of what was "
-                                          "sent");
+        workplace.console.Report(remote + " (remote): unfinished: it may hold a part of the file");
         throw;
     }
     return ConcludeWithJson(result, Direction::Up, workplace);
@@ -231,7 +230,7 @@ ExitStatus GetToOutput(const GetCommand& command, const Workplace& workplace)
         throw Client::InvalidArgumentException("get takes remote paths, not -");
     if (workplace.choice.isJson)
         throw Client::InvalidArgumentException(
-            "standard output takes the file: there is no room for --json");
+            "--json cannot be combined with a transfer to standard output");
     const auto remote = workplace.remote.Resolve(command.sources.front());
     Client::TransferResult result;
     {

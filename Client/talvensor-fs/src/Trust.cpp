@@ -40,7 +40,7 @@ std::string ParseFingerprint(const std::string& text)
     });
     if (digits.size() != digitsOfSha256 || !isHexadecimal)
         throw Client::InvalidArgumentException(
-            "'" + text + "' is no fingerprint: 32 times two hexadecimal digits (SHA-256)");
+            "'" + text + "' is not a fingerprint: 32 times two hexadecimal digits (SHA-256)");
     std::string fingerprint = digits.substr(0, 2);
     for (std::size_t position = 2; position < digits.size(); position += 2)
         fingerprint += ":" + digits.substr(position, 2);
@@ -66,11 +66,11 @@ bool Trust::Decide(const Client::ServerCertificate& certificate)
         break;
     }
     return Refuse(certificate.server +
-                  " shows another certificate than before: somebody may be "
-                  "standing in for it, or its key was replaced. Before: " +
+                  " shows another certificate than before: somebody may be impersonating it, or "
+                  "its key was replaced. Before: " +
                   certificate.previousFingerprint + ". Now: " + certificate.fingerprint +
-                  ". If its operator confirms the new one, say so with --trust-fingerprint; what "
-                  "was trusted before is in " +
+                  ". If its operator confirms the new one, use --trust-fingerprint; the "
+                  "certificate that was trusted before is in " +
                   certificate.knownServers.string());
 }
 
@@ -95,9 +95,10 @@ bool Trust::AskUser(const Client::ServerCertificate& certificate)
     const auto prompt = Prompt::Open();
     if (!prompt)
         return Refuse(certificate.server +
-                      " was never seen before, and there is no terminal to ask on. Its "
+                      " is not known, and there is no terminal to ask. Its "
                       "certificate's fingerprint is " +
-                      certificate.fingerprint + "; --trust-fingerprint or --accept-new trust it");
+                      certificate.fingerprint +
+                      "; use --trust-fingerprint or --accept-new to trust it");
     const auto answer =
         prompt->Ask(certificate.server +
                         " was never seen before. Its certificate's fingerprint (SHA-256):\n  " +

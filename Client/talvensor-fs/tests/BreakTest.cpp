@@ -119,7 +119,7 @@ TEST(AnInterruptedTransfer, SaysWhatItWaitsForAndEndsThoughTheServerIsSilent)
     ASSERT_TRUE(terminal.WaitFor(" MB")) << terminal.GetSeen();
     kill(desk.host.GetProcess(), SIGSTOP); // as on a link over which nothing comes
     terminal.Type(controlC);
-    EXPECT_TRUE(terminal.WaitFor("closing what is open on the server, for 2 s at most; a second "
+    EXPECT_TRUE(terminal.WaitFor("closing files on the server, for 2 s at most; a second "
                                  "Ctrl-C ends at once"))
         << terminal.GetSeen();
     EXPECT_TRUE(terminal.WaitFor("there (remote): unfinished")) << terminal.GetSeen();
@@ -180,7 +180,7 @@ void PutOntoAFullDisk()
     EXPECT_EQ(result.error, "talvensor-fs: ./tree/full/large (remote): cannot write: not "
                             "everything could be written; the server's disk may be full\n"
                             "talvensor-fs: ./tree/full/large (remote): unfinished: it holds a part "
-                            "of what was sent; put --continue carries on\n");
+                            "of the file; put --continue carries on\n");
     for (const std::string name : {"a", "z"})
         EXPECT_TRUE(AreSame(desk.GetLocal("tree/" + name), desk.GetRemote("tree/" + name)));
 }

@@ -30,7 +30,7 @@ TEST(AnUnknownServer, IsRefusedWithoutATerminal)
     const Desk desk;
     const auto result = desk.Run({"ls"});
     EXPECT_EQ(result.status, 4);
-    EXPECT_THAT(result.error, HasSubstr("was never seen before"));
+    EXPECT_THAT(result.error, HasSubstr("is not known"));
     EXPECT_THAT(result.error, HasSubstr("--trust-fingerprint"));
     EXPECT_EQ(desk.Run({"ls"}).status, 4) << "a refused one is not remembered";
 }

@@ -248,11 +248,11 @@ UA_StatusCode EventFilters::AdaptForCurrent(UA_MonitoringParameters& parameters)
     } catch (const UaException& exception) {
         if (exception.GetStatus() != UA_STATUSCODE_BADTOOMANYOPERATIONS)
             Log(Core::LogLevel::Error, "Session",
-                fmt::format("Cannot look at an event filter: {}", exception.what()));
+                fmt::format("Cannot check an event filter: {}", exception.what()));
         return exception.GetStatus();
     } catch (const std::exception& exception) {
         Log(Core::LogLevel::Error, "Session",
-            fmt::format("Cannot look at an event filter: {}", exception.what()));
+            fmt::format("Cannot check an event filter: {}", exception.what()));
         return UA_STATUSCODE_BADINTERNALERROR;
     }
 }

@@ -309,7 +309,7 @@ void Sessions::ReportUndrained(milliseconds limit)
             continue;
         session->isReported = true;
         Log(Core::LogLevel::Warning, "Session",
-            fmt::format("Session of {} from {} has ended, but its work has not after {} ms",
+            fmt::format("Session of {} from {} ended, but its work has not drained after {} ms",
                         NameOf(session->user), session->address, limit.count()));
     }
 }

@@ -48,8 +48,8 @@ bool SharedNodes::RemoveAll(milliseconds limit)
             continue;
         areAllDone = false;
         Log(Core::LogLevel::Warning, "Host",
-            fmt::format("The shared node {} has not come to its end after {} ms",
-                        node->id.ToString(), limit.count()));
+            fmt::format("The shared node {} has not drained after {} ms", node->id.ToString(),
+                        limit.count()));
     }
     return areAllDone;
 }

@@ -21,8 +21,8 @@ Admission DecideAdmission(const std::vector<ListenAddress>& addresses,
     require(credentials.hasUsers, "there are no users: write a user file with 'talvensor-host "
                                   "passwd FILE USER' and name it with --users");
     require(credentials.hasTrustedCertificates || credentials.trustsAnyClient,
-            "no client's certificate is trusted: put those that are into the folder 'trusted' of "
-            "--pki, or say --trust-any-client to rely on passwords alone");
+            "no client's certificate is trusted: copy certificates into the folder 'trusted' of "
+            "--pki, or use --trust-any-client to rely on passwords alone");
     return {};
 }
 

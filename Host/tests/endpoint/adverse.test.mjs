@@ -35,7 +35,7 @@ async function survives({ flags = [], limits = [], status = 0, isWhole = true },
         await Promise.all(host.clients.map((client) => client.close()));
         host.process.kill("SIGTERM");
         assert.deepEqual(await within("the host to end", host.exited), { status, signal: null }, host.log);
-        assert.equal(host.log.includes("work that did not come to an end"), status === notDrained);
+        assert.equal(host.log.includes("Stopped with unfinished work"), status === notDrained);
     } finally {
         host.process.kill("SIGKILL");
         // A client that is left open looks for its host on and on, and keeps this process from ending.

@@ -14,7 +14,7 @@ it("A shared node that is stuck keeps no other from being stopped in time", asyn
     await client.close();
     host.process.kill("SIGTERM");
     assert.deepEqual(await within("the host to end", host.exited), { status: 5, signal: null }, host.log);
-    const late = host.log.match(/The shared node \S+ has not come to its end/g) ?? [];
+    const late = host.log.match(/The shared node \S+ has not drained/g) ?? [];
     assert.equal(late.length, 1, host.log);
     assert.match(late[0], /Stuck/);
 });

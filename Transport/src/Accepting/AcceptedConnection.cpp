@@ -185,8 +185,8 @@ void AcceptedConnection::OnOutputLeft()
     if (closing || output.GetSize() <= limit)
         return;
     UA_LOG_WARNING(&manager.GetLogger(), UA_LOGCATEGORY_NETWORK,
-                   "TCP %zu: closed: %s does not take what it asked for, %zu bytes wait to be sent",
-                   id, info.remoteAddress.c_str(), output.GetSize());
+                   "TCP %zu: closed: %s does not read its answers, %zu bytes are unsent", id,
+                   info.remoteAddress.c_str(), output.GetSize());
     Close();
 }
 

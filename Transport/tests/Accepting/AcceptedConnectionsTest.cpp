@@ -415,7 +415,7 @@ TEST_F(ConnectionsWithLimits, AreClosedIfTheirOutputIsNotTaken)
     });
     EXPECT_LT(sent, 100 * megabyte);
     EXPECT_TRUE(Eventually([&] { return CountClosed(id) == 1; }));
-    EXPECT_EQ(log.Count("does not take what it asked for"), 1U);
+    EXPECT_EQ(log.Count("does not read its answers"), 1U);
     other.Send("x");
     EXPECT_EQ(other.Receive(1), "x");
 }
