@@ -11,17 +11,17 @@ using CommandLine::Section;
 Section MakeConfigurationSection()
 {
     return {.title = "Configuration file",
-            .text = "A configuration file is TOML, see host.toml(5). Its keys are the names of the "
-                    "flags without the dashes; a repeatable flag takes a list. Relative paths "
-                    "start at the folder of the file. Flags on the command line take precedence.\n"
-                    "\n"
-                    "--config can name a folder, too: host.toml is read there, and then the files "
-                    "conf.d/*.toml by name; a key replaces the one of an earlier file.\n"
-                    "\n"
-                    "    root = [\"/srv/files\", \"/srv/more\"]\n"
-                    "    users = \"/etc/talvensor/users\"\n"
-                    "    max-message = \"20MB\"\n"
-                    "    trust-any-client = false\n",
+            .text =
+                "A configuration file is TOML, see host.toml(5). Its keys are the names of the "
+                "flags without the dashes; a repeatable flag takes a list. Relative paths "
+                "start at the folder of the file. Flags on the command line take precedence. "
+                "If --config names a folder, the host reads host.toml in it, then conf.d/*.toml "
+                "by name; a key replaces the value of an earlier file.\n"
+                "\n"
+                "    root = [\"/srv/files\", \"/srv/more\"]\n"
+                "    users = \"/etc/talvensor/users\"\n"
+                "    max-message = \"20MB\"\n"
+                "    trust-any-client = false\n",
             .terms = {},
             .shown = InHelpAndPage};
 }
@@ -126,12 +126,16 @@ const Manual& GetFileManual()
         .name = "host.toml",
         .chapter = "5",
         .summary = "configuration of talvensor-host",
-        .synopsis = {"/etc/talvensor/host.toml"},
+        .synopsis = {"/etc/talvensor/host.toml", "/etc/talvensor/conf.d/*.toml"},
         .description =
             "A TOML file with settings of talvensor-host(8), which reads it with --config. Each "
             "key is the name of a flag without the dashes; a flag on the command line takes "
             "precedence. Relative paths start at the folder of the file. A setting that is left "
             "out has the default in parentheses.\n"
+            "\n"
+            "If --config names a folder, as the service does, the host reads host.toml in it, "
+            "then conf.d/*.toml in the order of their names; a key there replaces the value of an "
+            "earlier file.\n"
             "\n"
             "The file, and each folder on the way to it, must belong to root or the host's user, "
             "and nobody else may write to it. talvensor-host --check reports problems with line "
