@@ -297,7 +297,7 @@ TEST_F(ACommandLine, SaysWhenAFileCannotBeRead)
     EXPECT_THAT(GetProblems({"--config", (folder.GetPath() / "none.toml").string()}),
                 ElementsAre("--config: cannot read 'none.toml': No such file or directory"));
     EXPECT_THAT(GetProblems({"--config", root.string()}),
-                ElementsAre("--config: 'root' is not a regular file"));
+                ElementsAre("--config: cannot read 'root/host.toml': No such file or directory"));
 }
 
 TEST_F(ACommandLine, ReportsWhatIsWrongWithItsFlags)
