@@ -72,6 +72,18 @@ std::shared_ptr<LogFile> PrepareLog(const Configuration& configuration, Preparat
     return nullptr;
 }
 
+/// A host whose environment names a manager that is not there still serves: the variables may be
+/// those of the service that started a shell or a container.
+ServiceNotifier ConnectToServiceManager()
+{
+    try {
+        return ServiceNotifier::Connect();
+    } catch (const std::exception& error) {
+        Log(Core::LogLevel::Warning, category, error.what());
+        return {};
+    }
+}
+
 std::unique_ptr<Core::Embedding::Runtime> LoadModules(const Configuration& configuration)
 {
     auto runtime = std::make_unique<Core::Embedding::Runtime>();
@@ -167,7 +179,6 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     DisableCoreFiles();
     Support::KeepFreedMemory();
     const auto descriptors = RaiseDescriptorLimit(configuration.limits.reservedDescriptors);
-    ServiceNotifier notifier;
     auto roots = MakeRoots(configuration);
     auto outerProcess =
         preparation == Preparation::ToServe ? StartOuterProcess(configuration, roots) : nullptr;
@@ -180,6 +191,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
                                     .hasTrustedCertificates = !pki.GetTrust().trusted.empty(),
                                     .trustsAnyClient = configuration.trustAnyClient});
     auto logFile = PrepareLog(configuration, preparation);
+    auto notifier = ConnectToServiceManager();
     MemoryGauge memory;
     const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
     auto runtime = LoadModules(configuration);

@@ -60,7 +60,7 @@ enum class Preparation
 };
 
 /// Opens and loads everything outside the roots, and then enters the sandbox. The order: signals,
-/// limits, service manager, the process that stays outside, addresses, users, key and certificates,
+/// limits, the process that stays outside, addresses, users, key and certificates,
 /// admission, log, memory gauge, modules and models, sandbox, a test of listening. Throws what its
 /// parts throw, ConfigurationException for files that others have replaced meanwhile,
 /// OpenDoorsException, and SandboxRefusedException. REQUIRES: the process has one thread.

@@ -25,6 +25,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <tuple>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -108,11 +109,17 @@ protected:
             variables.emplace_back(*each);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
+        // A terminal becomes that of the new session.
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDWR, 0);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile.c_str(),
                                          O_WRONLY | O_APPEND, 0);
-        const int error = posix_spawn(&process, TALVENSOR_HOST, &actions, nullptr,
+        const int error = posix_spawn(&process, TALVENSOR_HOST, &actions, &attributes,
                                       ToPointers(arguments).data(), ToPointers(variables).data());
+        posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
         ASSERT_EQ(error, 0);
     }
@@ -137,6 +144,7 @@ protected:
     TemporaryFolder folder;
     std::filesystem::path root = folder.MakeFolder("root");
     std::filesystem::path errorFile = folder.MakeFile("errors");
+    std::string input = "/dev/null";
     std::string socketPath = (folder.GetPath() / "notify").string();
     pid_t process = -1;
 };
@@ -152,6 +160,22 @@ TEST_F(AService, SaysWhenItServesReloadsAndStops)
                 ContainsRegex("^RELOADING=1\nMONOTONIC_USEC=[1-9][0-9]*\nSTATUS="));
     EXPECT_THAT(manager.Receive().value_or(""), ContainsRegex("^" + ready));
     kill(process, SIGTERM);
+    EXPECT_THAT(manager.Receive().value_or(""), StartsWith("STOPPING=1\n"));
+    EXPECT_EQ(Wait(), 0);
+}
+
+TEST_F(AService, StopsWhenItsTerminalGoesAway)
+{
+    const ManagerSocket manager(socketPath);
+    Support::Descriptor terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_EQ(grantpt(terminal.Get()), 0);
+    ASSERT_EQ(unlockpt(terminal.Get()), 0);
+    std::array<char, 128> name{};
+    ASSERT_EQ(ptsname_r(terminal.Get(), name.data(), name.size()), 0);
+    input = name.data();
+    Start({"NOTIFY_SOCKET=" + socketPath});
+    ASSERT_TRUE(manager.Receive());
+    terminal = Support::Descriptor();
     EXPECT_THAT(manager.Receive().value_or(""), StartsWith("STOPPING=1\n"));
     EXPECT_EQ(Wait(), 0);
 }
@@ -181,12 +205,18 @@ TEST_F(AService, SaysNothingWhenItRefusesToStart)
     EXPECT_EQ(manager.Receive(0), std::nullopt);
 }
 
-TEST_F(AService, RefusesToStartWithoutTheSocketThatItShouldTell)
+TEST_F(AService, ServesWithAWarningWhenNobodyIsThereToBeTold)
 {
-    Start({"NOTIFY_SOCKET=" + socketPath});
-    EXPECT_EQ(Wait(), 1);
-    EXPECT_THAT(ReadWhole(errorFile), HasSubstr("cannot reach the service manager at '" +
-                                                socketPath + "': No such file or directory"));
+    const auto log = folder.GetPath() / "log";
+    Start({"NOTIFY_SOCKET=" + socketPath}, {"--log-file", log.string()});
+    const auto isConfined = [&log] {
+        return ReadWhole(log).find("Confined by") != std::string::npos;
+    };
+    while (!isConfined() && waitpid(process, nullptr, WNOHANG) == 0)
+        usleep(10'000);
+    EXPECT_TRUE(isConfined());
+    EXPECT_THAT(ReadWhole(log), HasSubstr("cannot reach the service manager at '" + socketPath +
+                                          "': No such file or directory"));
 }
 
 TEST_F(AService, MarksItsLinesForTheJournalWithTheirPriority)
@@ -199,6 +229,7 @@ TEST_F(AService, MarksItsLinesForTheJournalWithTheirPriority)
     ASSERT_TRUE(manager.Receive());
     kill(process, SIGTERM);
     EXPECT_EQ(Wait(), 0);
+    EXPECT_THAT(manager.Receive().value_or(""), StartsWith("STOPPING=1\n"));
     EXPECT_THAT(ReadWhole(errorFile), HasSubstr("<6>Information Host 0 \"Confined by: "));
     EXPECT_THAT(ReadWhole(errorFile), HasSubstr("<5>Notice OpcUa 0 \""));
 
@@ -248,24 +279,25 @@ TEST(AServiceNotifier, HasNoIntervalUnlessItsOwnProcessIsWatched)
     const TemporaryFolder folder;
     const auto path = (folder.GetPath() / "notify").string();
     const ManagerSocket manager(path);
-    EXPECT_EQ(ServiceNotifier().GetAliveInterval(), std::nullopt);
+    EXPECT_EQ(ServiceNotifier::Connect().GetAliveInterval(), std::nullopt);
     const Variable socket("NOTIFY_SOCKET", path);
-    EXPECT_EQ(ServiceNotifier().GetAliveInterval(), std::nullopt);
+    EXPECT_EQ(ServiceNotifier::Connect().GetAliveInterval(), std::nullopt);
     const Variable time("WATCHDOG_USEC", "30000000");
-    EXPECT_EQ(ServiceNotifier().GetAliveInterval(), std::chrono::seconds(15));
+    EXPECT_EQ(ServiceNotifier::Connect().GetAliveInterval(), std::chrono::seconds(15));
     {
         const Variable other("WATCHDOG_PID", std::to_string(getpid() + 1));
-        EXPECT_EQ(ServiceNotifier().GetAliveInterval(), std::nullopt);
+        EXPECT_EQ(ServiceNotifier::Connect().GetAliveInterval(), std::nullopt);
     }
     const Variable own("WATCHDOG_PID", std::to_string(getpid()));
-    EXPECT_EQ(ServiceNotifier().GetAliveInterval(), std::chrono::seconds(15));
+    EXPECT_EQ(ServiceNotifier::Connect().GetAliveInterval(), std::chrono::seconds(15));
 }
 
 TEST(AServiceNotifier, RefusesASocketThatItDoesNotKnow)
 {
     for (const auto& name : {std::string("vsock:2:1"), "/" + std::string(200, 'x')}) {
         const Variable socket("NOTIFY_SOCKET", name);
-        EXPECT_THROW(const ServiceNotifier notifier, Core::InvalidArgumentException) << name;
+        EXPECT_THROW(std::ignore = ServiceNotifier::Connect(), Core::InvalidArgumentException)
+            << name;
     }
 }
 

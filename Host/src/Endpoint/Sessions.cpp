@@ -261,7 +261,9 @@ void Sessions::CloseIf(UA_Server& server, const std::function<bool(const ClientS
         Log(Core::LogLevel::Notice, "Session",
             fmt::format("Session of {} from {} is closed: {}", NameOf(session->user),
                         session->address, reason));
+        const ConnectionId connection = session->connection;
         static_cast<void>(UA_Server_closeSession(&server, &*session->id));
+        loop.CloseConnection(connection);
     }
 }
 

@@ -79,7 +79,8 @@ public:
     UA_StatusCode Activate(UA_Server& server, const UA_NodeId& id, const UA_ByteString& certificate,
                            const std::optional<UserCredentials>& credentials, void** context);
 
-    /// Closes the sessions for which `mustEnd` returns true, and logs the reason.
+    /// Closes the sessions for which `mustEnd` returns true, with their connections, and logs the
+    /// reason.
     void CloseIf(UA_Server& server, const std::function<bool(const ClientSession&)>& mustEnd,
                  const std::string& reason);
 

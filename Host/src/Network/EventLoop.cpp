@@ -284,6 +284,11 @@ void EventLoop::HoldConnection(ConnectionId connection, bool isHeld)
     implementation->GetConnections().Hold(connection, isHeld);
 }
 
+void EventLoop::CloseConnection(ConnectionId connection)
+{
+    static_cast<void>(implementation->GetConnections().CloseConnection(connection));
+}
+
 void EventLoop::CloseAbandonedConnections()
 {
     implementation->GetConnections().CloseAbandoned();

@@ -123,6 +123,7 @@ public:
     [[nodiscard]] OpcUa::MessageObserver& GetMessageObserver() noexcept;
 
     void HoldConnection(ConnectionId connection, bool isHeld);
+    void CloseConnection(ConnectionId connection);
     void CloseAbandonedConnections();
     void MarkAdmitted(ConnectionId connection, bool isAdmitted);
     void CloseOverdueConnections();

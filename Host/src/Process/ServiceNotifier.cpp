@@ -35,7 +35,7 @@ std::optional<std::uint64_t> ReadNumber(const char* name)
     return number;
 }
 
-Support::Descriptor Connect(const std::string& name)
+Support::Descriptor ConnectTo(const std::string& name)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -82,13 +82,15 @@ std::uint64_t GetMonotonicTime()
 
 } // namespace
 
-ServiceNotifier::ServiceNotifier()
+ServiceNotifier ServiceNotifier::Connect()
 {
+    ServiceNotifier notifier;
     const auto name = ReadEnvironment("NOTIFY_SOCKET");
-    if (name.empty())
-        return;
-    socket = Connect(name);
-    aliveInterval = ReadAliveInterval();
+    if (!name.empty()) {
+        notifier.socket = ConnectTo(name);
+        notifier.aliveInterval = ReadAliveInterval();
+    }
+    return notifier;
 }
 
 void ServiceNotifier::NotifyReady(const std::string& status) const

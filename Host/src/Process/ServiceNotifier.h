@@ -10,14 +10,17 @@
 namespace Host {
 
 /// Tells the service manager that started the host how it is getting on, by the protocol of
-/// sd_notify(3). Without such a manager it does nothing. Any thread may call any function.
+/// sd_notify(3). Any thread may call any function.
 class ServiceNotifier
 {
 public:
-    /// Connects to the socket that NOTIFY_SOCKET names, if it is set. Construct it before the
-    /// sandbox is entered, which hides the socket. Throws std::system_error if the socket cannot be
-    /// reached, and InvalidArgumentException if it is neither a path nor an abstract name.
-    ServiceNotifier();
+    /// Has no manager: tells nobody.
+    ServiceNotifier() = default;
+
+    /// Connects to the socket that NOTIFY_SOCKET names, if it is set. Call it before the sandbox is
+    /// entered, which hides the socket. Throws std::system_error if the socket cannot be reached,
+    /// and InvalidArgumentException if it is neither a path nor an abstract name.
+    [[nodiscard]] static ServiceNotifier Connect();
 
     /// The host serves; `status` says so in a few words.
     void NotifyReady(const std::string& status) const;
@@ -37,7 +40,7 @@ public:
 private:
     void Send(std::string_view text, int flags) const;
 
-    // Constant after the constructor:
+    // Constant once it is connected:
     Support::Descriptor socket; // not open: there is no manager
     std::optional<std::chrono::milliseconds> aliveInterval;
 };
