@@ -194,7 +194,7 @@ TEST_F(AService, SaysThatItIsAliveAsLongAsItServes)
     Start({"NOTIFY_SOCKET=" + socketPath, "WATCHDOG_USEC=20000"});
     EXPECT_THAT(manager.Receive().value_or(""), StartsWith("READY=1\n"));
     for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+        ASSERT_EQ(manager.Receive(), "WATCHDOG=1");
 }
 
 TEST_F(AService, SaysNothingWhenItRefusesToStart)
