@@ -130,8 +130,8 @@ build_tree() {
 
 # test_tree RELEASE: prints the archive of a tree as a small machine has it, with systemd.
 test_tree() {
-    local packages=apt,ca-certificates,dbus,man-db,passwd,systemd,systemd-sysv
-    tree "$1-machine" "$1" "$packages" --variant=apt --include="$packages"
+    local included=apt,ca-certificates,dbus,man-db,passwd,systemd,systemd-sysv
+    tree "$1-machine" "$1" "$included" --variant=apt --include="$included"
 }
 
 # enter TREE COMMAND...: runs a command in a tree. Mounts and processes end with it. It has a network
