@@ -103,14 +103,22 @@ void NodeSetReader::AddType(const NodeSetContents& contents, const NodeElement& 
         model.Add(DataTypeReader(contents).Read(element, superType));
 }
 
+/// Object types check theirs themselves.
+bool NodeSetReader::IsExtensionOf(NodeClass nodeClass, std::string_view name)
+{
+    if (nodeClass == NodeClass::Variable)
+        return name == "Outcome" || name == "Handle";
+    return nodeClass == NodeClass::Method && name == "Change";
+}
+
 void NodeSetReader::CheckExtensions(const NodeSetGraph& graph) const
 {
     for (const auto& element : graph.GetElements()) {
         if (element.nodeClass == NodeClass::ObjectType)
             continue;
         for (const auto& extension : NodeSetContents::GetExtensions(element))
-            if (element.nodeClass != NodeClass::Variable || GetLocalName(extension) != "Outcome")
-                document.Fail(extension, fmt::format("the extension '{}' is for object types",
+            if (!IsExtensionOf(element.nodeClass, GetLocalName(extension)))
+                document.Fail(extension, fmt::format("the extension '{}' is for other nodes",
                                                      extension.name()));
     }
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <pugixml.hpp>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -34,6 +35,7 @@ private:
 
     /// Adds a type after its supertypes; does nothing when it has been added.
     void AddType(const NodeSetContents& contents, const NodeElement& element);
+    [[nodiscard]] static bool IsExtensionOf(NodeClass nodeClass, std::string_view name);
     void CheckExtensions(const NodeSetGraph& graph) const;
     void CheckGeneratedEvents(const NodeSetGraph& graph) const;
 

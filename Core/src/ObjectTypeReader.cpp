@@ -58,7 +58,53 @@ MethodDescription ObjectTypeReader::ReadMethod(const NodeElement& element) const
         id = property->id;
         (isInput ? method.inputs : method.outputs) = ReadArguments(*property);
     }
+    method.change = ReadChange(element, method);
     return method;
+}
+
+std::optional<ChangeDescription> ObjectTypeReader::ReadChange(const NodeElement& element,
+                                                              const MethodDescription& method) const
+{
+    std::optional<ChangeDescription> change;
+    for (const auto& extension : NodeSetContents::GetExtensions(element)) {
+        if (GetLocalName(extension) != "Change")
+            document.Fail(extension,
+                          fmt::format("the extension '{}' is not known", extension.name()));
+        if (change)
+            document.Fail(extension, "the method has a change already");
+        change = ParseChange(extension);
+        for (const auto* const name : {&change->subject, &change->exceptArgument})
+            RequireArgument(extension, *name, {&method.inputs});
+        RequireArgument(extension, change->handle, {&method.inputs, &method.outputs});
+    }
+    return change;
+}
+
+ChangeDescription ObjectTypeReader::ParseChange(const pugi::xml_node& xml) const
+{
+    ChangeDescription change;
+    change.subject = xml.attribute("Subject").value();
+    change.handle = xml.attribute("Handle").value();
+    change.isLast = document.ParseFlag(xml, "Last");
+    const std::string except = xml.attribute("Except").value();
+    if (except.empty())
+        return change;
+    const auto equals = std::min(except.find('='), except.size());
+    change.exceptArgument = except.substr(0, equals);
+    change.exceptValue = document.ParseNumber<int>(
+        xml, except.substr(std::min(equals + 1, except.size())), "the number of an exception");
+    return change;
+}
+
+/// Fails unless the name is empty or that of an argument in one of the lists.
+void ObjectTypeReader::RequireArgument(const pugi::xml_node& xml, const std::string& name,
+                                       std::initializer_list<const ArgumentList*> lists) const
+{
+    const bool isKnown = std::ranges::any_of(lists, [&name](const ArgumentList* list) {
+        return std::ranges::find(*list, name, &ArgumentDescription::name) != list->end();
+    });
+    if (!name.empty() && !isKnown)
+        document.Fail(xml, fmt::format("the method has no such argument '{}'", name));
 }
 
 std::vector<ArgumentDescription> ObjectTypeReader::ReadArguments(const NodeElement& property) const
@@ -126,13 +172,23 @@ EventFieldDescription ObjectTypeReader::ReadEventField(const NodeElement& elemen
     field.valueRank =
         contents.ReadValueRank(element.xml, element.xml.attribute("ValueRank").value());
     field.outcome = ReadOutcome(element);
+    field.isHandle = IsHandle(element);
     return field;
+}
+
+bool ObjectTypeReader::IsHandle(const NodeElement& element)
+{
+    return std::ranges::any_of(NodeSetContents::GetExtensions(element), [](const auto& extension) {
+        return GetLocalName(extension) == "Handle";
+    });
 }
 
 std::optional<OutcomeDescription> ObjectTypeReader::ReadOutcome(const NodeElement& element) const
 {
     std::optional<OutcomeDescription> outcome;
     for (const auto& extension : NodeSetContents::GetExtensions(element)) {
+        if (GetLocalName(extension) == "Handle")
+            continue;
         if (GetLocalName(extension) != "Outcome")
             document.Fail(extension,
                           fmt::format("the extension '{}' is not known", extension.name()));

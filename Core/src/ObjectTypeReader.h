@@ -3,7 +3,9 @@
 #include "Core/Embedding/InformationModel.h"
 #include "NodeSetContents.h"
 
+#include <initializer_list>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace Core::Embedding {
@@ -21,14 +23,22 @@ public:
                                              const NodeId& superType) const;
 
 private:
+    using ArgumentList = std::vector<ArgumentDescription>;
+
     void ReadMethods(const NodeElement& element, ObjectTypeDescription& type) const;
     [[nodiscard]] MethodDescription ReadMethod(const NodeElement& element) const;
-    [[nodiscard]] std::vector<ArgumentDescription> ReadArguments(const NodeElement& property) const;
+    [[nodiscard]] std::optional<ChangeDescription>
+    ReadChange(const NodeElement& element, const MethodDescription& method) const;
+    [[nodiscard]] ChangeDescription ParseChange(const pugi::xml_node& xml) const;
+    void RequireArgument(const pugi::xml_node& xml, const std::string& name,
+                         std::initializer_list<const ArgumentList*> lists) const;
+    [[nodiscard]] ArgumentList ReadArguments(const NodeElement& property) const;
     [[nodiscard]] ArgumentDescription ReadArgument(const pugi::xml_node& xml) const;
     [[nodiscard]] std::vector<unsigned int> ReadArrayDimensions(const pugi::xml_node& xml,
                                                                 int valueRank) const;
     void ReadEventFields(const NodeElement& element, ObjectTypeDescription& type) const;
     [[nodiscard]] EventFieldDescription ReadEventField(const NodeElement& element) const;
+    [[nodiscard]] static bool IsHandle(const NodeElement& element);
     [[nodiscard]] std::optional<OutcomeDescription> ReadOutcome(const NodeElement& element) const;
     [[nodiscard]] std::optional<Guid> ReadBehaviourFactory(const NodeElement& element) const;
     [[nodiscard]] Guid ReadFactoryGuid(const pugi::xml_node& xml) const;

@@ -234,6 +234,29 @@ TEST_F(ThePublishedModel, TiesTheFileSystemTypeToItsFactory)
     EXPECT_EQ(model.GetBehaviourFactory(Own(54)), std::nullopt);
 }
 
+TEST_F(ThePublishedModel, TellsTheMethodsThatChangeSomething)
+{
+    std::vector<std::string> changing;
+    for (const auto& method : model.GetMethods(Own(1)))
+        if (method.change)
+            changing.push_back(method.browseName.GetName());
+    EXPECT_THAT(changing, ElementsAre("Open", "Close", "UploadFile", "OpenWrite", "Write",
+                                      "WriteClose", "CreateDirectory", "Delete", "SetDateTime"));
+
+    const auto open = GetMethod("Open").change.value();
+    EXPECT_EQ(open.subject, "path");
+    EXPECT_EQ(open.handle, "fileHandle");
+    EXPECT_FALSE(open.isLast);
+    EXPECT_EQ(open.exceptArgument, "mode");
+    EXPECT_EQ(open.exceptValue, 1); // for reading
+    EXPECT_EQ(GetMethod("Delete").change.value().subject, "paths");
+    EXPECT_TRUE(GetMethod("WriteClose").change.value().isLast);
+
+    const auto& fields = model.GetObjectType(Own(54)).eventFields;
+    EXPECT_TRUE(fields.at(0).isHandle);
+    EXPECT_FALSE(fields.at(1).isHandle);
+}
+
 TEST_F(ThePublishedModel, HasTheFifteenMethodsInTheirOrder)
 {
     EXPECT_THAT(GetNames(model.GetMethods(Own(1))),
@@ -999,7 +1022,19 @@ const std::array objectTypeDefects{
         "FactoryOfAMethod", "<Description>Starts it.</Description>",
         R"(<Extensions><Extension><BehaviourFactory xmlns="urn:Talvensor:Core:Model"/></Extension></Extensions>)",
         "<BehaviourFactory", "'ns=2;i=20' (2:Start)",
-        "the extension 'BehaviourFactory' is for object types"},
+        "the extension 'BehaviourFactory' is not known"},
+    Defect{
+        "ChangeOfAnUnknownArgument", "<Description>Starts it.</Description>",
+        R"(<Extensions><Extension><Change xmlns="urn:Talvensor:Core:Model" Subject="nothing"/></Extension></Extensions>)",
+        "<Change", "'ns=2;i=20' (2:Start)", "the method has no such argument 'nothing'"},
+    Defect{"ChangeTwice", "<Description>Starts it.</Description>",
+           R"(<Extensions><Extension><Change xmlns="urn:Talvensor:Core:Model"/></Extension>
+        <Extension><Change2:Change xmlns:Change2="urn:Talvensor:Core:Model"/></Extension></Extensions>)",
+           "<Change2:", "'ns=2;i=20' (2:Start)", "the method has a change already"},
+    Defect{
+        "AnotherExtensionOfAMethod", "<Description>Starts it.</Description>",
+        R"(<Extensions><Extension><Handle xmlns="urn:Talvensor:Core:Model"/></Extension></Extensions>)",
+        "<Handle", "'ns=2;i=20' (2:Start)", "the extension 'Handle' is not known"},
 };
 
 constexpr std::string_view end = "</UANodeSet>";

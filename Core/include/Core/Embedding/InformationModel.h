@@ -33,12 +33,27 @@ struct ArgumentDescription
     std::string description;
 };
 
+/// The way in which a method changes something, for records of its calls. Names are those of
+/// arguments, empty without such an argument.
+struct ChangeDescription
+{
+    std::string subject; ///< an input, text or texts, that names the things that are changed
+    /// An input or output: the handle of work that takes several calls. An output begins the work,
+    /// an input goes on with it.
+    std::string handle;
+    bool isLast = false; ///< the last call with its handle; the work ends with an event
+    /// An input and its number with which a call changes nothing.
+    std::string exceptArgument;
+    long exceptValue = 0;
+};
+
 struct MethodDescription : NodeDescription
 {
     NodeId inputArgumentsId; ///< the property node; empty without inputs
     std::vector<ArgumentDescription> inputs;
     NodeId outputArgumentsId; ///< the property node; empty without outputs
     std::vector<ArgumentDescription> outputs;
+    std::optional<ChangeDescription> change; ///< of a method that changes something
 };
 
 /// The meaning of the number in a field of an event. Every number but `success` reports a failure.
@@ -54,6 +69,7 @@ struct EventFieldDescription : NodeDescription
     NodeId dataType;
     int valueRank = -1;
     std::optional<OutcomeDescription> outcome; ///< of a field that has one
+    bool isHandle = false; ///< the handle of the work that the event tells the end of
 };
 
 /// An object type or event type. The lists hold the type's own additions without the inherited
@@ -120,9 +136,11 @@ public:
     ///
     /// The extensions of a type name the factory of its behaviours, in an element
     /// `BehaviourFactory` of the XML namespace "urn:Talvensor:Core:Model" whose attribute `Guid`
-    /// has the 32 digits. The extensions of an event field describe its outcome, in an element
-    /// `Outcome` with the attribute `Success` and an element `Text` with the attribute `Value` for
-    /// each number that has a text.
+    /// has the 32 digits. The extensions of a method that changes something say so, in an element
+    /// `Change` with the attributes of ChangeDescription: `Subject`, `Handle`, `Last` ("true"),
+    /// `Except` ("ARGUMENT=NUMBER"). The extensions of an event field describe its outcome, in an
+    /// element `Outcome` with the attribute `Success` and an element `Text` with the attribute
+    /// `Value` for each number that has a text, or mark it as a handle, with an element `Handle`.
     ///
     /// Throws SystemException when the file cannot be read, and InvalidModelException naming the
     /// file, the line, the node and the fault; then the model is unchanged, but a namespace that
