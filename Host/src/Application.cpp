@@ -49,6 +49,8 @@ std::shared_ptr<LogFile> StartLog(const Configuration& configuration)
 {
     using Core::Embedding::LogControl;
     LogControl::SetLevel(configuration.logLevel);
+    for (const auto& [name, level] : configuration.categoryLevels)
+        LogControl::SetLevel(name, level);
     std::shared_ptr<LogFile> file;
     if (configuration.logFile)
         file = std::make_shared<LogFile>(OpenLogFile(*configuration.logFile));
@@ -61,6 +63,18 @@ std::shared_ptr<LogFile> StartLog(const Configuration& configuration)
         Log(Core::LogLevel::Warning, category,
             "The host runs as root; a user with access to the roots is enough");
     return file;
+}
+
+/// Returns null if there is no file for audit lines alone.
+std::shared_ptr<AppendedFile> PrepareAudit(const Configuration& configuration,
+                                           Preparation preparation)
+{
+    if (configuration.auditFile && preparation == Preparation::ToServe)
+        return std::make_shared<AppendedFile>(*configuration.auditFile,
+                                              OpenLogFile(*configuration.auditFile));
+    if (configuration.auditFile)
+        CheckLogFile(*configuration.auditFile);
+    return nullptr;
 }
 
 std::shared_ptr<LogFile> PrepareLog(const Configuration& configuration, Preparation preparation)
@@ -192,6 +206,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
                                     .trustsAnyClient = configuration.trustAnyClient});
     auto logFile = PrepareLog(configuration, preparation);
     auto notifier = ConnectToServiceManager();
+    auto auditFile = PrepareAudit(configuration, preparation);
     MemoryGauge memory;
     const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
     auto runtime = LoadModules(configuration);
@@ -204,6 +219,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
             .users = std::move(users),
             .pki = std::move(pki),
             .admission = admission,
+            .auditFile = std::move(auditFile),
             .descriptors = descriptors,
             .memory = std::move(memory),
             .memoryLimit = memoryLimit,

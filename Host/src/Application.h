@@ -2,6 +2,7 @@
 
 #include "Configuration/Configuration.h"
 #include "Core/Embedding/Runtime.h"
+#include "Log/AppendedFile.h"
 #include "Log/LogFile.h"
 #include "Network/Addresses.h"
 #include "Network/Admission.h"
@@ -41,7 +42,8 @@ struct PreparedHost
     std::unique_ptr<Users> users; ///< null: anybody may log in, see `admission`
     Pki pki;
     Admission admission;
-    std::uint64_t descriptors = 0; ///< the number that the process may have
+    std::shared_ptr<AppendedFile> auditFile; ///< null: audit lines go to the log alone
+    std::uint64_t descriptors = 0;           ///< the number that the process may have
     MemoryGauge memory;
     std::uint64_t memoryLimit = 0;
     /// Has loaded the modules and their models.
@@ -61,7 +63,7 @@ enum class Preparation
 
 /// Opens and loads everything outside the roots, and then enters the sandbox. The order: signals,
 /// limits, the process that stays outside, addresses, users, key and certificates,
-/// admission, log, memory gauge, modules and models, sandbox, a test of listening. Throws what its
+/// admission, logs, memory gauge, modules and models, sandbox, a test of listening. Throws what its
 /// parts throw, ConfigurationException for files that others have replaced meanwhile,
 /// OpenDoorsException, and SandboxRefusedException. REQUIRES: the process has one thread.
 [[nodiscard]] PreparedHost PrepareHost(Configuration configuration,

@@ -21,6 +21,7 @@ constexpr const char* category = "Host";
 constexpr const char* usersTask = "users";
 constexpr const char* trustTask = "trust";
 constexpr const char* logTask = "log";
+constexpr const char* auditTask = "audit";
 
 std::string Count(std::size_t number, const std::string& thing)
 {
@@ -66,10 +67,21 @@ OuterResult ReadTrustOutside(const Configuration& configuration, const std::vect
     return result;
 }
 
+OuterResult OpenOutside(const std::filesystem::path& file, const Configuration& configuration,
+                        const std::vector<Root>& roots)
+{
+    PathTrust(roots, configuration.trustedOwner).Check(file, FileUse::Append);
+    return {.texts = {}, .descriptor = OpenLogFile(file)};
+}
+
 OuterResult OpenLogOutside(const Configuration& configuration, const std::vector<Root>& roots)
 {
-    PathTrust(roots, configuration.trustedOwner).Check(*configuration.logFile, FileUse::Append);
-    return {.texts = {}, .descriptor = OpenLogFile(*configuration.logFile)};
+    return OpenOutside(*configuration.logFile, configuration, roots);
+}
+
+OuterResult OpenAuditOutside(const Configuration& configuration, const std::vector<Root>& roots)
+{
+    return OpenOutside(*configuration.auditFile, configuration, roots);
 }
 
 } // namespace
@@ -88,6 +100,8 @@ std::unique_ptr<OuterProcess> StartOuterProcess(const Configuration& configurati
     add(trustTask, ReadTrustOutside);
     if (configuration.logFile)
         add(logTask, OpenLogOutside);
+    if (configuration.auditFile)
+        add(auditTask, OpenAuditOutside);
     return std::make_unique<OuterProcess>(tasks, configuration.sandbox
                                                      ? OuterProcess::Filter::SystemCalls
                                                      : OuterProcess::Filter::None);
@@ -111,6 +125,8 @@ void Reload::Run(int interruption)
     // The log first: the new file gets the lines about the others.
     if (host.logFile)
         attempt(&Reload::OpenLog, "Cannot open the log file again, the old one stays in use");
+    if (host.auditFile)
+        attempt(&Reload::OpenAudit, "Cannot open the audit log again, the old one stays in use");
     if (host.configuration.usersFile)
         attempt(&Reload::ReadUsers, "Cannot read the users again, the old ones stay in force");
     attempt(&Reload::ReadTrust,
@@ -121,6 +137,12 @@ void Reload::OpenLog(int interruption)
 {
     host.logFile->Replace(host.outerProcess->Run(logTask, interruption).descriptor);
     Log(Core::LogLevel::Notice, category, "Opened the log file again");
+}
+
+void Reload::OpenAudit(int interruption)
+{
+    host.auditFile->Replace(host.outerProcess->Run(auditTask, interruption).descriptor);
+    Log(Core::LogLevel::Notice, category, "Opened the audit log again");
 }
 
 void Reload::ReadUsers(int interruption)

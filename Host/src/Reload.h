@@ -33,6 +33,7 @@ private:
     void ReadUsers(int interruption);
     void ReadTrust(int interruption);
     void OpenLog(int interruption);
+    void OpenAudit(int interruption);
 
     PreparedHost& host;
     Endpoint& endpoint;

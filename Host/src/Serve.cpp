@@ -1,5 +1,6 @@
 #include "Serve.h"
 
+#include "Audit/AuditLog.h"
 #include "Endpoint/Endpoint.h"
 #include "Log/Log.h"
 #include "Process/Console.h"
@@ -154,8 +155,13 @@ std::thread AnswerSignals(const PreparedHost& host, Endpoint& endpoint, Reload& 
 ExitStatus Serve(PreparedHost& host, const Signals& signals)
 {
     Doorkeeper doorkeeper(host.users.get());
+    AuditLog audit(host.auditFile, host.configuration.auditForm);
+    auto settings = MakeSettings(host);
+    settings.audit = [&audit](AuditRecord record) {
+        audit.Write(std::move(record));
+    };
     Endpoint endpoint(
-        *host.runtime, MakeSettings(host),
+        *host.runtime, std::move(settings),
         [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
     if (host.sandbox.hasSystemCallFilter)
         RefuseNewSockets();
@@ -168,6 +174,7 @@ ExitStatus Serve(PreparedHost& host, const Signals& signals)
     watcher.join();
     LogLeftOut();
     if (!drained) {
+        audit.Flush(std::chrono::seconds(2));
         Log(Core::LogLevel::Error, "Host", "Stopped with unfinished work");
         std::_Exit(static_cast<int>(ExitStatus::NotDrained));
     }

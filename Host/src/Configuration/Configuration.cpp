@@ -130,10 +130,8 @@ private:
             ExamineFile("users", 0, *configuration.usersFile);
             RequireTrust("users", 0, *configuration.usersFile, FileUse::ReadSecret);
         }
-        if (configuration.logFile) {
-            ExamineFolderOf("log-file", *configuration.logFile);
-            RequireTrust("log-file", 0, *configuration.logFile, FileUse::Append);
-        }
+        ExamineLog("log-file", configuration.logFile);
+        ExamineLog("audit-log", configuration.auditFile);
         for (const auto& file : configuration.files)
             RequireTrust("config", 0, file, FileUse::Read);
         RequireTrust("root", 0, FindProgram(), FileUse::Run);
@@ -150,6 +148,14 @@ private:
         } catch (const Core::NotFoundException& error) {
             Report("pki", 0, error.GetMessage());
         }
+    }
+
+    void ExamineLog(const std::string& setting, const std::optional<Path>& file)
+    {
+        if (!file)
+            return;
+        ExamineFolderOf(setting, *file);
+        RequireTrust(setting, 0, *file, FileUse::Append);
     }
 
     void ExamineFolderOf(const std::string& setting, const Path& file)

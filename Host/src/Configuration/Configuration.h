@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audit/AuditForm.h"
 #include "Core/Exception.h"
 #include "Core/LogEntry.h"
 
@@ -84,6 +85,11 @@ struct Configuration
     Core::LogLevel logLevel = Core::LogLevel::Information;
     /// Empty: standard error.
     std::optional<std::filesystem::path> logFile;
+    /// The levels of categories that have one of their own.
+    std::map<std::string, Core::LogLevel> categoryLevels;
+    /// The audit lines, beside those in the log. Empty: no file.
+    std::optional<std::filesystem::path> auditFile;
+    AuditForm auditForm = AuditForm::Text;
 
     /// The time that a session is kept after its connection broke.
     std::chrono::milliseconds grace{5'000};

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <limits>
 #include <pwd.h>
+#include <sstream>
 #include <utility>
 
 namespace Host {
@@ -152,6 +153,28 @@ Core::LogLevel ParseLevel(const std::string& text)
     Refuse(text, "is not one of the levels " + known);
 }
 
+/// Takes levels and pairs of a category and its level, also several in one text with commas.
+void SetLevels(Configuration& all, const Words& values)
+{
+    for (const auto& value : values) {
+        std::istringstream parts(value);
+        for (std::string part; std::getline(parts, part, ',');) {
+            const auto equals = part.find('=');
+            if (equals == std::string::npos)
+                all.logLevel = ParseLevel(part);
+            else
+                all.categoryLevels[part.substr(0, equals)] = ParseLevel(part.substr(equals + 1));
+        }
+    }
+}
+
+AuditForm ParseAuditForm(const std::string& text)
+{
+    if (text != "text" && text != "json")
+        Refuse(text, "is not one of text, json");
+    return text == "json" ? AuditForm::Json : AuditForm::Text;
+}
+
 /// Checks names of nodes. They become browse names, which clients see and type.
 std::vector<std::string> ParseNodeNames(const Words& values)
 {
@@ -275,14 +298,25 @@ std::vector<Setting> MakeLogSettings()
 {
     using enum SettingKind;
     return {
-        {"log-level", Text, false, "Log", "LEVEL",
-         "off, error, warning, notice, information, detail, debug or trace (information)",
+        {"log-level", Text, true, "Log", "LEVEL",
+         "off, error, warning, notice, information, detail, debug or trace (information); "
+         "CATEGORY=LEVEL sets the level of one category, such as Network=error",
          [](Configuration& all, const Words& values) {
-             all.logLevel = ParseLevel(values.front());
+             SetLevels(all, values);
          }},
         {"log-file", Path, false, "Log", "FILE", "append the log to this file (standard error)",
          [](Configuration& all, const Words& values) {
              all.logFile = ParsePath(values.front());
+         }},
+        {"audit-log", Path, false, "Log", "FILE",
+         "append a line for each call that changes something to this file, too (only the log)",
+         [](Configuration& all, const Words& values) {
+             all.auditFile = ParsePath(values.front());
+         }},
+        {"audit-format", Text, false, "Log", "FORMAT",
+         "the lines of --audit-log: text or json (text)",
+         [](Configuration& all, const Words& values) {
+             all.auditForm = ParseAuditForm(values.front());
          }},
     };
 }

@@ -23,7 +23,8 @@ struct ClientSession
 {
     // Constant.
     Ua<UA_NodeId> id;
-    std::string user; ///< empty: anonymous
+    std::uint64_t number = 0; ///< counts the sessions of this process from 1 on
+    std::string user;         ///< empty: anonymous
     std::string address;
     std::string certificate; ///< the client's, in DER form; empty: the connection is not encrypted
     std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();

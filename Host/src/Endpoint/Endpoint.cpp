@@ -3,6 +3,7 @@
 #include "Core/Exception.h"
 #include "Core/NamespaceMap.h"
 #include "Endpoint/AccessControl.h"
+#include "Endpoint/CallAudit.h"
 #include "Endpoint/ClientTrust.h"
 #include "Endpoint/DataTypeDefinitions.h"
 #include "Endpoint/EventBacklog.h"
@@ -192,6 +193,7 @@ private:
     EventBacklog backlog;
     EventPacing pacing;
     EventRelay events;
+    CallAudit audit;
     MethodCalls calls;
     OwnObjects ownObjects;
     SharedNodes sharedNodes;
@@ -217,7 +219,8 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , backlog(namespaces, settings.waitingEvents)
     , pacing(*server, loop, settings.waitingEvents)
     , events(*server, loop, runtime, namespaces, values, objects, backlog, pacing)
-    , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions)
+    , audit(*model, settings.audit)
+    , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions, audit)
     , ownObjects(runtime, loop, objects, events, settings.ownObjectsPerSession)
     , sharedNodes(runtime, objects, events)
 {
@@ -312,6 +315,7 @@ void Endpoint::Implementation::SetObservers()
         [this](ConnectionId connection) { return sessions.Find(connection); });
     if (settings.isMemoryShort)
         loop.SetMemoryBrake(settings.isMemoryShort);
+    events.SetObserver([this](const Core::Embedding::Event& event) { audit.OnEvent(event); });
 }
 
 void Endpoint::Implementation::OnSessionEnded(ClientSession& session)
@@ -320,7 +324,10 @@ void Endpoint::Implementation::OnSessionEnded(ClientSession& session)
     backlog.Forget(session);
     pacing.Forget(session);
     objects.RemoveOwned(session);
-    session.worker.Post([this, &session] { ownObjects.RemoveAll(session); });
+    session.worker.Post([this, &session] {
+        ownObjects.RemoveAll(session);
+        audit.EndSession(session);
+    });
     loop.Post([this, owner = &session] { loop.EndSubscriptions(owner); });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Audit/AuditRecord.h"
 #include "Endpoint/Sessions.h"
 #include "Users/Pki.h"
 
@@ -46,6 +47,9 @@ struct EndpointSettings
     /// How often to call `onAlive` on the thread that serves; nothing: never.
     std::optional<std::chrono::milliseconds> aliveInterval;
     std::function<void()> onAlive;
+    /// Takes the audit records. Any thread calls it; it does not wait.
+    std::function<void(AuditRecord)> audit = [](AuditRecord) {
+    };
 };
 
 } // namespace Host

@@ -71,8 +71,10 @@ EventRelay::Message::~Message()
 
 EventSubscription EventRelay::Follow(const Core::NodeId& object, std::shared_ptr<EventGate> gate)
 {
-    return runtime.Subscribe(
-        object, [this, gate = std::move(gate)](const auto& event) { Convert(event, gate); });
+    return runtime.Subscribe(object, [this, gate = std::move(gate)](const auto& event) {
+        observer(*event); // before the gate, where it may have to wait
+        Convert(event, gate);
+    });
 }
 
 /// Runs on the thread that raises the event: a listing of many entries takes its time.

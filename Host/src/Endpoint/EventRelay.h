@@ -16,9 +16,11 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace Host {
@@ -41,6 +43,13 @@ public:
     /// the thread that raises an event waits at it. Any thread. Throws Core::NotFoundException.
     [[nodiscard]] Core::Embedding::EventSubscription
     Follow(const Core::NodeId& object, std::shared_ptr<EventGate> gate = nullptr);
+
+    /// Sets a function that hears all events first, on the threads that raise them. REQUIRES: no
+    /// object is followed yet.
+    void SetObserver(std::function<void(const Core::Embedding::Event&)> heard)
+    {
+        observer = std::move(heard);
+    }
 
     /// Returns true while the library reads the fields of an event for its hearers, if the session
     /// may hear it: another one that knows the identifier of a private object gets empty fields,
@@ -94,6 +103,8 @@ private:
     EventPacing& pacing;
     /// The fields of each event type, inherited ones first; constant.
     const std::unordered_map<Core::NodeId, FieldList, Core::HashNodeId> fields;
+    std::function<void(const Core::Embedding::Event&)> observer = [](const auto&) {
+    };
     std::unordered_map<Core::NodeId, EventNode, Core::HashNodeId> nodes; // loop thread
 
     // Loop thread.

@@ -72,7 +72,7 @@ std::uint64_t CountBytes(const UA_Variant* first, std::size_t count)
 MethodCalls::MethodCalls(UA_Server& server, EventLoop& loop, Runtime& runtime,
                          const Namespaces& namespaces, const Values& values,
                          const StructureTypes& types, const Objects& objects,
-                         const Sessions& sessions)
+                         const Sessions& sessions, CallAudit& audit)
     : server(server)
     , loop(loop)
     , runtime(runtime)
@@ -80,6 +80,7 @@ MethodCalls::MethodCalls(UA_Server& server, EventLoop& loop, Runtime& runtime,
     , values(values)
     , objects(objects)
     , sessions(sessions)
+    , audit(audit)
     , arguments(*runtime.GetInformationModel(), types)
     , methods(CollectMethods(*runtime.GetInformationModel()))
 {}
@@ -193,46 +194,82 @@ const MethodDescription* MethodCalls::FindMethod(const Core::NodeId& type,
 /// Gives the call a result, whatever happens. On the session's worker thread.
 void MethodCalls::Run(Call& call, ClientSession& session)
 {
-    const auto fail = [&](UA_StatusCode status, const std::string& reason) {
-        call.result->statusCode = status;
+    const auto reason = TryExecute(call, session);
+    if (!reason.empty())
         Log(Core::LogLevel::Warning, "Call",
             fmt::format("Cannot call {} of {}: {}", call.method->browseName.GetName(),
                         call.object.ToString(), reason));
+    if (UA_StatusCode_isBad(call.result->statusCode))
+        NoteRefusal(call, session, reason);
+}
+
+/// Returns the reason of a failure that is the host's or the module's.
+std::string MethodCalls::TryExecute(Call& call, ClientSession& session)
+{
+    const auto fail = [&call](UA_StatusCode status, const std::string& reason) {
+        call.result->statusCode = status;
+        return reason;
     };
     try {
         if (session.ended)
             call.result->statusCode = UA_STATUSCODE_BADSESSIONCLOSED;
         else if (CheckArguments(call))
             Execute(call, session);
+        return {};
     } catch (const Core::Exception& exception) {
-        fail(ToStatus(exception), exception.GetMessage());
+        return fail(ToStatus(exception), exception.GetMessage());
     } catch (const UaException& exception) {
-        fail(exception.GetStatus(), exception.what());
+        return fail(exception.GetStatus(), exception.what());
     } catch (const std::system_error& exception) { // no thread, for example
-        fail(UA_STATUSCODE_BADRESOURCEUNAVAILABLE, exception.what());
+        return fail(UA_STATUSCODE_BADRESOURCEUNAVAILABLE, exception.what());
     } catch (const std::exception& exception) {
-        fail(UA_STATUSCODE_BADINTERNALERROR, exception.what());
+        return fail(UA_STATUSCODE_BADINTERNALERROR, exception.what());
     }
+}
+
+void MethodCalls::NoteRefusal(const Call& call, const ClientSession& session,
+                              const std::string& reason)
+{
+    if (!call.method->change)
+        return;
+    std::vector<Core::Value> inputs;
+    try {
+        inputs = ReadInputs(call);
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): refused for its inputs
+    }
+    const std::string status = UA_StatusCode_name(call.result->statusCode);
+    audit.Refuse(session, *call.method, inputs, reason.empty() ? status : status + ": " + reason);
+}
+
+std::vector<Core::Value> MethodCalls::ReadInputs(const Call& call) const
+{
+    std::vector<Core::Value> inputs;
+    for (std::size_t i = 0; i < call.request->inputArgumentsSize; ++i)
+        inputs.push_back(values.ToCore(call.request->inputArguments[i]));
+    return inputs;
 }
 
 void MethodCalls::Execute(Call& call, ClientSession& session)
 {
+    const auto sent = CountBytes(call.request->inputArguments, call.request->inputArgumentsSize);
     ++session.calls;
-    session.bytes += CountBytes(call.request->inputArguments, call.request->inputArgumentsSize);
+    session.bytes += sent;
     if (call.hostMethod != nullptr) {
         SetOutputs(call, call.hostMethod->run(session));
         return;
     }
-    std::vector<Core::Value> inputs;
-    for (std::size_t i = 0; i < call.request->inputArgumentsSize; ++i)
-        inputs.push_back(values.ToCore(call.request->inputArguments[i]));
+    const auto inputs = ReadInputs(call);
+    auto audited = audit.Begin(session, call.object, *call.method, inputs, sent);
     const CallResult result =
         runtime.Call(session.session, call.object, call.method->browseName.GetName(), inputs);
     // Names and numbers of inputs were checked before: only a behaviour that is stopping refuses.
-    if (result.taken)
-        SetOutputs(call, result.outputs);
-    else
+    if (!result.taken) {
         call.result->statusCode = UA_STATUSCODE_BADSHUTDOWN;
+        return;
+    }
+    if (audited)
+        audit.End(std::move(*audited), result.outputs);
+    SetOutputs(call, result.outputs);
     session.bytes += CountBytes(call.result->outputArguments, call.result->outputArgumentsSize);
 }
 

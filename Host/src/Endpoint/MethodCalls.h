@@ -3,6 +3,7 @@
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/Arguments.h"
+#include "Endpoint/CallAudit.h"
 #include "Endpoint/CallBook.h"
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/Namespaces.h"
@@ -39,7 +40,7 @@ class MethodCalls
 public:
     MethodCalls(UA_Server& server, EventLoop& loop, Core::Embedding::Runtime& runtime,
                 const Namespaces& namespaces, const Values& values, const StructureTypes& types,
-                const Objects& objects, const Sessions& sessions);
+                const Objects& objects, const Sessions& sessions, CallAudit& audit);
 
     void Add(HostMethod method);
 
@@ -71,6 +72,9 @@ private:
     [[nodiscard]] const MethodDescription* FindMethod(const Core::NodeId& type,
                                                       const Core::NodeId& method) const;
     void Run(Call& call, ClientSession& session);
+    [[nodiscard]] std::string TryExecute(Call& call, ClientSession& session);
+    void NoteRefusal(const Call& call, const ClientSession& session, const std::string& reason);
+    [[nodiscard]] std::vector<Core::Value> ReadInputs(const Call& call) const;
     void Execute(Call& call, ClientSession& session);
     [[nodiscard]] bool CheckArguments(Call& call) const;
     void SetOutputs(Call& call, const std::vector<Core::Value>& outputs) const;
@@ -83,6 +87,7 @@ private:
     const Values& values;
     const Objects& objects;
     const Sessions& sessions;
+    CallAudit& audit;
     const Arguments arguments;
     CallBook book; // loop thread
     /// The methods of each object type, inherited ones first; constant.

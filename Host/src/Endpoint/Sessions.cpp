@@ -178,6 +178,7 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     if (UA_NodeId_copy(&id, &copy) != UA_STATUSCODE_GOOD)
         throw std::bad_alloc();
     session->id = Ua<UA_NodeId>(copy);
+    session->number = ++lastNumber;
     session->user = user;
     session->address = connection->remoteAddress;
     session->certificate = BytesOf(certificate);
@@ -187,7 +188,8 @@ void Sessions::Admit(UA_Server& server, const UA_NodeId& id, const std::string& 
     // Off the loop: opening is announced to behaviours.
     session->worker.Post([this, &server, &opened = *session] { Open(server, opened); });
     Log(Core::LogLevel::Information, "Session",
-        fmt::format("Session of {} from {} opened", NameOf(user), session->address));
+        fmt::format("Session of {} from {} opened, session={}", NameOf(user), session->address,
+                    session->number));
     *context = session.get();
     loop.MarkAdmitted(session->connection, true);
     sessions.push_back(std::move(session));
@@ -296,10 +298,11 @@ void Sessions::Forget(const ClientSession& session)
     const auto duration =
         duration_cast<milliseconds>(std::chrono::steady_clock::now() - session.since);
     Log(Core::LogLevel::Information, "Session",
-        fmt::format("Session of {} from {} ended after {:.3f} s, {} calls, {} bytes",
+        fmt::format("Session of {} from {} ended after {:.3f} s, {} calls, {} bytes, "
+                    "session={}",
                     NameOf(session.user), session.address,
                     static_cast<double>(duration.count()) / 1000.0, session.calls.load(),
-                    session.bytes.load()));
+                    session.bytes.load(), session.number));
     std::erase_if(sessions, [&session](const auto& each) { return each.get() == &session; });
 }
 

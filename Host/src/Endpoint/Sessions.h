@@ -134,6 +134,7 @@ private:
     Authenticate authenticate;
     Ended ended;
     SessionList sessions; // active and ending ones
+    std::uint64_t lastNumber = 0;
     UnclaimedSessions unclaimed;
     LoginPause loginPause; // after `unclaimed`, to which it refers
 };
