@@ -207,6 +207,9 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     auto logFile = PrepareLog(configuration, preparation);
     auto notifier = ConnectToServiceManager();
     auto auditFile = PrepareAudit(configuration, preparation);
+    auto metrics = configuration.metrics && preparation == Preparation::ToServe
+                       ? Listen(*configuration.metrics)
+                       : MetricsListener();
     MemoryGauge memory;
     const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
     auto runtime = LoadModules(configuration);
@@ -219,6 +222,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
             .users = std::move(users),
             .pki = std::move(pki),
             .admission = admission,
+            .metrics = std::move(metrics),
             .auditFile = std::move(auditFile),
             .descriptors = descriptors,
             .memory = std::move(memory),

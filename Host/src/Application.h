@@ -4,6 +4,7 @@
 #include "Core/Embedding/Runtime.h"
 #include "Log/AppendedFile.h"
 #include "Log/LogFile.h"
+#include "Metrics/MetricsAddress.h"
 #include "Network/Addresses.h"
 #include "Network/Admission.h"
 #include "Process/OuterProcess.h"
@@ -42,6 +43,7 @@ struct PreparedHost
     std::unique_ptr<Users> users; ///< null: anybody may log in, see `admission`
     Pki pki;
     Admission admission;
+    MetricsListener metrics;                 ///< not open: metrics are not served
     std::shared_ptr<AppendedFile> auditFile; ///< null: audit lines go to the log alone
     std::uint64_t descriptors = 0;           ///< the number that the process may have
     MemoryGauge memory;

@@ -3,6 +3,8 @@
 #include "Audit/AuditLog.h"
 #include "Endpoint/Endpoint.h"
 #include "Log/Log.h"
+#include "Metrics/EndpointMetrics.h"
+#include "Metrics/MetricsServer.h"
 #include "Process/Console.h"
 #include "Process/StartThread.h"
 #include "Process/SystemCallFilter.h"
@@ -12,7 +14,9 @@
 #include "Version.h"
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
+#include <future>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -49,6 +53,12 @@ public:
 
     /// REQUIRES: there were users before.
     void Replace(Users users) { logins->Replace(std::move(users)); }
+
+    /// Any thread.
+    [[nodiscard]] std::uint64_t GetRefusedCount() const noexcept
+    {
+        return logins ? logins->GetRefusedCount() : 0;
+    }
 
 private:
     LoginThrottle throttle;
@@ -150,6 +160,37 @@ std::thread AnswerSignals(const PreparedHost& host, Endpoint& endpoint, Reload& 
     });
 }
 
+/// Returns nothing if the thread that serves does not answer.
+std::optional<EndpointMetrics> ReadMetrics(Endpoint& endpoint)
+{
+    constexpr std::chrono::seconds limit{2};
+    const auto promise = std::make_shared<std::promise<EndpointMetrics>>();
+    auto future = promise->get_future();
+    endpoint.ReadMetrics(
+        [promise](const EndpointMetrics& metrics) { promise->set_value(metrics); });
+    if (future.wait_for(limit) != std::future_status::ready)
+        return std::nullopt;
+    return future.get();
+}
+
+std::unique_ptr<MetricsServer> ServeMetrics(PreparedHost& host, Endpoint& endpoint,
+                                            const Doorkeeper& doorkeeper, const AuditLog& audit)
+{
+    if (!host.metrics.socket.IsOpen())
+        return nullptr;
+    Log(Core::LogLevel::Information, "Host", "Serving metrics on " + host.metrics.address);
+    return std::make_unique<MetricsServer>(
+        std::move(host.metrics), [&]() -> std::optional<std::string> {
+            const auto metrics = ReadMetrics(endpoint);
+            if (!metrics)
+                return std::nullopt;
+            return FormatMetrics(*metrics, {.refusedLogins = doorkeeper.GetRefusedCount(),
+                                            .lostAuditLines = audit.GetLostCount(),
+                                            .memory = host.memory.Read(),
+                                            .memoryLimit = host.memoryLimit});
+        });
+}
+
 } // namespace
 
 ExitStatus Serve(PreparedHost& host, const Signals& signals)
@@ -163,6 +204,7 @@ ExitStatus Serve(PreparedHost& host, const Signals& signals)
     Endpoint endpoint(
         *host.runtime, std::move(settings),
         [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
+    const auto metrics = ServeMetrics(host, endpoint, doorkeeper, audit);
     if (host.sandbox.hasSystemCallFilter)
         RefuseNewSockets();
     Reload reload(host, endpoint,

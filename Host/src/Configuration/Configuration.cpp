@@ -132,6 +132,10 @@ private:
         }
         ExamineLog("log-file", configuration.logFile);
         ExamineLog("audit-log", configuration.auditFile);
+        if (configuration.metrics && !configuration.metrics->socket.empty()) {
+            ExamineFolderOf("metrics", configuration.metrics->socket);
+            RequireTrust("metrics", 0, configuration.metrics->socket, FileUse::Append);
+        }
         for (const auto& file : configuration.files)
             RequireTrust("config", 0, file, FileUse::Read);
         RequireTrust("root", 0, FindProgram(), FileUse::Run);

@@ -3,6 +3,7 @@
 #include "Audit/AuditForm.h"
 #include "Core/Exception.h"
 #include "Core/LogEntry.h"
+#include "Metrics/MetricsAddress.h"
 
 #include <chrono>
 #include <cstddef>
@@ -90,6 +91,7 @@ struct Configuration
     /// The audit lines, beside those in the log. Empty: no file.
     std::optional<std::filesystem::path> auditFile;
     AuditForm auditForm = AuditForm::Text;
+    std::optional<MetricsAddress> metrics; ///< empty: metrics are not served
 
     /// The time that a session is kept after its connection broke.
     std::chrono::milliseconds grace{5'000};

@@ -318,6 +318,12 @@ std::vector<Setting> MakeLogSettings()
          [](Configuration& all, const Words& values) {
              all.auditForm = ParseAuditForm(values.front());
          }},
+        {"metrics", Text, false, "Log", "ADDRESS",
+         "serve metrics for Prometheus: PORT of loopback, ADDRESS:PORT, or unix:PATH for a socket "
+         "(no)",
+         [](Configuration& all, const Words& values) {
+             all.metrics = MetricsAddress::Parse(values.front());
+         }},
     };
 }
 

@@ -156,6 +156,7 @@ public:
     void Stop();
     void SetTrust(const Trust& trust);
     void CloseSessionsUnless(std::function<bool(const std::string& user)> mayStay);
+    void ReadMetrics(std::function<void(const EndpointMetrics&)> take);
     void Post(std::function<void()> function) { loop.Post(std::move(function)); }
 
 private:
@@ -424,6 +425,23 @@ void Endpoint::Implementation::CloseSessionsUnless(
     });
 }
 
+void Endpoint::Implementation::ReadMetrics(std::function<void(const EndpointMetrics&)> take)
+{
+    loop.Post([this, take = std::move(take)] {
+        EndpointMetrics metrics;
+        const auto traffic = loop.GetTraffic();
+        metrics.connections = loop.CountConnections();
+        metrics.connectionsSoFar = traffic.connections;
+        metrics.received = traffic.received;
+        metrics.sent = traffic.sent;
+        metrics.isMemoryBrakeOn = loop.IsMemoryBrakeOn();
+        sessions.Describe(metrics);
+        calls.Describe(metrics);
+        events.Describe(metrics);
+        take(metrics);
+    });
+}
+
 Endpoint::Endpoint(Core::Embedding::Runtime& runtime, EndpointSettings settings,
                    Authenticate authenticate)
     : implementation(
@@ -455,6 +473,11 @@ void Endpoint::SetTrust(const Trust& trust)
 void Endpoint::CloseSessionsUnless(std::function<bool(const std::string& user)> mayStay)
 {
     implementation->CloseSessionsUnless(std::move(mayStay));
+}
+
+void Endpoint::ReadMetrics(std::function<void(const EndpointMetrics&)> take)
+{
+    implementation->ReadMetrics(std::move(take));
 }
 
 void Endpoint::Post(std::function<void()> function)

@@ -2,6 +2,7 @@
 
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/EndpointSettings.h"
+#include "Metrics/EndpointMetrics.h"
 
 #include <functional>
 #include <memory>
@@ -49,6 +50,9 @@ public:
     /// Closes the sessions of the users for whom `mayStay` returns false. It is called on the
     /// thread that serves, not for anonymous users.
     void CloseSessionsUnless(std::function<bool(const std::string& user)> mayStay);
+
+    /// Calls `take` with the state of the endpoint, on the thread that serves.
+    void ReadMetrics(std::function<void(const EndpointMetrics&)> take);
 
     /// Calls a function on the thread that serves.
     void Post(std::function<void()> function);

@@ -244,4 +244,13 @@ void EventRelay::Trigger(const EventNode& node, const ProjectedObject& source)
     RequireGood(status, "raising an event of " + source.id.ToString());
 }
 
+void EventRelay::Describe(EndpointMetrics& metrics) const
+{
+    for (const auto& [object, queue] : waiting) {
+        metrics.waitingEvents += queue.size();
+        for (const auto& message : queue)
+            metrics.waitingEventBytes += message->bytes;
+    }
+}
+
 } // namespace Host

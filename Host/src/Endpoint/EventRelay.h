@@ -9,6 +9,7 @@
 #include "Endpoint/Objects.h"
 #include "Endpoint/Ua.h"
 #include "Endpoint/Values.h"
+#include "Metrics/EndpointMetrics.h"
 #include "Network/EventLoop.h"
 
 #include <open62541/server.h>
@@ -55,6 +56,9 @@ public:
     /// may hear it: another one that knows the identifier of a private object gets empty fields,
     /// and so does a hearer for the fields that it has no room for. Loop thread.
     [[nodiscard]] bool MayRead(const UA_NodeId& property, const ClientSession* session) const;
+
+    /// Enters the events that wait. Loop thread.
+    void Describe(EndpointMetrics& metrics) const;
 
 private:
     using FieldList = std::vector<Core::Embedding::EventFieldDescription>;

@@ -308,6 +308,7 @@ void MethodCalls::SetOutputs(Call& call, const std::vector<Core::Value>& outputs
 /// call that was cancelled is not answered: its context may be that of another one by now.
 void MethodCalls::Answer(const std::shared_ptr<Call>& call)
 {
+    CountAnswer(*call);
     if (book.Remove(call->context, call->number)) {
         UA_AsyncOperationResponse response{};
         response.callMethodResult = *call->result;
@@ -316,6 +317,33 @@ void MethodCalls::Answer(const std::shared_ptr<Call>& call)
     }
     if (call->session != nullptr)
         CountOut(*call);
+}
+
+void MethodCalls::CountAnswer(const Call& call)
+{
+    auto& counts = answered[call.method];
+    ++counts.statuses[call.result->statusCode];
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - call.begin;
+    constexpr auto& bounds = MethodMetrics::bounds;
+    const auto bound = std::lower_bound(bounds.begin(), bounds.end(), time.count());
+    if (bound != bounds.end())
+        ++counts.times.times.at(static_cast<std::size_t>(bound - bounds.begin()));
+    ++counts.times.count;
+    counts.times.seconds += time.count();
+}
+
+/// Methods of the same name count as one: several types can have it.
+void MethodCalls::Describe(EndpointMetrics& metrics) const
+{
+    for (const auto& [method, counts] : answered) {
+        auto& sums = metrics.methods[method == nullptr ? "unknown" : method->browseName.GetName()];
+        for (const auto& [status, count] : counts.statuses)
+            sums.calls[UA_StatusCode_name(status)] += count;
+        for (std::size_t i = 0; i < sums.times.size(); ++i)
+            sums.times.at(i) += counts.times.times.at(i);
+        sums.count += counts.times.count;
+        sums.seconds += counts.times.seconds;
+    }
 }
 
 } // namespace Host

@@ -11,10 +11,13 @@
 #include "Endpoint/Sessions.h"
 #include "Endpoint/Ua.h"
 #include "Endpoint/Values.h"
+#include "Metrics/EndpointMetrics.h"
 #include "Network/EventLoop.h"
 
 #include <open62541/server.h>
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -44,6 +47,9 @@ public:
 
     void Add(HostMethod method);
 
+    /// Enters the calls so far and those in flight. Loop thread.
+    void Describe(EndpointMetrics& metrics) const;
+
     /// Takes everything that the server has queued. Loop thread, from the server's notification.
     void TakeAll();
 
@@ -62,6 +68,14 @@ private:
         const MethodDescription* method = nullptr;
         const HostMethod* hostMethod = nullptr; ///< null: a method of a module
         Ua<UA_CallMethodResult> result;
+        std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+    };
+
+    /// The answered calls of a method.
+    struct Answered
+    {
+        std::unordered_map<UA_StatusCode, std::uint64_t> statuses;
+        MethodMetrics times; ///< without `calls`
     };
 
     void Take(const UA_CallMethodRequest& request, void* context);
@@ -79,6 +93,7 @@ private:
     [[nodiscard]] bool CheckArguments(Call& call) const;
     void SetOutputs(Call& call, const std::vector<Core::Value>& outputs) const;
     void Answer(const std::shared_ptr<Call>& call);
+    void CountAnswer(const Call& call);
 
     UA_Server& server;
     EventLoop& loop;
@@ -89,7 +104,8 @@ private:
     const Sessions& sessions;
     CallAudit& audit;
     const Arguments arguments;
-    CallBook book; // loop thread
+    CallBook book;                                                   // loop thread
+    std::unordered_map<const MethodDescription*, Answered> answered; // loop thread; null: unknown
     /// The methods of each object type, inherited ones first; constant.
     const std::unordered_map<Core::NodeId, std::vector<MethodDescription>, Core::HashNodeId>
         methods;

@@ -335,4 +335,13 @@ bool Sessions::WaitIdle(milliseconds limit)
     });
 }
 
+void Sessions::Describe(EndpointMetrics& metrics) const
+{
+    for (const auto& session : sessions) {
+        ++(session->ended ? metrics.endingSessions : metrics.sessions);
+        metrics.callsInFlight += session->callsInFlight;
+        metrics.inputsInFlight += session->weightInFlight;
+    }
+}
+
 } // namespace Host

@@ -4,6 +4,7 @@
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/LoginPause.h"
 #include "Endpoint/UnclaimedSessions.h"
+#include "Metrics/EndpointMetrics.h"
 #include "Network/EventLoop.h"
 
 #include <open62541/server.h>
@@ -99,6 +100,9 @@ public:
 
     /// Logs each session once that has ended longer ago than the limit and is still at work.
     void ReportUndrained(std::chrono::milliseconds limit);
+
+    /// Enters the sessions and their calls in flight.
+    void Describe(EndpointMetrics& metrics) const;
 
     /// Closes the sessions that clients created and have not activated within half a minute. Call
     /// it now and then.

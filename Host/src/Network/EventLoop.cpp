@@ -264,6 +264,16 @@ std::uint64_t EventLoop::CountBytes() const
     return implementation->GetConnections().CountBytes();
 }
 
+Transport::Traffic EventLoop::GetTraffic() const
+{
+    return implementation->GetConnections().GetTraffic();
+}
+
+bool EventLoop::IsMemoryBrakeOn() const
+{
+    return implementation->GetConnections().IsMemoryBrakeOn();
+}
+
 std::vector<ListeningSocket> EventLoop::GetListenAddresses() const
 {
     return implementation->GetConnections().GetListenAddresses();

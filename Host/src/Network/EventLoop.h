@@ -113,6 +113,8 @@ public:
     [[nodiscard]] std::optional<ConnectionInfo> GetConnection(ConnectionId connection) const;
     [[nodiscard]] std::size_t CountConnections() const;
     [[nodiscard]] std::uint64_t CountBytes() const;
+    [[nodiscard]] Transport::Traffic GetTraffic() const;
+    [[nodiscard]] bool IsMemoryBrakeOn() const;
     [[nodiscard]] std::vector<ListeningSocket> GetListenAddresses() const;
 
     using Output = Transport::ConnectionOutput;

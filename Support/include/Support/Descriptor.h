@@ -30,6 +30,8 @@ public:
     }
 
     [[nodiscard]] int Get() const noexcept { return number; }
+    /// Gives the descriptor away, unclosed.
+    [[nodiscard]] int Release() noexcept { return std::exchange(number, -1); }
     [[nodiscard]] bool IsOpen() const noexcept { return number >= 0; }
 
 private:

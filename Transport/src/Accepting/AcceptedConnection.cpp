@@ -119,7 +119,7 @@ void AcceptedConnection::Receive()
 void AcceptedConnection::Take(std::size_t size)
 {
     auto* const data = shares.input.data();
-    shares.bytes += size;
+    shares.traffic.received += size;
     info.bytesIn += size;
     shares.brake.GetBrake().CountReceived(id, size);
     if (const auto refusal = shares.strangers.Receive(id, {data, size}, Strangers::Clock::now()))
@@ -156,7 +156,7 @@ UA_StatusCode AcceptedConnection::Send(OutputBuffer buffer, bool isGathering)
     const auto before = output.GetSize();
     outgoing.Pass(std::move(buffer), output);
     const auto added = output.GetSize() - before;
-    shares.bytes += added;
+    shares.traffic.sent += added;
     info.bytesOut += added;
     if (IsWriting())
         output.Shrink();

@@ -69,7 +69,19 @@ std::uint64_t AcceptedConnections::CountMessages() const
 std::uint64_t AcceptedConnections::CountBytes() const
 {
     const LoopLock lock(GetMutex());
-    return shares.bytes;
+    return shares.traffic.received + shares.traffic.sent;
+}
+
+Traffic AcceptedConnections::GetTraffic() const
+{
+    const LoopLock lock(GetMutex());
+    return shares.traffic;
+}
+
+bool AcceptedConnections::IsMemoryBrakeOn() const
+{
+    const LoopLock lock(GetMutex());
+    return shares.brake.IsOn();
 }
 
 std::vector<ListeningSocket> AcceptedConnections::GetListenAddresses() const
@@ -111,6 +123,7 @@ void AcceptedConnections::OnAccepted(const Channel& listener, Connection::Tcp::s
     const auto connection =
         std::make_shared<AcceptedConnection>(channel, std::move(socket), *this, shares);
     connections.emplace(connection->id, connection);
+    ++shares.traffic.connections;
     shares.strangers.Add(connection->id, connection->GetInfo().remoteAddress,
                          Strangers::Clock::now());
     shares.brake.GetBrake().Add(connection->id);

@@ -28,7 +28,7 @@ struct AcceptedShares
     /// Used on the loop's thread only: told of each connection that has closed.
     std::function<void(ConnectionId)> closedObserver;
     std::uint64_t messages GUARDED_BY(loopLock) = 0; ///< given to connections so far
-    std::uint64_t bytes GUARDED_BY(loopLock) = 0;    ///< received and given to connections so far
+    Traffic traffic GUARDED_BY(loopLock);
 };
 
 /// A connection that a client has made: keeps what comes and goes within bounds.

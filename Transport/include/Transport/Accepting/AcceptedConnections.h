@@ -43,6 +43,8 @@ public:
     [[nodiscard]] std::uint64_t CountMessages() const;
     /// Returns how many bytes all connections have received and were given to send so far.
     [[nodiscard]] std::uint64_t CountBytes() const;
+    [[nodiscard]] Traffic GetTraffic() const;
+    [[nodiscard]] bool IsMemoryBrakeOn() const;
 
     /// Sets the function that is told once of each connection that has closed, after the server
     /// was; `Get` still knows it then, for the last time.

@@ -27,6 +27,7 @@ public:
     /// See `AcceptedConnections::SetMemoryBrake`.
     void SetShortage(std::function<bool()> shortage) REQUIRES(loopLock);
 
+    [[nodiscard]] bool IsOn() const REQUIRES(loopLock) { return brake.IsOn(); }
     [[nodiscard]] MemoryBrake& GetBrake() REQUIRES(loopLock) { return brake; }
 
     /// Asks whether memory is short. Returns true if the connection may be read.

@@ -25,6 +25,14 @@ struct ConnectionInfo
     std::uint64_t bytesOut{}; ///< given to the connection to be sent
 };
 
+/// The bytes and connections so far.
+struct Traffic
+{
+    std::uint64_t received = 0;
+    std::uint64_t sent = 0; ///< given to connections to send
+    std::uint64_t connections = 0;
+};
+
 /// The output on its way to a client.
 struct ConnectionOutput
 {
