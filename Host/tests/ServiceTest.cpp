@@ -176,7 +176,7 @@ TEST_F(AService, StopsWhenItsTerminalGoesAway)
     Start({"NOTIFY_SOCKET=" + socketPath});
     ASSERT_TRUE(manager.Receive());
     terminal = Support::Descriptor();
-    EXPECT_THAT(manager.Receive().value_or(""), StartsWith("STOPPING=1\n"));
+    ASSERT_THAT(manager.Receive().value_or(""), StartsWith("STOPPING=1\n"));
     EXPECT_EQ(Wait(), 0);
 }
 
