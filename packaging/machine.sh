@@ -75,7 +75,8 @@ stop_machine() {
 # A group can be removed once its last process is gone.
 remove_groups() {
     for _ in {1..50}; do
-        find "$machine_groups" -depth -type d -exec rmdir {} + 2>/dev/null && return
+        # In a trap, a bare return has the status from before it.
+        find "$machine_groups" -depth -type d -exec rmdir {} + 2>/dev/null && return 0
         sleep 0.1
     done
     echo "talvensor: $machine_groups: cannot be removed" >&2
@@ -95,7 +96,7 @@ wait_for() {
     local description=$1
     shift
     for _ in {1..300}; do
-        "$@" >/dev/null 2>&1 && return
+        "$@" >/dev/null 2>&1 && return 0
         kill -0 "$machine_process" 2>/dev/null || return 1
         sleep 0.1
     done
