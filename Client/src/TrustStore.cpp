@@ -6,11 +6,7 @@
 #include "Support/PrivateFiles.h"
 #include "Support/SystemError.h"
 
-#include <openssl/evp.h>
-
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <sstream>
 #include <stdexcept>
@@ -110,19 +106,7 @@ Identity LoadIdentity(const Path& stateFolder)
 
 std::string MakeFingerprint(std::span<const unsigned char> certificate)
 {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned int length = 0;
-    if (EVP_Digest(certificate.data(), certificate.size(), digest.data(), &length, EVP_sha256(),
-                   nullptr) != 1)
-        throw ClientException("cannot compute the fingerprint of a certificate");
-    std::string text;
-    for (unsigned int i = 0; i < length; ++i) {
-        std::array<char, 4> digits{};
-        std::snprintf(digits.data(), digits.size(), i == 0 ? "%02X" : ":%02X",
-                      unsigned{digest.at(i)});
-        text += digits.data();
-    }
-    return text;
+    return TranslateExceptions([&] { return OpcUa::MakeFingerprint(certificate); });
 }
 
 KnownServers::KnownServers(const Path& stateFolder)

@@ -7,6 +7,8 @@
 #include <open62541/types.h>
 #include <open62541/util.h>
 
+#include <openssl/bio.h>
+#include <openssl/evp.h>
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
 
@@ -119,6 +121,7 @@ std::vector<UA_String> ViewsOf(const std::vector<std::string>& texts)
 struct CertificateDeleter
 {
     void operator()(X509* certificate) const noexcept { X509_free(certificate); }
+    void operator()(BIO* text) const noexcept { BIO_free(text); }
     void operator()(GENERAL_NAMES* names) const noexcept { GENERAL_NAMES_free(names); }
 };
 
@@ -168,6 +171,38 @@ std::string FindApplicationUri(std::span<const unsigned char> certificate)
                 static_cast<std::size_t>(ASN1_STRING_length(uri))};
     }
     return {};
+}
+
+std::string MakeFingerprint(std::span<const unsigned char> certificate)
+{
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int length = 0;
+    if (EVP_Digest(certificate.data(), certificate.size(), digest.data(), &length, EVP_sha256(),
+                   nullptr) != 1)
+        throw CertificateException("cannot compute the fingerprint of a certificate");
+    std::string text;
+    for (unsigned int i = 0; i < length; ++i) {
+        std::array<char, 4> digits{};
+        std::snprintf(digits.data(), digits.size(), i == 0 ? "%02X" : ":%02X",
+                      unsigned{digest.at(i)});
+        text += digits.data();
+    }
+    return text;
+}
+
+std::string DescribeSubject(std::span<const unsigned char> certificate)
+{
+    const unsigned char* position = certificate.data();
+    const std::unique_ptr<X509, CertificateDeleter> parsed(
+        d2i_X509(nullptr, &position, static_cast<long>(certificate.size())));
+    const std::unique_ptr<BIO, CertificateDeleter> text(BIO_new(BIO_s_mem()));
+    constexpr auto form = XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB;
+    if (!parsed || !text ||
+        X509_NAME_print_ex(text.get(), X509_get_subject_name(parsed.get()), 0, form) < 0)
+        return {};
+    char* data = nullptr;
+    const auto size = BIO_get_mem_data(text.get(), &data);
+    return {data, static_cast<std::size_t>(size)};
 }
 
 } // namespace OpcUa

@@ -1,11 +1,19 @@
 #include "Endpoint/ClientTrust.h"
 
 #include "Endpoint/Ua.h"
+#include "Log/Log.h"
+#include "OpcUa/Certificates.h"
 
 #include <open62541/plugin/pki_default.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <atomic>
+#include <exception>
 #include <iterator>
+#include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,6 +29,37 @@ std::vector<UA_ByteString> ViewsOf(const std::vector<Bytes>& files)
         return UA_ByteString{file.size(), const_cast<UA_Byte*>(file.data())};
     });
     return views;
+}
+
+using Verify = decltype(UA_CertificateVerification::verifyCertificate);
+
+/// The library's own check: the same function for every list of trusted certificates, which any
+/// thread may make.
+std::atomic<Verify> listCheck = nullptr;
+
+/// Logs a refused certificate so that an operator can compare and trust it, behind the line in
+/// which the library tells the reason. Anybody can send one: its subject proves nothing, and the
+/// log limits the lines.
+void LogRefused(std::span<const unsigned char> certificate)
+{
+    constexpr std::size_t longestSubject = 256;
+    const auto subject = OpcUa::DescribeSubject(certificate).substr(0, longestSubject);
+    Log(Core::LogLevel::Warning, "Host.Login",
+        fmt::format("Certificate of a client refused: fingerprint {}, subject '{}'",
+                    OpcUa::MakeFingerprint(certificate), subject));
+}
+
+UA_StatusCode CheckAndLog(const UA_CertificateVerification* verification,
+                          const UA_ByteString* certificate) noexcept
+{
+    const UA_StatusCode status = listCheck.load()(verification, certificate);
+    if (status == UA_STATUSCODE_GOOD)
+        return status;
+    try {
+        LogRefused({certificate->data, certificate->length});
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the line is lost
+    }
+    return status;
 }
 
 void Clear(UA_CertificateVerification& verification) noexcept
@@ -46,6 +85,8 @@ ClientTrust::ClientTrust(const Trust& trust)
                         &verification, trusted.data(), trusted.size(), issuers.data(),
                         issuers.size(), revoked.data(), revoked.size()),
                     "reading the trusted certificates");
+        listCheck = verification.verifyCertificate;
+        verification.verifyCertificate = CheckAndLog;
     } catch (...) {
         Clear(verification);
         throw;

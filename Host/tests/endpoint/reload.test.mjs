@@ -2,6 +2,7 @@
 // their access are out.
 
 import assert from "node:assert/strict";
+import { X509Certificate } from "node:crypto";
 import {
     copyFileSync, existsSync, mkdirSync, readFileSync, renameSync, rmSync, writeFileSync,
 } from "node:fs";
@@ -97,6 +98,9 @@ describe("A host that trusts certificates and reloads", () => {
 
     it("lets a client in whose certificate is new there", async () => {
         await assert.rejects(connect(1));
+        const { fingerprint256 } = new X509Certificate(readFileSync(trusted[1]));
+        const line = `Certificate of a client refused: fingerprint ${fingerprint256}, subject 'CN=endpoint-test`;
+        await waitFor("the refused certificate in the log", () => host.log.includes(line));
         copyFileSync(trusted[1], fileOf(1));
         assert.match(await reload(host), /"Read 2 trusted certificates, 0 of issuers and 0 revocation lists again"/);
         await connect(1);

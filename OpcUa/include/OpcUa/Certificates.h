@@ -35,4 +35,11 @@ MakeKeyAndCertificate(const std::string& role, const std::vector<std::string>& h
 /// there is none or if it is no certificate.
 [[nodiscard]] std::string FindApplicationUri(std::span<const unsigned char> certificate);
 
+/// Returns the SHA-256 hash of a certificate as upper-case hexadecimal digits with colons.
+[[nodiscard]] std::string MakeFingerprint(std::span<const unsigned char> certificate);
+
+/// Returns the subject of a certificate in DER form as RFC 2253 writes it, in UTF-8, raw; an empty
+/// text if it is no certificate.
+[[nodiscard]] std::string DescribeSubject(std::span<const unsigned char> certificate);
+
 } // namespace OpcUa
