@@ -16,7 +16,7 @@ namespace Host {
 
 namespace {
 
-constexpr const char* category = "Host";
+constexpr const char* programCategory = "Host";
 
 std::vector<Root> MakeRoots(const Configuration& configuration)
 {
@@ -60,7 +60,7 @@ std::shared_ptr<LogFile> StartLog(const Configuration& configuration)
         LogControl::AddSink(LogsToJournal() ? MakeJournalSink()
                                             : Core::Embedding::MakeConsoleLogSink());
     if (IsRoot())
-        Log(Core::LogLevel::Warning, category,
+        Log(Core::LogLevel::Warning, programCategory,
             "The host runs as root; a user with access to the roots is enough");
     return file;
 }
@@ -93,7 +93,7 @@ ServiceNotifier ConnectToServiceManager()
     try {
         return ServiceNotifier::Connect();
     } catch (const std::exception& error) {
-        Log(Core::LogLevel::Warning, category, error.what());
+        Log(Core::LogLevel::Warning, programCategory, error.what());
         return {};
     }
 }
@@ -111,7 +111,7 @@ std::unique_ptr<Core::Embedding::Runtime> LoadModules(const Configuration& confi
 SandboxReport Confine(const Configuration& configuration, const std::vector<Root>& roots)
 {
     if (!configuration.sandbox) {
-        Log(Core::LogLevel::Warning, category,
+        Log(Core::LogLevel::Warning, programCategory,
             "There is no sandbox: clients may reach everything that the host's user may reach");
         std::filesystem::current_path(roots.front().real);
         return {};
@@ -119,7 +119,7 @@ SandboxReport Confine(const Configuration& configuration, const std::vector<Root
     try {
         auto report = EnterSandbox(roots, configuration.allowKernelFiles ? KernelFiles::Allowed
                                                                          : KernelFiles::Refused);
-        Log(Core::LogLevel::Information, category, "Confined by: " + report.ToString());
+        Log(Core::LogLevel::Information, programCategory, "Confined by: " + report.ToString());
         return report;
     } catch (const std::exception& error) {
         throw SandboxRefusedException(std::string(error.what()) +

@@ -15,7 +15,7 @@ namespace Host {
 
 namespace {
 
-constexpr const char* category = "Host";
+constexpr const char* reloadCategory = "Host";
 
 // The tasks of the outer process.
 constexpr const char* usersTask = "users";
@@ -119,7 +119,7 @@ void Reload::Run(int interruption)
         try {
             (this->*step)(interruption);
         } catch (const std::exception& error) {
-            Log(Core::LogLevel::Error, category, failure + ": " + error.what());
+            Log(Core::LogLevel::Error, reloadCategory, failure + ": " + error.what());
         }
     };
     // The log first: the new file gets the lines about the others.
@@ -136,13 +136,13 @@ void Reload::Run(int interruption)
 void Reload::OpenLog(int interruption)
 {
     host.logFile->Replace(host.outerProcess->Run(logTask, interruption).descriptor);
-    Log(Core::LogLevel::Notice, category, "Opened the log file again");
+    Log(Core::LogLevel::Notice, reloadCategory, "Opened the log file again");
 }
 
 void Reload::OpenAudit(int interruption)
 {
     host.auditFile->Replace(host.outerProcess->Run(auditTask, interruption).descriptor);
-    Log(Core::LogLevel::Notice, category, "Opened the audit log again");
+    Log(Core::LogLevel::Notice, reloadCategory, "Opened the audit log again");
 }
 
 void Reload::ReadUsers(int interruption)
@@ -153,7 +153,8 @@ void Reload::ReadUsers(int interruption)
     endpoint.Post([this, users] { replaceUsers(*users); });
     endpoint.CloseSessionsUnless(
         [users](const std::string& user) { return users->Contains(user); });
-    Log(Core::LogLevel::Notice, category, "Read " + Count(users->GetSize(), "user") + " again");
+    Log(Core::LogLevel::Notice, reloadCategory,
+        "Read " + Count(users->GetSize(), "user") + " again");
 }
 
 void Reload::ReadTrust(int interruption)
@@ -164,7 +165,7 @@ void Reload::ReadTrust(int interruption)
     for (auto* const files : {&trust.trusted, &trust.issuers, &trust.revoked})
         *files = Take(text);
     endpoint.SetTrust(trust);
-    Log(Core::LogLevel::Notice, category,
+    Log(Core::LogLevel::Notice, reloadCategory,
         "Read " + Count(trust.trusted.size(), "trusted certificate") + ", " +
             std::to_string(trust.issuers.size()) + " of issuers and " +
             Count(trust.revoked.size(), "revocation list") + " again");

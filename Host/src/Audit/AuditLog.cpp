@@ -13,18 +13,18 @@
 namespace Host {
 namespace {
 
-constexpr const char* category = "Audit";
+constexpr const char* auditCategory = "Audit";
 constexpr std::size_t mostWaiting = 16'000'000; // bytes
 
 /// Past the limit of lines per place: the number of lines is that of the changes.
 void AppendToLog(const AuditRecord& record)
 {
     auto& logger = Core::Logger::Instance();
-    if (!logger.IsEnabledForEntry(Core::LogLevel::Notice, category))
+    if (!logger.IsEnabledForEntry(Core::LogLevel::Notice, auditCategory))
         return;
     Core::LogEntry entry;
     entry.level = Core::LogLevel::Notice;
-    entry.category = category;
+    entry.category = auditCategory;
     entry.message = FormatFields(record);
     entry.timestamp = record.time;
     entry.file = __FILE__;
@@ -107,7 +107,7 @@ void AuditLog::WriteAll(const Records& records)
         ReportLost();
     } catch (const std::exception& error) { // of memory
         lost += records.size();
-        Log(Core::LogLevel::Error, category,
+        Log(Core::LogLevel::Error, auditCategory,
             fmt::format("Cannot write audit lines: {}", error.what()));
     }
 }
@@ -124,7 +124,7 @@ void AuditLog::WriteToFile(const Records& records)
         lost += records.size();
         seenLost += records.size();
         missingInFile += records.size();
-        Log(Core::LogLevel::Error, category, error.what());
+        Log(Core::LogLevel::Error, auditCategory, error.what());
     }
 }
 
@@ -152,7 +152,7 @@ void AuditLog::ReportLost()
     const auto now = lost.load();
     if (now == reportedLost)
         return;
-    Log(Core::LogLevel::Error, category,
+    Log(Core::LogLevel::Error, auditCategory,
         fmt::format("{} audit lines were lost", now - std::exchange(reportedLost, now)));
 }
 

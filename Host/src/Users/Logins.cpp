@@ -18,7 +18,7 @@ namespace Host {
 
 namespace {
 
-constexpr const char* category = "Host.Login";
+constexpr const char* loginCategory = "Host.Login";
 constexpr std::size_t longestLoggedName = 64; // as long as a user's name may be
 constexpr auto none = LoginThrottle::Clock::duration::zero();
 
@@ -58,19 +58,19 @@ LoginResult Logins::TryLogin(const std::string& user, const std::string& passwor
     const auto result = Decide(user, password, address, delay);
     const auto who = "user '" + user.substr(0, longestLoggedName) + "' from " + address;
     if (result == LoginResult::Accepted) {
-        Log(Core::LogLevel::Notice, category, "Login of " + who);
+        Log(Core::LogLevel::Notice, loginCategory, "Login of " + who);
         return result;
     }
     ++refused;
     if (result == LoginResult::TooSoon)
-        Log(Core::LogLevel::Warning, category,
+        Log(Core::LogLevel::Warning, loginCategory,
             "Login of " + who + " refused: too many failed logins, try again in " +
                 ToSeconds(delay));
     else if (delay > none)
-        Log(Core::LogLevel::Warning, category,
+        Log(Core::LogLevel::Warning, loginCategory,
             "Login of " + who + " refused; the next login must wait " + ToSeconds(delay));
     else
-        Log(Core::LogLevel::Warning, category, "Login of " + who + " refused");
+        Log(Core::LogLevel::Warning, loginCategory, "Login of " + who + " refused");
     return result;
 }
 
@@ -82,9 +82,9 @@ LoginResult Logins::TryReturn(const std::string& user, const std::string& passwo
     const bool isRight = IsKnown(user, tag);
     const auto who = "user '" + user.substr(0, longestLoggedName) + "' from " + address;
     if (isRight)
-        Log(Core::LogLevel::Information, category, "Return of " + who + " to a session");
+        Log(Core::LogLevel::Information, loginCategory, "Return of " + who + " to a session");
     else
-        Log(Core::LogLevel::Warning, category, "Return of " + who + " to a session refused");
+        Log(Core::LogLevel::Warning, loginCategory, "Return of " + who + " to a session refused");
     refused += isRight ? 0U : 1U;
     return isRight ? LoginResult::Accepted : LoginResult::Refused;
 }
