@@ -25,7 +25,7 @@ struct OuterResult
 class OuterProcess
 {
 public:
-    /// What it throws becomes the exception of `Run`.
+    /// An exception that it throws is thrown by `Run`.
     using Task = std::function<OuterResult()>;
     using Tasks = std::map<std::string, Task>;
 
