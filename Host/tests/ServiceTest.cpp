@@ -215,7 +215,7 @@ TEST_F(AService, ServesWithAWarningWhenNobodyIsThereToBeTold)
         return ReadWhole(log).find("Confined by") != std::string::npos;
     };
     while (!isConfined() && waitpid(process, nullptr, WNOHANG) == 0)
-        usleep(10'000);
+        usleep(10'000); // nothing announces a line of the log
     EXPECT_TRUE(isConfined());
     EXPECT_THAT(ReadWhole(log), HasSubstr("cannot reach the service manager at '" + socketPath +
                                           "': No such file or directory"));

@@ -2,6 +2,7 @@
 
 #include "Support/Descriptor.h"
 #include "Support/SystemError.h"
+#include "Support/WriteAll.h"
 
 #include <array>
 #include <cerrno>
@@ -48,14 +49,7 @@ public:
 
     void Write(std::string_view content)
     {
-        while (!content.empty()) {
-            const auto written = write(descriptor.Get(), content.data(), content.size());
-            if (written < 0 && errno != EINTR)
-                ThrowSystemError("cannot write '" + path + "'");
-            if (written > 0)
-                content.remove_prefix(static_cast<std::size_t>(written));
-        }
-        if (fsync(descriptor.Get()) != 0)
+        if (WriteAll(descriptor.Get(), content) < content.size() || fsync(descriptor.Get()) != 0)
             ThrowSystemError("cannot write '" + path + "'");
     }
 

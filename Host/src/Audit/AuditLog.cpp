@@ -84,16 +84,14 @@ void AuditLog::Run()
         if (waiting.empty())
             return;
         const auto records = std::exchange(waiting, {});
+        const auto size = waitingSize;
         isWriting = true;
         lock.Unlock();
         WriteAll(records);
         lock.Relock();
         isWriting = false;
         changed.NotifyAll();
-        // Only now: records being written take memory, too.
-        waitingSize = 0;
-        for (const auto& record : waiting)
-            waitingSize += record.GetSize();
+        waitingSize -= size; // only now: records being written take memory, too
     }
 }
 

@@ -1,5 +1,7 @@
 #include "Configuration/Settings.h"
 
+#include "Network/Port.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -413,12 +415,10 @@ void Apply(const Setting& setting, const std::vector<SettingValue>& values,
 
 std::uint16_t ParsePort(const std::string& url, std::string_view text)
 {
-    std::uint16_t port = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, port);
-    if (text.empty() || error != std::errc{} || rest != end)
+    const auto port = ReadPort(text);
+    if (!port)
         Refuse(url, "has no port from 0 to 65535 after the colon");
-    return port;
+    return *port;
 }
 
 } // namespace

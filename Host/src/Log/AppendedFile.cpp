@@ -1,9 +1,8 @@
 #include "Log/AppendedFile.h"
 
 #include "Support/SystemError.h"
+#include "Support/WriteAll.h"
 
-#include <cerrno>
-#include <unistd.h>
 #include <utility>
 
 namespace Host {
@@ -28,18 +27,13 @@ void AppendedFile::Replace(Support::Descriptor descriptor)
     isLineOpen = false;
 }
 
-void AppendedFile::Write(std::string_view rest)
+void AppendedFile::Write(std::string_view lines)
 {
-    while (!rest.empty()) {
-        const auto written = write(file.Get(), rest.data(), rest.size());
-        if (written < 0 && errno != EINTR)
-            Support::ThrowSystemError("cannot write to '" + path.string() + "'");
-        if (written <= 0)
-            continue;
-        const auto size = static_cast<std::size_t>(written);
-        isLineOpen = rest[size - 1] != '\n';
-        rest.remove_prefix(size);
-    }
+    const auto written = Support::WriteAll(file.Get(), lines);
+    if (written > 0)
+        isLineOpen = lines[written - 1] != '\n';
+    if (written < lines.size())
+        Support::ThrowSystemError("cannot write to '" + path.string() + "'");
 }
 
 } // namespace Host

@@ -23,7 +23,7 @@ public:
     void Replace(Support::Descriptor descriptor) EXCLUDES(mutex);
 
 private:
-    void Write(std::string_view rest) REQUIRES(mutex);
+    void Write(std::string_view lines) REQUIRES(mutex);
 
     const std::filesystem::path path;
     Support::Mutex mutex; // keeps the parts of a line together

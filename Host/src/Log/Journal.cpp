@@ -1,8 +1,8 @@
 #include "Log/Journal.h"
 
 #include "Support/Mutex.h"
+#include "Support/WriteAll.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <sys/stat.h>
@@ -37,15 +37,8 @@ public:
     {
         const auto line =
             MarkForJournal(entry.level, Core::Embedding::FormatLogLineWithoutTime(entry));
-        std::string_view rest = line;
         const Support::Lock lock(mutex);
-        while (!rest.empty()) {
-            const auto written = write(STDERR_FILENO, rest.data(), rest.size());
-            if (written < 0 && errno != EINTR)
-                return; // the line is lost: there is nowhere to report it
-            if (written > 0)
-                rest.remove_prefix(static_cast<std::size_t>(written));
-        }
+        Support::WriteAll(STDERR_FILENO, line); // or it is lost: there is nowhere to report it
     }
 
 private:

@@ -2,12 +2,12 @@
 
 #include "Core/Exception.h"
 #include "Support/SystemError.h"
+#include "Support/WriteAll.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <string>
-#include <string_view>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -57,15 +57,8 @@ LogFile::LogFile(Support::Descriptor file)
 void LogFile::Write(const Core::LogEntry& entry)
 {
     const auto line = Core::Embedding::FormatLogLine(entry) + "\n";
-    std::string_view rest = line;
     const Support::Lock lock(mutex);
-    while (!rest.empty()) {
-        const auto written = write(file.Get(), rest.data(), rest.size());
-        if (written < 0 && errno != EINTR)
-            return; // the line is lost: there is nowhere to report it
-        if (written > 0)
-            rest.remove_prefix(static_cast<std::size_t>(written));
-    }
+    Support::WriteAll(file.Get(), line); // or it is lost: there is nowhere to report it
 }
 
 void LogFile::Replace(Support::Descriptor newFile)

@@ -1,10 +1,10 @@
 #include "Metrics/MetricsAddress.h"
 
 #include "Core/Exception.h"
+#include "Network/Port.h"
 #include "Support/SystemError.h"
 
 #include <arpa/inet.h>
-#include <charconv>
 #include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -24,12 +24,10 @@ constexpr int mostWaiting = 8;
 
 std::uint16_t ParsePort(const std::string& text, std::string_view digits)
 {
-    std::uint16_t port = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [rest, error] = std::from_chars(digits.data(), end, port);
-    if (digits.empty() || error != std::errc{} || rest != end)
+    const auto port = ReadPort(digits);
+    if (!port)
         Refuse(text, "is none of unix:PATH, PORT and ADDRESS:PORT");
-    return port;
+    return *port;
 }
 
 bool IsLoopback(const std::string& host)
