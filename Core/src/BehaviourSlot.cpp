@@ -72,6 +72,7 @@ HeldBehaviour::HeldBehaviour(std::shared_ptr<ObjectNode> node, std::shared_ptr<c
     , node(std::move(node))
     , behaviour(std::move(behaviour))
     , executable(dynamic_cast<IExecutableBehaviour*>(this->behaviour.get()))
+    , provider(dynamic_cast<INodeProvider*>(this->behaviour.get()))
 {}
 
 HeldBehaviour::~HeldBehaviour()

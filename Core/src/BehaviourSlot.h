@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Core/Behaviour.h"
+#include "Core/NodeProvider.h"
 #include "FactoryRegistry.h"
 #include "Nodes.h"
 #include "Support/Mutex.h"
@@ -29,6 +30,8 @@ public:
     [[nodiscard]] const std::shared_ptr<ObjectNode>& GetNode() const noexcept { return node; }
     /// Returns null for a behaviour that takes no calls.
     [[nodiscard]] IExecutableBehaviour* GetExecutable() const noexcept { return executable; }
+    /// Returns null for a behaviour that provides no nodes.
+    [[nodiscard]] INodeProvider* GetProvider() const noexcept { return provider; }
 
     /// Links the behaviours that are kept for good; their keeper writes it once.
     mutable std::shared_ptr<const HeldBehaviour> nextKept;
@@ -39,6 +42,7 @@ private:
     std::shared_ptr<ObjectNode> node;
     std::shared_ptr<IBehaviour> behaviour;
     IExecutableBehaviour* executable;
+    INodeProvider* provider;
 };
 
 /// The life of one object's behaviour, if it has one. Every operation but `Get` needs the turn at
@@ -77,6 +81,12 @@ public:
     [[nodiscard]] const ObjectNode* GetNode() const noexcept
     {
         return held ? held->GetNode().get() : nullptr;
+    }
+
+    /// True if there is a behaviour that provides nodes.
+    [[nodiscard]] bool ProvidesNodes() const noexcept
+    {
+        return held && held->GetProvider() != nullptr;
     }
 
     /// The state that calls see.

@@ -7,6 +7,7 @@
 #include "Core/Events.h"
 #include "Core/Node.h"
 #include "Core/NodeFactory.h"
+#include "Core/NodeProvider.h"
 #include "Core/Sessions.h"
 
 namespace Core {
@@ -14,6 +15,8 @@ namespace Core {
 IBehaviour::~IBehaviour() = default;
 IExecutableBehaviour::~IExecutableBehaviour() = default;
 IBehaviourFactory::~IBehaviourFactory() = default;
+INodeProvider::~INodeProvider() = default;
+IEntryList::~IEntryList() = default;
 IEventObserver::~IEventObserver() = default;
 IReferenceObserver::~IReferenceObserver() = default;
 INode::~INode() = default;

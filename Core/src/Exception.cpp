@@ -34,6 +34,15 @@ std::string Exception::GetMessage() const
     return message;
 }
 
+StatusException::StatusException(std::uint32_t status, std::string message)
+    : Exception(ErrorCode::Status, std::move(message))
+    , status(status)
+{}
+
+StatusException::StatusException(const StatusException&) = default;
+StatusException& StatusException::operator=(const StatusException&) = default;
+StatusException::~StatusException() = default;
+
 template class TypedException<ErrorCode::TypeMismatch>;
 template class TypedException<ErrorCode::OutOfRange>;
 template class TypedException<ErrorCode::InvalidArgument>;

@@ -8,6 +8,8 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace Core {
 
@@ -25,6 +27,13 @@ public:
     [[nodiscard]] NodeFactory& GetNodeFactory() noexcept override { return factories; }
     [[nodiscard]] Dispatcher& GetDispatcher() noexcept override { return *dispatcher; }
     [[nodiscard]] Sessions& GetSessions() noexcept override { return *sessions; }
+    [[nodiscard]] const std::vector<Folder>& GetFolders() const noexcept override
+    {
+        return folders;
+    }
+
+    /// REQUIRES: no other thread uses the host yet.
+    void SetFolders(std::vector<Folder> value) noexcept { folders = std::move(value); }
 
     /// Returns the environment for new nodes.
     [[nodiscard]] NodeEnvironment GetEnvironment();
@@ -43,6 +52,7 @@ private:
     const std::shared_ptr<AddressSpace> addressSpace;
     const std::shared_ptr<SessionRegistry> sessions;
     FactoryRegistry factories;
+    std::vector<Folder> folders;
     std::atomic<unsigned int> lastAffinityId = 0;
 };
 

@@ -1,7 +1,9 @@
 #include "Core/Embedding/InformationModel.h"
 
+#include "BaseDescription.h"
 #include "BaseNodes.h"
 #include "Core/Exception.h"
+#include "FileTransferTypes.h"
 #include "NodeSetReader.h"
 
 #include <algorithm>
@@ -95,16 +97,6 @@ constexpr std::array baseEventFields{
     BaseEventField{2051, "Severity", 5, "How urgent the event is, from 1 to 1000."},
 };
 
-template <typename Description>
-Description MakeBase(unsigned int id, const char* name)
-{
-    Description description;
-    description.id = NodeId(0, id);
-    description.browseName = QualifiedName(0, name);
-    description.displayName = name;
-    return description;
-}
-
 DataTypeDescription MakeDescription(const BaseDataType& type)
 {
     auto description = MakeBase<DataTypeDescription>(type.id, type.name);
@@ -158,6 +150,8 @@ InformationModel::InformationModel()
     Add(MakeObjectType(BaseTypes::baseObjectType, "BaseObjectType", NodeId::Empty()));
     Add(MakeObjectType(BaseTypes::folderType, "FolderType", BaseTypes::baseObjectType));
     Add(MakeBaseEventType());
+    for (auto& type : MakeFileTransferTypes())
+        Add(std::move(type));
 }
 
 void InformationModel::LoadNodeSet(const std::filesystem::path& file)

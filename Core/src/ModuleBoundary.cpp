@@ -51,6 +51,8 @@ void ThrowTypedCopy(const Exception& exception,
 
 [[noreturn]] void ThrowCopy(const Exception& exception)
 {
+    if (const auto* status = dynamic_cast<const StatusException*>(&exception))
+        throw StatusException(*status);
     constexpr auto last = static_cast<unsigned int>(ErrorCode::System);
     ThrowTypedCopy(exception, std::make_integer_sequence<unsigned int, last>());
     throw Exception(static_cast<ErrorCode>(exception.GetErrorCode()), exception.GetMessage(),

@@ -164,6 +164,11 @@ Sessions& Module::GetSessions() noexcept
     return host->GetSessions();
 }
 
+const std::vector<Folder>& Module::GetFolders() const noexcept
+{
+    return host->GetFolders();
+}
+
 void Module::RegisterBehaviourFactory(const Guid& identifier,
                                       std::shared_ptr<IBehaviourFactory> factory)
 {

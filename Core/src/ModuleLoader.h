@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 namespace Core {
 
@@ -49,6 +50,7 @@ public:
     [[nodiscard]] NodeFactory& GetNodeFactory() noexcept override { return *this; }
     [[nodiscard]] Dispatcher& GetDispatcher() noexcept override;
     [[nodiscard]] Sessions& GetSessions() noexcept override;
+    [[nodiscard]] const std::vector<Folder>& GetFolders() const noexcept override;
 
     void RegisterBehaviourFactory(const Guid& identifier,
                                   std::shared_ptr<IBehaviourFactory> factory) override;

@@ -98,9 +98,10 @@ private:
 /// The purpose of an object.
 enum class ObjectRole
 {
-    Root,    ///< one of the host's own folders
-    Session, ///< stands for a session
-    Created, ///< made by the embedder
+    Root,     ///< one of the host's own folders
+    Session,  ///< stands for a session
+    Created,  ///< made by the embedder
+    Provided, ///< stands for a node that a behaviour provides, during a call
 };
 
 class ObjectNode final : public BasicNode, public IObject

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <sstream>
 #include <utility>
 
 namespace Core::Embedding {
@@ -22,7 +23,7 @@ ObjectTypeDescription ObjectTypeReader::Read(const NodeElement& element,
     type.superType = superType;
     type.isAbstract = document.ParseFlag(element.xml, "IsAbstract");
     type.generatedEvents = graph.GetTargetIds(element.id, BaseNodes::generatesEvent);
-    type.behaviourFactory = ReadBehaviourFactory(element);
+    ReadExtensions(element, type);
     ReadMethods(element, type);
     ReadEventFields(element, type);
     return type;
@@ -205,18 +206,56 @@ std::optional<OutcomeDescription> ObjectTypeReader::ReadOutcome(const NodeElemen
     return outcome;
 }
 
-std::optional<Guid> ObjectTypeReader::ReadBehaviourFactory(const NodeElement& element) const
+void ObjectTypeReader::ReadExtensions(const NodeElement& element, ObjectTypeDescription& type) const
 {
-    std::optional<Guid> factory;
+    const auto requireFirst = [this](const auto& known, const pugi::xml_node& xml) {
+        if (known)
+            document.Fail(xml, fmt::format("the type has the extension '{}' already", xml.name()));
+    };
     for (const auto& extension : NodeSetContents::GetExtensions(element)) {
-        if (GetLocalName(extension) != "BehaviourFactory")
+        const auto name = GetLocalName(extension);
+        if (name == "BehaviourFactory") {
+            requireFirst(type.behaviourFactory, extension);
+            type.behaviourFactory = ReadFactoryGuid(extension);
+        } else if (name == "Instance") {
+            requireFirst(type.instance, extension);
+            type.instance = ReadInstance(extension);
+        } else if (name == "SessionObjects") {
+            requireFirst(type.sessionObjects, extension);
+            type.sessionObjects = ReadSessionObjects(extension);
+        } else {
             document.Fail(extension,
                           fmt::format("the extension '{}' is not known", extension.name()));
-        if (factory)
-            document.Fail(extension, "the type has a behaviour factory already");
-        factory = ReadFactoryGuid(extension);
+        }
     }
-    return factory;
+    if (type.instance && type.sessionObjects)
+        document.Fail(element.xml, "a type with one object has no objects of sessions");
+}
+
+InstanceDescription ObjectTypeReader::ReadInstance(const pugi::xml_node& xml) const
+{
+    InstanceDescription instance;
+    instance.id = document.ParseNodeId(xml, xml.attribute("Id").value());
+    instance.browseName = document.ParseQualifiedName(xml, ReadName(xml, "Name"));
+    std::istringstream parents(xml.attribute("Parents").value());
+    for (std::string parent; parents >> parent;)
+        instance.parents.push_back(document.ParseNodeId(xml, parent));
+    if (instance.parents.empty())
+        document.Fail(xml, "the object has no parents");
+    return instance;
+}
+
+SessionObjectsDescription ObjectTypeReader::ReadSessionObjects(const pugi::xml_node& xml) const
+{
+    return {ReadName(xml, "Folder"), ReadName(xml, "Method"), ReadName(xml, "Object")};
+}
+
+std::string ObjectTypeReader::ReadName(const pugi::xml_node& xml, const char* attribute) const
+{
+    std::string name = xml.attribute(attribute).value();
+    if (name.empty())
+        document.Fail(xml, fmt::format("the attribute '{}' is missing or empty", attribute));
+    return name;
 }
 
 Guid ObjectTypeReader::ReadFactoryGuid(const pugi::xml_node& xml) const

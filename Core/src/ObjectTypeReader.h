@@ -40,8 +40,11 @@ private:
     [[nodiscard]] EventFieldDescription ReadEventField(const NodeElement& element) const;
     [[nodiscard]] static bool IsHandle(const NodeElement& element);
     [[nodiscard]] std::optional<OutcomeDescription> ReadOutcome(const NodeElement& element) const;
-    [[nodiscard]] std::optional<Guid> ReadBehaviourFactory(const NodeElement& element) const;
+    void ReadExtensions(const NodeElement& element, ObjectTypeDescription& type) const;
     [[nodiscard]] Guid ReadFactoryGuid(const pugi::xml_node& xml) const;
+    [[nodiscard]] InstanceDescription ReadInstance(const pugi::xml_node& xml) const;
+    [[nodiscard]] SessionObjectsDescription ReadSessionObjects(const pugi::xml_node& xml) const;
+    [[nodiscard]] std::string ReadName(const pugi::xml_node& xml, const char* attribute) const;
 
     const NodeSetContents& contents;
     const NodeSetDocument& document;

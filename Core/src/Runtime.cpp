@@ -9,6 +9,8 @@
 #include "ObjectTable.h"
 #include "Support/Mutex.h"
 
+#include <optional>
+#include <unordered_map>
 #include <utility>
 
 namespace Core::Embedding {
@@ -62,6 +64,7 @@ public:
     void LoadModule(const std::filesystem::path& file);
 
     NodeId CreateObject(const NewObject& object);
+    [[nodiscard]] std::shared_ptr<INodeProvider> GetProvider(const NodeId& id);
     void RemoveObject(const NodeId& id);
     void StopBehaviour(const NodeId& id);
     void StartBehaviour(const NodeId& id);
@@ -89,6 +92,17 @@ private:
     [[nodiscard]] AddressSpace::Changes
     Publish(BehaviourSlot& slot, const std::shared_ptr<ObjectNode>& node, const NewObject& object);
     void Discard(BehaviourSlot& slot, const NodeId& id);
+    void EnterProvider(const BehaviourSlot& slot, const NewObject& object, const NodeId& id);
+    void ForgetProvider(const NodeId& id);
+
+    /// The object of a call, and the behaviour that takes it.
+    struct Callee
+    {
+        std::shared_ptr<const HeldBehaviour> held;
+        std::shared_ptr<ObjectNode> node;
+    };
+    [[nodiscard]] Callee FindCallee(const NodeId& object);
+    [[nodiscard]] Callee FindProvided(const NodeId& object);
     [[nodiscard]] std::shared_ptr<const HeldBehaviour> RequireExecutable(const NodeId& object);
 
     template <typename Operation>
@@ -104,6 +118,8 @@ private:
     mutable Support::Mutex mutex;
     std::shared_ptr<const InformationModel> model GUARDED_BY(mutex); // replaced as a whole
     std::vector<std::shared_ptr<const Module>> modules GUARDED_BY(mutex);
+    /// The objects whose behaviours provide nodes, by the namespace of their keys.
+    std::unordered_map<int, NodeId> providers GUARDED_BY(mutex);
 };
 
 Runtime::Implementation::Implementation(std::shared_ptr<const InformationModel> model)
@@ -288,7 +304,26 @@ AddressSpace::Changes Runtime::Implementation::Create(BehaviourSlot& slot, const
         types->IsSubtypeOf(object.type, BaseTypes::folderType));
     if (factory)
         AtModuleBoundary([&] { slot.Fill(*factory, node); });
+    EnterProvider(slot, object, id);
     return Publish(slot, node, object);
+}
+
+void Runtime::Implementation::EnterProvider(const BehaviourSlot& slot, const NewObject& object,
+                                            const NodeId& id)
+{
+    if (!slot.ProvidesNodes())
+        return;
+    const Support::Lock lock(mutex);
+    const auto [entry, isNew] = providers.emplace(object.type.GetNamespaceIndex(), id);
+    if (!isNew)
+        throw AlreadyExistsException("Object " + entry->second.ToString() +
+                                     " provides the nodes of its namespace already");
+}
+
+void Runtime::Implementation::ForgetProvider(const NodeId& id)
+{
+    const Support::Lock lock(mutex);
+    std::erase_if(providers, [&id](const auto& entry) { return entry.second == id; });
 }
 
 AddressSpace::Changes Runtime::Implementation::Publish(BehaviourSlot& slot,
@@ -308,6 +343,7 @@ AddressSpace::Changes Runtime::Implementation::Publish(BehaviourSlot& slot,
 
 void Runtime::Implementation::Discard(BehaviourSlot& slot, const NodeId& id)
 {
+    ForgetProvider(id);
     slot.Clear();
     slot.SetStage(BehaviourSlot::Stage::Gone);
     objects.Erase(id);
@@ -396,13 +432,59 @@ CallResult Runtime::Implementation::Call(const std::shared_ptr<Session>& session
     // the behaviour is released and the thread has left the session.
     const SessionCall call(host->GetSessionRegistry().Require(session));
     const SessionScope scope(session);
-    const auto held = RequireExecutable(object);
+    const auto callee = FindCallee(object);
     CallResult result;
     AtModuleBoundary([&] {
-        result.taken =
-            held->GetExecutable()->OnExecuteMethod(held->GetNode(), method, inputs, result.outputs);
+        result.taken = callee.held->GetExecutable()->OnExecuteMethod(callee.node, method, inputs,
+                                                                     result.outputs);
     });
     return result;
+}
+
+Runtime::Implementation::Callee Runtime::Implementation::FindCallee(const NodeId& object)
+{
+    if (object.GetText() != nullptr && !objects.Find(object))
+        if (auto provided = FindProvided(object); provided.held)
+            return provided;
+    auto held = RequireExecutable(object);
+    auto node = held->GetNode();
+    return {std::move(held), std::move(node)};
+}
+
+/// Returns nothing for an identifier in a namespace without a provider.
+Runtime::Implementation::Callee Runtime::Implementation::FindProvided(const NodeId& object)
+{
+    NodeId provider;
+    {
+        const Support::Lock lock(mutex);
+        const auto found = providers.find(object.GetNamespaceIndex());
+        if (found == providers.end())
+            return {};
+        provider = found->second;
+    }
+    auto held = RequireExecutable(provider);
+    std::optional<ProvidedNode> description;
+    AtModuleBoundary([&] { description = held->GetProvider()->Describe(*object.GetText()); });
+    if (!description || description->kind != ProvidedNode::Kind::Object)
+        throw NotFoundException("There is no object " + object.ToString());
+    auto node =
+        std::make_shared<ObjectNode>(NodeIdentity{object, std::move(description->browseName)},
+                                     host->GetEnvironment(), ObjectRole::Provided, false);
+    return {std::move(held), std::move(node)};
+}
+
+std::shared_ptr<INodeProvider> Runtime::Implementation::GetProvider(const NodeId& id)
+{
+    const auto slot = objects.Find(id);
+    auto published = slot ? slot->Get() : BehaviourSlot::Published();
+    if (!published.isThere)
+        throw NotFoundException("There is no object " + id.ToString());
+    if (!published.held)
+        return nullptr;
+    auto* const provider = published.held->GetProvider();
+    return provider == nullptr
+               ? nullptr
+               : std::shared_ptr<INodeProvider>(std::move(published.held), provider);
 }
 
 EventSubscription Runtime::Implementation::Subscribe(const NodeId& object, EventCallback callback)
@@ -437,6 +519,16 @@ std::shared_ptr<const InformationModel> Runtime::GetInformationModel() const
 void Runtime::LoadModule(const std::filesystem::path& library)
 {
     implementation->LoadModule(library);
+}
+
+void Runtime::SetFolders(std::vector<Folder> folders)
+{
+    implementation->GetHost().SetFolders(std::move(folders));
+}
+
+std::shared_ptr<INodeProvider> Runtime::GetProvider(const NodeId& object)
+{
+    return implementation->GetProvider(object);
 }
 
 NodeId Runtime::CreateObject(const NewObject& object)

@@ -234,6 +234,15 @@ TEST_F(ThePublishedModel, TiesTheFileSystemTypeToItsFactory)
     EXPECT_EQ(model.GetBehaviourFactory(Own(54)), std::nullopt);
 }
 
+TEST_F(ThePublishedModel, LetsSessionsHaveFileSystemsOfTheirOwn)
+{
+    const auto& objects = model.GetObjectType(Own(1)).sessionObjects;
+    ASSERT_TRUE(objects);
+    EXPECT_EQ(objects->folder, "FileSystems");
+    EXPECT_EQ(objects->method, "CreateFileSystem");
+    EXPECT_EQ(objects->object, "PrivateFileSystem");
+}
+
 TEST_F(ThePublishedModel, TellsTheMethodsThatChangeSomething)
 {
     std::vector<std::string> changing;
@@ -1017,7 +1026,35 @@ const std::array objectTypeDefects{
         <second:BehaviourFactory xmlns:second="urn:Talvensor:Core:Model" Guid="000102030405060708090a0b0c0d0e0f"/>
       </Extension>
     </Extensions>)",
-           "<second:", "'ns=2;i=1' (2:Parent)", "the type has a behaviour factory already"},
+           "<second:", "'ns=2;i=1' (2:Parent)",
+           "the type has the extension 'second:BehaviourFactory' already"},
+    Defect{"InstanceWithoutParents", "    </Extensions>",
+           R"(      <Extension>
+        <Instance xmlns="urn:Talvensor:Core:Model" Id="ns=2;i=90" Name="One" Parents=" "/>
+      </Extension>
+    </Extensions>)",
+           "<Instance", "'ns=2;i=1' (2:Parent)", "the object has no parents"},
+    Defect{"InstanceWithoutAName", "    </Extensions>",
+           R"(      <Extension>
+        <Instance xmlns="urn:Talvensor:Core:Model" Id="ns=2;i=90" Parents="i=85"/>
+      </Extension>
+    </Extensions>)",
+           "<Instance", "'ns=2;i=1' (2:Parent)", "the attribute 'Name' is missing or empty"},
+    Defect{"SessionObjectsWithoutAFolder", "    </Extensions>",
+           R"(      <Extension>
+        <SessionObjects xmlns="urn:Talvensor:Core:Model" Method="Make" Object="Own"/>
+      </Extension>
+    </Extensions>)",
+           "<SessionObjects", "'ns=2;i=1' (2:Parent)",
+           "the attribute 'Folder' is missing or empty"},
+    Defect{"OneObjectAndThoseOfSessions", "    </Extensions>",
+           R"(      <Extension>
+        <Instance xmlns="urn:Talvensor:Core:Model" Id="ns=2;i=90" Name="One" Parents="i=85"/>
+        <SessionObjects xmlns="urn:Talvensor:Core:Model" Folder="All" Method="Make" Object="Own"/>
+      </Extension>
+    </Extensions>)",
+           R"(BrowseName="2:Parent")", "'ns=2;i=1' (2:Parent)",
+           "a type with one object has no objects of sessions"},
     Defect{
         "FactoryOfAMethod", "<Description>Starts it.</Description>",
         R"(<Extensions><Extension><BehaviourFactory xmlns="urn:Talvensor:Core:Model"/></Extension></Extensions>)",

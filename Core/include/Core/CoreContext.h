@@ -2,11 +2,13 @@
 
 #include "Core/Dispatcher.h"
 #include "Core/Export.h"
+#include "Core/Folder.h"
 #include "Core/Node.h"
 #include "Core/NodeFactory.h"
 #include "Core/Sessions.h"
 
 #include <memory>
+#include <vector>
 
 namespace Core {
 
@@ -29,6 +31,10 @@ public:
     [[nodiscard]] virtual NodeFactory& GetNodeFactory() noexcept = 0;
     [[nodiscard]] virtual Dispatcher& GetDispatcher() noexcept = 0;
     [[nodiscard]] virtual Sessions& GetSessions() noexcept = 0;
+
+    /// Returns the directories that the host lets its modules serve; none if it sets no bounds.
+    /// They stay the same once there are behaviours.
+    [[nodiscard]] virtual const std::vector<Folder>& GetFolders() const noexcept = 0;
 };
 
 } // namespace Core

@@ -2,6 +2,7 @@
 
 #include "Core/Export.h"
 
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <utility>
@@ -26,6 +27,7 @@ enum class CORE_API ErrorCode : unsigned int
     SessionClosed = 12,     ///< a call was made for a session that has ended
     NotExecutable = 13,     ///< a method was called on an object that takes no calls
     System = 14,            ///< the operating system refused; the text carries its reason
+    Status = 15,            ///< a behaviour refused, with a status of its own for the caller
 };
 
 /// The base of every exception of the host. The message names the operation that failed, its
@@ -54,6 +56,23 @@ private:
     ErrorCode code;
     std::string message;
     std::string details;
+};
+
+/// Ends a call with a status for its caller. The message is for the caller, too: it says the reason
+/// in the operating system's own words where there are such.
+class CORE_API StatusException : public Exception
+{
+public:
+    /// `status` is a bad one of the status codes of OPC 10000-6, annex A.2.
+    StatusException(std::uint32_t status, std::string message);
+    StatusException(const StatusException&);
+    StatusException& operator=(const StatusException&);
+    ~StatusException() override;
+
+    [[nodiscard]] std::uint32_t GetStatus() const noexcept { return status; }
+
+private:
+    std::uint32_t status;
 };
 
 /// An exception with a type of its own for each error code.

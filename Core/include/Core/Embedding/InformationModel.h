@@ -72,6 +72,22 @@ struct EventFieldDescription : NodeDescription
     bool isHandle = false; ///< the handle of the work that the event tells the end of
 };
 
+/// The one object that a host has of a type.
+struct InstanceDescription
+{
+    NodeId id;
+    QualifiedName browseName;
+    std::vector<NodeId> parents; ///< at least one; the object is a component of each
+};
+
+/// The objects of a type that sessions make for themselves.
+struct SessionObjectsDescription
+{
+    std::string folder; ///< the name of the folder that holds all objects of the type
+    std::string method; ///< the name of the folder's method that makes one
+    std::string object; ///< the name of such an object
+};
+
 /// An object type or event type. The lists hold the type's own additions without the inherited
 /// members.
 struct ObjectTypeDescription : NodeDescription
@@ -83,6 +99,8 @@ struct ObjectTypeDescription : NodeDescription
     std::vector<NodeId> generatedEvents;
     /// The factory that makes the behaviours of this type's objects.
     std::optional<Guid> behaviourFactory;
+    std::optional<InstanceDescription> instance;
+    std::optional<SessionObjectsDescription> sessionObjects;
 };
 
 enum class DataTypeKind
@@ -136,11 +154,15 @@ public:
     ///
     /// The extensions of a type name the factory of its behaviours, in an element
     /// `BehaviourFactory` of the XML namespace "urn:Talvensor:Core:Model" whose attribute `Guid`
-    /// has the 32 digits. The extensions of a method that changes something say so, in an element
-    /// `Change` with the attributes of ChangeDescription: `Subject`, `Handle`, `Last` ("true"),
-    /// `Except` ("ARGUMENT=NUMBER"). The extensions of an event field describe its outcome, in an
-    /// element `Outcome` with the attribute `Success` and an element `Text` with the attribute
-    /// `Value` for each number that has a text, or mark it as a handle, with an element `Handle`.
+    /// has the 32 digits; where its one object belongs, in an element `Instance` with the
+    /// attributes `Id`, `Name` (a browse name) and `Parents` (identifiers, separated by spaces);
+    /// and that sessions may have objects of their own, in an element `SessionObjects` with the
+    /// attributes `Folder`, `Method` and `Object`, which are names. The extensions of a method that
+    /// changes something say so, in an element `Change` with the attributes of ChangeDescription:
+    /// `Subject`, `Handle`, `Last` ("true"), `Except` ("ARGUMENT=NUMBER"). The extensions of an
+    /// event field describe its outcome, in an element `Outcome` with the attribute `Success` and
+    /// an element `Text` with the attribute `Value` for each number that has a text, or mark it as
+    /// a handle, with an element `Handle`.
     ///
     /// Throws SystemException when the file cannot be read, and InvalidModelException naming the
     /// file, the line, the node and the fault; then the model is unchanged, but a namespace that

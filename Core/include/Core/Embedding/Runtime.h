@@ -4,6 +4,8 @@
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Embedding/Session.h"
 #include "Core/Export.h"
+#include "Core/Folder.h"
+#include "Core/NodeProvider.h"
 #include "Core/Objects.h"
 #include "Core/Value.h"
 
@@ -112,6 +114,10 @@ public:
     /// exception). A module that fails after it has registered factories leaves none behind.
     void LoadModule(const std::filesystem::path& library);
 
+    /// Sets the directories that modules may serve. REQUIRES: there are no objects yet, and no other
+    /// thread uses the runtime.
+    void SetFolders(std::vector<Folder> folders);
+
     /// Creates an object and returns its identifier. If its type has a behaviour factory, makes and
     /// starts the behaviour before the object can be called. Throws NotFoundException (type, parent
     /// or factory not known), AlreadyExistsException (the identifier is taken),
@@ -139,8 +145,15 @@ public:
     /// InvalidStateException while the runtime ends.
     [[nodiscard]] std::shared_ptr<Session> OpenSession(const std::string& name);
 
-    /// Calls a method of an object for a session, on the calling thread. The behaviour decides
-    /// about unknown names and arguments. Throws SessionClosedException, NotFoundException (no such
+    /// Returns the behaviour of an object if it provides nodes; otherwise null. The pointer holds the
+    /// behaviour and its module, and must not outlive the runtime. The exceptions of its operations
+    /// may be of the module's own types. Throws NotFoundException.
+    [[nodiscard]] std::shared_ptr<INodeProvider> GetProvider(const NodeId& object);
+
+    /// Calls a method of an object for a session, on the calling thread. The object may be one that
+    /// a behaviour provides: then its identifier is a text in the namespace of that behaviour's
+    /// type, and the behaviour decides whether it exists. The behaviour decides about unknown names
+    /// and arguments. Throws SessionClosedException, NotFoundException (no such
     /// object), NotExecutableException (the object takes no calls), or the exception of the
     /// behaviour.
     CallResult Call(const std::shared_ptr<Session>& session, const NodeId& object,

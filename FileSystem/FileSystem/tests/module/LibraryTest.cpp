@@ -221,6 +221,10 @@ public:
     Core::NodeFactory& GetNodeFactory() noexcept override { return *this; }
     Core::Dispatcher& GetDispatcher() noexcept override { return host->GetDispatcher(); }
     Core::Sessions& GetSessions() noexcept override { return host->GetSessions(); }
+    const std::vector<Core::Folder>& GetFolders() const noexcept override
+    {
+        return host->GetFolders();
+    }
 
     void RegisterBehaviourFactory(const Core::Guid& identifier,
                                   std::shared_ptr<Core::IBehaviourFactory> factory) override

@@ -288,11 +288,16 @@ public:
     [[nodiscard]] Core::NodeFactory& GetNodeFactory() noexcept override { return nodeFactory; }
     [[nodiscard]] Core::Dispatcher& GetDispatcher() noexcept override { return dispatcher; }
     [[nodiscard]] Core::Sessions& GetSessions() noexcept override { return sessions; }
+    [[nodiscard]] const std::vector<Core::Folder>& GetFolders() const noexcept override
+    {
+        return folders;
+    }
 
     Journal journal;
     NodeFactory nodeFactory;
     Dispatcher dispatcher{journal};
     Sessions sessions{journal};
+    std::vector<Core::Folder> folders;
     unsigned int affinityId = 4711;
     bool refusesAffinity = false;
     std::map<unsigned int, std::shared_ptr<EventType>> eventTypes; ///< by number
