@@ -1,6 +1,6 @@
-# A machine in a directory tree, for scripts that source this after trees.sh: systemd as process 1 of
-# namespaces of its own, or, where a kernel or container refuses that, a tree without an init.
-# Needs root.
+# A machine in a directory tree, for scripts that source this and have a function `fail`: systemd as
+# process 1 of namespaces of its own, or, where a kernel or container refuses that, a tree without an
+# init. Needs root.
 # shellcheck shell=bash
 
 machine_init=
@@ -12,7 +12,7 @@ machine_groups=
 # shellcheck disable=SC2016 # for the inner shell
 machine_start='
     set -eu
-    tree=$1 init=$2
+    tree=$1 init=$2 target=$3
     mount --make-rprivate /
     mount --bind "$tree" "$tree"
     cd "$tree"
@@ -33,7 +33,7 @@ machine_start='
     case $init in
     systemd)
         mount -t cgroup2 cgroup2 sys/fs/cgroup
-        set -- /lib/systemd/systemd --show-status=0 systemd.unit=multi-user.target
+        set -- /lib/systemd/systemd --show-status=0 systemd.unit="$target"
         ;;
     *)
         set -- sleep infinity
@@ -52,14 +52,14 @@ make_groups() {
     mkdir -- "$machine_groups" 2>/dev/null || machine_groups=
 }
 
-# launch_machine TREE systemd|none
+# launch_machine TREE systemd|none [TARGET]: systemd starts what the target needs.
 launch_machine() {
     machine_init=$2
     make_groups
     (
         [[ -z $machine_groups ]] || echo "$BASHPID" >"$machine_groups/cgroup.procs"
         exec unshare --mount --pid --uts --ipc --cgroup --net --fork --kill-child \
-            bash -c "$machine_start" machine "$1" "$2"
+            bash -c "$machine_start" machine "$1" "$2" "${3-multi-user.target}"
     ) >"$1.console" 2>&1 </dev/null &
     machine_process=$!
 }
