@@ -86,7 +86,11 @@ std::string Users::Read(const std::filesystem::path& file)
 
 Users::Users(const std::filesystem::path& file)
     : Users(Read(file), file)
-{}
+{
+    if (hashes.empty())
+        throw Core::InvalidArgumentException("'" + file.string() +
+                                             "' has no users: add one with talvensor-host passwd");
+}
 
 Users::Users(const std::string& content, const std::filesystem::path& file)
 {
@@ -97,10 +101,7 @@ Users::Users(const std::string& content, const std::filesystem::path& file)
         if (IsEntry(line))
             ReadLine(line, "'" + file.string() + "', line " + std::to_string(number) + ": ");
     }
-    if (hashes.empty())
-        throw Core::InvalidArgumentException("'" + file.string() +
-                                             "' has no users: add one with talvensor-host passwd");
-    decoy = Hash(MakeSetting(), hashes.begin()->second);
+    decoy = Hash(MakeSetting(), hashes.empty() ? MakeSetting() : hashes.begin()->second);
 }
 
 void Users::ReadLine(const std::string& line, const std::string& place)

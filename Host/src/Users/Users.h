@@ -18,7 +18,8 @@ public:
     /// no users or a line is wrong.
     explicit Users(const std::filesystem::path& file);
 
-    /// The same for the content of such a file, which has been read already.
+    /// The same for the content of such a file, which has been read already. It may have no users:
+    /// nobody can log in then.
     Users(const std::string& content, const std::filesystem::path& file);
 
     /// Returns the content of a user file, for the constructor. Throws std::system_error and
