@@ -8,6 +8,7 @@
 #include "Reload.h"
 #include "Support/Memory.h"
 #include "Users/PasswordPrompt.h"
+#include "Users/TrustCommands.h"
 
 #include <iostream>
 #include <variant>
@@ -157,6 +158,18 @@ public:
     {
         CheckUserName(command.user);
         SetPassword(command.usersFile, command.user, AskForNewPassword(command.user));
+        return ExitStatus::Stopped;
+    }
+
+    ExitStatus operator()(const RejectedCommand& command) const
+    {
+        std::cout << ListRejected(command.pkiFolder);
+        return ExitStatus::Stopped;
+    }
+
+    ExitStatus operator()(const TrustCommand& command) const
+    {
+        std::cout << TrustRejected(command.pkiFolder, command.fingerprint);
         return ExitStatus::Stopped;
     }
 

@@ -3,10 +3,9 @@
 #include "Log/Log.h"
 #include "Log/LogFile.h"
 #include "Process/PathTrust.h"
+#include "Users/RejectedCertificates.h"
 
-#include <algorithm>
 #include <exception>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -22,26 +21,30 @@ constexpr const char* usersTask = "users";
 constexpr const char* trustTask = "trust";
 constexpr const char* logTask = "log";
 constexpr const char* auditTask = "audit";
+constexpr const char* rejectedTask = "rejected"; // with a certificate and an address
 
 std::string Count(std::size_t number, const std::string& thing)
 {
     return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
 }
 
-/// Appends the number of files, and their contents.
-void Append(std::vector<std::string>& texts, const std::vector<Bytes>& files)
+/// Appends the number of files, and their names and contents.
+void Append(std::vector<std::string>& texts, const std::vector<TrustFile>& files)
 {
     texts.push_back(std::to_string(files.size()));
-    std::transform(files.begin(), files.end(), std::back_inserter(texts),
-                   [](const Bytes& file) { return std::string(file.begin(), file.end()); });
+    for (const auto& file : files) {
+        texts.push_back(file.path.string());
+        texts.emplace_back(file.content.begin(), file.content.end());
+    }
 }
 
 /// Takes what `Append` has appended.
-std::vector<Bytes> Take(std::vector<std::string>::const_iterator& text)
+std::vector<TrustFile> Take(std::vector<std::string>::const_iterator& text)
 {
-    std::vector<Bytes> files(std::stoul(*text++));
+    std::vector<TrustFile> files(std::stoul(*text++));
     for (auto& file : files) {
-        file.assign(text->begin(), text->end());
+        file.path = *text++;
+        file.content.assign(text->begin(), text->end());
         ++text;
     }
     return files;
@@ -65,6 +68,20 @@ OuterResult ReadTrustOutside(const Configuration& configuration, const std::vect
     for (const auto* const files : {&read.trusted, &read.issuers, &read.revoked})
         Append(result.texts, *files);
     return result;
+}
+
+/// The arguments come from the host, which a client may have taken over: what is kept, and how
+/// much, is decided here.
+OuterResult KeepOutside(const Configuration& configuration, const std::vector<Root>& roots,
+                        const OuterProcess::Arguments& arguments)
+{
+    const auto folder = GetRejectedFolder(GetPkiFolder(configuration));
+    PathTrust(roots, configuration.trustedOwner).Check(folder, FileUse::ReadSecret);
+    const auto& certificate = arguments.at(0);
+    RejectedCertificates(folder).Add(
+        {reinterpret_cast<const unsigned char*>(certificate.data()), certificate.size()},
+        arguments.at(1));
+    return {};
 }
 
 OuterResult OpenOutside(const std::filesystem::path& file, const Configuration& configuration,
@@ -91,7 +108,7 @@ std::unique_ptr<OuterProcess> StartOuterProcess(const Configuration& configurati
 {
     OuterProcess::Tasks tasks;
     const auto add = [&](const char* name, auto* task) {
-        tasks[name] = [configuration, roots, task] {
+        tasks[name] = [configuration, roots, task](const OuterProcess::Arguments&) {
             return task(configuration, roots);
         };
     };
@@ -102,9 +119,24 @@ std::unique_ptr<OuterProcess> StartOuterProcess(const Configuration& configurati
         add(logTask, OpenLogOutside);
     if (configuration.auditFile)
         add(auditTask, OpenAuditOutside);
+    tasks[rejectedTask] = [configuration, roots](const OuterProcess::Arguments& arguments) {
+        return KeepOutside(configuration, roots, arguments);
+    };
     return std::make_unique<OuterProcess>(tasks, configuration.sandbox
                                                      ? OuterProcess::Filter::SystemCalls
                                                      : OuterProcess::Filter::None);
+}
+
+void KeepCertificate(PreparedHost& host, const RefusedClient& client, int interruption)
+{
+    try {
+        host.outerProcess->Run(
+            rejectedTask, interruption,
+            {{client.certificate.begin(), client.certificate.end()}, client.address});
+    } catch (const std::exception& error) {
+        Log(Core::LogLevel::Error, reloadCategory,
+            std::string("Cannot keep the certificate of a refused client: ") + error.what());
+    }
 }
 
 Reload::Reload(PreparedHost& host, Endpoint& endpoint, ReplaceUsers replaceUsers)
@@ -153,8 +185,13 @@ void Reload::ReadUsers(int interruption)
     endpoint.Post([this, users] { replaceUsers(*users); });
     endpoint.CloseSessionsUnless(
         [users](const std::string& user) { return users->Contains(user); });
-    Log(Core::LogLevel::Notice, reloadCategory,
-        "Read " + Count(users->GetSize(), "user") + " again");
+    if (users->GetSize() == 0)
+        Log(Core::LogLevel::Warning, reloadCategory,
+            "Read no users again: '" + host.configuration.usersFile->string() +
+                "' has none, so nobody can log in");
+    else
+        Log(Core::LogLevel::Notice, reloadCategory,
+            "Read " + Count(users->GetSize(), "user") + " again");
 }
 
 void Reload::ReadTrust(int interruption)

@@ -2,6 +2,7 @@
 
 #include "Application.h"
 #include "Endpoint/Endpoint.h"
+#include "Users/RefusedClients.h"
 #include "Users/Users.h"
 
 #include <functional>
@@ -9,10 +10,16 @@
 
 namespace Host {
 
-/// The files that a host reads or opens again when it is told to, and the process that does so.
+/// The files that a host reads, writes or opens outside of its sandbox, and the process that does
+/// so.
 /// REQUIRES: the calling process has one thread. Throws std::system_error.
 [[nodiscard]] std::unique_ptr<OuterProcess> StartOuterProcess(const Configuration& configuration,
                                                               const std::vector<Root>& roots);
+
+/// Has the outer process keep the certificate of a refused client in the PKI folder. Logs a
+/// failure. Returns early if `interruption` becomes readable. One thread at a time, the one that
+/// reloads.
+void KeepCertificate(PreparedHost& host, const RefusedClient& client, int interruption);
 
 /// Reads users and trusted certificates again, and opens log files again. If one of them fails,
 /// what it would replace stays in force, and the others are still done; the log says both.

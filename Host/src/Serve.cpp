@@ -133,28 +133,43 @@ std::string DescribeService(const PreparedHost& host, const Endpoint& endpoint)
     return text;
 }
 
-/// Reloads at each signal to do so, until the first one to stop.
-void ReloadUntilStopped(const PreparedHost& host, Endpoint& endpoint, Reload& reload,
-                        const Signals& signals)
+void AnswerReload(const PreparedHost& host, Endpoint& endpoint, Reload& reload,
+                  const Signals& signals)
 {
-    while (signals.WaitForReload()) {
-        host.notifier.NotifyReloading();
-        reload.Run(signals.GetDescriptor());
-        // Behind everything that takes effect on the thread that serves.
-        endpoint.Post([&host, &endpoint] {
-            Log(Core::LogLevel::Notice, "Host", "Reloaded");
-            host.notifier.NotifyReady(DescribeService(host, endpoint));
-        });
+    host.notifier.NotifyReloading();
+    reload.Run(signals.GetDescriptor());
+    // Behind everything that takes effect on the thread that serves.
+    endpoint.Post([&host, &endpoint] {
+        Log(Core::LogLevel::Notice, "Host", "Reloaded");
+        host.notifier.NotifyReady(DescribeService(host, endpoint));
+    });
+}
+
+/// Reloads at each signal to do so, and has the certificates of refused clients kept, until the
+/// first signal to stop.
+void WorkOutside(PreparedHost& host, Endpoint& endpoint, Reload& reload, RefusedClients& refused,
+                 const Signals& signals)
+{
+    for (;;) {
+        const auto request = signals.Wait(refused.GetDescriptor());
+        if (request == Signals::Request::Stop)
+            return;
+        if (request == Signals::Request::Reload) {
+            AnswerReload(host, endpoint, reload, signals);
+            continue;
+        }
+        for (const auto& client : refused.TakeAll())
+            KeepCertificate(host, client, signals.GetDescriptor());
     }
 }
 
 /// Starts a thread that answers signals: it stops the endpoint on the first one to stop. REQUIRES:
 /// this signal comes before the thread is joined.
-std::thread AnswerSignals(const PreparedHost& host, Endpoint& endpoint, Reload& reload,
-                          const Signals& signals)
+std::thread AnswerSignals(PreparedHost& host, Endpoint& endpoint, Reload& reload,
+                          RefusedClients& refused, const Signals& signals)
 {
     return StartThread("to wait for signals", [&] {
-        ReloadUntilStopped(host, endpoint, reload, signals);
+        WorkOutside(host, endpoint, reload, refused, signals);
         host.notifier.NotifyStopping();
         endpoint.Stop();
     });
@@ -201,6 +216,10 @@ ExitStatus Serve(PreparedHost& host, const Signals& signals)
     settings.audit = [&audit](AuditRecord record) {
         audit.Write(std::move(record));
     };
+    RefusedClients refused;
+    settings.onRefused = [&refused](RefusedClient client) {
+        refused.Add(std::move(client));
+    };
     Endpoint endpoint(
         *host.runtime, std::move(settings),
         [&doorkeeper](const LoginAttempt& attempt) { return doorkeeper.Decide(attempt); });
@@ -209,7 +228,7 @@ ExitStatus Serve(PreparedHost& host, const Signals& signals)
         RefuseNewSockets();
     Reload reload(host, endpoint,
                   [&doorkeeper](Users users) { doorkeeper.Replace(std::move(users)); });
-    std::thread watcher = AnswerSignals(host, endpoint, reload, signals);
+    std::thread watcher = AnswerSignals(host, endpoint, reload, refused, signals);
     Announce(host, endpoint);
     host.notifier.NotifyReady(DescribeService(host, endpoint));
     const bool drained = endpoint.Run();

@@ -18,6 +18,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <iterator>
 #include <memory>
 #include <string_view>
@@ -125,6 +126,31 @@ struct CertificateDeleter
     void operator()(GENERAL_NAMES* names) const noexcept { GENERAL_NAMES_free(names); }
 };
 
+using ParsedCertificate = std::unique_ptr<X509, CertificateDeleter>;
+
+/// Moves `position` behind the certificate that begins there. Returns null if none does.
+ParsedCertificate Parse(const unsigned char*& position, std::size_t size)
+{
+    return ParsedCertificate(d2i_X509(nullptr, &position, static_cast<long>(size)));
+}
+
+ParsedCertificate Parse(std::span<const unsigned char> certificate)
+{
+    const unsigned char* position = certificate.data();
+    return Parse(position, certificate.size());
+}
+
+/// Returns an empty text for a time that is none.
+std::string FormatTime(const ASN1_TIME* time)
+{
+    std::tm fields = {};
+    std::array<char, sizeof("9999-12-31T23:59:59Z")> text{};
+    if (ASN1_TIME_to_tm(time, &fields) != 1 ||
+        std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &fields) == 0)
+        return {};
+    return text.data();
+}
+
 } // namespace
 
 KeyAndCertificate MakeKeyAndCertificate(const std::string& role,
@@ -155,9 +181,7 @@ KeyAndCertificate MakeKeyAndCertificate(const std::string& role,
 
 std::string FindApplicationUri(std::span<const unsigned char> certificate)
 {
-    const unsigned char* position = certificate.data();
-    const std::unique_ptr<X509, CertificateDeleter> parsed(
-        d2i_X509(nullptr, &position, static_cast<long>(certificate.size())));
+    const auto parsed = Parse(certificate);
     if (!parsed)
         return {};
     const std::unique_ptr<GENERAL_NAMES, CertificateDeleter> names(static_cast<GENERAL_NAMES*>(
@@ -171,6 +195,14 @@ std::string FindApplicationUri(std::span<const unsigned char> certificate)
                 static_cast<std::size_t>(ASN1_STRING_length(uri))};
     }
     return {};
+}
+
+std::span<const unsigned char> GetFirstCertificate(std::span<const unsigned char> chain)
+{
+    const unsigned char* end = chain.data();
+    if (!Parse(end, chain.size()))
+        return {};
+    return {chain.data(), end};
 }
 
 std::string MakeFingerprint(std::span<const unsigned char> certificate)
@@ -192,9 +224,7 @@ std::string MakeFingerprint(std::span<const unsigned char> certificate)
 
 std::string DescribeSubject(std::span<const unsigned char> certificate)
 {
-    const unsigned char* position = certificate.data();
-    const std::unique_ptr<X509, CertificateDeleter> parsed(
-        d2i_X509(nullptr, &position, static_cast<long>(certificate.size())));
+    const auto parsed = Parse(certificate);
     const std::unique_ptr<BIO, CertificateDeleter> text(BIO_new(BIO_s_mem()));
     constexpr auto form = XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB;
     if (!parsed || !text ||
@@ -203,6 +233,15 @@ std::string DescribeSubject(std::span<const unsigned char> certificate)
     char* data = nullptr;
     const auto size = BIO_get_mem_data(text.get(), &data);
     return {data, static_cast<std::size_t>(size)};
+}
+
+std::string DescribeValidity(std::span<const unsigned char> certificate)
+{
+    const auto parsed = Parse(certificate);
+    if (!parsed)
+        return {};
+    return FormatTime(X509_get0_notBefore(parsed.get())) + " until " +
+           FormatTime(X509_get0_notAfter(parsed.get()));
 }
 
 } // namespace OpcUa

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <span>
 #include <string>
 #include <tuple>
 
@@ -11,6 +12,7 @@ namespace {
 using OpcUa::FindApplicationUri;
 using OpcUa::MakeKeyAndCertificate;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::StartsWith;
 
 std::string ToText(const OpcUa::Bytes& bytes)
@@ -47,6 +49,26 @@ TEST(ACertificate, IsReadToItsEndAndNotBeyond)
         std::ignore = FindApplicationUri(damaged); // a sanitizer would complain
     }
     EXPECT_NE(FindApplicationUri(whole), "");
+}
+
+TEST(ACertificate, IsTheFirstOfItsChain)
+{
+    const auto first = MakeKeyAndCertificate("tester").certificate;
+    auto chain = first;
+    const auto second = MakeKeyAndCertificate("issuer").certificate;
+    chain.insert(chain.end(), second.begin(), second.end());
+    const auto found = OpcUa::GetFirstCertificate(chain);
+    EXPECT_EQ(OpcUa::Bytes(found.begin(), found.end()), first);
+    EXPECT_TRUE(OpcUa::GetFirstCertificate(std::span(chain).first(100)).empty());
+    EXPECT_TRUE(OpcUa::GetFirstCertificate({}).empty());
+}
+
+TEST(ACertificate, TellsHowLongItIsValid)
+{
+    const auto certificate = MakeKeyAndCertificate("tester").certificate;
+    EXPECT_THAT(OpcUa::DescribeValidity(certificate),
+                MatchesRegex("20..-..-..T..:..:..Z until 20..-..-..T..:..:..Z"));
+    EXPECT_EQ(OpcUa::DescribeValidity({}), "");
 }
 
 TEST(ACertificate, HasNoUriWhenItIsNone)

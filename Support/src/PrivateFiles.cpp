@@ -36,15 +36,17 @@ public:
             unlink(path.c_str());
     }
 
-    /// Gives it the owner of the file that it will replace. Only root can; for others, the new file
-    /// is their own.
-    void KeepOwnerOf(const std::filesystem::path& target)
+    /// Gives it the owner of the file that it will replace, or else of the folder. Only root can;
+    /// for others, the new file is their own.
+    void TakeOwnerFor(const std::filesystem::path& target)
     {
         struct stat status = {};
-        if (geteuid() != 0 || stat(target.c_str(), &status) != 0)
+        const auto folder = std::filesystem::absolute(target).parent_path();
+        if (geteuid() != 0 ||
+            (stat(target.c_str(), &status) != 0 && stat(folder.c_str(), &status) != 0))
             return;
         if (fchown(descriptor.Get(), status.st_uid, status.st_gid) != 0)
-            ThrowSystemError("cannot keep the owner of '" + target.string() + "'");
+            ThrowSystemError("cannot set the owner of '" + target.string() + "'");
     }
 
     void Write(std::string_view content)
@@ -128,7 +130,7 @@ std::string ReadFile(const std::filesystem::path& file)
 void WritePrivateFile(const std::filesystem::path& file, std::string_view content)
 {
     TemporaryFile temporary(file);
-    temporary.KeepOwnerOf(file);
+    temporary.TakeOwnerFor(file);
     temporary.Write(content);
     temporary.Become(file);
     SynchronizeFolder(std::filesystem::absolute(file).parent_path());

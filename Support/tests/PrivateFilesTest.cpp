@@ -81,6 +81,18 @@ TEST_F(APrivateFile, KeepsItsOwnerWhenRootReplacesIt)
     EXPECT_EQ(ReadFile(file), "new");
 }
 
+TEST_F(APrivateFile, BelongsToTheOwnerOfItsFolderWhenRootCreatesIt)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "NOT TESTED, only root can";
+    constexpr uid_t nobody = 65534;
+    ASSERT_EQ(chown(folder.GetPath().c_str(), nobody, nobody), 0);
+    WritePrivateFile(file, "new");
+    struct stat status = {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, nobody);
+}
+
 TEST_F(APrivateFile, IsWrittenWithoutLeavingAnotherFile)
 {
     WritePrivateFile(file, "one");

@@ -44,6 +44,20 @@ public:
                        "input.");
         passwd->add_option("FILE", usersFile)->required();
         passwd->add_option("USER", user)->required();
+        rejected = AddCommand("rejected", "[--config PATH | --pki DIR]",
+                              "list the certificates of refused clients");
+        rejected->footer("Shows fingerprint (SHA-256), subject and validity of each, when it was "
+                         "last refused, and from which address it came first; the latest comes "
+                         "first. Anybody can send a certificate with any subject: compare the "
+                         "fingerprint with the one that the client's operator tells you.");
+        AddPkiOptions(*rejected);
+        trust = AddCommand("trust", "[--config PATH | --pki DIR] FINGERPRINT",
+                           "trust the certificate of a refused client");
+        trust->footer("FINGERPRINT may be its beginning, at least eight hexadecimal digits, with "
+                      "or without colons. The certificate moves to the trusted ones; a host that "
+                      "runs takes it when it reloads.");
+        AddPkiOptions(*trust);
+        trust->add_option("FINGERPRINT", fingerprint)->required();
     }
 
     [[nodiscard]] CommandLine::Command Describe() const { return formatter->Describe(app); }
@@ -61,6 +75,10 @@ public:
         }
         if (passwd->parsed())
             return PasswordCommand{usersFile, user};
+        if (rejected->parsed())
+            return RejectedCommand{FindPkiFolder()};
+        if (trust->parsed())
+            return TrustCommand{FindPkiFolder(), fingerprint};
         auto configuration = MakeConfiguration();
         if (check->count() > 0)
             return CheckCommand{std::move(configuration)};
@@ -74,6 +92,14 @@ private:
         auto* const command = app.add_subcommand(name, text);
         formatter->SetUsage(*command, "talvensor-host " + name + ' ' + arguments);
         return command;
+    }
+
+    void AddPkiOptions(CLI::App& command)
+    {
+        command.add_option("--config", configFile, "the configuration of the host")
+            ->type_name("PATH");
+        command.add_option("--pki", pkiFolder, "the host's folder of keys and certificates")
+            ->type_name("DIR");
     }
 
     CLI::Option* AddOption(const Setting& setting)
@@ -95,10 +121,9 @@ private:
                                                        : CLI::MultiOptionPolicy::Throw);
     }
 
-    /// Returns the values of the file, replaced by those of the flags.
-    Configuration MakeConfiguration()
+    /// Returns the values of the file, replaced by those of the flags, and adds their problems.
+    Configuration ReadConfiguration(std::vector<ConfigurationProblem>& problems)
     {
-        std::vector<ConfigurationProblem> problems;
         SettingValues values;
         const auto files = FindConfigurationFiles(configFile);
         for (const auto& file : files) {
@@ -112,6 +137,24 @@ private:
         auto configuration = ApplySettings(values, problems);
         for (const auto& file : files)
             configuration.files.push_back(std::filesystem::absolute(file));
+        return configuration;
+    }
+
+    std::filesystem::path FindPkiFolder()
+    {
+        if (!pkiFolder.empty())
+            return std::filesystem::absolute(pkiFolder);
+        std::vector<ConfigurationProblem> problems;
+        const auto configuration = ReadConfiguration(problems);
+        if (!problems.empty())
+            throw ConfigurationException(std::move(problems));
+        return GetPkiFolder(configuration);
+    }
+
+    Configuration MakeConfiguration()
+    {
+        std::vector<ConfigurationProblem> problems;
+        auto configuration = ReadConfiguration(problems);
         const auto more = FindProblems(configuration);
         problems.insert(problems.end(), more.begin(), more.end());
         if (problems.empty())
@@ -141,8 +184,12 @@ private:
     std::string configFile;
     std::string usersFile;
     std::string user;
+    std::string pkiFolder; ///< of a command
+    std::string fingerprint;
     CLI::Option* check = nullptr;
     CLI::App* passwd = nullptr;
+    CLI::App* rejected = nullptr;
+    CLI::App* trust = nullptr;
     std::map<std::string, CLI::Option*> options;
 };
 

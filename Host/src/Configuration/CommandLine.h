@@ -26,18 +26,32 @@ struct PasswordCommand
     std::string user;
 };
 
+/// List the certificates of refused clients.
+struct RejectedCommand
+{
+    std::filesystem::path pkiFolder;
+};
+
+/// Trust the certificate of a refused client.
+struct TrustCommand
+{
+    std::filesystem::path pkiFolder;
+    std::string fingerprint;
+};
+
 /// Print a text, the help or the version, and exit.
 struct ShowCommand
 {
     std::string text;
 };
 
-using Command = std::variant<ServeCommand, CheckCommand, PasswordCommand, ShowCommand>;
+using Command = std::variant<ServeCommand, CheckCommand, PasswordCommand, RejectedCommand,
+                             TrustCommand, ShowCommand>;
 
 /// Parses the command line and reads the configuration file that it names. Flags take precedence
 /// over the file; relative paths of flags start at the working directory. Throws
-/// ConfigurationException with all problems of the command line and of the file, and with those
-/// that `FindProblems` finds.
+/// ConfigurationException with all problems of the command line and of the file, and to serve or
+/// check with those that `FindProblems` finds.
 [[nodiscard]] Command ParseCommandLine(int argumentCount, const char* const* arguments);
 
 /// Describes all flags and commands.

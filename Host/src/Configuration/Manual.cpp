@@ -60,12 +60,11 @@ Section MakeFileSection()
     return {
         .title = "Files",
         .text = {},
-        .terms = {
-            {"/etc/talvensor/host.toml, /etc/talvensor/conf.d/*.toml",
-             "The configuration of the service, see host.toml(5)."},
-            {"$XDG_STATE_HOME/talvensor/pki, ~/.local/state/talvensor/pki",
-             "The host's key and certificate, and in trusted the certificates of clients, unless "
-             "--pki names another folder."}}};
+        .terms = {{"/etc/talvensor/host.toml, /etc/talvensor/conf.d/*.toml",
+                   "The configuration of the service, see host.toml(5)."},
+                  {"$XDG_STATE_HOME/talvensor/pki, ~/.local/state/talvensor/pki",
+                   "The host's key and certificate, in trusted the certificates of clients, and in "
+                   "rejected those of refused ones, unless --pki names another folder."}}};
 }
 
 Section MakeExampleSection()

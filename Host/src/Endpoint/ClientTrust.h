@@ -4,18 +4,26 @@
 
 #include <open62541/plugin/pki.h>
 
+#include <functional>
+#include <span>
+
 namespace Host {
 
 /// The check of clients' certificates, as the library knows it.
 class ClientTrust
 {
 public:
+    /// Takes the certificate of a refused client, in DER form; called in the check. Not called with
+    /// what is no certificate.
+    using OnRefused = std::function<void(std::span<const unsigned char> certificate)>;
+
     /// Accepts any certificate.
     ClientTrust();
 
     /// Accepts trusted certificates and those of trusted issuers, unless they are revoked. Throws
-    /// UaException if a file of `trust` is not a certificate or a revocation list.
-    explicit ClientTrust(const Trust& trust);
+    /// OpcUa::CertificateException, with its name, if a file of `trust` is not a certificate or a
+    /// revocation list, and UaException.
+    ClientTrust(const Trust& trust, OnRefused onRefused);
 
     ClientTrust(const ClientTrust&) = delete;
     ClientTrust& operator=(const ClientTrust&) = delete;

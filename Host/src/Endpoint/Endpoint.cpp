@@ -398,8 +398,8 @@ void Endpoint::Implementation::SetTrust(const Trust& trust)
     if (settings.trustsAnyClient)
         return;
     // Read twice here, so that nothing can fail where they are exchanged.
-    loop.Post([this, connections = std::make_shared<ClientTrust>(trust),
-               inSessions = std::make_shared<ClientTrust>(trust)] {
+    loop.Post([this, connections = MakeClientTrust(trust, settings, loop),
+               inSessions = MakeClientTrust(trust, settings, loop)] {
         UA_ServerConfig& configuration = *UA_Server_getConfig(server.get());
         connections->Swap(configuration.secureChannelPKI);
         inSessions->Swap(configuration.sessionPKI);

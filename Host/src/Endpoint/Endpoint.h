@@ -43,8 +43,7 @@ public:
     // call them.
 
     /// Replaces the trusted certificates. Closes the sessions of clients that they do not include,
-    /// unless any client is trusted. Throws UaException, and changes nothing, if one cannot be
-    /// read.
+    /// unless any client is trusted. Throws as ClientTrust, and changes nothing then.
     void SetTrust(const Trust& trust);
 
     /// Closes the sessions of the users for whom `mayStay` returns false. It is called on the

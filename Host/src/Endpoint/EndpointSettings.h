@@ -3,6 +3,7 @@
 #include "Audit/AuditRecord.h"
 #include "Endpoint/Sessions.h"
 #include "Users/Pki.h"
+#include "Users/RefusedClients.h"
 
 #include <chrono>
 #include <cstddef>
@@ -49,6 +50,10 @@ struct EndpointSettings
     std::function<void()> onAlive;
     /// Takes the audit records. Any thread calls it; it does not wait.
     std::function<void(AuditRecord)> audit = [](AuditRecord) {
+    };
+    /// Takes the clients whose certificates were refused. Called on the thread that serves; it does
+    /// not wait.
+    std::function<void(RefusedClient)> onRefused = [](RefusedClient) {
     };
 };
 

@@ -1,6 +1,5 @@
 #include "Endpoint/ServerConfiguration.h"
 
-#include "Endpoint/ClientTrust.h"
 #include "Endpoint/ServerFacts.h"
 #include "Endpoint/Ua.h"
 #include "OpcUa/SymmetricCiphers.h"
@@ -10,6 +9,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <span>
 #include <vector>
 
 namespace Host {
@@ -35,13 +35,13 @@ void SetUrls(UA_ServerConfig& configuration, const EndpointSettings& settings)
 }
 
 /// The library checks certificates of connections and of sessions.
-void SetTrust(UA_ServerConfig& configuration, const EndpointSettings& settings)
+void SetTrust(UA_ServerConfig& configuration, const EndpointSettings& settings, EventLoop& loop)
 {
     for (auto* const check : {&configuration.secureChannelPKI, &configuration.sessionPKI}) {
         if (settings.trustsAnyClient)
             ClientTrust().Swap(*check);
         else
-            ClientTrust(settings.trust).Swap(*check);
+            MakeClientTrust(settings.trust, settings, loop)->Swap(*check);
     }
 }
 
@@ -152,12 +152,23 @@ void FillConfiguration(RoomyConfiguration& filled, const EndpointSettings& setti
     DescribeApplication(configuration, settings);
     AddPolicies(configuration, settings);
     AddEndpoints(configuration, settings, loop);
-    SetTrust(configuration, settings);
+    SetTrust(configuration, settings, loop);
     SetMessageLimits(configuration);
     SetSessionLimits(configuration, settings);
     SetSubscriptionLimits(configuration, settings);
     SetOperationLimits(configuration);
     configuration.asyncOperationTimeout = callLimitInMilliseconds;
+}
+
+std::shared_ptr<ClientTrust> MakeClientTrust(const Trust& trust, const EndpointSettings& settings,
+                                             EventLoop& loop)
+{
+    return std::make_shared<ClientTrust>(
+        trust, [&loop, take = settings.onRefused](std::span<const unsigned char> certificate) {
+            const auto connection = loop.GetConnection(loop.GetCurrentConnection());
+            take({.certificate = {certificate.begin(), certificate.end()},
+                  .address = connection ? connection->remoteAddress : ""});
+        });
 }
 
 } // namespace Host

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "Endpoint/ClientTrust.h"
 #include "Endpoint/EndpointSettings.h"
 #include "Endpoint/LibraryAssumptions.h"
 #include "Network/EventLoop.h"
 
 #include <open62541/server.h>
+
+#include <memory>
 
 namespace Host {
 
@@ -13,5 +16,10 @@ namespace Host {
 /// outlive the server. Throws UaException, OpcUa::LibraryException.
 void FillConfiguration(RoomyConfiguration& filled, const EndpointSettings& settings,
                        EventLoop& loop, UA_Logger& log);
+
+/// Makes the check of clients' certificates, which tells `settings.onRefused` of those that it
+/// refuses. Throws as ClientTrust. `loop` must outlive it.
+[[nodiscard]] std::shared_ptr<ClientTrust>
+MakeClientTrust(const Trust& trust, const EndpointSettings& settings, EventLoop& loop);
 
 } // namespace Host

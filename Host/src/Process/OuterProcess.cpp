@@ -171,10 +171,10 @@ std::optional<Texts> Receive(int socket, Support::Descriptor& descriptor, int in
 // The outer process.
 
 /// Answers a request: an empty text and the texts of the result, or the text of an exception.
-bool Answer(int socket, const OuterProcess::Tasks& tasks, const std::string& name)
+bool Answer(int socket, const OuterProcess::Tasks& tasks, const Texts& request)
 {
     try {
-        auto result = tasks.at(name)();
+        auto result = tasks.at(request.front())({std::next(request.begin()), request.end()});
         Texts texts{""};
         std::move(result.texts.begin(), result.texts.end(), std::back_inserter(texts));
         return Send(socket, texts, result.descriptor.Get());
@@ -222,9 +222,9 @@ void KeepOnly(int socket)
             RefuseNewSockets();
         }
         Support::Descriptor unused;
-        for (auto request = Receive(kept, unused); request && request->size() == 1;
+        for (auto request = Receive(kept, unused); request && !request->empty();
              request = Receive(kept, unused)) {
-            if (!Answer(kept, tasks, request->front()))
+            if (!Answer(kept, tasks, *request))
                 break;
         }
     } catch (const std::exception&) {
@@ -255,11 +255,13 @@ OuterProcess::OuterProcess(const Tasks& tasks, Filter filter)
         Support::ThrowSystemError("cannot start a process outside of the sandbox");
 }
 
-OuterResult OuterProcess::Run(const std::string& task, int interruption)
+OuterResult OuterProcess::Run(const std::string& task, int interruption, const Arguments& arguments)
 {
     OuterResult result;
     std::optional<Texts> answer;
-    if (socket.IsOpen() && Send(socket.Get(), {task}))
+    Texts request{task};
+    request.insert(request.end(), arguments.begin(), arguments.end());
+    if (socket.IsOpen() && Send(socket.Get(), request))
         answer = Receive(socket.Get(), result.descriptor, interruption);
     if (!answer || answer->empty()) {
         socket = Support::Descriptor();

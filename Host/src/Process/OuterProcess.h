@@ -17,16 +17,19 @@ struct OuterResult
 };
 
 /// A child process that stays outside of the sandbox and opens files again for the confined host:
-/// the user file, certificates and logs that an operator has changed or rotated.
+/// the user file, certificates and logs that an operator has changed or rotated. It also writes
+/// what the host has to leave behind outside.
 ///
-/// It knows its tasks from the beginning; a request is the name of one, without a path or any other
-/// data, so that a host in the hands of an attacker gets no other file through it. It runs no
-/// programs, makes no connections, ignores the signals that end the host, and ends with it.
+/// It knows its tasks from the beginning. A request is the name of one, never a path, so that a
+/// host in the hands of an attacker gets no other file through it; a task that takes more than its
+/// name has to take it as coming from an attacker. It runs no programs, makes no connections,
+/// ignores the signals that end the host, and ends with it.
 class OuterProcess
 {
 public:
+    using Arguments = std::vector<std::string>;
     /// An exception that it throws is thrown by `Run`.
-    using Task = std::function<OuterResult()>;
+    using Task = std::function<OuterResult(const Arguments&)>;
     using Tasks = std::map<std::string, Task>;
 
     enum class Filter
@@ -45,7 +48,7 @@ public:
     /// Runs a task there. Throws std::runtime_error with the task's text if it has thrown, and if
     /// the process is gone or `interruption` becomes readable before the result is there; after
     /// that no further task can be run. One thread at a time.
-    [[nodiscard]] OuterResult Run(const std::string& task, int interruption);
+    OuterResult Run(const std::string& task, int interruption, const Arguments& arguments = {});
 
 private:
     Support::Descriptor socket;

@@ -218,15 +218,19 @@ Signals::~Signals()
     reloadDescriptor = -1;
 }
 
-bool Signals::WaitForReload() const
+Signals::Request Signals::Wait(int descriptor) const
 {
-    std::array<pollfd, 2> waiting{pollfd{requested.Get(), POLLIN, 0},
-                                  pollfd{reloadRequested.Get(), POLLIN, 0}};
+    std::array<pollfd, 3> waiting{pollfd{requested.Get(), POLLIN, 0},
+                                  pollfd{reloadRequested.Get(), POLLIN, 0},
+                                  pollfd{descriptor, POLLIN, 0}};
     while (poll(waiting.data(), waiting.size(), -1) < 0 && errno == EINTR)
         continue;
+    if (waiting[0].revents != 0)
+        return Request::Stop;
     std::uint64_t count = 0;
-    return waiting[0].revents == 0 &&
-           read(reloadRequested.Get(), &count, sizeof(count)) == sizeof(count);
+    if (read(reloadRequested.Get(), &count, sizeof(count)) == sizeof(count))
+        return Request::Reload;
+    return waiting[2].revents != 0 ? Request::Other : Request::Stop;
 }
 
 std::optional<int> Signals::GetSignal() noexcept

@@ -84,9 +84,15 @@ public:
     /// Returns the first signal to stop, nothing before it. Any thread may call it.
     [[nodiscard]] static std::optional<int> GetSignal() noexcept;
 
-    /// Waits for a request. Returns true for one to reload, which then counts as answered, and
-    /// false for one to stop. One thread at a time.
-    [[nodiscard]] bool WaitForReload() const;
+    enum class Request
+    {
+        Stop,
+        Reload, ///< counts as answered once it is returned
+        Other,
+    };
+
+    /// Waits for a request; `Other`: the descriptor is readable. One thread at a time.
+    [[nodiscard]] Request Wait(int descriptor) const;
 
 private:
     static constexpr std::array signals = {SIGINT, SIGTERM};

@@ -27,6 +27,7 @@ constexpr const char* ownName = "own";
 constexpr const char* trustedName = "trusted";
 constexpr const char* issuersName = "issuers";
 constexpr const char* revokedName = "revoked";
+constexpr const char* rejectedName = "rejected";
 constexpr const char* keyName = "key.der";
 constexpr const char* certificateName = "certificate.der";
 
@@ -115,7 +116,7 @@ void MakeOwnersFolder(const Path& folder)
     Support::RequirePrivateFolder(folder);
 }
 
-std::vector<Bytes> ReadFolder(const Path& folder, Pki::WhenMissing whenMissing)
+std::vector<TrustFile> ReadFolder(const Path& folder, Pki::WhenMissing whenMissing)
 {
     if (whenMissing == Pki::WhenMissing::Leave && !std::filesystem::exists(folder))
         return {};
@@ -126,9 +127,10 @@ std::vector<Bytes> ReadFolder(const Path& folder, Pki::WhenMissing whenMissing)
             files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());
-    std::vector<Bytes> contents;
-    std::transform(files.begin(), files.end(), std::back_inserter(contents),
-                   [](const Path& file) { return ToBytes(Support::ReadFile(file)); });
+    std::vector<TrustFile> contents;
+    std::transform(files.begin(), files.end(), std::back_inserter(contents), [](const Path& file) {
+        return TrustFile{.path = file, .content = ToBytes(Support::ReadFile(file))};
+    });
     return contents;
 }
 
@@ -136,7 +138,7 @@ std::vector<Bytes> ReadFolder(const Path& folder, Pki::WhenMissing whenMissing)
 
 Pki::Pki(const std::filesystem::path& folder, const std::string& listenHost,
          WhenMissing whenMissing)
-    : trustedFolder(folder / trustedName)
+    : trustedFolder(Host::GetTrustedFolder(folder))
 {
     const auto own = folder / ownName;
     if (whenMissing == WhenMissing::Make) {
@@ -176,6 +178,16 @@ void Pki::MakeInMemory(const std::filesystem::path& own, const std::string& list
     key = std::move(made.key);
     certificate = std::move(made.certificate);
     applicationUri = OpcUa::FindApplicationUri(certificate);
+}
+
+std::filesystem::path GetTrustedFolder(const std::filesystem::path& folder)
+{
+    return folder / trustedName;
+}
+
+std::filesystem::path GetRejectedFolder(const std::filesystem::path& folder)
+{
+    return folder / rejectedName;
 }
 
 std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder)

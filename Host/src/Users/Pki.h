@@ -10,12 +10,18 @@ namespace Host {
 
 using OpcUa::Bytes;
 
-/// The certificates of clients that the host trusts, in DER or PEM form.
+struct TrustFile
+{
+    std::filesystem::path path;
+    Bytes content; ///< in DER or PEM form, or neither: nobody has looked at it yet
+};
+
+/// The certificates of clients that the host trusts.
 struct Trust
 {
-    std::vector<Bytes> trusted; ///< of clients, or of their issuers
-    std::vector<Bytes> issuers; ///< intermediate certificates
-    std::vector<Bytes> revoked; ///< revocation lists
+    std::vector<TrustFile> trusted; ///< of clients, or of their issuers
+    std::vector<TrustFile> issuers; ///< intermediate certificates
+    std::vector<TrustFile> revoked; ///< revocation lists
 };
 
 /// The host's key and certificate, and the certificates that it trusts. Reads them into memory when
@@ -26,8 +32,10 @@ struct Trust
 ///     trusted/                           certificates of clients, or of their issuers
 ///     issuers/                           intermediate certificates
 ///     revoked/                           revocation lists
+///     rejected/                          certificates of refused clients, see
+///                                        RejectedCertificates; not read here
 ///
-/// The last three hold files in DER or PEM form.
+/// `trusted`, `issuers` and `revoked` hold files in DER or PEM form.
 class Pki
 {
 public:
@@ -73,6 +81,11 @@ private:
     std::string applicationUri;
     Trust trust;
 };
+
+/// Returns the folders of a PKI folder for certificates of clients that are trusted, and of those
+/// that were refused.
+[[nodiscard]] std::filesystem::path GetTrustedFolder(const std::filesystem::path& folder);
+[[nodiscard]] std::filesystem::path GetRejectedFolder(const std::filesystem::path& folder);
 
 /// Returns the folder and all files and folders in it that `Pki` reads, as far as they exist.
 [[nodiscard]] std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder);

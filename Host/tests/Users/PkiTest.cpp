@@ -16,7 +16,9 @@
 namespace Host {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
@@ -31,10 +33,14 @@ UA_ByteString Borrow(const Bytes& bytes)
     return result;
 }
 
+Bytes ToBytes(const std::string& text)
+{
+    return {text.begin(), text.end()};
+}
+
 Bytes ReadBytes(const std::filesystem::path& file)
 {
-    const auto text = ReadWhole(file);
-    return {text.begin(), text.end()};
+    return ToBytes(ReadWhole(file));
 }
 
 mode_t GetMode(const std::filesystem::path& path)
@@ -166,9 +172,15 @@ TEST_F(APkiFolder, ReadsTheCertificatesThatAreTrusted)
     std::ofstream(folder / "revoked" / "list.crl", std::ios::binary) << "list";
     std::filesystem::create_directory(folder / "trusted" / "folder");
     const Pki pki(folder, listenHost);
-    EXPECT_THAT(pki.GetTrust().trusted, ElementsAre(other.GetCertificate()));
-    EXPECT_THAT(pki.GetTrust().issuers, ElementsAre(Bytes{'i', 's', 's', 'u', 'e', 'r'}));
-    EXPECT_THAT(pki.GetTrust().revoked, ElementsAre(Bytes{'l', 'i', 's', 't'}));
+    const auto holds = [](const std::filesystem::path& path, const Bytes& content) {
+        return AllOf(Field(&TrustFile::path, path), Field(&TrustFile::content, content));
+    };
+    EXPECT_THAT(pki.GetTrust().trusted,
+                ElementsAre(holds(folder / "trusted" / "client.der", other.GetCertificate())));
+    EXPECT_THAT(pki.GetTrust().issuers,
+                ElementsAre(holds(folder / "issuers" / "issuer.der", ToBytes("issuer"))));
+    EXPECT_THAT(pki.GetTrust().revoked,
+                ElementsAre(holds(folder / "revoked" / "list.crl", ToBytes("list"))));
 }
 
 TEST_F(APkiFolder, CannotBeUsedWhenOthersCanReadTheKey)

@@ -8,7 +8,9 @@ import {
 } from "node:fs";
 import { join } from "node:path";
 import { after, before, describe, it } from "node:test";
-import { makeCertificate, makeClientPki, makeFolder, startHost, waitFor, writeUsers } from "./harness.mjs";
+import {
+    makeCertificate, makeClientPki, makeFolder, runHost, startHost, waitFor, writeUsers,
+} from "./harness.mjs";
 
 const login = (host, user, password, options = {}) =>
     host.connect({ policy: "Basic256Sha256", user, password, ...options });
@@ -75,6 +77,19 @@ describe("A host with users that reloads", () => {
         assert.equal(await refusal(login(host, "bob", "two")), "BadUserAccessDenied");
         await (await staying.createFiles()).upload(host.path("file"), "text");
     });
+
+    it("lets nobody in once the last user is removed, and ends all sessions", async () => {
+        const content = readFileSync(users);
+        const leaving = await login(host, "ann", "new");
+        writeFileSync(users, "# nobody\n");
+        assert.match(await reload(host), /Warning Host 0 "Read no users again: '.*users' has none, so nobody can log in"/);
+        await ended(leaving);
+        assert.equal(await refusal(login(host, "ann", "new")), "BadUserAccessDenied");
+        await assert.rejects(host.connect({ policy: "Basic256Sha256" }));
+        writeFileSync(users, content);
+        assert.match(await reload(host), /"Read 1 user again"/);
+        await login(host, "ann", "new");
+    });
 });
 
 describe("A host that trusts certificates and reloads", () => {
@@ -107,9 +122,15 @@ describe("A host that trusts certificates and reloads", () => {
     });
 
     it("keeps the certificates when one is broken", async () => {
-        writeFileSync(fileOf(2), "nonsense");
-        assert.match(await reload(host), /Error Host 0 "Cannot read the trusted certificates again, the old ones stay/);
-        rmSync(fileOf(2));
+        const broken = [fileOf(2), join(host.pki, "issuers", "issuer.der"), join(host.pki, "revoked", "list.crl")];
+        broken.forEach((file) => writeFileSync(file, "nonsense"));
+        const lines = await reload(host);
+        const failure = "Cannot read the trusted certificates again, the old ones stay in force: ";
+        const reasons = ["a certificate", "a certificate", "a revocation list"].map(
+            (kind, i) => `'${broken[i]}' is not ${kind} in DER or PEM form`,
+        );
+        assert.ok(lines.includes(`Error Host 0 "${failure}${reasons.join("; ")}"`), lines);
+        broken.forEach((file) => rmSync(file));
         await connect(0);
     });
 
@@ -122,6 +143,29 @@ describe("A host that trusts certificates and reloads", () => {
         // Its connection is still there, but it gets no session on it either.
         await assert.rejects(leaving.opcua.createSession({ type: 1, userName: "ann", password: "one" }));
         await (await staying.createFiles()).upload(host.path("file"), "text");
+    });
+
+    it("keeps a refused certificate, which a command lists and trusts", async () => {
+        const pki = makeClientPki();
+        const { fingerprint256, subject } = new X509Certificate(readFileSync(await makeCertificate(pki)));
+        const connectIt = () =>
+            login(host, "ann", "one", { pki, url: `opc.tcp://127.0.0.1:${host.port}` });
+        const run = (...command) => {
+            const { status, output, error } = runHost([...command, "--pki", host.pki]);
+            assert.equal(status, 0, error);
+            return output;
+        };
+        await assert.rejects(connectIt());
+        await waitFor("the kept certificate", () => run("rejected").includes(fingerprint256));
+        const listed = run("rejected").split(/\n(?! )/).find((each) => each.startsWith(fingerprint256));
+        assert.match(listed, /\n {2}subject {2}CN=endpoint-test/, subject);
+        assert.match(listed, /\n {2}valid {4}20\S+Z until 20\S+Z\n {2}refused {2}20\S+Z, first from 127\.0\.0\.1$/);
+
+        assert.match(run("trust", fingerprint256.slice(0, 14)), /is trusted: .*reload/);
+        assert.ok(!run("rejected").includes(fingerprint256));
+        assert.match(await reload(host), /"Read \d trusted certificates, /);
+        await connectIt();
+        rmSync(join(host.pki, "trusted", `${fingerprint256.replaceAll(":", "")}.der`));
     });
 
     it("trusts nobody when all are removed", async () => {

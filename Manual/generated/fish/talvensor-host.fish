@@ -36,3 +36,9 @@ complete -c talvensor-host -l max-memory -x -d 'when this process uses more memo
 complete -c talvensor-host -l reserved-descriptors -x -d 'the descriptors that are kept for accepting connections (64)'
 complete -c talvensor-host -n __fish_use_subcommand -a passwd -d 'set a user\'s password in a user file'
 complete -c talvensor-host -n '__fish_seen_subcommand_from passwd' -F
+complete -c talvensor-host -n __fish_use_subcommand -a rejected -d 'list the certificates of refused clients'
+complete -c talvensor-host -n '__fish_seen_subcommand_from rejected' -l config -x -d 'the configuration of the host'
+complete -c talvensor-host -n '__fish_seen_subcommand_from rejected' -l pki -x -a '(__fish_complete_directories)' -d 'the host\'s folder of keys and certificates'
+complete -c talvensor-host -n __fish_use_subcommand -a trust -d 'trust the certificate of a refused client'
+complete -c talvensor-host -n '__fish_seen_subcommand_from trust' -l config -x -d 'the configuration of the host'
+complete -c talvensor-host -n '__fish_seen_subcommand_from trust' -l pki -x -a '(__fish_complete_directories)' -d 'the host\'s folder of keys and certificates'

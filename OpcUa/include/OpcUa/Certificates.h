@@ -35,11 +35,20 @@ MakeKeyAndCertificate(const std::string& role, const std::vector<std::string>& h
 /// there is none or if it is no certificate.
 [[nodiscard]] std::string FindApplicationUri(std::span<const unsigned char> certificate);
 
+/// Returns the first certificate of a chain in DER form, empty if the chain does not begin with
+/// one.
+[[nodiscard]] std::span<const unsigned char>
+GetFirstCertificate(std::span<const unsigned char> chain);
+
 /// Returns the SHA-256 hash of a certificate as upper-case hexadecimal digits with colons.
 [[nodiscard]] std::string MakeFingerprint(std::span<const unsigned char> certificate);
 
 /// Returns the subject of a certificate in DER form as RFC 2253 writes it, in UTF-8, raw; an empty
 /// text if it is no certificate.
 [[nodiscard]] std::string DescribeSubject(std::span<const unsigned char> certificate);
+
+/// Returns the time in which a certificate in DER form is valid as "2026-01-01T00:00:00Z until
+/// 2036-01-01T00:00:00Z"; an empty text if it is no certificate.
+[[nodiscard]] std::string DescribeValidity(std::span<const unsigned char> certificate);
 
 } // namespace OpcUa

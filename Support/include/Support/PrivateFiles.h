@@ -34,8 +34,9 @@ enum class GroupMayRead
 /// regular file.
 [[nodiscard]] std::string ReadFile(const std::filesystem::path& file);
 
-/// Creates or replaces a file with mode 0600; one that root replaces keeps its owner. Readers see
-/// the old content or the new one, also after a power failure.
+/// Creates or replaces a file with mode 0600. One that root replaces keeps its owner, and one that
+/// root creates belongs to the owner of its folder. Readers see the old content or the new one,
+/// also after a power failure.
 void WritePrivateFile(const std::filesystem::path& file, std::string_view content);
 
 /// Creates a folder with mode 0700, and missing folders above it. Does nothing if it exists.
