@@ -217,6 +217,7 @@ void KeepOnly(int socket)
         prctl(PR_SET_NAME, "talvensor-outer");
         RefuseInspection();
         if (filter == OuterProcess::Filter::SystemCalls) {
+            DropCapabilities(KeptCapabilities::OfFileServer);
             RefuseNewPrivileges();
             RefuseSystemCalls();
             RefuseNewSockets();

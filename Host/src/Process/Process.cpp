@@ -11,12 +11,14 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <linux/capability.h>
 #include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace Host {
@@ -56,6 +58,11 @@ void HandleReloadSignal(int number, siginfo_t* origin, void* /*context*/)
     else if (!outlivesTerminal && firstSignal.compare_exchange_strong(none, number))
         Count(stopDescriptor);
 }
+
+/// The capabilities that a file server needs to handle files as root does. Those that open files
+/// without a path (CAP_DAC_READ_SEARCH) or could undo the sandbox are not among them.
+constexpr std::array keptByRoot = {CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_FSETID,
+                                   CAP_NET_BIND_SERVICE};
 
 std::atomic<rlim_t> keptDescriptors = 0;
 
@@ -141,6 +148,26 @@ void RefuseNewPrivileges()
 {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
         Support::ThrowSystemError("cannot switch off gaining privileges");
+}
+
+void DropCapabilities(KeptCapabilities which)
+{
+    __user_cap_header_struct header = {};
+    header.version = _LINUX_CAPABILITY_VERSION_3;
+    std::array<__user_cap_data_struct, 2> held{};
+    if (syscall(SYS_capget, &header, held.data()) != 0)
+        Support::ThrowSystemError("cannot read the process's capabilities");
+    unsigned int kept = 0;
+    if (which == KeptCapabilities::OfFileServer) {
+        for (const auto capability : keptByRoot)
+            kept |= 1U << static_cast<unsigned int>(capability); // all of them below 32
+    }
+    held[0].permitted &= kept;
+    held[0].effective &= kept;
+    held[0].inheritable = 0;
+    held[1] = {};
+    if (syscall(SYS_capset, &header, held.data()) != 0)
+        Support::ThrowSystemError("cannot give up capabilities");
 }
 
 void DisableCoreFiles()

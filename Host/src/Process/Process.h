@@ -43,6 +43,15 @@ void RefuseInspection();
 /// Keeps the process and its threads from gaining privileges by running a program.
 void RefuseNewPrivileges();
 
+enum class KeptCapabilities
+{
+    None,
+    OfFileServer, ///< those of root for files and low ports, as far as the process has them
+};
+
+/// Gives up all other capabilities, for good. REQUIRES: the process has one thread.
+void DropCapabilities(KeptCapabilities which);
+
 /// Switches off core files, which would hold keys and passwords.
 void DisableCoreFiles();
 

@@ -11,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -211,31 +210,6 @@ void ChangeFileSystem(const std::vector<Root>& roots)
     MakeReadOnly(top);
 }
 
-/// The capabilities that a file server needs to handle files as root does. Those that open files
-/// without a path (CAP_DAC_READ_SEARCH) or could undo the sandbox are not among them.
-constexpr std::array keptByRoot = {CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_FSETID,
-                                   CAP_NET_BIND_SERVICE};
-
-void DropCapabilities(bool all)
-{
-    __user_cap_header_struct header = {};
-    header.version = _LINUX_CAPABILITY_VERSION_3;
-    std::array<__user_cap_data_struct, 2> held{};
-    if (syscall(SYS_capget, &header, held.data()) != 0)
-        Support::ThrowSystemError("cannot read the process's capabilities");
-    unsigned int kept = 0;
-    if (!all) {
-        for (const auto capability : keptByRoot)
-            kept |= 1U << static_cast<unsigned int>(capability); // all of them below 32
-    }
-    held[0].permitted &= kept;
-    held[0].effective &= kept;
-    held[0].inheritable = 0;
-    held[1] = {};
-    if (syscall(SYS_capset, &header, held.data()) != 0)
-        Support::ThrowSystemError("cannot give up capabilities");
-}
-
 } // namespace
 
 std::string SandboxReport::ToString() const
@@ -274,7 +248,8 @@ SandboxReport EnterSandbox(const std::vector<Root>& roots, KernelFiles kernelFil
     report.hasMountNamespace = true;
     if (chdir(roots.front().real.c_str()) != 0)
         Support::ThrowSystemError("cannot enter the root '" + roots.front().real.string() + "'");
-    DropCapabilities(report.hasUserNamespace);
+    DropCapabilities(report.hasUserNamespace ? KeptCapabilities::None
+                                             : KeptCapabilities::OfFileServer);
     RefuseNewPrivileges();
     report.landlockVersion = RestrictWithLandlock(roots);
     report.hasSystemCallFilter = RefuseSystemCalls();

@@ -7,7 +7,7 @@ import { mkdirSync, readdirSync, readFileSync, rmSync, statSync, symlinkSync, ut
 import { basename, dirname, join, relative } from "node:path";
 import { after, before, describe, it } from "node:test";
 import { snapshot } from "./adversary.mjs";
-import { makeFolder, methods, noTime, startHost, waitFor, writeUsers } from "./harness.mjs";
+import { cannotInspect, makeFolder, methods, noTime, startHost, waitFor, writeUsers } from "./harness.mjs";
 
 const time = new Date("2001-02-03T04:05:06Z");
 const secretTime = new Date("2010-01-02T03:04:05Z");
@@ -296,6 +296,19 @@ describe("A confined host", () => {
             await files.nextEvent("DeleteResultEvent");
             return tried.filter((each) => !reading.test(each));
         });
+    });
+
+    it("keeps capabilities for files and low ports alone, also in the process outside", { skip: cannotInspect }, () => {
+        const statusOf = (pid) => readFileSync(`/proc/${pid}/status`, "utf8");
+        const children = readFileSync(`/proc/${host.pid}/task/${host.pid}/children`, "utf8").trim().split(" ");
+        assert.equal(children.length, 1);
+        assert.match(statusOf(children[0]), /^Name:\ttalvensor-outer$/m);
+        const allowed = 0x41bn; // CHOWN, DAC_OVERRIDE, FOWNER, FSETID, NET_BIND_SERVICE
+        for (const pid of [host.pid, children[0]]) {
+            for (const [line, name, held] of statusOf(pid).matchAll(/^Cap(Inh|Prm|Eff|Amb):\t(\w+)$/gm)) {
+                assert.equal(BigInt(`0x${held}`) & ~allowed, 0n, `${name} of ${pid}: ${line}`);
+            }
+        }
     });
 
     it("has been attacked with every method", () => {
