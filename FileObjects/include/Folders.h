@@ -1,0 +1,64 @@
+#pragma once
+
+#include "Core/Folder.h"
+#include "Descriptor.h"
+#include "Keys.h"
+
+#include <cstddef>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+namespace FileObjects {
+
+/// Opens files below the host's folders, and nothing else: the kernel refuses every path and link
+/// that leads out of its folder. A folder is looked up at each use, so it may come later, or be
+/// mounted anew. Any thread. All operations that fail throw Core::StatusException.
+class Folders
+{
+public:
+    explicit Folders(std::vector<Core::Folder> folders);
+
+    [[nodiscard]] std::size_t GetSize() const noexcept { return folders.size(); }
+    [[nodiscard]] std::vector<std::string> GetNames() const;
+    [[nodiscard]] bool IsReadOnly(std::size_t folder) const;
+
+    /// Throws Bad_NotWritable for a place in a folder that clients may not change.
+    void RequireWritable(const Place& place) const;
+
+    /// Returns a text for messages: the folder's name and the path.
+    [[nodiscard]] std::string Show(const Place& place) const;
+
+    /// Opens a file or directory, whatever it is, for looking at it and for the ...at calls.
+    [[nodiscard]] Descriptor OpenPath(const Place& place) const;
+    /// The same, of a kind: throws Bad_NotFound for everything else.
+    [[nodiscard]] Descriptor OpenPath(NodeKind kind, const Place& place) const;
+    [[nodiscard]] Descriptor OpenDirectoryPath(const Place& place) const;
+    /// Opens a directory for reading its entries.
+    [[nodiscard]] Descriptor OpenDirectory(const Place& place) const;
+
+    /// Opens a regular file. Throws Bad_NotFound for everything else, and opens it not even for a
+    /// moment, unless it replaces a file just now; then it does not wait for it.
+    [[nodiscard]] Descriptor OpenFile(const Place& place, int flags) const;
+
+    /// Returns the state of a file or directory. Throws Bad_NotFound for special files.
+    [[nodiscard]] struct stat GetState(const Place& place) const;
+    /// The same, of a kind: throws Bad_NotFound for the other one.
+    [[nodiscard]] struct stat GetState(NodeKind kind, const Place& place) const;
+    [[nodiscard]] bool Exists(NodeKind kind, const Place& place) const noexcept;
+
+private:
+    [[nodiscard]] int TryOpen(const Place& place, int flags) const noexcept;
+    [[nodiscard]] Descriptor Open(const Place& place, int flags) const;
+
+    const std::vector<Core::Folder> folders;
+};
+
+/// Returns the state of an open file. Throws Core::StatusException.
+[[nodiscard]] struct stat GetState(const Descriptor& file, const std::string& subject);
+
+/// Opens a directory's entry without following a link; -1 and errno if that fails.
+[[nodiscard]] Descriptor OpenEntry(const Descriptor& directory, const std::string& name, int flags,
+                                   mode_t mode = 0);
+
+} // namespace FileObjects

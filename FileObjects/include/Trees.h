@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Caller.h"
+#include "Descriptor.h"
+#include "OpenFiles.h"
+
+#include <string>
+
+// Work on directory trees. It stays below the directories that it is given: no link is followed.
+// All operations throw Core::StatusException, also when the caller has gone; `subject` names what
+// they work on.
+namespace FileObjects {
+
+/// An entry of an open directory.
+struct Entry
+{
+    const Descriptor& directory;
+    std::string name;
+};
+
+/// True if there is anything with this name, a link that leads nowhere included.
+[[nodiscard]] bool EntryExists(const Entry& entry);
+
+/// Deletes a file, link or directory with all below it; for no caller, to its end.
+void DeleteTree(const Entry& entry, const std::string& subject, const Caller* caller);
+/// The same for something unfinished: deletes as much as it can.
+void RemoveTree(const Entry& entry) noexcept;
+
+/// Copies all bytes from the beginning.
+void CopyContent(const Descriptor& from, const Descriptor& to, const std::string& subject,
+                 const Caller& caller);
+
+/// Makes a file or directory with the contents, permissions and time of an open one. Leaves out
+/// special files. Leaves what it has made when it fails.
+void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject,
+              const Caller& caller);
+
+/// Renames an entry, atomically, unless the new name exists: Bad_BrowseNameDuplicated. Returns
+/// false if they are on different file systems.
+[[nodiscard]] bool Rename(const Entry& from, const Entry& to, const std::string& subject);
+
+/// Returns a name that nobody else uses.
+[[nodiscard]] std::string MakeTemporaryName();
+
+} // namespace FileObjects

@@ -1,0 +1,286 @@
+#include "Directories.h"
+
+#include "Core/Exception.h"
+#include "DirectoryReader.h"
+#include "Statuses.h"
+#include "Times.h"
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <optional>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace FileObjects {
+
+namespace {
+
+void RequireName(const std::string& name)
+{
+    if (!IsFileName(name))
+        Refuse(Status::browseNameInvalid, name, "no file can have this name");
+}
+
+/// Adds the entries of a directory to a page.
+class ListingBuilder
+{
+public:
+    ListingBuilder(const Folders& folders, const Place& place, const Descriptor& directory)
+        : folders(folders)
+        , place(place)
+        , directory(directory)
+    {}
+
+    void Add(const DirectoryEntry& entry)
+    {
+        struct stat state
+        {};
+        const std::string name(entry.name);
+        if (!Look(entry.type, name, state) || (!S_ISREG(state.st_mode) && !S_ISDIR(state.st_mode)))
+            return;
+        textSize += name.size();
+        listing.names.push_back(name);
+        listing.kinds.push_back(S_ISDIR(state.st_mode) ? Listing::directory : Listing::file);
+        listing.sizes.push_back(S_ISDIR(state.st_mode) ? 0
+                                                       : static_cast<unsigned long>(state.st_size));
+        listing.times.push_back(ToDateTime(state.st_mtim));
+    }
+
+    [[nodiscard]] bool IsFull(std::size_t maximum) const
+    {
+        constexpr std::size_t maximumText = 4UL * 1024 * 1024; // a message has room for it
+        return listing.names.size() >= maximum || textSize >= maximumText;
+    }
+
+    [[nodiscard]] Listing& Get() noexcept { return listing; }
+
+private:
+    /// A link counts as the file or directory that it leads to.
+    bool Look(unsigned char type, const std::string& name, struct stat& state) const
+    {
+        if (type == DT_LNK)
+            return Follow(name, state);
+        if (type != DT_REG && type != DT_DIR && type != DT_UNKNOWN)
+            return false;
+        if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
+            return false;
+        return !S_ISLNK(state.st_mode) || Follow(name, state);
+    }
+
+    bool Follow(const std::string& name, struct stat& state) const
+    {
+        try {
+            state = folders.GetState(GetChild(place, name));
+            return true;
+        } catch (const Core::StatusException&) {
+            return false;
+        }
+    }
+
+    const Folders& folders;
+    const Place& place;
+    const Descriptor& directory;
+    Listing listing;
+    std::size_t textSize = 0;
+};
+
+} // namespace
+
+Directories::Directories(const Folders& folders, const NodeIds& nodeIds, OpenFiles& openFiles,
+                         Files& files)
+    : folders(folders)
+    , nodeIds(nodeIds)
+    , openFiles(openFiles)
+    , files(files)
+{}
+
+Core::NodeId Directories::CreateDirectory(const Key& directory, const std::string& name)
+{
+    RequireChangeable(directory);
+    RequireName(name);
+    const Key created{NodeKind::Directory, GetChild(directory.place, name), {}};
+    auto id = nodeIds.ToNodeId(created);
+    const auto parent = folders.OpenDirectoryPath(directory.place);
+    if (mkdirat(parent.Get(), name.c_str(), 0777) != 0)
+        RefuseWithErrno(folders.Show(created.place), errno);
+    return id;
+}
+
+CreatedFile Directories::CreateFile(const Key& directory, const std::string& name, bool isOpened,
+                                    const Caller& caller)
+{
+    RequireChangeable(directory);
+    RequireName(name);
+    if (isOpened)
+        openFiles.RequireRoom(caller.GetSession());
+    const Key node{NodeKind::File, GetChild(directory.place, name), {}};
+    const std::string subject = folders.Show(node.place);
+    CreatedFile created{nodeIds.ToNodeId(node), 0};
+    const auto parent = folders.OpenDirectoryPath(directory.place);
+    Descriptor file = OpenEntry(parent, name, O_RDWR | O_CREAT | O_EXCL, 0666);
+    if (!file.IsOpen())
+        RefuseWithErrno(subject, errno);
+    if (isOpened)
+        created.handle = files.Register(std::move(file), node, subject,
+                                        Files::modeRead | Files::modeWrite, caller);
+    return created;
+}
+
+void Directories::Delete(const Key& directory, const Core::NodeId& object, const Caller& caller)
+{
+    RequireChangeable(directory);
+    const Key node = RequireChild(directory, object);
+    const std::string subject = folders.Show(node.place);
+    const auto state = folders.GetState(node.kind, node.place);
+    openFiles.RequireClosed(ToIdentity(state), false, subject);
+    openFiles.RequireClosedBelow(node.place, false, subject);
+    const auto parent = folders.OpenDirectoryPath(directory.place);
+    DeleteTree({parent, GetName(node.place.path)}, subject, &caller);
+}
+
+Core::NodeId Directories::MoveOrCopy(const Key& directory, const Core::NodeId& object,
+                                     const Core::NodeId& target, bool isCopied,
+                                     const std::string& newName, const Caller& caller)
+{
+    const Key from = RequireChild(directory, object);
+    if (!isCopied)
+        RequireChangeable(directory);
+    const Key to = RequireTarget(from, target, newName);
+    auto id = nodeIds.ToNodeId(to);
+    const std::string subject = folders.Show(from.place);
+    const auto state = folders.GetState(from.kind, from.place);
+    openFiles.RequireClosed(ToIdentity(state), isCopied, subject);
+    openFiles.RequireClosedBelow(from.place, isCopied, subject);
+    const auto parent = folders.OpenDirectoryPath(GetParent(to.place));
+    const Entry entry{parent, GetName(to.place.path)};
+    if (EntryExists(entry))
+        RefuseWithErrno(folders.Show(to.place), EEXIST);
+    if (isCopied)
+        Copy(from, entry, caller);
+    else
+        Move(from, entry, caller);
+    return id;
+}
+
+void Directories::Copy(const Key& from, const Entry& to, const Caller& caller) const
+{
+    const std::string subject = folders.Show(from.place);
+    const Descriptor source = from.kind == NodeKind::Directory
+                                  ? folders.OpenDirectory(from.place)
+                                  : folders.OpenFile(from.place, O_RDONLY);
+    const Entry copy{to.directory, MakeTemporaryName()};
+    try {
+        CopyTree(source, copy, subject, caller);
+        static_cast<void>(Rename(copy, to, subject));
+    } catch (...) {
+        RemoveTree(copy);
+        throw;
+    }
+}
+
+void Directories::Move(const Key& from, const Entry& to, const Caller& caller) const
+{
+    const auto parent = folders.OpenDirectoryPath(GetParent(from.place));
+    const Entry entry{parent, GetName(from.place.path)};
+    const std::string subject = folders.Show(from.place);
+    if (Rename(entry, to, subject))
+        return;
+    Copy(from, to, caller);
+    DeleteTree(entry, subject, &caller);
+}
+
+Space Directories::GetSpace(const Key& directory) const
+{
+    if (directory.kind == NodeKind::FileSystem)
+        Refuse(Status::notSupported, "", "ask the directories below: each has a space of its own");
+    const auto path = folders.OpenDirectoryPath(directory.place);
+    struct statvfs state
+    {};
+    if (fstatvfs(path.Get(), &state) != 0)
+        RefuseWithErrno(folders.Show(directory.place), errno);
+    return {state.f_blocks * state.f_frsize, state.f_bavail * state.f_frsize};
+}
+
+Listing Directories::List(const Key& directory, std::uint64_t start, std::size_t maximum,
+                          const Caller& caller) const
+{
+    if (directory.kind == NodeKind::FileSystem)
+        return ListFolders();
+    if (maximum == 0 || maximum > maximumPage)
+        maximum = maximumPage;
+    const auto opened = folders.OpenDirectory(directory.place);
+    DirectoryReader reader(opened, folders.Show(directory.place));
+    if (start != 0)
+        reader.Seek(start);
+    ListingBuilder builder(folders, directory.place, opened);
+    for (DirectoryEntry entry; reader.Next(entry);) {
+        builder.Add(entry);
+        if (builder.IsFull(maximum)) {
+            builder.Get().next = entry.next;
+            break;
+        }
+        if (builder.Get().names.size() % 1024 == 0)
+            caller.CheckGoesOn();
+    }
+    return std::move(builder.Get());
+}
+
+Listing Directories::ListFolders() const
+{
+    Listing listing;
+    listing.names = folders.GetNames();
+    for (std::size_t i = 0; i < folders.GetSize(); ++i) {
+        listing.kinds.push_back(Listing::directory);
+        listing.sizes.push_back(0);
+        listing.times.emplace_back();
+    }
+    return listing;
+}
+
+void Directories::RequireChangeable(const Key& directory) const
+{
+    if (directory.kind == NodeKind::FileSystem)
+        Refuse(Status::userAccessDenied, "", "the folders are those of the host's configuration");
+    folders.RequireWritable(directory.place);
+}
+
+/// Throws Bad_NotFound for everything but a file or directory right below.
+Key Directories::RequireChild(const Key& directory, const Core::NodeId& object) const
+{
+    auto node = nodeIds.FromNodeId(object);
+    const bool isFileOrDirectory =
+        node && node->property.empty() &&
+        (node->kind == NodeKind::File || node->kind == NodeKind::Directory);
+    if (!isFileOrDirectory)
+        Refuse(Status::notFound, "", "there is no such file or directory here");
+    const bool isFolder = node->place.path.empty();
+    if (directory.kind == NodeKind::FileSystem && isFolder)
+        RequireChangeable(directory);
+    if (directory.kind == NodeKind::FileSystem || isFolder ||
+        !(GetParent(node->place) == directory.place))
+        Refuse(Status::notFound, folders.Show(node->place), "it is not in this directory");
+    return *node;
+}
+
+Key Directories::RequireTarget(const Key& from, const Core::NodeId& target,
+                               const std::string& newName) const
+{
+    const auto directory = nodeIds.FromNodeId(target);
+    const bool isDirectory =
+        directory && directory->property.empty() &&
+        (directory->kind == NodeKind::Directory || directory->kind == NodeKind::FileSystem);
+    if (!isDirectory)
+        Refuse(Status::invalidArgument, "", "the target is no directory");
+    RequireChangeable(*directory);
+    const std::string name = newName.empty() ? GetName(from.place.path) : newName;
+    RequireName(name);
+    if (from.kind == NodeKind::Directory &&
+        (directory->place == from.place || IsBelow(directory->place, from.place)))
+        Refuse(Status::invalidArgument, folders.Show(from.place),
+               "a directory cannot be put into itself");
+    return {from.kind, GetChild(directory->place, name), {}};
+}
+
+} // namespace FileObjects

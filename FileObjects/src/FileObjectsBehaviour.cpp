@@ -1,0 +1,56 @@
+#include "FileObjectsBehaviour.h"
+
+#include "Core/NamespaceMap.h"
+#include "Core/Objects.h"
+#include "Identifiers.h"
+#include "Statuses.h"
+
+#include <utility>
+
+namespace FileObjects {
+
+FileObjectsBehaviour::FileObjectsBehaviour(Core::INode& node,
+                                           std::shared_ptr<const MimeTypes> mimeTypes)
+    : node(node)
+    , mimeTypes(std::move(mimeTypes))
+    , namespaceIndex(Core::NamespaceMap::GetNamespaceIndex(moduleUri))
+    , affinityId(node.GetCoreContext().AssignAffinityId())
+    , folders(node.GetCoreContext().GetFolders())
+    , keys(folders.GetNames())
+    , nodeIds(keys, node.GetNodeId(), namespaceIndex)
+    , files(folders, openFiles)
+    , directories(folders, nodeIds, openFiles, files)
+    , transfers(folders, nodeIds, openFiles, files)
+    , properties(folders, *this->mimeTypes, openFiles, transfers.GetTimeout())
+{}
+
+void FileObjectsBehaviour::OnStart()
+{
+    Core::CoreContext& context = node.GetCoreContext();
+    isStopping = false;
+    openFiles.Open();
+    transfers.Start();
+    sessionsRegistration =
+        context.GetNode(Core::Objects::SessionsFolder())
+            ->RegisterEventObserver(shared_from_this(), Core::EventFilter::references, affinityId,
+                                    context.GetSessions().GetCurrentSession(), 0);
+}
+
+void FileObjectsBehaviour::OnStop()
+{
+    isStopping = true;
+    const auto guard = node.GetCoreContext().GetDispatcher().TerminateDispatchOnStop(affinityId);
+    sessionsRegistration.Reset();
+    transfers.Stop();
+    openFiles.Close().clear();
+}
+
+void FileObjectsBehaviour::OnReferenceAdded(const Core::ReferenceData& /*reference*/) {}
+
+void FileObjectsBehaviour::OnReferenceRemoved(const Core::ReferenceData& reference)
+{
+    if (reference.target != nullptr)
+        openFiles.EndSession(reference.target->GetNodeId()).clear();
+}
+
+} // namespace FileObjects

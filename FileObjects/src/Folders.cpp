@@ -1,0 +1,140 @@
+#include "Folders.h"
+
+#include "Statuses.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <utility>
+
+namespace FileObjects {
+
+Folders::Folders(std::vector<Core::Folder> folders)
+    : folders(std::move(folders))
+{}
+
+std::vector<std::string> Folders::GetNames() const
+{
+    std::vector<std::string> names;
+    for (const auto& folder : folders)
+        names.push_back(folder.name);
+    return names;
+}
+
+bool Folders::IsReadOnly(std::size_t folder) const
+{
+    return folders.at(folder).isReadOnly;
+}
+
+void Folders::RequireWritable(const Place& place) const
+{
+    if (IsReadOnly(place.folder))
+        RefuseWithErrno(Show(place), EROFS);
+}
+
+std::string Folders::Show(const Place& place) const
+{
+    const auto& name = folders.at(place.folder).name;
+    return place.path.empty() ? name : name + "/" + place.path;
+}
+
+Descriptor Folders::OpenPath(const Place& place) const
+{
+    return Open(place, O_PATH);
+}
+
+Descriptor Folders::OpenPath(NodeKind kind, const Place& place) const
+{
+    Descriptor path = OpenPath(place);
+    const auto mode = FileObjects::GetState(path, Show(place)).st_mode;
+    if (kind == NodeKind::Directory ? !S_ISDIR(mode) : !S_ISREG(mode))
+        RefuseWithErrno(Show(place), ENOENT);
+    return path;
+}
+
+Descriptor Folders::OpenDirectoryPath(const Place& place) const
+{
+    return Open(place, O_PATH | O_DIRECTORY);
+}
+
+Descriptor Folders::OpenDirectory(const Place& place) const
+{
+    return Open(place, O_RDONLY | O_DIRECTORY);
+}
+
+Descriptor Folders::OpenFile(const Place& place, int flags) const
+{
+    static_cast<void>(GetState(NodeKind::File, place)); // opening a device can have effects
+    Descriptor file = Open(place, flags | O_NONBLOCK | O_NOCTTY);
+    if (!S_ISREG(FileObjects::GetState(file, Show(place)).st_mode))
+        RefuseWithErrno(Show(place), ENOENT);
+    return file;
+}
+
+struct stat Folders::GetState(const Place& place) const
+{
+    const auto state = FileObjects::GetState(OpenPath(place), Show(place));
+    if (!S_ISREG(state.st_mode) && !S_ISDIR(state.st_mode))
+        RefuseWithErrno(Show(place), ENOENT);
+    return state;
+}
+
+struct stat Folders::GetState(NodeKind kind, const Place& place) const
+{
+    return FileObjects::GetState(OpenPath(kind, place), Show(place));
+}
+
+bool Folders::Exists(NodeKind kind, const Place& place) const noexcept
+{
+    const Descriptor path(TryOpen(place, O_PATH));
+    struct stat state
+    {};
+    if (!path.IsOpen() || fstat(path.Get(), &state) != 0)
+        return false;
+    return kind == NodeKind::Directory ? S_ISDIR(state.st_mode) : S_ISREG(state.st_mode);
+}
+
+Descriptor Folders::Open(const Place& place, int flags) const
+{
+    Descriptor file(TryOpen(place, flags));
+    if (!file.IsOpen())
+        RefuseWithErrno(Show(place), errno);
+    return file;
+}
+
+int Folders::TryOpen(const Place& place, int flags) const noexcept
+{
+    const Descriptor folder(
+        open(folders[place.folder].path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.IsOpen())
+        return -1;
+    open_how how{};
+    how.flags = static_cast<unsigned int>(flags) | unsigned{O_CLOEXEC};
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+    const char* const path = place.path.empty() ? "." : place.path.c_str();
+    // The kernel gives up with EAGAIN when somebody moves a directory on the path meanwhile.
+    int attempts = 100;
+    int number = -1;
+    do
+        number = static_cast<int>(syscall(SYS_openat2, folder.Get(), path, &how, sizeof(how)));
+    while (number < 0 && (errno == EAGAIN || errno == EINTR) && --attempts > 0);
+    return number;
+}
+
+struct stat GetState(const Descriptor& file, const std::string& subject)
+{
+    struct stat state
+    {};
+    if (fstat(file.Get(), &state) != 0)
+        RefuseWithErrno(subject, errno);
+    return state;
+}
+
+Descriptor OpenEntry(const Descriptor& directory, const std::string& name, int flags, mode_t mode)
+{
+    return Descriptor(openat(directory.Get(), name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode));
+}
+
+} // namespace FileObjects

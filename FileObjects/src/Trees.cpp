@@ -1,0 +1,237 @@
+#include "Trees.h"
+
+#include "Core/Guid.h"
+#include "DirectoryReader.h"
+#include "Folders.h"
+#include "Statuses.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace FileObjects {
+
+namespace {
+
+constexpr mode_t permissionBits = 0777;
+
+/// Deletes entries until a whole round finds none: some file systems lose their place in a
+/// directory that changes.
+void DeleteContents(const Descriptor& directory, const std::string& subject, const Caller* caller)
+{
+    for (bool isEmpty = false; !isEmpty;) {
+        isEmpty = true;
+        DirectoryReader reader(directory, subject);
+        reader.Seek(0);
+        for (DirectoryEntry entry; reader.Next(entry); isEmpty = false) {
+            if (caller != nullptr)
+                caller->CheckGoesOn();
+            const std::string name(entry.name);
+            DeleteTree({directory, name}, subject + "/" + name, caller);
+        }
+    }
+}
+
+bool IsSame(const Descriptor& left, const struct stat& right)
+{
+    struct stat state
+    {};
+    return fstat(left.Get(), &state) == 0 && state.st_dev == right.st_dev &&
+           state.st_ino == right.st_ino;
+}
+
+void CopyLink(const Entry& from, const Entry& to, const std::string& subject)
+{
+    std::array<char, PATH_MAX> target{};
+    const auto length =
+        readlinkat(from.directory.Get(), from.name.c_str(), target.data(), target.size() - 1);
+    if (length < 0 || symlinkat(target.data(), to.directory.Get(), to.name.c_str()) != 0)
+        RefuseWithErrno(subject, errno);
+}
+
+/// Gives a copy the permissions and the time of what it was made from. A file system without them
+/// (FAT) keeps its own.
+void CopyAttributes(const struct stat& state, const Descriptor& to)
+{
+    static_cast<void>(fchmod(to.Get(), state.st_mode & permissionBits));
+    const std::array<timespec, 2> times = {state.st_atim, state.st_mtim};
+    static_cast<void>(futimens(to.Get(), times.data()));
+}
+
+/// Copies trees without the directory that the copy itself begins with, which may be inside.
+class TreeCopy
+{
+public:
+    explicit TreeCopy(const Caller& caller)
+        : caller(caller)
+    {}
+
+    void Copy(const Descriptor& from, const Entry& to, const std::string& subject)
+    {
+        const auto state = GetState(from, subject);
+        if (S_ISDIR(state.st_mode))
+            CopyDirectory(from, state, to, subject);
+        else
+            CopyFile(from, state, to, subject);
+    }
+
+private:
+    void CopyFile(const Descriptor& from, const struct stat& state, const Entry& to,
+                  const std::string& subject) const
+    {
+        const auto copy = OpenEntry(to.directory, to.name, O_WRONLY | O_CREAT | O_EXCL, 0600);
+        if (!copy.IsOpen())
+            RefuseWithErrno(subject, errno);
+        CopyContent(from, copy, subject, caller);
+        CopyAttributes(state, copy);
+    }
+
+    void CopyDirectory(const Descriptor& from, const struct stat& state, const Entry& to,
+                       const std::string& subject)
+    {
+        if (mkdirat(to.directory.Get(), to.name.c_str(), 0700) != 0)
+            RefuseWithErrno(subject, errno);
+        const auto copy = OpenEntry(to.directory, to.name, O_RDONLY | O_DIRECTORY);
+        if (!copy.IsOpen())
+            RefuseWithErrno(subject, errno);
+        if (!hasTop) {
+            top = GetState(copy, subject);
+            hasTop = true;
+        }
+        DirectoryReader reader(from, subject);
+        for (DirectoryEntry entry; reader.Next(entry);) {
+            caller.CheckGoesOn();
+            const std::string name(entry.name);
+            CopyEntry({from, name}, {copy, name}, subject + "/" + name);
+        }
+        CopyAttributes(state, copy);
+    }
+
+    void CopyEntry(const Entry& from, const Entry& to, const std::string& subject)
+    {
+        struct stat state
+        {};
+        if (fstatat(from.directory.Get(), from.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
+            RefuseWithErrno(subject, errno);
+        if (S_ISLNK(state.st_mode))
+            return CopyLink(from, to, subject);
+        if (!S_ISDIR(state.st_mode) && !S_ISREG(state.st_mode))
+            return;
+        const auto entry = OpenEntry(from.directory, from.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        if (!entry.IsOpen())
+            RefuseWithErrno(subject, errno);
+        if (!IsSame(entry, top))
+            Copy(entry, to, subject);
+    }
+
+    const Caller& caller;
+    bool hasTop = false;
+    struct stat top
+    {}; // of the copy
+};
+
+} // namespace
+
+bool EntryExists(const Entry& entry)
+{
+    struct stat state
+    {};
+    return fstatat(entry.directory.Get(), entry.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+void DeleteTree(const Entry& entry, const std::string& subject, const Caller* caller)
+{
+    const int parent = entry.directory.Get();
+    const char* const name = entry.name.c_str();
+    if (unlinkat(parent, name, 0) == 0)
+        return;
+    const int error = errno; // EISDIR, or EPERM of older file systems, for a directory
+    const auto directory = OpenEntry(entry.directory, entry.name, O_RDONLY | O_DIRECTORY);
+    if (!directory.IsOpen())
+        RefuseWithErrno(subject, errno == ENOTDIR ? error : errno);
+    DeleteContents(directory, subject, caller);
+    if (unlinkat(parent, name, AT_REMOVEDIR) != 0)
+        RefuseWithErrno(subject, errno);
+}
+
+void RemoveTree(const Entry& entry) noexcept
+{
+    try {
+        DeleteTree(entry, entry.name, nullptr);
+    } catch (const std::exception&) { // the reason why it is unfinished says more
+    }
+}
+
+void CopyContent(const Descriptor& from, const Descriptor& to, const std::string& subject,
+                 const Caller& caller)
+{
+    // In parts, so that a caller who has gone is noticed. File systems that can share the blocks of
+    // two files do so.
+    constexpr std::size_t part = 16UL * 1024 * 1024;
+    off_t position = 0;
+    ssize_t count = 1;
+    while (count > 0) {
+        caller.CheckGoesOn();
+        count = copy_file_range(from.Get(), &position, to.Get(), nullptr, part, 0);
+    }
+    const bool isImpossible = position == 0 && (count == 0 || errno == EINVAL || errno == EXDEV ||
+                                                errno == EOPNOTSUPP || errno == ENOSYS);
+    if (count < 0 && !isImpossible)
+        RefuseWithErrno(subject, errno);
+    if (!isImpossible)
+        return;
+    // Files of the kernel say that they are empty, and some file systems copy nothing by
+    // themselves.
+    std::vector<char> buffer(256 * 1024UL);
+    while ((count = pread(from.Get(), buffer.data(), buffer.size(), position)) > 0) {
+        caller.CheckGoesOn();
+        for (ssize_t written = 0; written < count;) {
+            const auto more = pwrite(to.Get(), buffer.data() + written,
+                                     static_cast<std::size_t>(count - written), position);
+            if (more < 0)
+                RefuseWithErrno(subject, errno);
+            written += more;
+            position += more;
+        }
+    }
+    if (count < 0)
+        RefuseWithErrno(subject, errno);
+}
+
+void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject,
+              const Caller& caller)
+{
+    TreeCopy(caller).Copy(from, to, subject);
+}
+
+bool Rename(const Entry& from, const Entry& to, const std::string& subject)
+{
+    const int fromDirectory = from.directory.Get();
+    const int toDirectory = to.directory.Get();
+    if (renameat2(fromDirectory, from.name.c_str(), toDirectory, to.name.c_str(),
+                  RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno == EXDEV)
+        return false;
+    // File systems that cannot do it atomically say that an argument is invalid.
+    if (errno != EINVAL)
+        RefuseWithErrno(subject, errno);
+    if (EntryExists(to))
+        RefuseWithErrno(subject, EEXIST);
+    if (renameat(fromDirectory, from.name.c_str(), toDirectory, to.name.c_str()) != 0)
+        RefuseWithErrno(subject, errno);
+    return true;
+}
+
+std::string MakeTemporaryName()
+{
+    return ".talvensor-" + Core::Guid::Random().ToString() + ".part";
+}
+
+} // namespace FileObjects
