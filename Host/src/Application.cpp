@@ -226,6 +226,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     MemoryGauge memory;
     const auto memoryLimit = configuration.limits.memory.value_or(GetMachineMemory() / 2);
     auto runtime = LoadModules(configuration);
+    runtime->SetFolders(NameRoots(roots));
     const auto sandbox = Confine(configuration, roots);
     RefuseInspection();
     RequireListening(addresses, configuration.listen.port);

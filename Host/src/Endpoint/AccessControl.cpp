@@ -36,14 +36,18 @@ std::optional<std::optional<UserCredentials>> ReadToken(const UA_ExtensionObject
                            std::string(BytesOf(login.password))};
 }
 
-/// True for the methods that clients may call. Of those of the base model, which the library
-/// brings, these are the two that concern a client's own subscriptions; some of the others change
-/// the address space.
-bool IsCallable(const UA_NodeId& method)
+/// True for the methods of the models, whose objects `MethodCalls` checks.
+bool IsOfModel(const UA_NodeId& method)
 {
     constexpr UA_UInt16 firstOfOurs = 2; // after the base model and the server itself
-    if (method.namespaceIndex >= firstOfOurs)
-        return true;
+    return method.namespaceIndex >= firstOfOurs;
+}
+
+/// True for the methods of the server that clients may call. Of those which the library brings,
+/// these are the two that concern a client's own subscriptions; some of the others change the
+/// address space.
+bool IsOfServer(const UA_NodeId& method)
+{
     return method.namespaceIndex == 0 && method.identifierType == UA_NODEIDTYPE_NUMERIC &&
            (method.identifier.numeric == UA_NS0ID_SERVER_GETMONITOREDITEMS ||
             method.identifier.numeric == UA_NS0ID_SERVER_RESENDDATA);
@@ -119,21 +123,44 @@ struct AccessControl::Callbacks
         }
     }
 
-    static UA_Boolean MayCall(UA_Server* /*server*/, UA_AccessControl* /*control*/,
+    static bool MayCallOfBase(UA_AccessControl* control, const UA_NodeId& method,
+                              const UA_NodeId* object) noexcept
+    {
+        try {
+            return Self(control).isCallable(method, object);
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+
+    static UA_Boolean MayCall(UA_Server* /*server*/, UA_AccessControl* control,
                               const UA_NodeId* /*sessionId*/, void* /*context*/,
                               const UA_NodeId* method, void* /*methodContext*/) noexcept
     {
-        return IsCallable(*method);
+        return IsOfModel(*method) || IsOfServer(*method) ||
+               MayCallOfBase(control, *method, nullptr);
     }
 
-    static UA_Boolean MayCallOnObject(UA_Server* /*server*/, UA_AccessControl* /*control*/,
+    static UA_Boolean MayCallOnObject(UA_Server* /*server*/, UA_AccessControl* control,
                                       const UA_NodeId* /*sessionId*/, void* /*context*/,
                                       const UA_NodeId* method, void* /*methodContext*/,
                                       const UA_NodeId* object, void* /*objectContext*/) noexcept
     {
         const UA_NodeId serverObject = UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER);
-        return IsCallable(*method) &&
-               (method->namespaceIndex != 0 || UA_NodeId_equal(object, &serverObject));
+        return IsOfModel(*method) ||
+               (IsOfServer(*method) && UA_NodeId_equal(object, &serverObject)) ||
+               MayCallOfBase(control, *method, object);
+    }
+
+    static UA_Boolean MayBrowse(UA_Server* /*server*/, UA_AccessControl* control,
+                                const UA_NodeId* /*sessionId*/, void* /*context*/,
+                                const UA_NodeId* node, void* /*nodeContext*/) noexcept
+    {
+        try {
+            return Self(control).isBrowsable(*node);
+        } catch (const std::exception&) {
+            return false;
+        }
     }
 
     static UA_Byte GetAccessLevel(UA_Server* /*server*/, UA_AccessControl* control,
@@ -152,6 +179,8 @@ struct AccessControl::Callbacks
 AccessControl::AccessControl(Sessions& sessions, const SessionRules& rules)
     : sessions(sessions)
     , isReadable([](const UA_NodeId&, const ClientSession*) { return true; })
+    , isCallable([](const UA_NodeId&, const UA_NodeId*) { return false; })
+    , isBrowsable([](const UA_NodeId&) { return true; })
 {
     if (rules.anonymousAllowed)
         tokenPolicies.push_back(MakePolicy("anonymous", UA_USERTOKENTYPE_ANONYMOUS));
@@ -173,9 +202,8 @@ void AccessControl::Install(UA_ServerConfig& configuration)
     control.activateSession = Callbacks::Activate;
     control.closeSession = Callbacks::Close;
     configuration.nodeLifecycle.generateChildNodeId = Callbacks::OnChild;
-    control.allowBrowseNode = [](auto...) -> UA_Boolean {
-        return true; // the node store has no nodes of others for a session
-    };
+    // Of nodes of others, the node store has none for a session.
+    control.allowBrowseNode = Callbacks::MayBrowse;
 
     // Clients read, browse and call; nothing else.
     control.getUserRightsMask = [](auto...) -> UA_UInt32 {

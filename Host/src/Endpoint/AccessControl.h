@@ -27,6 +27,14 @@ public:
     using IsReadable = std::function<bool(const UA_NodeId& node, const ClientSession* session)>;
     void SetReadability(IsReadable rule) { isReadable = std::move(rule); }
 
+    /// Returns true for a method of the base model that may be called on the object; null: on any.
+    using IsCallable = std::function<bool(const UA_NodeId& method, const UA_NodeId* object)>;
+    void SetCallability(IsCallable rule) { isCallable = std::move(rule); }
+
+    /// Returns true for a node whose references a client may see.
+    using IsBrowsable = std::function<bool(const UA_NodeId& node)>;
+    void SetBrowsability(IsBrowsable rule) { isBrowsable = std::move(rule); }
+
     /// Makes this the access control of a server, which it must outlive. Clears the one before.
     void Install(UA_ServerConfig& configuration);
 
@@ -35,6 +43,8 @@ private:
 
     Sessions& sessions;
     IsReadable isReadable;
+    IsCallable isCallable;
+    IsBrowsable isBrowsable;
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
 };
 

@@ -18,6 +18,7 @@
 #include "Endpoint/NodeStore.h"
 #include "Endpoint/Objects.h"
 #include "Endpoint/OwnObjects.h"
+#include "Endpoint/ProvidedNodes.h"
 #include "Endpoint/ServerConfiguration.h"
 #include "Endpoint/ServerFacts.h"
 #include "Endpoint/SharedNodes.h"
@@ -42,6 +43,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -51,8 +53,10 @@ namespace {
 using Core::Embedding::NewObject;
 using Core::Embedding::ObjectTypeDescription;
 
-/// In the namespace of the host. The number is published.
-constexpr unsigned int fileSystemsFolder = 1;
+/// In the namespace of the host. Published: the number of the first folder for sessions' objects,
+/// and those of a folder, its method, and the method's outputs, which follow each other.
+constexpr unsigned int firstFolder = 1;
+constexpr unsigned int numbersPerFolder = 3;
 
 using TimePoint = std::chrono::steady_clock::time_point;
 
@@ -99,12 +103,17 @@ std::vector<ObjectTypeDescription> FindServedTypes(const Core::Embedding::Inform
     return served;
 }
 
-/// True for the type whose objects are file systems, of which sessions may have their own.
-bool IsFileSystem(const ObjectTypeDescription& type)
+using BaseMethods = std::unordered_set<UA_UInt32>;
+
+/// Returns the methods of the base model that the models' types inherit.
+BaseMethods CollectBaseMethods(const Core::Embedding::InformationModel& model)
 {
-    return type.browseName.GetName() == "FileSystem" &&
-           Core::NamespaceMap::GetUri(type.browseName.GetNamespaceIndex()) ==
-               "urn:Talvensor:FileSystem";
+    BaseMethods methods;
+    for (const auto& type : model.GetObjectTypes())
+        for (const auto& method : type.methods)
+            if (method.id.GetNamespaceIndex() == 0 && method.id.GetNumeric() != nullptr)
+                methods.insert(*method.id.GetNumeric());
+    return methods;
 }
 
 /// True for the nodes that the library makes by itself at run time: those of events, which keep the
@@ -168,16 +177,17 @@ private:
     void SetRules();
     void SetObservers();
     void OnSessionEnded(ClientSession& session);
-    void MakeFolder();
-    void MakeFileSystems(const Core::NodeId& type);
-    void OfferCreateFileSystem(TypeProjection& types, const Core::NodeId& type);
+    [[nodiscard]] bool IsCallable(const UA_NodeId& method, const UA_NodeId* object) const;
+    [[nodiscard]] Core::NodeId MakeFolder(const std::string& name);
+    void MakeSessionObjects(TypeProjection& types, const ObjectTypeDescription& type);
     void MakeObjects(TypeProjection& types);
 
     Core::Embedding::Runtime& runtime;
     EndpointSettings settings;
     const int hostNamespace = Core::NamespaceMap::Register(hostUri);
     const std::shared_ptr<const Core::Embedding::InformationModel> model;
-    const Core::NodeId folder{hostNamespace, fileSystemsFolder};
+    const BaseMethods baseMethods;
+    unsigned int nextFolder = firstFolder;
     UaLogger libraryLog{UaLogger::Source::Library};
     UaLogger transportLog{UaLogger::Source::Transport};
     EventLoop loop;              // after its log
@@ -191,6 +201,7 @@ private:
     const DataTypeDefinitions definitions;
     const Values values;
     Objects objects;
+    ProvidedNodes provided;
     EventBacklog backlog;
     EventPacing pacing;
     EventRelay events;
@@ -207,6 +218,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     : runtime(runtime)
     , settings(std::move(givenSettings))
     , model(runtime.GetInformationModel())
+    , baseMethods(CollectBaseMethods(*model))
     , loop(transportLog.Get(), MakeConnectionLimits(settings))
     , sessions(loop, runtime, settings.sessions, std::move(authenticate))
     , accessControl(sessions, settings.sessions)
@@ -217,15 +229,19 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , definitions(*server, *model, namespaces, structures)
     , values(namespaces, structures)
     , objects(*server, nodeStore, namespaces)
+    , provided(nodeStore.GetInner(), *model, namespaces, values)
     , backlog(namespaces, settings.waitingEvents)
     , pacing(*server, loop, settings.waitingEvents)
     , events(*server, loop, runtime, namespaces, values, objects, backlog, pacing)
     , audit(*model, settings.audit)
-    , calls(*server, loop, runtime, namespaces, values, structures, objects, sessions, audit)
+    , calls(*server, loop, runtime, namespaces, values, structures, objects, provided, sessions,
+            audit)
     , ownObjects(runtime, loop, objects, events, settings.ownObjectsPerSession)
-    , sharedNodes(runtime, objects, events)
+    , sharedNodes(runtime, objects, provided, events)
 {
     RequireServerAssumptions(*server, nodeStore);
+    provided.SetValueAttributes(FindValueAttributes(*server, nodeStore));
+    nodeStore.SetProvided(&provided);
     TypeProjection types(*server, *model, namespaces);
     types.Project();
     definitions.RequireServed(*server);
@@ -305,6 +321,22 @@ void Endpoint::Implementation::SetRules()
     accessControl.SetReadability([this](const UA_NodeId& node, const ClientSession* session) {
         return !TellsOfOthers(node) || events.MayRead(node, session);
     });
+    accessControl.SetCallability([this](const UA_NodeId& method, const UA_NodeId* object) {
+        return IsCallable(method, object);
+    });
+    accessControl.SetBrowsability(
+        [this](const UA_NodeId& node) { return provided.MayBrowse(node); });
+}
+
+/// Lets the methods of the base model be called on objects of the models' types alone.
+/// `MethodCalls` checks that the type has the method.
+bool Endpoint::Implementation::IsCallable(const UA_NodeId& method, const UA_NodeId* object) const
+{
+    if (method.namespaceIndex != 0 || method.identifierType != UA_NODEIDTYPE_NUMERIC ||
+        !baseMethods.contains(method.identifier.numeric))
+        return false;
+    return object == nullptr || provided.FindType(*object) ||
+           objects.Find(namespaces.ToCore(*object)) != nullptr;
 }
 
 void Endpoint::Implementation::SetObservers()
@@ -332,40 +364,41 @@ void Endpoint::Implementation::OnSessionEnded(ClientSession& session)
     loop.Post([this, owner = &session] { loop.EndSubscriptions(owner); });
 }
 
-void Endpoint::Implementation::MakeFolder()
+Core::NodeId Endpoint::Implementation::MakeFolder(const std::string& name)
 {
-    NewObject object{Core::Embedding::BaseTypes::folderType,
-                     Core::QualifiedName(hostNamespace, "FileSystems"),
-                     Core::Objects::ObjectsFolder(), folder};
+    const Core::NodeId folder(hostNamespace, nextFolder);
+    nextFolder += numbersPerFolder;
+    const NewObject object{Core::Embedding::BaseTypes::folderType,
+                           Core::QualifiedName(hostNamespace, name), Core::Objects::ObjectsFolder(),
+                           folder};
     runtime.CreateObject(object);
     objects.Add(object, nullptr);
+    return folder;
 }
 
-void Endpoint::Implementation::MakeFileSystems(const Core::NodeId& type)
+/// Makes the folder for the objects of sessions, with those that all of them share, and its method.
+void Endpoint::Implementation::MakeSessionObjects(TypeProjection& types,
+                                                  const ObjectTypeDescription& type)
 {
+    const Core::NodeId folder = MakeFolder(type.sessionObjects->folder);
     for (const std::string& name : settings.sharedNodes)
-        sharedNodes.Add({type, Core::QualifiedName(hostNamespace, name), folder,
+        sharedNodes.Add({type.id, Core::QualifiedName(hostNamespace, name), folder,
                          Core::NodeId(hostNamespace, name)});
-}
-
-void Endpoint::Implementation::OfferCreateFileSystem(TypeProjection& types,
-                                                     const Core::NodeId& type)
-{
     HostMethod create = ownObjects.MakeMethod(type, folder);
     types.AddMethod(folder, create.description);
     calls.Add(std::move(create));
 }
 
-/// Makes an object of each type; of the file system those that are set, in a folder.
+/// Makes the objects of each type as its model says; one in the Objects folder if it says nothing.
 void Endpoint::Implementation::MakeObjects(TypeProjection& types)
 {
     for (const ObjectTypeDescription& type : FindServedTypes(*model)) {
-        if (IsFileSystem(type)) {
-            MakeFolder();
-            MakeFileSystems(type.id);
-            OfferCreateFileSystem(types, type.id);
+        if (type.sessionObjects)
+            MakeSessionObjects(types, type);
+        if (type.instance)
+            sharedNodes.AddInstance(type.id, *type.instance);
+        if (type.sessionObjects || type.instance)
             continue;
-        }
         const int moduleNamespace = type.browseName.GetNamespaceIndex();
         sharedNodes.Add({type.id, type.browseName, Core::Objects::ObjectsFolder(),
                          Core::NodeId(moduleNamespace, type.browseName.GetName())});
@@ -384,7 +417,8 @@ bool Endpoint::Implementation::Run()
     UA_Server_run_shutdown(server.get());
     const auto end = std::chrono::steady_clock::now() + settings.drain;
     const bool areNodesDone = sharedNodes.RemoveAll(settings.drain);
-    return sessions.WaitIdle(TimeUntil(end)) && areNodesDone;
+    const bool areLookUpsDone = provided.WaitIdle(TimeUntil(end));
+    return sessions.WaitIdle(TimeUntil(end)) && areNodesDone && areLookUpsDone;
 }
 
 void Endpoint::Implementation::Stop()

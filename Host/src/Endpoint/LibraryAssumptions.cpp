@@ -203,6 +203,24 @@ void RequireNodesFromStore(UA_Server& server, NodeStore& store)
             "a node that its store hides can be read; clients would find the nodes of others");
 }
 
+UA_UInt32 FindValueAttributes(UA_Server& server, const NodeStore& store)
+{
+    constexpr UA_NodeId variable{
+        0, UA_NODEIDTYPE_NUMERIC, {UA_NS0ID_SERVER_SERVERCAPABILITIES_MAXBROWSECONTINUATIONPOINTS}};
+    Ua<UA_Variant> value;
+    RequireGood(UA_Server_readValue(&server, variable, &*value),
+                "reading a value to check the library");
+    const UA_UInt32 mask = store.GetLastAttributes();
+    Ua<UA_NodeId> dataType;
+    RequireGood(UA_Server_readDataType(&server, variable, &*dataType),
+                "reading a data type to check the library");
+    if (mask == store.GetLastAttributes())
+        throw LibraryException("masks of attributes",
+                               "it asks for a value as for a data type; values of nodes that are "
+                               "not there would seem to be");
+    return mask;
+}
+
 void RequireNumbersFromStore(UA_Server& server)
 {
     const ProbeObject object(server, UA_NODEID_NULL);

@@ -41,6 +41,15 @@ namespace Host {
 //   server/ua_subscription.c), and the diagnostics of a subscription count what was sent and
 //   dropped (fillSubscriptionDiagnostics in server/ua_server_ns0_diagnostics.c). EventPacing and
 //   EventBacklog rely on it. Tests: memory, subscriptions.
+// - Provided nodes. The library gets the object of a call right after its method, with the masks
+//   that ProvidedNodes knows (Operation_CallMethodAsync in server/ua_services_method.c), and the
+//   start of Browse and TranslateBrowsePaths with no more than class and names
+//   (server/ua_services_view.c): with other masks, nodes would be looked up in vain. It reads nodes
+//   that it has released only in order to delete them (deleteNodeSet in
+//   server/ua_services_nodemanagement.c), and changes none in its place but its monitored items,
+//   for which it asks for everything (UA_Server_editNode in server/ua_server_utils.c). It looks for
+//   the last entry of a page in the references that it gets for the next one (browseWithNode in
+//   server/ua_services_view.c). Tests: provided.
 // - Freeing. The library leaves the freeing of closed sessions and channels to delayed callbacks,
 //   also when a server is deleted, and the loop runs these when it is freed
 //   (UA_Server_removeSession in server/ua_services_session.c). Tests: all of them under asan.
@@ -107,6 +116,12 @@ inline constexpr std::size_t mostSelectClauses = 64;
 /// Requires that services take nodes from the store of the configuration each time, also to read
 /// (UA_NODESTORE_GET in server/ua_server_internal.h). NodeStore hides nodes from clients there.
 void RequireNodesFromStore(UA_Server& server, NodeStore& store);
+
+/// Returns the mask with which the library asks the store for a node whose value it reads: some
+/// versions name another attribute (attr2mask in server/ua_services_attribute.c). Requires that it
+/// is not the one for the data type. ProvidedNodes leaves it to the source of a value whether its
+/// node exists.
+[[nodiscard]] UA_UInt32 FindValueAttributes(UA_Server& server, const NodeStore& store);
 
 /// Requires that the library leaves it to the store to number new nodes (addNode_raw and copyChild
 /// in server/ua_services_nodemanagement.c). NodeStore gives them numbers by which they are told

@@ -1,6 +1,5 @@
 #include "Endpoint/MethodCalls.h"
 
-#include "Core/Exception.h"
 #include "Endpoint/Ua.h"
 #include "Log/Log.h"
 
@@ -72,13 +71,14 @@ std::uint64_t CountBytes(const UA_Variant* first, std::size_t count)
 MethodCalls::MethodCalls(UA_Server& server, EventLoop& loop, Runtime& runtime,
                          const Namespaces& namespaces, const Values& values,
                          const StructureTypes& types, const Objects& objects,
-                         const Sessions& sessions, CallAudit& audit)
+                         const ProvidedNodes& provided, const Sessions& sessions, CallAudit& audit)
     : server(server)
     , loop(loop)
     , runtime(runtime)
     , namespaces(namespaces)
     , values(values)
     , objects(objects)
+    , provided(provided)
     , sessions(sessions)
     , audit(audit)
     , arguments(*runtime.GetInformationModel(), types)
@@ -170,22 +170,34 @@ UA_StatusCode MethodCalls::Resolve(Call& call, const ClientSession& session) con
                 call.method = &hostMethod->description;
                 return UA_STATUSCODE_GOOD;
             }
-        const ProjectedObject* object = objects.Find(call.object);
-        if (object == nullptr) // a node of another kind: the library has found it
-            return UA_STATUSCODE_BADMETHODINVALID;
-        if (object->owner != nullptr && object->owner != &session)
-            return UA_STATUSCODE_BADNODEIDUNKNOWN;
-        call.method = FindMethod(object->type, method);
+        const auto type = FindType(call, session);
+        call.method = type ? FindMethod(*type, method) : nullptr;
         return call.method == nullptr ? UA_STATUSCODE_BADMETHODINVALID : UA_STATUSCODE_GOOD;
     } catch (const Core::Exception&) {
         return UA_STATUSCODE_BADNODEIDUNKNOWN;
     }
 }
 
+/// Returns the type of the object; nothing for a node of another kind, which the library has found.
+/// Throws Core::NotFoundException for the object of another session.
+std::optional<Core::NodeId> MethodCalls::FindType(const Call& call,
+                                                  const ClientSession& session) const
+{
+    const ProjectedObject* object = objects.Find(call.object);
+    if (object == nullptr)
+        return provided.FindType(call.request->objectId);
+    if (object->owner != nullptr && object->owner != &session)
+        throw Core::NotFoundException(call.object.ToString() + " belongs to another session");
+    return object->type;
+}
+
 const MethodDescription* MethodCalls::FindMethod(const Core::NodeId& type,
                                                  const Core::NodeId& method) const
 {
-    const auto& candidates = methods.at(type);
+    const auto known = methods.find(type);
+    if (known == methods.end())
+        return nullptr;
+    const auto& candidates = known->second;
     const auto found = std::find_if(candidates.begin(), candidates.end(),
                                     [&method](const auto& each) { return each.id == method; });
     return found == candidates.end() ? nullptr : &*found;
@@ -200,7 +212,7 @@ void MethodCalls::Run(Call& call, ClientSession& session)
             fmt::format("Cannot call {} of {}: {}", call.method->browseName.GetName(),
                         call.object.ToString(), reason));
     if (UA_StatusCode_isBad(call.result->statusCode))
-        NoteRefusal(call, session, reason);
+        NoteRefusal(call, session, reason.empty() ? call.refusal : reason);
 }
 
 /// Returns the reason of a failure that is the host's or the module's.
@@ -216,6 +228,9 @@ std::string MethodCalls::TryExecute(Call& call, ClientSession& session)
         else if (CheckArguments(call))
             Execute(call, session);
         return {};
+    } catch (const Core::StatusException& exception) {
+        Refuse(call, exception);
+        return {};
     } catch (const Core::Exception& exception) {
         return fail(ToStatus(exception), exception.GetMessage());
     } catch (const UaException& exception) {
@@ -225,6 +240,27 @@ std::string MethodCalls::TryExecute(Call& call, ClientSession& session)
     } catch (const std::exception& exception) {
         return fail(UA_STATUSCODE_BADINTERNALERROR, exception.what());
     }
+}
+
+/// Answers with the status that the behaviour has chosen, and its words as far as there is a place
+/// for them: the answer to a call has diagnostic texts for its arguments alone.
+void MethodCalls::Refuse(Call& call, const Core::StatusException& reason) const
+{
+    UA_CallMethodResult& result = *call.result;
+    result.statusCode = reason.GetStatus();
+    call.refusal = reason.GetMessage();
+    const std::size_t count = call.request->inputArgumentsSize;
+    if (count == 0 || call.refusal.empty())
+        return;
+    result.inputArgumentDiagnosticInfos =
+        static_cast<UA_DiagnosticInfo*>(UA_Array_new(count, &UA_TYPES[UA_TYPES_DIAGNOSTICINFO]));
+    if (result.inputArgumentDiagnosticInfos == nullptr)
+        return; // the status is worth more than the text
+    result.inputArgumentDiagnosticInfosSize = count;
+    UA_DiagnosticInfo& first = result.inputArgumentDiagnosticInfos[0];
+    const std::string text = EscapeToUtf8(call.refusal);
+    const UA_String view = ViewOf(text);
+    first.hasAdditionalInfo = UA_String_copy(&view, &first.additionalInfo) == UA_STATUSCODE_GOOD;
 }
 
 void MethodCalls::NoteRefusal(const Call& call, const ClientSession& session,

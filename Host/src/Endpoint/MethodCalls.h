@@ -2,12 +2,14 @@
 
 #include "Core/Embedding/InformationModel.h"
 #include "Core/Embedding/Runtime.h"
+#include "Core/Exception.h"
 #include "Endpoint/Arguments.h"
 #include "Endpoint/CallAudit.h"
 #include "Endpoint/CallBook.h"
 #include "Endpoint/ClientSession.h"
 #include "Endpoint/Namespaces.h"
 #include "Endpoint/Objects.h"
+#include "Endpoint/ProvidedNodes.h"
 #include "Endpoint/Sessions.h"
 #include "Endpoint/Ua.h"
 #include "Endpoint/Values.h"
@@ -21,6 +23,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -43,7 +46,8 @@ class MethodCalls
 public:
     MethodCalls(UA_Server& server, EventLoop& loop, Core::Embedding::Runtime& runtime,
                 const Namespaces& namespaces, const Values& values, const StructureTypes& types,
-                const Objects& objects, const Sessions& sessions, CallAudit& audit);
+                const Objects& objects, const ProvidedNodes& provided, const Sessions& sessions,
+                CallAudit& audit);
 
     void Add(HostMethod method);
 
@@ -68,6 +72,7 @@ private:
         const MethodDescription* method = nullptr;
         const HostMethod* hostMethod = nullptr; ///< null: a method of a module
         Ua<UA_CallMethodResult> result;
+        std::string refusal; ///< the words of the behaviour, if it refused
         std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
     };
 
@@ -83,10 +88,13 @@ private:
     void CountIn(const Call& call);
     void CountOut(const Call& call);
     [[nodiscard]] UA_StatusCode Resolve(Call& call, const ClientSession& session) const;
+    [[nodiscard]] std::optional<Core::NodeId> FindType(const Call& call,
+                                                       const ClientSession& session) const;
     [[nodiscard]] const MethodDescription* FindMethod(const Core::NodeId& type,
                                                       const Core::NodeId& method) const;
     void Run(Call& call, ClientSession& session);
     [[nodiscard]] std::string TryExecute(Call& call, ClientSession& session);
+    void Refuse(Call& call, const Core::StatusException& reason) const;
     void NoteRefusal(const Call& call, const ClientSession& session, const std::string& reason);
     [[nodiscard]] std::vector<Core::Value> ReadInputs(const Call& call) const;
     void Execute(Call& call, ClientSession& session);
@@ -101,6 +109,7 @@ private:
     const Namespaces& namespaces;
     const Values& values;
     const Objects& objects;
+    const ProvidedNodes& provided;
     const Sessions& sessions;
     CallAudit& audit;
     const Arguments arguments;

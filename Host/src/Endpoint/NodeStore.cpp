@@ -1,10 +1,33 @@
 #include "Endpoint/NodeStore.h"
 
+#include "Endpoint/ProvidedNodes.h"
+#include "Log/Log.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <exception>
+#include <utility>
 
 namespace Host {
+namespace {
 
-/// The library's callbacks: each passes to the store behind.
+/// Returns the result, null if there was an exception.
+template <typename Operation>
+const UA_Node* TryToGet(Operation&& operation) noexcept
+{
+    try {
+        return operation();
+    } catch (const std::exception& exception) {
+        Log(Core::LogLevel::Error, "Host",
+            fmt::format("Cannot make a provided node: {}", exception.what()));
+        return nullptr;
+    }
+}
+
+} // namespace
+
+/// The library's callbacks: each passes to the store behind, or to the provided nodes.
 struct NodeStore::Callbacks
 {
     static NodeStore& Self(void* context) { return *static_cast<NodeStore*>(context); }
@@ -30,7 +53,12 @@ struct NodeStore::Callbacks
     static const UA_Node* Get(void* context, const UA_NodeId* id, UA_UInt32 attributes,
                               UA_ReferenceTypeSet references, UA_BrowseDirection directions)
     {
-        const NodeStore& self = Self(context);
+        NodeStore& self = Self(context);
+        const UA_UInt32 before = std::exchange(self.lastAttributes, attributes);
+        if (self.IsProvided(*id))
+            return TryToGet([&] {
+                return self.provided->Get(*id, {attributes, references, directions, before});
+            });
         return self.ShowOrRelease(
             self.inner.getNode(self.inner.context, id, attributes, references, directions));
     }
@@ -40,14 +68,23 @@ struct NodeStore::Callbacks
                                          UA_BrowseDirection directions)
     {
         const NodeStore& self = Self(context);
+        if (self.provided != nullptr && UA_NodePointer_isLocal(pointer)) {
+            const UA_NodeId id = UA_NodePointer_toNodeId(pointer);
+            if (id.identifierType == UA_NODEIDTYPE_STRING && self.IsProvided(id))
+                return TryToGet([&] {
+                    return self.provided->GetTarget(pointer, id,
+                                                    {attributes, references, directions, 0});
+                });
+        }
         return self.ShowOrRelease(self.inner.getNodeFromPtr(self.inner.context, pointer, attributes,
                                                             references, directions));
     }
 
     static void Release(void* context, const UA_Node* node)
     {
-        const UA_Nodestore& inner = Self(context).inner;
-        inner.releaseNode(inner.context, node);
+        const NodeStore& self = Self(context);
+        if (self.provided == nullptr || !self.provided->Release(node))
+            self.inner.releaseNode(self.inner.context, node);
     }
 
     static UA_StatusCode GetCopy(void* context, const UA_NodeId* id, UA_Node** node)
@@ -105,6 +142,11 @@ void NodeStore::Install(UA_ServerConfig& configuration)
     store.removeNode = Callbacks::Remove;
     store.getReferenceTypeId = Callbacks::GetReferenceType;
     store.iterate = Callbacks::Iterate;
+}
+
+bool NodeStore::IsProvided(const UA_NodeId& id) const
+{
+    return provided != nullptr && provided->Concerns(id);
 }
 
 const UA_Node* NodeStore::ShowOrRelease(const UA_Node* node) const

@@ -9,8 +9,10 @@
 
 namespace Host {
 
-/// Stands before the node store of a server, answers as if some nodes were not there, and numbers
-/// new nodes.
+class ProvidedNodes;
+
+/// Stands before the node store of a server, answers as if some nodes were not there, numbers new
+/// nodes, and has the nodes that behaviours provide.
 ///
 /// The library asks whether a session may browse a node or call a method, and little else: it would
 /// read, monitor and name a node for everybody who knows its identifier. But every service gets its
@@ -32,6 +34,15 @@ public:
 
     void SetRule(Rule rule) { isHidden = std::move(rule); }
     [[nodiscard]] const Rule& GetRule() const noexcept { return isHidden; }
+
+    /// Sets where provided nodes come from; null: there are none. Must outlive the server.
+    void SetProvided(ProvidedNodes* nodes) noexcept { provided = nodes; }
+
+    /// Returns the mask of attributes for which the library asked last.
+    [[nodiscard]] UA_UInt32 GetLastAttributes() const noexcept { return lastAttributes; }
+
+    /// Returns the store behind this one.
+    [[nodiscard]] const UA_Nodestore& GetInner() const noexcept { return inner; }
 
     /// True for the numbers that this store gives to new nodes without one: those of events and
     /// their fields. The library's own store would number them from 50 000 on,
@@ -64,6 +75,7 @@ private:
 
     static constexpr UA_UInt32 firstNumber = UA_UInt32{1} << 31U; ///< above those of all models
 
+    [[nodiscard]] bool IsProvided(const UA_NodeId& id) const;
     [[nodiscard]] const UA_Node* ShowOrRelease(const UA_Node* node) const;
     void Number(UA_NodeId& id) noexcept;
 
@@ -72,6 +84,8 @@ private:
         return false;
     };
     std::size_t openings = 0;
+    ProvidedNodes* provided = nullptr;
+    UA_UInt32 lastAttributes = 0; ///< that the library asked for
     UA_UInt32 nextNumber = firstNumber;
 };
 

@@ -13,7 +13,8 @@ Objects::Objects(UA_Server& server, NodeStore& store, const Namespaces& namespac
     , namespaces(namespaces)
 {}
 
-void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession* owner)
+void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession* owner,
+                  UA_UInt32 reference)
 {
     const std::string displayName = EscapeToUtf8(object.browseName.GetName());
     UA_ObjectAttributes attributes = UA_ObjectAttributes_default;
@@ -21,7 +22,7 @@ void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession*
     attributes.eventNotifier = UA_EVENTNOTIFIER_SUBSCRIBE_TO_EVENT;
     RequireGood(UA_Server_addObjectNode(
                     &server, *namespaces.ToUa(object.id), *namespaces.ToUa(object.parent),
-                    UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
+                    UA_NODEID_NUMERIC(0, reference),
                     {namespaces.ToUa(object.browseName.GetNamespaceIndex()), ViewOf(displayName)},
                     *namespaces.ToUa(object.type), attributes, nullptr, nullptr),
                 "adding the object " + object.browseName.ToString() + " (" + object.id.ToString() +
@@ -30,6 +31,25 @@ void Objects::Add(const Core::Embedding::NewObject& object, const ClientSession*
         privateNamespace = namespaces.ToUa(object.id.GetNamespaceIndex());
     objects.insert_or_assign(object.id,
                              ProjectedObject{object.id, object.type, object.parent, owner});
+}
+
+void Objects::AddComponent(const Core::NodeId& parent, const Core::NodeId& object)
+{
+    UA_ExpandedNodeId target;
+    UA_ExpandedNodeId_init(&target);
+    const auto id = namespaces.ToUa(object);
+    target.nodeId = *id;
+    RequireGood(UA_Server_addReference(&server, *namespaces.ToUa(parent),
+                                       UA_NODEID_NUMERIC(0, UA_NS0ID_HASCOMPONENT), target, true),
+                "adding " + object.ToString() + " to " + parent.ToString());
+}
+
+void Objects::RemoveBrought(const Core::NodeId& node)
+{
+    const auto id = namespaces.ToUa(node);
+    const UA_StatusCode status = UA_Server_deleteNode(&server, *id, true);
+    if (status != UA_STATUSCODE_BADNODEIDUNKNOWN)
+        RequireGood(status, "removing the library's " + node.ToString());
 }
 
 void Objects::RemoveOwned(const ClientSession& owner)

@@ -30,9 +30,17 @@ public:
     Objects(UA_Server& server, NodeStore& store, const Namespaces& namespaces) noexcept;
 
     /// Adds an object of the runtime below another one that clients see (or below the server's
-    /// Objects folder). The store's rule asks `IsVisible`, so that an object with an owner is there
-    /// for this session alone. Throws UaException.
-    void Add(const Core::Embedding::NewObject& object, const ClientSession* owner);
+    /// Objects folder), to which `reference` leads. The store's rule asks `IsVisible`, so that an
+    /// object with an owner is there for this session alone. Throws UaException.
+    void Add(const Core::Embedding::NewObject& object, const ClientSession* owner,
+             UA_UInt32 reference = UA_NS0ID_ORGANIZES);
+
+    /// Adds a node that the server has already, as a component, to another one.
+    void AddComponent(const Core::NodeId& parent, const Core::NodeId& object);
+
+    /// Removes a node that the library brings, with those below it. Does nothing without such a
+    /// node.
+    void RemoveBrought(const Core::NodeId& node);
 
     /// Removes the objects of a session.
     void RemoveOwned(const ClientSession& owner);

@@ -12,10 +12,6 @@ namespace {
 
 using Core::Embedding::NewObject;
 
-/// In the namespace of the host. The numbers are published.
-constexpr unsigned int createFileSystemMethod = 2;
-constexpr unsigned int createFileSystemOutputs = 3;
-
 } // namespace
 
 OwnObjects::OwnObjects(Core::Embedding::Runtime& runtime, EventLoop& loop, Objects& objects,
@@ -27,23 +23,26 @@ OwnObjects::OwnObjects(Core::Embedding::Runtime& runtime, EventLoop& loop, Objec
     , most(most)
 {}
 
-HostMethod OwnObjects::MakeMethod(const Core::NodeId& type, const Core::NodeId& folder)
+HostMethod OwnObjects::MakeMethod(const Core::Embedding::ObjectTypeDescription& type,
+                                  const Core::NodeId& folder)
 {
+    const auto& names = *type.sessionObjects;
     const int hostNamespace = folder.GetNamespaceIndex();
+    const unsigned int number = *folder.GetNumeric();
     HostMethod method;
     method.object = folder;
-    method.method = Core::NodeId(hostNamespace, createFileSystemMethod);
-    const NewObject object{type, Core::QualifiedName(hostNamespace, "PrivateFileSystem"), folder};
+    method.method = Core::NodeId(hostNamespace, number + 1);
+    const NewObject object{type.id, Core::QualifiedName(hostNamespace, names.object), folder};
     method.run = [this, object](ClientSession& session) {
         return Create(session, object);
     };
     method.description.id = method.method;
-    method.description.browseName = Core::QualifiedName(hostNamespace, "CreateFileSystem");
-    method.description.displayName = "CreateFileSystem";
+    method.description.browseName = Core::QualifiedName(hostNamespace, names.method);
+    method.description.displayName = names.method;
     method.description.description =
-        "Makes a file system that only this session can use, browse and hear; it goes with the "
+        "Makes an object that only this session can use, browse and hear; it goes with the "
         "session. Subscribe to the events of the node itself.";
-    method.description.outputArgumentsId = Core::NodeId(hostNamespace, createFileSystemOutputs);
+    method.description.outputArgumentsId = Core::NodeId(hostNamespace, number + 2);
     method.description.outputs.push_back({"nodeId", Core::NodeId(0, 17), -1, {}, "The new node."});
     return method;
 }
@@ -52,7 +51,7 @@ HostMethod OwnObjects::MakeMethod(const Core::NodeId& type, const Core::NodeId& 
 std::vector<Core::Value> OwnObjects::Create(ClientSession& session, NewObject object)
 {
     if (session.ownObjectCount >= most)
-        throw UaException(fmt::format("the session has its {} file systems already", most),
+        throw UaException(fmt::format("the session has its {} objects already", most),
                           UA_STATUSCODE_BADRESOURCEUNAVAILABLE);
     object.id = runtime.CreateObject(object);
     try {

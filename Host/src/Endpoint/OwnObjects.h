@@ -12,8 +12,8 @@
 
 namespace Host {
 
-/// The objects of sessions' own, which the method CreateFileSystem of a folder makes: a method of
-/// the host, since no module knows of sessions' objects.
+/// The objects of sessions' own, which a method of their folder makes: a method of the host, since
+/// no module knows of sessions' objects.
 class OwnObjects
 {
 public:
@@ -21,8 +21,10 @@ public:
     OwnObjects(Core::Embedding::Runtime& runtime, EventLoop& loop, Objects& objects,
                EventRelay& events, std::size_t most) noexcept;
 
-    /// Returns the method, which makes objects of the type in the folder.
-    [[nodiscard]] HostMethod MakeMethod(const Core::NodeId& type, const Core::NodeId& folder);
+    /// Returns the method, which makes objects of the type in the folder. It has the number behind
+    /// that of the folder, and its outputs have the one after.
+    [[nodiscard]] HostMethod MakeMethod(const Core::Embedding::ObjectTypeDescription& type,
+                                        const Core::NodeId& folder);
 
     /// Removes the objects of a session. Called on its thread, after its last call.
     void RemoveAll(ClientSession& session);

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <utility>
 
 namespace Host {
 namespace {
@@ -14,9 +16,10 @@ using std::chrono::milliseconds;
 } // namespace
 
 SharedNodes::SharedNodes(Core::Embedding::Runtime& runtime, Objects& objects,
-                         EventRelay& events) noexcept
+                         ProvidedNodes& provided, EventRelay& events) noexcept
     : runtime(runtime)
     , objects(objects)
+    , provided(provided)
     , events(events)
 {}
 
@@ -24,6 +27,26 @@ void SharedNodes::Add(const Core::Embedding::NewObject& object)
 {
     runtime.CreateObject(object);
     objects.Add(object, nullptr);
+    Follow(object);
+}
+
+void SharedNodes::AddInstance(const Core::NodeId& type,
+                              const Core::Embedding::InstanceDescription& instance)
+{
+    const Core::Embedding::NewObject object{type, instance.browseName, instance.parents.front(),
+                                            instance.id};
+    runtime.CreateObject(object);
+    objects.RemoveBrought(object.id);
+    objects.Add(object, nullptr, UA_NS0ID_HASCOMPONENT);
+    for (std::size_t i = 1; i < instance.parents.size(); ++i)
+        objects.AddComponent(instance.parents[i], object.id);
+    Follow(object);
+}
+
+void SharedNodes::Follow(const Core::Embedding::NewObject& object)
+{
+    if (auto provider = runtime.GetProvider(object.id))
+        provided.Add(object.id, object.type, std::move(provider));
     nodes.push_back(std::make_unique<Node>());
     Node& node = *nodes.back();
     node.closing.Start("that removes the shared nodes");

@@ -3,6 +3,7 @@
 #include "Core/Embedding/Runtime.h"
 #include "Endpoint/EventRelay.h"
 #include "Endpoint/Objects.h"
+#include "Endpoint/ProvidedNodes.h"
 #include "Endpoint/WorkerThread.h"
 
 #include <chrono>
@@ -16,17 +17,24 @@ class SharedNodes
 {
 public:
     /// All must outlive it.
-    SharedNodes(Core::Embedding::Runtime& runtime, Objects& objects, EventRelay& events) noexcept;
+    SharedNodes(Core::Embedding::Runtime& runtime, Objects& objects, ProvidedNodes& provided,
+                EventRelay& events) noexcept;
 
     /// Makes a node and follows its events. Throws what the runtime throws, UaException and
     /// std::system_error.
     void Add(const Core::Embedding::NewObject& object);
+
+    /// Makes the one object of a type, which is a component of each of its parents.
+    void AddInstance(const Core::NodeId& type,
+                     const Core::Embedding::InstanceDescription& instance);
 
     /// Removes all of them once they have done what is queued. Returns false if some have not
     /// within the limit.
     [[nodiscard]] bool RemoveAll(std::chrono::milliseconds limit);
 
 private:
+    void Follow(const Core::Embedding::NewObject& object);
+
     struct Node
     {
         Core::NodeId id;
@@ -36,6 +44,7 @@ private:
 
     Core::Embedding::Runtime& runtime;
     Objects& objects;
+    ProvidedNodes& provided;
     EventRelay& events;
     std::vector<std::unique_ptr<Node>> nodes;
 };

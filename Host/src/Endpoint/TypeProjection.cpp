@@ -111,9 +111,12 @@ void TypeProjection::Project()
     for (const auto& type : model.GetDataTypes())
         if (!IsBaseType(type))
             Add(type);
-    for (const auto& type : model.GetObjectTypes())
+    for (const auto& type : model.GetObjectTypes()) {
         if (!IsBaseType(type))
             Add(type);
+        else
+            MakeAsynchronous(type);
+    }
     // Every event type is there now.
     for (const auto& type : model.GetObjectTypes())
         for (const auto& event : type.generatedEvents)
@@ -220,6 +223,14 @@ void TypeProjection::AddMethod(const Core::NodeId& owner, const MethodDescriptio
         CompleteArguments(method.inputArgumentsId);
     if (!method.outputs.empty())
         CompleteArguments(method.outputArgumentsId);
+}
+
+/// The library has the methods of the base types, and nothing that runs them.
+void TypeProjection::MakeAsynchronous(const ObjectTypeDescription& type)
+{
+    for (const auto& method : type.methods)
+        RequireGood(UA_Server_setMethodNodeAsync(&server, *namespaces.ToUa(method.id), true),
+                    "preparing " + method.browseName.ToString());
 }
 
 /// Takes away the rights to write status and time with which the library adds arguments, and adds a

@@ -9,7 +9,8 @@ namespace Host {
 
 /// Puts the types of an information model into a server's address space, where clients browse and
 /// decode by them: data types with their fields and texts, object types with their methods, event
-/// types with their fields. Knows no particular type. Types of namespace 0 are there already.
+/// types with their fields. Knows no particular type. Types of namespace 0 are there already; calls
+/// of their methods become asynchronous operations, too.
 class TypeProjection
 {
 public:
@@ -28,6 +29,7 @@ private:
     void AddTexts(const Core::Embedding::DataTypeDescription& type);
     void AddEncoding(const Core::Embedding::DataTypeDescription& type);
     void Add(const Core::Embedding::ObjectTypeDescription& type);
+    void MakeAsynchronous(const Core::Embedding::ObjectTypeDescription& type);
     void CompleteArguments(const Core::NodeId& property);
     void AddEventField(const Core::NodeId& type,
                        const Core::Embedding::EventFieldDescription& field);

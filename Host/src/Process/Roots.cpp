@@ -12,6 +12,7 @@
 #include <sys/vfs.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace Host {
 
@@ -72,6 +73,27 @@ Root MakeRoot(const std::filesystem::path& path, bool isReadOnly)
     if (real == real.root_path())
         refuse("it is the whole file system, with the host's keys and files");
     return {.given = Normalize(path), .real = real, .isReadOnly = isReadOnly};
+}
+
+std::vector<Core::Folder> NameRoots(const std::vector<Root>& roots)
+{
+    std::vector<Core::Folder> folders;
+    const auto isTaken = [&folders](const std::string& name) {
+        return std::any_of(folders.begin(), folders.end(),
+                           [&name](const auto& folder) { return folder.name == name; });
+    };
+    for (const auto& root : roots) {
+        const std::string path = root.real.string();
+        if (std::any_of(folders.begin(), folders.end(),
+                        [&path](const auto& folder) { return folder.path == path; }))
+            continue;
+        const std::string last = root.given.filename().string();
+        std::string name = last;
+        for (int number = 2; isTaken(name); ++number)
+            name = last + '-' + std::to_string(number);
+        folders.push_back({std::move(name), path, root.isReadOnly});
+    }
+    return folders;
 }
 
 void CheckTogether(const std::vector<Root>& roots)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Core/Folder.h"
+
 #include <filesystem>
 #include <vector>
 
@@ -16,6 +18,11 @@ struct Root
 /// Makes a root of a folder. Throws InvalidArgumentException if it does not exist, is not a folder,
 /// or is the whole file system.
 [[nodiscard]] Root MakeRoot(const std::filesystem::path& path, bool isReadOnly);
+
+/// Returns the roots with the names by which clients find them: the last parts of their paths as
+/// they were given, and of roots with the same one, the second and further ones with a number. A
+/// folder that was given twice is there once.
+[[nodiscard]] std::vector<Core::Folder> NameRoots(const std::vector<Root>& roots);
 
 /// Throws InvalidArgumentException for a folder that is given both as read-only and as writable. A
 /// root may lie inside another one and have another access; a folder may be given twice.

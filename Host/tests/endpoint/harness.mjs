@@ -39,6 +39,7 @@ export const programs = {
         join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
     exampleModule:
         process.env.TALVENSOR_EXAMPLE_MODULE ?? join(repository, "build/dev/lib/examples/libExample.Greeter.so"),
+    treeModule: process.env.TALVENSOR_TREE_MODULE ?? join(repository, "build/dev/lib/tests/libTest.Tree.so"),
     failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };
 

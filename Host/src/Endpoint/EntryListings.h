@@ -1,0 +1,67 @@
+#pragma once
+
+#include "Endpoint/EntrySnapshot.h"
+#include "Endpoint/LookUps.h"
+#include "Endpoint/Namespaces.h"
+#include "Endpoint/NodeSource.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace Host {
+
+/// The entries below provided nodes. Asks for them each time that somebody browses, and keeps the
+/// answers for clients that browse page by page. Loop thread.
+class EntryListings
+{
+public:
+    /// All must outlive it.
+    EntryListings(LookUps& lookUps, const Namespaces& namespaces) noexcept;
+    EntryListings(const EntryListings&) = delete;
+    EntryListings& operator=(const EntryListings&) = delete;
+    ~EntryListings();
+
+    enum class State
+    {
+        Known,   ///< as they are now, or as they were if the provider does not answer in time
+        Missing, ///< there is no such node
+        Unknown, ///< the provider does not answer, and nobody has asked before
+        Refused, ///< the provider does not let them be listed
+    };
+
+    struct Answer
+    {
+        State state = State::Unknown;
+        std::shared_ptr<const EntrySnapshot> entries; ///< null: there are none
+    };
+
+    [[nodiscard]] Answer Get(const NodeSource& source, const std::string& key, unsigned int lane);
+
+private:
+    class Listing;
+    struct Kept;
+    struct Pending;
+    using Id = std::pair<std::size_t, std::string>; // source and key
+    using Order = std::list<Id>;
+
+    [[nodiscard]] Kept* Find(const Id& id);
+    [[nodiscard]] Answer Take(const Listing& listing);
+    void Keep(const Listing& listing);
+    void Adopt(const LookUps::Lane& lane);
+    void DropOld();
+
+    LookUps& lookUps;
+    const Namespaces& namespaces;
+    std::map<Id, Kept> kept;
+    Order order; // of use: the longest unused first
+    std::size_t bytes = 0;
+    std::map<LookUps::Lane, Pending> pending; // given up, and at work
+};
+
+} // namespace Host
