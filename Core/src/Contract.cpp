@@ -26,6 +26,10 @@ CoreContext::~CoreContext() = default;
 Dispatcher::~Dispatcher() = default;
 NodeFactory::~NodeFactory() = default;
 SessionHandler::~SessionHandler() = default;
+bool SessionHandler::IsClosed() const noexcept
+{
+    return false;
+}
 Sessions::~Sessions() = default;
 
 } // namespace Core

@@ -37,16 +37,23 @@ void SessionImplementation::Close()
 {
     {
         const Support::Lock lock(mutex);
+        refusesCalls = true;
         if (std::exchange(isClosed, true) || callsInFlight > 0)
             return;
     }
     Announce();
 }
 
+void SessionImplementation::RefuseCalls() noexcept
+{
+    const Support::Lock lock(mutex);
+    refusesCalls = true;
+}
+
 bool SessionImplementation::IsClosed() const noexcept
 {
     const Support::Lock lock(mutex);
-    return isClosed;
+    return refusesCalls;
 }
 
 bool SessionImplementation::BelongsTo(const SessionRegistry& candidate) const noexcept
@@ -58,7 +65,7 @@ bool SessionImplementation::BelongsTo(const SessionRegistry& candidate) const no
 void SessionImplementation::BeginCall()
 {
     const Support::Lock lock(mutex);
-    if (isClosed)
+    if (refusesCalls)
         throw SessionClosedException("Session '" + name + "' (" + id.ToString() +
                                      ") takes no calls: it has been closed");
     ++callsInFlight;

@@ -23,6 +23,7 @@ public:
     [[nodiscard]] const NodeId& GetNodeId() const noexcept override { return id; }
     [[nodiscard]] const std::string& GetName() const noexcept override { return name; }
     void Close() override EXCLUDES(mutex);
+    void RefuseCalls() noexcept override EXCLUDES(mutex);
     [[nodiscard]] bool IsClosed() const noexcept override EXCLUDES(mutex);
 
     [[nodiscard]] bool BelongsTo(const SessionRegistry& candidate) const noexcept;
@@ -45,8 +46,9 @@ private:
 
     mutable Support::Mutex mutex;
     std::shared_ptr<IObject> object GUARDED_BY(mutex); // null once the removal is announced
-    bool isClosed GUARDED_BY(mutex) = false;
-    unsigned int callsInFlight GUARDED_BY(mutex) = 0; // never rises once isClosed is true
+    bool refusesCalls GUARDED_BY(mutex) = false;
+    bool isClosed GUARDED_BY(mutex) = false;          // and refuses calls
+    unsigned int callsInFlight GUARDED_BY(mutex) = 0; // never rises once calls are refused
 };
 
 /// A call of a session, from its beginning to its end.

@@ -114,6 +114,29 @@ TEST_F(ASession, IsAnnouncedGoneByTheThreadOfItsLastCallInFlight)
     EXPECT_EQ(session->GetSessionObject(), nullptr);
 }
 
+TEST_F(ASession, TellsItsCallsInFlightThatNobodyWaitsForThem)
+{
+    Signal entered;
+    script.call = [&](const auto&, const auto&, auto&) {
+        const auto current = runtime->GetContext().GetSessions().GetCurrentSession();
+        EXPECT_FALSE(current->IsClosed());
+        entered.Raise();
+        while (!current->IsClosed())
+            std::this_thread::yield();
+        return true;
+    };
+    const auto device = CreateDevice();
+    std::jthread call([&] { EXPECT_TRUE(runtime->Call(session, device, "Run", {}).taken); });
+    ASSERT_TRUE(entered.Wait());
+    session->RefuseCalls();
+    call.join();
+    EXPECT_THROW(static_cast<void>(runtime->Call(session, device, "Run", {})),
+                 SessionClosedException);
+    EXPECT_THAT(changes.Get(), ElementsAre(added));
+    session->Close();
+    EXPECT_THAT(changes.Get(), ElementsAre(added, removed));
+}
+
 TEST_F(ASession, IsAnnouncedGoneAfterItsLastCallFailed)
 {
     script.call = [&](const auto&, const auto&, auto&) -> bool {

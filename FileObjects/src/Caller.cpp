@@ -20,7 +20,7 @@ void Caller::CheckGoesOn() const
 {
     if (isStopping)
         Refuse(Status::shutdown, "", "the file system is stopped");
-    if (session->GetSessionObject() == nullptr)
+    if (session->IsClosed())
         Refuse(Status::sessionClosed, "", "the session has ended");
 }
 

@@ -19,6 +19,10 @@ public:
     /// Returns the session's object in the sessions folder; null once the session's removal is
     /// announced.
     [[nodiscard]] virtual std::shared_ptr<IObject> GetSessionObject() = 0;
+
+    /// True once the session takes no further calls: nobody waits for those in flight, and work
+    /// that takes long may end early. Always false on hosts that cannot tell.
+    [[nodiscard]] virtual bool IsClosed() const noexcept;
 };
 
 /// The sessions of a host.

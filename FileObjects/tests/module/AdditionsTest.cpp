@@ -1,9 +1,11 @@
 #include "FileObjectsFixture.h"
+#include "Waiting.h"
 
 #include <filesystem>
 #include <openssl/sha.h>
 #include <set>
 #include <sys/stat.h>
+#include <thread>
 #include <tuple>
 
 namespace {
@@ -15,6 +17,17 @@ Bytes Sha256(const std::string& text)
     Bytes bytes(SHA256_DIGEST_LENGTH);
     SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), bytes.data());
     return bytes;
+}
+
+/// Returns the number of this process's descriptors that are open on a path.
+std::size_t CountDescriptors(const std::string& path)
+{
+    std::size_t count = 0;
+    std::error_code gone;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        if (std::filesystem::read_symlink(entry.path(), gone) == path)
+            ++count;
+    return count;
 }
 
 std::string ToText(const Bytes& bytes)
@@ -151,6 +164,30 @@ TEST_F(AnAddition, ComputesTheChecksumOfAFileAndOfItsParts)
     EXPECT_EQ(client.Call("f/files/none", "GetChecksum", {0UL, 0UL}), Code::Bad_NotFound);
     other.Open("f/files/file", 2);
     EXPECT_EQ(client.Call("f/files/file", "GetChecksum", {0UL, 0UL}), Code::Bad_NotReadable);
+}
+
+TEST_F(AnAddition, ComputesNoChecksumForASessionThatHasEnded)
+{
+    constexpr std::uintmax_t hoursOfWork = std::uintmax_t{1} << 42U;
+    std::filesystem::resize_file(folder / "file", hoursOfWork);
+    std::filesystem::create_directory(folder / "directory");
+    std::filesystem::create_hard_link(folder / "file", folder / "directory/file");
+    std::uint32_t ofFile = Code::Good;
+    std::uint32_t ofDirectory = Code::Good;
+    {
+        std::jthread first([&] {
+            ofFile = client.Call("f/files/file", "GetChecksum", {0UL, 0UL});
+        });
+        std::jthread second([&] { ofDirectory = other.Call("d/files/directory", "GetChecksum"); });
+        EXPECT_TRUE(FileSystemTests::WaitUntil([this] {
+            return CountDescriptors(folder / "file") > 0 &&
+                   CountDescriptors(folder / "directory/file") > 0;
+        }));
+        client.End();
+        other.Get()->RefuseCalls();
+    }
+    EXPECT_EQ(ofFile, Code::Bad_SessionClosed);
+    EXPECT_EQ(ofDirectory, Code::Bad_SessionClosed);
 }
 
 TEST_F(AnAddition, ComputesTheChecksumOfADirectory)

@@ -36,6 +36,7 @@ struct ClientSession
     ConnectionId heldConnection = 0; ///< not read while too much is in flight; 0: none
     TimeShare filterTime;            ///< for the library's checks of event filters
     std::uint64_t graceTimer = 0;    ///< runs while the connection is gone; 0: none
+    std::shared_ptr<Core::Embedding::Session> opened; ///< null until it is open
     std::chrono::steady_clock::time_point detachedAt; ///< when the connection went
 
     std::chrono::steady_clock::time_point endedAt; ///< once `ended`

@@ -200,6 +200,11 @@ void Sessions::Open(UA_Server& server, ClientSession& session)
 {
     try {
         session.session = runtime.OpenSession(fmt::format("{}@{}", session.user, session.address));
+        loop.Post([&session, opened = session.session] {
+            session.opened = opened;
+            if (session.ended)
+                opened->RefuseCalls();
+        });
     } catch (const std::exception& exception) {
         Log(Core::LogLevel::Error, "Session",
             fmt::format("Session of {} from {} cannot be opened: {}", NameOf(session.user),
@@ -285,6 +290,8 @@ void Sessions::End(ClientSession& session)
     loop.MarkAdmitted(session.connection, false);
     session.connection = 0;
     ended(session);
+    if (session.opened)
+        session.opened->RefuseCalls(); // the call in flight need not go on
     // Posted behind its calls in flight, which end early: no further call is made for it.
     session.worker.Post([this, &session] {
         if (session.session)

@@ -24,8 +24,9 @@ public:
     /// runtime holds its sessions until they are closed.
     virtual void Close() = 0;
 
-    /// True from the first `Close` on.
-    [[nodiscard]] virtual bool IsClosed() const noexcept = 0;
+    /// Takes no further calls, and tells those in flight that nobody waits for them (`IsClosed`).
+    /// Announces nothing, and returns at once. The session ends with `Close`.
+    virtual void RefuseCalls() noexcept = 0;
 };
 
 /// Makes a session the current one of the calling thread as long as the scope lives.
