@@ -62,13 +62,19 @@ void Connection::ReadOrClose()
 void Connection::OnReadable()
 {
     const LoopLock lock(manager.GetMutex());
-    if (closing)
-        return;
-    reading = false;
-    Guard(&Connection::TakeInput);
+    if (!closing)
+        Guard(&Connection::OnInput);
 }
 
 void Connection::TakeInput()
+{
+    if (closing)
+        return;
+    reading = false;
+    Guard(&Connection::ReadInput);
+}
+
+void Connection::ReadInput()
 {
     if (!MayRead())
         return;

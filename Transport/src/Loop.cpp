@@ -29,7 +29,7 @@ Loop::Loop(const UA_Logger& logger, TurnPart& part, std::size_t handlersPerTurn)
     : logger(logger)
     , part(part)
     , handlersPerTurn(handlersPerTurn)
-    , work(context.get_executor())
+    , guard(context.get_executor())
 {
     handle.owner = this;
     handle.logger = &logger;
@@ -203,9 +203,11 @@ void Loop::Turn(std::chrono::milliseconds timeout)
 {
     const auto ranTimers = RunDueTimers();
     const auto ranDelayed = RunDelayed();
+    const auto didWork = DoWork();
     part.BeforeWaiting();
     // Whoever runs the loop may have something to do about what has happened: no waiting then.
-    RunHandlers(ranTimers || ranDelayed ? std::chrono::milliseconds::zero() : timeout);
+    const auto hasHappened = ranTimers || ranDelayed || didWork;
+    RunHandlers(hasHappened ? std::chrono::milliseconds::zero() : timeout);
     part.AfterHandlers();
 }
 
@@ -241,6 +243,17 @@ bool Loop::RunDelayed()
     return ran;
 }
 
+bool Loop::DoWork()
+{
+    {
+        const LoopLock lock(mutex);
+        if (!HasWork())
+            return false;
+    }
+    work->DoPiece();
+    return true;
+}
+
 void Loop::RunHandlers(std::chrono::milliseconds timeout)
 {
     const auto wait = GetWait(timeout);
@@ -252,7 +265,7 @@ void Loop::RunHandlers(std::chrono::milliseconds timeout)
 std::chrono::microseconds Loop::GetWait(std::chrono::milliseconds timeout)
 {
     const LoopLock lock(mutex);
-    if (!delayed.IsEmpty())
+    if (!delayed.IsEmpty() || HasWork())
         return {};
     const auto now = Now();
     const auto next = std::min(timers.GetNext(), part.GetNext(now));

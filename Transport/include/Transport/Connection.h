@@ -44,7 +44,7 @@ public:
     /// Begins to close; the library is told in a later turn. Returns false if it closes already.
     bool Close(Farewell farewell = Farewell::Send) REQUIRES(loopLock);
 
-    /// Returns true while it waits until there is something to read.
+    /// Returns true while it waits until there is something to read, or until it is its turn.
     [[nodiscard]] bool IsReading() const REQUIRES(loopLock) { return reading; }
     [[nodiscard]] std::size_t GetQueued() const REQUIRES(loopLock) { return output.GetSize(); }
     [[nodiscard]] Tcp::socket& GetSocket() noexcept { return socket; }
@@ -60,11 +60,16 @@ protected:
     /// Begins to use a socket that is connected: sends and reads.
     void Begin() REQUIRES(loopLock);
 
+    /// Reads what has come in, and waits for more.
+    void TakeInput() REQUIRES(loopLock);
+
     [[nodiscard]] bool IsWriting() const REQUIRES(loopLock) { return writing; }
     [[nodiscard]] OutputQueue& GetOutput() REQUIRES(loopLock) { return output; }
 
 private:
     [[nodiscard]] virtual bool MayRead() REQUIRES(loopLock) { return true; }
+    /// There is something to read, or there was not long ago.
+    virtual void OnInput() REQUIRES(loopLock) { TakeInput(); }
     /// Takes what has come in.
     virtual void Receive() REQUIRES(loopLock) = 0;
     /// There is output that the system does not take for now.
@@ -75,7 +80,7 @@ private:
 
     void OnReadable();
     void OnWritable();
-    void TakeInput() REQUIRES(loopLock);
+    void ReadInput() REQUIRES(loopLock);
     void SendOn() REQUIRES(loopLock);
     void FinishClose();
     /// Closes the connection if the step throws.
@@ -84,7 +89,7 @@ private:
     ConnectionManager& manager;
     Tcp::socket socket;
     OutputQueue output GUARDED_BY(loopLock);
-    bool reading GUARDED_BY(loopLock) = false; // waits until there is something to read
+    bool reading GUARDED_BY(loopLock) = false; // waits for input, or for its turn
     bool writing GUARDED_BY(loopLock) = false; // waits until there is room to send
 };
 

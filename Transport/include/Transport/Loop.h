@@ -44,6 +44,22 @@ public:
     virtual void OnFreed() REQUIRES(loopLock) {}
 };
 
+/// Work of which the loop does one piece in each turn. The loop's handlers run between two pieces,
+/// so that what happens meanwhile can change which piece is next.
+class TurnWork
+{
+public:
+    TurnWork() = default;
+    TurnWork(const TurnWork&) = delete;
+    TurnWork& operator=(const TurnWork&) = delete;
+    virtual ~TurnWork() = default;
+
+    /// Returns true if there is something to do.
+    [[nodiscard]] virtual bool IsWaiting() const REQUIRES(loopLock) = 0;
+    /// Called on the thread that runs the loop, without the lock, when there was something to do.
+    virtual void DoPiece() = 0;
+};
+
 /// The event loop as the OPC UA library knows it: its states, clock, timers, delayed callbacks and
 /// event sources. Handlers of Boost.Asio run in its turns.
 ///
@@ -87,6 +103,9 @@ public:
     /// Adds an event source that is not to be freed with the loop, but lives as long as it.
     void AddOwnSource(UA_EventSource& source);
 
+    /// Adds work, which must live as long as the loop is run. REQUIRES: there is none yet.
+    void AddWork(TurnWork& added) noexcept { work = &added; }
+
     /// Runs what may throw for the library, or for the loop itself, which goes on.
     UA_StatusCode Guard(const char* what, const std::function<UA_StatusCode()>& function) const;
 
@@ -124,8 +143,13 @@ private:
     void Turn(std::chrono::milliseconds timeout);
     bool RunDueTimers(); // returns true if there were any
     bool RunDelayed();   // likewise
+    bool DoWork();       // likewise
     void RunHandlers(std::chrono::milliseconds timeout);
     [[nodiscard]] std::chrono::microseconds GetWait(std::chrono::milliseconds timeout);
+    [[nodiscard]] bool HasWork() const REQUIRES(loopLock)
+    {
+        return work != nullptr && work->IsWaiting();
+    }
 
     // Timers and delayed callbacks
     LoopTimers::Id AddCyclic(const LoopTimers::Callback& callback,
@@ -139,6 +163,7 @@ private:
 
     const UA_Logger& logger;
     TurnPart& part;
+    TurnWork* work = nullptr;
     const std::size_t handlersPerTurn;
     Handle handle{}; // the lock guards its state and its list of event sources
     UA_KeyValueMap parameters{};
@@ -146,7 +171,7 @@ private:
 
     // The handlers that are left when it ends go before what they refer to.
     boost::asio::io_context context{1};
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> guard;
     std::atomic<bool> waking = false; // a wake-up is on its way
     std::atomic<std::thread::id> loopThread{};
 

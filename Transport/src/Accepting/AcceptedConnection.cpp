@@ -103,6 +103,11 @@ bool AcceptedConnection::MayRead()
     return shares.brake.MayRead(id);
 }
 
+void AcceptedConnection::OnInput()
+{
+    shares.turns.Enter(id, !shares.strangers.WasAdmitted(id));
+}
+
 void AcceptedConnection::Receive()
 {
     ErrorCode error;

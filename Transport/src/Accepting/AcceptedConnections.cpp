@@ -7,12 +7,23 @@
 #include <chrono>
 #include <utility>
 
+#include <ctime>
+
 namespace Transport {
 
 namespace {
 
 /// A client that vanished without a word is noticed within a minute.
 constexpr KeepAlive serverKeepAlive{std::chrono::seconds{30}, std::chrono::seconds{10}, 3, {}};
+
+/// Returns the time that the calling thread has worked: a connection is not to blame for what else
+/// the system runs during its turn.
+std::chrono::nanoseconds GetThreadTime()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time); // cannot fail
+    return std::chrono::seconds{time.tv_sec} + std::chrono::nanoseconds{time.tv_nsec};
+}
 
 } // namespace
 
@@ -21,7 +32,9 @@ AcceptedConnections::AcceptedConnections(Loop& loop, const ConnectionLimits& lim
     : ConnectionManager(loop)
     , shares(loop, limits, MakeBrakeOwner())
     , listeners(loop, *this, std::move(lend))
-{}
+{
+    loop.AddWork(*this);
+}
 
 /// The watch calls these with the lock held, which clang does not see through the functions.
 BrakeWatch::Owner AcceptedConnections::MakeBrakeOwner()
@@ -177,6 +190,22 @@ void AcceptedConnections::OnOutOfResources()
 
 // Reading
 
+bool AcceptedConnections::IsWaiting() const
+{
+    return !shares.turns.IsEmpty();
+}
+
+/// Reads from the connection whose turn it is.
+void AcceptedConnections::DoPiece()
+{
+    const LoopLock lock(GetMutex());
+    const auto id = shares.turns.TakeFirst();
+    const auto begin = GetThreadTime();
+    if (const auto connection = Find(id))
+        connection->TakeTurn();
+    shares.turns.Count(id, GetThreadTime() - begin);
+}
+
 void AcceptedConnections::Hold(ConnectionId id, bool isHeld)
 {
     const LoopLock lock(GetMutex());
@@ -301,6 +330,7 @@ bool AcceptedConnections::IsEmpty() const
 void AcceptedConnections::Forget(ConnectionId id)
 {
     connections.erase(id);
+    shares.turns.Remove(id);
     shares.brake.GetBrake().Remove(id);
     CheckStopped();
 }

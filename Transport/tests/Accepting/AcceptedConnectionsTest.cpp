@@ -147,6 +147,8 @@ protected:
     std::map<std::uint16_t, ConnectionId> ids; // by the client's port
     std::vector<ConnectionId> closed;
     std::vector<ConnectionId> observed;
+    std::vector<ConnectionId> reads; // in their order
+    std::function<void()> onRead;
     ConnectionInfo lastInfo;
 
 private:
@@ -165,6 +167,11 @@ private:
         if (state == UA_CONNECTIONSTATE_CLOSING)
             test.closed.push_back(id);
         test.received[id] += message.length;
+        if (message.length > 0) {
+            test.reads.push_back(id);
+            if (test.onRead)
+                test.onRead();
+        }
         if (test.echo && message.length > 0) {
             UA_ByteString copy;
             UA_ByteString_copy(&message, &copy);
@@ -184,6 +191,71 @@ TEST_F(ConnectionsToAHost, CarryBytesBothWays)
         EXPECT_EQ(client.Receive(text.size()), text);
         sender.join();
     }
+}
+
+/// Clients that have all sent more than is read at once, before any of it is read.
+class BusyConnections : public ConnectionsToAHost
+{
+protected:
+    BusyConnections() { echo = false; }
+
+    void SetUp() override
+    {
+        ConnectionsToAHost::SetUp();
+        for (std::size_t i = 0; i < count; ++i)
+            connected.push_back(WaitForConnection(clients.emplace_back(port)));
+    }
+
+    /// Keeps the loop from reading until all have sent.
+    void SendAll()
+    {
+        OnLoop(loop, [&] {
+            const std::string block(4 * megabyte, 'b');
+            for (const auto& client : clients)
+                EXPECT_GT(client.SendSome(block), 0U);
+            return true;
+        });
+    }
+
+    /// Waits until so many reads were done and returns them in their order.
+    std::vector<ConnectionId> AwaitReads(std::size_t wanted)
+    {
+        std::vector<ConnectionId> found;
+        EXPECT_TRUE(Eventually([&] {
+            const std::scoped_lock lock(mutex);
+            found = reads;
+            return found.size() >= wanted;
+        }));
+        return found;
+    }
+
+    static constexpr std::size_t count = 40; // more than handlers run in a turn
+    std::vector<RawClient> clients;
+    std::vector<ConnectionId> connected;
+};
+
+TEST_F(BusyConnections, AreEachReadOnceBeforeAnyIsReadTwice)
+{
+    SendAll();
+    auto order = AwaitReads(count + 1);
+    order.resize(count);
+    EXPECT_THAT(order, testing::UnorderedElementsAreArray(connected));
+}
+
+TEST_F(BusyConnections, AreReadAfterOneThatSaysLittle)
+{
+    const RawClient quiet(port);
+    const auto id = WaitForConnection(quiet);
+    {
+        const std::scoped_lock lock(mutex);
+        onRead = [&] {
+            if (reads.size() == count + 5)
+                quiet.Send("x");
+        };
+    }
+    SendAll();
+    const auto order = AwaitReads(count + 6);
+    EXPECT_EQ(order.at(count + 5), id);
 }
 
 TEST_F(ConnectionsToAHost, AreDescribedUntilTheyHaveClosed)

@@ -2,6 +2,7 @@
 
 #include "Transport/Accepting/BrakeWatch.h"
 #include "Transport/Accepting/ConnectionInfo.h"
+#include "Transport/Accepting/InputTurns.h"
 #include "Transport/Accepting/Limits.h"
 #include "Transport/Accepting/MessageBounds.h"
 #include "Transport/Accepting/Strangers.h"
@@ -23,6 +24,7 @@ struct AcceptedShares
     const ConnectionLimits limits;
     Strangers strangers GUARDED_BY(loopLock);
     BrakeWatch brake GUARDED_BY(loopLock);
+    InputTurns turns GUARDED_BY(loopLock);
     /// Used on the loop's thread only: what was read last.
     std::vector<UA_Byte> input;
     /// Used on the loop's thread only: told of each connection that has closed.
@@ -55,6 +57,9 @@ public:
     /// A chunk was decrypted and its signature is right. Returns false if it is out of order.
     [[nodiscard]] bool OnVerified(const UA_Byte* chunk, std::size_t size) REQUIRES(loopLock);
 
+    /// Reads when it is its turn.
+    void TakeTurn() REQUIRES(loopLock) { TakeInput(); }
+
     UA_StatusCode Send(OutputBuffer buffer, bool isGathering) REQUIRES(loopLock);
 
     /// Closes it and says why, as far as the client still takes it.
@@ -64,6 +69,7 @@ public:
 
 private:
     [[nodiscard]] bool MayRead() override REQUIRES(loopLock);
+    void OnInput() override REQUIRES(loopLock);
     void Receive() override REQUIRES(loopLock);
     void OnOutputLeft() override REQUIRES(loopLock);
     void OnClosing() override REQUIRES(loopLock);

@@ -26,7 +26,8 @@ namespace Transport {
 /// loop.
 class AcceptedConnections final : public ConnectionManager,
                                   public OpcUa::MessageObserver,
-                                  private Listeners::Owner
+                                  private Listeners::Owner,
+                                  private TurnWork
 {
 public:
     /// Registers itself with the loop, which must outlive it. `lend` is used where there is no
@@ -109,6 +110,10 @@ private:
         REQUIRES(loopLock);
     void OnOutOfResources() override REQUIRES(loopLock);
     void OnListenerClosed() override REQUIRES(loopLock);
+
+    // TurnWork
+    [[nodiscard]] bool IsWaiting() const override REQUIRES(loopLock);
+    void DoPiece() override;
 
     [[nodiscard]] SharedConnection Find(ConnectionId id) const REQUIRES(loopLock);
     [[nodiscard]] BrakeWatch::Owner MakeBrakeOwner();
