@@ -8,6 +8,7 @@
 #include <OpcUa/UaException.h>
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -228,8 +229,8 @@ void Unsubscribe(RawSession& session, UA_UInt32 subscription)
     }
 }
 
-/// Lists a directory again and again for as many items as the host allows.
-[[noreturn]] void ListForItems(const Options& options)
+/// Returns a session with as many items on the events of all shared nodes as the host allows.
+std::unique_ptr<RawSession> LogInToHear(const Options& options)
 {
     auto session = LogIn(options);
     const UA_UInt32 subscription = Subscribe(*session);
@@ -237,18 +238,51 @@ void Unsubscribe(RawSession& session, UA_UInt32 subscription)
         Value request = MakeMonitoring(subscription, 100, false);
         session->Ask(request);
     }
+    return session;
+}
+
+/// Returns false if the host has closed the session, as it does when too many events wait for it.
+bool IsThere(RawSession& session)
+{
+    if (!session.IsOpen())
+        return false;
+    Value request(UA_TYPES[UA_TYPES_READREQUEST]);
+    auto answer = session.Ask(request);
+    return answer &&
+           answer->As<UA_ResponseHeader>().serviceResult != UA_STATUSCODE_BADSESSIONIDINVALID;
+}
+
+/// Lists a directory again and again for thousands of items. Each listing is waited for: those that
+/// are only asked for would be done after the attack.
+[[noreturn]] void ListForItems(const Options& options)
+{
+    auto hearing = LogInToHear(options);
     UaClient lister(options.url);
-    const auto files = lister.CreateFiles();
+    const std::string name = "FileSystem";
+    const UA_NodeId files = lister.GetSharedFiles(name);
+    bool isListed = false;
+    lister.Subscribe(files, [&](UA_DateTime) { isListed = true; });
     const UA_String path = ViewOf(options.path);
     const bool isRecursive = false;
     for (;;) {
-        bool isAnswered = false;
-        lister.Post(*files, Bench::Method::List,
+        isListed = false;
+        lister.Post(files, Bench::Method::List,
                     {Bench::MakeVariant(path), Bench::MakeVariant(isRecursive)},
-                    [&](const UA_CallMethodResult&) { isAnswered = true; });
-        lister.Run([&] { return isAnswered; });
+                    [](const UA_CallMethodResult&) {});
+        lister.Run([&] { return isListed; });
         Announce();
+        if (!IsThere(*hearing))
+            hearing = LogInToHear(options);
     }
+}
+
+/// Keeps one processor busy and leaves the host alone.
+[[noreturn]] void KeepBusy()
+{
+    Announce();
+    std::atomic<unsigned int> count{0}; // a loop without any effect may be left out
+    for (;;)
+        ++count;
 }
 
 } // namespace
@@ -269,6 +303,7 @@ try {
     add("reads", "reads much at once", [](const Options& given) { ReadMuch(given); });
     add("unfinished", "ends no message", [](const Options& given) { SendUnfinished(given); });
     add("filters", "makes filters", [](const Options& given) { ChurnFilters(given); });
+    add("busy", "uses a processor alone", [](const Options&) { KeepBusy(); });
     add("items", "lists for many items", [](const Options& given) { ListForItems(given); });
     app.require_subcommand(1);
     return Bench::RunProgram(app, argc, argv);
