@@ -197,30 +197,34 @@ EventFilters::~EventFilters()
     current = nullptr;
 }
 
-void EventFilters::Adapt(UA_MonitoringParameters& parameters)
+UA_StatusCode EventFilters::Adapt(UA_MonitoringParameters& parameters)
 {
     const auto* decoded =
         Decoded<UA_EventFilter>(parameters.filter, UA_TYPES[UA_TYPES_EVENTFILTER]);
     if (decoded == nullptr)
-        return;
+        return UA_STATUSCODE_GOOD;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): as changeable as the parameters
     auto& filter = const_cast<UA_EventFilter&>(*decoded);
-    SpendTime(filter);
+    if (!SpendTime(filter))
+        return UA_STATUSCODE_BADTOOMANYOPERATIONS;
     AdaptWhereClause(filter.whereClause);
     if (filter.selectClausesSize <= mostSelectClauses)
         AdaptSelectClauses(filter);
+    return UA_STATUSCODE_GOOD;
 }
 
-/// Throws UaException when the session has used up its share.
-void EventFilters::SpendTime(const UA_EventFilter& filter) const
+/// Returns false when the session has used up its share. Not by an exception: a session that asks
+/// for more and more would take the loop's time for these.
+bool EventFilters::SpendTime(const UA_EventFilter& filter) const
 {
     constexpr std::chrono::microseconds clauseTime{100};
     ClientSession* const session = sessions.Find(loop.GetCurrentConnection());
     if (session == nullptr)
-        return; // the host's own item
+        return true; // the host's own item
     if (session->filterTime.GetPause() > TimeShare::Clock::duration::zero())
-        throw UaException("checking event filters", UA_STATUSCODE_BADTOOMANYOPERATIONS);
+        return false;
     session->filterTime.Count(filter.selectClausesSize * clauseTime);
+    return true;
 }
 
 void EventFilters::AdaptSelectClauses(UA_EventFilter& filter) const
@@ -241,14 +245,12 @@ UA_StatusCode EventFilters::AdaptForCurrent(UA_MonitoringParameters& parameters)
     if (filters == nullptr)
         return UA_STATUSCODE_GOOD;
     try {
-        filters->Adapt(parameters);
-        return UA_STATUSCODE_GOOD;
+        return filters->Adapt(parameters);
     } catch (const std::bad_alloc&) {
         return UA_STATUSCODE_BADOUTOFMEMORY;
     } catch (const UaException& exception) {
-        if (exception.GetStatus() != UA_STATUSCODE_BADTOOMANYOPERATIONS)
-            Log(Core::LogLevel::Error, "Session",
-                fmt::format("Cannot check an event filter: {}", exception.what()));
+        Log(Core::LogLevel::Error, "Session",
+            fmt::format("Cannot check an event filter: {}", exception.what()));
         return exception.GetStatus();
     } catch (const std::exception& exception) {
         Log(Core::LogLevel::Error, "Session",

@@ -39,13 +39,14 @@ public:
     ~EventFilters();
 
     /// Called for the parameters of each monitored item that is made or changed, before the
-    /// library checks them. Throws UaException or std::bad_alloc; the item is refused then.
-    void Adapt(UA_MonitoringParameters& parameters);
+    /// library checks them. Returns a bad status for an item that is refused; so does what it
+    /// throws, UaException or std::bad_alloc.
+    [[nodiscard]] UA_StatusCode Adapt(UA_MonitoringParameters& parameters);
 
 private:
     static UA_StatusCode AdaptForCurrent(UA_MonitoringParameters& parameters) noexcept;
     void AdaptSelectClauses(UA_EventFilter& filter) const;
-    void SpendTime(const UA_EventFilter& filter) const;
+    [[nodiscard]] bool SpendTime(const UA_EventFilter& filter) const;
 
     UA_Server& server;
     const EventLoop& loop;
