@@ -209,6 +209,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     auto roots = MakeRoots(configuration);
     auto outerProcess =
         preparation == Preparation::ToServe ? StartOuterProcess(configuration, roots) : nullptr;
+    AskForShortSlices(); // the outer process has time
     auto addresses = ResolveListenUrl(configuration.listen);
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): a false alarm
     auto users = ReadUsers(configuration);

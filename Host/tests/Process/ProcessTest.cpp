@@ -3,6 +3,7 @@
 #include "Core/Exception.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -10,6 +11,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -41,6 +43,39 @@ bool IsReadable(int descriptor, int milliseconds)
     unlink(name);
     const bool isTooLarge = pwrite(file, "x", 1, 10) < 0 && errno == EFBIG;
     std::_Exit(isBroken && isTooLarge ? 0 : 2);
+}
+
+/// Returns the slice of the calling thread in nanoseconds; 0 if the kernel does not tell.
+std::uint64_t GetSlice()
+{
+    struct
+    {
+        std::uint32_t size = 48;
+        std::uint32_t policy = 0;
+        std::uint64_t flags = 0;
+        std::uint64_t niceAndPriority = 0;
+        std::uint64_t runtime = 0;
+        std::uint64_t deadlineAndPeriod[2] = {};
+    } attributes;
+    syscall(SYS_sched_getattr, 0, &attributes, sizeof(attributes), 0);
+    return attributes.runtime;
+}
+
+TEST(ShortSlices, AreThoseOfAThreadAndOfThoseThatItStarts)
+{
+    const auto usual = GetSlice();
+    if (usual == 0)
+        GTEST_SKIP() << "this kernel has no slices that a thread can choose";
+    std::uint64_t own = 0;
+    std::uint64_t inherited = 0;
+    std::thread([&] {
+        AskForShortSlices();
+        own = GetSlice();
+        std::thread([&] { inherited = GetSlice(); }).join();
+    }).join();
+    EXPECT_LT(own, usual);
+    EXPECT_EQ(inherited, own);
+    EXPECT_EQ(GetSlice(), usual);
 }
 
 TEST(FatalSignals, BecomeOrdinaryFailures)
