@@ -84,6 +84,7 @@ ConnectionLimits MakeConnectionLimits(const EndpointSettings& settings)
     limits.outputPause = settings.queuedOutputPause;
     limits.outputLimit = settings.queuedOutput;
     limits.incoming = {settings.maximumMessage, settings.maximumChunks};
+    limits.arrays = GetArrayLimits();
     // Allows the output that may wait already and the largest answer behind it.
     limits.outgoing.size =
         std::min(limits.outgoing.size, settings.queuedOutput - settings.queuedOutputPause);

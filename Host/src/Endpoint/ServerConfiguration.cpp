@@ -8,12 +8,19 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <span>
 #include <vector>
 
 namespace Host {
 namespace {
+
+// Elements of one request.
+constexpr std::uint32_t mostNodes = 1'000;
+constexpr std::uint32_t mostReads = 5'000;
+constexpr std::uint32_t mostBrowsed = 200;
+constexpr std::uint32_t mostItems = 100;
 
 UA_ByteString BytesViewOf(const std::vector<unsigned char>& bytes)
 {
@@ -123,18 +130,18 @@ void SetSubscriptionLimits(UA_ServerConfig& configuration, const EndpointSetting
 void SetOperationLimits(UA_ServerConfig& configuration)
 {
     // A method belongs to its session by the connection that calls: one call after another.
-    configuration.maxNodesPerMethodCall = 1'000;
+    configuration.maxNodesPerMethodCall = mostNodes;
     configuration.pubSubConfig.enableInformationModelMethods = false;
     // The library makes the answer as a whole: each of these can have some kilobytes there, a
     // browsed node some dozens.
-    configuration.maxNodesPerRead = 5'000;
-    configuration.maxNodesPerWrite = 1'000;
-    configuration.maxNodesPerRegisterNodes = 1'000;
-    configuration.maxNodesPerNodeManagement = 1'000;
-    configuration.maxNodesPerTranslateBrowsePathsToNodeIds = 1'000;
-    configuration.maxNodesPerBrowse = 200;
+    configuration.maxNodesPerRead = mostReads;
+    configuration.maxNodesPerWrite = mostNodes;
+    configuration.maxNodesPerRegisterNodes = mostNodes;
+    configuration.maxNodesPerNodeManagement = mostNodes;
+    configuration.maxNodesPerTranslateBrowsePathsToNodeIds = mostNodes;
+    configuration.maxNodesPerBrowse = mostBrowsed;
     configuration.maxReferencesPerNode = 1'000;
-    configuration.maxMonitoredItemsPerCall = 100; // their filters take the loop's time
+    configuration.maxMonitoredItemsPerCall = mostItems; // their filters take the loop's time
 }
 
 } // namespace
@@ -169,6 +176,30 @@ std::shared_ptr<ClientTrust> MakeClientTrust(const Trust& trust, const EndpointS
             take({.certificate = {certificate.begin(), certificate.end()},
                   .address = connection ? connection->remoteAddress : ""});
         });
+}
+
+Transport::ArrayLimits GetArrayLimits()
+{
+    constexpr std::size_t ageAndTimestamps = 12;
+    constexpr std::size_t viewAndMost = 16; // without the view's node
+    constexpr std::size_t numberAndTimestamps = 8;
+    return {
+        {UA_NS0ID_READREQUEST_ENCODING_DEFAULTBINARY, false, ageAndTimestamps, mostReads},
+        {UA_NS0ID_WRITEREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_CALLREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_BROWSEREQUEST_ENCODING_DEFAULTBINARY, true, viewAndMost, mostBrowsed},
+        {UA_NS0ID_TRANSLATEBROWSEPATHSTONODEIDSREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_REGISTERNODESREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_UNREGISTERNODESREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_ADDNODESREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_ADDREFERENCESREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_DELETENODESREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_DELETEREFERENCESREQUEST_ENCODING_DEFAULTBINARY, false, 0, mostNodes},
+        {UA_NS0ID_CREATEMONITOREDITEMSREQUEST_ENCODING_DEFAULTBINARY, false, numberAndTimestamps,
+         mostItems},
+        {UA_NS0ID_MODIFYMONITOREDITEMSREQUEST_ENCODING_DEFAULTBINARY, false, numberAndTimestamps,
+         mostItems},
+    };
 }
 
 } // namespace Host

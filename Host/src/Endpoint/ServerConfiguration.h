@@ -4,6 +4,7 @@
 #include "Endpoint/EndpointSettings.h"
 #include "Endpoint/LibraryAssumptions.h"
 #include "Network/EventLoop.h"
+#include "Transport/Accepting/ArrayLimits.h"
 
 #include <open62541/server.h>
 
@@ -21,5 +22,8 @@ void FillConfiguration(RoomyConfiguration& filled, const EndpointSettings& setti
 /// refuses. Throws as ClientTrust. `loop` must outlive it.
 [[nodiscard]] std::shared_ptr<ClientTrust>
 MakeClientTrust(const Trust& trust, const EndpointSettings& settings, EventLoop& loop);
+
+/// Returns the bounds on arrays of requests that belong to the configuration.
+[[nodiscard]] Transport::ArrayLimits GetArrayLimits();
 
 } // namespace Host

@@ -47,9 +47,10 @@ public:
     /// be changed. `seal` lives as long as the channel. Called on the thread that sends.
     virtual void OnSigning(unsigned char* data, std::size_t size, Seal& seal) noexcept = 0;
 
-    /// `data` is a whole message in plain text whose symmetric signature is right. False refuses
-    /// it as if it were wrong. Called on the thread that receives.
-    [[nodiscard]] virtual bool OnVerified(const unsigned char* data, std::size_t size) noexcept = 0;
+    /// `data` is a whole message in plain text whose symmetric signature is right. Its bytes may be
+    /// changed. False refuses it as if the signature were wrong. Called on the thread that
+    /// receives.
+    [[nodiscard]] virtual bool OnVerified(unsigned char* data, std::size_t size) noexcept = 0;
 };
 
 /// Makes OpenSSL sign, verify, encrypt and decrypt the messages of a policy, several times faster

@@ -65,7 +65,7 @@ AcceptedConnection::AcceptedConnection(const Channel& channel, Tcp::socket accep
     : Connection(channel, std::move(accepted), manager, nullptr)
     , manager(manager)
     , shares(shares)
-    , incoming(shares.limits.incoming)
+    , incoming(shares.limits.incoming, shares.limits.arrays)
     , outgoing(shares.limits.outgoing, shares.limits.incoming)
 {
     const auto remote = GetSocket().remote_endpoint();
@@ -138,7 +138,7 @@ void AcceptedConnection::Take(std::size_t size)
     Notify(UA_CONNECTIONSTATE_ESTABLISHED, {0, nullptr}, {size, data});
 }
 
-bool AcceptedConnection::OnVerified(const UA_Byte* chunk, std::size_t size)
+bool AcceptedConnection::OnVerified(UA_Byte* chunk, std::size_t size)
 {
     return incoming.CountSecured(chunk, size);
 }

@@ -225,7 +225,7 @@ void AcceptedConnections::SetMemoryBrake(std::function<bool()> isMemoryShort)
     shares.brake.SetShortage(std::move(isMemoryShort));
 }
 
-bool AcceptedConnections::OnVerified(const unsigned char* data, std::size_t size) noexcept
+bool AcceptedConnections::OnVerified(unsigned char* data, std::size_t size) noexcept
 {
     const LoopLock lock(GetMutex());
     const auto connection = Find(GetCurrent());

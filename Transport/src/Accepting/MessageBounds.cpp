@@ -102,9 +102,26 @@ bool MessageOrder::Accept(const UA_Byte* header) noexcept
     return true;
 }
 
-bool IncomingMessages::Count(const UA_Byte* data, std::size_t count)
+/// Shortens the array of a request in its first chunk, in plain text.
+void IncomingMessages::ShortenFirst(std::span<UA_Byte> chunk) const noexcept
+{
+    if (chunk.size() > headerSize && TypeOf(chunk.data()) == "MSG" && !order.IsInMessage())
+        ShortenArray(chunk.subspan(headerSize), arrays);
+}
+
+bool IncomingMessages::CountSecured(UA_Byte* chunk, std::size_t size) noexcept
+{
+    if (size < headerSize)
+        return true;
+    ShortenFirst({chunk, size});
+    return order.Accept(chunk);
+}
+
+bool IncomingMessages::Count(UA_Byte* data, std::size_t count)
 {
     while (count > 0 && !isMalformed) {
+        if (read == 0 && isPlain && count > headerSize)
+            ShortenFirst({data, std::min<std::size_t>(count, ReadNumber(data + 4))});
         const bool isInHead = read < headSize && (read < chunkHeaderSize || read < size);
         if (isInHead) {
             head[read++] = *data++;

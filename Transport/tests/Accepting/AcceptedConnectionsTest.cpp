@@ -427,7 +427,7 @@ TEST_F(ConnectionsToAHost, WaitToBeAcceptedWhileThereAreNoDescriptors)
 class ConnectionsWithLimits : public ConnectionsToAHost
 {
 protected:
-    static constexpr ConnectionLimits limits{
+    static inline const ConnectionLimits limits{
         .connections = 3,
         .outputPause = megabyte,
         .outputLimit = 8 * megabyte,

@@ -50,14 +50,16 @@ Bytes MakeChunk(std::string_view type, std::uint32_t request, std::size_t bodySi
     return MakeMessage(type, {7, 8, 1'000, request}, bodySize);
 }
 
-bool Count(IncomingMessages& messages, const Bytes& bytes)
+const ArrayLimits noArrays;
+
+bool Count(IncomingMessages& messages, Bytes bytes)
 {
     return messages.Count(bytes.data(), bytes.size());
 }
 
 TEST(IncomingMessages, MayBeAsLargeAsAllowed)
 {
-    IncomingMessages messages({1'000, 3});
+    IncomingMessages messages({1'000, 3}, noArrays);
     for (int i = 0; i < 10; ++i) {
         EXPECT_TRUE(Count(messages, MakeMessage("MSGC", {}, 400 + chunkOverhead - 8)));
         EXPECT_TRUE(Count(messages, MakeMessage("MSGF", {}, 600 + chunkOverhead - 8)));
@@ -68,7 +70,7 @@ TEST(IncomingMessages, MayBeAsLargeAsAllowed)
 
 TEST(IncomingMessages, AreRefusedAtTheHeaderOfTheChunkThatIsTooMuch)
 {
-    IncomingMessages messages({0, 3});
+    IncomingMessages messages({0, 3}, noArrays);
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(Count(messages, MakeMessage("MSGC", {}, 8)));
     Bytes header = MakeMessage("MSGF", {}, 50'000);
@@ -78,7 +80,7 @@ TEST(IncomingMessages, AreRefusedAtTheHeaderOfTheChunkThatIsTooMuch)
 
 TEST(IncomingMessages, StartAnewWhenTheClientGivesOneUp)
 {
-    IncomingMessages messages({0, 2});
+    IncomingMessages messages({0, 2}, noArrays);
     for (int i = 0; i < 10; ++i) {
         EXPECT_TRUE(Count(messages, MakeMessage("MSGC", {}, 8)));
         EXPECT_TRUE(Count(messages, MakeMessage("MSGC", {}, 8)));
@@ -97,7 +99,7 @@ Bytes MakeOpening()
 
 TEST(IncomingMessages, AreRefusedWithinAnotherOneOnAChannelWithoutSecurity)
 {
-    IncomingMessages messages({});
+    IncomingMessages messages({}, noArrays);
     ASSERT_TRUE(Count(messages, MakeOpening()));
     for (const char* type : {"MSGC", "MSGC", "MSGF", "MSGF"})
         EXPECT_TRUE(Count(messages, MakeChunk(type, 1)));
@@ -107,7 +109,7 @@ TEST(IncomingMessages, AreRefusedWithinAnotherOneOnAChannelWithoutSecurity)
 
 TEST(IncomingMessages, MayFollowOneThatTheClientGaveUp)
 {
-    IncomingMessages messages({});
+    IncomingMessages messages({}, noArrays);
     ASSERT_TRUE(Count(messages, MakeOpening()));
     EXPECT_TRUE(Count(messages, MakeChunk("MSGC", 2, 0)));
     EXPECT_TRUE(Count(messages, MakeChunk("MSGA", 2)));
@@ -116,13 +118,54 @@ TEST(IncomingMessages, MayFollowOneThatTheClientGaveUp)
 
 TEST(IncomingMessages, AreRefusedWithinAnotherOneOnASecuredChannelOnceTheyAreDecrypted)
 {
-    IncomingMessages messages({});
+    IncomingMessages messages({}, noArrays);
     Bytes chunk = MakeChunk("MSGC", 1);
     EXPECT_TRUE(Count(messages, MakeChunk("MSGF", 77))); // any bytes: they are encrypted
     EXPECT_TRUE(messages.CountSecured(chunk.data(), chunk.size()));
     EXPECT_TRUE(Count(messages, MakeChunk("MSGF", 78)));
     chunk = MakeChunk("MSGF", 2);
     EXPECT_FALSE(messages.CountSecured(chunk.data(), chunk.size()));
+}
+
+constexpr std::size_t arrayOfRegistering = headerSize + 33;
+
+/// A request to register twenty nodes: its encoding, a header without anything in it, the array.
+Bytes MakeRegistering(std::string_view type)
+{
+    Bytes bytes = MakeChunk(type, 1, 0);
+    Append(bytes, 0x0230'0001);    // the form, the namespace and the number of its encoding
+    bytes.resize(headerSize + 22); // no session, and numbers
+    Append(bytes, 0xFFFFFFFF);     // no text
+    bytes.resize(arrayOfRegistering);
+    Append(bytes, 20);
+    bytes.resize(bytes.size() + 40);
+    bytes[4] = static_cast<UA_Byte>(bytes.size());
+    return bytes;
+}
+
+const ArrayLimits fewRegistered{{560, false, 0, 5}};
+
+TEST(IncomingMessages, HaveArraysThatAreNoLongerThanNeededToRefuseThem)
+{
+    for (const bool isSecured : {false, true}) {
+        IncomingMessages messages({}, fewRegistered);
+        ASSERT_TRUE(isSecured || Count(messages, MakeOpening()));
+        Bytes chunk = MakeRegistering("MSGC");
+        Bytes next = MakeRegistering("MSGF"); // no request: in the middle of a message
+        for (Bytes* each : {&chunk, &next})
+            EXPECT_TRUE(isSecured ? messages.CountSecured(each->data(), each->size())
+                                  : messages.Count(each->data(), each->size()));
+        EXPECT_EQ(NumberAt(chunk, arrayOfRegistering), 6U);
+        EXPECT_EQ(NumberAt(next, arrayOfRegistering), 20U);
+    }
+}
+
+TEST(IncomingMessages, AreNotLookedIntoWhereTheyAreEncrypted)
+{
+    IncomingMessages messages({}, fewRegistered);
+    Bytes chunk = MakeRegistering("MSGF");
+    EXPECT_TRUE(messages.Count(chunk.data(), chunk.size()));
+    EXPECT_EQ(NumberAt(chunk, arrayOfRegistering), 20U);
 }
 
 TEST(IncomingMessages, AreCountedHoweverTheyAreCut)
@@ -132,7 +175,7 @@ TEST(IncomingMessages, AreCountedHoweverTheyAreCut)
     for (int i = 0; i < 4; ++i)
         all.insert(all.end(), chunk.begin(), chunk.end());
     for (std::size_t part = 1; part < all.size(); ++part) {
-        IncomingMessages messages({0, 3});
+        IncomingMessages messages({0, 3}, noArrays);
         std::size_t allowed = 0;
         while (allowed < all.size() &&
                messages.Count(&all[allowed], std::min(part, all.size() - allowed)))

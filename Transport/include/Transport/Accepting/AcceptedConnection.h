@@ -55,7 +55,7 @@ public:
     /// A chunk is about to be signed; one in no buffer of the connection is left alone.
     void OnSigning(UA_Byte* chunk, std::size_t size, OpcUa::Seal& seal) REQUIRES(loopLock);
     /// A chunk was decrypted and its signature is right. Returns false if it is out of order.
-    [[nodiscard]] bool OnVerified(const UA_Byte* chunk, std::size_t size) REQUIRES(loopLock);
+    [[nodiscard]] bool OnVerified(UA_Byte* chunk, std::size_t size) REQUIRES(loopLock);
 
     /// Reads when it is its turn.
     void TakeTurn() REQUIRES(loopLock) { TakeInput(); }

@@ -86,7 +86,7 @@ public:
     bool CloseConnection(ConnectionId id);
 
     void OnSigning(unsigned char* data, std::size_t size, OpcUa::Seal& seal) noexcept override;
-    [[nodiscard]] bool OnVerified(const unsigned char* data, std::size_t size) noexcept override;
+    [[nodiscard]] bool OnVerified(unsigned char* data, std::size_t size) noexcept override;
 
 private:
     using SharedConnection = std::shared_ptr<AcceptedConnection>;

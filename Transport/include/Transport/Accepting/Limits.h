@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Transport/Accepting/ArrayLimits.h"
+
 #include <chrono>
 #include <cstddef>
 
@@ -37,6 +39,7 @@ struct ConnectionLimits
     /// accepted and closed at once.
     std::size_t connections = 1000;
     MessageLimits incoming = {}; ///< a connection that sends a larger message is closed
+    ArrayLimits arrays = {}; ///< of requests; where one has more, the server refuses the request
     /// Larger answers are refused. A listing of 61440 entries with names of 255 bytes fits.
     MessageLimits outgoing{32'000'000, 0};
 

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -36,6 +37,9 @@ public:
     /// unfinished message.
     [[nodiscard]] bool Accept(const UA_Byte* header) noexcept;
 
+    /// True while a message is unfinished.
+    [[nodiscard]] bool IsInMessage() const noexcept { return unfinished.has_value(); }
+
 private:
     std::optional<std::uint32_t> unfinished; ///< the request of the message that has begun
 };
@@ -45,29 +49,31 @@ private:
 class IncomingMessages
 {
 public:
-    explicit IncomingMessages(const MessageLimits& limits) noexcept
+    /// `arrays` must outlive it.
+    IncomingMessages(const MessageLimits& limits, const ArrayLimits& arrays) noexcept
         : limits(limits)
+        , arrays(arrays)
     {}
 
     /// Counts what has come in. False if it has more of a message than allowed, or a message
-    /// within another one on a channel that is not secured.
-    [[nodiscard]] bool Count(const UA_Byte* data, std::size_t size);
+    /// within another one on a channel that is not secured. Shortens arrays of requests whose
+    /// beginning has come in at once.
+    [[nodiscard]] bool Count(UA_Byte* data, std::size_t size);
 
     /// The same of a chunk of a secured channel, once it was decrypted and its signature was right.
-    [[nodiscard]] bool CountSecured(const UA_Byte* chunk, std::size_t size) noexcept
-    {
-        return size < MessageOrder::headerSize || order.Accept(chunk);
-    }
+    [[nodiscard]] bool CountSecured(UA_Byte* chunk, std::size_t size) noexcept;
 
     [[nodiscard]] const std::optional<ClientHello>& GetHello() const noexcept { return hello; }
 
 private:
     static constexpr std::size_t headSize = 28; ///< type, length, and the numbers of a Hello
 
+    void ShortenFirst(std::span<UA_Byte> chunk) const noexcept;
     [[nodiscard]] bool BeginChunk();
     [[nodiscard]] bool EndHead();
 
     const MessageLimits limits;
+    const ArrayLimits& arrays;
     std::array<UA_Byte, headSize> head{};
     std::size_t read = 0;  ///< of the present chunk
     std::size_t size = 0;  ///< of the present chunk; known from its 8th byte on
