@@ -74,10 +74,12 @@ public:
     [[nodiscard]] virtual bool Exists(const std::string& key) = 0;
 
     /// Gives the keys of the nodes below one, without its members, in an order that stays the same
-    /// as far as possible. Throws StatusException.
+    /// as far as possible; none for a node that has none. Throws StatusException: Bad_NodeIdUnknown
+    /// or Bad_NotFound if there is no such node, anything else if it may not be listed.
     virtual void List(const std::string& key, IEntryList& entries) = 0;
 
-    /// Returns the value of a property. Throws StatusException.
+    /// Returns the value of a property. Throws StatusException: Bad_NodeIdUnknown or Bad_NotFound if
+    /// there is no such node.
     [[nodiscard]] virtual Value Read(const std::string& key) = 0;
 };
 

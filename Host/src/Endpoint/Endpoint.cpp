@@ -253,7 +253,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     MakeObjects(types);
     RequireGood(UA_Server_run_startup(server.get()), "starting the server");
     PublishFacts(*server, settings, loop.GetListenAddresses());
-    housekeeping.emplace(*server, loop, sessions, settings);
+    housekeeping.emplace(*server, loop, sessions, provided, settings);
 }
 
 ServerPointer Endpoint::Implementation::MakeServer()

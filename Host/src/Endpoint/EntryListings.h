@@ -43,6 +43,10 @@ public:
 
     [[nodiscard]] Answer Get(const NodeSource& source, const std::string& key, unsigned int lane);
 
+    /// Forgets answers that nobody has used for long, and the longest unused beyond a bound. Call it
+    /// now and then.
+    void DropOld();
+
 private:
     class Listing;
     struct Kept;
@@ -54,7 +58,6 @@ private:
     [[nodiscard]] Answer Take(const Listing& listing);
     void Keep(const Listing& listing);
     void Adopt(const LookUps::Lane& lane);
-    void DropOld();
 
     LookUps& lookUps;
     const Namespaces& namespaces;

@@ -40,6 +40,8 @@ public:
         Reserve();
         if (before != nullptr)
             KeepOrder();
+        if (!copiesTexts)
+            ReserveText(); // for the new ones alone
         for (std::size_t i = 0; i < entries.size(); ++i)
             if (!isListed[i])
                 Append(Copy(entries[i].id), entries[i].browseNameHash, isThere);
@@ -54,21 +56,26 @@ public:
 private:
     void Reserve()
     {
-        std::size_t count = entries.size();
-        std::size_t bytes = 0;
-        for (const auto& entry : entries)
-            bytes += entry.id.size();
-        if (before != nullptr) {
-            count += before->ids.size();
-            for (const auto& id : before->ids)
-                bytes += copiesTexts ? id.identifier.string.length : 0;
-            if (!copiesTexts)
-                made->texts = before->texts;
-        }
+        const std::size_t count = entries.size() + (before == nullptr ? 0 : before->ids.size());
+        if (before != nullptr && !copiesTexts)
+            made->texts = before->texts;
         made->ids.reserve(count);
         made->targets.reserve(count);
         made->goneSince.reserve(count);
-        text->reserve(bytes); // its bytes must stay where they are
+        if (copiesTexts)
+            ReserveText();
+    }
+
+    /// Once, since the bytes must stay where they are.
+    void ReserveText()
+    {
+        std::size_t bytes = 0;
+        for (std::size_t i = 0; i < entries.size(); ++i)
+            bytes += isListed[i] ? 0 : entries[i].id.size();
+        if (copiesTexts)
+            for (const auto& id : before->ids)
+                bytes += id.identifier.string.length;
+        text->reserve(bytes);
     }
 
     void KeepOrder()

@@ -12,10 +12,11 @@
 namespace Host {
 
 Housekeeping::Housekeeping(UA_Server& server, EventLoop& loop, Sessions& sessions,
-                           const EndpointSettings& settings)
+                           ProvidedNodes& provided, const EndpointSettings& settings)
     : server(server)
     , loop(loop)
     , sessions(sessions)
+    , provided(provided)
     , settings(settings)
 {
     if (settings.readMemory)
@@ -52,6 +53,7 @@ void Housekeeping::Run()
     loop.CloseAbandonedConnections();
     loop.CloseOverdueConnections();
     sessions.CloseUnclaimed(server);
+    provided.DropOld();
     GiveMemoryBack();
 }
 

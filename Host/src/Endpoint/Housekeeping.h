@@ -2,6 +2,7 @@
 
 #include "Endpoint/EndpointSettings.h"
 #include "Endpoint/MemoryTrim.h"
+#include "Endpoint/ProvidedNodes.h"
 #include "Endpoint/Sessions.h"
 #include "Network/EventLoop.h"
 
@@ -19,7 +20,7 @@ class Housekeeping
 {
 public:
     /// All must outlive it. Learns the memory of a host without clients. Throws UaException.
-    Housekeeping(UA_Server& server, EventLoop& loop, Sessions& sessions,
+    Housekeeping(UA_Server& server, EventLoop& loop, Sessions& sessions, ProvidedNodes& provided,
                  const EndpointSettings& settings);
     Housekeeping(const Housekeeping&) = delete;
     Housekeeping& operator=(const Housekeeping&) = delete;
@@ -32,6 +33,7 @@ private:
     UA_Server& server;
     EventLoop& loop;
     Sessions& sessions;
+    ProvidedNodes& provided;
     const EndpointSettings& settings;
     std::optional<MemoryTrim> memoryTrim; // empty where memory cannot be read
 };

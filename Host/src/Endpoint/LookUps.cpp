@@ -16,6 +16,9 @@ using std::chrono::microseconds;
 /// Threads at most for each provider: its further lanes share them.
 constexpr unsigned int mostLanes = 64;
 
+/// How often to see whether a look-up has begun.
+constexpr microseconds untilBegun{1'000};
+
 } // namespace
 
 /// The state of a look-up, which both threads share.
@@ -67,16 +70,23 @@ public:
         return state == State::Running && Clock::now() - lastSign > silence;
     }
 
-    /// Waits for the end, no longer than until `last`, and `silence` after each sign of progress.
-    /// Returns true once it is done.
-    [[nodiscard]] bool WaitForEnd(microseconds silence, Clock::time_point last) EXCLUDES(mutex)
+    /// Waits for the end: `patience` from now, or from the beginning if that is later, and
+    /// `silence` after each sign of progress. Returns true once it is done.
+    [[nodiscard]] bool WaitForEnd(const LookUpLimits& limits, microseconds patience) EXCLUDES(mutex)
     {
+        const auto start = Clock::now();
         Support::Lock lock(mutex);
         while (state == State::Waiting || state == State::Running) {
-            const auto until = state == State::Running ? std::min(last, lastSign + silence) : last;
-            if (Clock::now() >= until)
+            const auto now = Clock::now();
+            // That a thread gets no processor yet is not the disk's fault.
+            const auto last = state == State::Waiting ? start + limits.longest
+                                                      : std::min(std::max(begin, start) + patience,
+                                                                 lastSign + limits.silence);
+            if (now >= last)
                 break;
-            changed.WaitUntil(lock, until);
+            // Nobody is woken when it begins, which would take time from those that are fast.
+            changed.WaitUntil(lock,
+                              state == State::Waiting ? std::min(last, now + untilBegun) : last);
         }
         return state == State::Done;
     }
@@ -145,16 +155,15 @@ public:
     {
         Refill();
         const auto begin = Clock::now();
-        const auto least = patience == Patience::Short ? limits.budget / 2 : microseconds(0);
-        const auto last = begin + (patience == Patience::Short
-                                       ? std::max(microseconds(left - least), microseconds(0))
-                                       : limits.longest);
+        const auto most = patience == Patience::Short
+                              ? std::max(microseconds(left - limits.budget / 2), microseconds(0))
+                              : limits.longest;
         const bool isBeforeOver = ticket.before == nullptr ||
-                                  ticket.before->WaitForEnd(limits.silence, last) ||
+                                  ticket.before->WaitForEnd(limits, most) ||
                                   ticket.before->GetState() == Ticket::State::GivenUp;
         if (isBeforeOver)
             ticket.before = nullptr;
-        const bool isDone = isBeforeOver && ticket.WaitForEnd(limits.silence, last);
+        const bool isDone = isBeforeOver && ticket.WaitForEnd(limits, most);
         if (!isDone)
             ticket.GiveUp();
         const auto waited = Clock::now() - begin;

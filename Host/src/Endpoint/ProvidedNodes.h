@@ -73,6 +73,9 @@ public:
     /// False if the provider does not let the node be browsed. Asked after `Get`.
     [[nodiscard]] bool MayBrowse(const UA_NodeId& id) const;
 
+    /// Gives back memory that nobody has used for long. Call it now and then.
+    void DropOld() { listings.DropOld(); }
+
     /// Returns true once no look-up runs, false if some still do after the limit.
     [[nodiscard]] bool WaitIdle(std::chrono::milliseconds limit) { return lookUps.WaitIdle(limit); }
 

@@ -454,3 +454,138 @@ describe("A host whose provider never answers", () => {
         assert.match(host.log, /A look-up of provided nodes \(lane 0\) has not ended/);
     });
 });
+
+/** Returns random numbers below a bound, the same ones for the same seed. */
+function makeRandom(seed) {
+    let state = seed;
+    return (bound) => {
+        state = (Math.imul(state, 1_103_515_245) + 12_345) >>> 0;
+        return (state >>> 8) % bound;
+    };
+}
+
+/** Does operations of any kind on nodes that come and go; each must be answered. */
+class RandomClient {
+    constructor(tree, seed) {
+        this.tree = tree;
+        this.random = makeRandom(seed);
+        this.pages = [];
+        this.items = [];
+        this.statuses = new Set();
+    }
+
+    pick(list) {
+        return list[this.random(list.length)];
+    }
+
+    key() {
+        const branch = this.pick(["", "a/", "b/", "a/c/", "lane1/"]);
+        return this.random(4) === 0 ? branch : `${branch}leaf${String(this.random(40)).padStart(6, "0")}`;
+    }
+
+    note(status) {
+        this.statuses.add(status.name);
+    }
+
+    async change() {
+        await this.tree.control(`${this.pick(["add", "add", "remove"])} ${this.key() || "a/"}`);
+    }
+
+    async browse() {
+        const request = new opcuaTypes.BrowseRequest({
+            requestedMaxReferencesPerNode: this.pick([0, 1, 7]),
+            nodesToBrowse: [{
+                nodeId: this.tree.id(this.key()), browseDirection: this.random(3), includeSubtypes: true,
+                referenceTypeId: this.pick(["i=33", "i=35", "i=46", "i=0"]), resultMask: this.random(64),
+            }],
+        });
+        const [result] = (await this.tree.session.performMessageTransaction(request)).results;
+        this.note(result.statusCode);
+        this.keepPage(result);
+    }
+
+    keepPage(result) {
+        if (result.continuationPoint?.length) {
+            this.pages.push(result.continuationPoint);
+        }
+    }
+
+    async browseNext() {
+        if (this.pages.length > 0) {
+            const [page] = this.pages.splice(this.random(this.pages.length), 1);
+            const result = await this.tree.session.browseNext(page, this.random(4) === 0);
+            this.note(result.statusCode);
+            this.keepPage(result);
+        }
+    }
+
+    async read() {
+        const nodesToRead = Array.from({ length: 5 }, () => ({
+            nodeId: this.tree.id(this.key() + this.pick(["", "|Size", "|Count", "|Text", "|Info"])),
+            attributeId: this.pick([AttributeIds.Value, AttributeIds.Value, 1 + this.random(27)]),
+        }));
+        (await this.tree.session.read(nodesToRead)).forEach((each) => this.note(each.statusCode));
+    }
+
+    async translate() {
+        const prefix = this.tree.client.namespaces.indexOf(treeUri);
+        const leaf = `leaf${String(this.random(40)).padStart(6, "0")}`;
+        const path = this.pick([`/${prefix}:a/${prefix}:c`, `/${prefix}:${leaf}/Size`, `/${prefix}:Info`, "/Open"]);
+        await this.tree.translate(this.key(), path);
+    }
+
+    async call() {
+        const method = this.pick([this.tree.client.node(treeUri, 20), "i=11580", "i=13387", "i=13393"]);
+        const inputs = this.pick([[], [this.tree.text("x")], [new Variant({ dataType: DataType.Byte, value: 1 })]]);
+        const result = await this.tree.client.callMethod(this.tree.id(this.key()), method, inputs);
+        this.note(result.statusCode);
+    }
+
+    async monitor() {
+        if (this.items.length < 5) {
+            const key = this.key() + this.pick(["", "|Size", "|Text"]);
+            const attributeId = this.pick([AttributeIds.Value, AttributeIds.BrowseName, AttributeIds.DisplayName]);
+            this.items.push((await this.tree.monitor(key, attributeId, this.pick([0, 50]))).subscription);
+        } else {
+            await this.items.splice(this.random(this.items.length), 1)[0].terminate();
+        }
+    }
+
+    async remove() {
+        const deleting = new opcuaTypes.DeleteNodesRequest({
+            nodesToDelete: [{ nodeId: this.tree.id(this.key()), deleteTargetReferences: true }],
+        });
+        const { results } = await this.tree.session.performMessageTransaction(deleting);
+        assert.equal(results[0].name, "BadUserAccessDenied");
+    }
+
+    async run(count) {
+        const operations = ["change", "change", "browse", "browse", "browseNext", "browseNext", "read", "translate",
+            "call", "monitor", "remove"];
+        for (let i = 0; i < count; ++i) {
+            await this[this.pick(operations)]();
+        }
+        await Promise.all(this.items.map((each) => each.terminate()));
+    }
+}
+
+describe("A host whose provided nodes come and go", () => {
+    it("answers operations of any kind on them", async () => {
+        const { host, tree } = await startTree();
+        after(() => host.stop());
+        await tree.control("add a/", "add b/", "add a/c/", "add lane1/", "fill a/ 40", "fill a/c/ 20");
+        const clients = [tree];
+        for (let i = 0; i < 2; ++i) {
+            clients.push(new TreeClient(await host.connect()));
+        }
+        const seed = Number(process.env.TALVENSOR_SEED ?? Date.now() % 1_000_000);
+        console.log(`seed ${seed}`);
+        const randoms = clients.map((each, i) => new RandomClient(each, seed + i));
+        await Promise.all(randoms.map((each) => each.run(1_500)));
+        const statuses = new Set(randoms.flatMap((each) => [...each.statuses]));
+        for (const expected of ["Good", "BadNodeIdUnknown", "BadMethodInvalid", "BadNotFound"]) {
+            assert.ok(statuses.has(expected), expected);
+        }
+        assert.ok(!statuses.has("BadInternalError"));
+    });
+});
