@@ -78,8 +78,8 @@ public:
     /// or Bad_NotFound if there is no such node, anything else if it may not be listed.
     virtual void List(const std::string& key, IEntryList& entries) = 0;
 
-    /// Returns the value of a property. Throws StatusException: Bad_NodeIdUnknown or Bad_NotFound if
-    /// there is no such node.
+    /// Returns the value of a property. Throws StatusException: Bad_NodeIdUnknown or Bad_NotFound
+    /// if there is no such node.
     [[nodiscard]] virtual Value Read(const std::string& key) = 0;
 };
 
