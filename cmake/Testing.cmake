@@ -29,6 +29,22 @@ function(add_test_program name)
     endif()
 endfunction()
 
+# discover_tests(PROGRAM [PROPERTY VALUE...]): each test of the program by its name. With a sanitizer a
+# process takes longer to start than most tests to run: there the program runs its tests in four parts.
+function(discover_tests program)
+    if(NOT TALVENSOR_SANITIZER)
+        gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 ${ARGN})
+        return()
+    endif()
+    foreach(part RANGE 3)
+        set(name ${program}.${part})
+        add_test(NAME ${name} COMMAND ${program} --gtest_brief=1)
+        set_tests_properties(${name} PROPERTIES TIMEOUT 900 ${ARGN})
+        set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+            GTEST_TOTAL_SHARDS=4 GTEST_SHARD_INDEX=${part})
+    endforeach()
+endfunction()
+
 # add_node_test(NAME ARGUMENT...): a test that node runs; disabled where there is no node.
 find_program(TALVENSOR_NODE NAMES node nodejs DOC "Runs the tests that are written for it")
 if(NOT TALVENSOR_NODE)
