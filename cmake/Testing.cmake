@@ -45,6 +45,9 @@ function(discover_tests program)
     endforeach()
 endfunction()
 
+# Keys that hosts and clients have made in tests, for those of later tests.
+set(TALVENSOR_KEPT_KEYS ${PROJECT_BINARY_DIR}/kept-keys)
+
 # add_node_test(NAME ARGUMENT...): a test that node runs; disabled where there is no node.
 find_program(TALVENSOR_NODE NAMES node nodejs DOC "Runs the tests that are written for it")
 if(NOT TALVENSOR_NODE)

@@ -31,19 +31,25 @@ void ExpectSameTrees(const std::filesystem::path& left, const std::filesystem::p
 class WithHost : public testing::Test
 {
 protected:
+    WithHost() { clientKey.GiveTo(GetClientState()); }
+    ~WithHost() override { clientKey.TakeFrom(GetClientState()); }
+
+    std::filesystem::path GetClientState() const { return state.GetPath() / "client"; }
+
     Client::ConnectionOptions MakeOptions(const HostProcess& server,
                                           Client::Security security = Client::Security::Plain)
     {
         Client::ConnectionOptions options;
         options.url = server.GetUrl();
         options.security = security;
-        options.stateFolder = state.GetPath() / "client";
+        options.stateFolder = GetClientState();
         return options;
     }
 
     TemporaryFolder root;
     TemporaryFolder local;
     TemporaryFolder state;
+    KeptKey clientKey{"client"};
     HostProcess host{root.GetPath()};
 };
 

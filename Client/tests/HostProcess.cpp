@@ -126,7 +126,11 @@ HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::strin
     if (start.user && chown(state.GetPath().c_str(), *start.user, *start.user) != 0)
         throw std::system_error(errno, std::generic_category(),
                                 "chown " + state.GetPath().string());
+    if (!start.user)
+        key.GiveTo(start.pki);
     Start();
+    if (!start.user)
+        key.TakeFrom(start.pki);
 }
 
 HostProcess::~HostProcess()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KeptKey.h"
+
 #include "Support/TemporaryFolder.h"
 
 #include <cstdint>
@@ -68,6 +70,7 @@ private:
     void Stop(int signal);
 
     TemporaryFolder state;
+    KeptKey key{"host"};
     std::filesystem::path root;
     std::vector<std::string> more;
     std::uint16_t port;

@@ -120,6 +120,12 @@ Desk::Desk(std::vector<std::string> hostFlags, ClientTest::HostStart start)
                    {"TALVENSOR_ENDPOINT", host.GetUrl()}})
 {
     MakeFolder(folder.GetPath() / "local");
+    key.GiveTo(GetState());
+}
+
+Desk::~Desk()
+{
+    key.TakeFrom(GetState());
 }
 
 Result Desk::Run(const std::vector<std::string>& arguments, const std::string& input) const
@@ -147,6 +153,11 @@ fs::path Desk::GetRemote(const std::string& name) const
 fs::path Desk::GetHome() const
 {
     return folder.GetPath() / "home";
+}
+
+fs::path Desk::GetState() const
+{
+    return GetHome() / ".local/state/talvensor/client";
 }
 
 fs::path Desk::MakeUserFile(const fs::path& folder)

@@ -26,6 +26,9 @@ class Desk
 {
 public:
     explicit Desk(std::vector<std::string> hostFlags = {}, ClientTest::HostStart start = {});
+    Desk(const Desk&) = delete;
+    Desk& operator=(const Desk&) = delete;
+    ~Desk();
 
     /// Runs it to its end, without a terminal, in the local folder.
     [[nodiscard]] Result Run(const std::vector<std::string>& arguments,
@@ -46,6 +49,11 @@ public:
     ClientTest::TemporaryFolder folder;
     ClientTest::HostProcess host;
     Environment environment;
+
+private:
+    [[nodiscard]] std::filesystem::path GetState() const;
+
+    ClientTest::KeptKey key{"client"};
 };
 
 constexpr const char* userName = "ann";

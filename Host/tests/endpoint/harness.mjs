@@ -16,9 +16,9 @@ import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
 import { webcrypto } from "node:crypto";
 import { once } from "node:events";
-import { chownSync, mkdirSync, mkdtempSync, readdirSync, readlinkSync, rmSync, statSync } from "node:fs";
+import { chownSync, existsSync, mkdirSync, mkdtempSync, readdirSync, readlinkSync, renameSync, rmSync, statSync } from "node:fs";
 import { tmpdir } from "node:os";
-import { join, resolve } from "node:path";
+import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
 // node-opcua looks for a global one, which node 18 does not have yet.
@@ -158,6 +158,7 @@ export function writeUsers(file, users) {
  * - users: passwords by name; without them anybody may log in
  * - url: where it listens, "opc.tcp://127.0.0.1:0"
  * - pki: its folder of keys; a new one
+ * - ownKey: true has it make its key, see KeptKey
  * - trusted: certificate files of clients that it trusts
  * - flags: further command line arguments
  * - user: the number of the user that it runs as; needs root
@@ -175,8 +176,40 @@ export function runHost(flags) {
     return { status: result.status, output: result.stdout, error: result.stderr };
 }
 
+let hosts = 0;
+
+/**
+ * Making a key takes a host longer than most tests. The n-th host of a process takes the key that the
+ * n-th host of an earlier process made; those of one process stay different.
+ */
+class KeptKey {
+    constructor() {
+        this.kept = join(process.env.TALVENSOR_KEPT_KEYS, `endpoint${hosts++}`);
+    }
+
+    giveTo(pki) {
+        if (existsSync(this.kept)) {
+            mkdirSync(pki, { mode: 0o700 });
+            assert.equal(spawnSync("cp", ["-a", this.kept, join(pki, "own")]).status, 0);
+        }
+    }
+
+    takeFrom(pki) {
+        if (!existsSync(this.kept)) {
+            const whole = `${this.kept}.${process.pid}`;
+            mkdirSync(dirname(whole), { recursive: true });
+            assert.equal(spawnSync("cp", ["-a", join(pki, "own"), whole]).status, 0);
+            try {
+                renameSync(whole, this.kept);
+            } catch {
+                rmSync(whole, { recursive: true }); // another process was sooner
+            }
+        }
+    }
+}
+
 class Host {
-    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, trusted = [], flags = [], user, program }) {
+    constructor({ users, url = "opc.tcp://127.0.0.1:0", pki, ownKey, trusted = [], flags = [], user, program }) {
         this.folder = makeFolder("host");
         this.root = join(this.folder, "root");
         this.pki = pki ?? join(this.folder, "pki");
@@ -187,6 +220,11 @@ class Host {
         this.user = user === undefined ? {} : { uid: user, gid: user };
         if (user !== undefined) {
             [this.folder, this.root].forEach((each) => chownSync(each, user, user));
+        }
+        // One that says how keys are kept, or has another user, makes its own.
+        if (process.env.TALVENSOR_KEPT_KEYS && pki === undefined && user === undefined && !ownKey) {
+            this.key = new KeptKey();
+            this.key.giveTo(this.pki);
         }
         this.program = program ?? programs.host;
         const modules = program ? [] : ["--module", programs.module, "--model", programs.model];
@@ -224,6 +262,7 @@ class Host {
         });
         this.url = /^ {2}endpoint {2}(\S+)$/m.exec(this.output)[1].replace(/,$/, "");
         this.port = Number(/:(\d+)$/.exec(this.url)[1]);
+        this.key?.takeFrom(this.pki);
     }
 
     get pid() {

@@ -150,7 +150,7 @@ describe("Guessing passwords", () => {
 
 describe("A host without users, on loopback", () => {
     let host;
-    before(async () => (host = await startHost()));
+    before(async () => (host = await startHost({ ownKey: true })));
     after(() => host.stop());
 
     for (const policy of ["None", ...policies]) {
