@@ -199,10 +199,11 @@ describe("The log", () => {
             const count = 5_000;
             const isRefused = "Session not found";
             const lines = () => host.log.split("\n").filter((line) => line.includes(isRefused));
+            const counted = () => lines().reduce((sum, line) => sum + Number(/\(and (\d+) more like it\)/.exec(line)?.[1] ?? 0), 0);
             await stranger.activateSessions(Array(count).fill(anonymous), { token });
-            const told = await waitFor("the count", () => lines().map((line) => /\(and (\d+) more like it\)/.exec(line)).find(Boolean));
+            // A slow host counts them in several lines.
+            await waitFor("the count", () => counted() > count / 2);
             assert.ok(lines().length < count / 2, `${lines().length} lines`);
-            assert.ok(Number(told[1]) > count / 2, told[0]);
             await stranger.end();
         } finally {
             await host.stop();
