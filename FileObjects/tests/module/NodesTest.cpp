@@ -167,11 +167,13 @@ TEST_F(ATreeOfNodes, EndsAtLinksThatLeadOut)
     std::filesystem::create_directory(folder / "below");
     std::filesystem::create_symlink("../../" + outside.GetPath().filename().string() + "/secret",
                                     folder / "below/up");
-    std::filesystem::create_symlink("/proc/self/root", folder / "magic");
+    // A link to an open directory: it would lead there if the kernel followed it.
+    const int opened = open(outside.GetPath().c_str(), O_PATH | O_DIRECTORY);
+    std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(opened), folder / "magic");
     EXPECT_THAT(List("d/files"), ElementsAre("d/files/below"));
     EXPECT_THAT(List("d/files/below"), IsEmpty());
     for (const std::string key : {"f/files/secret", "f/files/out/secret", "f/files/below/up",
-                                  "d/files/out", "d/files/magic", "f/files/magic/etc/passwd"}) {
+                                  "d/files/out", "d/files/magic", "f/files/magic/secret"}) {
         EXPECT_FALSE(provider->Exists(key)) << key;
         EXPECT_EQ(client.Call(key, "SetPermissions", {0600U}), Code::Bad_NotFound) << key;
         if (key.front() == 'f') {
@@ -180,6 +182,7 @@ TEST_F(ATreeOfNodes, EndsAtLinksThatLeadOut)
     }
     EXPECT_EQ(client.Call("d/files/out", "CreateFile", {"new", false}), Code::Bad_NotFound);
     EXPECT_FALSE(std::filesystem::exists(outside / "new"));
+    close(opened);
 }
 
 TEST_F(ATreeOfNodes, FollowsLinksThatStayInside)
