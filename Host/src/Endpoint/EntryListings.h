@@ -43,8 +43,8 @@ public:
 
     [[nodiscard]] Answer Get(const NodeSource& source, const std::string& key, unsigned int lane);
 
-    /// Forgets answers that nobody has used for long, and the longest unused beyond a bound. Call it
-    /// now and then.
+    /// Forgets answers that nobody has used for long, and the longest unused beyond a bound. Call
+    /// it now and then.
     void DropOld();
 
 private:

@@ -114,8 +114,8 @@ public:
     /// exception). A module that fails after it has registered factories leaves none behind.
     void LoadModule(const std::filesystem::path& library);
 
-    /// Sets the directories that modules may serve. REQUIRES: there are no objects yet, and no other
-    /// thread uses the runtime.
+    /// Sets the directories that modules may serve. REQUIRES: there are no objects yet, and no
+    /// other thread uses the runtime.
     void SetFolders(std::vector<Folder> folders);
 
     /// Creates an object and returns its identifier. If its type has a behaviour factory, makes and
@@ -145,9 +145,9 @@ public:
     /// InvalidStateException while the runtime ends.
     [[nodiscard]] std::shared_ptr<Session> OpenSession(const std::string& name);
 
-    /// Returns the behaviour of an object if it provides nodes; otherwise null. The pointer holds the
-    /// behaviour and its module, and must not outlive the runtime. The exceptions of its operations
-    /// may be of the module's own types. Throws NotFoundException.
+    /// Returns the behaviour of an object if it provides nodes; otherwise null. The pointer holds
+    /// the behaviour and its module, and must not outlive the runtime. The exceptions of its
+    /// operations may be of the module's own types. Throws NotFoundException.
     [[nodiscard]] std::shared_ptr<INodeProvider> GetProvider(const NodeId& object);
 
     /// Calls a method of an object for a session, on the calling thread. The object may be one that
