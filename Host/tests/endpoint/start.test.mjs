@@ -133,7 +133,7 @@ describe("A host does not start", () => {
         writeUsers(users, { alice: "Tr0ub4dor" });
         mkdirSync(join(place.pki, "trusted"), { recursive: true, mode: 0o700 });
         writeFileSync(join(place.pki, "trusted", "client.der"), "no certificate");
-        assert.match(refusal(place.flags({ listen: "opc.tcp://0.0.0.0:0" }, "--users", users), 1), /trusted certificates/);
+        assert.match(refusal(place.flags({ listen: "opc.tcp://0.0.0.0:0" }, "--users", users), 1), /client\.der. is not a certificate/);
     });
 
     it("with a module that cannot be loaded", () => {
