@@ -238,7 +238,14 @@ std::vector<ConfigurationProblem> FindProblems(const Configuration& configuratio
 
 std::vector<std::filesystem::path> FindModules(const Configuration& configuration)
 {
-    return configuration.modules.empty() ? FindInstalledModules() : configuration.modules;
+    if (!configuration.modules.empty())
+        return configuration.modules;
+    auto modules = FindInstalledModules();
+    if (!configuration.fileObjects)
+        std::erase_if(modules, [](const Path& module) {
+            return module.filename() == "libTalvensor.FileObjects.so";
+        });
+    return modules;
 }
 
 std::vector<std::filesystem::path> FindModels(const Configuration& configuration)

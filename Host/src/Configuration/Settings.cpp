@@ -224,6 +224,12 @@ std::vector<Setting> MakeServingSettings()
          [](Configuration& all, const Words& values) {
              all.models = ParsePaths(values);
          }},
+        {"file-objects", Flag, false, "Serving", "",
+         "offer the files also as the standard's file objects; without them, the installed module "
+         "libTalvensor.FileObjects.so is not loaded (yes)",
+         [](Configuration& all, const Words& values) {
+             all.fileObjects = ParseFlag(values.front());
+         }},
         {"node", Text, true, "Serving", "NAME",
          "a shared node, seen by all clients below Objects/FileSystems (FileSystem)",
          [](Configuration& all, const Words& values) {

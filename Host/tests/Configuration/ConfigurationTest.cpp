@@ -129,6 +129,7 @@ TEST_F(ACommandLine, SetsEverything)
                                       "--node",
                                       "Two",
                                       "--no-shared-nodes",
+                                      "--no-file-objects",
                                       "--users",
                                       users.string(),
                                       "--pki",
@@ -168,6 +169,7 @@ TEST_F(ACommandLine, SetsEverything)
     EXPECT_THAT(configuration.models, ElementsAre(model));
     EXPECT_THAT(configuration.nodes, ElementsAre("One", "Two"));
     EXPECT_FALSE(configuration.sharedNodes);
+    EXPECT_FALSE(configuration.fileObjects);
     EXPECT_EQ(configuration.usersFile, users);
     EXPECT_EQ(configuration.pkiFolder, folder.GetPath() / "pki");
     EXPECT_TRUE(configuration.trustAnyClient);

@@ -52,3 +52,25 @@ describe("A host with another module alone", () => {
         assert.deepEqual(await browseObjects(client), ["Greeter"]);
     });
 });
+
+describe("A host with the installed modules", () => {
+    /** Returns the objects of a host without --module, those of every server included. */
+    async function startAndBrowse(...flags) {
+        const host = await startHost({ program: programs.host, flags });
+        after(() => host.stop());
+        const { references } = await (await host.connect()).browse("i=85");
+        return references.map((each) => String(each.browseName));
+    }
+
+    it("has file systems and the standard's file objects", async () => {
+        const objects = await startAndBrowse();
+        assert.ok(objects.includes("FileSystem"), objects.join());
+        assert.ok(objects.some((name) => name.endsWith(":FileSystems")), objects.join());
+    });
+
+    it("leaves the file objects out if told to", async () => {
+        const objects = await startAndBrowse("--no-file-objects");
+        assert.ok(!objects.includes("FileSystem"), objects.join());
+        assert.ok(objects.some((name) => name.endsWith(":FileSystems")), objects.join());
+    });
+});
