@@ -168,7 +168,7 @@ TEST_F(LookUpsOfALane, NeverBeginIfTheyWereGivenUpBefore)
 
 TEST_F(LookUpsOfALane, AreRefusedOnceTheyHaveUsedUpTheirBudget)
 {
-    // A minute later it has some again.
+    // A minute later it has some again. The look-up sleeps to be slow, which is what is tested.
     constexpr LookUpLimits limits{.silence = 60s, .longest = 60s, .budget = 1ms, .free = 0us};
     LookUps lookUps(limits);
     EXPECT_TRUE(
