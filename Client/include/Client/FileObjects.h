@@ -53,6 +53,13 @@ struct Result
     [[nodiscard]] bool IsGood() const noexcept { return status == 0; }
 };
 
+/// The entries of one of many directories.
+struct DirectoryListing
+{
+    std::vector<DirectoryEntry> entries; ///< in the server's order
+    Result result;
+};
+
 /// A new name for a file or directory.
 struct Renaming
 {
@@ -76,8 +83,8 @@ public:
         : connection(connection)
     {}
 
-    /// Returns false for a server without them. Asks once for each connection.
-    [[nodiscard]] bool AreOffered(const Cancellation* cancellation = nullptr);
+    /// Returns false for a server without them. Asks nothing: known since the connection was made.
+    [[nodiscard]] bool AreOffered() const noexcept;
 
     /// Returns as many states as paths.
     [[nodiscard]] std::vector<EntryState> GetStates(const std::vector<std::string>& paths,
@@ -86,6 +93,13 @@ public:
     /// Returns all entries of a directory in the server's order.
     [[nodiscard]] std::vector<DirectoryEntry> List(const std::string& directory,
                                                    const Cancellation* cancellation = nullptr);
+
+    /// Returns the listings of many directories, asked for several at a time. As many as
+    /// directories; one that cannot be listed has the reason in its result. This is the way to list
+    /// a tree: level by level.
+    [[nodiscard]] std::vector<DirectoryListing>
+    ListAll(const std::vector<std::string>& directories,
+            const Cancellation* cancellation = nullptr);
 
     /// Renames files and directories, one after the other, each in one step where the file system
     /// can. `replaces`: in place of a file that has the new name. Returns as many results.
