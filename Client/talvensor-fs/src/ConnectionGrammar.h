@@ -1,0 +1,36 @@
+#pragma once
+
+#include "ConnectionSettings.h"
+#include "GrammarParts.h"
+#include "Trust.h"
+
+#include <optional>
+#include <string>
+
+namespace Cli {
+
+/// The options of the connection.
+class ConnectionGrammar
+{
+public:
+    /// The app must outlive it.
+    explicit ConnectionGrammar(CLI::App& app);
+
+    // REQUIRES: it was parsed. They throw InvalidArgumentException.
+
+    [[nodiscard]] ConnectionSettings GetSettings() const;
+    [[nodiscard]] std::optional<std::string> GetProfile() const { return GetText(profile); }
+    [[nodiscard]] Trust::Options GetTrust() const;
+
+private:
+    CLI::Option* const endpoint;
+    CLI::Option* const profile;
+    CLI::Option* const user;
+    CLI::Option* const passwordFile;
+    CLI::Option* const security;
+    CLI::Option* const timeout;
+    CLI::Option* const fingerprint;
+    CLI::Option* const acceptsNew;
+};
+
+} // namespace Cli

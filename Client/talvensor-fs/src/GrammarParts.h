@@ -1,0 +1,41 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Cli {
+
+/// The place in which the commands are typed.
+enum class Place
+{
+    CommandLine,
+    Shell,
+};
+
+/// Returns the arguments as the parser takes them for what they are: it would take "[a,b]" for a
+/// list, and does not heed "--" behind paths.
+[[nodiscard]] std::vector<std::string> Mask(const std::vector<std::string>& arguments);
+
+/// Returns the values of an option as they were given.
+[[nodiscard]] std::vector<std::string> GetTexts(const CLI::Option* option);
+
+/// Throws InvalidArgumentException when there are none.
+[[nodiscard]] std::vector<std::string> GetPaths(const CLI::App* command, const CLI::Option* option);
+
+/// Returns the last value of an option.
+[[nodiscard]] std::optional<std::string> GetText(const CLI::Option* option);
+
+CLI::Option* AddFlag(CLI::App& app, const std::string& flag, const std::string& text);
+
+[[nodiscard]] bool IsSet(const CLI::Option* option);
+
+/// Adds the arguments behind a command that have no name; the usage line shows them.
+CLI::Option* AddPaths(CLI::App* command);
+
+/// Adds one such argument, which may be missing.
+CLI::Option* AddPositional(CLI::App* command);
+
+} // namespace Cli

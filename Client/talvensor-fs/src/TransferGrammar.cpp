@@ -1,0 +1,87 @@
+#include "CommandGrammar.h"
+
+#include <utility>
+
+namespace Cli {
+
+namespace {
+
+constexpr const char* putFooter =
+    "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard "
+    "input. A path that ends in . or .. stands for the contents of that directory.\n"
+    "\n"
+    "The server has no rename, so put writes in place: it overwrites the target from the start, "
+    "and a reader sees a part meanwhile. After an interruption the target holds the part that "
+    "was sent, under its own name and with another time than the source. put names these files, "
+    "and put --continue carries on at their ends, unless the source or the target has changed "
+    "since.\n"
+    "\n"
+    "Times are set to whole seconds. The server can set two permissions: executable (if the owner "
+    "may execute the source) and read-only (if nobody may write to it).";
+
+constexpr const char* getFooter =
+    "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output. "
+    "A path that ends in . or .. stands for the contents of that directory.\n"
+    "\n"
+    "A file has another name beside its target until it is complete, and then replaces the "
+    "target at once: an interruption leaves the target as it was, and get --continue carries on. "
+    "Times are set to whole seconds. Permissions cannot be read from the server and are not set.";
+
+} // namespace
+
+CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
+                                                     const std::string& arguments,
+                                                     const std::string& text,
+                                                     const std::string& end)
+{
+    auto* const command = Add(name, "[-r] [-c] [--verify] [-j COUNT] " + arguments, text, end);
+    auto jobs = std::make_shared<std::size_t>(2);
+    command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
+        ->type_name("COUNT")
+        ->check(CLI::Range(1, 64).description(""));
+    return {.command = command,
+            .paths = AddPaths(command),
+            .recursive =
+                AddFlag(*command, "-r,--recursive", "transfer directories with their contents"),
+            .resumes = AddFlag(*command, "-c,--continue",
+                               "carry on at the place where an earlier transfer broke off; start "
+                               "over if source or target have changed since"),
+            .verifies = AddFlag(*command, "--verify", "compare the contents afterwards"),
+            .jobs = jobs};
+}
+
+/// In the shell one path is enough: the target is the current directory then.
+template <typename Made>
+Made CommandGrammar::MakeTransfer(const Transfer& parts) const
+{
+    auto paths = GetTexts(parts.paths);
+    if (paths.size() == 1 && place == Place::Shell)
+        paths.emplace_back(".");
+    if (paths.size() < 2)
+        throw Client::InvalidArgumentException(parts.command->get_name() +
+                                               " needs a source and a target");
+    Made made;
+    made.target = paths.back();
+    paths.pop_back();
+    made.sources = std::move(paths);
+    made.isRecursive = IsSet(parts.recursive);
+    made.resumes = IsSet(parts.resumes);
+    made.verifies = IsSet(parts.verifies);
+    made.jobs = *parts.jobs;
+    return made;
+}
+
+void CommandGrammar::AddTransfers()
+{
+    const auto put = AddTransfer("put", "LOCAL... REMOTE", "send files to the server", putFooter);
+    makers[put.command] = [this, put] {
+        return MakeTransfer<PutCommand>(put);
+    };
+    const auto get =
+        AddTransfer("get", "REMOTE... LOCAL", "fetch files from the server", getFooter);
+    makers[get.command] = [this, get] {
+        return MakeTransfer<GetCommand>(get);
+    };
+}
+
+} // namespace Cli
