@@ -6,12 +6,21 @@
 #include "Output.h"
 #include "Remote.h"
 
+#include <cstdint>
+
 namespace Cli {
 
 struct OutputChoice
 {
     bool isQuiet = false;
     bool isJson = false;
+};
+
+/// Files and bytes that the transfers of a command moved.
+struct Totals
+{
+    std::uint64_t files = 0;
+    std::uint64_t bytes = 0;
 };
 
 /// The parts of the program that a command works with.
@@ -21,6 +30,9 @@ struct Workplace
     Console& console;
     OutputChoice choice;
     const Client::Cancellation& cancellation;
+    // Of a command that is one of many; null otherwise.
+    KeptOutput* kept = nullptr; ///< takes the place of standard output
+    Totals* totals = nullptr;   ///< counts what else would be said at the end of a transfer
 };
 
 /// Runs one command. What fails of single files is reported on the console and is in the status;

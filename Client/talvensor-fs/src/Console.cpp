@@ -41,6 +41,11 @@ Console::Console()
     : canDraw(CanDrawOnStandardError())
 {}
 
+Console::Console(std::function<void(const std::string&)> take)
+    : take(std::move(take))
+    , canDraw(false)
+{}
+
 Console::~Console()
 {
     const Support::Lock lock(mutex);
@@ -59,12 +64,23 @@ std::size_t Console::GetColumns() noexcept
 
 void Console::Report(const std::string& text)
 {
-    PrintLine("talvensor-fs: " + EscapeText(text));
+    if (!TakeLine(EscapeText(text)))
+        PrintLine("talvensor-fs: " + EscapeText(text));
 }
 
 void Console::Say(const std::string& text)
 {
-    PrintLine(EscapeText(text));
+    if (!TakeLine(EscapeText(text)))
+        PrintLine(EscapeText(text));
+}
+
+bool Console::TakeLine(const std::string& line)
+{
+    if (!take)
+        return false;
+    const Support::Lock lock(mutex);
+    take(line);
+    return true;
 }
 
 void Console::PrintLine(const std::string& line)

@@ -3,6 +3,7 @@
 #include <Support/Mutex.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,11 @@ class Console
 {
 public:
     Console();
+
+    /// Gives each line to `take` instead: without an end, and without this program's name. Called
+    /// on the thread that reports, never two at once.
+    explicit Console(std::function<void(const std::string& line)> take);
+
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
     ~Console();
@@ -36,9 +42,11 @@ public:
 
 private:
     void PrintLine(const std::string& line) EXCLUDES(mutex);
+    [[nodiscard]] bool TakeLine(const std::string& line) EXCLUDES(mutex);
     [[nodiscard]] std::string Erase() const REQUIRES(mutex);
     [[nodiscard]] std::string Show() const REQUIRES(mutex);
 
+    const std::function<void(const std::string&)> take; ///< empty: standard error
     const bool canDraw;
     Support::Mutex mutex;
     std::vector<std::string> drawn GUARDED_BY(mutex); ///< the cursor is behind the last one

@@ -136,7 +136,7 @@ ExitStatus Run(const MakeDirectoryCommand& command, const Workplace& workplace)
 
 ExitStatus Run(const ExistsCommand& command, const Workplace& workplace)
 {
-    Output output(workplace.cancellation);
+    Output output(workplace);
     bool isAnyMissing = false;
     const auto status =
         ForEach(command.paths, workplace, [&workplace, &output, &isAnyMissing](const auto& path) {

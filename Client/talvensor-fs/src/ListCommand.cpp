@@ -40,7 +40,7 @@ public:
         , workplace(workplace)
         , files(workplace.remote.GetFiles())
         , path(workplace.remote.Resolve(command.path))
-        , output(workplace.cancellation)
+        , output(workplace)
     {}
 
     ExitStatus Run()

@@ -100,7 +100,7 @@ std::string FormatText(const Client::Event& event)
 ExitStatus Run(const InfoCommand&, const Workplace& workplace)
 {
     const auto info = workplace.remote.GetConnection().GetInfo();
-    Output output(workplace.cancellation);
+    Output output(workplace);
     output.Write(workplace.choice.isJson ? ToJson(info, GetReader(output)) + "\n"
                                          : FormatInfo(info));
     output.Flush();
@@ -113,7 +113,7 @@ ExitStatus Run(const WatchCommand& command, const Workplace& workplace)
     Client::Watch watch(workplace.remote.GetConnection(), node);
     if (!workplace.choice.isQuiet)
         workplace.console.Report("watching " + node);
-    Output output(workplace.cancellation);
+    Output output(workplace);
     for (std::size_t seen = 0; command.count == 0 || seen < command.count; ++seen) {
         const auto event = watch.Next(&workplace.cancellation);
         output.Write(

@@ -1,5 +1,7 @@
 #include "Output.h"
 
+#include "CommandRunner.h"
+
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +17,7 @@ namespace Cli {
 namespace {
 
 constexpr std::size_t gatheredAtMost = 65'536;
+constexpr std::size_t keptAtMost = std::size_t{64} << 20U;
 
 bool IsRegularFile(int descriptor)
 {
@@ -42,8 +45,13 @@ void WaitFor(int descriptor, short events, const Client::Cancellation& cancellat
 
 } // namespace
 
-Output::Output(const Client::Cancellation& cancellation)
+Output::Output(const Workplace& workplace)
+    : Output(workplace.cancellation, workplace.kept)
+{}
+
+Output::Output(const Client::Cancellation& cancellation, KeptOutput* kept)
     : cancellation(cancellation)
+    , kept(kept)
     , isTerminal(isatty(STDOUT_FILENO) == 1)
     , isFile(IsRegularFile(STDOUT_FILENO))
 {}
@@ -68,6 +76,10 @@ void Output::Flush()
 
 void Output::WriteNow(std::string_view text) const
 {
+    if (kept != nullptr) {
+        Keep(text);
+        return;
+    }
     while (!text.empty()) {
         WaitUntilWritable();
         // So much a pipe takes at once when it takes anything: a reader that stops does not hold
@@ -80,6 +92,13 @@ void Output::WriteNow(std::string_view text) const
             Fail("standard output cannot be written");
         text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     }
+}
+
+void Output::Keep(std::string_view text) const
+{
+    if (text.size() > keptAtMost - kept->text.size())
+        throw Client::ClientException("its output is larger than 64 MiB");
+    kept->text += text;
 }
 
 void Output::WaitUntilWritable() const

@@ -19,13 +19,24 @@ public:
     {}
 };
 
+struct Workplace;
+
+/// The standard output of a command that is one of many, kept until all of it can be written.
+struct KeptOutput
+{
+    std::string text;
+};
+
 /// Standard output, gathered. REQUIRES: SIGPIPE is ignored.
 /// Errors: what writes throws BrokenPipeException, CancelledException, and ClientException.
 class Output
 {
 public:
-    /// `cancellation` must outlive it.
-    explicit Output(const Client::Cancellation& cancellation);
+    /// Goes where the command of the workplace writes to.
+    explicit Output(const Workplace& workplace);
+
+    /// Goes to `kept`, or to standard output where that is null. Both must outlive it.
+    Output(const Client::Cancellation& cancellation, KeptOutput* kept);
 
     [[nodiscard]] bool IsTerminal() const noexcept { return isTerminal; }
 
@@ -38,8 +49,10 @@ public:
 private:
     void WriteNow(std::string_view text) const;
     void WaitUntilWritable() const;
+    void Keep(std::string_view text) const;
 
     const Client::Cancellation& cancellation;
+    KeptOutput* const kept; ///< null: standard output itself
     const bool isTerminal;
     const bool isFile; ///< never blocks for long
     std::string gathered;

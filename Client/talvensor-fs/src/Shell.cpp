@@ -228,7 +228,7 @@ void Shell::ShowFolder(const ShowFolderCommand& command) const
 
 void Shell::Print(const std::string& text) const
 {
-    Output output(interruption.GetCancellation());
+    Output output(interruption.GetCancellation(), nullptr);
     output.Write(text);
     output.Flush();
 }

@@ -101,7 +101,10 @@ ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
         Report(workplace.console, failure);
     for (const auto& path : result.unfinished)
         ReportUnfinished(workplace.console, path, direction);
-    if (!workplace.choice.isQuiet && !workplace.choice.isJson)
+    if (workplace.totals != nullptr) {
+        workplace.totals->files += result.files - result.skippedFiles;
+        workplace.totals->bytes += result.bytes;
+    } else if (!workplace.choice.isQuiet && !workplace.choice.isJson)
         workplace.console.Say(FormatTotals(result));
     if (result.isCancelled)
         throw Client::CancelledException();
@@ -118,7 +121,7 @@ ExitStatus ConcludeWithJson(const Client::TransferResult& result, Direction dire
     if (workplace.choice.isJson) {
         // A new cancellation: the result is wanted after an interruption, too.
         const Client::Cancellation none;
-        Output output(none);
+        Output output(none, workplace.kept);
         const auto reader = output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
         output.Write(ToJson(result, reader) + "\n");
         output.Flush();
@@ -207,7 +210,7 @@ ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
 Client::TransferResult WriteOut(const std::string& remote, const Workplace& workplace,
                                 const Client::TransferOptions& options)
 {
-    Output output(workplace.cancellation);
+    Output output(workplace);
     const auto write = [&output](std::span<const unsigned char> bytes) {
         output.Write(bytes);
     };
