@@ -166,6 +166,22 @@ ConnectionSettings Combine(ConnectionSettings first, const ConnectionSettings& s
     return first;
 }
 
+Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settings)
+{
+    if (!settings.endpoint)
+        throw Client::InvalidArgumentException(
+            "no server given: use -e, a profile or $TALVENSOR_ENDPOINT");
+    Client::ConnectionOptions options;
+    options.url = *settings.endpoint;
+    // A password is not to be sent in the open because somebody took the encryption away.
+    options.security = settings.security.value_or(settings.user ? Client::Security::Encrypted
+                                                                : Client::Security::Automatic);
+    if (settings.timeout)
+        options.answerTime = *settings.timeout;
+    options.stateFolder = GetStateFolder();
+    return options;
+}
+
 ConnectionSettings ReadEnvironment()
 {
     ConnectionSettings settings;

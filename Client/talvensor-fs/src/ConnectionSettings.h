@@ -24,6 +24,10 @@ struct ConnectionSettings
 [[nodiscard]] ConnectionSettings Combine(ConnectionSettings first,
                                          const ConnectionSettings& second);
 
+/// Returns the options that the settings name, without the password. Throws
+/// InvalidArgumentException when they name no server.
+[[nodiscard]] Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settings);
+
 /// $TALVENSOR_ENDPOINT and $TALVENSOR_USER.
 [[nodiscard]] ConnectionSettings ReadEnvironment();
 

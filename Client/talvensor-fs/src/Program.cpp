@@ -1,6 +1,7 @@
 #include "Program.h"
 
 #include "CommandRunner.h"
+#include "Ending.h"
 #include "Grammar.h"
 #include "Interruption.h"
 #include "Prompt.h"
@@ -46,25 +47,13 @@ public:
 
     int Do()
     {
-        try {
-            return static_cast<int>(Execute());
-        } catch (const Client::CancelledException&) {
-            return ReportInterruption();
-        } catch (const BrokenPipeException&) {
-            return static_cast<int>(ExitStatus::BrokenPipe);
-        } catch (const Client::RefusedException& error) {
-            return Fail(GetReason(error), ExitStatus::Refused);
-        } catch (const Client::NoConnectionException& error) {
-            return Fail(error.what(), ExitStatus::NoConnection);
-        } catch (const Client::ConnectionLostException& error) {
-            if (interruption.GetCancellation().IsCancelled()) // which ends the connection
-                return ReportInterruption();
-            return Fail(error.what(), ExitStatus::NoConnection);
-        } catch (const Client::InvalidArgumentException& error) {
-            return Fail(error.what(), ExitStatus::Usage);
-        } catch (const std::exception& error) {
-            return Fail(error.what(), ExitStatus::Failed);
-        }
+        const auto ending =
+            RunToEnd([this] { return Execute(); }, trust,
+                     [this] { return interruption.GetCancellation().IsCancelled(); });
+        if (!ending.reason.empty())
+            console.Report(ending.reason);
+        return ending.isInterrupted ? 128 + Interruption::GetSignal()
+                                    : static_cast<int>(ending.status);
     }
 
 private:
@@ -91,17 +80,7 @@ private:
     Client::ConnectionOptions MakeOptions()
     {
         const auto settings = CollectSettings();
-        if (!settings.endpoint)
-            throw Client::InvalidArgumentException(
-                "no server given: use -e, a profile or $TALVENSOR_ENDPOINT");
-        Client::ConnectionOptions options;
-        options.url = *settings.endpoint;
-        // A password is not to be sent in the open because somebody took the encryption away.
-        options.security = settings.security.value_or(settings.user ? Client::Security::Encrypted
-                                                                    : Client::Security::Automatic);
-        if (settings.timeout)
-            options.answerTime = *settings.timeout;
-        options.stateFolder = GetStateFolder();
+        auto options = MakeConnectionOptions(settings);
         options.trustServer = [this](const Client::ServerCertificate& certificate) {
             return trust.Decide(certificate);
         };
@@ -141,24 +120,6 @@ private:
         if (!password)
             throw Client::InvalidArgumentException("no password was given");
         return *password;
-    }
-
-    /// The library knows that the server was not trusted; why, is known here.
-    [[nodiscard]] std::string GetReason(const Client::RefusedException& error) const
-    {
-        return trust.GetReason().empty() ? error.what() : trust.GetReason();
-    }
-
-    int ReportInterruption()
-    {
-        console.Report("interrupted");
-        return 128 + Interruption::GetSignal();
-    }
-
-    int Fail(const std::string& text, ExitStatus status)
-    {
-        console.Report(text);
-        return static_cast<int>(status);
     }
 
     const Invocation& invocation;
