@@ -2,6 +2,7 @@
 
 #include "Client/FileSystem.h"
 #include "Methods.h"
+#include "PostedCall.h"
 #include "RemoteHandle.h"
 #include "Waiter.h"
 
@@ -98,9 +99,10 @@ struct Outcome
     }
 };
 
-/// One call of a method. The request belongs to the thread that makes it until it is posted, then
-/// to the engine; a part of the outcome to the engine until its flag is set.
-struct Call
+/// One call of a method of a file system of one's own. The request belongs to the thread that makes
+/// it until it is posted, then to the engine; a part of the outcome to the engine until its flag is
+/// set.
+struct Call final : PostedCall, std::enable_shared_from_this<Call>
 {
     std::shared_ptr<RemoteNode> node;
     std::shared_ptr<Waiter> waiter;
@@ -108,14 +110,12 @@ struct Call
     Request request;
     Outcome outcome;
 
-    /// Lets nobody wait for it any longer. Any thread that it belongs to.
-    void Lose() noexcept
-    {
-        outcome.isLost = true;
-        outcome.isAnswered = true;
-        outcome.hasEvent = true;
-        waiter->Notify();
-    }
+    [[nodiscard]] bool Send(const Namespaces& namespaces, const Encode& encode) override;
+    void TakeAnswer(UA_StatusCode status, UA_CallMethodResult* result) override;
+    void Lose(bool isOverdue) noexcept override;
+    [[nodiscard]] std::string Describe() const override;
+    /// Its work is done later; an event reports it.
+    [[nodiscard]] bool MayTakeLong() const noexcept override { return false; }
 };
 
 using CallPointer = std::shared_ptr<Call>;

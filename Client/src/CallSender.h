@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Call.h"
 #include "Connector.h"
+#include "PostedCall.h"
 
 #include <chrono>
 #include <deque>
@@ -11,7 +11,7 @@
 namespace Client {
 
 /// Returns in words that a call had no answer for that time.
-[[nodiscard]] std::string DescribeOverdue(const Request& request, std::chrono::milliseconds time);
+[[nodiscard]] std::string DescribeOverdue(const PostedCall& call, std::chrono::milliseconds time);
 
 /// Encodes and sends calls in their order, and hands over their answers. Of the engine's thread.
 class CallSender
@@ -27,7 +27,7 @@ public:
     ~CallSender() = default;
 
     /// Appends the calls and leaves the vector empty.
-    void Add(std::vector<CallPointer>& calls);
+    void Add(std::vector<PostedCallPointer>& calls);
     /// Sends as many as the network takes soon.
     void SendReady();
     /// Loses the calls that are not sent.
@@ -36,13 +36,14 @@ public:
 private:
     struct Sent;
 
-    void Send(const CallPointer& call);
+    void Send(const PostedCallPointer& call);
+    void Send(const PostedCallPointer& call, const UA_CallMethodRequest& method);
     static void OnAnswer(UA_Client* client, void* sent, UA_UInt32 request, void* response) noexcept;
-    void TakeAnswer(const CallPointer& call, const UA_CallResponse& response);
+    void TakeAnswer(PostedCall& call, const UA_CallResponse& response);
 
     Connector& connector;
     const std::chrono::milliseconds answerTime;
-    std::deque<CallPointer> ready;
+    std::deque<PostedCallPointer> ready;
 };
 
 } // namespace Client

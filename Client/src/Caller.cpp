@@ -163,8 +163,7 @@ void CheckAnswer(const Call& call)
     const MethodDescription& method = Describe(call.request.method);
     const Outcome& outcome = call.outcome;
     if (outcome.isLost && outcome.isOverdue)
-        throw CallOverdue(
-            DescribeOverdue(call.request, call.node->GetEngine().GetOptions().answerTime));
+        throw CallOverdue(DescribeOverdue(call, call.node->GetEngine().GetOptions().answerTime));
     if (outcome.isLost)
         throw CallsLost();
     if (outcome.IsRefused())
@@ -211,8 +210,7 @@ Waiter::Deadline Caller::GetAnswerDeadline(Waiter::Deadline lastLife) const
 
 void Caller::GiveUp(const Call& call) const
 {
-    const std::string text =
-        DescribeOverdue(call.request, node->GetEngine().GetOptions().answerTime);
+    const std::string text = DescribeOverdue(call, node->GetEngine().GetOptions().answerTime);
     node->GetEngine().GiveUp(text);
     throw CallOverdue(text);
 }

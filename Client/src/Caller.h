@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Call.h"
+#include "CallsLost.h"
 #include "Client/Cancellation.h"
 #include "Client/Exceptions.h"
 #include "Node.h"
@@ -15,20 +16,6 @@
 #include <vector>
 
 namespace Client {
-
-/// Thrown while an operation waits: the connection was lost, so nobody knows what became of its
-/// calls. Never leaves the library.
-struct CallsLost
-{};
-
-/// They are lost since the server gave no sign of life for the time that the options allow.
-struct CallOverdue : CallsLost
-{
-    explicit CallOverdue(std::string text)
-        : text(std::move(text))
-    {}
-    std::string text; ///< which call, and how long
-};
 
 /// The calls that one thread makes on a file system. Paths are given as they are and escaped here.
 class Caller

@@ -26,6 +26,7 @@ Engine::Engine(ConnectionOptions givenOptions, const Cancellation* cancellation)
     , sender(connector, options.answerTime)
 {
     connector.Connect(cancellation);
+    offersObjects = GetNamespaces().objects != 0;
     thread = std::thread([this] { RunThread(); });
 }
 
@@ -86,7 +87,7 @@ bool Engine::HasWork() const
 
 // Work that other threads leave here
 
-void Engine::Post(CallPointer call)
+void Engine::Post(PostedCallPointer call)
 {
     {
         const Support::Lock lock(mutex);
@@ -96,7 +97,7 @@ void Engine::Post(CallPointer call)
         }
     }
     if (call)
-        call->Lose();
+        call->Lose(false);
     else
         connector.GetLoop().Wake();
 }
@@ -260,6 +261,7 @@ void Engine::TryReconnect(Waiter::Deadline deadline)
 {
     const std::string before = connector.GetFacts().GetSession();
     connector.ConnectAgain(deadline);
+    offersObjects = GetNamespaces().objects != 0;
     const std::string& session = connector.GetFacts().GetSession();
     if (session != before)
         subscriptions.Forget();

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Call.h"
 #include "CallSender.h"
 #include "Client/Connection.h"
 #include "Connector.h"
 #include "Ending.h"
 #include "EventListener.h"
+#include "PostedCall.h"
 #include "Subscriptions.h"
 #include "Waiter.h"
 
@@ -38,8 +38,9 @@ public:
     /// listener has left.
     void Close() noexcept;
 
-    /// Sends the call soon. Its flags are set in any case. Any thread.
-    void Post(CallPointer call) EXCLUDES(mutex);
+    /// Sends the call soon; while the connection is lost, when it is there again. It is answered or
+    /// lost in any case. Any thread.
+    void Post(PostedCallPointer call) EXCLUDES(mutex);
 
     /// Runs on the engine's thread while it is connected, and waits for it. Throws what it throws,
     /// and ConnectionLostException. Not for the engine's thread.
@@ -63,6 +64,10 @@ public:
         return connector.GetFingerprint().empty() ? options.url : connector.GetFingerprint();
     }
     [[nodiscard]] const ConnectionOptions& GetOptions() const noexcept { return options; }
+    /// Returns true once the connection will not come back. Any thread.
+    [[nodiscard]] bool IsDead() const noexcept { return isDead; }
+    /// Returns true if the server has file objects. Any thread.
+    [[nodiscard]] bool OffersObjects() const noexcept { return offersObjects; }
     /// Returns why there is no connection any more. Any thread.
     [[nodiscard]] std::string GetLossReason() const EXCLUDES(mutex);
 
@@ -122,7 +127,7 @@ private:
     bool isConnected = true;
 
     mutable Support::Mutex mutex;
-    std::vector<CallPointer> posted GUARDED_BY(mutex);
+    std::vector<PostedCallPointer> posted GUARDED_BY(mutex);
     std::vector<Function> functions GUARDED_BY(mutex);
     std::vector<Departure> departures GUARDED_BY(mutex);
     std::string lossReason GUARDED_BY(mutex);
@@ -130,6 +135,7 @@ private:
 
     Waiter interruption; // ends waiting between two attempts to connect
     std::atomic<bool> isDead{false};
+    std::atomic<bool> offersObjects{false};
     std::thread thread; // last
 };
 

@@ -177,7 +177,7 @@ void RemoteNode::LoseWaiting()
 {
     for (auto* const queue : {&existsQueue, &listQueue, &deleteQueue, &createQueue})
         for (const auto& waiting : std::exchange(*queue, {}))
-            waiting.call->Lose();
+            waiting.call->Lose(false);
 }
 
 // Calls

@@ -16,6 +16,7 @@ namespace {
 using OpcUa::BytesOf;
 
 constexpr const char* filesUri = "urn:Talvensor:FileSystem";
+constexpr const char* objectsUri = "urn:Talvensor:FileObjects";
 constexpr const char* hostUri = "urn:Talvensor:Host";
 constexpr const char* coreUri = "urn:Talvensor:Core"; // built in, not brought
 
@@ -54,6 +55,9 @@ Namespaces ReadNamespaces(UA_Client& client, const std::string& url)
     };
     namespaces.files = find(filesUri);
     namespaces.host = find(hostUri);
+    const auto objects = std::find(namespaces.uris.begin(), namespaces.uris.end(), objectsUri);
+    if (objects != namespaces.uris.end())
+        namespaces.objects = static_cast<UA_UInt16>(objects - namespaces.uris.begin());
     return namespaces;
 }
 

@@ -16,6 +16,7 @@ struct Namespaces
     std::vector<std::string> uris;
     UA_UInt16 host = 0;
     UA_UInt16 files = 0;
+    UA_UInt16 objects = 0; ///< of the file objects; 0 where the server has none
 };
 
 /// The folder of the server's file systems, by its published number.

@@ -15,6 +15,7 @@
 namespace Client {
 
 class Engine;
+class FileObjects;
 class FileSystem;
 class Watch;
 
@@ -143,6 +144,7 @@ public:
     [[nodiscard]] ServerInfo GetInfo() const;
 
 private:
+    friend class FileObjects;
     friend class FileSystem;
     friend class Watch;
 

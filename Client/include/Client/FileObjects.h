@@ -73,8 +73,11 @@ using Sha256 = std::array<unsigned char, 32>;
 /// Not every server has them: see `AreOffered`.
 ///
 /// Paths are those of `FileSystem`. Threads, cancellation and errors are those of `FileSystem`
-/// too; an operation on one path throws OperationFailedException with the server's reason. After a
-/// lost connection what only reads is asked again; for the others the caller learns of the loss.
+/// too; an operation on one path throws OperationFailedException with the server's reason, and
+/// every one throws CallRefusedException on a server without the objects. After a lost connection
+/// what only reads is asked again, and so are permissions; `Move` and `Copy` throw
+/// ConnectionLostException. Those two and `GetChecksum` may take as long as they need (up to a
+/// day); the connection's other calls wait meanwhile.
 class FileObjects
 {
 public:
@@ -97,9 +100,8 @@ public:
     /// Returns the listings of many directories, asked for several at a time. As many as
     /// directories; one that cannot be listed has the reason in its result. This is the way to list
     /// a tree: level by level.
-    [[nodiscard]] std::vector<DirectoryListing>
-    ListAll(const std::vector<std::string>& directories,
-            const Cancellation* cancellation = nullptr);
+    [[nodiscard]] std::vector<DirectoryListing> ListAll(const std::vector<std::string>& directories,
+                                                        const Cancellation* cancellation = nullptr);
 
     /// Renames files and directories, one after the other, each in one step where the file system
     /// can. `replaces`: in place of a file that has the new name. Returns as many results.
