@@ -5,6 +5,7 @@ namespace Cli {
 namespace {
 
 constexpr const char* groupName = "Connection";
+constexpr const char* manyGroupName = "Many hosts";
 
 CLI::Option* AddOption(CLI::App& app, const std::string& flag, const std::string& placeholder,
                        const std::string& text)
@@ -32,7 +33,29 @@ ConnectionGrammar::ConnectionGrammar(CLI::App& app)
                          "trust a server that was never seen before without asking; a changed "
                          "certificate is still refused")
                      ->group(groupName))
-{}
+    , hosts(app.add_option("--on")
+                ->type_name("NAMES")
+                ->description("run the command on all these hosts: profiles, @GROUP, endpoints, "
+                              "with commas between; - reads them from standard input")
+                ->group(manyGroupName))
+    , atOnce(std::make_shared<std::size_t>(HostChoice().atOnce))
+{
+    app.add_option("--parallel", *atOnce, "so many hosts at the same time (8)")
+        ->type_name("COUNT")
+        ->check(CLI::Range(1, 1000).description(""))
+        ->group(manyGroupName);
+}
+
+std::optional<HostChoice> ConnectionGrammar::GetHosts() const
+{
+    const auto list = GetText(hosts);
+    if (!list)
+        return std::nullopt;
+    if (GetText(endpoint) || GetText(profile))
+        throw Client::InvalidArgumentException(
+            "--on names the hosts: it cannot be combined with -e or --profile");
+    return HostChoice{.list = *list, .atOnce = *atOnce};
+}
 
 ConnectionSettings ConnectionGrammar::GetSettings() const
 {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "ConnectionSettings.h"
+#include "Grammar.h"
 #include "GrammarParts.h"
 #include "Trust.h"
 
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -20,6 +23,7 @@ public:
 
     [[nodiscard]] ConnectionSettings GetSettings() const;
     [[nodiscard]] std::optional<std::string> GetProfile() const { return GetText(profile); }
+    [[nodiscard]] std::optional<HostChoice> GetHosts() const;
     [[nodiscard]] Trust::Options GetTrust() const;
 
 private:
@@ -31,6 +35,8 @@ private:
     CLI::Option* const timeout;
     CLI::Option* const fingerprint;
     CLI::Option* const acceptsNew;
+    CLI::Option* const hosts;
+    const std::shared_ptr<std::size_t> atOnce;
 };
 
 } // namespace Cli

@@ -195,16 +195,47 @@ fs::path GetProfileFile()
     return GetUserFolder("XDG_CONFIG_HOME", ".config") / "talvensor" / "client.toml";
 }
 
-ConnectionSettings ReadProfile(const fs::path& file, const std::string& name)
+struct ProfileFile::Content
 {
-    const auto profiles = ParseFile(file);
-    const auto* const profile = profiles[name].as_table();
+    toml::table tables;
+};
+
+ProfileFile::ProfileFile(fs::path givenPath)
+    : path(std::move(givenPath))
+    , content(std::make_unique<const Content>(Content{ParseFile(path)}))
+{}
+
+ProfileFile::~ProfileFile() = default;
+
+ConnectionSettings ProfileFile::GetProfile(const std::string& name) const
+{
+    const auto* const profile = content->tables[name].as_table();
     if (profile == nullptr)
-        throw Client::InvalidArgumentException(file.string() + " has no profile [" + name + "]");
+        throw Client::InvalidArgumentException(path.string() + " has no profile [" + name + "]");
     ConnectionSettings settings;
     for (const auto& [key, node] : *profile)
-        Apply(settings, file, key, node);
+        Apply(settings, path, key, node);
     return settings;
+}
+
+std::vector<std::string> ProfileFile::GetGroup(const std::string& name) const
+{
+    const auto group = content->tables["groups"][name];
+    if (!group)
+        throw Client::InvalidArgumentException(path.string() + " has no group " + name +
+                                               " in [groups]");
+    const auto* const members = group.as_array();
+    if (members == nullptr || (!members->empty() && !members->is_homogeneous<std::string>()))
+        Refuse(path, group.node()->source(), "the group " + name + " takes a list of profiles");
+    std::vector<std::string> names;
+    for (const auto& member : *members)
+        names.push_back(member.value_or<std::string>({}));
+    return names;
+}
+
+ConnectionSettings ReadProfile(const fs::path& file, const std::string& name)
+{
+    return ProfileFile(file).GetProfile(name);
 }
 
 Client::Security ParseSecurity(const std::string& text)

@@ -4,8 +4,10 @@
 
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Cli {
 
@@ -34,6 +36,29 @@ struct ConnectionSettings
 /// $XDG_CONFIG_HOME/talvensor/client.toml. Throws InvalidArgumentException when there is neither
 /// that variable nor a home.
 [[nodiscard]] std::filesystem::path GetProfileFile();
+
+/// A file of profiles and of groups of them. Throws InvalidArgumentException, with file and line
+/// where there is one, for a file that cannot be read, for what it has not, and for what means
+/// nothing.
+class ProfileFile
+{
+public:
+    explicit ProfileFile(std::filesystem::path path);
+    ProfileFile(const ProfileFile&) = delete;
+    ProfileFile& operator=(const ProfileFile&) = delete;
+    ~ProfileFile();
+
+    [[nodiscard]] ConnectionSettings GetProfile(const std::string& name) const;
+
+    /// Returns the names of the profiles in a group: the entry of [groups] with that name.
+    [[nodiscard]] std::vector<std::string> GetGroup(const std::string& name) const;
+
+private:
+    struct Content;
+
+    const std::filesystem::path path;
+    const std::unique_ptr<const Content> content;
+};
 
 /// One profile of a file. Throws InvalidArgumentException with file and line when the file cannot
 /// be read or has no such profile, or when there is something in the profile that means nothing.

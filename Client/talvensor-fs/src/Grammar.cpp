@@ -54,6 +54,7 @@ std::variant<ShowText, Invocation> ParseArguments(const std::vector<std::string>
         return ShowText{std::move(*text)};
     return Invocation{.connection = connection.GetSettings(),
                       .profile = connection.GetProfile(),
+                      .hosts = connection.GetHosts(),
                       .trust = connection.GetTrust(),
                       .choice = commands.GetChoice(),
                       .command = commands.MakeCommand()};

@@ -6,6 +6,7 @@
 #include "ConnectionSettings.h"
 #include "Trust.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <variant>
@@ -19,11 +20,19 @@ struct ShowText
     std::string text;
 };
 
+/// The hosts that a command is for, where it is for many.
+struct HostChoice
+{
+    std::string list; ///< as FindHosts takes it
+    std::size_t atOnce = 8;
+};
+
 /// A command for a server.
 struct Invocation
 {
     ConnectionSettings connection;
     std::optional<std::string> profile;
+    std::optional<HostChoice> hosts; ///< otherwise one
     Trust::Options trust;
     OutputChoice choice;
     Command command;

@@ -196,4 +196,23 @@ std::string ToJson(const Client::Event& event, JsonReader reader)
     return Dump(json, reader);
 }
 
+std::string ToJson(const HostSummary& summary, JsonReader reader)
+{
+    Json json;
+    json["host"] = summary.host;
+    json["status"] = summary.status;
+    json["files"] = summary.files;
+    json["bytes"] = summary.bytes;
+    json["seconds"] = summary.seconds;
+    json["reason"] = summary.reason.empty() ? Json(nullptr) : Json(summary.reason);
+    return Dump(json, reader);
+}
+
+std::string AddHost(const std::string& object, const std::string& host, JsonReader reader)
+{
+    if (object.empty() || object.front() != '{')
+        return object;
+    return R"({"host":)" + Dump(host, reader) + "," + object.substr(1);
+}
+
 } // namespace Cli

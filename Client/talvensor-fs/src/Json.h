@@ -17,6 +17,17 @@ enum class JsonReader
     Terminal,
 };
 
+/// What came of a command on one of many hosts.
+struct HostSummary
+{
+    std::string host;
+    std::string status;
+    std::uint64_t files = 0;
+    std::uint64_t bytes = 0;
+    double seconds = 0;
+    std::string reason; ///< empty: none
+};
+
 // Each makes one object on one line, without the line's end. A path that is not UTF-8 has its bytes
 // in "pathHex" too, as hexadecimal digits. Times are in UTC.
 
@@ -27,5 +38,10 @@ enum class JsonReader
 [[nodiscard]] std::string ToJson(const Client::TransferResult& result, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::ServerInfo& info, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::Event& event, JsonReader reader);
+[[nodiscard]] std::string ToJson(const HostSummary& summary, JsonReader reader);
+
+/// Returns an object, as the functions above make it, with the host's name as its first member.
+[[nodiscard]] std::string AddHost(const std::string& object, const std::string& host,
+                                  JsonReader reader);
 
 } // namespace Cli

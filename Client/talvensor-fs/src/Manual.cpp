@@ -39,6 +39,28 @@ Section MakeProfileSection()
             .shown = InHelpAndPage};
 }
 
+Section MakeManyHostsSection()
+{
+    return {.title = "Many hosts",
+            .text = "--on runs one command on many hosts, --parallel of them at the same time. Its "
+                    "list takes names of profiles, endpoints, @GROUP for a group of "
+                    "client.toml, and - for names or endpoints on standard input, one per line:\n"
+                    "\n"
+                    "    [groups]\n"
+                    "    line1 = [\"plc1\", \"plc2\"]\n"
+                    "\n"
+                    "The output of a host is printed when it ends, with the name of the host "
+                    "before each line, and a table of all at the end. With --json each object has "
+                    "the host, and one more for each host says what came of it. The exit status "
+                    "is the largest of all. get puts the files of a host into LOCAL/HOST.\n"
+                    "\n"
+                    "Nothing is asked: passwords come from password files, and "
+                    "servers that were never seen are refused without --accept-new or "
+                    "--trust-fingerprint. Commands that need standard input or a terminal are "
+                    "refused.",
+            .terms = {}};
+}
+
 Section MakePathSection()
 {
     return {.title = "Paths and errors",
@@ -101,6 +123,10 @@ Section MakeExampleSection()
                     "\n"
                     "    talvensor-fs --profile plant -u bob get -r logs /tmp\n"
                     "\n"
+                    "Send a file to all hosts of a group:\n"
+                    "\n"
+                    "    talvensor-fs --on @line1 put firmware.bin /data/\n"
+                    "\n"
                     "Run without a terminal, and trust one certificate only:\n"
                     "\n"
                     "    talvensor-fs --profile plant --trust-fingerprint \"$FINGERPRINT\" \\\n"
@@ -119,9 +145,9 @@ const Manual& GetManual()
         .synopsis = {"talvensor-fs [OPTION]... COMMAND ..."},
         .description = "Moves files to and from a talvensor-host, and lists, changes and deletes "
                        "them there.",
-        .sections = {MakeServerSection(), MakeProfileSection(), MakePathSection(),
-                     MakeExitStatusSection(), MakeEnvironmentSection(), MakeFileSection(),
-                     MakeExampleSection()},
+        .sections = {MakeServerSection(), MakeProfileSection(), MakeManyHostsSection(),
+                     MakePathSection(), MakeExitStatusSection(), MakeEnvironmentSection(),
+                     MakeFileSection(), MakeExampleSection()},
         .seeAlso = {"talvensor-host(8)"}};
     return manual;
 }

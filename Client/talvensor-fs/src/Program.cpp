@@ -2,6 +2,7 @@
 
 #include "CommandRunner.h"
 #include "Ending.h"
+#include "Fleet.h"
 #include "Grammar.h"
 #include "Interruption.h"
 #include "Prompt.h"
@@ -9,6 +10,7 @@
 #include "TidyEnd.h"
 #include "Trust.h"
 
+#include <array>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -128,6 +130,35 @@ private:
     Trust trust;
 };
 
+std::string ReadWholeInput(const Client::Cancellation& cancellation)
+{
+    std::string text;
+    std::array<unsigned char, 4096> block{};
+    while (const auto count = ReadInput(block, cancellation))
+        text.append(reinterpret_cast<const char*>(block.data()), count);
+    return text;
+}
+
+/// Throws InvalidArgumentException before anything is done on a host.
+int RunForMany(const Invocation& invocation, Console& console)
+{
+    const Interruption interruption;
+    const auto& cancellation = interruption.GetCancellation();
+    CheckForManyHosts(invocation.command);
+    try {
+        const auto hosts = FindHosts(invocation.hosts->list, GetProfileFile(),
+                                     [&] { return ReadWholeInput(cancellation); });
+        return RunOnManyHosts(hosts, invocation.hosts->atOnce,
+                              {.command = invocation.command,
+                               .choice = invocation.choice,
+                               .connection = invocation.connection,
+                               .trust = invocation.trust},
+                              console, interruption);
+    } catch (const Client::CancelledException&) {
+        return 128 + Interruption::GetSignal();
+    }
+}
+
 } // namespace
 
 int RunProgram(const std::vector<std::string>& arguments)
@@ -139,7 +170,9 @@ int RunProgram(const std::vector<std::string>& arguments)
         const auto wanted = ParseArguments(arguments);
         if (const auto* const show = std::get_if<ShowText>(&wanted))
             return std::fputs(show->text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1;
-        return ProgramRun(std::get<Invocation>(wanted), console).Do();
+        const auto& invocation = std::get<Invocation>(wanted);
+        return invocation.hosts ? RunForMany(invocation, console)
+                                : ProgramRun(invocation, console).Do();
     } catch (const Client::InvalidArgumentException& error) {
         console.Report(error.what());
         return static_cast<int>(ExitStatus::Usage);

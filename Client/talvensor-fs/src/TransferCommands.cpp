@@ -32,7 +32,7 @@ class TransferView
 public:
     TransferView(const Workplace& workplace, bool isShown)
     {
-        if (isShown && !workplace.choice.isQuiet)
+        if (isShown && !workplace.choice.isQuiet && workplace.totals == nullptr)
             display.emplace(workplace.console);
     }
 

@@ -92,12 +92,12 @@ bool Trust::DecideOnNewOne(const Client::ServerCertificate& certificate)
 
 bool Trust::AskUser(const Client::ServerCertificate& certificate)
 {
-    const auto prompt = Prompt::Open();
+    const auto prompt = options.mayAsk ? Prompt::Open() : std::nullopt;
     if (!prompt)
         return Refuse(certificate.server +
-                      " is not known, and there is no terminal to ask. Its "
-                      "certificate's fingerprint is " +
-                      certificate.fingerprint +
+                      (options.mayAsk ? " is not known, and there is no terminal to ask. "
+                                      : " is not known. ") +
+                      "Its certificate's fingerprint is " + certificate.fingerprint +
                       "; use --trust-fingerprint or --accept-new to trust it");
     const auto answer =
         prompt->Ask(certificate.server +

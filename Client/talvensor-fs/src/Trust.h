@@ -20,6 +20,7 @@ public:
     {
         std::optional<std::string> fingerprint; ///< the only one to trust, as ParseFingerprint
         bool acceptsNew = false; ///< whether servers that were never seen are trusted unasked
+        bool mayAsk = true;      ///< the user, where there is a terminal
     };
 
     /// References must outlive it.

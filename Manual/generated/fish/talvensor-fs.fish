@@ -12,6 +12,8 @@ complete -c talvensor-fs -l security -x -a 'auto plain encrypted' -d 'auto: encr
 complete -c talvensor-fs -l timeout -x -d 'give up on a call after so long without a sign of life (60)'
 complete -c talvensor-fs -l trust-fingerprint -x -d 'trust the server with this certificate (SHA-256) and no other'
 complete -c talvensor-fs -l accept-new -d 'trust a server that was never seen before without asking; a changed certificate is still refused'
+complete -c talvensor-fs -l on -x -d 'run the command on all these hosts: profiles, @GROUP, endpoints, with commas between; - reads them from standard input'
+complete -c talvensor-fs -l parallel -x -d 'so many hosts at the same time (8)'
 complete -c talvensor-fs -n __fish_use_subcommand -a ls -d 'list a directory'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from ls' -s R -l recursive -d 'list subdirectories, too'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from ls' -s l -l long -d 'show kind, time and name'
