@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace FileObjects {
@@ -24,6 +25,7 @@ struct Listing
     std::vector<unsigned char> kinds;
     std::vector<unsigned long> sizes;
     std::vector<Core::DateTime> times;
+    std::vector<unsigned int> permissions;
     std::uint64_t next = 0; ///< the start of the next page; 0 at the end
 };
 
@@ -37,6 +39,13 @@ struct CreatedFile
 {
     Core::NodeId id;
     unsigned int handle = 0; ///< 0 if it is not open
+};
+
+/// The way in which a file or directory gets a new place.
+struct Placing
+{
+    bool isCopied = false; ///< false: moved
+    bool replaces = false; ///< a file, in the place of a file
 };
 
 /// The methods of FileDirectoryType (OPC 10000-20, 4.3), and ours. Any thread. All throw
@@ -59,7 +68,11 @@ public:
                                           const Core::NodeId& target, bool isCopied,
                                           const std::string& newName, const Caller& caller);
 
-    [[nodiscard]] Space GetSpace(const Key& directory) const;
+    /// Moves or copies a file or directory. Clients may change both directories.
+    void Put(const Key& from, const Place& to, const Placing& placing, const Caller& caller);
+
+    /// Returns the space around a file or directory.
+    [[nodiscard]] Space GetSpace(const Key& node) const;
 
     /// Returns entries from a position on, which is 0 or `next` of an earlier page. `maximum` 0 is
     /// as many as fit.
@@ -71,8 +84,9 @@ private:
     [[nodiscard]] Key RequireChild(const Key& directory, const Core::NodeId& object) const;
     [[nodiscard]] Key RequireTarget(const Key& from, const Core::NodeId& target,
                                     const std::string& newName) const;
-    void Copy(const Key& from, const Entry& to, const Caller& caller) const;
-    void Move(const Key& from, const Entry& to, const Caller& caller) const;
+    void RequireFree(const struct stat& from, const Entry& entry, const Place& to, bool replaces);
+    void Copy(const Key& from, const Entry& to, bool replaces, const Caller& caller) const;
+    void Move(const Key& from, const Entry& to, bool replaces, const Caller& caller) const;
     [[nodiscard]] Listing ListFolders() const;
 
     const Folders& folders;

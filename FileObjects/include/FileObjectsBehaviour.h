@@ -13,6 +13,7 @@
 #include "MimeTypes.h"
 #include "NodeIds.h"
 #include "OpenFiles.h"
+#include "Paths.h"
 #include "Properties.h"
 #include "Transfers.h"
 
@@ -68,13 +69,22 @@ private:
         const Values& inputs;
         Values& outputs;
     };
-    struct Method;
-    static const std::vector<Method>& GetFileMethods();
-    static const std::vector<Method>& GetDirectoryMethods();
-    static const std::vector<Method>& GetTransferMethods();
+    struct Method
+    {
+        const char* name;
+        std::size_t inputCount;
+        void (*run)(FileObjectsBehaviour& self, const Call& call);
+    };
+    using Methods = std::vector<Method>;
+    static const Methods& GetFileMethods();
+    static const Methods& GetDirectoryMethods();
+    static const Methods& GetCommonMethods();
+    static const Methods& GetTransferMethods();
+    static const Methods& GetPathMethods();
+    [[nodiscard]] static std::vector<const Methods*> GetMethods(NodeKind kind);
+    [[nodiscard]] static const Method* FindMethod(NodeKind kind, const std::string& name);
 
     void ComputeChecksumOf(const Call& call);
-    void List(const Call& call) const;
     void SetPermissionsOf(const Call& call) const;
     void SetTimeOf(const Call& call) const;
 
@@ -93,6 +103,7 @@ private:
     OpenFiles openFiles;
     Files files;
     Directories directories;
+    Paths paths;
     Transfers transfers;
     Properties properties;
     std::atomic<bool> isStopping{false};

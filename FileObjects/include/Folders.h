@@ -5,11 +5,15 @@
 #include "Keys.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
 
 namespace FileObjects {
+
+/// The bits of a mode that clients see and set.
+inline constexpr mode_t permissionBits = 0777;
 
 /// Opens files below the host's folders, and nothing else: the kernel refuses every path and link
 /// that leads out of its folder. A folder is looked up at each use, so it may come later, or be
@@ -21,10 +25,16 @@ public:
 
     [[nodiscard]] std::size_t GetSize() const noexcept { return folders.size(); }
     [[nodiscard]] std::vector<std::string> GetNames() const;
+    [[nodiscard]] const std::string& GetPath(std::size_t folder) const;
     [[nodiscard]] bool IsReadOnly(std::size_t folder) const;
 
     /// Throws Bad_NotWritable for a place in a folder that clients may not change.
     void RequireWritable(const Place& place) const;
+
+    /// Returns the place of an absolute path, in the folder with the longest path: one may lie
+    /// inside another. Slashes are single, and there is none at the end. Returns nothing for a path
+    /// outside.
+    [[nodiscard]] std::optional<Place> Find(const std::string& path) const;
 
     /// Returns a text for messages: the folder's name and the path.
     [[nodiscard]] std::string Show(const Place& place) const;
@@ -48,6 +58,7 @@ public:
     [[nodiscard]] bool Exists(NodeKind kind, const Place& place) const noexcept;
 
 private:
+    [[nodiscard]] std::optional<std::size_t> FindFolder(const std::string& path) const;
     [[nodiscard]] int TryOpen(const Place& place, int flags) const noexcept;
     [[nodiscard]] Descriptor Open(const Place& place, int flags) const;
 

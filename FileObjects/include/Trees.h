@@ -35,9 +35,10 @@ void CopyContent(const Descriptor& from, const Descriptor& to, const std::string
 void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject,
               const Caller& caller);
 
-/// Renames an entry, atomically, unless the new name exists: Bad_BrowseNameDuplicated. Returns
-/// false if they are on different file systems.
-[[nodiscard]] bool Rename(const Entry& from, const Entry& to, const std::string& subject);
+/// Renames an entry, atomically. Unless it `replaces`, a new name that exists is
+/// Bad_BrowseNameDuplicated. Returns false if they are on different file systems.
+[[nodiscard]] bool Rename(const Entry& from, const Entry& to, bool replaces,
+                          const std::string& subject);
 
 /// Returns a name that nobody else uses.
 [[nodiscard]] std::string MakeTemporaryName();

@@ -14,8 +14,6 @@ namespace FileObjects {
 
 namespace {
 
-constexpr std::uint32_t allPermissions = 0777;
-
 #ifndef SYS_fchmodat2
 constexpr long SYS_fchmodat2 = 452; // NOLINT(readability-identifier-naming): as the system's others
 #endif
@@ -40,7 +38,7 @@ bool ChangeUnopened(const Descriptor& path, mode_t mode)
 void SetPermissions(const Folders& folders, const Key& node, std::uint32_t permissions)
 {
     const std::string subject = folders.Show(node.place);
-    if ((permissions & ~allPermissions) != 0)
+    if ((permissions & ~permissionBits) != 0)
         Refuse(Status::invalidArgument, subject, "permissions have nine bits");
     folders.RequireWritable(node.place);
     const Descriptor path = folders.OpenPath(node.kind, node.place);

@@ -1,7 +1,7 @@
 #include "Checksums.h"
 
 #include "DirectoryReader.h"
-#include "Folders.h"
+#include "Files.h"
 #include "Statuses.h"
 
 #include <algorithm>
@@ -61,29 +61,6 @@ std::vector<std::string> ListNames(const Descriptor& directory, const std::strin
     return names;
 }
 
-void AddEntry(Sha256& sum, const Descriptor& directory, const std::string& name,
-              const std::string& subject, const Caller& caller)
-{
-    struct stat state
-    {};
-    if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
-        RefuseWithErrno(subject, errno);
-    const bool isDirectory = S_ISDIR(state.st_mode);
-    if (!isDirectory && !S_ISREG(state.st_mode))
-        return;
-    const auto entry =
-        OpenEntry(directory, name, O_RDONLY | O_NONBLOCK | (isDirectory ? O_DIRECTORY : O_NOCTTY));
-    if (!entry.IsOpen())
-        RefuseWithErrno(subject, errno);
-    sum.Update(isDirectory ? "d" : "f", 1);
-    sum.Update(name.c_str(), name.size() + 1);
-    const auto own = isDirectory ? ComputeTreeChecksum(entry, subject, caller)
-                                 : ComputeChecksum(entry, 0, 0, subject, caller).bytes;
-    sum.Update(own.data(), own.size());
-}
-
-} // namespace
-
 Checksum ComputeChecksum(const Descriptor& file, std::uint64_t start, std::uint64_t length,
                          const std::string& subject, const Caller& caller)
 {
@@ -112,6 +89,30 @@ Checksum ComputeChecksum(const Descriptor& file, std::uint64_t start, std::uint6
 }
 
 std::vector<unsigned char> ComputeTreeChecksum(const Descriptor& directory,
+                                               const std::string& subject, const Caller& caller);
+
+void AddEntry(Sha256& sum, const Descriptor& directory, const std::string& name,
+              const std::string& subject, const Caller& caller)
+{
+    struct stat state
+    {};
+    if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
+        RefuseWithErrno(subject, errno);
+    const bool isDirectory = S_ISDIR(state.st_mode);
+    if (!isDirectory && !S_ISREG(state.st_mode))
+        return;
+    const auto entry =
+        OpenEntry(directory, name, O_RDONLY | O_NONBLOCK | (isDirectory ? O_DIRECTORY : O_NOCTTY));
+    if (!entry.IsOpen())
+        RefuseWithErrno(subject, errno);
+    sum.Update(isDirectory ? "d" : "f", 1);
+    sum.Update(name.c_str(), name.size() + 1);
+    const auto own = isDirectory ? ComputeTreeChecksum(entry, subject, caller)
+                                 : ComputeChecksum(entry, 0, 0, subject, caller).bytes;
+    sum.Update(own.data(), own.size());
+}
+
+std::vector<unsigned char> ComputeTreeChecksum(const Descriptor& directory,
                                                const std::string& subject, const Caller& caller)
 {
     Sha256 sum;
@@ -120,6 +121,23 @@ std::vector<unsigned char> ComputeTreeChecksum(const Descriptor& directory,
         AddEntry(sum, directory, name, subject + "/" + name, caller);
     }
     return sum.Finish();
+}
+
+} // namespace
+
+Checksum ComputeFileChecksum(const Folders& folders, const Place& place, OpenFiles& openFiles,
+                             std::uint64_t start, std::uint64_t length, const Caller& caller)
+{
+    const std::string subject = folders.Show(place);
+    const Descriptor file = folders.OpenFile(place, O_RDONLY);
+    openFiles.RequireReadable(ToIdentity(GetState(file, subject)), caller.GetSession(), subject);
+    return ComputeChecksum(file, start, length, subject, caller);
+}
+
+std::vector<unsigned char> ComputeTreeChecksum(const Folders& folders, const Place& place,
+                                               const Caller& caller)
+{
+    return ComputeTreeChecksum(folders.OpenDirectory(place), folders.Show(place), caller);
 }
 
 } // namespace FileObjects

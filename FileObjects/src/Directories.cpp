@@ -46,6 +46,7 @@ public:
         listing.sizes.push_back(S_ISDIR(state.st_mode) ? 0
                                                        : static_cast<unsigned long>(state.st_size));
         listing.times.push_back(ToDateTime(state.st_mtim));
+        listing.permissions.push_back(state.st_mode & permissionBits);
     }
 
     [[nodiscard]] bool IsFull(std::size_t maximum) const
@@ -149,22 +150,50 @@ Core::NodeId Directories::MoveOrCopy(const Key& directory, const Core::NodeId& o
         RequireChangeable(directory);
     const Key to = RequireTarget(from, target, newName);
     auto id = nodeIds.ToNodeId(to);
-    const std::string subject = folders.Show(from.place);
-    const auto state = folders.GetState(from.kind, from.place);
-    openFiles.RequireClosed(ToIdentity(state), isCopied, subject);
-    openFiles.RequireClosedBelow(from.place, isCopied, subject);
-    const auto parent = folders.OpenDirectoryPath(GetParent(to.place));
-    const Entry entry{parent, GetName(to.place.path)};
-    if (EntryExists(entry))
-        RefuseWithErrno(folders.Show(to.place), EEXIST);
-    if (isCopied)
-        Copy(from, entry, caller);
-    else
-        Move(from, entry, caller);
+    Put(from, to.place, {.isCopied = isCopied, .replaces = false}, caller);
     return id;
 }
 
-void Directories::Copy(const Key& from, const Entry& to, const Caller& caller) const
+void Directories::Put(const Key& from, const Place& to, const Placing& placing,
+                      const Caller& caller)
+{
+    const std::string subject = folders.Show(from.place);
+    const bool isDirectory = from.kind == NodeKind::Directory;
+    if (isDirectory && IsBelow(to, from.place))
+        Refuse(Status::invalidArgument, subject, "a directory cannot be put into itself");
+    const auto state = folders.GetState(from.kind, from.place);
+    openFiles.RequireClosed(ToIdentity(state), placing.isCopied, subject);
+    openFiles.RequireClosedBelow(from.place, placing.isCopied, subject);
+    const bool replaces = placing.replaces && !isDirectory;
+    const auto parent = folders.OpenDirectoryPath(GetParent(to));
+    const Entry entry{parent, GetName(to.path)};
+    RequireFree(state, entry, to, replaces);
+    if (placing.isCopied)
+        Copy(from, entry, replaces, caller);
+    else
+        Move(from, entry, replaces, caller);
+}
+
+/// Throws for a name that is taken by something that is not replaced.
+void Directories::RequireFree(const struct stat& from, const Entry& entry, const Place& to,
+                              bool replaces)
+{
+    const std::string subject = folders.Show(to);
+    struct stat state
+    {};
+    if (fstatat(entry.directory.Get(), entry.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
+        return;
+    if (!replaces)
+        RefuseWithErrno(subject, EEXIST);
+    if (S_ISDIR(state.st_mode))
+        RefuseWithErrno(subject, EISDIR);
+    // The system would rename nothing, and call that a success.
+    if (ToIdentity(state) == ToIdentity(from))
+        Refuse(Status::invalidArgument, subject, "it is the same file");
+    openFiles.RequireClosed(ToIdentity(state), false, subject);
+}
+
+void Directories::Copy(const Key& from, const Entry& to, bool replaces, const Caller& caller) const
 {
     const std::string subject = folders.Show(from.place);
     const Descriptor source = from.kind == NodeKind::Directory
@@ -173,33 +202,33 @@ void Directories::Copy(const Key& from, const Entry& to, const Caller& caller) c
     const Entry copy{to.directory, MakeTemporaryName()};
     try {
         CopyTree(source, copy, subject, caller);
-        static_cast<void>(Rename(copy, to, subject));
+        static_cast<void>(Rename(copy, to, replaces, subject));
     } catch (...) {
         RemoveTree(copy);
         throw;
     }
 }
 
-void Directories::Move(const Key& from, const Entry& to, const Caller& caller) const
+void Directories::Move(const Key& from, const Entry& to, bool replaces, const Caller& caller) const
 {
     const auto parent = folders.OpenDirectoryPath(GetParent(from.place));
     const Entry entry{parent, GetName(from.place.path)};
     const std::string subject = folders.Show(from.place);
-    if (Rename(entry, to, subject))
+    if (Rename(entry, to, replaces, subject))
         return;
-    Copy(from, to, caller);
+    Copy(from, to, replaces, caller);
     DeleteTree(entry, subject, &caller);
 }
 
-Space Directories::GetSpace(const Key& directory) const
+Space Directories::GetSpace(const Key& node) const
 {
-    if (directory.kind == NodeKind::FileSystem)
+    if (node.kind == NodeKind::FileSystem)
         Refuse(Status::notSupported, "", "ask the directories below: each has a space of its own");
-    const auto path = folders.OpenDirectoryPath(directory.place);
+    const auto path = folders.OpenPath(node.kind, node.place);
     struct statvfs state
     {};
     if (fstatvfs(path.Get(), &state) != 0)
-        RefuseWithErrno(folders.Show(directory.place), errno);
+        RefuseWithErrno(folders.Show(node.place), errno);
     return {state.f_blocks * state.f_frsize, state.f_bavail * state.f_frsize};
 }
 
@@ -235,6 +264,7 @@ Listing Directories::ListFolders() const
         listing.kinds.push_back(Listing::directory);
         listing.sizes.push_back(0);
         listing.times.emplace_back();
+        listing.permissions.push_back(0);
     }
     return listing;
 }
@@ -276,10 +306,6 @@ Key Directories::RequireTarget(const Key& from, const Core::NodeId& target,
     RequireChangeable(*directory);
     const std::string name = newName.empty() ? GetName(from.place.path) : newName;
     RequireName(name);
-    if (from.kind == NodeKind::Directory &&
-        (directory->place == from.place || IsBelow(directory->place, from.place)))
-        Refuse(Status::invalidArgument, folders.Show(from.place),
-               "a directory cannot be put into itself");
     return {from.kind, GetChild(directory->place, name), {}};
 }
 

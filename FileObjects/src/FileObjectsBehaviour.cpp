@@ -20,6 +20,7 @@ FileObjectsBehaviour::FileObjectsBehaviour(Core::INode& node,
     , nodeIds(keys, node.GetNodeId(), namespaceIndex)
     , files(folders, openFiles)
     , directories(folders, nodeIds, openFiles, files)
+    , paths(folders, openFiles, directories)
     , transfers(folders, nodeIds, openFiles, files)
     , properties(folders, *this->mimeTypes, openFiles, transfers.GetTimeout())
 {}

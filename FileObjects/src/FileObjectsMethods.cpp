@@ -1,21 +1,15 @@
 #include "Attributes.h"
 #include "Checksums.h"
 #include "FileObjectsBehaviour.h"
+#include "MethodValues.h"
 #include "Statuses.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <fcntl.h>
 #include <utility>
 
 namespace FileObjects {
 
 namespace {
-
-Core::Value ToUInt64(std::uint64_t number)
-{
-    return static_cast<unsigned long>(number);
-}
 
 /// Returns the bytes of a byte string; none for a null one, which the host gives as an empty value.
 const Core::Value::ByteString& GetBytes(const Core::Value& value)
@@ -24,24 +18,11 @@ const Core::Value::ByteString& GetBytes(const Core::Value& value)
     return value.IsEmpty() ? none : value.GetBytes();
 }
 
-/// Returns a text; an empty one for a null text.
-std::string GetText(const Core::Value& value)
-{
-    return value.IsEmpty() ? std::string() : value.Get<std::string>();
-}
-
 } // namespace
 
-struct FileObjectsBehaviour::Method
+const FileObjectsBehaviour::Methods& FileObjectsBehaviour::GetFileMethods()
 {
-    const char* name;
-    std::size_t inputCount;
-    void (*run)(FileObjectsBehaviour& self, const Call& call);
-};
-
-const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetFileMethods()
-{
-    static const std::vector<Method> methods = {
+    static const Methods methods = {
         {"Open", 1,
          [](auto& self, const Call& call) {
              call.outputs.emplace_back(
@@ -77,21 +58,13 @@ const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetFileMe
          [](auto& self, const Call& call) {
              self.ComputeChecksumOf(call);
          }},
-        {"SetPermissions", 1,
-         [](auto& self, const Call& call) {
-             self.SetPermissionsOf(call);
-         }},
-        {"SetLastModifiedTime", 1,
-         [](auto& self, const Call& call) {
-             self.SetTimeOf(call);
-         }},
     };
     return methods;
 }
 
-const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetDirectoryMethods()
+const FileObjectsBehaviour::Methods& FileObjectsBehaviour::GetDirectoryMethods()
 {
-    static const std::vector<Method> methods = {
+    static const Methods methods = {
         {"CreateDirectory", 1,
          [](auto& self, const Call& call) {
              call.outputs.emplace_back(
@@ -116,7 +89,9 @@ const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetDirect
          }},
         {"List", 2,
          [](auto& self, const Call& call) {
-             self.List(call);
+             auto listing = self.directories.List(call.node, call.inputs[0].Get<unsigned long>(),
+                                                  call.inputs[1].Get<unsigned int>(), call.caller);
+             AddEntries(std::move(listing), call.outputs);
          }},
         {"GetSpace", 0,
          [](auto& self, const Call& call) {
@@ -128,6 +103,14 @@ const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetDirect
          [](auto& self, const Call& call) {
              self.ComputeChecksumOf(call);
          }},
+    };
+    return methods;
+}
+
+/// Those of files and directories.
+const FileObjectsBehaviour::Methods& FileObjectsBehaviour::GetCommonMethods()
+{
+    static const Methods methods = {
         {"SetPermissions", 1,
          [](auto& self, const Call& call) {
              self.SetPermissionsOf(call);
@@ -140,9 +123,9 @@ const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetDirect
     return methods;
 }
 
-const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetTransferMethods()
+const FileObjectsBehaviour::Methods& FileObjectsBehaviour::GetTransferMethods()
 {
-    static const std::vector<Method> methods = {
+    static const Methods methods = {
         {"GenerateFileForRead", 1,
          [](auto& self, const Call& call) {
              const auto file = self.transfers.GenerateForRead(call.inputs[0], call.caller);
@@ -165,6 +148,35 @@ const std::vector<FileObjectsBehaviour::Method>& FileObjectsBehaviour::GetTransf
     return methods;
 }
 
+std::vector<const FileObjectsBehaviour::Methods*> FileObjectsBehaviour::GetMethods(NodeKind kind)
+{
+    switch (kind) {
+    case NodeKind::FileSystem:
+        return {&GetDirectoryMethods(), &GetCommonMethods(), &GetPathMethods()};
+    case NodeKind::Directory:
+        return {&GetDirectoryMethods(), &GetCommonMethods()};
+    case NodeKind::Transfer:
+        return {&GetTransferMethods()};
+    case NodeKind::File:
+    case NodeKind::Temporary:
+        break;
+    }
+    return {&GetFileMethods(), &GetCommonMethods()};
+}
+
+/// Returns null for a method that objects of this kind do not have.
+const FileObjectsBehaviour::Method* FileObjectsBehaviour::FindMethod(NodeKind kind,
+                                                                     const std::string& name)
+{
+    for (const Methods* const methods : GetMethods(kind)) {
+        const auto found = std::ranges::find_if(
+            *methods, [&name](const Method& each) { return name == each.name; });
+        if (found != methods->end())
+            return &*found;
+    }
+    return nullptr;
+}
+
 bool FileObjectsBehaviour::OnExecuteMethod(const std::shared_ptr<Core::INode>& object,
                                            const std::string& methodName, const Values& inputs,
                                            Values& outputs)
@@ -172,14 +184,8 @@ bool FileObjectsBehaviour::OnExecuteMethod(const std::shared_ptr<Core::INode>& o
     const auto called = nodeIds.FromNodeId(object->GetNodeId());
     if (!called || !called->property.empty())
         Refuse(Status::notFound, "", "there is no such object");
-    const bool isDirectory =
-        called->kind == NodeKind::Directory || called->kind == NodeKind::FileSystem;
-    const auto& methods = isDirectory                          ? GetDirectoryMethods()
-                          : called->kind == NodeKind::Transfer ? GetTransferMethods()
-                                                               : GetFileMethods();
-    const auto method = std::ranges::find_if(
-        methods, [&methodName](const Method& each) { return methodName == each.name; });
-    if (method == methods.end())
+    const Method* const method = FindMethod(called->kind, methodName);
+    if (method == nullptr)
         return false;
     if (inputs.size() < method->inputCount)
         Refuse(Status::argumentsMissing, methodName, "arguments are missing");
@@ -192,33 +198,17 @@ bool FileObjectsBehaviour::OnExecuteMethod(const std::shared_ptr<Core::INode>& o
 void FileObjectsBehaviour::ComputeChecksumOf(const Call& call)
 {
     const Place& place = call.node.place;
-    const std::string subject = folders.Show(place);
     if (call.node.kind == NodeKind::Directory) {
-        call.outputs.emplace_back(
-            ComputeTreeChecksum(folders.OpenDirectory(place), subject, call.caller), true);
+        call.outputs.emplace_back(ComputeTreeChecksum(folders, place, call.caller), true);
         return;
     }
     if (call.node.kind != NodeKind::File)
         Refuse(Status::notSupported, "", "this object has no content of its own");
-    const Descriptor file = folders.OpenFile(place, O_RDONLY);
-    openFiles.RequireReadable(ToIdentity(GetState(file, subject)), call.caller.GetSession(),
-                              subject);
-    auto checksum = ComputeChecksum(file, call.inputs[0].Get<unsigned long>(),
-                                    call.inputs[1].Get<unsigned long>(), subject, call.caller);
+    auto checksum =
+        ComputeFileChecksum(folders, place, openFiles, call.inputs[0].Get<unsigned long>(),
+                            call.inputs[1].Get<unsigned long>(), call.caller);
     call.outputs.emplace_back(std::move(checksum.bytes), true);
     call.outputs.push_back(ToUInt64(checksum.length));
-}
-
-void FileObjectsBehaviour::List(const Call& call) const
-{
-    auto listing = directories.List(call.node, call.inputs[0].Get<unsigned long>(),
-                                    call.inputs[1].Get<unsigned int>(), call.caller);
-    const auto size = static_cast<unsigned int>(listing.names.size());
-    call.outputs.push_back(Core::Value::MakeArray(std::move(listing.names), {size}));
-    call.outputs.push_back(Core::Value::MakeArray(std::move(listing.kinds), {size}));
-    call.outputs.push_back(Core::Value::MakeArray(std::move(listing.sizes), {size}));
-    call.outputs.push_back(Core::Value::MakeArray(std::move(listing.times), {size}));
-    call.outputs.push_back(ToUInt64(listing.next));
 }
 
 void FileObjectsBehaviour::SetPermissionsOf(const Call& call) const

@@ -2,11 +2,14 @@
 
 #include "Statuses.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
+#include <filesystem>
 #include <linux/openat2.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <utility>
 
 namespace FileObjects {
@@ -23,6 +26,11 @@ std::vector<std::string> Folders::GetNames() const
     return names;
 }
 
+const std::string& Folders::GetPath(std::size_t folder) const
+{
+    return folders.at(folder).path;
+}
+
 bool Folders::IsReadOnly(std::size_t folder) const
 {
     return folders.at(folder).isReadOnly;
@@ -32,6 +40,35 @@ void Folders::RequireWritable(const Place& place) const
 {
     if (IsReadOnly(place.folder))
         RefuseWithErrno(Show(place), EROFS);
+}
+
+std::optional<Place> Folders::Find(const std::string& path) const
+{
+    const auto split = [&path](std::size_t folder, std::size_t length) {
+        return Place{folder, path.substr(std::min(length + 1, path.size()))};
+    };
+    for (auto end = path.size(); end > 0 && end != std::string::npos;
+         end = path.rfind('/', end - 1))
+        if (const auto folder = FindFolder(path.substr(0, end)))
+            return split(*folder, end);
+    // A folder may have been configured by the name of a link.
+    std::error_code none;
+    for (auto end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        const auto length = std::min(end, path.size());
+        const auto real = std::filesystem::canonical(path.substr(0, length), none);
+        if (const auto folder = FindFolder(real.string()))
+            return split(*folder, length);
+        if (end == std::string::npos)
+            return std::nullopt;
+    }
+}
+
+std::optional<std::size_t> Folders::FindFolder(const std::string& path) const
+{
+    const auto found = std::ranges::find(folders, path, &Core::Folder::path);
+    if (path.empty() || found == folders.end())
+        return std::nullopt;
+    return static_cast<std::size_t>(found - folders.begin());
 }
 
 std::string Folders::Show(const Place& place) const

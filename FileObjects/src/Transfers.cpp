@@ -107,7 +107,6 @@ public:
     /// Replaces the file that has the name. The name and the content are on the disk afterwards.
     void Commit(const Descriptor& file)
     {
-        constexpr mode_t permissionBits = 0777;
         const auto replaced = Look();
         if (replaced && fchmod(file.Get(), replaced->st_mode & permissionBits) != 0)
             RefuseWithErrno(subject, errno);

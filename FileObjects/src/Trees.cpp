@@ -19,8 +19,6 @@ namespace FileObjects {
 
 namespace {
 
-constexpr mode_t permissionBits = 0777;
-
 /// Deletes entries until a whole round finds none: some file systems lose their place in a
 /// directory that changes.
 void DeleteContents(const Descriptor& directory, const std::string& subject, const Caller* caller)
@@ -210,17 +208,17 @@ void CopyTree(const Descriptor& from, const Entry& to, const std::string& subjec
     TreeCopy(caller).Copy(from, to, subject);
 }
 
-bool Rename(const Entry& from, const Entry& to, const std::string& subject)
+bool Rename(const Entry& from, const Entry& to, bool replaces, const std::string& subject)
 {
     const int fromDirectory = from.directory.Get();
     const int toDirectory = to.directory.Get();
-    if (renameat2(fromDirectory, from.name.c_str(), toDirectory, to.name.c_str(),
-                  RENAME_NOREPLACE) == 0)
+    const unsigned int flags = replaces ? 0 : RENAME_NOREPLACE;
+    if (renameat2(fromDirectory, from.name.c_str(), toDirectory, to.name.c_str(), flags) == 0)
         return true;
     if (errno == EXDEV)
         return false;
     // File systems that cannot do it atomically say that an argument is invalid.
-    if (errno != EINVAL)
+    if (replaces || errno != EINVAL)
         RefuseWithErrno(subject, errno);
     if (EntryExists(to))
         RefuseWithErrno(subject, EEXIST);

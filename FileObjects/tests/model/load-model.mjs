@@ -12,7 +12,9 @@ globalThis.crypto ??= webcrypto;
 const require = createRequire(new URL("../../../FileSystem/FileSystem/tests/model/load-model.mjs", import.meta.url));
 
 const uri = "urn:Talvensor:FileObjects";
-const [uint64, uint32, byte, string, byteString, utcTime] = ["i=9", "i=7", "i=3", "i=12", "i=15", "i=294"];
+const [boolean, uint64, uint32, byte, string] = ["i=1", "i=9", "i=7", "i=3", "i=12"];
+const [byteString, utcTime] = ["i=15", "i=294"];
+const results = [["statuses", uint32, 1], ["reasons", string, 1]];
 const permissions = [["permissions", uint32]];
 const time = [["time", utcTime]];
 
@@ -33,7 +35,20 @@ const objectTypes = [
         [1080, "SetLastModifiedTime", time, []],
     ]],
     [3, "FileTransferType", "i=15744", []],
-    [4, "FileSystemType", "own;1", []],
+    [4, "FileSystemType", "own;1", [
+        [1090, "GetStates", [["paths", string, 1]],
+            [["kinds", byte, 1], ["sizes", uint64, 1], ["times", utcTime, 1], ["permissions", uint32, 1],
+                ["access", byte, 1], ...results]],
+        [1100, "ListPath", [["path", string], ["start", uint64], ["maximum", uint32]],
+            [["names", string, 1], ["kinds", byte, 1], ["sizes", uint64, 1], ["times", utcTime, 1],
+                ["permissions", uint32, 1], ["next", uint64]]],
+        [1110, "MovePaths", [["sources", string, 1], ["targets", string, 1], ["replaces", boolean]], results],
+        [1120, "CopyPath", [["source", string], ["target", string], ["replaces", boolean]], []],
+        [1130, "GetPathSpace", [["path", string]], [["total", uint64], ["free", uint64]]],
+        [1140, "GetPathChecksum", [["path", string], ["start", uint64], ["length", uint64]],
+            [["checksum", byteString], ["length", uint64]]],
+        [1150, "SetPathPermissions", [["paths", string, 1], ["permissions", uint32, 1]], results],
+    ]],
 ];
 
 const { AddressSpace } = require("node-opcua-address-space");

@@ -39,6 +39,10 @@ export const programs = {
         join(repository, "FileSystem/FileSystem/model/Talvensor.FileSystem.NodeSet2.xml"),
     exampleModule:
         process.env.TALVENSOR_EXAMPLE_MODULE ?? join(repository, "build/dev/lib/examples/libExample.Greeter.so"),
+    fileObjectsModule:
+        process.env.TALVENSOR_FILE_OBJECTS_MODULE ??
+        join(repository, "build/dev/lib/talvensor/modules/libTalvensor.FileObjects.so"),
+    fileObjectsModel: join(repository, "FileObjects/model/Talvensor.FileObjects.NodeSet2.xml"),
     treeModule: process.env.TALVENSOR_TREE_MODULE ?? join(repository, "build/dev/lib/tests/libTest.Tree.so"),
     failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };

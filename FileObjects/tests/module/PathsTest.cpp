@@ -1,0 +1,332 @@
+#include "FileObjectsFixture.h"
+
+#include <filesystem>
+#include <openssl/sha.h>
+#include <set>
+#include <sys/stat.h>
+#include <tuple>
+#include <utility>
+
+namespace {
+
+using namespace FileObjectsTests;
+using testing::ElementsAre;
+
+using Texts = std::vector<std::string>;
+
+/// The outputs of GetStates.
+struct States
+{
+    Bytes kinds;
+    std::vector<unsigned long> sizes;
+    std::vector<Core::DateTime> times;
+    std::vector<unsigned int> permissions;
+    Bytes access;
+    std::vector<unsigned int> statuses;
+    Texts reasons;
+};
+
+/// The calls by path; the folder "files" is the first one.
+class APath : public AFileTree
+{
+protected:
+    APath()
+    {
+        folder.MakeFile("file", "content");
+        fixed.MakeFile("file", "fixed");
+        std::filesystem::create_directory(folder / "directory");
+    }
+
+    static Core::Value ToArray(const Texts& texts)
+    {
+        return Core::Value::MakeArray(texts, {static_cast<unsigned int>(texts.size())});
+    }
+
+    States GetStates(const Texts& paths)
+    {
+        EXPECT_EQ(client.Call("", "GetStates", {ToArray(paths)}), Code::Good)
+            << client.GetMessage();
+        const auto& outputs = client.GetOutputs();
+        if (outputs.size() != 7)
+            return {};
+        return {outputs[0].Get<Bytes>(),
+                outputs[1].Get<std::vector<unsigned long>>(),
+                outputs[2].Get<std::vector<Core::DateTime>>(),
+                outputs[3].Get<std::vector<unsigned int>>(),
+                outputs[4].Get<Bytes>(),
+                outputs[5].Get<std::vector<unsigned int>>(),
+                outputs[6].Get<Texts>()};
+    }
+
+    /// Returns the status and the reason of a path.
+    std::pair<std::uint32_t, std::string> Look(const std::string& path)
+    {
+        const auto states = GetStates({path});
+        return {states.statuses.at(0), states.reasons.at(0)};
+    }
+
+    std::vector<unsigned int> Move(const Texts& sources, const Texts& targets,
+                                   bool replaces = false)
+    {
+        EXPECT_EQ(client.Call("", "MovePaths", {ToArray(sources), ToArray(targets), replaces}),
+                  Code::Good)
+            << client.GetMessage();
+        reasons = client.GetOutputs().at(1).Get<Texts>();
+        return client.GetOutputs().at(0).Get<std::vector<unsigned int>>();
+    }
+
+    std::uint32_t Copy(const std::string& source, const std::string& target, bool replaces = false)
+    {
+        return client.Call("", "CopyPath", {source, target, replaces});
+    }
+
+    std::uint32_t Chmod(const std::string& path, unsigned int permissions)
+    {
+        EXPECT_EQ(client.Call("", "SetPathPermissions",
+                              {ToArray({path}), Core::Value::MakeArray(
+                                                    std::vector<unsigned int>{permissions}, {1})}),
+                  Code::Good);
+        reasons = client.GetOutputs().at(1).Get<Texts>();
+        return client.GetOutputs().at(0).Get<std::vector<unsigned int>>().at(0);
+    }
+
+    std::uint32_t StatusOf(const std::string& method, const Values& inputs)
+    {
+        return client.Call("", method, inputs);
+    }
+
+    [[nodiscard]] std::string ReadBack(const std::string& name) const
+    {
+        return ReadWholeFile(folder / name);
+    }
+
+    Texts reasons;
+};
+
+TEST_F(APath, TellsKindSizePermissionsAndAccess)
+{
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0666), 0);
+    ASSERT_EQ(chmod((folder / "file").c_str(), 0640), 0);
+    std::filesystem::create_symlink("file", folder / "link");
+    const auto states = GetStates(
+        {folder / "file", "directory", "link", "pipe", "none", fixed / "file", "file/below"});
+    EXPECT_EQ(states.kinds, Bytes({1, 2, 1, 3, 0, 1, 0}));
+    EXPECT_THAT(states.sizes, ElementsAre(7, 0, 7, 0, 0, 5, 0));
+    EXPECT_EQ(states.permissions.at(0), 0640U);
+    EXPECT_EQ(states.permissions.at(2), 0640U);
+    EXPECT_EQ(states.access, Bytes({3, 3, 3, 3, 0, 5, 0}));
+    EXPECT_THAT(states.statuses,
+                ElementsAre(0, 0, 0, 0, Code::Bad_NotFound, 0, Code::Bad_NotFound));
+    EXPECT_THAT(states.reasons,
+                ElementsAre("", "", "", "", "No such file or directory", "", "Not a directory"));
+    for (std::size_t i = 0; i < states.times.size(); ++i)
+        EXPECT_EQ(states.times.at(i).IsEmpty(), states.kinds.at(i) == 0) << i;
+}
+
+TEST_F(APath, IsAbsoluteOrInTheFirstFolder)
+{
+    const std::string absolute = folder.GetPath().string();
+    for (const std::string& path :
+         {std::string("file"), std::string("./file"), std::string(".//file"), absolute + "/file",
+          absolute + "//./file", "/." + absolute + "/file"})
+        EXPECT_EQ(Look(path).first, Code::Good) << path;
+    for (const std::string& path : {std::string("."), absolute, absolute + "/", std::string("./")})
+        EXPECT_EQ(GetStates({path}).kinds, Bytes({2})) << path;
+}
+
+TEST_F(APath, OutsideOfTheFoldersLeadsToNothing)
+{
+    outside.MakeFile("secret", "secret");
+    std::filesystem::create_symlink(outside / "secret", folder / "out");
+    std::filesystem::create_symlink("../" + outside.GetPath().filename().string() + "/secret",
+                                    folder / "relative");
+    const std::string absolute = folder.GetPath().string();
+    for (const std::string& path :
+         {std::string("/"), std::string(), std::string("/etc/passwd"), absolute + "x/file",
+          folder.GetPath().parent_path().string(), outside / "secret", outside / "missing",
+          std::string("out"), std::string("relative")})
+        EXPECT_EQ(Look(path).first, Code::Bad_NotFound) << path;
+    for (const std::string path : {"..", "../file", "directory/../file"})
+        EXPECT_EQ(Look(path).first, Code::Bad_InvalidArgument) << path;
+    EXPECT_EQ(Look(absolute + "/../" + folder.GetPath().filename().string()).first,
+              Code::Bad_InvalidArgument);
+    EXPECT_THAT(Move({"out", "file"}, {"moved", outside / "stolen"}),
+                ElementsAre(Code::Bad_NotFound, Code::Bad_NotFound));
+    EXPECT_EQ(Copy("out", "copy"), Code::Bad_NotFound);
+    EXPECT_EQ(Copy("file", "relative/below"), Code::Bad_NotFound);
+    EXPECT_EQ(Chmod(outside / "secret", 0777), Code::Bad_NotFound);
+    EXPECT_EQ(StatusOf("GetPathChecksum", {"out", 0UL, 0UL}), Code::Bad_NotFound);
+    EXPECT_EQ(StatusOf("ListPath", {"/", 0UL, 0U}), Code::Bad_NotFound);
+    EXPECT_EQ(StatusOf("GetPathSpace", {"/"}), Code::Bad_NotFound);
+}
+
+TEST_F(APath, ListsADirectoryWithPermissions)
+{
+    folder.MakeFile("directory/a", "a");
+    folder.MakeFile("directory/b", "bb");
+    ASSERT_EQ(chmod((folder / "directory/a").c_str(), 0600), 0);
+    ASSERT_EQ(chmod((folder / "directory/b").c_str(), 0444), 0);
+    ASSERT_EQ(StatusOf("ListPath", {"directory", 0UL, 0U}), Code::Good) << client.GetMessage();
+    const auto& outputs = client.GetOutputs();
+    ASSERT_EQ(outputs.size(), 6U);
+    const auto names = outputs[0].Get<Texts>();
+    std::set<std::tuple<std::string, unsigned long, unsigned int>> entries;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        entries.insert({names[i], outputs[2].Get<std::vector<unsigned long>>().at(i),
+                        outputs[4].Get<std::vector<unsigned int>>().at(i)});
+    EXPECT_EQ(entries, (std::set<std::tuple<std::string, unsigned long, unsigned int>>{
+                           {"a", 1, 0600}, {"b", 2, 0444}}));
+    EXPECT_EQ(outputs[5].Get<unsigned long>(), 0U);
+    EXPECT_EQ(StatusOf("ListPath", {folder.GetPath().string(), 0UL, 1U}), Code::Good);
+    EXPECT_NE(client.GetOutputs().at(5).Get<unsigned long>(), 0U);
+    EXPECT_EQ(StatusOf("ListPath", {"file", 0UL, 0U}), Code::Bad_NotFound);
+    EXPECT_EQ(client.GetMessage(), "Not a directory");
+}
+
+TEST_F(APath, IsRenamed)
+{
+    folder.MakeFile("directory/a", "a");
+    EXPECT_THAT(Move({"file", folder / "directory", "none"}, {"directory/file", "renamed", "some"}),
+                ElementsAre(Code::Good, Code::Good, Code::Bad_NotFound));
+    EXPECT_THAT(reasons, ElementsAre("", "", "No such file or directory"));
+    EXPECT_EQ(ReadBack("renamed/file"), "content");
+    EXPECT_EQ(ReadBack("renamed/a"), "a");
+    EXPECT_FALSE(std::filesystem::exists(folder / "file"));
+}
+
+TEST_F(APath, ReplacesAFileOnlyWhenToldTo)
+{
+    folder.MakeFile("old", "old");
+    ASSERT_EQ(chmod((folder / "old").c_str(), 0444), 0);
+    EXPECT_THAT(Move({"file"}, {"old"}), ElementsAre(Code::Bad_BrowseNameDuplicated));
+    EXPECT_THAT(reasons, ElementsAre("old: File exists"));
+    EXPECT_EQ(Copy("file", "old"), Code::Bad_BrowseNameDuplicated);
+    EXPECT_EQ(client.GetMessage(), "old: File exists");
+    EXPECT_EQ(ReadBack("old"), "old");
+    EXPECT_EQ(Copy("file", "old", true), Code::Good) << client.GetMessage();
+    EXPECT_EQ(ReadBack("old"), "content");
+    EXPECT_THAT(Move({"old"}, {"file"}, true), ElementsAre(Code::Good));
+    EXPECT_FALSE(std::filesystem::exists(folder / "old"));
+}
+
+TEST_F(APath, IsNeverReplacedIfItIsADirectoryOrTheFileItself)
+{
+    folder.MakeFile("target");
+    std::filesystem::create_directory(folder / "empty");
+    std::filesystem::create_hard_link(folder / "file", folder / "same");
+    EXPECT_THAT(Move({"file", "directory", "directory", "file", "file"},
+                     {"empty", "empty", "target", "file", "same"}, true),
+                ElementsAre(Code::Bad_BrowseNameDuplicated, Code::Bad_BrowseNameDuplicated,
+                            Code::Bad_BrowseNameDuplicated, Code::Bad_InvalidArgument,
+                            Code::Bad_InvalidArgument));
+    EXPECT_THAT(Move({"directory"}, {"directory/below"}), ElementsAre(Code::Bad_InvalidArgument));
+    EXPECT_EQ(Copy("directory", "directory/below"), Code::Bad_InvalidArgument);
+    EXPECT_EQ(Copy("file", "empty", true), Code::Bad_BrowseNameDuplicated);
+    EXPECT_EQ(Copy("file", "same", true), Code::Bad_InvalidArgument);
+    EXPECT_EQ(ReadBack("file"), "content");
+    EXPECT_EQ(ReadBack("same"), "content");
+}
+
+TEST_F(APath, IsCopiedWithAllBelowIt)
+{
+    folder.MakeFile("directory/a", "a");
+    ASSERT_EQ(chmod((folder / "directory/a").c_str(), 0640), 0);
+    EXPECT_EQ(Copy("directory", "copy"), Code::Good) << client.GetMessage();
+    EXPECT_EQ(ReadBack("copy/a"), "a");
+    EXPECT_EQ(std::filesystem::status(folder / "copy/a").permissions(),
+              std::filesystem::perms(0640));
+    EXPECT_EQ(Copy(fixed / "file", "from fixed"), Code::Good);
+    EXPECT_EQ(ReadBack("from fixed"), "fixed");
+    EXPECT_EQ(Copy("file", "no/such/place"), Code::Bad_NotFound);
+    EXPECT_EQ(List("d/files").size(), 4U) << "and nothing unfinished";
+}
+
+TEST_F(APath, IsNotMovedOrReplacedWhileItIsOpen)
+{
+    folder.MakeFile("other", "other");
+    folder.MakeFile("directory/open", "open");
+    const auto written = other.Open("f/files/file", 2);
+    ASSERT_NE(written, 0U);
+    const auto below = other.Open("f/files/directory/open", 1);
+    ASSERT_NE(below, 0U);
+    EXPECT_THAT(
+        Move({"file", "other", "directory"}, {"moved", "file", "gone"}, true),
+        ElementsAre(Code::Bad_InvalidState, Code::Bad_InvalidState, Code::Bad_InvalidState));
+    EXPECT_THAT(reasons, ElementsAre("the file is open", "file: the file is open",
+                                     "files/directory/open is open"));
+    EXPECT_EQ(Copy("other", "file", true), Code::Bad_InvalidState);
+    EXPECT_EQ(Copy("file", "copy"), Code::Bad_InvalidState);
+    EXPECT_EQ(StatusOf("GetPathChecksum", {"file", 0UL, 0UL}), Code::Bad_NotReadable);
+    other.Close("f/files/file", written);
+    other.Close("f/files/directory/open", below);
+    EXPECT_THAT(Move({"other", "directory"}, {"file", "gone"}, true),
+                ElementsAre(Code::Good, Code::Good));
+}
+
+TEST_F(APath, InAReadOnlyFolderIsNotChanged)
+{
+    EXPECT_THAT(Move({fixed / "file", "file"}, {"moved", fixed / "moved"}),
+                ElementsAre(Code::Bad_NotWritable, Code::Bad_NotWritable));
+    EXPECT_EQ(reasons.at(0), "Read-only file system");
+    EXPECT_EQ(reasons.at(1), fixed / "moved" + ": Read-only file system");
+    EXPECT_EQ(Copy("file", fixed / "copy"), Code::Bad_NotWritable);
+    EXPECT_EQ(Chmod(fixed / "file", 0600), Code::Bad_NotWritable);
+    EXPECT_EQ(ReadWholeFile(fixed / "file"), "fixed");
+}
+
+TEST_F(APath, OfAFolderIsNotMoved)
+{
+    EXPECT_THAT(Move({".", "file"}, {"directory/folder", folder.GetPath()}, true),
+                ElementsAre(Code::Bad_UserAccessDenied, Code::Bad_UserAccessDenied));
+    EXPECT_EQ(Copy("file", ".", true), Code::Bad_UserAccessDenied);
+    EXPECT_TRUE(std::filesystem::exists(folder / "file"));
+}
+
+TEST_F(APath, TellsSpaceAndChecksums)
+{
+    EXPECT_EQ(StatusOf("GetPathSpace", {"file"}), Code::Good);
+    const auto space = std::filesystem::space(folder.GetPath());
+    EXPECT_EQ(client.GetOutputs().at(0).Get<unsigned long>(), space.capacity);
+    EXPECT_GT(client.GetOutputs().at(1).Get<unsigned long>(), 0U);
+    EXPECT_EQ(StatusOf("GetPathSpace", {"none"}), Code::Bad_NotFound);
+
+    Bytes expected(SHA256_DIGEST_LENGTH);
+    SHA256(reinterpret_cast<const unsigned char*>("onte"), 4, expected.data());
+    EXPECT_EQ(StatusOf("GetPathChecksum", {"file", 1UL, 4UL}), Code::Good);
+    EXPECT_EQ(client.GetOutputs().at(0).Get<Bytes>(), expected);
+    EXPECT_EQ(client.GetOutputs().at(1).Get<unsigned long>(), 4U);
+    EXPECT_EQ(StatusOf("GetPathChecksum", {"directory", 0UL, 0UL}), Code::Good);
+    const auto ofDirectory = client.GetOutputs().at(0).Get<Bytes>();
+    EXPECT_EQ(client.Call("d/files/directory", "GetChecksum"), Code::Good);
+    EXPECT_EQ(client.GetOutputs().at(0).Get<Bytes>(), ofDirectory);
+}
+
+TEST_F(APath, GetsPermissions)
+{
+    EXPECT_EQ(Chmod("file", 0604), Code::Good);
+    EXPECT_EQ(ReadProperty<unsigned int>("f.Permissions/files/file"), 0604U);
+    EXPECT_EQ(Chmod(folder / "directory", 0711), Code::Good);
+    EXPECT_EQ(ReadProperty<unsigned int>("d.Permissions/files/directory"), 0711U);
+    EXPECT_EQ(Chmod("file", 04755), Code::Bad_InvalidArgument);
+    EXPECT_EQ(Chmod("none", 0600), Code::Bad_NotFound);
+    EXPECT_EQ(reasons.at(0), "No such file or directory");
+}
+
+TEST_F(APath, IsOneOfAtMostAThousand)
+{
+    EXPECT_EQ(GetStates(Texts(1000, "file")).kinds, Bytes(1000, 1));
+    EXPECT_EQ(StatusOf("GetStates", {ToArray(Texts(1001, "file"))}), Code::Bad_InvalidArgument);
+    EXPECT_EQ(GetStates({}).kinds, Bytes());
+    EXPECT_EQ(StatusOf("GetStates", {Core::Value()}), Code::Good) << "a null array";
+    EXPECT_EQ(StatusOf("MovePaths", {ToArray({"file"}), ToArray({}), false}),
+              Code::Bad_InvalidArgument);
+    EXPECT_EQ(StatusOf("SetPathPermissions",
+                       {ToArray({}), Core::Value::MakeArray(std::vector<unsigned int>{1}, {1})}),
+              Code::Bad_InvalidArgument);
+    EXPECT_EQ(StatusOf("MovePaths", {ToArray(Texts(1001, "a")), ToArray(Texts(1001, "b")), false}),
+              Code::Bad_InvalidArgument);
+    EXPECT_EQ(client.Call("d/files", "GetStates", {ToArray({"file"})}), Code::Refused)
+        << "only the root has these methods";
+}
+
+} // namespace
