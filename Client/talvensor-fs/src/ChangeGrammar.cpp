@@ -43,22 +43,26 @@ void CommandGrammar::AddChanges()
         AddFlag(*remove, "-r,--recursive", "delete directories with their contents");
     auto* const force = AddFlag(*remove, "-f,--force", "do not fail if a path is missing");
     makers[remove] = [=] {
-        return RemoveCommand{.paths = GetPaths(remove, removed),
+        return RemoveCommand{.paths = GetPatterns(remove, removed),
                              .isRecursive = IsSet(recursive),
                              .mayBeMissing = IsSet(force)};
     };
-    AddForPaths<MakeDirectoryCommand>("mkdir", "PATH...",
-                                      "create directories, and those above them");
+    auto* const make = Add("mkdir", "PATH...", "create directories, and those above them");
+    auto* const made = AddPaths(make);
+    AddFlag(*make, "-p,--parents", "for the sake of habit: this is done in any case");
+    makers[make] = [=] {
+        return MakeDirectoryCommand{GetPaths(make, made)};
+    };
     auto* const touch =
         Add("touch", "[-d TIME] PATH...", "set the time of files and directories", touchFooter);
     auto* const touched = AddPaths(touch);
     auto* const time =
         touch->add_option("-d,--date")->description("set this time (now)")->type_name("TIME");
     makers[touch] = [=] {
-        TouchCommand made{.paths = GetPaths(touch, touched), .time = std::nullopt};
+        TouchCommand command{.paths = GetPatterns(touch, touched), .time = std::nullopt};
         if (const auto text = GetText(time))
-            made.time = ParseTime(*text);
-        return made;
+            command.time = ParseTime(*text);
+        return command;
     };
     AddPermissions();
 }
@@ -67,13 +71,13 @@ void CommandGrammar::AddPermissions()
 {
     auto* const command = Add("chmod", "MODE PATH...", "set permissions", chmodFooter);
     auto* const words = AddPaths(command);
-    makers[command] = [words] {
-        auto texts = GetTexts(words);
-        if (texts.size() < 2)
-            throw Client::InvalidArgumentException("chmod needs a mode and paths");
-        const auto permissions = ParsePermissions(texts.front());
-        texts.erase(texts.begin());
-        return PermissionsCommand{.paths = std::move(texts), .permissions = permissions};
+    makers[command] = [=] {
+        if (words->count() < 2)
+            throw Client::InvalidArgumentException("chmod: needs a mode and paths");
+        auto paths = GetPatterns(command, words);
+        paths.erase(paths.begin());
+        return PermissionsCommand{.paths = std::move(paths),
+                                  .permissions = ParsePermissions(GetTexts(words).front())};
     };
 }
 

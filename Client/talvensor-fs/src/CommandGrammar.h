@@ -55,19 +55,12 @@ private:
     void AddShellCommands();
     [[nodiscard]] std::string MakeHelp(const std::optional<std::string>& topic) const;
 
+    void AddHelp();
+    void AddShell();
+    void AddExit();
+
     CLI::App* Add(const std::string& name, const std::string& arguments, const std::string& text,
                   const std::string& end = "");
-
-    /// Adds a command that takes paths and nothing else.
-    template <typename PathsCommand>
-    void AddForPaths(const std::string& name, const std::string& arguments, const std::string& text)
-    {
-        auto* const command = Add(name, arguments, text);
-        auto* const paths = AddPaths(command);
-        makers[command] = [command, paths] {
-            return PathsCommand{GetPaths(command, paths)};
-        };
-    }
 
     template <typename PlainCommand>
     void AddPlain(const std::string& name, const std::string& text)

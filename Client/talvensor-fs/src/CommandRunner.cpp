@@ -1,9 +1,10 @@
 #include "CommandRunner.h"
 
+#include "PathArguments.h"
 #include "ServerCommands.h"
 
+#include <concepts>
 #include <stdexcept>
-#include <type_traits>
 #include <variant>
 
 namespace Cli {
@@ -18,18 +19,78 @@ concept Runnable = requires(const CommandType& command, const Workplace& workpla
         } -> std::same_as<ExitStatus>;
 };
 
+template <typename CommandType>
+concept WithPaths = requires(CommandType command)
+{
+    {
+        command.paths
+        } -> std::same_as<std::vector<std::string>&>;
+};
+
+// Each turns the arguments of a command into paths, and returns what has to be left to run it.
+
+template <WithPaths CommandType>
+bool TakePaths(CommandType& command, PathArguments& arguments)
+{
+    arguments.ExpandRemote(command.paths);
+    return !command.paths.empty();
+}
+
+bool TakePaths(RemoveCommand& command, PathArguments& arguments)
+{
+    arguments.ExpandRemote(command.paths, command.mayBeMissing);
+    return !command.paths.empty();
+}
+
+bool TakePaths(MakeDirectoryCommand& command, PathArguments&)
+{
+    PathArguments::TakeRemote(command.paths);
+    return true;
+}
+
+bool TakePaths(ExistsCommand& command, PathArguments&)
+{
+    PathArguments::TakeRemote(command.paths);
+    return true;
+}
+
+bool TakePaths(PutCommand& command, PathArguments& arguments)
+{
+    PathArguments::TakeRemote(command.target);
+    arguments.ExpandLocal(command.sources);
+    return !command.sources.empty();
+}
+
+bool TakePaths(GetCommand& command, PathArguments& arguments)
+{
+    PathArguments::CheckLocal(command.target);
+    arguments.ExpandRemote(command.sources);
+    return !command.sources.empty();
+}
+
+template <typename CommandType>
+bool TakePaths(CommandType&, PathArguments&)
+{
+    return true;
+}
+
 } // namespace
 
-ExitStatus RunCommand(const Command& command, const Workplace& workplace)
+ExitStatus RunCommand(const Command& given, const Workplace& workplace)
 {
+    PathArguments arguments(workplace);
     return std::visit(
-        [&workplace]<typename CommandType>(const CommandType& one) -> ExitStatus {
-            if constexpr (Runnable<CommandType>)
-                return Run(one, workplace);
-            else
+        [&]<typename CommandType>(CommandType command) -> ExitStatus {
+            if constexpr (Runnable<CommandType>) {
+                const bool isRunning = TakePaths(command, arguments);
+                const auto status = isRunning ? Run(command, workplace) : ExitStatus::Done;
+                return arguments.HasFailed() && status == ExitStatus::Done ? ExitStatus::Failed
+                                                                           : status;
+            } else {
                 throw std::logic_error("A command of the shell was run outside it");
+            }
         },
-        command);
+        given);
 }
 
 } // namespace Cli

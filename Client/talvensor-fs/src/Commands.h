@@ -13,9 +13,18 @@ namespace Cli {
 /// A path that stands for standard input or output where a command says so.
 constexpr const char* standardStream = "-";
 
+/// The place in which the commands are typed.
+enum class Place
+{
+    CommandLine,
+    Shell,
+};
+
+// Paths are patterns where it says so, see Patterns.h. RunCommand expands them.
+
 struct ListCommand
 {
-    std::string path;
+    std::vector<std::string> paths; ///< patterns
     bool isRecursive = false;
     bool isLong = false;
     bool hasSizes = false;
@@ -25,7 +34,7 @@ struct ListCommand
 /// The common part of `put` and `get`: sources, and their target.
 struct TransferCommand
 {
-    std::vector<std::string> sources;
+    std::vector<std::string> sources; ///< patterns; those of PutCommand in the shell alone
     std::string target;
     bool isRecursive = false;
     bool resumes = false;
@@ -41,12 +50,12 @@ struct GetCommand : TransferCommand
 
 struct CatCommand
 {
-    std::vector<std::string> paths;
+    std::vector<std::string> paths; ///< patterns
 };
 
 struct RemoveCommand
 {
-    std::vector<std::string> paths;
+    std::vector<std::string> paths; ///< patterns
     bool isRecursive = false;
     bool mayBeMissing = false;
 };
@@ -63,13 +72,13 @@ struct ExistsCommand
 
 struct TouchCommand
 {
-    std::vector<std::string> paths;
+    std::vector<std::string> paths;       ///< patterns
     std::optional<Client::FileTime> time; ///< none: now
 };
 
 struct PermissionsCommand
 {
-    std::vector<std::string> paths;
+    std::vector<std::string> paths; ///< patterns
     Client::Permissions permissions;
 };
 
@@ -83,7 +92,10 @@ struct InfoCommand
 {};
 
 struct ShellCommand
-{};
+{
+    std::optional<std::string> file; ///< takes the lines from here; "-": standard input
+    std::vector<std::string> lines;  ///< or these
+};
 
 // Of the shell alone.
 
@@ -107,12 +119,21 @@ struct HelpCommand
     std::string text;
 };
 
+/// Runs a program of this machine.
+struct LocalProgramCommand
+{
+    std::vector<std::string> arguments; ///< patterns but for the first, which is its name
+};
+
 struct ExitCommand
-{};
+{
+    int status = 0;
+};
 
 using Command = std::variant<ListCommand, PutCommand, GetCommand, CatCommand, RemoveCommand,
                              MakeDirectoryCommand, ExistsCommand, TouchCommand, PermissionsCommand,
                              WatchCommand, InfoCommand, ShellCommand, ChangeFolderCommand,
-                             ChangeLocalFolderCommand, ShowFolderCommand, HelpCommand, ExitCommand>;
+                             ChangeLocalFolderCommand, ShowFolderCommand, HelpCommand,
+                             LocalProgramCommand, ExitCommand>;
 
 } // namespace Cli

@@ -172,7 +172,7 @@ Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settin
         throw Client::InvalidArgumentException(
             "no server given: use -e, a profile or $TALVENSOR_ENDPOINT");
     Client::ConnectionOptions options;
-    options.url = *settings.endpoint;
+    options.url = CompleteUrl(*settings.endpoint);
     // A password is not to be sent in the open because somebody took the encryption away.
     options.security = settings.security.value_or(settings.user ? Client::Security::Encrypted
                                                                 : Client::Security::Automatic);
@@ -180,6 +180,16 @@ Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settin
         options.answerTime = *settings.timeout;
     options.stateFolder = GetStateFolder();
     return options;
+}
+
+std::string CompleteUrl(const std::string& endpoint)
+{
+    if (endpoint.find("://") != std::string::npos)
+        return endpoint;
+    // Of the forms without brackets, an address of IPv6 alone has several colons.
+    const bool isBareAddress =
+        !endpoint.starts_with('[') && std::count(endpoint.begin(), endpoint.end(), ':') > 1;
+    return "opc.tcp://" + (isBareAddress ? "[" + endpoint + "]" : endpoint);
 }
 
 ConnectionSettings ReadEnvironment()

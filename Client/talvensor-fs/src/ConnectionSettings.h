@@ -30,6 +30,9 @@ struct ConnectionSettings
 /// InvalidArgumentException when they name no server.
 [[nodiscard]] Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settings);
 
+/// Returns the URL of a server that is named without a scheme, too: "plant1", "plant1:4841".
+[[nodiscard]] std::string CompleteUrl(const std::string& endpoint);
+
 /// $TALVENSOR_ENDPOINT and $TALVENSOR_USER.
 [[nodiscard]] ConnectionSettings ReadEnvironment();
 

@@ -3,10 +3,13 @@
 #include "CommandGrammar.h"
 #include "ConnectionGrammar.h"
 #include "Manual.h"
+#include "Suggestion.h"
 #include "Text.h"
 #include "Version.h"
+#include "Words.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace Cli {
@@ -22,7 +25,55 @@ void RefuseNul(const std::vector<std::string>& words)
                                                    "' holds a NUL, which no name can have");
 }
 
-/// Returns the help or the version when that was asked for.
+std::vector<std::string> GetCommandNames(const CLI::App& app)
+{
+    std::vector<std::string> names;
+    for (const auto* const command : app.get_subcommands(nullptr))
+        names.push_back(command->get_name());
+    return names;
+}
+
+/// Returns the options that a command takes, with their dashes.
+std::vector<std::string> GetOptionNames(const CLI::App& app, const CLI::App& command)
+{
+    std::vector<std::string> names;
+    for (const auto* const one : {&app, &command})
+        for (const auto* const option : one->get_options()) {
+            for (const auto& name : option->get_lnames())
+                names.push_back("--" + name);
+            for (const auto& name : option->get_snames())
+                names.push_back("-" + name);
+        }
+    return names;
+}
+
+/// Returns what is wrong with an argument that nothing takes.
+std::string DescribeExtra(const CLI::App& app, const CLI::App* command, const std::string& extra)
+{
+    const auto shown = "'" + EscapeName(extra) + "'";
+    const auto prefix = command == nullptr ? std::string() : command->get_name() + ": ";
+    if (extra.size() > 1 && extra.starts_with('-'))
+        return prefix + "unknown option " + shown +
+               Suggest(extra.substr(0, extra.find('=')),
+                       GetOptionNames(app, command == nullptr ? app : *command));
+    if (command == nullptr)
+        return "unknown command " + shown + Suggest(extra, GetCommandNames(app));
+    return prefix + "unexpected argument " + shown;
+}
+
+/// Returns what is wrong with arguments that could not be parsed.
+std::string Describe(const CLI::App& app, const CLI::ParseError& error)
+{
+    const auto given = app.get_subcommands();
+    const auto* const command = given.empty() ? nullptr : given.front();
+    const auto extras = app.remaining(true);
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extras.empty())
+        return DescribeExtra(app, command, Unmask(extras.front()));
+    return (command == nullptr ? std::string() : command->get_name() + ": ") + Unmask(error.what());
+}
+
+/// Parses words that have the marks of what was quoted. Returns the help or the version when that
+/// was asked for. Throws InvalidArgumentException.
 std::optional<std::string> Parse(CLI::App& app, const std::vector<std::string>& words)
 {
     RefuseNul(words);
@@ -36,7 +87,7 @@ std::optional<std::string> Parse(CLI::App& app, const std::vector<std::string>& 
     } catch (const CLI::CallForHelp&) {
         return app.help();
     } catch (const CLI::ParseError& error) {
-        throw Client::InvalidArgumentException(error.what());
+        throw Client::InvalidArgumentException(Describe(app, error));
     }
 }
 
@@ -50,14 +101,19 @@ std::variant<ShowText, Invocation> ParseArguments(const std::vector<std::string>
                          "print the version");
     const CommandGrammar commands(app, Place::CommandLine);
     const ConnectionGrammar connection(app);
-    if (auto text = Parse(app, arguments))
+    std::vector<std::string> words;
+    std::transform(arguments.begin(), arguments.end(), std::back_inserter(words), MarkUnquoted);
+    if (auto text = Parse(app, words))
         return ShowText{std::move(*text)};
+    auto command = commands.MakeCommand();
+    if (const auto* const help = std::get_if<HelpCommand>(&command))
+        return ShowText{help->text};
     return Invocation{.connection = connection.GetSettings(),
                       .profile = connection.GetProfile(),
                       .hosts = connection.GetHosts(),
                       .trust = connection.GetTrust(),
                       .choice = commands.GetChoice(),
-                      .command = commands.MakeCommand()};
+                      .command = std::move(command)};
 }
 
 ShellLine ParseShellLine(const std::vector<std::string>& words)
@@ -84,9 +140,7 @@ const std::vector<std::string>& GetShellCommands()
     static const auto names = [] {
         CLI::App app;
         const CommandGrammar commands(app, Place::Shell);
-        std::vector<std::string> all;
-        for (const auto* const command : app.get_subcommands(nullptr))
-            all.push_back(command->get_name());
+        auto all = GetCommandNames(app);
         std::sort(all.begin(), all.end());
         return all;
     }();

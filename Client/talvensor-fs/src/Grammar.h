@@ -49,7 +49,8 @@ struct ShellLine
     Command command;
 };
 
-/// The same for a line of the shell, where help is a command.
+/// The same for the words of a line of the shell, with the marks of what was quoted, see
+/// SplitMarkedWords.
 [[nodiscard]] ShellLine ParseShellLine(const std::vector<std::string>& words);
 
 /// Describes all options and commands of the command line.

@@ -1,17 +1,25 @@
 #include "GrammarParts.h"
 
 #include "Client/Exceptions.h"
+#include "Words.h"
 
 namespace Cli {
 
 namespace {
 
 /// Stands before what the parser would mistake.
-constexpr char mark = '\x01';
+constexpr char guard = '\x01';
 
-std::string Unmask(const std::string& argument)
+std::string RemoveGuard(const std::string& argument)
 {
-    return argument.starts_with(mark) ? argument.substr(1) : argument;
+    return argument.starts_with(guard) ? argument.substr(1) : argument;
+}
+
+/// Throws InvalidArgumentException when there is none.
+void RequirePath(const CLI::App* command, const CLI::Option* option)
+{
+    if (option->count() == 0)
+        throw Client::InvalidArgumentException(command->get_name() + ": needs a path");
 }
 
 } // namespace
@@ -23,12 +31,22 @@ std::vector<std::string> Mask(const std::vector<std::string>& arguments)
     for (const auto& argument : arguments) {
         if (argument == "--" && !isBehindOptions)
             isBehindOptions = true;
-        else if (isBehindOptions || argument.starts_with('[') || argument.starts_with(mark))
-            masked.push_back(mark + argument);
+        else if (isBehindOptions || argument.starts_with('[') || argument.starts_with(guard))
+            masked.push_back(guard + argument);
         else
             masked.push_back(argument);
     }
     return masked;
+}
+
+std::string Unmask(const std::string& argument)
+{
+    return RemoveMarks(RemoveGuard(argument));
+}
+
+std::string UnmaskPattern(const std::string& argument)
+{
+    return ToPattern(RemoveGuard(argument));
 }
 
 std::vector<std::string> GetTexts(const CLI::Option* option)
@@ -40,13 +58,19 @@ std::vector<std::string> GetTexts(const CLI::Option* option)
     return texts;
 }
 
-/// Throws InvalidArgumentException when there are none.
 std::vector<std::string> GetPaths(const CLI::App* command, const CLI::Option* option)
 {
-    auto paths = GetTexts(option);
-    if (paths.empty())
-        throw Client::InvalidArgumentException(command->get_name() + " needs a path");
-    return paths;
+    RequirePath(command, option);
+    return GetTexts(option);
+}
+
+std::vector<std::string> GetPatterns(const CLI::App* command, const CLI::Option* option)
+{
+    RequirePath(command, option);
+    std::vector<std::string> patterns;
+    for (const auto& text : option->results())
+        patterns.push_back(UnmaskPattern(text));
+    return patterns;
 }
 
 std::optional<std::string> GetText(const CLI::Option* option)

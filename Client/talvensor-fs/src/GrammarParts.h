@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Commands.h"
+
 #include <CLI/CLI.hpp>
 
 #include <optional>
@@ -8,19 +10,23 @@
 
 namespace Cli {
 
-/// The place in which the commands are typed.
-enum class Place
-{
-    CommandLine,
-    Shell,
-};
-
-/// Returns the arguments as the parser takes them for what they are: it would take "[a,b]" for a
-/// list, and does not heed "--" behind paths.
+/// Returns arguments, which have the marks of what was quoted, as the parser takes them for what
+/// they are: it would take "[a,b]" for a list, and does not heed "--" behind paths.
 [[nodiscard]] std::vector<std::string> Mask(const std::vector<std::string>& arguments);
+
+/// Returns a masked argument as it was given.
+[[nodiscard]] std::string Unmask(const std::string& argument);
+
+/// Returns a masked argument as a pattern, see Patterns.h.
+[[nodiscard]] std::string UnmaskPattern(const std::string& argument);
 
 /// Returns the values of an option as they were given.
 [[nodiscard]] std::vector<std::string> GetTexts(const CLI::Option* option);
+
+/// Returns paths that may be patterns, see Patterns.h. Throws InvalidArgumentException when there
+/// are none.
+[[nodiscard]] std::vector<std::string> GetPatterns(const CLI::App* command,
+                                                   const CLI::Option* option);
 
 /// Throws InvalidArgumentException when there are none.
 [[nodiscard]] std::vector<std::string> GetPaths(const CLI::App* command, const CLI::Option* option);

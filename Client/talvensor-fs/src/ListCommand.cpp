@@ -31,37 +31,47 @@ bool IsBefore(const Row& left, const Row& right)
         right.entry.path.end(), [rank](char one, char other) { return rank(one) < rank(other); });
 }
 
-/// One run of `ls`.
+/// Prints one path of `ls`.
 class ListingPrinter
 {
 public:
-    ListingPrinter(const ListCommand& command, const Workplace& workplace)
+    ListingPrinter(const ListCommand& command, std::string shownPath, const Workplace& workplace,
+                   Output& output)
         : command(command)
+        , shownPath(std::move(shownPath))
         , workplace(workplace)
         , files(workplace.remote.GetFiles())
-        , path(workplace.remote.Resolve(command.path))
-        , output(workplace)
+        , path(workplace.remote.Resolve(this->shownPath))
+        , output(output)
     {}
 
-    ExitStatus Run()
+    /// Lists the path. A file is listed as itself. Throws OperationFailedException.
+    void List()
     {
-        auto listing = List();
+        auto listing = TryList();
         for (auto& entry : listing.entries)
             rows.push_back({.entry = std::move(entry), .size = std::nullopt});
+        failures = std::move(listing.failures);
         std::sort(rows.begin(), rows.end(), IsBefore);
         if (command.hasSizes)
             FindSizes();
+    }
+
+    [[nodiscard]] bool IsFile() const noexcept { return isFile; }
+    [[nodiscard]] const std::string& GetPath() const noexcept { return shownPath; }
+
+    ExitStatus Print()
+    {
         for (const auto& row : rows)
             Print(row);
         output.Flush();
-        for (const auto& failure : listing.failures)
+        for (const auto& failure : failures)
             Report(workplace.console, failure);
-        return listing.failures.empty() && !hasUnknownSizes ? ExitStatus::Done : ExitStatus::Failed;
+        return failures.empty() && !hasUnknownSizes ? ExitStatus::Done : ExitStatus::Failed;
     }
 
 private:
-    /// A file is listed as itself.
-    Client::Listing List()
+    Client::Listing TryList()
     {
         try {
             return files.List(path, command.isRecursive, &workplace.cancellation);
@@ -70,7 +80,7 @@ private:
                 throw;
         }
         isFile = true;
-        return {.entries = {{.path = command.path,
+        return {.entries = {{.path = shownPath,
                              .time = files.GetTime(path, &workplace.cancellation),
                              .isDirectory = false}},
                 .failures = {}};
@@ -135,21 +145,89 @@ private:
     }
 
     const ListCommand& command;
+    const std::string shownPath;
     const Workplace& workplace;
     Client::FileSystem& files;
     const std::string path;
-    Output output;
+    Output& output;
     std::vector<Row> rows;
+    std::vector<Client::Failure> failures;
     std::size_t widestSize = 1;
     bool isFile = false;
     bool hasUnknownSizes = false;
+};
+
+/// One run of `ls`.
+class ListRun
+{
+public:
+    ListRun(const ListCommand& command, const Workplace& workplace)
+        : command(command)
+        , workplace(workplace)
+        , output(workplace)
+    {}
+
+    /// Files come before directories, which have a title where there are several paths.
+    ExitStatus Do()
+    {
+        std::vector<ListingPrinter> directories;
+        for (const auto& path : command.paths) {
+            ListingPrinter printer(command, path, workplace, output);
+            if (!List(printer))
+                continue;
+            if (printer.IsFile())
+                Print(printer);
+            else
+                directories.push_back(std::move(printer));
+        }
+        for (auto& directory : directories) {
+            PrintTitle(directory.GetPath());
+            Print(directory);
+        }
+        output.Flush();
+        return status;
+    }
+
+private:
+    bool List(ListingPrinter& printer)
+    {
+        try {
+            printer.List();
+            return true;
+        } catch (const Client::OperationFailedException& error) {
+            workplace.console.Report(error.what());
+            status = ExitStatus::Failed;
+            return false;
+        }
+    }
+
+    void Print(ListingPrinter& printer)
+    {
+        if (printer.Print() != ExitStatus::Done)
+            status = ExitStatus::Failed;
+        isFirst = false;
+    }
+
+    void PrintTitle(const std::string& path)
+    {
+        if (command.paths.size() == 1 || workplace.choice.isJson || command.endsWithZero)
+            return;
+        output.Write((isFirst ? "" : "\n") + (output.IsTerminal() ? EscapeName(path) : path) +
+                     ":\n");
+    }
+
+    const ListCommand& command;
+    const Workplace& workplace;
+    Output output;
+    ExitStatus status = ExitStatus::Done;
+    bool isFirst = true;
 };
 
 } // namespace
 
 ExitStatus Run(const ListCommand& command, const Workplace& workplace)
 {
-    return ListingPrinter(command, workplace).Run();
+    return ListRun(command, workplace).Do();
 }
 
 } // namespace Cli

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <system_error>
@@ -18,6 +19,8 @@ namespace {
 
 constexpr std::size_t gatheredAtMost = 65'536;
 constexpr std::size_t keptAtMost = std::size_t{64} << 20U;
+
+std::atomic<bool> isInsideLine{false};
 
 bool IsRegularFile(int descriptor)
 {
@@ -56,6 +59,11 @@ Output::Output(const Client::Cancellation& cancellation, KeptOutput* kept)
     , isFile(IsRegularFile(STDOUT_FILENO))
 {}
 
+bool Output::IsInsideLine() noexcept
+{
+    return isInsideLine;
+}
+
 void Output::Write(std::string_view text)
 {
     gathered += text;
@@ -80,6 +88,8 @@ void Output::WriteNow(std::string_view text) const
         Keep(text);
         return;
     }
+    if (!text.empty())
+        isInsideLine = !text.ends_with('\n');
     while (!text.empty()) {
         WaitUntilWritable();
         // So much a pipe takes at once when it takes anything: a reader that stops does not hold

@@ -40,6 +40,9 @@ public:
 
     [[nodiscard]] bool IsTerminal() const noexcept { return isTerminal; }
 
+    /// Returns true when what this process wrote last does not end a line.
+    [[nodiscard]] static bool IsInsideLine() noexcept;
+
     void Write(std::string_view text);
     void Write(std::span<const unsigned char> bytes);
 

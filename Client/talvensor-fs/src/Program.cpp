@@ -63,10 +63,10 @@ private:
     {
         const auto& cancellation = interruption.GetCancellation();
         const auto options = MakeOptions();
-        if (std::holds_alternative<ShellCommand>(invocation.command)) {
+        if (const auto* const shell = std::get_if<ShellCommand>(&invocation.command)) {
             Client::Connection connection(options, &cancellation);
             Remote remote(connection);
-            return Shell(remote, console, invocation.choice, interruption).Run();
+            return Shell(remote, console, invocation.choice, interruption, options.url).Run(*shell);
         }
         Client::Connection connection(options, &cancellation);
         const TidyEnd tidyEnd(cancellation, console,

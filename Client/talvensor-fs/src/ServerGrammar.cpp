@@ -10,6 +10,11 @@ constexpr const char* watchFooter =
     "All clients hear a shared node: its events are the results of all their calls. Without NODE, "
     "the first shared node of the server is watched; info names them.";
 
+constexpr const char* shellFooter =
+    "With a terminal it asks for commands, and help lists them. With -b, -c or another standard "
+    "input it ends at the first command that fails, with its status; one with a dash before it "
+    "(-rm old) may fail. Text in quotes, and a character behind a backslash, is no pattern.";
+
 } // namespace
 
 void CommandGrammar::AddServer()
@@ -25,8 +30,36 @@ void CommandGrammar::AddServer()
         return WatchCommand{.node = GetText(node).value_or(""), .count = *count};
     };
     AddPlain<InfoCommand>("info", "show endpoint, limits, session and modules");
+    AddHelp();
     if (place == Place::CommandLine)
-        AddPlain<ShellCommand>("shell", "read commands from the terminal or standard input");
+        AddShell();
+}
+
+void CommandGrammar::AddHelp()
+{
+    auto* const help = Add("help", "[COMMAND]", "list the commands, or describe one");
+    auto* const topic = AddPositional(help);
+    makers[help] = [this, topic] {
+        return HelpCommand{MakeHelp(GetText(topic))};
+    };
+}
+
+void CommandGrammar::AddShell()
+{
+    auto* const shell =
+        Add("shell", "[-b FILE | -c COMMAND]...",
+            "read commands from the terminal, a file or standard input", shellFooter);
+    auto* const file = shell->add_option("-b,--batch")
+                           ->description("read the commands from FILE; -: standard input")
+                           ->type_name("FILE");
+    auto* const lines = shell->add_option("-c,--command")
+                            ->description("run COMMAND, and end; may be given several times")
+                            ->type_name("COMMAND")
+                            ->take_all()
+                            ->excludes(file);
+    makers[shell] = [=] {
+        return ShellCommand{.file = GetText(file), .lines = GetTexts(lines)};
+    };
 }
 
 void CommandGrammar::AddShellCommands()
@@ -39,12 +72,27 @@ void CommandGrammar::AddShellCommands()
     makers[Add("lpwd", "", "print the current local directory")] = [] {
         return ShowFolderCommand{.isLocal = true};
     };
-    auto* const help = Add("help", "[COMMAND]", "list the commands, or describe one");
-    auto* const topic = AddPositional(help);
-    makers[help] = [this, topic] {
-        return HelpCommand{MakeHelp(GetText(topic))};
+    auto* const list = Add("lls", "[ARGUMENT]...", "run ls on this machine");
+    list->fallthrough(false)->prefix_command();
+    makers[list] = [list] {
+        LocalProgramCommand made{.arguments = {"ls"}};
+        for (const auto& argument : list->remaining())
+            made.arguments.push_back(UnmaskPattern(argument));
+        return made;
     };
-    AddPlain<ExitCommand>("exit", "end the shell, as Ctrl-D does");
+    app.footer("!COMMAND runs a command line on this machine; ! alone runs a shell there.");
+    AddExit();
+}
+
+void CommandGrammar::AddExit()
+{
+    auto* const exit = Add("exit", "[STATUS]", "end the shell, as quit, bye and Ctrl-D do");
+    exit->alias("quit")->alias("bye");
+    auto status = std::make_shared<int>(0);
+    exit->add_option("STATUS", *status)->check(CLI::Range(0, 255).description(""))->group("");
+    makers[exit] = [status] {
+        return ExitCommand{*status};
+    };
 }
 
 std::string CommandGrammar::MakeHelp(const std::optional<std::string>& topic) const

@@ -4,16 +4,22 @@
 #include "ConnectionSettings.h"
 #include "Grammar.h"
 #include "LineEditor.h"
+#include "LocalProgram.h"
+#include "PathArguments.h"
 #include "Text.h"
 #include "TidyEnd.h"
 #include "Words.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -33,19 +39,6 @@ std::vector<Candidate> ListRemote(Remote& remote, const std::string& directory,
     return candidates;
 }
 
-std::vector<Candidate> ListLocal(const std::string& directory)
-{
-    std::vector<Candidate> candidates;
-    std::error_code error;
-    for (fs::directory_iterator entry(directory.empty() ? "." : directory, error);
-         !error && entry != fs::directory_iterator(); entry.increment(error)) {
-        std::error_code unknown;
-        candidates.push_back({.name = entry->path().filename().string(),
-                              .isDirectory = entry->is_directory(unknown)});
-    }
-    return candidates;
-}
-
 void ChangeLocalFolder(const std::string& path)
 {
     const char* const home = std::getenv("HOME"); // NOLINT(concurrency-mt-unsafe)
@@ -54,6 +47,12 @@ void ChangeLocalFolder(const std::string& path)
     fs::current_path(folder, error);
     if (error)
         throw Client::OperationFailedException(folder.string() + ": " + error.message());
+}
+
+/// Of a program of this machine.
+ExitStatus ToExitStatus(int status)
+{
+    return status == 0 ? ExitStatus::Done : ExitStatus::Failed;
 }
 
 /// In the folder for this program's state, made where it is missing. Empty when there is none.
@@ -71,7 +70,7 @@ fs::path FindHistoryFile()
 }
 
 /// Lines of standard input.
-class LineSource
+class InputLines
 {
 public:
     /// Nothing at the end. Throws CancelledException, ClientException.
@@ -98,33 +97,84 @@ private:
     std::string gathered;
 };
 
+/// Throws InvalidArgumentException.
+std::vector<std::string> ReadLines(const std::string& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::vector<std::string> lines;
+    if (stream)
+        for (std::string line; std::getline(stream, line);)
+            lines.push_back(line);
+    if (stream.bad() || !stream.eof())
+        throw Client::InvalidArgumentException(file + ": " +
+                                               std::generic_category().message(errno));
+    return lines;
+}
+
+/// Returns the server as the prompt shows it: without the scheme and the usual port.
+std::string ShortenUrl(std::string url)
+{
+    if (const auto scheme = url.find("://"); scheme != std::string::npos)
+        url.erase(0, scheme + 3);
+    url.erase(std::min(url.find('/'), url.size()));
+    constexpr std::string_view usualPort = ":4840";
+    if (url.ends_with(usualPort))
+        url.erase(url.size() - usualPort.size());
+    return url;
+}
+
+std::string_view RemoveBlanks(std::string_view line)
+{
+    constexpr auto* blanks = " \t\r\n";
+    const auto begin = std::min(line.find_first_not_of(blanks), line.size());
+    line.remove_prefix(begin);
+    return line.substr(0, line.find_last_not_of(blanks) + 1);
+}
+
 } // namespace
 
-Shell::Shell(Remote& remote, Console& console, OutputChoice choice, Interruption& interruption)
+Shell::Shell(Remote& remote, Console& console, OutputChoice choice, Interruption& interruption,
+             const std::string& url)
     : remote(remote)
     , console(console)
     , choice(choice)
     , interruption(interruption)
+    , server(ShortenUrl(url))
 {}
 
-ExitStatus Shell::Run()
+ExitStatus Shell::Run(const ShellCommand& command)
 {
-    const bool isOnTerminal = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
-    return isOnTerminal ? RunOnTerminal() : RunLines();
+    auto status = ExitStatus::Done;
+    if (!command.lines.empty() || (command.file && command.file != standardStream)) {
+        const auto lines = command.file ? ReadLines(*command.file) : command.lines;
+        auto next = lines.begin();
+        status = RunLines(command.file.value_or("-c"), [&]() -> std::optional<std::string> {
+            return next == lines.end() ? std::nullopt : std::optional(*next++);
+        });
+    } else if (command.file || isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
+        InputLines input;
+        status =
+            RunLines("standard input", [&] { return input.Read(interruption.GetCancellation()); });
+    } else {
+        RunOnTerminal();
+    }
+    return end.value_or(status);
 }
 
-ExitStatus Shell::RunOnTerminal()
+void Shell::RunOnTerminal()
 {
     const Completer completer(
         GetShellCommands(),
         [this](const std::string& directory) {
             return ListRemote(remote, directory, interruption.GetCancellation());
         },
-        ListLocal);
+        MakeLocalTree().list);
     LineEditor editor(FindHistoryFile(),
                       [&completer](std::string_view line) { return completer.Complete(line); });
-    while (!isEnding) {
+    while (!end) {
         try {
+            if (Output::IsInsideLine())
+                Print("\n");
             const auto line = editor.Read(MakePrompt(), interruption.GetCancellation());
             if (!line) {
                 Print("\n");
@@ -137,27 +187,35 @@ ExitStatus Shell::RunOnTerminal()
             interruption.Renew();
         }
     }
-    return ExitStatus::Done;
 }
 
-ExitStatus Shell::RunLines()
+ExitStatus Shell::RunLines(const std::string& name, const LineSource& source)
 {
-    auto status = ExitStatus::Done;
-    LineSource source;
-    while (!isEnding) {
-        const auto line = source.Read(interruption.GetCancellation());
+    for (std::size_t number = 1; !end; ++number) {
+        const auto line = source();
         if (!line)
             break;
-        const auto one = RunLine(*line);
-        status = status == ExitStatus::Done ? one : status;
+        auto text = RemoveBlanks(*line);
+        const bool mayFail = text.starts_with('-');
+        if (mayFail)
+            text.remove_prefix(1);
+        const auto status = RunLine(std::string(text));
+        if (status == ExitStatus::Done || mayFail)
+            continue;
+        console.Report(name + ":" + std::to_string(number) + ": stopped at '" + std::string(text) +
+                       "'");
+        return status;
     }
-    return status;
+    return ExitStatus::Done;
 }
 
 ExitStatus Shell::RunLine(const std::string& line)
 {
     try {
-        const auto words = SplitWords(line);
+        const auto text = RemoveBlanks(line);
+        if (text.starts_with('!'))
+            return ToExitStatus(RunLocalLine(std::string(text.substr(1))));
+        const auto words = SplitMarkedWords(text);
         if (words.empty() || words.front().starts_with('#'))
             return ExitStatus::Done;
         const auto parsed = ParseShellLine(words);
@@ -183,26 +241,48 @@ ExitStatus Shell::Execute(const Command& command, OutputChoice lineChoice)
 {
     if (const auto* const folder = std::get_if<ChangeFolderCommand>(&command))
         ChangeFolder(*folder);
-    else if (const auto* const local = std::get_if<ChangeLocalFolderCommand>(&command))
-        ChangeLocalFolder(local->path);
+    else if (const auto* const localFolder = std::get_if<ChangeLocalFolderCommand>(&command))
+        ChangeLocalFolder(localFolder->path);
     else if (const auto* const show = std::get_if<ShowFolderCommand>(&command))
         ShowFolder(*show);
     else if (const auto* const help = std::get_if<HelpCommand>(&command))
         Print(help->text);
-    else if (std::holds_alternative<ExitCommand>(command))
-        isEnding = true;
+    else if (const auto* const local = std::get_if<LocalProgramCommand>(&command))
+        return RunLocally(*local);
+    else if (const auto* const exit = std::get_if<ExitCommand>(&command))
+        end = static_cast<ExitStatus>(exit->status);
     else
         return RunOnServer(command, lineChoice);
     return ExitStatus::Done;
 }
 
+ExitStatus Shell::RunLocally(const LocalProgramCommand& command)
+{
+    const auto program = command.arguments.begin();
+    std::vector<std::string> patterns(program + 1, command.arguments.end());
+    const auto workplace = MakeWorkplace(choice);
+    PathArguments paths(workplace);
+    paths.ExpandLocal(patterns);
+    if (paths.HasFailed())
+        return ExitStatus::Failed;
+    patterns.insert(patterns.begin(), *program);
+    return ToExitStatus(RunLocalProgram(patterns));
+}
+
 ExitStatus Shell::RunOnServer(const Command& command, OutputChoice lineChoice)
 {
-    const auto& cancellation = interruption.GetCancellation();
-    const TidyEnd tidyEnd(cancellation, console, {}); // the connection is for the next commands
-    return RunCommand(
-        command,
-        {.remote = remote, .console = console, .choice = lineChoice, .cancellation = cancellation});
+    // The connection is for the next commands.
+    const TidyEnd tidyEnd(interruption.GetCancellation(), console, {});
+    return RunCommand(command, MakeWorkplace(lineChoice));
+}
+
+Workplace Shell::MakeWorkplace(OutputChoice lineChoice) const
+{
+    return {.remote = remote,
+            .console = console,
+            .choice = lineChoice,
+            .cancellation = interruption.GetCancellation(),
+            .place = Place::Shell};
 }
 
 void Shell::ChangeFolder(const ChangeFolderCommand& command)
@@ -236,7 +316,7 @@ void Shell::Print(const std::string& text) const
 std::string Shell::MakePrompt() const
 {
     const auto& folder = remote.GetFolder();
-    return folder.empty() ? "talvensor-fs> " : "talvensor-fs:" + EscapeName(folder) + "> ";
+    return EscapeText(server) + ":" + (folder.empty() ? "." : EscapeName(folder)) + "> ";
 }
 
 } // namespace Cli

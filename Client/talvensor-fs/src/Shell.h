@@ -3,29 +3,38 @@
 #include "CommandRunner.h"
 #include "Interruption.h"
 
-#include <memory>
+#include <functional>
+#include <optional>
+#include <string>
 
 namespace Cli {
 
-/// Takes commands from standard input: on a terminal with a prompt, history and completion;
-/// otherwise line by line, without asking.
+/// Takes commands: on a terminal with a prompt, history and completion; from a file, arguments or
+/// another standard input line by line, until one fails. A line that begins with a dash may fail.
 /// An interruption ends the command that runs; without a terminal, the shell too.
 class Shell
 {
 public:
-    /// References must outlive it.
-    Shell(Remote& remote, Console& console, OutputChoice choice, Interruption& interruption);
+    /// References must outlive it. `url` is that of the server.
+    Shell(Remote& remote, Console& console, OutputChoice choice, Interruption& interruption,
+          const std::string& url);
 
-    /// On a terminal the status is Done; otherwise that of the first line that was not. Throws
-    /// ConnectionLostException, BrokenPipeException, CancelledException.
-    [[nodiscard]] ExitStatus Run();
+    /// Returns the number that `exit` was given; otherwise on a terminal Done, and else the status
+    /// of the line that failed. Throws ConnectionLostException, BrokenPipeException,
+    /// CancelledException, and ClientException when the commands cannot be read.
+    [[nodiscard]] ExitStatus Run(const ShellCommand& command);
 
 private:
-    [[nodiscard]] ExitStatus RunOnTerminal();
-    [[nodiscard]] ExitStatus RunLines();
+    /// Returns the next line; nothing at the end.
+    using LineSource = std::function<std::optional<std::string>()>;
+
+    void RunOnTerminal();
+    [[nodiscard]] ExitStatus RunLines(const std::string& name, const LineSource& source);
     /// Reports what fails. Throws as `Run`.
     [[nodiscard]] ExitStatus RunLine(const std::string& line);
     [[nodiscard]] ExitStatus Execute(const Command& command, OutputChoice lineChoice);
+    [[nodiscard]] ExitStatus RunLocally(const LocalProgramCommand& command);
+    [[nodiscard]] Workplace MakeWorkplace(OutputChoice lineChoice) const;
     [[nodiscard]] ExitStatus RunOnServer(const Command& command, OutputChoice lineChoice);
     void ChangeFolder(const ChangeFolderCommand& command);
     void ShowFolder(const ShowFolderCommand& command) const;
@@ -36,7 +45,8 @@ private:
     Console& console;
     const OutputChoice choice;
     Interruption& interruption;
-    bool isEnding = false;
+    const std::string server;      ///< its short name
+    std::optional<ExitStatus> end; ///< what `exit` said
 };
 
 } // namespace Cli

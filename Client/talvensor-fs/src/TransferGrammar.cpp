@@ -1,5 +1,6 @@
 #include "CommandGrammar.h"
 
+#include <type_traits>
 #include <utility>
 
 namespace Cli {
@@ -39,6 +40,7 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
     command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
         ->type_name("COUNT")
         ->check(CLI::Range(1, 64).description(""));
+    AddFlag(*command, "-p,--preserve", "for the sake of habit: times are set in any case");
     return {.command = command,
             .paths = AddPaths(command),
             .recursive =
@@ -55,15 +57,16 @@ template <typename Made>
 Made CommandGrammar::MakeTransfer(const Transfer& parts) const
 {
     auto paths = GetTexts(parts.paths);
-    if (paths.size() == 1 && place == Place::Shell)
-        paths.emplace_back(".");
-    if (paths.size() < 2)
+    if (paths.size() < 2 && (paths.empty() || place != Place::Shell))
         throw Client::InvalidArgumentException(parts.command->get_name() +
-                                               " needs a source and a target");
+                                               ": needs a source and a target");
+    const bool arePatterns = place == Place::Shell || std::is_same_v<Made, GetCommand>;
+    auto sources = arePatterns ? GetPatterns(parts.command, parts.paths) : paths;
     Made made;
-    made.target = paths.back();
-    paths.pop_back();
-    made.sources = std::move(paths);
+    made.target = paths.size() > 1 ? paths.back() : ".";
+    if (paths.size() > 1)
+        sources.pop_back();
+    made.sources = std::move(sources);
     made.isRecursive = IsSet(parts.recursive);
     made.resumes = IsSet(parts.resumes);
     made.verifies = IsSet(parts.verifies);

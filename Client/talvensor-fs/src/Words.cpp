@@ -17,12 +17,34 @@ bool IsBlank(char character)
     return blanks.find(character) != std::string_view::npos;
 }
 
+bool NeedsMark(char character)
+{
+    return std::string_view("*?[]\\").find(character) != std::string_view::npos ||
+           character == quoteMark;
+}
+
+/// Replaces the marks before other characters than the mark itself.
+std::string ReplaceMarks(std::string_view word, std::string_view replacement)
+{
+    std::string replaced;
+    for (std::size_t i = 0; i < word.size(); ++i) {
+        if (word[i] == quoteMark && i + 1 < word.size()) {
+            ++i;
+            if (word[i] != quoteMark)
+                replaced += replacement;
+        }
+        replaced += word[i];
+    }
+    return replaced;
+}
+
 /// Reads a line word by word.
 class WordReader
 {
 public:
-    explicit WordReader(std::string_view line)
+    explicit WordReader(std::string_view line, bool marks = false)
         : line(line)
+        , marks(marks)
     {
         SkipBlanks();
     }
@@ -59,9 +81,18 @@ private:
         else if (!IsQuoteOpen() && (character == '\'' || character == '"'))
             quote = character;
         else if (character == '\\' && quote != '\'' && !IsAtEnd())
-            word += ReadEscape();
+            AddQuoted(word, ReadEscape());
+        else if (IsQuoteOpen() || character == '\\' || character == quoteMark)
+            AddQuoted(word, character);
         else
             word += character;
+    }
+
+    void AddQuoted(std::string& word, char character) const
+    {
+        if (marks && NeedsMark(character))
+            word += quoteMark;
+        word += character;
     }
 
     char ReadEscape()
@@ -82,22 +113,54 @@ private:
     }
 
     const std::string_view line;
+    const bool marks;
     std::size_t position = 0;
     char quote = '\0';
     bool wasBlankSkipped = false;
 };
 
-} // namespace
-
-std::vector<std::string> SplitWords(std::string_view line)
+std::vector<std::string> Split(std::string_view line, bool marks)
 {
     std::vector<std::string> words;
-    WordReader reader(line);
+    WordReader reader(line, marks);
     while (!reader.IsAtEnd())
         words.push_back(reader.Read());
     if (reader.IsQuoteOpen())
         throw Client::InvalidArgumentException("a quote is not closed");
     return words;
+}
+
+} // namespace
+
+std::vector<std::string> SplitWords(std::string_view line)
+{
+    return Split(line, false);
+}
+
+std::vector<std::string> SplitMarkedWords(std::string_view line)
+{
+    return Split(line, true);
+}
+
+std::string MarkUnquoted(std::string_view word)
+{
+    std::string marked;
+    for (const char character : word) {
+        if (character == quoteMark)
+            marked += quoteMark;
+        marked += character;
+    }
+    return marked;
+}
+
+std::string RemoveMarks(std::string_view word)
+{
+    return ReplaceMarks(word, "");
+}
+
+std::string ToPattern(std::string_view word)
+{
+    return ReplaceMarks(word, "\\");
 }
 
 PartialLine SplitPartialLine(std::string_view line)
@@ -123,7 +186,7 @@ std::string QuoteWord(std::string_view word)
         return "''";
     std::string quoted;
     for (const char character : EscapeName(word)) {
-        if (character == ' ' || character == '\'' || character == '"')
+        if (std::string_view(" '\"*?[").find(character) != std::string_view::npos)
             quoted += '\\';
         quoted += character;
     }

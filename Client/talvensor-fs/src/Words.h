@@ -12,6 +12,22 @@ namespace Cli {
 /// names are shown. Throws InvalidArgumentException when a quote is not closed.
 [[nodiscard]] std::vector<std::string> SplitWords(std::string_view line);
 
+/// Stands before each character of a word that would mean something in a pattern if it were not
+/// quoted, and before each that looks like this one.
+constexpr char quoteMark = '\x02';
+
+/// As `SplitWords`, with the marks of what was quoted.
+[[nodiscard]] std::vector<std::string> SplitMarkedWords(std::string_view line);
+
+/// Returns a word in which nothing is quoted, as SplitMarkedWords would.
+[[nodiscard]] std::string MarkUnquoted(std::string_view word);
+
+/// Returns the word without the marks.
+[[nodiscard]] std::string RemoveMarks(std::string_view word);
+
+/// Returns the word as a pattern of fnmatch(3): with backslashes in place of the marks.
+[[nodiscard]] std::string ToPattern(std::string_view word);
+
 /// A line whose last word is still being typed.
 struct PartialLine
 {

@@ -352,12 +352,6 @@ TEST_P(TheCommands, RunFromAScript)
     ExpectDone(result);
     EXPECT_EQ(result.output, "d/e\n5  a b\ne\n/\n");
     EXPECT_EQ(ReadFile(desk.GetLocal("copy")), "12345");
-    const auto failing = Run({"shell"}, "cd nowhere\nrm 'open\nls\nexit\nrm unseen");
-    EXPECT_EQ(failing.status, 1);
-    EXPECT_THAT(failing.error, HasSubstr("nowhere"));
-    EXPECT_THAT(failing.error, HasSubstr("a quote is not closed"));
-    EXPECT_THAT(failing.error, Not(HasSubstr("unseen")));
-    EXPECT_EQ(failing.output, "d\n");
 }
 
 TEST_P(TheCommands, KnowNoNodeThatIsNotShared)

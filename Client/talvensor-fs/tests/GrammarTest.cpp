@@ -26,7 +26,7 @@ TEST(TheCommandLine, TakesPathsOfAnyBytes)
         ParseAs<PutCommand>({"put", "[a,b]", "{}", "%%", "ls", "\xFF\n", "", "\x01x", "to"});
     EXPECT_THAT(put.sources, ElementsAre("[a,b]", "{}", "%%", "ls", "\xFF\n", "", "\x01x"));
     EXPECT_EQ(put.target, "to");
-    EXPECT_EQ(ParseAs<ListCommand>({"ls", "[x]"}).path, "[x]");
+    EXPECT_EQ(ParseAs<ListCommand>({"ls", "[x]"}).paths.front(), "[x]");
     EXPECT_THAT(ParseAs<RemoveCommand>({"rm", "a", "--", "-r", "--json", "--", "[x]"}).paths,
                 ElementsAre("a", "-r", "--json", "--", "[x]"));
 }
@@ -71,7 +71,7 @@ using Arguments = std::vector<std::string>;
 INSTANTIATE_TEST_SUITE_P(
     All, AWrongCommandLine,
     testing::Values(Arguments{}, Arguments{"fly"}, Arguments{"put", "a"}, Arguments{"get"},
-                    Arguments{"rm"}, Arguments{"ls", "a", "b"}, Arguments{"ls", "--fast"},
+                    Arguments{"rm"}, Arguments{"ls", "--fast"},
                     Arguments{"put", "-j", "0", "a", "b"}, Arguments{"put", "-j", "65", "a", "b"},
                     Arguments{"chmod", "+x"}, Arguments{"chmod", "755", "a"},
                     Arguments{"touch", "-d", "soon", "a"},

@@ -29,6 +29,15 @@ TEST(ALine, CanNameEveryByte)
     EXPECT_THAT(SplitWords(R"(\xFF\n\t\\ \xZZ)"), ElementsAre("\xFF\n\t\\", "xZZ"));
 }
 
+TEST(ALine, MakesNoPatternsOfWhatIsQuoted)
+{
+    std::vector<std::string> patterns;
+    for (const auto& word : SplitMarkedWords(R"(a* 'b*' c\?"[d]"[e] \\ f\x02)"))
+        patterns.push_back(ToPattern(word));
+    EXPECT_THAT(patterns, ElementsAre("a*", "b\\*", "c\\?\\[d\\][e]", "\\\\", "f\x02"));
+    EXPECT_EQ(RemoveMarks(SplitMarkedWords("'*'x").front()), "*x");
+}
+
 TEST(ALine, IsRefusedWithAnOpenQuote)
 {
     EXPECT_THROW(std::ignore = SplitWords("rm 'a"), Client::InvalidArgumentException);
@@ -36,7 +45,8 @@ TEST(ALine, IsRefusedWithAnOpenQuote)
 
 TEST(AWord, ComesBackFromItsQuotedForm)
 {
-    for (const std::string word : {"a", "a b", "it's", "\"", "a\\b", "\xFF\n\x1b", "\xC3\xA4", ""})
+    for (const std::string word :
+         {"a", "a b", "it's", "\"", "a\\b", "*?[", "\xFF\n\x1b", "\xC3\xA4", ""})
         EXPECT_THAT(SplitWords(QuoteWord(word)), ElementsAre(word));
 }
 

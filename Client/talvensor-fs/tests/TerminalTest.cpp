@@ -121,22 +121,22 @@ TEST_F(AtATerminal, TheShellCompletesRemotePathsAndRemembersLines)
     fs::create_directories(desk.GetRemote("measurements"));
     WriteFile(desk.GetRemote("measurements/one two"), "content");
     Terminal terminal(desk, With({"shell"}));
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":.> ")) << terminal.GetSeen();
     terminal.Type("cat mea\t");
     ASSERT_TRUE(terminal.WaitFor("surements/")) << terminal.GetSeen();
     terminal.Type("o\t\n");
     ASSERT_TRUE(terminal.WaitFor("content")) << terminal.GetSeen();
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":.> ")) << terminal.GetSeen();
     terminal.Type("cd measurements\n");
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs:measurements> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":measurements> ")) << terminal.GetSeen();
     terminal.Type("rm half a line");
     ASSERT_TRUE(terminal.WaitFor("line")) << terminal.GetSeen();
     terminal.Type(controlC);
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs:measurements> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":measurements> ")) << terminal.GetSeen();
     terminal.Type("pwd\n");
     ASSERT_TRUE(terminal.WaitFor("\nmeasurements")) << terminal.GetSeen();
     // While a command runs the terminal itself takes this for an end, which is lost with its mode.
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs:measurements> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":measurements> ")) << terminal.GetSeen();
     terminal.Type("\x04");
     EXPECT_EQ(terminal.WaitForEnd(), 0) << terminal.GetSeen();
     EXPECT_TRUE(fs::exists(desk.GetRemote("measurements/one two")));
@@ -149,15 +149,40 @@ TEST_F(AtATerminal, TheShellOutlivesAnInterruptedCommand)
 {
     MakeSparseFile(desk.GetLocal("large"), longFile);
     Terminal terminal(desk, With({"shell"}));
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":.> ")) << terminal.GetSeen();
     terminal.Type("put large there\n");
     ASSERT_TRUE(terminal.WaitFor("%")) << terminal.GetSeen();
     terminal.Type(controlC);
     ASSERT_TRUE(terminal.WaitFor("there (remote): unfinished")) << terminal.GetSeen();
-    ASSERT_TRUE(terminal.WaitFor("talvensor-fs> ")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(":.> ")) << terminal.GetSeen();
     terminal.Type("rm there\nls\nexit\n");
     EXPECT_EQ(terminal.WaitForEnd(), 0) << terminal.GetSeen();
     EXPECT_FALSE(fs::exists(desk.GetRemote("there")));
+}
+
+TEST_F(AtATerminal, ThePromptNamesTheServerAndBeginsALineAfterAFileWithoutALineEnd)
+{
+    WriteFile(desk.GetRemote("a"), "no line end");
+    Terminal terminal(desk, With({"shell"}));
+    const auto prompt = desk.host.GetUrl().substr(std::string("opc.tcp://").size()) + ":.> ";
+    ASSERT_TRUE(terminal.WaitFor(prompt)) << terminal.GetSeen();
+    terminal.Type("cat a\n");
+    ASSERT_TRUE(terminal.WaitFor("no line end\r\n")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor(prompt)) << terminal.GetSeen();
+    terminal.Type("exit 7\n");
+    EXPECT_EQ(terminal.WaitForEnd(), 7);
+}
+
+TEST_F(AtATerminal, AProgramOfThisMachineIsInterruptedAloneAndTheShellGoesOn)
+{
+    Terminal terminal(desk, With({"shell"}));
+    ASSERT_TRUE(terminal.WaitFor(":.> ")) << terminal.GetSeen();
+    terminal.Type("!echo begun; exec sleep 1000\n");
+    ASSERT_TRUE(terminal.WaitFor("\nbegun")) << terminal.GetSeen();
+    terminal.Type(controlC);
+    ASSERT_TRUE(terminal.WaitFor(":.> ")) << terminal.GetSeen();
+    terminal.Type("bye\n");
+    EXPECT_EQ(terminal.WaitForEnd(), 0) << terminal.GetSeen();
 }
 
 TEST(ANewServerAtATerminal, IsShownAndTrustedOnAYes)
