@@ -82,17 +82,32 @@ ObjectTypeDescription MakeType(unsigned int id, const char* name,
     return type;
 }
 
-ChangeDescription MakeChange(const char* subject)
+ChangeDescription MakeChange(std::vector<std::string> subjects, const char* child = "")
 {
     ChangeDescription change;
-    change.subject = subject;
+    change.subjects = std::move(subjects);
+    change.child = child;
+    return change;
+}
+
+/// Begins work with a file, or goes on with it.
+ChangeDescription MakeWork(ChangeDescription change = {})
+{
+    change.handle = fileHandle.name;
+    return change;
+}
+
+ChangeDescription MakeEnd()
+{
+    auto change = MakeWork();
+    change.endsWork = true;
     return change;
 }
 
 /// Opening in order to read changes nothing.
 ChangeDescription MakeOpening()
 {
-    ChangeDescription change;
+    auto change = MakeWork();
     change.exceptArgument = "Mode";
     change.exceptValue = 1;
     return change;
@@ -107,7 +122,7 @@ std::vector<Method> MakeFileMethods()
          {11581, {{"Mode", byte, "1: read, 2: write, 4: erase first, 8: append; added up."}}},
          {11582, {fileHandle}},
          MakeOpening()},
-        {11583, "Close", {11584, {fileHandle}}, {}, {}},
+        {11583, "Close", {11584, {fileHandle}}, {}, MakeEnd()},
         {11585,
          "Read",
          {11586, {fileHandle, {"Length", int32, "The most bytes to read."}}},
@@ -117,7 +132,7 @@ std::vector<Method> MakeFileMethods()
          "Write",
          {11589, {fileHandle, {"Data", byteString, "Written at the position."}}},
          {},
-         {}},
+         MakeWork()},
         {11590, "GetPosition", {11591, {fileHandle}}, {11592, {position}}, {}},
         {11593, "SetPosition", {11594, {fileHandle, position}}, {}, {}},
     };
@@ -130,19 +145,19 @@ std::vector<Method> MakeDirectoryMethods()
          "CreateDirectory",
          {13388, {{"DirectoryName", text, "The name of the new directory."}}},
          {13389, {{"DirectoryNodeId", nodeId, "The new directory."}}},
-         MakeChange("DirectoryName")},
+         MakeChange({}, "DirectoryName")},
         {13390,
          "CreateFile",
          {13391,
           {{"FileName", text, "The name of the new file."},
            {"RequestFileOpen", boolean, "True: opens it to read and write."}}},
          {13392, {fileNode, fileHandle}},
-         MakeChange("FileName")},
+         MakeWork(MakeChange({}, "FileName"))},
         {13393,
          "Delete",
          {13394, {{"ObjectToDelete", nodeId, "A file, or a directory with all that is in it."}}},
          {},
-         MakeChange("ObjectToDelete")},
+         MakeChange({"ObjectToDelete"})},
         {13395,
          "MoveOrCopy",
          {13396,
@@ -151,7 +166,7 @@ std::vector<Method> MakeDirectoryMethods()
            {"CreateCopy", boolean, "True: copies it. False: moves it."},
            {"NewName", text, "Its name there; empty: the same."}}},
          {13397, {{"NewNodeId", nodeId, "The object in its new place."}}},
-         MakeChange("ObjectToMoveOrCopy")},
+         MakeChange({"ObjectToMoveOrCopy", "TargetDirectory"}, "NewName")},
     };
 }
 
@@ -167,8 +182,8 @@ std::vector<Method> MakeTransferMethods()
          "GenerateFileForWrite",
          {16359, {options}},
          {15750, {fileNode, fileHandle}},
-         MakeChange("GenerateOptions")},
-        {15751, "CloseAndCommit", {15752, {fileHandle}}, {15753, {completion}}, MakeChange("")},
+         MakeWork(MakeChange({"GenerateOptions"}))},
+        {15751, "CloseAndCommit", {15752, {fileHandle}}, {15753, {completion}}, MakeEnd()},
     };
 }
 

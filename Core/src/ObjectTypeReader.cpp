@@ -74,8 +74,10 @@ std::optional<ChangeDescription> ObjectTypeReader::ReadChange(const NodeElement&
         if (change)
             document.Fail(extension, "the method has a change already");
         change = ParseChange(extension);
-        for (const auto* const name : {&change->subject, &change->exceptArgument})
-            RequireArgument(extension, *name, {&method.inputs});
+        for (const auto& name : change->subjects)
+            RequireArgument(extension, name, {&method.inputs});
+        RequireArgument(extension, change->exceptArgument, {&method.inputs});
+        RequireArgument(extension, change->statuses, {&method.outputs});
         RequireArgument(extension, change->handle, {&method.inputs, &method.outputs});
     }
     return change;
@@ -84,7 +86,10 @@ std::optional<ChangeDescription> ObjectTypeReader::ReadChange(const NodeElement&
 ChangeDescription ObjectTypeReader::ParseChange(const pugi::xml_node& xml) const
 {
     ChangeDescription change;
-    change.subject = xml.attribute("Subject").value();
+    std::istringstream subjects(xml.attribute("Subject").value());
+    for (std::string subject; subjects >> subject;)
+        change.subjects.push_back(subject);
+    change.statuses = xml.attribute("Statuses").value();
     change.handle = xml.attribute("Handle").value();
     change.isLast = document.ParseFlag(xml, "Last");
     const std::string except = xml.attribute("Except").value();

@@ -253,12 +253,12 @@ TEST_F(ThePublishedModel, TellsTheMethodsThatChangeSomething)
                                       "WriteClose", "CreateDirectory", "Delete", "SetDateTime"));
 
     const auto open = GetMethod("Open").change.value();
-    EXPECT_EQ(open.subject, "path");
+    EXPECT_EQ(open.subjects, std::vector<std::string>{"path"});
     EXPECT_EQ(open.handle, "fileHandle");
     EXPECT_FALSE(open.isLast);
     EXPECT_EQ(open.exceptArgument, "mode");
     EXPECT_EQ(open.exceptValue, 1); // for reading
-    EXPECT_EQ(GetMethod("Delete").change.value().subject, "paths");
+    EXPECT_EQ(GetMethod("Delete").change.value().subjects, std::vector<std::string>{"paths"});
     EXPECT_TRUE(GetMethod("WriteClose").change.value().isLast);
 
     const auto& fields = model.GetObjectType(Own(54)).eventFields;

@@ -3,6 +3,7 @@
 #include "Core/Exception.h"
 
 #include <fmt/format.h>
+#include <open62541/types.h>
 
 #include <algorithm>
 #include <iterator>
@@ -45,21 +46,18 @@ std::optional<long> GetNumber(const Core::Value* value)
     }
 }
 
-void AddSubject(AuditRecord& record, const Core::Value& subject)
+/// True for a call that changes nothing by the value of an input.
+bool IsExcepted(const MethodDescription& method, const std::vector<Core::Value>& inputs)
 {
-    try {
-        if (!subject.IsArray())
-            return record.AddPath(subject.GetText());
-        for (const auto& text : subject.GetElements<std::string>())
-            record.AddPath(text);
-    } catch (const Core::Exception&) { // NOLINT(bugprone-empty-catch): refused for its type
-    }
+    const auto& change = *method.change;
+    return GetNumber(FindValue(method.inputs, change.exceptArgument, inputs)) == change.exceptValue;
 }
 
 } // namespace
 
-CallAudit::CallAudit(const InformationModel& model, Write write)
-    : write(std::move(write))
+CallAudit::CallAudit(const InformationModel& model, const ProvidedNodes& provided, Write write)
+    : provided(provided)
+    , write(std::move(write))
     , outcomes(CollectOutcomes(model))
 {}
 
@@ -83,15 +81,67 @@ CallAudit::OutcomesByType CallAudit::CollectOutcomes(const InformationModel& mod
     return all;
 }
 
-AuditRecord CallAudit::MakeRecord(const ClientSession& session, const MethodDescription& method,
-                                  const Values& inputs)
+AuditRecord CallAudit::MakeRecord(const ClientSession& session, const Core::NodeId& object,
+                                  const MethodDescription& method, const Values& inputs) const
 {
     AuditRecord record;
     record.caller = {session.user, session.address, session.number};
     record.method = method.browseName.GetName();
-    if (const auto* subject = FindValue(method.inputs, method.change->subject, inputs))
-        AddSubject(record, *subject);
+    AddPaths(record, object, method, inputs);
     return record;
+}
+
+/// Adds the names of all things that a call changes: of several inputs, those that belong together
+/// one behind the other.
+void CallAudit::AddPaths(AuditRecord& record, const Core::NodeId& object,
+                         const MethodDescription& method, const Values& inputs) const
+{
+    const auto& change = *method.change;
+    std::vector<std::vector<std::string>> names;
+    for (const auto& subject : change.subjects)
+        if (const auto* value = FindValue(method.inputs, subject, inputs))
+            names.push_back(GetNames(*value));
+    if (change.subjects.empty())
+        if (const auto own = provided.FindName(object))
+            names.push_back({own->path});
+    const auto* const child = FindValue(method.inputs, change.child, inputs);
+    const auto below = child == nullptr ? std::vector<std::string>() : GetNames(*child);
+    if (!below.empty() && !below.front().empty()) {
+        if (names.empty() || names.back().empty())
+            names.push_back({below.front()});
+        else
+            names.back().back() += "/" + below.front();
+    }
+    std::size_t longest = 0;
+    for (const auto& each : names)
+        longest = std::max(longest, each.size());
+    for (std::size_t i = 0; i < longest; ++i)
+        for (const auto& each : names)
+            if (i < each.size())
+                record.AddPath(each[i]);
+}
+
+/// Returns nothing for a value of another type, for which the call is refused.
+std::vector<std::string> CallAudit::GetNames(const Core::Value& subject) const
+{
+    try {
+        if (subject.IsArray())
+            return subject.GetElements<std::string>();
+        if (subject.GetKind() != Core::ValueKind::NodeId)
+            return {subject.GetText()};
+        const auto id = subject.Get<Core::NodeId>();
+        const auto name = provided.FindName(id);
+        return {name ? name->path : id.ToString()};
+    } catch (const Core::Exception&) {
+        return {};
+    }
+}
+
+/// Returns the object that counts the handles: that of the behaviour, for a provided one.
+Core::NodeId CallAudit::GetOwner(const Core::NodeId& object) const
+{
+    const auto name = provided.FindName(object);
+    return name ? name->provider : object;
 }
 
 std::optional<CallAudit::Running> CallAudit::Begin(const ClientSession& session,
@@ -99,29 +149,28 @@ std::optional<CallAudit::Running> CallAudit::Begin(const ClientSession& session,
                                                    const MethodDescription& method,
                                                    const Values& inputs, std::uint64_t bytes)
 {
-    if (!method.change)
+    if (!method.change || IsExcepted(method, inputs))
         return std::nullopt;
-    const auto& change = *method.change;
-    if (GetNumber(FindValue(method.inputs, change.exceptArgument, inputs)) == change.exceptValue)
-        return std::nullopt;
-    if (const auto handle = GetNumber(FindValue(method.inputs, change.handle, inputs))) {
-        Continue(session, {object, *handle}, method, bytes);
-        return std::nullopt;
+    const auto owner = GetOwner(object);
+    if (const auto handle = GetNumber(FindValue(method.inputs, method.change->handle, inputs))) {
+        if (!Continue(session, {owner, *handle}, method, bytes) || !method.change->endsWork)
+            return std::nullopt;
+        return Running{{}, owner, &method, Clock::now(), true, *handle};
     }
-    Running running{MakeRecord(session, method, inputs), object, &method, Clock::now()};
+    Running running{MakeRecord(session, object, method, inputs), owner, &method, Clock::now()};
     running.record.bytes = bytes;
     return running;
 }
 
-/// Adds to the record that the session has of the work. Handles that nobody has opened for a change
-/// change nothing.
-void CallAudit::Continue(const ClientSession& session, const WorkId& id,
+/// Adds to the record that the session has of the work. Returns false for handles that nobody has
+/// opened for a change: they change nothing.
+bool CallAudit::Continue(const ClientSession& session, const WorkId& id,
                          const MethodDescription& method, std::uint64_t bytes)
 {
     const Support::Lock lock(mutex);
     const auto found = works.find(id);
     if (found == works.end())
-        return;
+        return false;
     Records& records = found->second;
     auto record = std::find_if(records.begin(), records.end(), [&session](const auto& each) {
         return each.caller.session == session.number;
@@ -136,21 +185,43 @@ void CallAudit::Continue(const ClientSession& session, const WorkId& id,
     record->method = method.browseName.GetName();
     ++record->calls;
     record->bytes += bytes;
+    return true;
 }
 
 void CallAudit::End(Running running, const Values& outputs)
 {
     const MethodDescription& method = *running.method;
+    if (running.endsWork)
+        return EndWork({running.object, running.handle}, {});
+    const auto outcome = GetOutcome(method, outputs);
+    running.record.result = outcome.result;
+    running.record.reason = outcome.reason;
     const auto handle = GetNumber(FindValue(method.outputs, method.change->handle, outputs));
-    if (!handle)
+    if (!handle || *handle == 0)
         return write(std::move(running.record));
     if (!method.change->isLast) {
         auto begun = running.record;
         begun.result = AuditResult::Begun;
         write(std::move(begun));
     }
-    if (const auto outcome = Enter({running.object, *handle}, running))
-        WriteEnd({std::move(running.record)}, *outcome);
+    if (const auto early = Enter({running.object, *handle}, running))
+        WriteEnd({std::move(running.record)}, *early);
+}
+
+/// Returns the outcome of a call that was answered without an error: a failure if one of its
+/// statuses is.
+CallAudit::Outcome CallAudit::GetOutcome(const MethodDescription& method, const Values& outputs)
+{
+    const auto* const statuses = FindValue(method.outputs, method.change->statuses, outputs);
+    if (statuses == nullptr)
+        return {AuditResult::Taken, {}};
+    const auto& all = statuses->GetElements<unsigned int>();
+    const auto bad = std::count_if(all.begin(), all.end(), [](auto each) { return each != 0; });
+    if (bad == 0)
+        return {};
+    const auto first = std::find_if(all.begin(), all.end(), [](auto each) { return each != 0; });
+    return {AuditResult::Failed,
+            fmt::format("{} of {}: {}", bad, all.size(), UA_StatusCode_name(*first))};
 }
 
 /// Enters work that has begun. Returns its outcome if the event was faster than the answer.
@@ -166,12 +237,12 @@ std::optional<CallAudit::Outcome> CallAudit::Enter(const WorkId& id, const Runni
     return std::nullopt;
 }
 
-void CallAudit::Refuse(const ClientSession& session, const MethodDescription& method,
-                       const Values& inputs, std::string reason)
+void CallAudit::Refuse(const ClientSession& session, const Core::NodeId& object,
+                       const MethodDescription& method, const Values& inputs, std::string reason)
 {
-    if (!method.change || !MayTellRefusal(session))
+    if (!method.change || IsExcepted(method, inputs) || !MayTellRefusal(session))
         return;
-    auto record = MakeRecord(session, method, inputs);
+    auto record = MakeRecord(session, object, method, inputs);
     record.result = AuditResult::Refused;
     record.reason = std::move(reason);
     write(std::move(record));
@@ -213,14 +284,17 @@ void CallAudit::OnEvent(const Event& event)
     const auto number = GetNumber(&event.fields.at(fields->second.outcome));
     if (!handle || !number)
         return;
-    auto outcome = MakeOutcome(fields->second, *number);
-    const WorkId id{event.source, *handle};
+    EndWork({event.source, *handle}, MakeOutcome(fields->second, *number));
+}
+
+void CallAudit::EndWork(const WorkId& id, const Outcome& outcome)
+{
     Records records;
     {
         const Support::Lock lock(mutex);
         const auto found = works.find(id);
         if (found == works.end())
-            return KeepEarly(id, std::move(outcome));
+            return KeepEarly(id, outcome);
         records = std::move(found->second);
         works.erase(found);
     }

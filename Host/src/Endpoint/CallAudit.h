@@ -6,6 +6,7 @@
 #include "Core/NodeId.h"
 #include "Core/Value.h"
 #include "Endpoint/ClientSession.h"
+#include "Endpoint/ProvidedNodes.h"
 #include "Support/Mutex.h"
 
 #include <chrono>
@@ -36,7 +37,9 @@ public:
     /// Takes the records, on any thread, and does not wait.
     using Write = std::function<void(AuditRecord)>;
 
-    CallAudit(const Core::Embedding::InformationModel& model, Write write);
+    /// `provided`, which outlives it, has all its nodes before the first call.
+    CallAudit(const Core::Embedding::InformationModel& model, const ProvidedNodes& provided,
+              Write write);
     CallAudit(const CallAudit&) = delete;
     CallAudit& operator=(const CallAudit&) = delete;
 
@@ -47,6 +50,8 @@ public:
         Core::NodeId object;
         const MethodDescription* method = nullptr;
         std::chrono::steady_clock::time_point begin;
+        bool endsWork = false; ///< work has begun with the input handle, and ends with the answer
+        long handle = 0;       ///< of that work
     };
 
     /// Notes a call before it runs. Returns nothing for one that changes nothing, or that goes on
@@ -59,8 +64,9 @@ public:
     void End(Running running, const Values& outputs) EXCLUDES(mutex);
 
     /// Notes a call that was answered with an error. `inputs` may be any.
-    void Refuse(const ClientSession& session, const MethodDescription& method, const Values& inputs,
-                std::string reason) EXCLUDES(mutex);
+    void Refuse(const ClientSession& session, const Core::NodeId& object,
+                const MethodDescription& method, const Values& inputs, std::string reason)
+        EXCLUDES(mutex);
 
     /// Notes an event of an object, which may tell the end of some work.
     void OnEvent(const Core::Embedding::Event& event) EXCLUDES(mutex);
@@ -124,11 +130,19 @@ private:
 
     [[nodiscard]] static OutcomesByType
     CollectOutcomes(const Core::Embedding::InformationModel& model);
-    [[nodiscard]] static AuditRecord
-    MakeRecord(const ClientSession& session, const MethodDescription& method, const Values& inputs);
+    [[nodiscard]] AuditRecord MakeRecord(const ClientSession& session, const Core::NodeId& object,
+                                         const MethodDescription& method,
+                                         const Values& inputs) const;
+    void AddPaths(AuditRecord& record, const Core::NodeId& object, const MethodDescription& method,
+                  const Values& inputs) const;
+    [[nodiscard]] std::vector<std::string> GetNames(const Core::Value& subject) const;
+    [[nodiscard]] Core::NodeId GetOwner(const Core::NodeId& object) const;
     [[nodiscard]] static Outcome MakeOutcome(const OutcomeFields& fields, long number);
-    void Continue(const ClientSession& session, const WorkId& id, const MethodDescription& method,
-                  std::uint64_t bytes) EXCLUDES(mutex);
+    [[nodiscard]] bool Continue(const ClientSession& session, const WorkId& id,
+                                const MethodDescription& method, std::uint64_t bytes)
+        EXCLUDES(mutex);
+    void EndWork(const WorkId& id, const Outcome& outcome) EXCLUDES(mutex);
+    [[nodiscard]] static Outcome GetOutcome(const MethodDescription& method, const Values& outputs);
     [[nodiscard]] std::optional<Outcome> Enter(const WorkId& id, const Running& running)
         EXCLUDES(mutex);
     void KeepEarly(const WorkId& id, Outcome outcome) REQUIRES(mutex);
@@ -136,6 +150,7 @@ private:
     [[nodiscard]] Records TakeWorksOf(std::uint64_t session) EXCLUDES(mutex);
     void WriteEnd(Records records, const Outcome& outcome);
 
+    const ProvidedNodes& provided;
     const Write write;
     const OutcomesByType outcomes;
 

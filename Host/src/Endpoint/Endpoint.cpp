@@ -234,7 +234,7 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
     , backlog(namespaces, settings.waitingEvents)
     , pacing(*server, loop, settings.waitingEvents)
     , events(*server, loop, runtime, namespaces, values, objects, backlog, pacing)
-    , audit(*model, settings.audit)
+    , audit(*model, provided, settings.audit)
     , calls(*server, loop, runtime, namespaces, values, structures, objects, provided, sessions,
             audit)
     , ownObjects(runtime, loop, objects, events, settings.ownObjectsPerSession)

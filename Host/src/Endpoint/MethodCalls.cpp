@@ -274,7 +274,8 @@ void MethodCalls::NoteRefusal(const Call& call, const ClientSession& session,
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): refused for its inputs
     }
     const std::string status = UA_StatusCode_name(call.result->statusCode);
-    audit.Refuse(session, *call.method, inputs, reason.empty() ? status : status + ": " + reason);
+    audit.Refuse(session, call.object, *call.method, inputs,
+                 reason.empty() ? status : status + ": " + reason);
 }
 
 std::vector<Core::Value> MethodCalls::ReadInputs(const Call& call) const

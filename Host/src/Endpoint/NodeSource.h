@@ -16,6 +16,7 @@ struct NodeSource
     Core::NodeId object;
     Ua<UA_NodeId> uaObject;
     UA_UInt32 browseNameHash = 0; ///< of the object
+    int namespaceIndex = 0;       ///< Core's
     UA_UInt16 uaNamespace = 0;
     std::shared_ptr<Core::INodeProvider> provider;
 };

@@ -19,6 +19,9 @@ using Core::ProvidedNode;
 /// than it ever handles at a time.
 constexpr std::size_t mostRetired = 64;
 
+/// A key has no more parts.
+constexpr std::size_t mostLevels = 4'096;
+
 /// Each sample of a monitored value is a look-up, for which the host waits.
 constexpr double samplingInterval = 250; // ms
 
@@ -177,6 +180,7 @@ void ProvidedNodes::Add(const Core::NodeId& object, const Core::NodeId& type,
     source->number = sources.size();
     source->object = object;
     source->uaObject = namespaces.ToUa(object);
+    source->namespaceIndex = type.GetNamespaceIndex();
     source->uaNamespace = namespaces.ToUa(type.GetNamespaceIndex());
     source->provider = std::move(provider);
     const UA_Node* node =
@@ -237,6 +241,27 @@ std::optional<Core::NodeId> ProvidedNodes::FindType(const UA_NodeId& id) const
     if (!found || found->description.kind != ProvidedNode::Kind::Object)
         return std::nullopt;
     return found->description.type;
+}
+
+std::optional<ProvidedNodes::Name> ProvidedNodes::FindName(const Core::NodeId& id) const
+{
+    const auto* const text = id.GetText();
+    const auto source = std::find_if(sources.begin(), sources.end(), [&id](const auto& each) {
+        return each->namespaceIndex == id.GetNamespaceIndex();
+    });
+    if (text == nullptr || source == sources.end())
+        return std::nullopt;
+    Name name{{}, (*source)->object};
+    std::string key = *text;
+    for (std::size_t level = 0; !key.empty() && level < mostLevels; ++level) {
+        const auto description = (*source)->provider->Describe(key);
+        if (!description)
+            return std::nullopt;
+        const auto& own = description->browseName.GetName();
+        name.path = name.path.empty() ? own : own + "/" + name.path;
+        key = description->parent;
+    }
+    return name;
 }
 
 const ProvidedNodes::Type& ProvidedNodes::GetType(const Core::NodeId& id) const

@@ -57,6 +57,16 @@ public:
     /// Returns the type of a provided object, whether it exists or not; nothing for any other node.
     [[nodiscard]] std::optional<Core::NodeId> FindType(const UA_NodeId& id) const;
 
+    /// A provided node for people: its object's browse names below the object that provides it.
+    struct Name
+    {
+        std::string path;
+        Core::NodeId provider;
+    };
+
+    /// Returns nothing for a node that is not provided. Any thread, once all are added.
+    [[nodiscard]] std::optional<Name> FindName(const Core::NodeId& id) const;
+
     /// True for nodes that may be provided ones, and for the objects that provide them.
     [[nodiscard]] bool Concerns(const UA_NodeId& id) const;
 

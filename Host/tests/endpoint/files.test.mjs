@@ -3,8 +3,9 @@
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
 import { existsSync, mkdirSync, readFileSync, utimesSync, writeFileSync } from "node:fs";
+import { join } from "node:path";
 import { after, before, describe, it } from "node:test";
-import { opcua, programs, startHost } from "./harness.mjs";
+import { makeFolder, opcua, programs, startHost, waitFor } from "./harness.mjs";
 
 const { DataType, Variant, VariantArrayType } = opcua;
 const fileObjectsUri = "urn:Talvensor:FileObjects";
@@ -21,8 +22,8 @@ const uint64 = (value) =>
     new Variant({ dataType: DataType.UInt64, arrayType: VariantArrayType.Scalar, value: [0, value] });
 const toNumber = ([high, low]) => high * 2 ** 32 + low;
 
-const startFileHost = () =>
-    startHost({ flags: ["--module", programs.fileObjectsModule, "--model", programs.fileObjectsModel] });
+const startFileHost = (flags = []) =>
+    startHost({ flags: ["--module", programs.fileObjectsModule, "--model", programs.fileObjectsModel, ...flags] });
 
 describe("The methods by path", () => {
     let host;
@@ -94,5 +95,101 @@ describe("The methods by path", () => {
         const result = await client.callMethod(root, found.nodeId, [texts(["file"])]);
         assert.equal(result.statusCode.name, "Good");
         assert.equal(found.nodeId.toString(), client.node(fileObjectsUri, 1090).toString());
+    });
+});
+
+describe("An audit line of the file objects", () => {
+    let host;
+    let client;
+    let lines;
+    before(async () => {
+        const file = join(makeFolder("audit"), "audit.log");
+        host = await startFileHost(["--audit-log", file, "--audit-format", "json"]);
+        client = await host.connect();
+        const all = () => readFileSync(file, "utf8").split("\n").filter((line) => line).map((line) => JSON.parse(line));
+        let seen = 0;
+        lines = async (count) => {
+            await waitFor(`${count} audit lines`, () => all().length >= seen + count);
+            const found = all().slice(seen);
+            seen += count;
+            return found.map(({ method, result, calls, bytes, paths, reason }) =>
+                [method, result, calls, bytes, paths, ...(reason ? [reason] : [])]);
+        };
+    });
+    after(() => host.stop());
+
+    const call = (object, method, ...inputs) => client.callMethod(object, method, inputs);
+    const ours = (method) => client.node(fileObjectsUri, method);
+    const node = (key) => client.node(fileObjectsUri, key);
+    const bytes = (value) => new Variant({ dataType: DataType.ByteString, value: Buffer.from(value) });
+    const byte = (value) => new Variant({ dataType: DataType.Byte, value });
+    const id = (value) => new Variant({ dataType: DataType.NodeId, value });
+    const int32 = (value) => new Variant({ dataType: DataType.Int32, value });
+
+    it("names the node that is created, moved and deleted, and its new place", async () => {
+        await call(node("d/root"), "i=13387", text("directory"));
+        await call(node("d/root"), "i=13390", text("file"), flag(false));
+        await call(node("d/root"), "i=13395", id(node("f/root/file")), id(node("d/root/directory")), flag(false), text("b"));
+        await call(node("d/root"), "i=13395", id(node("d/root/directory")), id(node("d/root")), flag(true), text("copy"));
+        await call(node("d/root/directory"), "i=13393", id(node("f/root/directory/b")));
+        await call(node("d/root/directory"), "i=13393", id(node("f/root/directory/b")));
+        assert.deepEqual(await lines(6), [
+            ["CreateDirectory", "taken", 1, 0, ["root/directory"]],
+            ["CreateFile", "taken", 1, 0, ["root/file"]],
+            ["MoveOrCopy", "taken", 1, 0, ["root/file", "root/directory/b"]],
+            ["MoveOrCopy", "taken", 1, 0, ["root/directory", "root/copy"]],
+            ["Delete", "taken", 1, 0, ["root/directory/b"]],
+            ["Delete", "refused", 1, 0, ["root/directory/b"],
+                "BadNotFound: root/directory/b: No such file or directory"],
+        ]);
+    });
+
+    it("sums up what is written between Open and Close, and leaves out what only reads", async () => {
+        writeFileSync(host.path("file"), "");
+        const file = node("f/root/file");
+        const read = (await call(file, "i=11580", byte(1))).outputArguments[0];
+        await call(file, "i=11585", read, int32(10));
+        await call(file, "i=11583", read);
+        await call(node("f/root/none"), "i=11580", byte(1)); // refused, but would have changed nothing
+        const handle = (await call(file, "i=11580", byte(2))).outputArguments[0];
+        await call(file, "i=11588", handle, bytes("first"));
+        await call(file, "i=11588", handle, bytes("second"));
+        await call(file, "i=11583", handle);
+        await call(file, ours(1070), uint32(0o600));
+        assert.deepEqual(await lines(3), [
+            ["Open", "begun", 1, 0, ["root/file"]],
+            ["Close", "done", 4, 11, ["root/file"]],
+            ["SetPermissions", "taken", 1, 0, ["root/file"]],
+        ]);
+    });
+
+    it("tells of a file that appears when it is whole, and of one that breaks off", async () => {
+        const other = await host.connect();
+        const transfer = node("t");
+        const [made, handle] = (await call(transfer, "i=15749", text("root/new"))).outputArguments;
+        await call(made.value, "i=11588", handle, bytes("text"));
+        await call(transfer, "i=15751", handle);
+        await other.callMethod(node("d/root"), "i=13390", [text("broken"), flag(true)]);
+        await other.close();
+        assert.deepEqual(await lines(4), [
+            ["GenerateFileForWrite", "begun", 1, 0, ["root/new"]],
+            ["CloseAndCommit", "done", 3, 4, ["root/new"]],
+            ["CreateFile", "begun", 1, 0, ["root/broken"]],
+            ["CreateFile", "ended", 1, 0, ["root/broken"], "the session has ended"],
+        ]);
+    });
+
+    it("names each path of a call by path, and counts the failures", async () => {
+        writeFileSync(host.path("a"), "");
+        await call(root, ours(1110), texts(["a", "none"]), texts(["b", "c"]), flag(false));
+        await call(root, ours(1120), text("b"), text("d"), flag(false));
+        await call(root, ours(1150), texts(["b", "d"]), uint32s([0o600, 0o600]));
+        await call(root, ours(1120), text("b"), text("d"), flag(false));
+        assert.deepEqual(await lines(4), [
+            ["MovePaths", "failed", 1, 0, ["a", "b", "none", "c"], "1 of 2: BadNotFound"],
+            ["CopyPath", "taken", 1, 0, ["b", "d"]],
+            ["SetPathPermissions", "done", 1, 0, ["b", "d"]],
+            ["CopyPath", "refused", 1, 0, ["b", "d"], "BadBrowseNameDuplicated: d: File exists"],
+        ]);
     });
 });

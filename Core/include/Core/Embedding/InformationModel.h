@@ -37,11 +37,17 @@ struct ArgumentDescription
 /// arguments, empty without such an argument.
 struct ChangeDescription
 {
-    std::string subject; ///< an input, text or texts, that names the things that are changed
-    /// An input or output: the handle of work that takes several calls. An output begins the work,
-    /// an input goes on with it.
+    /// The inputs, texts or identifiers of nodes, that name the things that are changed. Without
+    /// one it is the object.
+    std::vector<std::string> subjects;
+    std::string child; ///< an input: a name below the last subject; an empty text: none
+    /// An input or output: the handle of work that takes several calls. An output other than 0
+    /// begins the work, an input goes on with it.
     std::string handle;
-    bool isLast = false; ///< the last call with its handle; the work ends with an event
+    bool isLast = false;   ///< the last call with its handle; the work ends with an event
+    bool endsWork = false; ///< the last call with its handle; the work ends with the answer
+    /// An output, a status for each thing that was to be changed; 0 is good.
+    std::string statuses;
     /// An input and its number with which a call changes nothing.
     std::string exceptArgument;
     long exceptValue = 0;
@@ -159,10 +165,11 @@ public:
     /// and that sessions may have objects of their own, in an element `SessionObjects` with the
     /// attributes `Folder`, `Method` and `Object`, which are names. The extensions of a method that
     /// changes something say so, in an element `Change` with the attributes of ChangeDescription:
-    /// `Subject`, `Handle`, `Last` ("true"), `Except` ("ARGUMENT=NUMBER"). The extensions of an
-    /// event field describe its outcome, in an element `Outcome` with the attribute `Success` and
-    /// an element `Text` with the attribute `Value` for each number that has a text, or mark it as
-    /// a handle, with an element `Handle`.
+    /// `Subject` (names separated by
+    /// spaces), `Handle`, `Last` ("true"), `Statuses`, `Except` ("ARGUMENT=NUMBER"). The extensions
+    /// of an event field describe its outcome, in an element `Outcome` with the attribute `Success`
+    /// and an element `Text` with the attribute `Value` for each number that has a text, or mark it
+    /// as a handle, with an element `Handle`.
     ///
     /// Throws SystemException when the file cannot be read, and InvalidModelException naming the
     /// file, the line, the node and the fault; then the model is unchanged, but a namespace that
