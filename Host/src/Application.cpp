@@ -214,10 +214,7 @@ PreparedHost PrepareHost(Configuration configuration, Preparation preparation)
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): a false alarm
     auto users = ReadUsers(configuration);
     auto pki = ReadPki(configuration, preparation);
-    const auto admission =
-        DecideAdmission(addresses, {.hasUsers = users != nullptr,
-                                    .hasTrustedCertificates = !pki.GetTrust().trusted.empty(),
-                                    .trustsAnyClient = configuration.trustAnyClient});
+    const auto admission = DecideAdmission(addresses, users != nullptr);
     auto logFile = PrepareLog(configuration, preparation);
     auto notifier = ConnectToServiceManager();
     auto auditFile = PrepareAudit(configuration, preparation);

@@ -119,6 +119,7 @@ void Announce(const PreparedHost& host, const Endpoint& endpoint)
     summary.trustsAnyClient = host.configuration.trustAnyClient;
     summary.users = host.users == nullptr ? 0 : host.users->GetSize();
     summary.trustedFolder = host.pki.GetTrustedFolder().string();
+    summary.trustedClients = host.pki.GetTrust().trusted.size();
     summary.isRoot = IsRoot();
     std::cout << Describe(summary) << std::flush;
 }

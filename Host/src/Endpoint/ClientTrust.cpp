@@ -89,6 +89,7 @@ std::string FindFaults(const Trust& trust)
 struct ReportingCheck
 {
     ListCheck list;
+    bool trustsNobody;
     ClientTrust::OnRefused onRefused;
 };
 
@@ -116,7 +117,9 @@ UA_StatusCode CheckAndReport(const UA_CertificateVerification* verification,
 {
     auto& context = ContextOf(*verification);
     auto& list = *context.list.Get();
-    const UA_StatusCode status = list.verifyCertificate(&list, certificate);
+    // Empty lists mean nobody: whatever they mean to the library, it is not asked.
+    const UA_StatusCode status = context.trustsNobody ? UA_STATUSCODE_BADCERTIFICATEUNTRUSTED
+                                                      : list.verifyCertificate(&list, certificate);
     if (status == UA_STATUSCODE_GOOD)
         return status;
     try {
@@ -154,7 +157,9 @@ ClientTrust::ClientTrust()
 ClientTrust::ClientTrust(const Trust& trust, OnRefused onRefused)
 {
     std::unique_ptr<ReportingCheck> context(
-        new ReportingCheck{.list = ListCheck(trust), .onRefused = std::move(onRefused)});
+        new ReportingCheck{.list = ListCheck(trust),
+                           .trustsNobody = trust.trusted.empty(),
+                           .onRefused = std::move(onRefused)});
     if (context->list.GetStatus() != UA_STATUSCODE_GOOD) {
         if (const auto faults = FindFaults(trust); !faults.empty())
             throw OpcUa::CertificateException(faults);

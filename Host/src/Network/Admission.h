@@ -21,18 +21,9 @@ public:
     using Core::InvalidStateException::InvalidStateException;
 };
 
-/// The means to tell friends from others.
-struct Credentials
-{
-    bool hasUsers = false;
-    bool hasTrustedCertificates = false;
-    bool trustsAnyClient = false;
-};
-
 /// On loopback anybody gets in where there are no users, and nobody needs encryption. On any other
-/// address users are required, and encryption with certificates that are trusted. Throws
-/// OpenDoorsException.
-[[nodiscard]] Admission DecideAdmission(const std::vector<ListenAddress>& addresses,
-                                        const Credentials& credentials);
+/// address users are required, and encryption with certificates that are trusted: while there are
+/// none, nobody gets in. Throws OpenDoorsException.
+[[nodiscard]] Admission DecideAdmission(const std::vector<ListenAddress>& addresses, bool hasUsers);
 
 } // namespace Host

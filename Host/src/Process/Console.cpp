@@ -39,9 +39,12 @@ std::string DescribeEncryption(const StartSummary& summary)
 {
     if (summary.admission.allowsUnencrypted)
         return "possible, with any client's certificate";
-    return summary.trustsAnyClient
-               ? "required, with any client's certificate"
-               : "required; certificates of clients must be in " + summary.trustedFolder;
+    if (summary.trustsAnyClient)
+        return "required, with any client's certificate";
+    return "required; certificates of clients must be in " + summary.trustedFolder +
+           (summary.trustedClients > 0
+                ? ""
+                : ", which has none yet: let a client connect, then see 'talvensor-host rejected'");
 }
 
 } // namespace

@@ -20,6 +20,7 @@ struct StartSummary
     bool trustsAnyClient = false;
     std::size_t users = 0;
     std::string trustedFolder;
+    std::size_t trustedClients = 0; ///< certificates in that folder
     bool isRoot = false;
 };
 

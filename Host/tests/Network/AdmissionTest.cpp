@@ -11,15 +11,14 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 
 const std::vector<ListenAddress> loopback = {{"127.0.0.1", true}, {"::1", true}};
 const std::vector<ListenAddress> anywhere = {{"127.0.0.1", true}, {"192.0.2.1", false}};
 
-std::string GetComplaint(const Credentials& credentials)
+std::string GetComplaint(bool hasUsers)
 {
     try {
-        std::ignore = DecideAdmission(anywhere, credentials);
+        std::ignore = DecideAdmission(anywhere, hasUsers);
         return {};
     } catch (const OpenDoorsException& error) {
         return error.GetMessage();
@@ -28,44 +27,28 @@ std::string GetComplaint(const Credentials& credentials)
 
 TEST(OnLoopback, AnybodyGetsInWithoutUsers)
 {
-    const auto admission = DecideAdmission(loopback, {});
+    const auto admission = DecideAdmission(loopback, false);
     EXPECT_TRUE(admission.allowsAnonymous);
     EXPECT_TRUE(admission.allowsUnencrypted);
 }
 
 TEST(OnLoopback, NobodyGetsInWithoutANameWhereThereAreUsers)
 {
-    const auto admission = DecideAdmission(
-        loopback, {.hasUsers = true, .hasTrustedCertificates = false, .trustsAnyClient = false});
+    const auto admission = DecideAdmission(loopback, true);
     EXPECT_FALSE(admission.allowsAnonymous);
     EXPECT_TRUE(admission.allowsUnencrypted);
 }
 
 TEST(OnOtherAddresses, UsersAreRequired)
 {
-    EXPECT_THAT(GetComplaint({}), AllOf(HasSubstr("192.0.2.1"), HasSubstr("--users")));
-    EXPECT_THAT(
-        GetComplaint({.hasUsers = false, .hasTrustedCertificates = true, .trustsAnyClient = true}),
-        HasSubstr("--users"));
-}
-
-TEST(OnOtherAddresses, TrustedCertificatesAreRequiredOrTheirAbsenceSaid)
-{
-    EXPECT_THAT(
-        GetComplaint({.hasUsers = true, .hasTrustedCertificates = false, .trustsAnyClient = false}),
-        AllOf(HasSubstr("--trust-any-client"), Not(HasSubstr("--users"))));
+    EXPECT_THAT(GetComplaint(false), AllOf(HasSubstr("192.0.2.1"), HasSubstr("--users")));
 }
 
 TEST(OnOtherAddresses, NobodyGetsInWithoutANameOrUnencrypted)
 {
-    for (const bool trustsAnyClient : {false, true}) {
-        const auto admission =
-            DecideAdmission(anywhere, {.hasUsers = true,
-                                       .hasTrustedCertificates = !trustsAnyClient,
-                                       .trustsAnyClient = trustsAnyClient});
-        EXPECT_FALSE(admission.allowsAnonymous);
-        EXPECT_FALSE(admission.allowsUnencrypted);
-    }
+    const auto admission = DecideAdmission(anywhere, true);
+    EXPECT_FALSE(admission.allowsAnonymous);
+    EXPECT_FALSE(admission.allowsUnencrypted);
 }
 
 bool IsLoopback(const std::string& host)

@@ -47,8 +47,17 @@ TEST(WhatIsPrintedAtTheStart, SaysWhereTheTrustedCertificatesAre)
 {
     auto summary = MakeSummary();
     summary.admission = {};
+    summary.trustedClients = 1;
     EXPECT_THAT(Describe(summary),
                 HasSubstr("required; certificates of clients must be in /pki/trusted\n"));
+}
+
+TEST(WhatIsPrintedAtTheStart, SaysHowTheFirstClientGetsIn)
+{
+    auto summary = MakeSummary();
+    summary.admission = {};
+    EXPECT_THAT(Describe(summary), HasSubstr("which has none yet: let a client connect, then see "
+                                             "'talvensor-host rejected'\n"));
 }
 
 TEST(WhatIsPrintedAtTheStart, WarnsOfRootAndOfAMissingSandbox)

@@ -175,6 +175,22 @@ describe("A host that trusts certificates and reloads", () => {
     });
 });
 
+describe("A host for other machines that trusts no client yet", () => {
+    it("starts, lets nobody in, and trusts the first client by a command", async () => {
+        const host = await startHost({ users: { ann: "one" }, url: "opc.tcp://0.0.0.0:0", trusted: [] });
+        const pki = makeClientPki();
+        const { fingerprint256 } = new X509Certificate(readFileSync(await makeCertificate(pki)));
+        const connect = () => login(host, "ann", "one", { pki, url: `opc.tcp://127.0.0.1:${host.port}` });
+        const run = (...command) => runHost([...command, "--pki", host.pki]).output;
+        await assert.rejects(connect());
+        await waitFor("the kept certificate", () => run("rejected").includes(fingerprint256));
+        run("trust", fingerprint256);
+        assert.match(await reload(host), /"Read 1 trusted certificate, /);
+        await connect();
+        await host.stop();
+    });
+});
+
 describe("A host with a log file that reloads", () => {
     it("goes on in a new file after the old one was moved away, or in the old one if it must", async () => {
         const log = join(makeFolder("log"), "log");
