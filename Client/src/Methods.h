@@ -65,9 +65,9 @@ constexpr std::size_t mostInputs = 4;
 /// Everything that the library knows about a method.
 struct MethodDescription
 {
-    Method method;
-    const char* name;
-    std::array<Input, mostInputs> inputs; ///< in the order of the wire, then None
+    Method method{};
+    const char* name = nullptr;
+    std::array<Input, mostInputs> inputs{}; ///< in the order of the wire, then None
     Output output = Output::None;
     Events events = Events::None;
 
