@@ -41,14 +41,12 @@ Step FindStep(std::uint32_t result, Step otherwise) noexcept
 
 } // namespace
 
-BlockUpload::BlockUpload(Transfer& transfer, Caller& caller, const std::string& remote,
-                         BlockSource& source, const Stamp& stamp, std::optional<std::uint64_t> size)
+BlockUpload::BlockUpload(Transfer& transfer, Caller& caller, BlockSource& source,
+                         const Target& target)
     : transfer(transfer)
     , caller(caller)
-    , remote(remote)
     , source(source)
-    , stamp(stamp)
-    , size(size)
+    , target(target)
     , window(std::clamp(windowOfAll / transfer.GetJobs(), smallestWindow, largestWindow))
 {}
 
@@ -108,17 +106,24 @@ std::optional<ResumableTransfer::Target> BlockUpload::BreakOff(FileTime marker) 
 void BlockUpload::Open(bool isNew)
 {
     handle.reset();
-    const auto open = isNew ? caller.OpenWrite(remote) : caller.Open(remote, openForUpdating);
+    const auto open =
+        isNew ? caller.OpenWrite(target.written) : caller.Open(target.written, openForUpdating);
     const auto barrier = caller.Barrier();
     caller.AwaitAnswer(open);
     handle = open->outcome.opened;
-    if (isNew) { // blocks may follow at once
+    const bool isPrepared = isNew && target.prepare;
+    if (isNew && !isPrepared) { // blocks may follow at once
         barriers.push_back({0, barrier, {}});
         StartOver();
         return;
     }
     caller.AwaitEvent(barrier);
     ThrowIfFailed(Step::Open);
+    if (isPrepared) {
+        target.prepare();
+        StartOver();
+        return;
+    }
     const std::uint64_t found = FindSize(caller, handle->GetNumber());
     Continue(std::min(found, position));
 }
@@ -132,7 +137,7 @@ void BlockUpload::CountLoss(bool isSame)
         return;
     if (!isSame)
         handle.reset(); // the server closed it with the session
-    throw FileFailed(MakeUnknownFailure(remote, Step::Write, describeLosses));
+    throw FileFailed(MakeReasonFailure(target.remote, Step::Write, describeLosses));
 }
 
 void BlockUpload::StartOver()
@@ -153,12 +158,13 @@ void BlockUpload::Continue(std::uint64_t from)
     caller.AwaitAnswer(check);
     if (check->outcome.position != from)
         throw FileFailed(
-            MakeUnknownFailure(remote, Step::Resume, "it cannot be written from there on"));
+            MakeUnknownFailure(target.remote, Step::Resume, "it cannot be written from there on"));
     next = from;
     written = from;
     if (from < position && !source.CanSeek() && (blocks.empty() || blocks.front().start > from))
-        throw FileFailed(MakeUnknownFailure(
-            remote, Step::Resume, "the server lost more than can be sent again from a stream"));
+        throw FileFailed(
+            MakeUnknownFailure(target.remote, Step::Resume,
+                               "the server lost more than can be sent again from a stream"));
     if (source.CanSeek()) {
         position = from;
         blocks.clear();
@@ -204,17 +210,17 @@ BlockUpload::Progress BlockUpload::TryFindProgress(bool isSame)
 /// The time is set last: a file that has it is whole. Not if writing may have set it.
 bool BlockUpload::HasStamp()
 {
-    const auto time = ToFileTime(stamp.time);
+    const auto time = ToFileTime(target.stamp.time);
     if (!time || !IsPast(*time))
         return false;
-    const auto check = caller.GetDateTime(remote);
+    const auto check = caller.GetDateTime(target.written);
     caller.AwaitAnswer(check);
     return GetFileTime(*check) == time;
 }
 
 bool BlockUpload::HasSize()
 {
-    return FindSizes(caller, std::span(&remote, 1)).front() == position;
+    return FindSizes(caller, std::span(&target.written, 1)).front() == position;
 }
 
 void BlockUpload::SendAll()
@@ -314,7 +320,7 @@ void BlockUpload::ThrowIfRefused() const
 void BlockUpload::CountWritten(std::uint64_t upTo)
 {
     if (upTo > written)
-        transfer.tally.Move(remote, upTo, size, upTo - std::max(written, counted));
+        transfer.tally.Move(target.remote, upTo, target.size, upTo - std::max(written, counted));
     counted = std::max(counted, upTo);
     written = std::max(written, upTo);
     while (!blocks.empty() &&
@@ -350,13 +356,14 @@ void BlockUpload::ThrowIfFailed(Step step)
     if (result == 0)
         return;
     handle.reset(); // is closed with the failure
-    throw FileFailed(MakeRemoteFailure(remote, FindStep(result, step), result));
+    throw FileFailed(MakeRemoteFailure(target.remote, FindStep(result, step), result));
 }
 
 void BlockUpload::Finish()
 {
     isFinishing = true;
-    const auto close = caller.WriteClose(handle->GetNumber(), stamp.time, stamp.permissions);
+    const auto close =
+        caller.WriteClose(handle->GetNumber(), target.stamp.time, target.stamp.permissions);
     const auto barrier = caller.Barrier();
     caller.AwaitAnswer(close);
     caller.AwaitEvent(barrier);
@@ -366,7 +373,7 @@ void BlockUpload::Finish()
     handle.reset();
     if (!isClosed)
         throw FileFailed(
-            MakeUnknownFailure(remote, Step::Close, "it is no longer open on the server"));
+            MakeUnknownFailure(target.remote, Step::Close, "it is no longer open on the server"));
     CountWritten(position);
 }
 

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,9 +21,17 @@ namespace Client {
 class BlockUpload
 {
 public:
-    /// `size`: of the source, where it is known. All must outlive it.
-    BlockUpload(Transfer& transfer, Caller& caller, const std::string& remote, BlockSource& source,
-                const Stamp& stamp, std::optional<std::uint64_t> size);
+    /// The file that is written, and the one that it is meant for. All must outlive it.
+    struct Target
+    {
+        const std::string& remote;
+        const std::string& written;
+        const Stamp stamp;
+        const std::optional<std::uint64_t> size; ///< of the source, where it is known
+        /// Called when a new file is there, before anything is written; empty: nothing.
+        const std::function<void()> prepare;
+    };
+    BlockUpload(Transfer& transfer, Caller& caller, BlockSource& source, const Target& target);
     BlockUpload(const BlockUpload&) = delete;
     BlockUpload& operator=(const BlockUpload&) = delete;
     ~BlockUpload();
@@ -82,10 +91,8 @@ private:
 
     Transfer& transfer;
     Caller& caller;
-    const std::string& remote;
     BlockSource& source;
-    const Stamp stamp;
-    const std::optional<std::uint64_t> size;
+    const Target& target;
     const std::size_t window;
     std::shared_ptr<RemoteHandle> handle;
     std::deque<Block> blocks; // that may have to be sent again

@@ -230,6 +230,18 @@ bool Caller::AwaitClosing()
            !barrier->outcome.isLost;
 }
 
+bool Caller::DeleteAnyway(const std::vector<std::string>& paths) noexcept
+{
+    if (paths.empty())
+        return true;
+    try {
+        const auto deletion = Delete(paths);
+        return AwaitClosing() && !deletion->outcome.isLost && !deletion->outcome.hasNoResult;
+    } catch (const std::exception&) {
+        return false; // out of memory or the like
+    }
+}
+
 void Caller::CloseAnyway(std::uint32_t handle) noexcept
 {
     try {

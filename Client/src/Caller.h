@@ -87,6 +87,9 @@ public:
     /// Waits, for a short time and without being cancelled, until all that was posted is over.
     /// Returns false when that is not known.
     bool AwaitClosing();
+    /// Deletes files without being cancelled. Returns false when it is not known that they are
+    /// gone.
+    bool DeleteAnyway(const std::vector<std::string>& paths) noexcept;
     /// Closes a file without being cancelled, for a short time. Whatever goes wrong is left to the
     /// end of the session.
     void CloseAnyway(std::uint32_t handle) noexcept;

@@ -56,7 +56,7 @@ TransferResult FileSystem::Download(const std::vector<TransferItem>& items,
 {
     Transfer transfer{*node, options};
     RunDownload(transfer, *this, items);
-    return transfer.tally.Take();
+    return Conclude(transfer, false);
 }
 
 } // namespace Client

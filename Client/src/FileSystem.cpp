@@ -2,6 +2,7 @@
 
 #include "Client/Watch.h"
 #include "PrivateNode.h"
+#include "Reasons.h"
 #include "Sizes.h"
 #include "Stamp.h"
 #include "UaTimes.h"
@@ -18,12 +19,18 @@ namespace {
 
 constexpr std::size_t directoriesAtOnce = 16;
 constexpr std::size_t pathsAtOnce = 500;
+constexpr const char* noReason = "the server gave no reason";
 constexpr const char* describeNoContent =
     "its entries do not fit into a message that the server and this client take";
 
 std::string Quote(const std::string& path)
 {
     return "'" + path + "'";
+}
+
+Attempt MakeChange(const std::string& path, Step step)
+{
+    return {.path = path, .step = step, .isWriting = true};
 }
 
 /// A directory whose listing is on its way.
@@ -103,14 +110,18 @@ private:
     Listing listing;
 };
 
-Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecursive)
+/// `ask` returns the cause, the given one where the server does not tell.
+template <typename Ask>
+Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecursive,
+                      const Ask& ask)
 {
     const auto list = caller.List(directory, isRecursive);
     const auto barrier = caller.Exists(AsDirectory(directory));
     caller.AwaitEvent(barrier);
     CheckAnswer(*list);
     if (!barrier->outcome.exists)
-        throw OperationFailedException("cannot list " + Quote(directory) + ": No such directory");
+        throw OperationFailedException("cannot list " + Quote(directory) + ": " +
+                                       ask("No such directory"));
     const bool isWhole =
         !list->outcome.hasNoResult && !list->outcome.isLimitExceeded && !list->outcome.hasNoContent;
     if (isRecursive && !isWhole) {
@@ -124,7 +135,8 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
         throw OperationFailedException("cannot list " + Quote(directory) + ": " +
                                        describeNoContent);
     if (list->outcome.hasNoResult)
-        throw OperationFailedException("cannot list " + Quote(directory) + ": it cannot be read");
+        throw OperationFailedException("cannot list " + Quote(directory) + ": " +
+                                       ask("it cannot be read"));
     Listing listing{std::move(list->outcome.entries), {}};
     if (list->outcome.isLimitExceeded)
         listing.failures.push_back(MakeUnknownFailure(
@@ -194,6 +206,13 @@ Failure MakeUnknownFailure(std::string path, Step step, std::string cause)
     return failure;
 }
 
+Failure MakeReasonFailure(std::string path, Step step, std::string cause)
+{
+    Failure failure = MakeUnknownFailure(std::move(path), step, std::move(cause));
+    failure.kind = FailureKind::RemoteReason;
+    return failure;
+}
+
 FileSystem::FileSystem(Connection& connection)
     : node(std::make_unique<PrivateNode>(*connection.engine))
 {}
@@ -231,7 +250,10 @@ Listing FileSystem::List(const std::string& directory, bool isRecursive,
 {
     CheckPath(directory);
     auto caller = node->MakeCaller(cancellation);
-    return caller.Repeat([&] { return ListDirectory(caller, directory, isRecursive); });
+    const auto ask = [&](const char* otherwise) {
+        return AskCause(*node, cancellation, {.path = directory, .step = Step::List}, otherwise);
+    };
+    return caller.Repeat([&] { return ListDirectory(caller, directory, isRecursive, ask); });
 }
 
 void FileSystem::CreateDirectory(const std::string& path, const Cancellation* cancellation)
@@ -246,8 +268,9 @@ void FileSystem::CreateDirectory(const std::string& path, const Cancellation* ca
         return check->outcome.exists;
     });
     if (!isThere)
-        throw OperationFailedException("cannot create directory " + Quote(path) +
-                                       " (the server gave no reason)");
+        throw OperationFailedException(
+            "cannot create directory " + Quote(path) + ": " +
+            AskCause(*node, cancellation, MakeChange(path, Step::CreateDirectory), noReason));
 }
 
 std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, bool mayBeMissing,
@@ -266,13 +289,15 @@ std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, b
         });
         for (std::size_t i = 0; i < part.size(); ++i) {
             if (after[i])
-                failures.push_back(MakeUnknownFailure(
-                    part[i], Step::Delete, "it still exists; the server gave no reason"));
+                failures.push_back(MakeUnknownFailure(part[i], Step::Delete, noReason));
             else if (!before[i] && !mayBeMissing)
                 failures.push_back(
-                    MakeUnknownFailure(part[i], Step::Delete, "No such file or directory"));
+                    MakeReasonFailure(part[i], Step::Delete, "No such file or directory"));
         }
     }
+    TransferOptions options;
+    options.cancellation = cancellation;
+    Reasons(*node, options).Explain(failures, true);
     return failures;
 }
 
@@ -300,16 +325,20 @@ void FileSystem::SetTime(const std::string& path, FileTime time, const Cancellat
         return GetFileTime(*check) == time;
     });
     if (!isSet)
-        throw OperationFailedException("cannot set the time of " + Quote(path) +
-                                       ": it does not read back as set");
+        throw OperationFailedException("cannot set the time of " + Quote(path) + ": " +
+                                       AskCause(*node, cancellation,
+                                                MakeChange(path, Step::SetTime),
+                                                "it does not read back as set"));
 }
 
 void FileSystem::SetPermissions(const std::string& path, Permissions permissions,
                                 const Cancellation* cancellation)
 {
-    if (GetKind(path, cancellation) != Kind::File)
-        throw OperationFailedException("cannot set permissions of " + Quote(path) +
-                                       ": it is no file");
+    const Kind kind = GetKind(path, cancellation);
+    if (kind != Kind::File)
+        throw OperationFailedException(
+            "cannot set permissions of " + Quote(path) + ": " +
+            (kind == Kind::Missing ? "No such file or directory" : "it is no file"));
     auto caller = node->MakeCaller(cancellation);
     const auto flags = MakePermissions(permissions);
     const std::uint32_t result = caller.Repeat([&] {
@@ -329,7 +358,9 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
     });
     if (result != 0)
         throw OperationFailedException("cannot set permissions of " + Quote(path) + ": " +
-                                       DescribeResult(result));
+                                       AskCause(*node, cancellation,
+                                                MakeChange(path, Step::SetPermissions),
+                                                DescribeResult(result)));
 }
 
 std::uint64_t FileSystem::GetSize(const std::string& path, const Cancellation* cancellation)

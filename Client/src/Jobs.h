@@ -2,6 +2,7 @@
 
 #include "Caller.h"
 #include "PrivateNode.h"
+#include "Reasons.h"
 #include "Tally.h"
 #include "TransferRecords.h"
 
@@ -32,6 +33,7 @@ struct Transfer
     const TransferOptions& options;
     Tally tally{options};
     const TransferRecords records{node.GetStateFolder()};
+    Reasons reasons{node, options};
     std::atomic<bool> isOver{false}; ///< cancelled, or the connection is gone
 
     [[nodiscard]] std::size_t GetJobs() const noexcept
@@ -72,6 +74,15 @@ void DoFile(Transfer& transfer, const std::string& remote, const std::string& ta
     } catch (const std::bad_alloc&) {
         fail(FailureKind::LocalSystem, "there is no memory for it", 0);
     }
+}
+
+/// Returns the result, with the causes of its failures as far as the server tells.
+[[nodiscard]] inline TransferResult Conclude(Transfer& transfer, bool isUpload)
+{
+    TransferResult result = transfer.tally.Take();
+    if (!result.isCancelled && !result.isConnectionLost)
+        transfer.reasons.Explain(result.failures, isUpload);
+    return result;
 }
 
 /// Does steps that belong to no single file; the transfer is over when it cannot go on.

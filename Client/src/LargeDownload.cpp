@@ -26,9 +26,9 @@ ResumableTransfer MakeResumable(const Transfer& transfer, const DownloadFile& jo
                     : std::nullopt};
 }
 
-/// Leaves a record where it is broken off.
-std::uint64_t Fetch(Transfer& transfer, Caller& caller, const DownloadFile& job,
-                    const PartFile& part, std::uint64_t start, ResumableTransfer& resumable)
+/// Leaves a record where it is broken off, unless nothing came.
+std::uint64_t Fetch(Transfer& transfer, Caller& caller, const DownloadFile& job, PartFile& part,
+                    std::uint64_t start, ResumableTransfer& resumable, bool& hasBegun)
 {
     try {
         const auto size =
@@ -43,6 +43,7 @@ std::uint64_t Fetch(Transfer& transfer, Caller& caller, const DownloadFile& job,
         return size;
     } catch (...) {
         resumable.BreakOff(std::nullopt);
+        hasBegun = !part.DropIfEmpty();
         throw;
     }
 }
@@ -79,7 +80,7 @@ void FetchLarge(Transfer& transfer, Caller& caller, const DownloadFile& job,
             options.resumes ? FindDownloadStart(caller, job, part, resumable) : 0;
         resumable.Forget();
         transfer.tally.Resume(start);
-        const std::uint64_t size = Fetch(transfer, caller, job, part, start, resumable);
+        const std::uint64_t size = Fetch(transfer, caller, job, part, start, resumable, hasBegun);
         if (options.verifies)
             CompareContents(caller, job.remote, part.GetDescriptor(), job.local,
                             transfer.GetJobs());

@@ -6,10 +6,12 @@
 #include "ResumableTransfer.h"
 #include "Stamp.h"
 #include "UaTimes.h"
+#include "UploadNames.h"
 #include "UploadResume.h"
 #include "Verify.h"
 
 #include <fcntl.h>
+#include <span>
 #include <sys/stat.h>
 
 namespace Client {
@@ -29,19 +31,57 @@ ResumableTransfer MakeResumable(const Transfer& transfer, const UploadFile& job,
             status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec};
 }
 
-/// Leaves a record where it is broken off, and a time at the target that writing does not set:
-/// so it is known when somebody else writes it.
-std::uint64_t Send(BlockUpload& upload, std::uint64_t start, ResumableTransfer& resumable,
-                   FileTime marker)
+/// One source that goes up.
+struct LargeUpload
 {
-    try {
-        const auto size = upload.Run(start);
-        resumable.Forget();
-        return size;
-    } catch (...) {
-        resumable.BreakOff(upload.BreakOff(marker));
-        throw;
+    Transfer& transfer;
+    Caller& caller;
+    const UploadFile& job;
+    const int file;
+    const FileTime marker;
+    ResumableTransfer& resumable;
+
+    /// Leaves a record where it is broken off, and a time at the target that writing does not set:
+    /// so it is known when somebody else writes it.
+    [[nodiscard]] std::uint64_t Send(std::uint64_t start) const
+    {
+        FileSource source(file, job.local, resumable);
+        const Stamp stamp{transfer.options.setsTimes ? ToUaTime(job.time) : 0,
+                          MakePermissions(job.permissions)};
+        const BlockUpload::Target target{job.remote, job.written, stamp, job.size,
+                                         MakePreparation(transfer, job)};
+        BlockUpload upload(transfer, caller, source, target);
+        try {
+            const auto size = upload.Run(start);
+            resumable.Forget();
+            return size;
+        } catch (...) {
+            resumable.BreakOff(upload.BreakOff(marker));
+            throw;
+        }
     }
+
+    /// Likewise; a target that cannot be opened goes first, if the options say so.
+    [[nodiscard]] std::uint64_t SendOrReplace(std::uint64_t start) const
+    {
+        try {
+            return Send(start);
+        } catch (const FileFailed& failed) {
+            const Failure& failure = failed.GetFailure();
+            if (!transfer.options.replaces || failure.kind != FailureKind::RemoteResult ||
+                failure.step != Step::Open)
+                throw;
+        }
+        caller.Repeat([&] { caller.AwaitEvent(caller.Delete({job.written})); });
+        return Send(0);
+    }
+};
+
+/// So that nothing is begun for a source that cannot be read.
+void RequireReadable(int file, const std::string& local)
+{
+    unsigned char first = 0;
+    ReadAt(file, local, std::span(&first, 1), 0);
 }
 
 void CompareWhole(Transfer& transfer, Caller& caller, const UploadFile& job, int file)
@@ -57,28 +97,28 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& job, FileTi
 {
     const TransferOptions& options = transfer.options;
     bool hasBegun = false;
-    DoFile(transfer, job.remote, job.remote, hasBegun, [&] {
+    DoUpload(transfer, job, hasBegun, [&] {
         const Support::Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         if (!file.IsOpen())
             FailLocally(job.local, Step::Open);
+        RequireReadable(file.Get(), job.local);
         if (job.isWhole) {
             CompareWhole(transfer, caller, job, file.Get());
             return;
         }
         ResumableTransfer resumable = MakeResumable(transfer, job, file.Get());
         const std::uint64_t start =
-            options.resumes ? FindUploadStart(caller, job.remote, file.Get(), job.local, resumable)
+            options.resumes ? FindUploadStart(caller, job.written, file.Get(), job.local, resumable)
                             : 0;
         resumable.Forget();
         transfer.tally.Resume(start);
-        FileSource source(file.Get(), job.local, resumable);
-        const Stamp stamp{options.setsTimes ? ToUaTime(job.time) : 0,
-                          MakePermissions(job.permissions)};
-        BlockUpload upload(transfer, caller, job.remote, source, stamp, job.size);
         hasBegun = true;
-        const std::uint64_t size = Send(upload, start, resumable, marker);
+        const std::uint64_t size =
+            LargeUpload{transfer, caller, job, file.Get(), marker, resumable}.SendOrReplace(start);
         if (options.verifies)
-            CompareContents(caller, job.remote, file.Get(), job.local, transfer.GetJobs());
+            CompareContents(caller, job.written, file.Get(), job.local, transfer.GetJobs());
+        if (!job.IsInPlace())
+            GiveName(transfer, job);
         transfer.tally.FinishFile(job.remote, size);
     });
 }

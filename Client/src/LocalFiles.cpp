@@ -11,6 +11,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace Client {
@@ -21,6 +22,27 @@ constexpr mode_t fileMode = 0666; // as far as the umask allows
 constexpr mode_t directoryMode = 0777;
 constexpr std::size_t longestName = 255;
 constexpr std::size_t keptOfLongName = 200;
+constexpr std::string_view partEnd = ".talvensor-part";
+
+/// Returns "-" and sixteen digits, by FNV-1a: only to tell texts apart.
+std::string Hash(const std::string& text)
+{
+    std::uint64_t hash = 0xCBF29CE484222325U;
+    for (const char letter : text)
+        hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3U;
+    std::array<char, 32> digits{};
+    std::snprintf(digits.data(), digits.size(), "-%016llx", static_cast<unsigned long long>(hash));
+    return digits.data();
+}
+
+/// Long names that begin alike are told apart.
+std::string MakePartLeaf(const std::string& leaf, const std::string& number)
+{
+    const std::string end = std::string(partEnd) + number;
+    if (leaf.size() + end.size() < longestName)
+        return "." + leaf + end;
+    return "." + leaf.substr(0, keptOfLongName) + Hash(leaf) + end;
+}
 
 } // namespace
 
@@ -37,16 +59,7 @@ Failure MakeLocalFailure(const std::string& path, Step step, FailureKind kind, s
 
 std::string GetPartLeaf(const std::string& leaf, unsigned int number)
 {
-    const std::string end = ".talvensor-part" + (number == 1 ? "" : "-" + std::to_string(number));
-    if (leaf.size() + end.size() < longestName)
-        return "." + leaf + end;
-    // FNV-1a: only to tell long names that begin alike apart.
-    std::uint64_t hash = 0xCBF29CE484222325U;
-    for (const char letter : leaf)
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3U;
-    std::array<char, 32> digits{};
-    std::snprintf(digits.data(), digits.size(), "-%016llx", static_cast<unsigned long long>(hash));
-    return "." + leaf.substr(0, keptOfLongName) + digits.data() + end;
+    return MakePartLeaf(leaf, number == 1 ? "" : "-" + std::to_string(number));
 }
 
 std::string GetLeaf(const std::string& path)
@@ -91,6 +104,22 @@ std::string GetDirectory(const std::string& path)
 std::string GetPartName(const std::string& local)
 {
     return local.substr(0, local.rfind('/') + 1) + GetPartLeaf(GetLeaf(local));
+}
+
+std::string GetRemotePartName(const std::string& remote, const std::string& local)
+{
+    std::array<char, 256> machine{};
+    gethostname(machine.data(), machine.size() - 1);
+    return remote.substr(0, remote.rfind('/') + 1) +
+           MakePartLeaf(GetLeaf(remote), Hash(machine.data() + NormalizeLocal(local)));
+}
+
+bool IsPartName(std::string_view name)
+{
+    const auto end = name.rfind(partEnd);
+    return name.starts_with('.') && end != std::string_view::npos && end > 1 &&
+           name.find_first_not_of("-0123456789abcdef", end + partEnd.size()) ==
+               std::string_view::npos;
 }
 
 std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> buffer,
@@ -245,6 +274,13 @@ void PartFile::Truncate(std::uint64_t size)
 {
     if (ftruncate(descriptor.Get(), static_cast<off_t>(size)) != 0)
         FailLocally(shownName, Step::Write);
+}
+
+bool PartFile::DropIfEmpty() noexcept
+{
+    struct stat status = {};
+    return fstat(descriptor.Get(), &status) == 0 && status.st_size == 0 &&
+           unlinkat(directory, part.c_str(), 0) == 0;
 }
 
 void PartFile::Finish(std::optional<FileTime> time)

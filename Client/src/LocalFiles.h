@@ -65,6 +65,8 @@ public:
     [[nodiscard]] int GetDescriptor() const noexcept { return descriptor.Get(); }
     [[nodiscard]] std::uint64_t GetSize() const;
     void Truncate(std::uint64_t size);
+    /// Deletes the part if nothing came, since there is nothing to carry on. Returns true then.
+    bool DropIfEmpty() noexcept;
     /// Gives it its time and its name. Throws FileFailed, also when not all could be written.
     void Finish(std::optional<FileTime> time);
 

@@ -2,6 +2,7 @@
 
 #include "Caller.h"
 #include "Client/FileSystem.h"
+#include "ObjectCaller.h"
 
 #include <memory>
 
@@ -23,6 +24,12 @@ public:
     [[nodiscard]] Caller MakeCaller(const Cancellation* cancellation) const
     {
         return {node, cancellation};
+    }
+    [[nodiscard]] bool OffersObjects() const noexcept { return node->GetEngine().OffersObjects(); }
+    /// REQUIRES: OffersObjects.
+    [[nodiscard]] ObjectCaller MakeObjectCaller(const Cancellation* cancellation) const
+    {
+        return {node->GetEngine(), cancellation};
     }
     [[nodiscard]] const std::filesystem::path& GetStateFolder() const noexcept
     {
@@ -53,6 +60,9 @@ void CheckPath(const std::string& path);
 
 /// Describes in words the result of an acknowledgement.
 [[nodiscard]] Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result);
+/// A failure whose cause the server does not tell.
 [[nodiscard]] Failure MakeUnknownFailure(std::string path, Step step, std::string cause);
+/// A failure whose cause is known.
+[[nodiscard]] Failure MakeReasonFailure(std::string path, Step step, std::string cause);
 
 } // namespace Client

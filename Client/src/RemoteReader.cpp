@@ -72,7 +72,7 @@ private:
         losses = position > positionBefore ? 1 : losses + 1;
         positionBefore = position;
         if (losses >= mostLosses)
-            throw FileFailed(MakeUnknownFailure(remote, Step::Read, describeLosses));
+            throw FileFailed(MakeReasonFailure(remote, Step::Read, describeLosses));
     }
 
     /// After a lost connection reads may have run whose bytes never came.

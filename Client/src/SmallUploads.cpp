@@ -3,6 +3,7 @@
 #include "LocalFiles.h"
 #include "Stamp.h"
 #include "UaTimes.h"
+#include "UploadNames.h"
 
 #include <fcntl.h>
 #include <memory>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::size_t uploadsAtOnce = 128;
 constexpr std::size_t bytesAtOnce = std::size_t{8} << 20U;
+constexpr std::size_t namesAtOnce = 200;
 
 } // namespace
 
@@ -30,18 +32,18 @@ void SmallUploads::Run(const std::vector<UploadFile>& files)
     for (const auto& file : files)
         waiting.push_back(&file);
     waitingBefore = waiting.size();
-    while (!waiting.empty() || !sent.empty() || !checking.empty()) {
+    while (!waiting.empty() || !sent.empty() || !checking.empty() || !whole.empty()) {
         try {
             caller.ThrowIfCancelled();
             SendWaiting();
             TakeSome();
+            if (whole.size() >= namesAtOnce || (sent.empty() && checking.empty()))
+                NameWhole();
         } catch (const CallsLost&) {
             caller.Recover();
             StartOver();
         } catch (...) {
-            for (const auto* const queue : {&sent, &checking})
-                for (const auto& upload : *queue)
-                    transfer.tally.AddUnfinished(upload.job->remote);
+            DropParts();
             throw;
         }
     }
@@ -95,7 +97,7 @@ std::optional<SmallUploads::Upload> SmallUploads::Start(const UploadFile& job)
 {
     std::optional<Upload> upload;
     const bool hasBegun = false;
-    DoFile(transfer, job.remote, job.remote, hasBegun, [&] {
+    DoUpload(transfer, job, hasBegun, [&] {
         const Support::Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         if (!file.IsOpen())
             FailLocally(job.local, Step::Open);
@@ -108,7 +110,7 @@ std::optional<SmallUploads::Upload> SmallUploads::Start(const UploadFile& job)
         content->resize(size);
         const FileTime time = IsPast(job.time) ? job.time : marker;
         upload = {&job, size, time,
-                  caller.UploadFile(job.remote, std::move(content), ToUaTime(time),
+                  caller.UploadFile(job.written, std::move(content), ToUaTime(time),
                                     MakePermissions(job.permissions)),
                   nullptr};
     });
@@ -130,11 +132,16 @@ bool SmallUploads::AwaitUpload(Upload& upload)
         outcome.opened != nullptr && outcome.opened->IsLost() && !outcome.opened->IsAcknowledged();
     if (outcome.isLost || isHandleLost)
         throw CallsLost();
-    DoFile(transfer, upload.job->remote, upload.job->remote, hasBegun, [&] {
+    DoUpload(transfer, *upload.job, hasBegun, [&] {
         CheckAnswer(*upload.upload);
-        if (const auto result = outcome.opened->GetFailure(); result != 0)
+        const auto result = outcome.opened->GetFailure();
+        if (result != 0 && transfer.options.replaces && upload.job->IsInPlace()) {
+            large.push_back(*upload.job); // where it is deleted first
+            return;
+        }
+        if (result != 0)
             throw FileFailed(MakeRemoteFailure(upload.job->remote, Step::Open, result));
-        upload.check = caller.GetDateTime(upload.job->remote);
+        upload.check = caller.GetDateTime(upload.job->written);
         isOpened = true;
     });
     return isOpened;
@@ -155,8 +162,8 @@ void SmallUploads::CheckFirst()
         Succeed(upload);
     } else {
         upload.time = upload.job->time;
-        caller.SetDateTime(upload.job->remote, ToUaTime(upload.time));
-        upload.check = caller.GetDateTime(upload.job->remote);
+        caller.SetDateTime(upload.job->written, ToUaTime(upload.time));
+        upload.check = caller.GetDateTime(upload.job->written);
         checking.push_back(upload);
     }
     checking.pop_front();
@@ -172,18 +179,54 @@ void SmallUploads::Fail(const Upload& upload)
     const bool isOpen = position->outcome.position.has_value();
     if (isOpen)
         caller.Close(handle);
+    LookForReason(transfer, *upload.job, isOpen ? Step::Write : Step::Close);
+    if (!upload.job->IsInPlace())
+        caller.Delete({upload.job->written});
     transfer.tally.FailFile(
         upload.job->remote,
         isOpen ? MakeRemoteFailure(upload.job->remote, Step::Write, 2)
                : MakeUnknownFailure(upload.job->remote, Step::Close,
                                     "it was not closed, or its time could not be set"),
-        upload.job->remote);
+        upload.job->IsInPlace() ? upload.job->remote : "");
 }
 
 void SmallUploads::Succeed(const Upload& upload)
 {
     transfer.tally.Move(upload.job->remote, upload.size, upload.size, upload.size);
-    transfer.tally.FinishFile(upload.job->remote, upload.size);
+    if (upload.job->IsInPlace())
+        transfer.tally.FinishFile(upload.job->remote, upload.size);
+    else
+        whole.push_back(upload.job);
+}
+
+void SmallUploads::NameWhole()
+{
+    const auto failures = GiveNames(transfer, whole);
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        if (failures[i])
+            transfer.tally.FailFile(whole[i]->remote, *failures[i], whole[i]->written);
+        else
+            transfer.tally.FinishFile(whole[i]->remote, whole[i]->size);
+    }
+    whole.clear();
+}
+
+/// Deletes what has not got its name, as far as there is time, and names what is left.
+void SmallUploads::DropParts()
+{
+    std::vector<std::string> parts;
+    for (const auto* const queue : {&sent, &checking})
+        for (const auto& upload : *queue) {
+            if (upload.job->IsInPlace())
+                transfer.tally.AddUnfinished(upload.job->remote);
+            else
+                parts.push_back(upload.job->written);
+        }
+    for (const auto* const job : whole)
+        parts.push_back(job->written);
+    if (!caller.DeleteAnyway(parts))
+        for (const auto& part : parts)
+            transfer.tally.AddUnfinished(part);
 }
 
 } // namespace Client

@@ -43,6 +43,8 @@ private:
     void CheckFirst();
     void Fail(const Upload& upload);
     void Succeed(const Upload& upload);
+    void NameWhole();
+    void DropParts();
 
     Transfer& transfer;
     Caller& caller;
@@ -51,7 +53,8 @@ private:
     std::deque<const UploadFile*> waiting;
     std::deque<Upload> sent;
     std::deque<Upload> checking;
-    std::size_t sentBytes = 0; // of `sent`
+    std::vector<const UploadFile*> whole; // without their names
+    std::size_t sentBytes = 0;            // of `sent`
     std::size_t waitingBefore = 0;
     unsigned int losses = 0; // in a row, without progress
 };

@@ -18,7 +18,7 @@ TransferResult FileSystem::DownloadTo(const std::string& remote, const ByteSink&
         const bool hasBegun = false; // there is no target
         DoFile(transfer, remote, "", hasBegun, [&] {
             if (GetKind(remote, options.cancellation) == Kind::Directory)
-                throw FileFailed(MakeUnknownFailure(remote, Step::Open, "it is a directory"));
+                throw FileFailed(MakeReasonFailure(remote, Step::Open, "is a directory"));
             const auto size =
                 ReadRemoteFile(caller, remote, 0, 1,
                                [&](std::uint64_t position, std::span<const unsigned char> bytes) {
@@ -29,7 +29,7 @@ TransferResult FileSystem::DownloadTo(const std::string& remote, const ByteSink&
             transfer.tally.FinishFile(remote, size);
         });
     });
-    return transfer.tally.Take();
+    return Conclude(transfer, false);
 }
 
 } // namespace Client

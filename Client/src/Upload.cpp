@@ -4,6 +4,7 @@
 #include "SmallUploads.h"
 #include "Stamp.h"
 #include "UploadDirectories.h"
+#include "UploadNames.h"
 #include "UploadPlan.h"
 #include "UploadWhole.h"
 
@@ -21,6 +22,7 @@ void RunUpload(Transfer& transfer, const std::vector<TransferItem>& items)
         MakeDirectories(transfer, caller, plan.directories);
         if (options.resumes)
             SkipWhole(transfer, caller, plan);
+        ChooseNames(transfer, plan);
         SmallUploads(transfer, caller, marker, plan.large).Run(plan.small);
     });
     if (!transfer.isOver)
@@ -41,7 +43,7 @@ TransferResult FileSystem::Upload(const std::vector<TransferItem>& items,
 {
     Transfer transfer{*node, options};
     RunUpload(transfer, items);
-    return transfer.tally.Take();
+    return Conclude(transfer, true);
 }
 
 } // namespace Client

@@ -28,6 +28,14 @@ std::vector<bool> MakeSome(Caller& caller, std::span<const UploadDirectory> part
     return made;
 }
 
+/// What should go into it is not tried.
+void FailToMake(Transfer& transfer, const std::string& directory)
+{
+    transfer.reasons.AddObstacle(directory, "No such directory: " + directory);
+    transfer.tally.AddFailure(
+        MakeUnknownFailure(directory, Step::CreateDirectory, "it does not exist afterwards"));
+}
+
 } // namespace
 
 void MakeDirectories(Transfer& transfer, Caller& caller, std::vector<UploadDirectory>& directories)
@@ -42,8 +50,7 @@ void MakeDirectories(Transfer& transfer, Caller& caller, std::vector<UploadDirec
             if (made[i])
                 transfer.tally.AddDirectory();
             else
-                transfer.tally.AddFailure(MakeUnknownFailure(part[i].remote, Step::CreateDirectory,
-                                                             "it does not exist afterwards"));
+                FailToMake(transfer, part[i].remote);
         }
     }
     std::erase_if(directories, [](const UploadDirectory& directory) { return !directory.isThere; });

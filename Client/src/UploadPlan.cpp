@@ -81,6 +81,7 @@ private:
         UploadFile job;
         job.local = local;
         job.remote = remote;
+        job.written = remote;
         job.size = static_cast<std::uint64_t>(status.st_size);
         job.time = FileTime(std::chrono::seconds(status.st_mtim.tv_sec));
         if (options.setsPermissions) {
@@ -115,6 +116,15 @@ private:
 };
 
 } // namespace
+
+void LookForReason(Transfer& transfer, const UploadFile& file, Step step) noexcept
+{
+    try {
+        transfer.reasons.Look({file.remote, step, true, file.IsInPlace(), file.size});
+    } catch (const std::exception&) {
+        // No memory: the others are tried.
+    }
+}
 
 UploadPlan PlanUpload(Transfer& transfer, const std::vector<TransferItem>& items)
 {

@@ -4,6 +4,7 @@
 #include "Jobs.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,12 @@ struct UploadFile
     FileTime time;
     Permissions permissions;
     bool isWhole = false; ///< an earlier transfer has finished it; only to be compared
+
+    std::string written; ///< the remote path that it is written to until it is whole
+    /// The mode of the file that it takes the place of.
+    std::optional<std::uint32_t> modeBefore;
+
+    [[nodiscard]] bool IsInPlace() const noexcept { return written == remote; }
 };
 
 struct UploadDirectory
@@ -33,6 +40,27 @@ struct UploadPlan
     std::vector<UploadFile> small;            ///< each goes up in one call
     std::vector<UploadFile> large;            ///< each goes up in blocks
 };
+
+/// A file could not be written: finds out if others will fail as well.
+void LookForReason(Transfer& transfer, const UploadFile& file, Step step) noexcept;
+
+/// Does one file as DoFile does, unless it is known that it cannot be written.
+template <typename Function>
+void DoUpload(Transfer& transfer, const UploadFile& file, const bool& hasBegun,
+              const Function& function)
+{
+    DoFile(transfer, file.remote, file.written, hasBegun, [&] {
+        if (const auto obstacle = transfer.reasons.FindObstacle(file.remote); obstacle && !hasBegun)
+            throw FileFailed(MakeReasonFailure(file.remote, Step::Open, *obstacle));
+        try {
+            function();
+        } catch (const FileFailed& failed) {
+            if (failed.GetFailure().side == Side::Remote)
+                LookForReason(transfer, file, failed.GetFailure().step);
+            throw;
+        }
+    });
+}
 
 /// Finds them at the sources. Tells the tally of them, and of what is left out.
 [[nodiscard]] UploadPlan PlanUpload(Transfer& transfer, const std::vector<TransferItem>& items);

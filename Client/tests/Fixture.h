@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace ClientTest {
 
@@ -28,10 +29,15 @@ void ExpectSameTrees(const std::filesystem::path& left, const std::filesystem::p
 /// Returns why connecting was refused; fails the test when it was not.
 [[nodiscard]] Client::Refusal GetRefusal(const std::function<void()>& connect);
 
+/// A host that serves a folder. By default it has no file objects.
 class WithHost : public testing::Test
 {
 protected:
-    WithHost() { clientKey.GiveTo(GetClientState()); }
+    explicit WithHost(const std::vector<std::string>& more = {})
+        : host(root.GetPath(), more)
+    {
+        clientKey.GiveTo(GetClientState());
+    }
     ~WithHost() override { clientKey.TakeFrom(GetClientState()); }
 
     std::filesystem::path GetClientState() const { return state.GetPath() / "client"; }
@@ -50,7 +56,16 @@ protected:
     TemporaryFolder local;
     TemporaryFolder state;
     KeptKey clientKey{"client"};
-    HostProcess host{root.GetPath()};
+    HostProcess host;
+};
+
+/// A host with file objects.
+class WithObjects : public WithHost
+{
+protected:
+    WithObjects()
+        : WithHost(GetObjectArguments())
+    {}
 };
 
 } // namespace ClientTest

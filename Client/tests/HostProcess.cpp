@@ -114,6 +114,11 @@ Leash::~Leash()
     close(ours);
 }
 
+std::vector<std::string> GetObjectArguments()
+{
+    return {"--module", TALVENSOR_OBJECTS_MODULE, "--model", TALVENSOR_OBJECTS_MODEL};
+}
+
 HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::string> more,
                          std::uint16_t port, HostStart givenStart)
     : root(std::move(givenRoot))

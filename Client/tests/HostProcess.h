@@ -31,6 +31,9 @@ private:
     pid_t watcher = -1;
 };
 
+/// Returns the arguments that give a host file objects as well.
+[[nodiscard]] std::vector<std::string> GetObjectArguments();
+
 /// How a host is started, where that is not as usual.
 struct HostStart
 {

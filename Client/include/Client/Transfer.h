@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Client {
@@ -43,7 +44,8 @@ enum class FailureKind
 {
     LocalSystem,    ///< `systemError` says why
     RemoteResult,   ///< the server acknowledged with a failure: `remoteResult`
-    RemoteUnknown,  ///< the server's file system did not do it and does not tell why
+    RemoteReason,   ///< the server's file system did not do it: `cause` says why
+    RemoteUnknown,  ///< it did not do it, and the cause is not known or was found out afterwards
     Refused,        ///< the server refused a call
     ConnectionLost, ///< and could not be made again in time
     Unsafe,         ///< a path of a listing leads out of the target; nothing was written
@@ -108,6 +110,13 @@ struct TransferOptions
     /// Uploads only: sets what the server's flags can say: executable where the owner may execute,
     /// read-only where nobody may write.
     bool setsPermissions = true;
+    /// Uploads only: writes into the target itself, which others see half meanwhile, and which a
+    /// link leads to. Otherwise, where the server has file objects, a file is written beside its
+    /// target under the name GetRemotePartName and takes its place, or that of a link, when it is
+    /// whole. Pipes and devices are written in place in any case.
+    bool isInPlace = false;
+    /// Uploads only: a target in place that cannot be opened is deleted first.
+    bool replaces = false;
     ProgressCallback progress;
     const Cancellation* cancellation = nullptr; ///< null: cannot be cancelled
 };
@@ -122,9 +131,10 @@ struct TransferResult
     std::uint64_t resumedBytes = 0; ///< not moved, since an earlier transfer had
     std::chrono::nanoseconds duration{0};
     std::vector<Failure> failures;
-    /// The targets that were begun and are not whole: after a cancellation, a lost connection or a
-    /// failure. Remote files hold a part of the source; local ones have not been touched, and a
-    /// part is kept beside them under the name GetPartName.
+    /// What was begun and is not whole: after a cancellation, a lost connection or a failure.
+    /// Remote files are those that hold a part of the source, the targets themselves only if they
+    /// were written in place. Local ones are the targets, which have not been touched: a part is
+    /// kept beside them under the name GetPartName.
     std::vector<std::string> unfinished;
     bool isCancelled = false;
     bool isConnectionLost = false;
@@ -138,5 +148,12 @@ struct TransferResult
 /// The name under which a download keeps what it has until it is whole, unless a file of the same
 /// transfer has that name.
 [[nodiscard]] std::string GetPartName(const std::string& local);
+
+/// The name that an upload of a local file has until it is whole. It is the same for the same
+/// source on the same machine, so that it can be carried on, and another one for other sources.
+[[nodiscard]] std::string GetRemotePartName(const std::string& remote, const std::string& local);
+
+/// Returns true for a file name of the form that both give.
+[[nodiscard]] bool IsPartName(std::string_view name);
 
 } // namespace Client

@@ -70,6 +70,8 @@ const char* GetName(Client::FailureKind kind)
         return "localSystem";
     case Client::FailureKind::RemoteResult:
         return "remoteResult";
+    case Client::FailureKind::RemoteReason:
+        return "remoteReason";
     case Client::FailureKind::RemoteUnknown:
         return "remoteUnknown";
     case Client::FailureKind::Refused:

@@ -1,0 +1,218 @@
+#include "UploadNames.h"
+
+#include "ObjectCaller.h"
+#include "StatusWords.h"
+
+#include <open62541/types.h>
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+namespace Client {
+
+namespace {
+
+constexpr std::uint32_t readableForAll = 0444;
+constexpr std::uint32_t writableForAll = 0222;
+constexpr std::uint32_t executableForAll = 0111;
+constexpr std::uint32_t usableForOwner = 0600;
+
+/// Returns the mode that a file gets in place of another one: it keeps that one's, and the
+/// permissions that are sent with it change it as they would have in place.
+std::uint32_t GetMode(const UploadFile& file) noexcept
+{
+    std::uint32_t mode = *file.modeBefore;
+    if (file.permissions.executable)
+        mode |= executableForAll;
+    if (file.permissions.readOnly)
+        mode = (mode | readableForAll) & ~writableForAll;
+    return mode;
+}
+
+bool IsProtected(const UploadFile& file) noexcept
+{
+    return file.modeBefore && (*file.modeBefore & readableForAll) != readableForAll;
+}
+
+/// Returns false when the file cannot be written.
+bool Choose(Transfer& transfer, const EntryState& state, UploadFile& file)
+{
+    const bool isMissing = state.kind == Kind::Missing;
+    if (state.kind == Kind::Directory) {
+        transfer.tally.FailFile(file.remote,
+                                MakeReasonFailure(file.remote, Step::Open, "is a directory"), "");
+        return false;
+    }
+    // A path that the file objects do not take, since it leads upwards, is none that they rename.
+    if (state.isSpecial || (isMissing && state.status == UA_STATUSCODE_BADINVALIDARGUMENT))
+        return true;
+    file.written = GetRemotePartName(file.remote, file.local);
+    if (!isMissing)
+        file.modeBefore = state.permissions;
+    return true;
+}
+
+void ChooseNames(Transfer& transfer, std::vector<UploadFile>& files)
+{
+    std::vector<std::string> paths;
+    paths.reserve(files.size());
+    for (const auto& file : files)
+        paths.push_back(file.remote);
+    const auto states =
+        transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
+    std::size_t next = 0;
+    std::erase_if(files, [&](UploadFile& file) {
+        const EntryState& state = states[next++];
+        return !file.isWhole && !Choose(transfer, state, file);
+    });
+}
+
+Failure MakeFailure(const std::string& path, Step step, const Result& result)
+{
+    const std::string subject = path + ": "; // the server may name it
+    std::string cause = result.reason.empty() ? DescribeStatus(result.status) : result.reason;
+    if (cause.starts_with(subject))
+        cause.erase(0, subject.size());
+    return MakeReasonFailure(path, step, std::move(cause));
+}
+
+void Protect(Transfer& transfer, const UploadFile& file)
+{
+    const std::uint32_t mode = *file.modeBefore | usableForOwner;
+    const auto result = transfer.node.MakeObjectCaller(transfer.options.cancellation)
+                            .SetPermissions(std::span(&file.written, 1), std::span(&mode, 1))
+                            .front();
+    if (!result.IsGood())
+        throw FileFailed(MakeFailure(file.remote, Step::SetPermissions, result));
+}
+
+/// The files that are to be renamed, and what came of it.
+class Renames
+{
+public:
+    Renames(Transfer& transfer, std::span<const UploadFile* const> files)
+        : caller(transfer.node.MakeObjectCaller(transfer.options.cancellation))
+        , files(files)
+        , left(files.size())
+        , failures(files.size())
+    {
+        std::iota(left.begin(), left.end(), std::size_t{0});
+    }
+
+    std::vector<std::optional<Failure>> Run()
+    {
+        SetModes();
+        for (unsigned int losses = 0; !left.empty();) {
+            try {
+                Move();
+            } catch (const CallsLost&) {
+                ForgetRenamed();
+                if (++losses == mostLosses)
+                    FailLeft(describeLosses);
+            }
+        }
+        return std::move(failures);
+    }
+
+private:
+    /// Before the file has its name: nobody sees it with other permissions.
+    void SetModes()
+    {
+        std::vector<std::size_t> numbers;
+        std::vector<std::string> paths;
+        std::vector<std::uint32_t> modes;
+        for (std::size_t i = 0; i < files.size(); ++i)
+            if (files[i]->modeBefore) {
+                numbers.push_back(i);
+                paths.push_back(files[i]->written);
+                modes.push_back(GetMode(*files[i]));
+            }
+        const auto results = caller.SetPermissions(paths, modes);
+        for (std::size_t i = 0; i < numbers.size(); ++i)
+            if (!results[i].IsGood())
+                failures[numbers[i]] =
+                    MakeFailure(files[numbers[i]]->remote, Step::SetPermissions, results[i]);
+        std::erase_if(left, [&](std::size_t number) { return failures[number].has_value(); });
+    }
+
+    void Move()
+    {
+        std::vector<Renaming> renamings;
+        for (const std::size_t number : left)
+            renamings.push_back({files[number]->written, files[number]->remote});
+        const auto results = caller.Move(renamings, true);
+        for (std::size_t i = 0; i < left.size(); ++i)
+            if (!results[i].IsGood())
+                failures[left[i]] = MakeFailure(files[left[i]]->remote, Step::Rename, results[i]);
+        left.clear();
+    }
+
+    /// After a lost connection: a file that is not there under the name that it was written to has
+    /// its own.
+    void ForgetRenamed()
+    {
+        std::vector<std::string> paths;
+        for (const std::size_t number : left) {
+            paths.push_back(files[number]->written);
+            paths.push_back(files[number]->remote);
+        }
+        const auto states = caller.GetStates(paths);
+        std::size_t next = 0;
+        std::erase_if(left, [&](std::size_t) {
+            const std::size_t first = std::exchange(next, next + 2);
+            return states[first].kind == Kind::Missing && states[first + 1].kind == Kind::File;
+        });
+    }
+
+    void FailLeft(const char* cause)
+    {
+        for (const std::size_t number : left)
+            failures[number] = MakeReasonFailure(files[number]->remote, Step::Rename, cause);
+        left.clear();
+    }
+
+    ObjectCaller caller;
+    std::span<const UploadFile* const> files;
+    std::vector<std::size_t> left;
+    std::vector<std::optional<Failure>> failures;
+};
+
+} // namespace
+
+void ChooseNames(Transfer& transfer, UploadPlan& plan)
+{
+    if (transfer.options.isInPlace || !transfer.node.OffersObjects())
+        return;
+    ChooseNames(transfer, plan.small);
+    ChooseNames(transfer, plan.large);
+    // Small files are written in one call, which leaves no time to protect them.
+    for (auto& file : plan.small)
+        if (IsProtected(file))
+            plan.large.push_back(file);
+    std::erase_if(plan.small, IsProtected);
+}
+
+std::vector<std::optional<Failure>> GiveNames(Transfer& transfer,
+                                              std::span<const UploadFile* const> files)
+{
+    return Renames(transfer, files).Run();
+}
+
+void GiveName(Transfer& transfer, const UploadFile& file)
+{
+    const UploadFile* const only = &file;
+    if (const auto failure = GiveNames(transfer, std::span(&only, 1)).front())
+        throw FileFailed(*failure);
+}
+
+std::function<void()> MakePreparation(Transfer& transfer, const UploadFile& file)
+{
+    if (!IsProtected(file))
+        return {};
+    return [&transfer, &file] {
+        Protect(transfer, file);
+    };
+}
+
+} // namespace Client

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Jobs.h"
+#include "UploadPlan.h"
+
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace Client {
+
+/// Chooses the names that files are written to, where the server can rename them afterwards. Tells
+/// the tally of those that cannot be written and takes them out. Throws what ObjectCaller throws.
+void ChooseNames(Transfer& transfer, UploadPlan& plan);
+
+/// Gives the files, which are whole under the names that they were written to, their own names, and
+/// the permissions of those in whose place they come. Returns for each what has failed. Throws what
+/// ObjectCaller throws but CallsLost.
+[[nodiscard]] std::vector<std::optional<Failure>>
+GiveNames(Transfer& transfer, std::span<const UploadFile* const> files);
+
+/// Likewise, one file. Throws FileFailed too.
+void GiveName(Transfer& transfer, const UploadFile& file);
+
+/// Returns an operation for when the new file is there and empty: it lets nobody read it who may
+/// not read the one in whose place it comes. Empty where that is not needed. Both arguments must
+/// outlive it. It throws FileFailed and what ObjectCaller throws.
+[[nodiscard]] std::function<void()> MakePreparation(Transfer& transfer, const UploadFile& file);
+
+} // namespace Client

@@ -1,0 +1,255 @@
+// Uploads to a server with file objects: beside the target, renamed when whole.
+
+#include "Fixture.h"
+#include "Relay.h"
+
+#include "Client/FileSystem.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace Client;
+using namespace ClientTest;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t smallSize = 1000;
+constexpr std::size_t largeSize = std::size_t{8} << 20U;
+
+class AReplacedFile : public WithObjects
+{
+protected:
+    std::vector<TransferItem> MakeItem(std::size_t size)
+    {
+        MakeFile(local.GetPath() / "file", size);
+        return {{(local.GetPath() / "file").string(), Target().string()}};
+    }
+    fs::path Target() const { return root.GetPath() / "file"; }
+    std::string GetPart() const
+    {
+        return GetRemotePartName(Target().string(), (local.GetPath() / "file").string());
+    }
+    std::vector<std::string> GetNames() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(root.GetPath()))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+    static unsigned int GetMode(const fs::path& file)
+    {
+        return static_cast<unsigned int>(fs::status(file).permissions());
+    }
+
+    Connection connection{MakeOptions(host)};
+    FileSystem fileSystem{connection};
+};
+
+TEST_F(AReplacedFile, IsWholeWhetherSmallOrLarge)
+{
+    for (const std::size_t size : {std::size_t{0}, smallSize, largeSize}) {
+        const auto sent = fileSystem.Upload(MakeItem(size));
+        EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+        EXPECT_EQ(ReadFile(Target()), MakeContent(size));
+        EXPECT_EQ(GetSeconds(Target()), oldTime);
+        EXPECT_THAT(GetNames(), testing::ElementsAre("file"));
+    }
+}
+
+TEST_F(AReplacedFile, IsReplacedNotWritten)
+{
+    for (const std::size_t size : {smallSize, largeSize}) {
+        WriteFile(Target(), "before");
+        fs::create_hard_link(Target(), root.GetPath() / "other");
+        ASSERT_TRUE(fileSystem.Upload(MakeItem(size)).IsComplete());
+        EXPECT_EQ(ReadFile(root.GetPath() / "other"), "before");
+        fs::remove(root.GetPath() / "other");
+    }
+}
+
+TEST_F(AReplacedFile, IsWrittenItselfWhenAskedFor)
+{
+    WriteFile(Target(), "before");
+    fs::create_hard_link(Target(), root.GetPath() / "other");
+    TransferOptions options;
+    options.isInPlace = true;
+    ASSERT_TRUE(fileSystem.Upload(MakeItem(smallSize), options).IsComplete());
+    EXPECT_EQ(ReadFile(root.GetPath() / "other"), MakeContent(smallSize));
+}
+
+TEST_F(AReplacedFile, StaysWholeForWhoReadsItMeanwhile)
+{
+    ASSERT_TRUE(fileSystem.Upload(MakeItem(largeSize)).IsComplete());
+    const auto before = MakeContent(largeSize);
+    const auto items = MakeItem(largeSize + 1);
+    std::atomic<bool> sawPart = false;
+    TransferOptions options;
+    options.progress = [&](const Progress& progress) {
+        if (!progress.isFileFinished && fs::file_size(Target()) != largeSize)
+            sawPart = true;
+    };
+    ASSERT_TRUE(fileSystem.Upload(items, options).IsComplete());
+    EXPECT_FALSE(sawPart);
+    EXPECT_EQ(fs::file_size(Target()), largeSize + 1);
+}
+
+TEST_F(AReplacedFile, KeepsItsPermissions)
+{
+    for (const std::size_t size : {smallSize, largeSize})
+        for (const unsigned int mode : {0600U, 0640U, 0644U, 0444U, 0400U, 0755U}) {
+            WriteFile(Target(), "before");
+            fs::permissions(Target(), fs::perms(mode));
+            const auto sent = fileSystem.Upload(MakeItem(size));
+            EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+            EXPECT_EQ(GetMode(Target()), mode);
+            EXPECT_EQ(fs::file_size(Target()), size);
+            fs::remove(Target());
+        }
+}
+
+TEST_F(AReplacedFile, GetsThePermissionsThatAreSent)
+{
+    const auto items = MakeItem(smallSize);
+    WriteFile(Target(), "before");
+    fs::permissions(Target(), fs::perms(0640));
+    fs::permissions(items[0].local, fs::perms(0555));
+    ASSERT_TRUE(fileSystem.Upload(items).IsComplete());
+    EXPECT_EQ(GetMode(Target()), 0555U);
+}
+
+TEST_F(AReplacedFile, TakesThePlaceOfALink)
+{
+    WriteFile(root.GetPath() / "other", "before");
+    fs::create_symlink("other", Target());
+    ASSERT_TRUE(fileSystem.Upload(MakeItem(smallSize)).IsComplete());
+    EXPECT_FALSE(fs::is_symlink(Target()));
+    EXPECT_EQ(ReadFile(root.GetPath() / "other"), "before");
+}
+
+TEST_F(AReplacedFile, IsNoDirectory)
+{
+    fs::create_directory(Target());
+    const auto sent = fileSystem.Upload(MakeItem(smallSize));
+    ASSERT_EQ(sent.failures.size(), 1U);
+    EXPECT_EQ(sent.failures[0].cause, "is a directory");
+    EXPECT_THAT(GetNames(), testing::ElementsAre("file"));
+}
+
+TEST_F(AReplacedFile, IsCarriedOnFromItsPart)
+{
+    WriteFile(Target(), "before");
+    const auto items = MakeItem(largeSize);
+    Cancellation cancellation;
+    TransferOptions options;
+    options.cancellation = &cancellation;
+    options.progress = [&](const Progress& progress) {
+        if (progress.bytes > 0)
+            cancellation.Cancel();
+    };
+    const auto broken = fileSystem.Upload(items, options);
+    ASSERT_TRUE(broken.isCancelled);
+    EXPECT_THAT(broken.unfinished, testing::ElementsAre(GetPart()));
+    EXPECT_EQ(ReadFile(Target()), "before");
+    EXPECT_GT(fs::file_size(GetPart()), 0U);
+    TransferOptions again;
+    again.resumes = true;
+    again.verifies = true;
+    const auto sent = fileSystem.Upload(items, again);
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    EXPECT_GT(sent.resumedBytes, 0U);
+    EXPECT_EQ(ReadFile(Target()), MakeContent(largeSize));
+    EXPECT_THAT(GetNames(), testing::ElementsAre("file"));
+}
+
+TEST_F(AReplacedFile, LeavesNothingOfSmallFilesThatWereCancelled)
+{
+    const fs::path tree = local.GetPath() / "tree";
+    for (int i = 0; i < 500; ++i)
+        MakeFile(tree / std::to_string(i), smallSize);
+    Cancellation cancellation;
+    TransferOptions options;
+    options.isRecursive = true;
+    options.cancellation = &cancellation;
+    options.progress = [&](const Progress& progress) {
+        if (progress.bytes > 50 * smallSize)
+            cancellation.Cancel();
+    };
+    const auto sent =
+        fileSystem.Upload({{tree.string(), (root.GetPath() / "tree").string()}}, options);
+    ASSERT_TRUE(sent.isCancelled);
+    EXPECT_THAT(sent.unfinished, testing::IsEmpty());
+    for (const auto& entry : fs::directory_iterator(root.GetPath() / "tree"))
+        EXPECT_FALSE(IsPartName(entry.path().filename().string())) << entry.path();
+}
+
+TEST_F(AReplacedFile, IsRenamedAlthoughTheConnectionIsLostMeanwhile)
+{
+    const auto names = connection.GetInfo().namespaces;
+    const auto index = static_cast<char>(
+        std::find(names.begin(), names.end(), "urn:Talvensor:FileObjects") - names.begin());
+    for (const std::size_t size : {smallSize, largeSize}) {
+        Relay relay(host.GetPort());
+        auto options = MakeOptions(host);
+        options.url = relay.GetUrl();
+        Connection cut(options);
+        FileSystem again(cut);
+        relay.CutBefore({'\x01', index, '\x56', '\x04'}, 1); // the call that renames
+        const auto sent = again.Upload(MakeItem(size));
+        EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+        EXPECT_TRUE(relay.HasCut());
+        EXPECT_EQ(ReadFile(Target()), MakeContent(size));
+        EXPECT_THAT(GetNames(), testing::ElementsAre("file"));
+    }
+}
+
+TEST_F(AReplacedFile, CanComeFromAStream)
+{
+    WriteFile(Target(), "before");
+    std::size_t left = 3;
+    const auto sent = fileSystem.UploadFrom(
+        [&](std::span<unsigned char> buffer) {
+            if (left == 0)
+                return std::size_t{0};
+            --left;
+            buffer[0] = 'x';
+            return std::size_t{1};
+        },
+        Target().string());
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    EXPECT_EQ(ReadFile(Target()), "xxx");
+    EXPECT_THAT(GetNames(), testing::ElementsAre("file"));
+}
+
+TEST_F(AReplacedFile, StaysWhenItsStreamFails)
+{
+    WriteFile(Target(), "before");
+    EXPECT_THROW(
+        (void)fileSystem.UploadFrom(
+            [&](std::span<unsigned char>) -> std::size_t { throw std::runtime_error("no more"); },
+            Target().string()),
+        std::runtime_error);
+    EXPECT_EQ(ReadFile(Target()), "before");
+    EXPECT_THAT(GetNames(), testing::ElementsAre("file"));
+}
+
+TEST(APartName, IsRecognised)
+{
+    EXPECT_TRUE(IsPartName(GetPartName("file")));
+    EXPECT_TRUE(IsPartName(GetRemotePartName("file", "here")));
+    EXPECT_TRUE(IsPartName(GetRemotePartName(std::string(250, 'x'), "here")));
+    EXPECT_LE(GetRemotePartName(std::string(250, 'x'), "here").size(), 255U);
+    EXPECT_FALSE(IsPartName("file"));
+    EXPECT_FALSE(IsPartName(".talvensor-part"));
+    EXPECT_FALSE(IsPartName(".file.talvensor-parts"));
+    EXPECT_NE(GetRemotePartName("file", "here"), GetRemotePartName("file", "there"));
+}
+
+} // namespace
