@@ -5,7 +5,7 @@ import { createHash } from "node:crypto";
 import { existsSync, mkdirSync, readFileSync, utimesSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { after, before, describe, it } from "node:test";
-import { makeFolder, opcua, programs, startHost, waitFor } from "./harness.mjs";
+import { fileObjectsFlags, makeFolder, opcua, startHost, waitFor } from "./harness.mjs";
 
 const { DataType, Variant, VariantArrayType } = opcua;
 const fileObjectsUri = "urn:Talvensor:FileObjects";
@@ -22,8 +22,7 @@ const uint64 = (value) =>
     new Variant({ dataType: DataType.UInt64, arrayType: VariantArrayType.Scalar, value: [0, value] });
 const toNumber = ([high, low]) => high * 2 ** 32 + low;
 
-const startFileHost = (flags = []) =>
-    startHost({ flags: ["--module", programs.fileObjectsModule, "--model", programs.fileObjectsModel, ...flags] });
+const startFileHost = (flags = []) => startHost({ flags: [...fileObjectsFlags, ...flags] });
 
 describe("The methods by path", () => {
     let host;

@@ -47,6 +47,9 @@ export const programs = {
     failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };
 
+/** The flags by which a host serves its files as objects, too. */
+export const fileObjectsFlags = ["--module", programs.fileObjectsModule, "--model", programs.fileObjectsModel];
+
 /** The owner of the checkout, who need not be the user who runs the tests. */
 export const owner = String(statSync(programs.model).uid);
 
