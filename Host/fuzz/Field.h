@@ -6,9 +6,12 @@
 #include "Pool.h"
 #include "Random.h"
 #include "Requests.h"
+#include "User.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace Fuzz {
 
@@ -16,9 +19,10 @@ namespace Fuzz {
 struct Field
 {
     Field(std::uint64_t seed, std::string hostUrl, std::uint16_t hostPort,
-          std::uint16_t fileMethods)
+          std::optional<User> hostUser, std::uint16_t fileMethods)
         : url(std::move(hostUrl))
         , port(hostPort)
+        , user(std::move(hostUser))
         , random(seed)
         , mutator(random, pool)
         , requests(random, pool, mutator, fileMethods)
@@ -28,6 +32,7 @@ struct Field
 
     const std::string url;
     const std::uint16_t port;
+    const std::optional<User> user; ///< none: anybody may log in
     Random random;
     Pool pool;
     Mutator mutator;

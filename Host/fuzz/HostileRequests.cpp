@@ -5,7 +5,7 @@ namespace Fuzz {
 void HostileRequests::Step()
 {
     if (!client) {
-        client = std::make_unique<LibraryClient>(field.url, true);
+        client = std::make_unique<LibraryClient>(field.url, true, field.user);
         ++field.figures.encryptedSessions;
     }
     const bool isLeaving = field.random.Chance(1) && field.random.Chance(20);

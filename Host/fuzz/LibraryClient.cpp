@@ -49,12 +49,17 @@ const UA_DataType& FindResponse(const UA_DataType& request)
 
 } // namespace
 
-LibraryClient::LibraryClient(const std::string& url, bool isEncrypted)
+LibraryClient::LibraryClient(const std::string& url, bool isEncrypted,
+                             const std::optional<User>& user)
 {
     UA_ClientConfig configuration =
         OpcUa::MakeClientConfiguration(isEncrypted ? Encryption::Basic256Sha256 : Encryption::None);
     configuration.timeout = longestCall;
     configuration.noNewSession = true;
+    if (user)
+        RequireGood(UA_ClientConfig_setAuthenticationUsername(&configuration, user->name.c_str(),
+                                                              user->password.c_str()),
+                    "setting a user");
     client = OpcUa::Connect(configuration, url);
     hostNamespace = FindNamespace("urn:Talvensor:Host");
     fileNamespace = FindNamespace("urn:Talvensor:FileSystem");
@@ -72,17 +77,17 @@ std::uint16_t LibraryClient::FindNamespace(const std::string& uri) const
 
 void LibraryClient::Explore(Pool& pool)
 {
-    const std::string name = "FileSystem";
-    pool.AddFiles({hostNamespace, UA_NODEIDTYPE_STRING, {.string = ViewOf(name)}});
+    const std::string shared = "FileSystem";
+    pool.AddFiles({hostNamespace, UA_NODEIDTYPE_STRING, {.string = ViewOf(shared)}});
     std::size_t next = pool.AddNode(UA_NODEID_NUMERIC(0, UA_NS0ID_ROOTFOLDER));
     std::set<std::string> known{TextOf(pool.GetNode(next))};
     for (; next < pool.CountNodes() && pool.CountNodes() < mostNodes; ++next)
-        for (const auto& [node, isMethod] : Browse(pool.GetNode(next))) {
+        for (const auto& [node, name, isMethod] : Browse(pool.GetNode(next))) {
             if (!known.insert(TextOf(*node)).second)
                 continue;
             const std::size_t place = pool.AddNode(*node);
             if (isMethod)
-                pool.AddMethod(next, place);
+                pool.AddMethod({next, place, ReadInputs(*node)});
         }
 }
 
@@ -92,7 +97,7 @@ std::vector<LibraryClient::Child> LibraryClient::Browse(const UA_NodeId& node) c
     description.nodeId = node;
     description.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
     description.includeSubtypes = true;
-    description.resultMask = UA_BROWSERESULTMASK_NODECLASS;
+    description.resultMask = UA_BROWSERESULTMASK_NODECLASS | UA_BROWSERESULTMASK_BROWSENAME;
     UA_BrowseRequest request{};
     request.nodesToBrowse = &description;
     request.nodesToBrowseSize = 1;
@@ -102,10 +107,29 @@ std::vector<LibraryClient::Child> LibraryClient::Browse(const UA_NodeId& node) c
         for (std::size_t j = 0; j < response.results[i].referencesSize; ++j) {
             UA_ReferenceDescription& found = response.results[i].references[j];
             children.push_back({Ua<UA_NodeId>(std::exchange(found.nodeId.nodeId, UA_NODEID_NULL)),
+                                std::string(BytesOf(found.browseName.name)),
                                 found.nodeClass == UA_NODECLASS_METHOD});
         }
     UA_BrowseResponse_clear(&response);
     return children;
+}
+
+std::vector<InputType> LibraryClient::ReadInputs(const UA_NodeId& method) const
+{
+    std::vector<InputType> inputs;
+    for (const Child& child : Browse(method)) {
+        Ua<UA_Variant> value;
+        if (child.name != "InputArguments" ||
+            UA_Client_readValueAttribute(client.get(), *child.node, &*value) !=
+                UA_STATUSCODE_GOOD ||
+            !UA_Variant_hasArrayType(&*value, &UA_TYPES[UA_TYPES_ARGUMENT]))
+            continue;
+        const auto* arguments = static_cast<const UA_Argument*>(value->data);
+        for (std::size_t i = 0; i < value->arrayLength; ++i)
+            inputs.push_back({UA_findDataType(&arguments[i].dataType),
+                              arguments[i].valueRank != UA_VALUERANK_SCALAR});
+    }
+    return inputs;
 }
 
 UA_StatusCode LibraryClient::Call(const UA_NodeId& object, const UA_NodeId& method,

@@ -2,6 +2,7 @@
 
 #include "PlainClient.h"
 #include "Pool.h"
+#include "User.h"
 #include "Value.h"
 
 #include <OpcUa/Ua.h>
@@ -9,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +20,9 @@ namespace Fuzz {
 class LibraryClient
 {
 public:
-    /// `isEncrypted`: Basic256Sha256, signed and encrypted. Throws UaException.
-    LibraryClient(const std::string& url, bool isEncrypted);
+    /// `isEncrypted`: Basic256Sha256, signed and encrypted. Logs in as the user where there is one.
+    /// Throws UaException.
+    LibraryClient(const std::string& url, bool isEncrypted, const std::optional<User>& user);
     LibraryClient(const LibraryClient&) = delete;
     LibraryClient& operator=(const LibraryClient&) = delete;
     ~LibraryClient();
@@ -44,10 +47,13 @@ private:
     struct Child
     {
         OpcUa::Ua<UA_NodeId> node;
+        std::string name; ///< without its namespace
         bool isMethod;
     };
 
     [[nodiscard]] std::vector<Child> Browse(const UA_NodeId& node) const;
+    /// Returns the inputs that a method declares.
+    [[nodiscard]] std::vector<InputType> ReadInputs(const UA_NodeId& method) const;
     [[nodiscard]] UA_StatusCode Call(const UA_NodeId& object, const UA_NodeId& method,
                                      std::size_t count, const UA_Variant* inputs,
                                      OpcUa::Ua<UA_Variant>& output) const;

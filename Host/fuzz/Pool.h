@@ -7,15 +7,24 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Fuzz {
+
+/// A method's input, as the method declares it.
+struct InputType
+{
+    const UA_DataType* type = nullptr; ///< null: one that the library does not know
+    bool isArray = false;
+};
 
 /// A method and an object that has it.
 struct MethodPlace
 {
     std::size_t object;
     std::size_t method; ///< both places in `Pool::nodes`
+    std::vector<InputType> inputs;
 };
 
 /// Everything that requests are made of and that the host may know: its nodes, and the numbers and
@@ -25,7 +34,7 @@ class Pool
 public:
     /// Returns the place of the node in the list.
     std::size_t AddNode(const UA_NodeId& node);
-    void AddMethod(std::size_t object, std::size_t method) { methods.push_back({object, method}); }
+    void AddMethod(MethodPlace method) { methods.push_back(std::move(method)); }
     void AddMade(const UA_NodeId& node);
     void AddFiles(const UA_NodeId& node);
     void AddNumber(std::uint32_t number);

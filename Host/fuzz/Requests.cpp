@@ -178,14 +178,7 @@ void Requests::FillFileCall(UA_CallMethodRequest& call)
     Resize(call.inputArguments, call.inputArgumentsSize, method.inputs.size(), UA_TYPES_VARIANT);
     std::size_t i = 0;
     for (const std::size_t type : method.inputs) {
-        UA_Variant& input = call.inputArguments[i++];
-        if (method.hasArray) {
-            mutator.FillVariant(input, UA_TYPES[type], 2);
-            continue;
-        }
-        input.type = &UA_TYPES[type];
-        input.data = UA_new(input.type);
-        mutator.Fill(input.data, *input.type, 2);
+        FillInput(call.inputArguments[i++], {&UA_TYPES[type], method.hasArray});
     }
 }
 
@@ -194,9 +187,28 @@ void Requests::FillAnyCall(UA_CallMethodRequest& call)
     const MethodPlace& place = pool.DrawMethod(random);
     call.objectId = CopyOf(pool.GetNode(place.object));
     call.methodId = CopyOf(pool.GetNode(place.method));
-    Resize(call.inputArguments, call.inputArgumentsSize, random.Below(4), UA_TYPES_VARIANT);
+    const bool isAsDeclared = random.Chance(70);
+    Resize(call.inputArguments, call.inputArgumentsSize,
+           isAsDeclared ? place.inputs.size() : random.Below(4), UA_TYPES_VARIANT);
     for (std::size_t i = 0; i < call.inputArgumentsSize; ++i)
-        mutator.Fill(&call.inputArguments[i], UA_TYPES[UA_TYPES_VARIANT], 2);
+        if (isAsDeclared)
+            FillInput(call.inputArguments[i], place.inputs[i]);
+        else
+            mutator.Fill(&call.inputArguments[i], UA_TYPES[UA_TYPES_VARIANT], 2);
+}
+
+/// Makes a value that fits the input; empty where its type is not known.
+void Requests::FillInput(UA_Variant& input, const InputType& declared)
+{
+    if (declared.type == nullptr)
+        return;
+    if (declared.isArray) {
+        mutator.FillVariant(input, *declared.type, 2);
+        return;
+    }
+    input.type = declared.type;
+    input.data = UA_new(input.type);
+    mutator.Fill(input.data, *input.type, 2);
 }
 
 Value Requests::MakeRead()

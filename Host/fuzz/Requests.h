@@ -45,6 +45,7 @@ private:
 
     void FillFileCall(UA_CallMethodRequest& call);
     void FillAnyCall(UA_CallMethodRequest& call);
+    void FillInput(UA_Variant& input, const InputType& declared);
     void FillFilter(UA_ExtensionObject& filter);
     void FillWhere(UA_ContentFilter& where);
     void FillSelect(UA_SimpleAttributeOperand& clause);

@@ -12,8 +12,10 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -52,9 +54,26 @@ std::size_t CountEntries(const std::filesystem::path& folder)
     _exit(127);
 }
 
+struct PipeDeleter
+{
+    void operator()(std::FILE* pipe) const noexcept { pclose(pipe); }
+};
+
+/// Writes a user file with this one user.
+void WriteUserFile(const std::filesystem::path& file, const User& user)
+{
+    const std::string command =
+        std::string(TALVENSOR_HOST) + " passwd " + file.string() + " " + user.name;
+    const std::unique_ptr<std::FILE, PipeDeleter> input(popen(command.c_str(), "we"));
+    if (!input)
+        Support::ThrowSystemError("popen");
+    std::fprintf(input.get(), "%s\n", user.password.c_str());
+}
+
 } // namespace
 
-Target::Target(const std::filesystem::path& folder, const std::vector<std::string>& options)
+Target::Target(const std::filesystem::path& folder, const std::optional<User>& user,
+               const std::vector<std::string>& options)
     : kept(folder / "kept")
     , log(folder / "log")
 {
@@ -68,14 +87,15 @@ Target::Target(const std::filesystem::path& folder, const std::vector<std::strin
                                        (folder / "root").string(),
                                        "--read-only",
                                        kept.string(),
-                                       "--module",
-                                       TALVENSOR_MODULE,
-                                       "--model",
-                                       TALVENSOR_MODEL,
                                        "--pki",
                                        (folder / "pki").string(),
                                        "--grace",
                                        "200ms"};
+    if (user) {
+        const auto file = folder / "users";
+        WriteUserFile(file, *user);
+        arguments.insert(arguments.end(), {"--users", file.string(), "--trust-any-client"});
+    }
     arguments.insert(arguments.end(), options.begin(), options.end());
     Start(arguments);
     AwaitListening();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Support/Descriptor.h"
+#include "User.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,8 +25,10 @@ struct Holdings
 class Target
 {
 public:
-    /// Starts it with its files in a folder, and waits until it listens. Throws if it does not.
-    Target(const std::filesystem::path& folder, const std::vector<std::string>& options);
+    /// Starts it with its files in a folder, and waits until it listens. With a user, nobody else
+    /// may log in. Throws if it does not start.
+    Target(const std::filesystem::path& folder, const std::optional<User>& user,
+           const std::vector<std::string>& options);
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
     /// Kills it if it still runs.

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -34,11 +35,13 @@ constexpr std::size_t frameClients = 8;
 constexpr std::size_t requestClients = 2;
 constexpr std::size_t stepsBetweenChecks = 200;
 constexpr int checksAfterwards = 200;
+const User theUser{"ann", "a password"};
 
 struct Options
 {
     std::uint64_t seed = 0;
     unsigned seconds = 300;
+    bool hasUsers = false;
     std::vector<std::string> hostOptions;
 };
 
@@ -68,6 +71,9 @@ void AddTexts(Pool& pool)
                              "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256",
                              "0:2",
                              "1:0",
+                             "ann",
+                             "data/file",
+                             "root/folder",
                              "%n%s"})
         pool.AddText(text);
     pool.AddText(std::string("with\0zero", 9));
@@ -125,9 +131,11 @@ void Run(Field& field, Target& target, LibraryClient& good, const Options& optio
 
 void RunInFolder(const std::filesystem::path& folder, const Options& options)
 {
-    Target target(folder, options.hostOptions);
-    auto good = std::make_unique<LibraryClient>(target.GetUrl(), false);
-    Field field(options.seed, target.GetUrl(), target.GetPort(),
+    const auto user = options.hasUsers ? std::optional<User>(theUser) : std::nullopt;
+    Target target(folder, user, options.hostOptions);
+    // A password needs encryption.
+    auto good = std::make_unique<LibraryClient>(target.GetUrl(), options.hasUsers, user);
+    Field field(options.seed, target.GetUrl(), target.GetPort(), user,
                 good->FindNamespace("urn:Talvensor:FileSystem"));
     try {
         Run(field, target, *good, options);
@@ -169,6 +177,8 @@ int main(int argc, char** argv)
     Options options;
     options.seed = std::random_device()();
     app.add_option("seconds", options.seconds, "how long (300)");
+    app.add_flag("--with-users", options.hasUsers,
+                 "let the host know users: only encrypted clients log in");
     app.add_option("--seed", options.seed, "repeats what the run with this seed did");
     app.add_option("--host-option", options.hostOptions, "a further argument of the host");
     CLI11_PARSE(app, argc, argv);
