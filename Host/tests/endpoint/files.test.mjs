@@ -5,10 +5,9 @@ import { createHash } from "node:crypto";
 import { existsSync, mkdirSync, readFileSync, utimesSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { after, before, describe, it } from "node:test";
-import { fileObjectsFlags, makeFolder, opcua, startHost, waitFor } from "./harness.mjs";
+import { fileObjectsFlags, fileObjectsUri, makeFolder, opcua, startHost, waitFor } from "./harness.mjs";
 
 const { DataType, Variant, VariantArrayType } = opcua;
-const fileObjectsUri = "urn:Talvensor:FileObjects";
 const root = "i=16314";
 const changed = new Date("2020-02-29T12:34:56Z");
 

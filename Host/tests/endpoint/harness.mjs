@@ -44,6 +44,7 @@ export const programs = {
         join(repository, "build/dev/lib/talvensor/modules/libTalvensor.FileObjects.so"),
     fileObjectsModel: join(repository, "FileObjects/model/Talvensor.FileObjects.NodeSet2.xml"),
     treeModule: process.env.TALVENSOR_TREE_MODULE ?? join(repository, "build/dev/lib/tests/libTest.Tree.so"),
+    slowDisk: process.env.TALVENSOR_SLOW_DISK ?? join(repository, "build/dev/bin/SlowDisk"),
     failingThreads: process.env.TALVENSOR_FAILING_THREADS ?? join(repository, "build/dev/lib/libFailingThreads.so"),
 };
 
@@ -55,6 +56,7 @@ export const owner = String(statSync(programs.model).uid);
 
 export const hostUri = "urn:Talvensor:Host";
 export const fileSystemUri = "urn:Talvensor:FileSystem";
+export const fileObjectsUri = "urn:Talvensor:FileObjects";
 export const longestWait = 60_000;
 
 // Reasons that node-opcua gives for requests that it cancels itself because the client or its session
