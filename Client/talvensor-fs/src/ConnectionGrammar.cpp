@@ -27,6 +27,10 @@ ConnectionGrammar::ConnectionGrammar(CLI::App& app)
                          "otherwise auto)"))
     , timeout(AddOption(app, "--timeout", "SECONDS",
                         "give up on a call after so long without a sign of life (60)"))
+    , connectTime(AddOption(app, "--connect-time", "SECONDS",
+                            "give up on a server that does not take the login in that time (10)"))
+    , reconnectTime(AddOption(app, "--reconnect-time", "SECONDS",
+                              "try a lost connection again for so long, 0: not at all (60)"))
     , fingerprint(AddOption(app, "--trust-fingerprint", "FP",
                             "trust the server with this certificate (SHA-256) and no other"))
     , acceptsNew(AddFlag(app, "--accept-new",
@@ -67,6 +71,10 @@ ConnectionSettings ConnectionGrammar::GetSettings() const
         settings.security = ParseSecurity(*text);
     if (const auto text = GetText(timeout))
         settings.timeout = ParseTimeout(*text);
+    if (const auto text = GetText(connectTime))
+        settings.connectTime = ParseTimeout(*text);
+    if (const auto text = GetText(reconnectTime))
+        settings.reconnectTime = ParseTimeout(*text, 0);
     return settings;
 }
 

@@ -72,14 +72,26 @@ std::string GetText(const fs::path& file, const toml::key& key, const toml::node
     Refuse(file, key.source(), std::string(key.str()) + " takes a text in quotes");
 }
 
+/// Returns the time with that name; null when there is none.
+std::optional<std::chrono::seconds>* FindTime(ConnectionSettings& settings, std::string_view name)
+{
+    if (name == "timeout")
+        return &settings.timeout;
+    if (name == "connect-time")
+        return &settings.connectTime;
+    if (name == "reconnect-time")
+        return &settings.reconnectTime;
+    return nullptr;
+}
+
 void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& key,
            const toml::node& node)
 {
-    if (key.str() == "timeout") {
+    if (auto* const time = FindTime(settings, key.str())) {
         const auto seconds = node.value_exact<std::int64_t>();
         if (!seconds)
-            Refuse(file, key.source(), "timeout takes a number of seconds");
-        settings.timeout = ParseTimeout(std::to_string(*seconds));
+            Refuse(file, key.source(), std::string(key.str()) + " takes a number of seconds");
+        *time = ParseTimeout(std::to_string(*seconds), time == &settings.reconnectTime ? 0 : 1);
         return;
     }
     const auto text = GetText(file, key, node);
@@ -94,7 +106,8 @@ void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& 
     else
         Refuse(file, key.source(),
                "there is no setting " + std::string(key.str()) +
-                   "; a profile has endpoint, user, password-file, security and timeout");
+                   "; a profile has endpoint, user, password-file, security, timeout, "
+                   "connect-time and reconnect-time");
 }
 
 template <typename Value>
@@ -163,6 +176,8 @@ ConnectionSettings Combine(ConnectionSettings first, const ConnectionSettings& s
     TakeUnless(first.passwordFile, second.passwordFile);
     TakeUnless(first.security, second.security);
     TakeUnless(first.timeout, second.timeout);
+    TakeUnless(first.connectTime, second.connectTime);
+    TakeUnless(first.reconnectTime, second.reconnectTime);
     return first;
 }
 
@@ -178,6 +193,10 @@ Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settin
                                                                 : Client::Security::Automatic);
     if (settings.timeout)
         options.answerTime = *settings.timeout;
+    if (settings.connectTime)
+        options.connectTime = *settings.connectTime;
+    if (settings.reconnectTime)
+        options.reconnectTime = *settings.reconnectTime;
     options.stateFolder = GetStateFolder();
     return options;
 }
@@ -260,15 +279,15 @@ Client::Security ParseSecurity(const std::string& text)
                                            "' is not a kind of security: auto, plain or encrypted");
 }
 
-std::chrono::seconds ParseTimeout(const std::string& text)
+std::chrono::seconds ParseTimeout(const std::string& text, unsigned int least)
 {
     constexpr unsigned int longest = 86'400;
     unsigned int seconds = 0;
     const char* const end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data(), end, seconds);
-    if (parsed.ec != std::errc() || parsed.ptr != end || seconds == 0 || seconds > longest)
-        throw Client::InvalidArgumentException("'" + text +
-                                               "' is not a time-out: 1 to 86400 whole seconds");
+    if (parsed.ec != std::errc() || parsed.ptr != end || seconds < least || seconds > longest)
+        throw Client::InvalidArgumentException("'" + text + "' is not a time-out: " +
+                                               std::to_string(least) + " to 86400 whole seconds");
     return std::chrono::seconds(seconds);
 }
 
