@@ -28,10 +28,11 @@ void SetTimes(Transfer& transfer, const std::vector<DownloadDirectory>& director
     }
 }
 
-void RunDownload(Transfer& transfer, FileSystem& fileSystem, const std::vector<TransferItem>& items)
+template <typename Sources>
+void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sources)
 {
     const TransferOptions& options = transfer.options;
-    DownloadPlan plan = PlanDownload(transfer, fileSystem, items);
+    DownloadPlan plan = PlanDownload(transfer, fileSystem, sources);
     const DownloadPlaces places(plan);
     std::vector<DownloadFile> large;
     if (plan.files.size() > 1 && !options.verifies)
@@ -56,6 +57,13 @@ TransferResult FileSystem::Download(const std::vector<TransferItem>& items,
 {
     Transfer transfer{*node, options};
     RunDownload(transfer, *this, items);
+    return Conclude(transfer, false);
+}
+
+TransferResult FileSystem::DownloadPart(const TreePart& part, const TransferOptions& options)
+{
+    Transfer transfer{*node, options};
+    RunDownload(transfer, *this, part);
     return Conclude(transfer, false);
 }
 

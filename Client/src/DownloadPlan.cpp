@@ -49,6 +49,20 @@ public:
         }
     }
 
+    void Find(const TreePart& part)
+    {
+        try {
+            CheckPath(part.local);
+            const TransferItem tree{part.local, part.remote};
+            const auto local = std::make_shared<LocalTree>(part.local);
+            std::unordered_set<std::string> seen;
+            for (const auto& entry : part.entries)
+                AddEntry(tree, local, entry, seen);
+        } catch (const FileFailed& failed) {
+            transfer.tally.AddFailure(failed.GetFailure());
+        }
+    }
+
     [[nodiscard]] DownloadPlan Take() { return std::move(plan); }
 
 private:
@@ -122,6 +136,14 @@ private:
 };
 
 } // namespace
+
+DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem, const TreePart& part)
+{
+    DownloadPlanner planner(transfer, fileSystem);
+    planner.Find(part);
+    transfer.tally.EndFinding();
+    return planner.Take();
+}
 
 DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
                           const std::vector<TransferItem>& items)

@@ -37,6 +37,10 @@ struct DownloadPlan
     std::unordered_set<std::string> targets;    ///< normalized
 };
 
+/// Finds those of a tree, and makes the directories, as below.
+[[nodiscard]] DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
+                                        const TreePart& part);
+
 /// Finds them at the sources, and makes the directories. Tells the tally of them, and of what is
 /// left out.
 [[nodiscard]] DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,

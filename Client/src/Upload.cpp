@@ -12,11 +12,12 @@ namespace Client {
 
 namespace {
 
-void RunUpload(Transfer& transfer, const std::vector<TransferItem>& items)
+template <typename Sources>
+void RunUpload(Transfer& transfer, const Sources& sources)
 {
     const TransferOptions& options = transfer.options;
     const FileTime marker = MakeMarker();
-    UploadPlan plan = PlanUpload(transfer, items);
+    UploadPlan plan = PlanUpload(transfer, sources);
     DoStep(transfer, [&] {
         Caller caller = transfer.node.MakeCaller(options.cancellation);
         MakeDirectories(transfer, caller, plan.directories);
@@ -43,6 +44,13 @@ TransferResult FileSystem::Upload(const std::vector<TransferItem>& items,
 {
     Transfer transfer{*node, options};
     RunUpload(transfer, items);
+    return Conclude(transfer, true);
+}
+
+TransferResult FileSystem::UploadPart(const TreePart& part, const TransferOptions& options)
+{
+    Transfer transfer{*node, options};
+    RunUpload(transfer, part);
     return Conclude(transfer, true);
 }
 

@@ -71,6 +71,12 @@ public:
         }
     }
 
+    void FindAlone(const TreePart& part, const ListEntry& entry)
+    {
+        isAlone = true;
+        Find(Join(part.local, entry.path), Join(part.remote, entry.path), true);
+    }
+
     [[nodiscard]] UploadPlan Take() { return std::move(plan); }
 
 private:
@@ -100,8 +106,13 @@ private:
         struct stat link = {};
         if (!isGiven && lstat(local.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
             throw FileFailed(SkipLocal(local, "it is a link to a directory"));
-        if (!options.isRecursive)
+        if (!options.isRecursive && !isAlone)
             throw FileFailed(SkipLocal(local, "it is a directory"));
+        if (isAlone) {
+            plan.directories.push_back(
+                {remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
+            return;
+        }
         // Closed again before the directories below are opened.
         const auto names = ReadNames(local);
         plan.directories.push_back({remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
@@ -112,6 +123,7 @@ private:
     Transfer& transfer;
     const TransferOptions& options;
     std::unordered_set<std::string> targets; // of files
+    bool isAlone = false;                    // directories stand for themselves
     UploadPlan plan;
 };
 
@@ -124,6 +136,15 @@ void LookForReason(Transfer& transfer, const UploadFile& file, Step step) noexce
     } catch (const std::exception&) {
         // No memory: the others are tried.
     }
+}
+
+UploadPlan PlanUpload(Transfer& transfer, const TreePart& part)
+{
+    UploadPlanner planner(transfer);
+    for (const auto& entry : part.entries)
+        planner.FindAlone(part, entry);
+    transfer.tally.EndFinding();
+    return planner.Take();
 }
 
 UploadPlan PlanUpload(Transfer& transfer, const std::vector<TransferItem>& items)

@@ -62,6 +62,9 @@ void DoUpload(Transfer& transfer, const UploadFile& file, const bool& hasBegun,
     });
 }
 
+/// Finds those of a tree. Tells the tally of them.
+[[nodiscard]] UploadPlan PlanUpload(Transfer& transfer, const TreePart& part);
+
 /// Finds them at the sources. Tells the tally of them, and of what is left out.
 [[nodiscard]] UploadPlan PlanUpload(Transfer& transfer, const std::vector<TransferItem>& items);
 

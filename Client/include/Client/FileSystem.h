@@ -44,6 +44,15 @@ struct Listing
     std::vector<Failure> failures;
 };
 
+/// Some of the entries of a tree that is on both sides. A directory comes before what is in it, and
+/// stands for itself alone.
+struct TreePart
+{
+    std::string local;              ///< where the paths start
+    std::string remote;             ///< likewise
+    std::vector<ListEntry> entries; ///< paths that are not safe are failures
+};
+
 /// The permissions that a server can be told, in any combination.
 struct Permissions
 {
@@ -130,6 +139,15 @@ public:
     /// Fetches remote files and trees, see Transfer.h; otherwise as `Upload`.
     [[nodiscard]] TransferResult Download(const std::vector<TransferItem>& items,
                                           const TransferOptions& options = {});
+
+    /// Sends some entries of a local tree; otherwise as `Upload`.
+    [[nodiscard]] TransferResult UploadPart(const TreePart& part,
+                                            const TransferOptions& options = {});
+
+    /// Fetches some entries of a remote tree; otherwise as `Download`. No links of the local tree
+    /// are followed.
+    [[nodiscard]] TransferResult DownloadPart(const TreePart& part,
+                                              const TransferOptions& options = {});
 
     /// Fills the buffer as far as it can and returns how many bytes; 0 is the end. Called on the
     /// calling thread. What it throws ends the upload and leaves it.
