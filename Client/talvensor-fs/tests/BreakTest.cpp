@@ -1,5 +1,6 @@
 // Transfers while something breaks: the host, its disk, the user's patience.
 
+#include "SmallDisk.h"
 #include "Tool.h"
 
 #include "Client/Transfer.h"
@@ -7,9 +8,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <csignal>
@@ -127,40 +125,6 @@ TEST(AnInterruptedTransfer, SaysWhatItWaitsForAndEndsThoughTheServerIsSilent)
     EXPECT_EQ(terminal.WaitForEnd(), 130);
     kill(desk.host.GetProcess(), SIGCONT);
 }
-
-/// A folder on a disk of its own with little room, seen by this thread and what it starts.
-class SmallDisk
-{
-public:
-    static constexpr std::size_t size = mebibyte;
-
-    SmallDisk()
-        : isMounted(unshare(CLONE_NEWNS) == 0 &&
-                    mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                    mount("tmpfs", folder.GetPath().c_str(), "tmpfs", 0, "size=1m,mode=0777") == 0)
-    {}
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-    ~SmallDisk()
-    {
-        if (isMounted)
-            umount2(folder.GetPath().c_str(), MNT_DETACH);
-    }
-
-    /// Limits the size of the host's files where the system allows no small disk.
-    void Limit(pid_t host) const
-    {
-        const rlimit limit{size, size};
-        if (!isMounted) {
-            ASSERT_EQ(prlimit(host, RLIMIT_FSIZE, &limit, nullptr), 0);
-        }
-    }
-    [[nodiscard]] const fs::path& GetPath() const noexcept { return folder.GetPath(); }
-
-private:
-    const ClientTest::TemporaryFolder folder;
-    const bool isMounted;
-};
 
 void PutOntoAFullDisk()
 {
