@@ -21,6 +21,7 @@ CommandGrammar::CommandGrammar(CLI::App& app, Place place)
                    "a line");
     AddListing();
     AddTransfers();
+    AddSync();
     AddChanges();
     AddServer();
     if (place == Place::Shell)

@@ -49,6 +49,7 @@ private:
                                        const std::string& text, const std::string& end);
     template <typename Made>
     [[nodiscard]] Made MakeTransfer(const Transfer& parts) const;
+    void AddSync();
     void AddChanges();
     void AddPermissions();
     void AddServer();

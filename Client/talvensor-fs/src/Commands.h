@@ -48,6 +48,21 @@ struct PutCommand : TransferCommand
 struct GetCommand : TransferCommand
 {};
 
+/// Makes a tree on one side like one on the other.
+struct SyncCommand
+{
+    std::string source;
+    std::string target;
+    bool isUpload = false; ///< the target is the remote one; the paths have no prefix any more
+    bool isTrial = false;  ///< only says what it would do
+    bool deletes = false;
+    bool comparesContents = false;
+    bool keepsNewer = false;
+    bool followsLinks = false;
+    std::vector<std::string> exclusions; ///< globs
+    std::size_t jobs = 2;
+};
+
 struct CatCommand
 {
     std::vector<std::string> paths; ///< patterns
@@ -130,10 +145,10 @@ struct ExitCommand
     int status = 0;
 };
 
-using Command = std::variant<ListCommand, PutCommand, GetCommand, CatCommand, RemoveCommand,
-                             MakeDirectoryCommand, ExistsCommand, TouchCommand, PermissionsCommand,
-                             WatchCommand, InfoCommand, ShellCommand, ChangeFolderCommand,
-                             ChangeLocalFolderCommand, ShowFolderCommand, HelpCommand,
-                             LocalProgramCommand, ExitCommand>;
+using Command = std::variant<ListCommand, PutCommand, GetCommand, SyncCommand, CatCommand,
+                             RemoveCommand, MakeDirectoryCommand, ExistsCommand, TouchCommand,
+                             PermissionsCommand, WatchCommand, InfoCommand, ShellCommand,
+                             ChangeFolderCommand, ChangeLocalFolderCommand, ShowFolderCommand,
+                             HelpCommand, LocalProgramCommand, ExitCommand>;
 
 } // namespace Cli

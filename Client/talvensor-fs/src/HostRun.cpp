@@ -56,6 +56,8 @@ Command ForHost(const Command& command, const std::string& name)
     auto own = command;
     if (auto* const get = std::get_if<GetCommand>(&own))
         get->target = MakeHostDirectory(get->target, name);
+    if (auto* const sync = std::get_if<SyncCommand>(&own); sync != nullptr && !sync->isUpload)
+        sync->target = MakeHostDirectory(sync->target, name);
     return own;
 }
 

@@ -198,6 +198,29 @@ std::string ToJson(const Client::Event& event, JsonReader reader)
     return Dump(json, reader);
 }
 
+std::string ToJson(const SyncSummary& summary, JsonReader reader)
+{
+    Json json;
+    json["trial"] = summary.isTrial;
+    json["complete"] = summary.isComplete;
+    json["sent"] = summary.sent;
+    json["same"] = summary.same;
+    json["newer"] = summary.newer;
+    json["deleted"] = summary.deleted;
+    json["directories"] = summary.directories;
+    json["bytes"] = summary.bytes;
+    json["seconds"] = summary.seconds;
+    return Dump(json, reader);
+}
+
+std::string ToJson(const char* action, const std::string& path, JsonReader reader)
+{
+    Json json;
+    json["action"] = action;
+    json.update(MakePath(path));
+    return Dump(json, reader);
+}
+
 std::string ToJson(const HostSummary& summary, JsonReader reader)
 {
     Json json;

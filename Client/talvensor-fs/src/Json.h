@@ -28,6 +28,20 @@ struct HostSummary
     std::string reason; ///< empty: none
 };
 
+/// What a synchronisation did, or would do.
+struct SyncSummary
+{
+    bool isTrial = false;
+    bool isComplete = false; ///< nothing failed
+    std::uint64_t sent = 0;
+    std::uint64_t same = 0;
+    std::uint64_t newer = 0;
+    std::uint64_t deleted = 0;
+    std::uint64_t directories = 0; ///< made
+    std::uint64_t bytes = 0;
+    double seconds = 0;
+};
+
 // Each makes one object on one line, without the line's end. A path that is not UTF-8 has its bytes
 // in "pathHex" too, as hexadecimal digits. Times are in UTC.
 
@@ -38,6 +52,9 @@ struct HostSummary
 [[nodiscard]] std::string ToJson(const Client::TransferResult& result, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::ServerInfo& info, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::Event& event, JsonReader reader);
+[[nodiscard]] std::string ToJson(const SyncSummary& summary, JsonReader reader);
+/// A step that a synchronisation would do: "send", "delete" and so on.
+[[nodiscard]] std::string ToJson(const char* action, const std::string& path, JsonReader reader);
 [[nodiscard]] std::string ToJson(const HostSummary& summary, JsonReader reader);
 
 /// Returns an object, as the functions above make it, with the host's name as its first member.

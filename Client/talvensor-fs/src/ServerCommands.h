@@ -14,6 +14,7 @@ namespace Cli {
 [[nodiscard]] ExitStatus Run(const PermissionsCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const PutCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const GetCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const SyncCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const CatCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const InfoCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const WatchCommand& command, const Workplace& workplace);

@@ -1,0 +1,263 @@
+// Trees that are made alike, in both directions, with a real host.
+
+#include "Tool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <sstream>
+
+namespace CliTest {
+namespace {
+
+namespace fs = std::filesystem;
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string FileObjects()
+{
+    return (fs::path(TALVENSOR_MODULE).parent_path() / "libTalvensor.FileObjects.so").string();
+}
+
+std::vector<std::string> WithObjects()
+{
+    const auto model = fs::path(TALVENSOR_HOST).parent_path().parent_path() /
+                       "share/talvensor/models/Talvensor.FileObjects.NodeSet2.xml";
+    return {"--module", FileObjects(), "--model", model.string()};
+}
+
+/// The parameter: if the host has file objects.
+class ASync : public testing::TestWithParam<bool>
+{
+protected:
+    ASync()
+    {
+        Write("src/top", "top");
+        Write("src/a/one", "1");
+        Write("src/a/b/two", "22");
+        fs::create_directories(desk.GetLocal("src/empty"));
+    }
+
+    void Write(const std::string& local, const std::string& content) const
+    {
+        fs::create_directories(desk.GetLocal(local).parent_path());
+        WriteFile(desk.GetLocal(local), content);
+    }
+
+    [[nodiscard]] Result Sync(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), {"--security", "plain", "--json", "sync"});
+        return desk.Run(arguments);
+    }
+
+    /// Returns the last object, the summary.
+    [[nodiscard]] json SyncWell(const std::vector<std::string>& arguments) const
+    {
+        const auto result = Sync(arguments);
+        EXPECT_EQ(result.status, 0) << result.error;
+        std::istringstream lines(result.output);
+        json last;
+        for (std::string line; std::getline(lines, line);)
+            last = json::parse(line);
+        return last;
+    }
+
+    void ExpectSame(const fs::path& left, const fs::path& right) const
+    {
+        const auto result = desk.RunOther("/usr/bin/diff", {"-r", left.string(), right.string()});
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(result.status, 0);
+    }
+
+    Desk desk{GetParam() ? WithObjects() : std::vector<std::string>{}};
+};
+
+TEST_P(ASync, SendsATreeOnce)
+{
+    const auto first = SyncWell({"src", "remote:dst"});
+    EXPECT_EQ(first["sent"], 3);
+    EXPECT_EQ(first["bytes"], 6);
+    EXPECT_EQ(first["directories"], 3);
+    ExpectSame(desk.GetLocal("src"), desk.GetRemote("dst"));
+    const auto second = SyncWell({"src/", "remote:dst/"});
+    EXPECT_EQ(second["sent"], 0);
+    EXPECT_EQ(second["same"], 3);
+    EXPECT_EQ(second["directories"], 0);
+}
+
+TEST_P(ASync, FetchesATreeOnce)
+{
+    fs::copy(desk.GetLocal("src"), desk.GetRemote("data"), fs::copy_options::recursive);
+    EXPECT_EQ(SyncWell({"remote:data", "dst"})["sent"], 3);
+    ExpectSame(desk.GetRemote("data"), desk.GetLocal("dst"));
+    EXPECT_EQ(SyncWell({"remote:data", "dst"})["sent"], 0);
+    WriteFile(desk.GetRemote("data/a/one"), "longer");
+    WriteFile(desk.GetLocal("dst/old"), "");
+    const auto changed = SyncWell({"--delete", "remote:data", "dst"});
+    EXPECT_EQ(changed["sent"], 1);
+    EXPECT_EQ(changed["deleted"], 1);
+    ExpectSame(desk.GetRemote("data"), desk.GetLocal("dst"));
+}
+
+TEST_P(ASync, SendsOnlyWhatChanged)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    Write("src/a/one", "other");
+    fs::last_write_time(desk.GetLocal("src/top"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(1));
+    const auto again = SyncWell({"src", "remote:dst"});
+    EXPECT_EQ(again["sent"], 2);
+    EXPECT_EQ(again["same"], 1);
+    ExpectSame(desk.GetLocal("src"), desk.GetRemote("dst"));
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["sent"], 0);
+}
+
+TEST_P(ASync, OnlySaysWhatItWouldDo)
+{
+    const auto result = desk.Run({"--security", "plain", "sync", "-n", "src", "remote:dst"});
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_THAT(result.output, HasSubstr("send  a/b/two\n"));
+    EXPECT_THAT(result.error, HasSubstr("would send 3 files (6 B)"));
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst")));
+}
+
+TEST_P(ASync, DeletesOnlyWhenAskedAndNotWhatIsLeftOut)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    fs::create_directories(desk.GetRemote("dst/old/cache"));
+    WriteFile(desk.GetRemote("dst/old/cache/x"), "");
+    WriteFile(desk.GetRemote("dst/old/y"), "");
+    WriteFile(desk.GetRemote("dst/.z.talvensor-part"), "a part");
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["deleted"], 0);
+    EXPECT_EQ(SyncWell({"--delete", "--exclude", "cache", "src", "remote:dst"})["deleted"], 1);
+    EXPECT_TRUE(fs::exists(desk.GetRemote("dst/old/cache/x")));
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/old/y")));
+    EXPECT_EQ(SyncWell({"--delete", "src", "remote:dst"})["deleted"], 1);
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/old")));
+    EXPECT_TRUE(fs::exists(desk.GetRemote("dst/.z.talvensor-part"))) << "others carry it on";
+    EXPECT_EQ(SyncWell({"--delete", "src", "remote:dst"})["deleted"], 0);
+}
+
+TEST_P(ASync, LeavesOutWhatItIsTold)
+{
+    Write("src/a/x.o", "");
+    Write("src/build/y", "");
+    const auto sent = SyncWell({"--exclude", "*.o", "--exclude", "/build", "src", "remote:dst"});
+    EXPECT_EQ(sent["sent"], 3);
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/a/x.o")));
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/build")));
+}
+
+TEST_P(ASync, NamesAFileInThePlaceOfADirectory)
+{
+    fs::create_directories(desk.GetRemote("dst/top"));
+    WriteFile(desk.GetRemote("dst/a"), "a file");
+    const auto result = Sync({"src", "remote:dst"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.error, HasSubstr("top: is a directory at the target and a file"));
+    EXPECT_THAT(result.error, HasSubstr("a: is a directory at the source and none"));
+    EXPECT_EQ(SyncWell({"--delete", "src", "remote:dst"})["sent"], 3);
+    ExpectSame(desk.GetLocal("src"), desk.GetRemote("dst"));
+}
+
+TEST_P(ASync, SkipsLinksOrFollowsThem)
+{
+    fs::create_symlink("top", desk.GetLocal("src/link"));
+    fs::create_directory_symlink("..", desk.GetLocal("src/a/loop"));
+    ASSERT_EQ(mkfifo(desk.GetLocal("src/pipe").c_str(), 0600), 0);
+    const auto skipping = Sync({"src", "remote:dst"});
+    EXPECT_EQ(skipping.status, 0);
+    EXPECT_THAT(skipping.error, HasSubstr("src/link: skipped: it is a link"));
+    EXPECT_THAT(skipping.error, HasSubstr("src/pipe: skipped: it is neither"));
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/link")));
+    const auto following = Sync({"-L", "src", "remote:dst"});
+    EXPECT_EQ(following.status, 0);
+    EXPECT_THAT(following.error, HasSubstr("src/a/loop: skipped: the link leads to a directory "
+                                           "above it"));
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/link")), "top");
+}
+
+TEST_P(ASync, KeepsNewerFilesWhenAsked)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    WriteFile(desk.GetRemote("dst/top"), "newer");
+    fs::last_write_time(desk.GetRemote("dst/top"),
+                        fs::file_time_type::clock::now() + std::chrono::hours(1));
+    const auto kept = SyncWell({"--update", "src", "remote:dst"});
+    EXPECT_EQ(kept["newer"], 1);
+    EXPECT_EQ(kept["sent"], 0);
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["sent"], 1);
+}
+
+TEST_P(ASync, DeletesNothingWhenTheSourceCannotBeListedWhole)
+{
+    fs::create_directories(desk.GetRemote("dst/old"));
+    // A path that is too long to be opened, although its parts are not.
+    const std::string longName(200, 'n');
+    auto deep = desk.GetLocal("src");
+    ASSERT_EQ(chdir(deep.c_str()), 0);
+    for (int level = 0; level < 25; ++level) {
+        ASSERT_EQ(mkdir(longName.c_str(), 0700), 0);
+        ASSERT_EQ(chdir(longName.c_str()), 0);
+    }
+    ASSERT_EQ(chdir("/"), 0);
+    const auto result = Sync({"--delete", "src", "remote:dst"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.error, HasSubstr("nothing is deleted"));
+    EXPECT_TRUE(fs::exists(desk.GetRemote("dst/old")));
+}
+
+TEST_P(ASync, NeedsOneRemoteSide)
+{
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"src", "dst"}, std::vector<std::string>{"remote:a", "remote:b"},
+          std::vector<std::string>{"src"}})
+        EXPECT_EQ(Sync(arguments).status, 2);
+    EXPECT_EQ(Sync({"nothing", "remote:dst"}).status, 1);
+    EXPECT_EQ(Sync({"remote:nothing", "dst"}).status, 1);
+    EXPECT_THAT(Sync({"src/top", "remote:dst"}).error, HasSubstr("Not a directory"));
+}
+
+INSTANTIATE_TEST_SUITE_P(FileObjects, ASync, testing::Bool(),
+                         [](const auto& tested) { return tested.param ? "With" : "Without"; });
+
+class ASyncWithFileObjects : public ASync
+{};
+
+TEST_P(ASyncWithFileObjects, ComparesContents)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    WriteFile(desk.GetRemote("dst/a/b/two"), "xx");
+    fs::last_write_time(desk.GetRemote("dst/a/b/two"),
+                        fs::last_write_time(desk.GetLocal("src/a/b/two")));
+    fs::last_write_time(desk.GetRemote("dst/top"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(1));
+    EXPECT_EQ(SyncWell({"src", "remote:dst", "-n"})["sent"], 1) << "by the time";
+    const auto compared = SyncWell({"--checksum", "src", "remote:dst"});
+    EXPECT_EQ(compared["sent"], 1);
+    EXPECT_EQ(compared["same"], 2);
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/a/b/two")), "22");
+}
+
+TEST_P(ASyncWithFileObjects, KeepsPermissions)
+{
+    constexpr auto mode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    fs::permissions(desk.GetLocal("src/a/one"), mode);
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["sent"], 3);
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/a/one")).permissions(), mode);
+    fs::permissions(desk.GetLocal("src/top"), mode);
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["sent"], 0);
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/top")).permissions(), mode);
+    EXPECT_EQ(SyncWell({"remote:dst", "back"})["sent"], 3);
+    EXPECT_EQ(fs::status(desk.GetLocal("back/top")).permissions(), mode);
+}
+
+INSTANTIATE_TEST_SUITE_P(FileObjects, ASyncWithFileObjects, testing::Values(true));
+
+} // namespace
+} // namespace CliTest
