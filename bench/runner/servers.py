@@ -155,6 +155,12 @@ Subsystem sftp internal-sftp
             raise StepFailed("sshd ended: " + (self._folder / "log").read_text().strip())
         return is_answering(self._port)
 
+    @property
+    def command(self):
+        """ssh with all that it needs, as programs take it that run it themselves."""
+        return (f"ssh -F none -p {self._port} -i {self._folder}/user -o IdentitiesOnly=yes "
+                f"-o UserKnownHostsFile={self._folder}/known -o StrictHostKeyChecking=yes")
+
     def run(self, *commands, cipher=None, **options):
         """Runs commands of sftp. Returns seconds and output."""
         batch = self._folder / "batch"
