@@ -1,15 +1,15 @@
-// node client.mjs URL LOCAL FOLDER up|down BLOCK
-// Moves LOCAL to or from the served file with the package's own operations, and prints the seconds
+// node client.mjs URL LOCAL FOLDER up|down BLOCK [NAMESPACE NODE]
+// Moves LOCAL to or from the served file, or another node of a server, with the package's own operations, and prints the seconds
 // that took, without those to connect. BLOCK in bytes, 0: what the package chooses. FOLDER is for
 // its key.
 
 import { writeFileSync } from "node:fs";
 import { makeCertificateManager, fileNode } from "./common.mjs";
 
-const { OPCUAClient } = (await import("node-opcua-client")).default;
+const { OPCUAClient, resolveNodeId } = (await import("node-opcua-client")).default;
 const { ClientFile, readFile, writeOPCUAFile } = (await import("node-opcua-file-transfer")).default;
 
-const [url, local, folder, direction, block] = process.argv.slice(2);
+const [url, local, folder, direction, block, namespace, node] = process.argv.slice(2);
 const client = OPCUAClient.create({
     clientCertificateManager: await makeCertificateManager(folder, "client"),
     endpointMustExist: false,
@@ -17,7 +17,8 @@ const client = OPCUAClient.create({
 });
 await client.connect(url);
 const session = await client.createSession();
-const file = new ClientFile(session, fileNode);
+const served = node ? `ns=${(await session.readNamespaceArray()).indexOf(namespace)};s=${node}` : fileNode;
+const file = new ClientFile(session, resolveNodeId(served));
 const chunkSize = Number(block) || undefined;
 const start = process.hrtime.bigint();
 if (direction === "up") {

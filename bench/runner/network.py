@@ -12,7 +12,7 @@ import time
 from .processes import StepFailed, await_condition, read_line
 from .results import Group, at_most, faster, value_at_most
 from .rounds import Contender, errors, run_rounds
-from .servers import Host, NodeServer, SshServer
+from .servers import Host, NodeServer, SshServer, read_result
 
 MIB = 2**20
 GCM = "aes128-gcm@openssh.com"
@@ -321,9 +321,7 @@ class Blocks(Step):
         self.prepare_theirs(task)
         file = self.source if task == "up" else self.folder / "local"
         output = self.node.run(task, file, block)
-        # Its library's own log stands around the result.
-        result = next(line for line in output.splitlines() if line.startswith(b"{"))
-        return self.size / 1e6 / json.loads(result)["seconds"]
+        return self.size / 1e6 / read_result(output)["seconds"]
 
     def prepare_theirs(self, task):
         if task == "up":

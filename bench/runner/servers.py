@@ -2,6 +2,7 @@
 
 import contextlib
 import getpass
+import json
 import os
 import shutil
 import socket
@@ -102,6 +103,25 @@ class Host:
 
     def stop(self):
         self._bench.processes.stop(self._process)
+
+
+class FileObjectsHost(Host):
+    """One that has file objects, too, and node-opcua's client for them."""
+
+    def __init__(self, bench, folder):
+        super().__init__(bench, folder, "--module", bench.objects_module, "--model",
+                         bench.objects_model)
+
+    def run_node(self, script, *arguments):
+        """Returns what a script of node says of its run."""
+        return read_result(self._bench.processes.run(
+            ["node", self._bench.root / "bench/node" / script, self.url, *arguments],
+            cwd=self.files.parent)[1])
+
+
+def read_result(output):
+    """The result of a script of node: its library's own log stands around it."""
+    return json.loads(next(line for line in output.splitlines() if line.startswith(b"{")))
 
 
 def _find_group(leader):
