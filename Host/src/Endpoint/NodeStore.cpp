@@ -25,6 +25,18 @@ const UA_Node* TryToGet(Operation&& operation) noexcept
     }
 }
 
+/// Returns true for a provided node, which is taken back, or lost if there is no memory for that.
+bool IsTaken(ProvidedNodes* provided, const UA_Node* node) noexcept
+{
+    try {
+        return provided != nullptr && provided->Release(node);
+    } catch (const std::exception& exception) {
+        Log(Core::LogLevel::Error, "Host",
+            fmt::format("Cannot release a provided node: {}", exception.what()));
+        return true;
+    }
+}
+
 } // namespace
 
 /// The library's callbacks: each passes to the store behind, or to the provided nodes.
@@ -83,7 +95,7 @@ struct NodeStore::Callbacks
     static void Release(void* context, const UA_Node* node)
     {
         const NodeStore& self = Self(context);
-        if (self.provided == nullptr || !self.provided->Release(node))
+        if (!IsTaken(self.provided, node))
             self.inner.releaseNode(self.inner.context, node);
     }
 

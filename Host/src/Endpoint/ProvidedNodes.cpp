@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace Host {
@@ -525,7 +526,13 @@ void ProvidedNodes::Retire(std::unique_ptr<MadeNode> node)
     if (browsed != nullptr && browsed == node->GetEntries())
         browsed = nullptr;
     node->DropReferences();
-    retired.push_back(std::move(node));
+    try {
+        retired.push_back(nullptr);
+    } catch (const std::bad_alloc&) {
+        static_cast<void>(node.release()); // lost: the library may read it once more
+        throw;
+    }
+    retired.back() = std::move(node);
 }
 
 UA_StatusCode ProvidedNodes::ReadValue(UA_Server* /*server*/, const UA_NodeId* /*sessionId*/,
