@@ -72,7 +72,10 @@ void Refuse(std::uint32_t status, const std::string& subject, const std::string&
 
 void RefuseWithErrno(const std::string& subject, int error)
 {
-    Refuse(ToStatus(error), subject, std::generic_category().message(error));
+    // The system's words are about file systems, even where there is only one.
+    Refuse(ToStatus(error), subject,
+           error == EXDEV ? "a link leads out of the folder"
+                          : std::generic_category().message(error));
 }
 
 } // namespace FileObjects

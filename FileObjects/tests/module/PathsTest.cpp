@@ -146,6 +146,7 @@ TEST_F(APath, OutsideOfTheFoldersLeadsToNothing)
           folder.GetPath().parent_path().string(), outside / "secret", outside / "missing",
           std::string("out"), std::string("relative")})
         EXPECT_EQ(Look(path).first, Code::Bad_NotFound) << path;
+    EXPECT_EQ(Look("out").second, "a link leads out of the folder");
     for (const std::string path : {"..", "../file", "directory/../file"})
         EXPECT_EQ(Look(path).first, Code::Bad_InvalidArgument) << path;
     EXPECT_EQ(Look(absolute + "/../" + folder.GetPath().filename().string()).first,

@@ -204,8 +204,8 @@ void CallAudit::End(Running running, const Values& outputs)
         begun.result = AuditResult::Begun;
         write(std::move(begun));
     }
-    if (const auto early = Enter({running.object, *handle}, running))
-        WriteEnd({std::move(running.record)}, *early);
+    if (const auto known = Enter({running.object, *handle}, running))
+        WriteEnd({std::move(running.record)}, *known);
 }
 
 /// Returns the outcome of a call that was answered without an error: a failure if one of its
