@@ -1,5 +1,7 @@
 #include "DownloadPlan.h"
 
+#include "Sizes.h"
+
 #include <utility>
 
 namespace Client {
@@ -11,6 +13,26 @@ Failure SkipRemote(const std::string& remote, std::string cause)
     Failure failure = MakeUnknownFailure(remote, Step::Open, std::move(cause));
     failure.kind = FailureKind::Skipped;
     return failure;
+}
+
+/// Without file objects only for a few files: it takes a while.
+void AskSizes(const Transfer& transfer, std::vector<DownloadFile>& files)
+{
+    constexpr std::size_t fewFiles = 16;
+    const Cancellation* const cancellation = transfer.options.cancellation;
+    std::vector<std::string> paths;
+    for (const auto& file : files)
+        paths.push_back(file.remote);
+    if (transfer.node.OffersObjects()) {
+        const auto states = transfer.node.MakeObjectCaller(cancellation).GetStates(paths);
+        for (std::size_t i = 0; i < files.size(); ++i)
+            files[i].size = states[i].size;
+    } else if (files.size() <= fewFiles) {
+        Caller caller = transfer.node.MakeCaller(cancellation);
+        const auto sizes = FindSizes(caller, paths);
+        for (std::size_t i = 0; i < files.size(); ++i)
+            files[i].size = sizes[i].value_or(0); // one that cannot be opened is not fetched
+    }
 }
 
 class DownloadPlanner
@@ -74,7 +96,6 @@ private:
         RequireOwnTarget(item.remote, item.local);
         DownloadFile job{item.remote, item.local, "", nullptr, std::nullopt};
         job.time = fileSystem.GetTime(item.remote, options.cancellation);
-        transfer.tally.Find(1, std::nullopt);
         plan.files.push_back(std::move(job));
     }
 
@@ -116,7 +137,6 @@ private:
             if (!entry.isDirectory) {
                 const std::string local = tree->GetName(entry.path);
                 RequireOwnTarget(remote, local);
-                transfer.tally.Find(1, std::nullopt);
                 plan.files.push_back({remote, local, entry.path, tree, entry.time});
                 return;
             }
@@ -151,8 +171,13 @@ DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
     DownloadPlanner planner(transfer, fileSystem);
     for (const auto& item : items)
         DoStep(transfer, [&] { planner.Find(item); });
+    DownloadPlan plan = planner.Take();
+    if (transfer.options.progress)
+        DoStep(transfer, [&] { AskSizes(transfer, plan.files); });
+    for (const auto& file : plan.files)
+        transfer.tally.Find(1, file.size);
     transfer.tally.EndFinding();
-    return planner.Take();
+    return plan;
 }
 
 } // namespace Client

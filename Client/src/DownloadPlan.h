@@ -4,6 +4,7 @@
 #include "Jobs.h"
 #include "LocalFiles.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,7 @@ struct DownloadFile
     std::string relative; ///< below the tree; the leaf otherwise
     std::shared_ptr<LocalTree> tree;
     std::optional<FileTime> time;
+    std::optional<std::uint64_t> size = {}; ///< where somebody wants to see the progress
 };
 
 /// A directory whose time is set when all is in it.

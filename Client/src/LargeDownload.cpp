@@ -31,14 +31,13 @@ std::uint64_t Fetch(Transfer& transfer, Caller& caller, const DownloadFile& job,
                     std::uint64_t start, ResumableTransfer& resumable, bool& hasBegun)
 {
     try {
-        const auto size =
-            ReadRemoteFile(caller, job.remote, start, transfer.GetJobs(),
-                           [&](std::uint64_t position, std::span<const unsigned char> bytes) {
-                               WriteAt(part.GetDescriptor(), job.local, bytes, position);
-                               resumable.Add(position, bytes);
-                               transfer.tally.Move(job.remote, position + bytes.size(),
-                                                   std::nullopt, bytes.size());
-                           });
+        const auto size = ReadRemoteFile(
+            caller, job.remote, start, transfer.GetJobs(),
+            [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                WriteAt(part.GetDescriptor(), job.local, bytes, position);
+                resumable.Add(position, bytes);
+                transfer.tally.Move(job.remote, position + bytes.size(), job.size, bytes.size());
+            });
         resumable.Forget();
         return size;
     } catch (...) {
@@ -48,14 +47,20 @@ std::uint64_t Fetch(Transfer& transfer, Caller& caller, const DownloadFile& job,
     }
 }
 
-void CompareWhole(const Transfer& transfer, Caller& caller, const DownloadFile& job,
+void Compare(Transfer& transfer, Caller& caller, const DownloadFile& job, int file)
+{
+    CompareContents(caller, job.remote, file, job.local, transfer.GetJobs(),
+                    [&](std::uint64_t done) { transfer.tally.Verify(job.remote, done, job.size); });
+}
+
+void CompareWhole(Transfer& transfer, Caller& caller, const DownloadFile& job,
                   const DownloadPlace& place)
 {
     const Support::Descriptor file(openat(place.directory.Get(), place.leaf.c_str(),
                                           O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen())
         FailLocally(job.local, Step::Verify);
-    CompareContents(caller, job.remote, file.Get(), job.local, transfer.GetJobs());
+    Compare(transfer, caller, job, file.Get());
 }
 
 } // namespace
@@ -82,8 +87,7 @@ void FetchLarge(Transfer& transfer, Caller& caller, const DownloadFile& job,
         transfer.tally.Resume(start);
         const std::uint64_t size = Fetch(transfer, caller, job, part, start, resumable, hasBegun);
         if (options.verifies)
-            CompareContents(caller, job.remote, part.GetDescriptor(), job.local,
-                            transfer.GetJobs());
+            Compare(transfer, caller, job, part.GetDescriptor());
         part.Finish(options.setsTimes ? job.time : std::nullopt);
         transfer.tally.FinishFile(job.remote, size);
     });

@@ -84,9 +84,16 @@ void RequireReadable(int file, const std::string& local)
     ReadAt(file, local, std::span(&first, 1), 0);
 }
 
+void Compare(Transfer& transfer, Caller& caller, const UploadFile& job, const std::string& remote,
+             int file)
+{
+    CompareContents(caller, remote, file, job.local, transfer.GetJobs(),
+                    [&](std::uint64_t done) { transfer.tally.Verify(job.remote, done, job.size); });
+}
+
 void CompareWhole(Transfer& transfer, Caller& caller, const UploadFile& job, int file)
 {
-    CompareContents(caller, job.remote, file, job.local, transfer.GetJobs());
+    Compare(transfer, caller, job, job.remote, file);
     transfer.tally.Resume(job.size);
     transfer.tally.FinishFile(job.remote, job.size, true);
 }
@@ -116,7 +123,7 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& job, FileTi
         const std::uint64_t size =
             LargeUpload{transfer, caller, job, file.Get(), marker, resumable}.SendOrReplace(start);
         if (options.verifies)
-            CompareContents(caller, job.written, file.Get(), job.local, transfer.GetJobs());
+            Compare(transfer, caller, job, job.written, file.Get());
         if (!job.IsInPlace())
             GiveName(transfer, job);
         transfer.tally.FinishFile(job.remote, size);

@@ -84,7 +84,7 @@ std::optional<Cause> FindWritingCause(const Attempt& attempt, const Circumstance
     if (now.knowsAccess && isExisting && !isMaking && !now.entry.isWritable)
         return Cause{"Permission denied"};
     if (now.space && now.space->free < std::max(attempt.needed, leastSpace))
-        return Cause{"No space left on the server's disk", true, true};
+        return Cause{"No space left on the server's disk", true, now.space};
     return std::nullopt;
 }
 
@@ -187,7 +187,7 @@ bool Reasons::IsTimeToAsk(const std::string& directory)
     Place& place = places[directory];
     const std::uint64_t number = ++place.failures;
     const bool isPowerOfTwo = (number & (number - 1)) == 0;
-    return !place.obstacle && !diskObstacle && isPowerOfTwo;
+    return !place.obstacle && isPowerOfTwo;
 }
 
 void Reasons::Look(const Attempt& attempt) noexcept
@@ -198,9 +198,9 @@ void Reasons::Look(const Attempt& attempt) noexcept
             return;
         const auto cause = AskCauses(node, options.cancellation, std::span(&attempt, 1)).front();
         const Support::Lock lock(mutex);
-        if (cause && cause->isOfDisk)
-            diskObstacle = cause->text;
-        else if (cause && cause->isOfDirectory)
+        if (cause && cause->fullDisk)
+            fullDisk = {cause->fullDisk->total, cause->text};
+        if (cause && cause->isOfDirectory)
             places[directory].obstacle = cause->text;
     } catch (const std::exception&) {
         // Lost or cancelled: the transfer notices it by itself.
@@ -213,13 +213,25 @@ void Reasons::AddObstacle(const std::string& directory, const std::string& cause
     places[Normalize(directory)].obstacle = cause;
 }
 
-std::optional<std::string> Reasons::FindObstacle(const std::string& path) const
+std::optional<std::string> Reasons::FindObstacle(const std::string& path)
 {
+    std::string directory;
+    {
+        const Support::Lock lock(mutex);
+        if (places.empty())
+            return std::nullopt;
+        directory = GetParent(path);
+        const Place& place = places[directory];
+        if (place.obstacle || place.hasRoom || !fullDisk)
+            return place.obstacle;
+    }
+    const auto space = Spaces(node, options.cancellation).Ask(directory);
     const Support::Lock lock(mutex);
-    if (diskObstacle || places.empty())
-        return diskObstacle;
-    const auto place = places.find(GetParent(path));
-    return place == places.end() ? std::nullopt : place->second.obstacle;
+    Place& place = places[directory];
+    place.hasRoom = !space || space->total != fullDisk->total;
+    if (!place.hasRoom)
+        place.obstacle = fullDisk->cause;
+    return place.obstacle;
 }
 
 void Reasons::ExplainSome(std::vector<Failure*>& failures, bool isWriting) const

@@ -39,8 +39,8 @@ struct Circumstances
 struct Cause
 {
     std::string text;
-    bool isOfDirectory = false; ///< everything in the same directory fails likewise
-    bool isOfDisk = false;      ///< everything fails likewise that is to be written
+    bool isOfDirectory = false;         ///< everything in the same directory fails likewise
+    std::optional<Space> fullDisk = {}; ///< everything fails likewise that is written to this one
 };
 
 /// Returns none when the circumstances do not say why.
@@ -72,9 +72,9 @@ public:
     void Look(const Attempt& attempt) noexcept EXCLUDES(mutex);
     /// Nothing can be written in the directory.
     void AddObstacle(const std::string& directory, const std::string& cause) EXCLUDES(mutex);
-    /// Returns why a file at the path cannot be written, as far as that is known.
-    [[nodiscard]] std::optional<std::string> FindObstacle(const std::string& path) const
-        EXCLUDES(mutex);
+    /// Returns why a file at the path cannot be written, as far as that is known. Asks once for
+    /// each directory when a disk is full. Throws what FileSystem throws.
+    [[nodiscard]] std::optional<std::string> FindObstacle(const std::string& path) EXCLUDES(mutex);
     /// Puts causes in words in place of those that say only that the server did not do it. Asks
     /// for some of the failures, many at a time.
     void Explain(std::vector<Failure>& failures, bool isWriting) noexcept EXCLUDES(mutex);
@@ -84,6 +84,13 @@ private:
     {
         std::uint64_t failures = 0;
         std::optional<std::string> obstacle;
+        bool hasRoom = false; ///< it is not on the full disk
+    };
+    /// Disks are told apart by their sizes: there are hardly two of the same number of bytes.
+    struct FullDisk
+    {
+        std::uint64_t total = 0;
+        std::string cause;
     };
 
     [[nodiscard]] bool IsTimeToAsk(const std::string& directory) EXCLUDES(mutex);
@@ -93,7 +100,7 @@ private:
     const TransferOptions& options;
     mutable Support::Mutex mutex;
     std::map<std::string, Place> places GUARDED_BY(mutex); // by directory
-    std::optional<std::string> diskObstacle GUARDED_BY(mutex);
+    std::optional<FullDisk> fullDisk GUARDED_BY(mutex);
 };
 
 } // namespace Client

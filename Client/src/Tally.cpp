@@ -69,7 +69,7 @@ void Tally::EndFinding()
 }
 
 void Tally::Show(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
-                 bool isFinished)
+                 bool isFinished, bool isVerifying)
 {
     if (!options.progress)
         return;
@@ -78,6 +78,7 @@ void Tally::Show(const std::string& remote, std::uint64_t done, std::optional<st
     progress.fileBytes = done;
     progress.fileSize = size;
     progress.isFileFinished = isFinished;
+    progress.isVerifying = isVerifying;
     progress.files = finished;
     progress.allFiles = allFiles;
     progress.bytes = bytes;
@@ -93,6 +94,12 @@ void Tally::Move(const std::string& remote, std::uint64_t done, std::optional<st
     bytes += moved;
     result.bytes += moved;
     Show(remote, done, size, false);
+}
+
+void Tally::Verify(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size)
+{
+    const Support::Lock lock(mutex);
+    Show(remote, done, size, false, true);
 }
 
 void Tally::Resume(std::uint64_t resumed)

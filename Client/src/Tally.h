@@ -48,6 +48,8 @@ public:
     void Move(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
               std::uint64_t moved);
     void Resume(std::uint64_t bytes);
+    /// So much of a file was found to be the same on both sides.
+    void Verify(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size);
     void FinishFile(const std::string& remote, std::uint64_t size, bool wasWhole = false);
     /// `unfinished` is the target that was begun; empty when none was.
     void FailFile(const std::string& remote, Failure failure, const std::string& unfinished);
@@ -61,7 +63,7 @@ public:
 
 private:
     void Show(const std::string& remote, std::uint64_t done, std::optional<std::uint64_t> size,
-              bool isFinished) REQUIRES(mutex);
+              bool isFinished, bool isVerifying = false) REQUIRES(mutex);
 
     const TransferOptions& options;
     const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();

@@ -11,7 +11,8 @@
 namespace Client {
 
 void CompareContents(Caller& caller, const std::string& remote, int local,
-                     const std::string& localName, std::size_t jobs)
+                     const std::string& localName, std::size_t jobs,
+                     const std::function<void(std::uint64_t)>& tell)
 {
     std::vector<unsigned char> buffer(readSize);
     const auto differ = [&](std::uint64_t position) {
@@ -28,6 +29,7 @@ void CompareContents(Caller& caller, const std::string& remote, int local,
             if (ReadAt(local, localName, expected, position) != bytes.size() ||
                 !std::equal(bytes.begin(), bytes.end(), expected.begin()))
                 differ(position);
+            tell(position + bytes.size());
         });
     if (ReadAt(local, localName, std::span(buffer).first(1), size) != 0)
         differ(size);

@@ -80,12 +80,13 @@ struct Progress
     std::string path;                      ///< of the file that went on; the remote one
     std::uint64_t fileBytes = 0;           ///< done of it, with what an earlier transfer did
     std::optional<std::uint64_t> fileSize; ///< where it is known
+    bool isVerifying = false;              ///< its content is being compared
     bool isFileFinished = false;           ///< done as a whole, or failed
 
     std::uint64_t files = 0;               ///< finished, failed ones too
     std::uint64_t allFiles = 0;            ///< found so far
     std::uint64_t bytes = 0;               ///< done of all files, with what earlier transfers did
-    std::optional<std::uint64_t> allBytes; ///< where it is known: uploads, once all was found
+    std::optional<std::uint64_t> allBytes; ///< where it is known, once all was found
 };
 
 /// Called on threads of the transfer, never two at once. Must return soon; must not throw and not

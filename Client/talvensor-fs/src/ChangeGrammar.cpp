@@ -13,6 +13,10 @@ constexpr const char* chmodFooter =
     "+x,readonly. The server can set nothing else, and cannot take it back. The file must be "
     "writable.";
 
+constexpr const char* relocationFooter =
+    "TARGET is a directory to put into, or the new name of the one SOURCE. A file that has the new "
+    "name is replaced, a directory never. The server needs file objects for this.";
+
 constexpr const char* touchFooter =
     "TIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or "
     "@SECONDS since 1970. touch creates no file.";
@@ -65,6 +69,40 @@ void CommandGrammar::AddChanges()
         return command;
     };
     AddPermissions();
+    AddRelocations();
+}
+
+template <typename Made>
+Made CommandGrammar::MakeRelocation(const CLI::App* command, const CLI::Option* paths) const
+{
+    if (paths->count() < 2)
+        throw Client::InvalidArgumentException(command->get_name() +
+                                               ": needs a source and a target");
+    Made made;
+    made.sources = GetPatterns(command, paths);
+    made.sources.pop_back();
+    made.target = GetTexts(paths).back();
+    return made;
+}
+
+void CommandGrammar::AddRelocations()
+{
+    auto* const move =
+        Add("mv", "SOURCE... TARGET", "rename and move files on the server", relocationFooter);
+    auto* const moved = AddPaths(move);
+    makers[move] = [=, this] {
+        return MakeRelocation<MoveCommand>(move, moved);
+    };
+    auto* const copy =
+        Add("cp", "[-r] SOURCE... TARGET", "copy files on the server", relocationFooter);
+    auto* const copied = AddPaths(copy);
+    auto* const recursive =
+        AddFlag(*copy, "-r,--recursive", "copy directories with their contents");
+    makers[copy] = [=, this] {
+        auto made = MakeRelocation<CopyCommand>(copy, copied);
+        made.isRecursive = IsSet(recursive);
+        return made;
+    };
 }
 
 void CommandGrammar::AddPermissions()

@@ -40,6 +40,7 @@ private:
         CLI::Option* recursive;
         CLI::Option* resumes;
         CLI::Option* verifies;
+        CLI::Option* progress;
         std::shared_ptr<std::size_t> jobs;
     };
 
@@ -51,6 +52,9 @@ private:
     [[nodiscard]] Made MakeTransfer(const Transfer& parts) const;
     void AddSync();
     void AddChanges();
+    void AddRelocations();
+    template <typename Made>
+    [[nodiscard]] Made MakeRelocation(const CLI::App* command, const CLI::Option* paths) const;
     void AddPermissions();
     void AddServer();
     void AddShellCommands();

@@ -54,6 +54,14 @@ bool TakePaths(ExistsCommand& command, PathArguments&)
     return true;
 }
 
+template <std::derived_from<RelocationCommand> CommandType>
+bool TakePaths(CommandType& command, PathArguments& arguments)
+{
+    PathArguments::TakeRemote(command.target);
+    arguments.ExpandRemote(command.sources);
+    return !command.sources.empty();
+}
+
 bool TakePaths(PutCommand& command, PathArguments& arguments)
 {
     PathArguments::TakeRemote(command.target);

@@ -39,11 +39,15 @@ struct TransferCommand
     bool isRecursive = false;
     bool resumes = false;
     bool verifies = false;
+    bool showsProgress = false; ///< also where it cannot be drawn
     std::size_t jobs = 2;
 };
 
 struct PutCommand : TransferCommand
-{};
+{
+    bool isInPlace = false;
+    bool replaces = false;
+};
 
 struct GetCommand : TransferCommand
 {};
@@ -73,6 +77,21 @@ struct RemoveCommand
     std::vector<std::string> paths; ///< patterns
     bool isRecursive = false;
     bool mayBeMissing = false;
+};
+
+/// The common part of `mv` and `cp`.
+struct RelocationCommand
+{
+    std::vector<std::string> sources; ///< patterns
+    std::string target;
+};
+
+struct MoveCommand : RelocationCommand
+{};
+
+struct CopyCommand : RelocationCommand
+{
+    bool isRecursive = false;
 };
 
 struct MakeDirectoryCommand
@@ -145,10 +164,11 @@ struct ExitCommand
     int status = 0;
 };
 
-using Command = std::variant<ListCommand, PutCommand, GetCommand, SyncCommand, CatCommand,
-                             RemoveCommand, MakeDirectoryCommand, ExistsCommand, TouchCommand,
-                             PermissionsCommand, WatchCommand, InfoCommand, ShellCommand,
-                             ChangeFolderCommand, ChangeLocalFolderCommand, ShowFolderCommand,
-                             HelpCommand, LocalProgramCommand, ExitCommand>;
+using Command =
+    std::variant<ListCommand, PutCommand, GetCommand, SyncCommand, MoveCommand, CopyCommand,
+                 CatCommand, RemoveCommand, MakeDirectoryCommand, ExistsCommand, TouchCommand,
+                 PermissionsCommand, WatchCommand, InfoCommand, ShellCommand, ChangeFolderCommand,
+                 ChangeLocalFolderCommand, ShowFolderCommand, HelpCommand, LocalProgramCommand,
+                 ExitCommand>;
 
 } // namespace Cli

@@ -48,7 +48,8 @@ std::string DescribeTimeLeft(const Client::Progress& progress, std::optional<dou
 
 std::string RenderFile(const Client::Progress& progress, std::size_t columns)
 {
-    const auto part = "  " + DescribePart(progress.fileBytes, progress.fileSize);
+    const auto part = std::string(progress.isVerifying ? "  verifying" : "") + "  " +
+                      DescribePart(progress.fileBytes, progress.fileSize);
     const auto width = CountColumns(part);
     if (width >= columns)
         return FitColumns(part, columns);

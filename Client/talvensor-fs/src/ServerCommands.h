@@ -8,6 +8,8 @@ namespace Cli {
 
 [[nodiscard]] ExitStatus Run(const ListCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const RemoveCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const MoveCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const CopyCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const MakeDirectoryCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const ExistsCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const TouchCommand& command, const Workplace& workplace);

@@ -1,5 +1,6 @@
 #include "ServerCommands.h"
 
+#include "Client/FileObjects.h"
 #include "Json.h"
 #include "Progress.h"
 #include "Text.h"
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <system_error>
 
 namespace Cli {
@@ -30,8 +32,10 @@ enum class Direction
 class TransferView
 {
 public:
-    TransferView(const Workplace& workplace, bool isShown)
+    /// In a pipe it is shown only when that is asked for.
+    TransferView(const TransferCommand& command, const Workplace& workplace, bool isFree = true)
     {
+        const bool isShown = command.showsProgress || (isFree && workplace.console.CanDraw());
         if (isShown && !workplace.choice.isQuiet && workplace.totals == nullptr)
             display.emplace(workplace.console);
     }
@@ -59,6 +63,15 @@ Client::TransferOptions MakeOptions(const TransferCommand& command, const Workpl
     options.verifies = command.verifies;
     options.progress = view.GetCallback();
     options.cancellation = &workplace.cancellation;
+    return options;
+}
+
+Client::TransferOptions MakePutOptions(const PutCommand& command, const Workplace& workplace,
+                                       TransferView& view)
+{
+    auto options = MakeOptions(command, workplace, view);
+    options.isInPlace = command.isInPlace;
+    options.replaces = command.replaces;
     return options;
 }
 
@@ -92,13 +105,25 @@ void ReportUnfinished(Console& console, const std::string& path, Direction direc
                        Client::GetPartName(path) + "; get --continue carries on");
 }
 
+/// Of many failures for the same cause the first few are reported, and the number of the others.
+void ReportAll(Console& console, const std::vector<Client::Failure>& failures)
+{
+    constexpr std::size_t mostAlike = 5;
+    std::map<std::string, std::size_t> counts;
+    for (const auto& failure : failures)
+        if (++counts[failure.cause] <= mostAlike)
+            Report(console, failure);
+    for (const auto& [cause, count] : counts)
+        if (count > mostAlike)
+            console.Report("and " + Count(count - mostAlike, "other", "others") + ": " + cause);
+}
+
 /// Says what came of it. Throws CancelledException, ConnectionLostException when that is what
 /// ended it.
 ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
                     const Workplace& workplace)
 {
-    for (const auto& failure : result.failures)
-        Report(workplace.console, failure);
+    ReportAll(workplace.console, result.failures);
     for (const auto& path : result.unfinished)
         ReportUnfinished(workplace.console, path, direction);
     if (workplace.totals != nullptr) {
@@ -196,11 +221,14 @@ ExitStatus PutInput(const PutCommand& command, const Workplace& workplace)
     };
     Client::TransferResult result;
     try {
-        TransferView view(workplace, isatty(STDIN_FILENO) == 0);
+        TransferView view(command, workplace, isatty(STDIN_FILENO) == 0);
         result = workplace.remote.GetFiles().UploadFrom(read, remote,
-                                                        MakeOptions(command, workplace, view));
+                                                        MakePutOptions(command, workplace, view));
     } catch (const Client::ClientException&) {
-        workplace.console.Report(remote + " (remote): unfinished: it may hold a part of the file");
+        const Client::FileObjects objects(workplace.remote.GetConnection());
+        if (command.isInPlace || !objects.AreOffered())
+            workplace.console.Report(remote +
+                                     " (remote): unfinished: it may hold a part of the file");
         throw;
     }
     return ConcludeWithJson(result, Direction::Up, workplace);
@@ -237,7 +265,7 @@ ExitStatus GetToOutput(const GetCommand& command, const Workplace& workplace)
     const auto remote = workplace.remote.Resolve(command.sources.front());
     Client::TransferResult result;
     {
-        TransferView view(workplace, isatty(STDOUT_FILENO) == 0);
+        TransferView view(command, workplace, isatty(STDOUT_FILENO) == 0);
         result = WriteOut(remote, workplace, MakeOptions(command, workplace, view));
     }
     return Conclude(WithoutUnfinished(std::move(result)), Direction::Down, workplace);
@@ -269,8 +297,8 @@ ExitStatus Run(const PutCommand& command, const Workplace& workplace)
         items.push_back({.local = source, .remote = targets.Get(source)});
     Client::TransferResult result;
     {
-        TransferView view(workplace, true);
-        result = files.Upload(items, MakeOptions(command, workplace, view));
+        TransferView view(command, workplace);
+        result = files.Upload(items, MakePutOptions(command, workplace, view));
     }
     return ConcludeWithJson(result, Direction::Up, workplace);
 }
@@ -286,7 +314,7 @@ ExitStatus Run(const GetCommand& command, const Workplace& workplace)
         items.push_back({.local = targets.Get(source), .remote = workplace.remote.Resolve(source)});
     Client::TransferResult result;
     {
-        TransferView view(workplace, true);
+        TransferView view(command, workplace);
         result = workplace.remote.GetFiles().Download(items, MakeOptions(command, workplace, view));
     }
     return ConcludeWithJson(result, Direction::Down, workplace);

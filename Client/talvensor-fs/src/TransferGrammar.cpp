@@ -11,11 +11,15 @@ constexpr const char* putFooter =
     "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard "
     "input. A path that ends in . or .. stands for the contents of that directory.\n"
     "\n"
-    "The server has no rename, so put writes in place: it overwrites the target from the start, "
-    "and a reader sees a part meanwhile. After an interruption the target holds the part that "
-    "was sent, under its own name and with another time than the source. put names these files, "
-    "and put --continue carries on at their ends, unless the source or the target has changed "
-    "since.\n"
+    "A file has another name beside its target until it is complete, "
+    "REMOTE/.NAME.talvensor-part-NUMBER, and then replaces the target at once: also one that is "
+    "read-only, and a link rather than the file that it leads to. An interruption leaves the "
+    "target as it was. put names the part that was sent, and put --continue carries on at its "
+    "end, unless the source or the part has changed since. The new file has the permissions of "
+    "the one before.\n"
+    "\n"
+    "With --in-place, and on a server that cannot rename, put overwrites the target itself from "
+    "the start: a reader sees a part meanwhile, and so does everybody after an interruption.\n"
     "\n"
     "Times are set to whole seconds. The server can set two permissions: executable (if the owner "
     "may execute the source) and read-only (if nobody may write to it).";
@@ -35,7 +39,8 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
                                                      const std::string& text,
                                                      const std::string& end)
 {
-    auto* const command = Add(name, "[-r] [-c] [--verify] [-j COUNT] " + arguments, text, end);
+    auto* const command =
+        Add(name, "[-r] [-c] [--verify] [--progress] [-j COUNT] " + arguments, text, end);
     auto jobs = std::make_shared<std::size_t>(2);
     command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
         ->type_name("COUNT")
@@ -49,6 +54,9 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
                                "carry on at the place where an earlier transfer broke off; start "
                                "over if source or target have changed since"),
             .verifies = AddFlag(*command, "--verify", "compare the contents afterwards"),
+            .progress = AddFlag(*command, "--progress",
+                                "show the progress also where standard error is no terminal: a "
+                                "line every few seconds"),
             .jobs = jobs};
 }
 
@@ -70,15 +78,24 @@ Made CommandGrammar::MakeTransfer(const Transfer& parts) const
     made.isRecursive = IsSet(parts.recursive);
     made.resumes = IsSet(parts.resumes);
     made.verifies = IsSet(parts.verifies);
+    made.showsProgress = IsSet(parts.progress);
     made.jobs = *parts.jobs;
     return made;
 }
 
 void CommandGrammar::AddTransfers()
 {
-    const auto put = AddTransfer("put", "LOCAL... REMOTE", "send files to the server", putFooter);
-    makers[put.command] = [this, put] {
-        return MakeTransfer<PutCommand>(put);
+    const auto put = AddTransfer("put", "[--in-place] [-f] LOCAL... REMOTE",
+                                 "send files to the server", putFooter);
+    auto* const inPlace = AddFlag(*put.command, "--in-place", "write into the targets themselves");
+    auto* const force =
+        AddFlag(*put.command, "-f,--force",
+                "with --in-place: delete a target that cannot be opened, and try again");
+    makers[put.command] = [=, this] {
+        auto made = MakeTransfer<PutCommand>(put);
+        made.isInPlace = IsSet(inPlace);
+        made.replaces = IsSet(force);
+        return made;
     };
     const auto get =
         AddTransfer("get", "REMOTE... LOCAL", "fetch files from the server", getFooter);
