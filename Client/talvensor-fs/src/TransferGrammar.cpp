@@ -39,8 +39,7 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
                                                      const std::string& text,
                                                      const std::string& end)
 {
-    auto* const command =
-        Add(name, "[-r] [-c] [--verify] [--progress] [-j COUNT] " + arguments, text, end);
+    auto* const command = Add(name, "[-r] [-c] [--verify] [-j COUNT] " + arguments, text, end);
     auto jobs = std::make_shared<std::size_t>(2);
     command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
         ->type_name("COUNT")

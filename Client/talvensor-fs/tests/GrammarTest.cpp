@@ -85,19 +85,19 @@ TEST(TheHelp, NamesCommandsAndExitStatuses)
         EXPECT_THAT(help, HasSubstr(part));
 }
 
-TEST(TheHelp, SaysThatPutWritesInPlaceAndWhatAnInterruptionLeaves)
+TEST(TheHelp, SaysHowPutReplacesFilesAndWhatAnInterruptionLeaves)
 {
     const auto help = GetHelp({"put", "--help"});
     EXPECT_THAT(help, HasSubstr("LOCAL... REMOTE"));
-    EXPECT_THAT(help, HasSubstr("writes in place"));
-    EXPECT_THAT(help, HasSubstr("no rename"));
+    EXPECT_THAT(help, HasSubstr("replaces the target at once"));
+    EXPECT_THAT(help, HasSubstr("--in-place"));
     EXPECT_THAT(help, HasSubstr("interruption"));
 }
 
 TEST(TheHelp, HasLinesThatFitATerminal)
 {
     for (const auto* const command :
-         {"ls", "put", "get", "rm", "touch", "chmod", "watch", "info"}) {
+         {"ls", "put", "get", "rm", "mv", "cp", "touch", "chmod", "watch", "info"}) {
         std::istringstream lines(GetHelp({command, "--help"}));
         for (std::string line; std::getline(lines, line);)
             EXPECT_LE(line.size(), 100U) << line;

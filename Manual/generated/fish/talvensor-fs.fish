@@ -29,6 +29,9 @@ complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -s p -l preserve -
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -s r -l recursive -d 'transfer directories with their contents'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -s c -l continue -d 'carry on at the place where an earlier transfer broke off; start over if source or target have changed since'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -l verify -d 'compare the contents afterwards'
+complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -l progress -d 'show the progress also where standard error is no terminal: a line every few seconds'
+complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -l in-place -d 'write into the targets themselves'
+complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -s f -l force -d 'with --in-place: delete a target that cannot be opened, and try again'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -F
 complete -c talvensor-fs -n __fish_use_subcommand -a get -d 'fetch files from the server'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -s j -l jobs -x -d 'transfer so many large files at once, 1 to 64 (2)'
@@ -36,6 +39,7 @@ complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -s p -l preserve -
 complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -s r -l recursive -d 'transfer directories with their contents'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -s c -l continue -d 'carry on at the place where an earlier transfer broke off; start over if source or target have changed since'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -l verify -d 'compare the contents afterwards'
+complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -l progress -d 'show the progress also where standard error is no terminal: a line every few seconds'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -F
 complete -c talvensor-fs -n __fish_use_subcommand -a sync -d 'make a directory like another, on the other side'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from sync' -s n -l dry-run -d 'only print what it would do'
@@ -53,6 +57,9 @@ complete -c talvensor-fs -n '__fish_seen_subcommand_from mkdir' -s p -l parents 
 complete -c talvensor-fs -n __fish_use_subcommand -a touch -d 'set the time of files and directories'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from touch' -s d -l date -x -d 'set this time (now)'
 complete -c talvensor-fs -n __fish_use_subcommand -a chmod -d 'set permissions'
+complete -c talvensor-fs -n __fish_use_subcommand -a mv -d 'rename and move files on the server'
+complete -c talvensor-fs -n __fish_use_subcommand -a cp -d 'copy files on the server'
+complete -c talvensor-fs -n '__fish_seen_subcommand_from cp' -s r -l recursive -d 'copy directories with their contents'
 complete -c talvensor-fs -n __fish_use_subcommand -a watch -d 'print the events of a shared node as they arrive'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from watch' -s n -l count -x -d 'end after so many events (until Ctrl-C)'
 complete -c talvensor-fs -n __fish_use_subcommand -a info -d 'show endpoint, limits, session and modules'
