@@ -90,6 +90,8 @@ std::string DescribeProgress(const Client::Progress& progress, std::optional<dou
     auto text =
         fmt::format("{} of {}  {}", progress.files, Count(progress.allFiles, "file", "files"),
                     DescribePart(progress.bytes, GetAllBytes(progress)));
+    if (progress.isVerifying) // the rate and the time left are those of sending
+        return text;
     if (rate)
         text += fmt::format("  {}/s", FormatBytes(static_cast<std::uint64_t>(*rate)));
     return text + DescribeTimeLeft(progress, rate);

@@ -33,6 +33,15 @@ TEST(ProgressOnATerminal, TellsOfTheFileAndOfAll)
     EXPECT_THAT(lines[1], HasSubstr("1 of 3 files   25%  2.2 MB of 9.0 MB  1.0 MB/s  0:07 left"));
 }
 
+TEST(ProgressOnATerminal, ShowsThatAFileIsVerifiedWithoutATimeLeft)
+{
+    auto progress = MakeProgress();
+    progress.isVerifying = true;
+    const auto lines = RenderProgress(progress, 1'000'000.0, 79);
+    EXPECT_THAT(lines[0], HasSubstr("verifying   25%  250.0 kB of 1.0 MB"));
+    EXPECT_THAT(lines[1], Not(HasSubstr("left")));
+}
+
 TEST(ProgressOnATerminal, FitsEveryWidth)
 {
     ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
