@@ -3,6 +3,7 @@
 #include "DownloadPlan.h"
 #include "Jobs.h"
 #include "LargeDownload.h"
+#include "ObjectCaller.h"
 #include "SmallDownloads.h"
 
 #include <utility>
@@ -28,11 +29,28 @@ void SetTimes(Transfer& transfer, const std::vector<DownloadDirectory>& director
     }
 }
 
+/// Asks for the permissions of the files, where the server can tell.
+void FindModes(const Transfer& transfer, std::vector<DownloadFile>& files)
+{
+    if (!transfer.options.setsPermissions || !transfer.node.OffersObjects())
+        return;
+    std::vector<std::string> paths;
+    for (const auto& file : files)
+        paths.push_back(file.remote);
+    const auto states =
+        transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
+    for (std::size_t i = 0; i < files.size(); ++i)
+        if (states[i].kind == Kind::File && !states[i].isSpecial)
+            files[i].mode = states[i].permissions;
+}
+
 template <typename Sources>
 void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sources)
 {
     const TransferOptions& options = transfer.options;
     DownloadPlan plan = PlanDownload(transfer, fileSystem, sources);
+    if (!transfer.isOver)
+        DoStep(transfer, [&] { FindModes(transfer, plan.files); });
     const DownloadPlaces places(plan);
     std::vector<DownloadFile> large;
     if (plan.files.size() > 1 && !options.verifies)

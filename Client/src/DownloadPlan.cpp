@@ -155,14 +155,24 @@ private:
     DownloadPlan plan;
 };
 
+/// Tells the tally of the files of a plan, and returns it.
+DownloadPlan Tell(Transfer& transfer, DownloadPlan plan)
+{
+    if (transfer.options.progress)
+        DoStep(transfer, [&] { AskSizes(transfer, plan.files); });
+    for (const auto& file : plan.files)
+        transfer.tally.Find(1, file.size);
+    transfer.tally.EndFinding();
+    return plan;
+}
+
 } // namespace
 
 DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem, const TreePart& part)
 {
     DownloadPlanner planner(transfer, fileSystem);
     planner.Find(part);
-    transfer.tally.EndFinding();
-    return planner.Take();
+    return Tell(transfer, planner.Take());
 }
 
 DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
@@ -171,13 +181,7 @@ DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
     DownloadPlanner planner(transfer, fileSystem);
     for (const auto& item : items)
         DoStep(transfer, [&] { planner.Find(item); });
-    DownloadPlan plan = planner.Take();
-    if (transfer.options.progress)
-        DoStep(transfer, [&] { AskSizes(transfer, plan.files); });
-    for (const auto& file : plan.files)
-        transfer.tally.Find(1, file.size);
-    transfer.tally.EndFinding();
-    return plan;
+    return Tell(transfer, planner.Take());
 }
 
 } // namespace Client

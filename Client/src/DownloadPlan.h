@@ -21,6 +21,7 @@ struct DownloadFile
     std::shared_ptr<LocalTree> tree;
     std::optional<FileTime> time;
     std::optional<std::uint64_t> size = {}; ///< where somebody wants to see the progress
+    std::optional<std::uint32_t> mode = {}; ///< at the source, where the server can tell
 };
 
 /// A directory whose time is set when all is in it.

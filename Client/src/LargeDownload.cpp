@@ -80,6 +80,8 @@ void FetchLarge(Transfer& transfer, Caller& caller, const DownloadFile& job,
         }
         PartFile part(place.directory.Get(), place.leaf, place.part, job.local, options.resumes);
         hasBegun = true;
+        if (job.mode)
+            part.SetMode(*job.mode);
         ResumableTransfer resumable = MakeResumable(transfer, job);
         const std::uint64_t start =
             options.resumes ? FindDownloadStart(caller, job, part, resumable) : 0;

@@ -283,8 +283,17 @@ bool PartFile::DropIfEmpty() noexcept
            unlinkat(directory, part.c_str(), 0) == 0;
 }
 
+void PartFile::SetMode(std::uint32_t newMode)
+{
+    mode = newMode;
+    if (fchmod(descriptor.Get(), newMode | S_IRUSR | S_IWUSR) != 0)
+        FailLocally(shownName, Step::SetPermissions);
+}
+
 void PartFile::Finish(std::optional<FileTime> time)
 {
+    if (mode && fchmod(descriptor.Get(), *mode) != 0)
+        FailLocally(shownName, Step::SetPermissions);
     if (time) {
         const std::array<timespec, 2> times{
             timespec{0, UTIME_OMIT},

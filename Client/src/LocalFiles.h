@@ -67,6 +67,9 @@ public:
     void Truncate(std::uint64_t size);
     /// Deletes the part if nothing came, since there is nothing to carry on. Returns true then.
     bool DropIfEmpty() noexcept;
+    /// Gives it a mode, with reading and writing for its owner until it is whole. Throws
+    /// FileFailed.
+    void SetMode(std::uint32_t mode);
     /// Gives it its time and its name. Throws FileFailed, also when not all could be written.
     void Finish(std::optional<FileTime> time);
 
@@ -80,6 +83,7 @@ private:
     std::string part;
     std::string shownName;
     Support::Descriptor descriptor;
+    std::optional<std::uint32_t> mode; // as it is to be in the end
 };
 
 /// Returns the last name of a path.

@@ -127,6 +127,8 @@ void SmallDownloads::FinishSmall(const DownloadFile& job, const SmallFile& file)
         const DownloadPlace place = places.Find(job);
         PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false);
         hasBegun = true;
+        if (job.mode)
+            part.SetMode(*job.mode);
         const auto bytes = file.read->outcome.GetBytes();
         WriteAt(part.GetDescriptor(), job.local, bytes, 0);
         part.Finish(options.setsTimes ? job.time : std::nullopt);

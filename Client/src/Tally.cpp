@@ -140,6 +140,12 @@ void Tally::AddFailure(Failure failure)
     result.failures.push_back(std::move(failure));
 }
 
+void Tally::AddNote(Failure note)
+{
+    const Support::Lock lock(mutex);
+    result.notes.push_back(std::move(note));
+}
+
 void Tally::AddUnfinished(const std::string& target)
 {
     const Support::Lock lock(mutex);

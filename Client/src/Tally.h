@@ -55,6 +55,7 @@ public:
     void FailFile(const std::string& remote, Failure failure, const std::string& unfinished);
     void AddDirectory();
     void AddFailure(Failure failure);
+    void AddNote(Failure note);
     void AddUnfinished(const std::string& target);
     void SetCancelled();
     void SetConnectionLost();

@@ -18,10 +18,13 @@ constexpr std::uint32_t writableForAll = 0222;
 constexpr std::uint32_t executableForAll = 0111;
 constexpr std::uint32_t usableForOwner = 0600;
 
-/// Returns the mode that a file gets in place of another one: it keeps that one's, and the
-/// permissions that are sent with it change it as they would have in place.
-std::uint32_t GetMode(const UploadFile& file) noexcept
+/// Returns the mode that a file gets: a new one that of its source. In place of another one it
+/// keeps that one's, and the permissions that are sent with it change it as they would have in
+/// place.
+std::optional<std::uint32_t> GetMode(const UploadFile& file) noexcept
 {
+    if (!file.modeBefore)
+        return file.mode;
     std::uint32_t mode = *file.modeBefore;
     if (file.permissions.executable)
         mode |= executableForAll;
@@ -32,7 +35,10 @@ std::uint32_t GetMode(const UploadFile& file) noexcept
 
 bool IsProtected(const UploadFile& file) noexcept
 {
-    return file.modeBefore && (*file.modeBefore & readableForAll) != readableForAll;
+    if (file.IsInPlace())
+        return false;
+    const auto mode = file.modeBefore ? file.modeBefore : file.mode;
+    return mode && (*mode & readableForAll) != readableForAll;
 }
 
 /// Returns false when the file cannot be written.
@@ -79,7 +85,7 @@ Failure MakeFailure(const std::string& path, Step step, const Result& result)
 
 void Protect(Transfer& transfer, const UploadFile& file)
 {
-    const std::uint32_t mode = *file.modeBefore | usableForOwner;
+    const std::uint32_t mode = file.modeBefore.value_or(file.mode.value_or(0)) | usableForOwner;
     const auto result = transfer.node.MakeObjectCaller(transfer.options.cancellation)
                             .SetPermissions(std::span(&file.written, 1), std::span(&mode, 1))
                             .front();
@@ -123,10 +129,10 @@ private:
         std::vector<std::string> paths;
         std::vector<std::uint32_t> modes;
         for (std::size_t i = 0; i < files.size(); ++i)
-            if (files[i]->modeBefore) {
+            if (const auto mode = GetMode(*files[i])) {
                 numbers.push_back(i);
                 paths.push_back(files[i]->written);
-                modes.push_back(GetMode(*files[i]));
+                modes.push_back(*mode);
             }
         const auto results = caller.SetPermissions(paths, modes);
         for (std::size_t i = 0; i < numbers.size(); ++i)

@@ -2,6 +2,7 @@
 
 #include "LocalFiles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <dirent.h>
@@ -14,6 +15,7 @@ namespace Client {
 
 namespace {
 
+constexpr std::uint32_t modeBits = 0777;
 constexpr std::size_t smallFile = std::size_t{256} << 10U;
 
 struct DirectoryCloser
@@ -56,12 +58,14 @@ public:
             CheckPath(local);
             CheckPath(remote);
             struct stat status = {};
+            if (!isGiven && IsLeftOut(local, status))
+                return;
             if (stat(local.c_str(), &status) != 0)
                 FailLocally(local, Step::Open);
             if (S_ISREG(status.st_mode))
                 AddFile(local, remote, status);
             else if (S_ISDIR(status.st_mode))
-                AddDirectory(local, remote, status, isGiven);
+                AddDirectory(local, remote, status);
             else
                 throw FileFailed(SkipLocal(local, "it is neither a file nor a directory"));
         } catch (const FileFailed& failed) {
@@ -80,6 +84,44 @@ public:
     [[nodiscard]] UploadPlan Take() { return std::move(plan); }
 
 private:
+    /// Notes what is in a tree and is not sent: links, unless they are followed, and what is
+    /// neither a file nor a directory.
+    bool IsLeftOut(const std::string& local, struct stat& status)
+    {
+        if (lstat(local.c_str(), &status) != 0)
+            return false; // it is tried, and fails
+        const bool isLink = S_ISLNK(status.st_mode);
+        std::string why;
+        if (isLink && !options.followsLinks)
+            why = "it is a link (-L follows links)";
+        else if (isLink && stat(local.c_str(), &status) != 0)
+            why = "the link leads nowhere";
+        else if (S_ISDIR(status.st_mode) && IsAbove(status))
+            why = "the link leads to a directory above it";
+        else if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+            why = "it is neither a file nor a directory";
+        if (!why.empty())
+            transfer.tally.AddNote(SkipLocal(local, why));
+        return !why.empty();
+    }
+
+    [[nodiscard]] bool IsAbove(const struct stat& status) const
+    {
+        return std::any_of(above.begin(), above.end(), [&](const struct stat& directory) {
+            return directory.st_dev == status.st_dev && directory.st_ino == status.st_ino;
+        });
+    }
+
+    /// Others may read what goes to a server that cannot keep a private mode.
+    void NotePrivateMode(const std::string& local, const struct stat& status)
+    {
+        if (transfer.node.OffersObjects() || (status.st_mode & S_IROTH) != 0)
+            return;
+        transfer.tally.AddNote(
+            MakeLocalFailure(local, Step::SetPermissions, FailureKind::Skipped,
+                             "others cannot read it here; the server cannot keep that"));
+    }
+
     void AddFile(const std::string& local, const std::string& remote, const struct stat& status)
     {
         if (!targets.insert(Normalize(remote)).second)
@@ -91,6 +133,8 @@ private:
         job.size = static_cast<std::uint64_t>(status.st_size);
         job.time = FileTime(std::chrono::seconds(status.st_mtim.tv_sec));
         if (options.setsPermissions) {
+            job.mode = status.st_mode & modeBits;
+            NotePrivateMode(local, status);
             job.permissions.executable = (status.st_mode & S_IXUSR) != 0;
             job.permissions.readOnly = (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
         }
@@ -101,11 +145,8 @@ private:
     }
 
     void AddDirectory(const std::string& local, const std::string& remote,
-                      const struct stat& status, bool isGiven)
+                      const struct stat& status)
     {
-        struct stat link = {};
-        if (!isGiven && lstat(local.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
-            throw FileFailed(SkipLocal(local, "it is a link to a directory"));
         if (!options.isRecursive && !isAlone)
             throw FileFailed(SkipLocal(local, "it is a directory"));
         if (isAlone) {
@@ -116,13 +157,16 @@ private:
         // Closed again before the directories below are opened.
         const auto names = ReadNames(local);
         plan.directories.push_back({remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
+        above.push_back(status);
         for (const auto& name : names)
             Find(Join(local, name), Join(remote, name), false);
+        above.pop_back();
     }
 
     Transfer& transfer;
     const TransferOptions& options;
     std::unordered_set<std::string> targets; // of files
+    std::vector<struct stat> above;          // the directories that are being listed
     bool isAlone = false;                    // directories stand for themselves
     UploadPlan plan;
 };

@@ -22,6 +22,7 @@ struct UploadFile
     std::string written; ///< the remote path that it is written to until it is whole
     /// The mode of the file that it takes the place of.
     std::optional<std::uint32_t> modeBefore;
+    std::optional<std::uint32_t> mode; ///< at the source, if it is to be kept
 
     [[nodiscard]] bool IsInPlace() const noexcept { return written == remote; }
 };

@@ -106,10 +106,13 @@ struct TransferOptions
     bool resumes = false;
     /// Compares the contents end to end afterwards, what was there before too.
     bool verifies = false;
+    /// Uploads only: follows links below a directory that is sent. Otherwise they are left out.
+    bool followsLinks = false;
     /// Sets the times of files and directories as they are at the source.
     bool setsTimes = true;
-    /// Uploads only: sets what the server's flags can say: executable where the owner may execute,
-    /// read-only where nobody may write.
+    /// Sets permissions. With file objects, new remote files and all fetched files get those of the
+    /// source; without them, an upload sets what the server's flags can say, executable where the
+    /// owner may execute and read-only where nobody may write, and a download sets none.
     bool setsPermissions = true;
     /// Uploads only: writes into the target itself, which others see half meanwhile, and which a
     /// link leads to. Otherwise, where the server has file objects, a file is written beside its
@@ -132,6 +135,9 @@ struct TransferResult
     std::uint64_t resumedBytes = 0; ///< not moved, since an earlier transfer had
     std::chrono::nanoseconds duration{0};
     std::vector<Failure> failures;
+    /// What was left out, or done in part, and is no failure: links and special files in a local
+    /// tree, files whose private mode the server cannot keep.
+    std::vector<Failure> notes;
     /// What was begun and is not whole: after a cancellation, a lost connection or a failure.
     /// Remote files are those that hold a part of the source, the targets themselves only if they
     /// were written in place. Local ones are the targets, which have not been touched: a part is

@@ -40,6 +40,7 @@ struct TransferCommand
     bool resumes = false;
     bool verifies = false;
     bool showsProgress = false; ///< also where it cannot be drawn
+    bool followsLinks = false;  ///< of `put`
     std::size_t jobs = 2;
 };
 

@@ -106,6 +106,12 @@ void Report(Console& console, const Client::Failure& failure)
                    failure.cause);
 }
 
+void ReportNote(Console& console, const Client::Failure& note)
+{
+    const bool isSent = note.step == Client::Step::SetPermissions;
+    console.Report(note.path + (isSent ? ": warning: " : ": skipped: ") + note.cause);
+}
+
 ExitStatus Run(const RemoveCommand& command, const Workplace& workplace)
 {
     std::vector<std::string> paths;

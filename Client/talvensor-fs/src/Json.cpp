@@ -142,6 +142,9 @@ std::string ToJson(const Client::TransferResult& result, JsonReader reader)
     json["failures"] = Json::array();
     for (const auto& failure : result.failures)
         json["failures"].push_back(Make(failure));
+    json["notes"] = Json::array();
+    for (const auto& note : result.notes)
+        json["notes"].push_back(Make(note));
     json["unfinished"] = Json::array();
     for (const auto& path : result.unfinished)
         json["unfinished"].push_back(MakePath(path));

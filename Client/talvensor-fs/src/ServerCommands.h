@@ -23,5 +23,7 @@ namespace Cli {
 
 /// One line: file, step and cause.
 void Report(Console& console, const Client::Failure& failure);
+/// The same for what is no failure.
+void ReportNote(Console& console, const Client::Failure& note);
 
 } // namespace Cli

@@ -233,6 +233,8 @@ private:
         const auto result = Move(part);
         summary.sent += result.files;
         summary.bytes += result.bytes;
+        for (const auto& note : result.notes)
+            ReportNote(workplace.console, note);
         for (const auto& failure : result.failures)
             Report(workplace.console, failure);
         hasFailed = hasFailed || !result.IsComplete();

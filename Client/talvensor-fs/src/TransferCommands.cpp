@@ -61,6 +61,7 @@ Client::TransferOptions MakeOptions(const TransferCommand& command, const Workpl
     options.jobs = command.jobs;
     options.resumes = command.resumes;
     options.verifies = command.verifies;
+    options.followsLinks = command.followsLinks;
     options.progress = view.GetCallback();
     options.cancellation = &workplace.cancellation;
     return options;
@@ -123,6 +124,8 @@ void ReportAll(Console& console, const std::vector<Client::Failure>& failures)
 ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
                     const Workplace& workplace)
 {
+    for (const auto& note : result.notes)
+        ReportNote(workplace.console, note);
     ReportAll(workplace.console, result.failures);
     for (const auto& path : result.unfinished)
         ReportUnfinished(workplace.console, path, direction);

@@ -22,7 +22,9 @@ constexpr const char* putFooter =
     "the start: a reader sees a part meanwhile, and so does everybody after an interruption.\n"
     "\n"
     "Times are set to whole seconds. The server can set two permissions: executable (if the owner "
-    "may execute the source) and read-only (if nobody may write to it).";
+    "may execute the source) and read-only (if nobody may write to it); with file objects a new "
+    "file "
+    "gets all permissions of its source. Links and special files in a directory are skipped.";
 
 constexpr const char* getFooter =
     "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output. "
@@ -30,7 +32,7 @@ constexpr const char* getFooter =
     "\n"
     "A file has another name beside its target until it is complete, and then replaces the "
     "target at once: an interruption leaves the target as it was, and get --continue carries on. "
-    "Times are set to whole seconds. Permissions cannot be read from the server and are not set.";
+    "Times are set to whole seconds, and permissions as on the server, if it has file objects.";
 
 } // namespace
 
@@ -90,9 +92,12 @@ void CommandGrammar::AddTransfers()
     auto* const force =
         AddFlag(*put.command, "-f,--force",
                 "with --in-place: delete a target that cannot be opened, and try again");
+    auto* const links = AddFlag(*put.command, "-L,--copy-links",
+                                "follow links in directories instead of skipping them");
     makers[put.command] = [=, this] {
         auto made = MakeTransfer<PutCommand>(put);
         made.isInPlace = IsSet(inPlace);
+        made.followsLinks = IsSet(links);
         made.replaces = IsSet(force);
         return made;
     };

@@ -32,6 +32,7 @@ complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -l verify -d 'comp
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -l progress -d 'show the progress also where standard error is no terminal: a line every few seconds'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -l in-place -d 'write into the targets themselves'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -s f -l force -d 'with --in-place: delete a target that cannot be opened, and try again'
+complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -s L -l copy-links -d 'follow links in directories instead of skipping them'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from put' -F
 complete -c talvensor-fs -n __fish_use_subcommand -a get -d 'fetch files from the server'
 complete -c talvensor-fs -n '__fish_seen_subcommand_from get' -s j -l jobs -x -d 'transfer so many large files at once, 1 to 64 (2)'
