@@ -271,6 +271,7 @@ void BlockUpload::ResendKept()
 
 void BlockUpload::Send(const Block& block)
 {
+    transfer.Pace(block.length);
     writes.push_back(caller.Write(handle->GetNumber(), std::span(*block.bytes).first(block.length),
                                   block.bytes));
     next = block.start + block.length;

@@ -61,6 +61,17 @@ std::string MakeSessionName()
     return "talvensor-client " + std::to_string(getpid());
 }
 
+/// Says what its operator can do about it.
+std::string DescribeDistrust(const ConnectionOptions& options, UA_StatusCode status)
+{
+    const auto own = GetOwnCertificate(options.stateFolder);
+    return "cannot connect to " + options.url +
+           ": it does not trust the certificate of this client (" + UA_StatusCode_name(status) +
+           "). Give its operator " + own.file.string() + ", with the fingerprint " +
+           own.fingerprint + ", who can trust it on the server with: talvensor-host trust " +
+           own.fingerprint;
+}
+
 } // namespace
 
 Connector::Connector(const ConnectionOptions& options, const Ending& ending)
@@ -207,10 +218,7 @@ void Connector::ThrowNotConnected(UA_StatusCode status) const
     case UA_STATUSCODE_BADCERTIFICATEURIINVALID:
     case UA_STATUSCODE_BADCERTIFICATECHAININCOMPLETE:
         if (isEncrypting)
-            throw RefusedException(Refusal::ClientCertificate,
-                                   "cannot connect to " + url +
-                                       ": it does not trust the certificate of this client (" +
-                                       UA_StatusCode_name(status) + ")");
+            throw RefusedException(Refusal::ClientCertificate, DescribeDistrust(options, status));
         throw RefusedException(Refusal::Security, text);
     case UA_STATUSCODE_BADSECURITYMODEREJECTED:
     case UA_STATUSCODE_BADSECURITYPOLICYREJECTED:

@@ -2,6 +2,7 @@
 
 #include "Caller.h"
 #include "PrivateNode.h"
+#include "RateLimit.h"
 #include "Reasons.h"
 #include "Tally.h"
 #include "TransferRecords.h"
@@ -32,9 +33,19 @@ struct Transfer
     PrivateNode& node;
     const TransferOptions& options;
     Tally tally{options};
+    RateLimit rate{options.bytesPerSecond};
     const TransferRecords records{node.GetStateFolder()};
     Reasons reasons{node, options};
     std::atomic<bool> isOver{false}; ///< cancelled, or the connection is gone
+
+    /// Waits until so many bytes may be moved. Throws CancelledException.
+    void Pace(std::uint64_t bytes) { rate.Wait(bytes, options.cancellation); }
+
+    /// Returns the jobs that share the reads on their way: with a limit each has few of them.
+    [[nodiscard]] std::size_t GetReadingJobs() const noexcept
+    {
+        return rate.IsLimiting() ? mostJobs : GetJobs();
+    }
 
     [[nodiscard]] std::size_t GetJobs() const noexcept
     {

@@ -32,8 +32,9 @@ std::uint64_t Fetch(Transfer& transfer, Caller& caller, const DownloadFile& job,
 {
     try {
         const auto size = ReadRemoteFile(
-            caller, job.remote, start, transfer.GetJobs(),
+            caller, job.remote, start, transfer.GetReadingJobs(),
             [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                transfer.Pace(bytes.size());
                 WriteAt(part.GetDescriptor(), job.local, bytes, position);
                 resumable.Add(position, bytes);
                 transfer.tally.Move(job.remote, position + bytes.size(), job.size, bytes.size());

@@ -130,6 +130,7 @@ void SmallDownloads::FinishSmall(const DownloadFile& job, const SmallFile& file)
         if (job.mode)
             part.SetMode(*job.mode);
         const auto bytes = file.read->outcome.GetBytes();
+        transfer.Pace(bytes.size());
         WriteAt(part.GetDescriptor(), job.local, bytes, 0);
         part.Finish(options.setsTimes ? job.time : std::nullopt);
         transfer.tally.Move(job.remote, bytes.size(), bytes.size(), bytes.size());

@@ -108,6 +108,7 @@ std::optional<SmallUploads::Upload> SmallUploads::Start(const UploadFile& job)
             return;
         }
         content->resize(size);
+        transfer.Pace(size);
         const FileTime time = IsPast(job.time) ? job.time : marker;
         upload = {&job, size, time,
                   caller.UploadFile(job.written, std::move(content), ToUaTime(time),

@@ -20,8 +20,9 @@ TransferResult FileSystem::DownloadTo(const std::string& remote, const ByteSink&
             if (GetKind(remote, options.cancellation) == Kind::Directory)
                 throw FileFailed(MakeReasonFailure(remote, Step::Open, "is a directory"));
             const auto size =
-                ReadRemoteFile(caller, remote, 0, 1,
+                ReadRemoteFile(caller, remote, 0, transfer.GetReadingJobs(),
                                [&](std::uint64_t position, std::span<const unsigned char> bytes) {
+                                   transfer.Pace(bytes.size());
                                    sink(bytes);
                                    transfer.tally.Move(remote, position + bytes.size(),
                                                        std::nullopt, bytes.size());

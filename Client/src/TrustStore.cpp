@@ -65,7 +65,7 @@ Identity ReadOrMakeIdentity(const Path& stateFolder)
     const Path folder = stateFolder / "own";
     MakePrivateFolder(folder);
     const Path keyFile = folder / "key.der";
-    const Path certificateFile = folder / "certificate.der";
+    const Path certificateFile = GetCertificateFile(stateFolder);
     {
         const FolderLock lock(stateFolder);
         if (!std::filesystem::exists(certificateFile)) {
@@ -99,6 +99,30 @@ auto TranslateExceptions(const Operation& operation) -> decltype(operation())
 
 } // namespace
 
+Path GetCertificateFile(const Path& stateFolder)
+{
+    return stateFolder / "own" / "certificate.der";
+}
+
+OwnCertificate GetOwnCertificate(const Path& stateFolder)
+{
+    const auto identity = LoadIdentity(stateFolder);
+    return {.file = GetCertificateFile(stateFolder),
+            .fingerprint = MakeFingerprint(identity.certificate),
+            .subject = OpcUa::DescribeSubject(identity.certificate),
+            .validity = OpcUa::DescribeValidity(identity.certificate)};
+}
+
+std::vector<KnownServer> GetKnownServers(const Path& stateFolder)
+{
+    return KnownServers(stateFolder).GetAll();
+}
+
+std::size_t ForgetServers(const Path& stateFolder, const std::string& server)
+{
+    return KnownServers(stateFolder).Forget(server);
+}
+
 Identity LoadIdentity(const Path& stateFolder)
 {
     return TranslateExceptions([&] { return ReadOrMakeIdentity(stateFolder); });
@@ -114,22 +138,56 @@ KnownServers::KnownServers(const Path& stateFolder)
     , file(stateFolder / "known-servers")
 {}
 
+std::vector<KnownServer> KnownServers::GetAll() const
+{
+    return TranslateExceptions([this] { return Read(); });
+}
+
 std::string KnownServers::Find(const std::string& server) const
 {
-    if (!std::filesystem::exists(file))
-        return {};
-    std::istringstream lines(TranslateExceptions([this] { return Support::ReadFile(file); }));
-    std::string name;
-    std::string fingerprint;
-    while (lines >> name >> fingerprint)
-        if (name == server)
-            return fingerprint;
+    for (const auto& known : GetAll())
+        if (known.server == server)
+            return known.fingerprint;
     return {};
+}
+
+std::size_t KnownServers::Forget(const std::string& server) const
+{
+    return TranslateExceptions([&] { return Remove(server); });
 }
 
 void KnownServers::Remember(const std::string& server, const std::string& fingerprint) const
 {
     TranslateExceptions([&] { Add(server, fingerprint); });
+}
+
+std::vector<KnownServer> KnownServers::Read() const
+{
+    std::vector<KnownServer> all;
+    if (!std::filesystem::exists(file))
+        return all;
+    std::istringstream lines(Support::ReadFile(file));
+    for (KnownServer known; lines >> known.server >> known.fingerprint;)
+        all.push_back(known);
+    return all;
+}
+
+std::size_t KnownServers::Remove(const std::string& server) const
+{
+    MakeStateFolder(folder);
+    const FolderLock lock(folder);
+    std::size_t removed = 0;
+    std::string content;
+    for (const auto& known : Read()) {
+        const auto host = known.server.substr(0, known.server.rfind(':'));
+        if (known.server == server || host == server)
+            ++removed;
+        else
+            content += known.server + ' ' + known.fingerprint + '\n';
+    }
+    if (removed > 0)
+        Support::WritePrivateFile(file, content);
+    return removed;
 }
 
 void KnownServers::Add(const std::string& server, const std::string& fingerprint) const

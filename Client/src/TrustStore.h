@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Client/Certificates.h"
 #include "Client/Connection.h"
 
 #include <filesystem>
@@ -16,6 +17,9 @@ struct Identity
     std::vector<unsigned char> certificate; ///< DER
     std::string applicationUri;             ///< the one that the certificate names
 };
+
+/// Returns the file of the client's own certificate.
+[[nodiscard]] std::filesystem::path GetCertificateFile(const std::filesystem::path& stateFolder);
 
 /// Reads key and certificate, and makes them if they do not exist. Throws ClientException, and
 /// InvalidArgumentException if the path of the state folder is empty.
@@ -37,9 +41,15 @@ public:
     /// Adds or replaces the fingerprint of a server. Throws ClientException if the file cannot be
     /// written, and InvalidArgumentException if the path of the state folder is empty.
     void Remember(const std::string& server, const std::string& fingerprint) const;
+    /// Returns all in the order of the file. Throws ClientException if it cannot be read.
+    [[nodiscard]] std::vector<KnownServer> GetAll() const;
+    /// Removes a server, or all with a host name; returns how many. Throws ClientException.
+    [[nodiscard]] std::size_t Forget(const std::string& server) const;
     [[nodiscard]] const std::filesystem::path& GetFile() const noexcept { return file; }
 
 private:
+    [[nodiscard]] std::vector<KnownServer> Read() const;
+    [[nodiscard]] std::size_t Remove(const std::string& server) const;
     void Add(const std::string& server, const std::string& fingerprint) const;
 
     std::filesystem::path folder;

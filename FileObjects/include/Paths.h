@@ -62,7 +62,8 @@ public:
     Paths(const Folders& folders, OpenFiles& openFiles, Directories& directories);
 
     [[nodiscard]] States GetStates(const Texts& paths, const Caller& caller) const;
-    /// See Directories::List.
+    /// See Directories::List. Where `/` is above the folders, its entries are the folders, named
+    /// by their whole paths.
     [[nodiscard]] Listing List(const std::string& path, std::uint64_t start, std::size_t maximum,
                                const Caller& caller) const;
     /// Renames one after the other. `replaces`: files in the place of files.
@@ -81,6 +82,7 @@ public:
 private:
     [[nodiscard]] Place Resolve(const std::string& path) const;
     [[nodiscard]] Key Require(const Place& place) const;
+    [[nodiscard]] Listing ListFolders(const Caller& caller) const;
     void AddState(const std::string& path, States& states) const;
     void Put(const std::string& source, const std::string& target, const Placing& placing,
              const Caller& caller);

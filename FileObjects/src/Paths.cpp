@@ -169,9 +169,20 @@ void Paths::AddState(const std::string& path, States& states) const
 Listing Paths::List(const std::string& path, std::uint64_t start, std::size_t maximum,
                     const Caller& caller) const
 {
+    if (path.starts_with('/') && Join(path).empty() && !folders.Find("/"))
+        return ListFolders(caller);
     return At(path, [&](const Place& place) {
         return directories.List({NodeKind::Directory, place, {}}, start, maximum, caller);
     });
+}
+
+/// Returns the folders, named by their whole paths.
+Listing Paths::ListFolders(const Caller& caller) const
+{
+    auto listing = directories.List({NodeKind::FileSystem, {}, {}}, 0, 0, caller);
+    for (std::size_t i = 0; i < folders.GetSize(); ++i)
+        listing.names[i] = folders.GetPath(i);
+    return listing;
 }
 
 Results Paths::Move(const Texts& sources, const Texts& targets, bool replaces, const Caller& caller)

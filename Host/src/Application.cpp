@@ -167,6 +167,12 @@ public:
         return ExitStatus::Stopped;
     }
 
+    ExitStatus operator()(const FingerprintCommand& command) const
+    {
+        std::cout << DescribeOwnCertificate(command.pkiFolder);
+        return ExitStatus::Stopped;
+    }
+
     ExitStatus operator()(const TrustCommand& command) const
     {
         std::cout << TrustRejected(command.pkiFolder, command.fingerprint);

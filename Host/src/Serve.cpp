@@ -5,6 +5,7 @@
 #include "Log/Log.h"
 #include "Metrics/EndpointMetrics.h"
 #include "Metrics/MetricsServer.h"
+#include "OpcUa/Certificates.h"
 #include "Process/Console.h"
 #include "Process/StartThread.h"
 #include "Process/SystemCallFilter.h"
@@ -120,8 +121,11 @@ void Announce(const PreparedHost& host, const Endpoint& endpoint)
     summary.users = host.users == nullptr ? 0 : host.users->GetSize();
     summary.trustedFolder = host.pki.GetTrustedFolder().string();
     summary.trustedClients = host.pki.GetTrust().trusted.size();
+    summary.fingerprint = OpcUa::MakeFingerprint(host.pki.GetCertificate());
     summary.isRoot = IsRoot();
     std::cout << Describe(summary) << std::flush;
+    Log(Core::LogLevel::Notice, "Host",
+        "The certificate of this host has the fingerprint " + summary.fingerprint);
 }
 
 /// Returns "Serving 2 roots at opc.tcp://...".

@@ -121,6 +121,8 @@ struct TransferOptions
     bool isInPlace = false;
     /// Uploads only: a target in place that cannot be opened is deleted first.
     bool replaces = false;
+    /// Moves no more bytes of file contents in a second, on average; 0: as fast as it goes.
+    std::uint64_t bytesPerSecond = 0;
     ProgressCallback progress;
     const Cancellation* cancellation = nullptr; ///< null: cannot be cancelled
 };

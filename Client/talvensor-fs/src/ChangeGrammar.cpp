@@ -1,6 +1,7 @@
 #include "CommandGrammar.h"
 #include "Times.h"
 
+#include <charconv>
 #include <sstream>
 #include <utility>
 
@@ -9,9 +10,9 @@ namespace Cli {
 namespace {
 
 constexpr const char* chmodFooter =
-    "MODE is +x (everyone may execute), readonly (everyone may read, nobody may write), or both: "
-    "+x,readonly. The server can set nothing else, and cannot take it back. The file must be "
-    "writable.";
+    "MODE is an octal number such as 644, which needs a server with file objects; or +x (everyone "
+    "may execute), readonly (everyone may read, nobody may write), or both: +x,readonly. These "
+    "two work with any server; the file must be writable then.";
 
 constexpr const char* relocationFooter =
     "TARGET is a directory to put into, or the new name of the one SOURCE. A file that has the new "
@@ -20,6 +21,18 @@ constexpr const char* relocationFooter =
 constexpr const char* touchFooter =
     "TIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or "
     "@SECONDS since 1970. touch creates no file.";
+
+/// Returns nothing for what is no number.
+std::optional<std::uint32_t> ParseOctal(const std::string& text)
+{
+    constexpr std::uint32_t most = 0777;
+    std::uint32_t mode = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, mode, 8);
+    if (parsed.ec != std::errc() || parsed.ptr != end || mode > most)
+        return std::nullopt;
+    return mode;
+}
 
 Client::Permissions ParsePermissions(const std::string& text)
 {
@@ -31,8 +44,8 @@ Client::Permissions ParsePermissions(const std::string& text)
         else if (mode == "readonly")
             permissions.readOnly = true;
         else
-            throw Client::InvalidArgumentException("'" + text +
-                                                   "' is not a mode: +x, readonly, or both");
+            throw Client::InvalidArgumentException(
+                "'" + text + "' is not a mode: an octal number, +x, readonly, or +x,readonly");
     }
     return permissions;
 }
@@ -53,7 +66,7 @@ void CommandGrammar::AddChanges()
     };
     auto* const make = Add("mkdir", "PATH...", "create directories, and those above them");
     auto* const made = AddPaths(make);
-    AddFlag(*make, "-p,--parents", "for the sake of habit: this is done in any case");
+    AddFlag(*make, "-p,--parents", "no effect: this is always done");
     makers[make] = [=] {
         return MakeDirectoryCommand{GetPaths(make, made)};
     };
@@ -114,8 +127,12 @@ void CommandGrammar::AddPermissions()
             throw Client::InvalidArgumentException("chmod: needs a mode and paths");
         auto paths = GetPatterns(command, words);
         paths.erase(paths.begin());
+        const auto text = GetTexts(words).front();
+        const auto mode = ParseOctal(text);
         return PermissionsCommand{.paths = std::move(paths),
-                                  .permissions = ParsePermissions(GetTexts(words).front())};
+                                  .permissions =
+                                      mode ? Client::Permissions{} : ParsePermissions(text),
+                                  .mode = mode};
     };
 }
 

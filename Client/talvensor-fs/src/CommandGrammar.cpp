@@ -16,9 +16,7 @@ CommandGrammar::CommandGrammar(CLI::App& app, Place place)
     app.set_help_flag("-h,--help", "print this text");
     app.require_subcommand(0, 1);
     quiet = AddFlag(app, "-q,--quiet", "print errors only: no progress, no totals");
-    json = AddFlag(app, "--json",
-                   "print the results of ls, info, watch, put and get as JSON, one object on "
-                   "a line");
+    json = AddFlag(app, "--json", "print results as JSON, one object on a line");
     AddListing();
     AddTransfers();
     AddSync();

@@ -42,9 +42,12 @@ private:
         CLI::Option* verifies;
         CLI::Option* progress;
         std::shared_ptr<std::size_t> jobs;
+        CLI::Option* rate;
     };
 
     void AddListing();
+    void AddStates();
+    void AddTrees();
     void AddTransfers();
     [[nodiscard]] Transfer AddTransfer(const std::string& name, const std::string& arguments,
                                        const std::string& text, const std::string& end);
@@ -60,6 +63,7 @@ private:
     void AddShellCommands();
     [[nodiscard]] std::string MakeHelp(const std::optional<std::string>& topic) const;
 
+    void AddCertificates();
     void AddHelp();
     void AddShell();
     void AddExit();

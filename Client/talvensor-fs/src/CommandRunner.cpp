@@ -36,6 +36,13 @@ bool TakePaths(CommandType& command, PathArguments& arguments)
     return !command.paths.empty();
 }
 
+bool TakePaths(SpaceCommand& command, PathArguments& arguments)
+{
+    const bool isForAll = command.paths.empty();
+    arguments.ExpandRemote(command.paths);
+    return isForAll || !command.paths.empty();
+}
+
 bool TakePaths(RemoveCommand& command, PathArguments& arguments)
 {
     arguments.ExpandRemote(command.paths, command.mayBeMissing);

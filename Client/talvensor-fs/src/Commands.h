@@ -3,6 +3,7 @@
 #include "Client/FileSystem.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
@@ -28,7 +29,38 @@ struct ListCommand
     bool isRecursive = false;
     bool isLong = false;
     bool hasSizes = false;
+    bool isHumanReadable = false;
     bool endsWithZero = false;
+};
+
+struct StateCommand
+{
+    std::vector<std::string> paths; ///< patterns
+};
+
+struct UsageCommand
+{
+    std::vector<std::string> paths; ///< patterns
+    bool isSummary = false;
+    bool isHumanReadable = false;
+};
+
+/// The space of disks.
+struct SpaceCommand
+{
+    std::vector<std::string> paths; ///< patterns; none: all folders
+    bool isHumanReadable = false;
+};
+
+struct TreeCommand
+{
+    std::vector<std::string> paths; ///< patterns
+};
+
+struct FindCommand
+{
+    std::string name;               ///< a pattern of fnmatch(3), for the last name of paths
+    std::vector<std::string> paths; ///< patterns
 };
 
 /// The common part of `put` and `get`: sources, and their target.
@@ -42,6 +74,7 @@ struct TransferCommand
     bool showsProgress = false; ///< also where it cannot be drawn
     bool followsLinks = false;  ///< of `put`
     std::size_t jobs = 2;
+    std::uint64_t bytesPerSecond = 0; ///< 0: as fast as it goes
 };
 
 struct PutCommand : TransferCommand
@@ -66,6 +99,7 @@ struct SyncCommand
     bool followsLinks = false;
     std::vector<std::string> exclusions; ///< globs
     std::size_t jobs = 2;
+    std::uint64_t bytesPerSecond = 0; ///< 0: as fast as it goes
 };
 
 struct CatCommand
@@ -115,6 +149,7 @@ struct PermissionsCommand
 {
     std::vector<std::string> paths; ///< patterns
     Client::Permissions permissions;
+    std::optional<std::uint32_t> mode; ///< takes the place of `permissions`: the nine bits
 };
 
 struct WatchCommand
@@ -125,6 +160,18 @@ struct WatchCommand
 
 struct InfoCommand
 {};
+
+// They need no server.
+
+/// Shows the client's own certificate.
+struct CertificateCommand
+{};
+
+/// Lists the servers that are trusted, or takes the trust in some away.
+struct KnownCommand
+{
+    std::vector<std::string> forgotten; ///< host names, with or without ports
+};
 
 struct ShellCommand
 {
@@ -166,10 +213,11 @@ struct ExitCommand
 };
 
 using Command =
-    std::variant<ListCommand, PutCommand, GetCommand, SyncCommand, MoveCommand, CopyCommand,
-                 CatCommand, RemoveCommand, MakeDirectoryCommand, ExistsCommand, TouchCommand,
-                 PermissionsCommand, WatchCommand, InfoCommand, ShellCommand, ChangeFolderCommand,
-                 ChangeLocalFolderCommand, ShowFolderCommand, HelpCommand, LocalProgramCommand,
-                 ExitCommand>;
+    std::variant<ListCommand, StateCommand, UsageCommand, SpaceCommand, TreeCommand, FindCommand,
+                 PutCommand, GetCommand, SyncCommand, MoveCommand, CopyCommand, CatCommand,
+                 RemoveCommand, MakeDirectoryCommand, ExistsCommand, TouchCommand,
+                 PermissionsCommand, WatchCommand, InfoCommand, CertificateCommand, KnownCommand,
+                 ShellCommand, ChangeFolderCommand, ChangeLocalFolderCommand, ShowFolderCommand,
+                 HelpCommand, LocalProgramCommand, ExitCommand>;
 
 } // namespace Cli

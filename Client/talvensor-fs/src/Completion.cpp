@@ -42,7 +42,7 @@ std::string MakeReplacement(const std::string& directory, const std::string& ste
 /// The first path of `put` is local and the others remote; those of `get` the other way round.
 bool IsLocal(const std::string& command, std::size_t pathsBefore)
 {
-    if (command == "lcd")
+    if (command == "lcd" || command == "lls")
         return true;
     return command == "put" ? pathsBefore == 0 : command == "get" && pathsBefore > 0;
 }

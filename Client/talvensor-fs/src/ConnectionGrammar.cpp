@@ -16,7 +16,8 @@ CLI::Option* AddOption(CLI::App& app, const std::string& flag, const std::string
 } // namespace
 
 ConnectionGrammar::ConnectionGrammar(CLI::App& app)
-    : endpoint(AddOption(app, "-e,--endpoint", "URL", "the server, opc.tcp://HOST:PORT"))
+    : endpoint(AddOption(app, "-e,--endpoint", "URL",
+                         "the server: opc.tcp://HOST:PORT, HOST or HOST:PORT (port 4840)"))
     , profile(AddOption(app, "--profile", "NAME", "take settings from this profile"))
     , user(AddOption(app, "-u,--user", "NAME", "log in as this user (anonymous)"))
     , passwordFile(AddOption(app, "--password-file", "FILE",
@@ -26,15 +27,15 @@ ConnectionGrammar::ConnectionGrammar(CLI::App& app)
                          "auto: encrypted if the server offers it (encrypted with a user, "
                          "otherwise auto)"))
     , timeout(AddOption(app, "--timeout", "SECONDS",
-                        "give up on a call after so long without a sign of life (60)"))
-    , connectTime(AddOption(app, "--connect-time", "SECONDS",
-                            "give up on a server that does not take the login in that time (10)"))
-    , reconnectTime(AddOption(app, "--reconnect-time", "SECONDS",
-                              "try a lost connection again for so long, 0: not at all (60)"))
+                        "give up on a call after this long without any answer (60)"))
+    , connectTimeout(AddOption(app, "--connect-timeout", "SECONDS",
+                               "give up connecting and logging in after this long (10)"))
+    , reconnectTimeout(AddOption(app, "--reconnect-timeout", "SECONDS",
+                                 "try this long to restore a lost connection; 0: do not try (60)"))
     , fingerprint(AddOption(app, "--trust-fingerprint", "FP",
                             "trust the server with this certificate (SHA-256) and no other"))
     , acceptsNew(AddFlag(app, "--accept-new",
-                         "trust a server that was never seen before without asking; a changed "
+                         "trust a new server without asking; a changed "
                          "certificate is still refused")
                      ->group(groupName))
     , hosts(app.add_option("--on")
@@ -71,10 +72,10 @@ ConnectionSettings ConnectionGrammar::GetSettings() const
         settings.security = ParseSecurity(*text);
     if (const auto text = GetText(timeout))
         settings.timeout = ParseTimeout(*text);
-    if (const auto text = GetText(connectTime))
-        settings.connectTime = ParseTimeout(*text);
-    if (const auto text = GetText(reconnectTime))
-        settings.reconnectTime = ParseTimeout(*text, 0);
+    if (const auto text = GetText(connectTimeout))
+        settings.connectTimeout = ParseTimeout(*text);
+    if (const auto text = GetText(reconnectTimeout))
+        settings.reconnectTimeout = ParseTimeout(*text, 0);
     return settings;
 }
 

@@ -33,8 +33,8 @@ private:
     CLI::Option* const passwordFile;
     CLI::Option* const security;
     CLI::Option* const timeout;
-    CLI::Option* const connectTime;
-    CLI::Option* const reconnectTime;
+    CLI::Option* const connectTimeout;
+    CLI::Option* const reconnectTimeout;
     CLI::Option* const fingerprint;
     CLI::Option* const acceptsNew;
     CLI::Option* const hosts;

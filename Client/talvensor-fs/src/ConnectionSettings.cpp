@@ -72,26 +72,26 @@ std::string GetText(const fs::path& file, const toml::key& key, const toml::node
     Refuse(file, key.source(), std::string(key.str()) + " takes a text in quotes");
 }
 
-/// Returns the time with that name; null when there is none.
-std::optional<std::chrono::seconds>* FindTime(ConnectionSettings& settings, std::string_view name)
+/// Returns the time-out of this name; null for another name.
+std::optional<std::chrono::seconds>* FindTimeout(ConnectionSettings& settings,
+                                                 std::string_view name)
 {
     if (name == "timeout")
         return &settings.timeout;
-    if (name == "connect-time")
-        return &settings.connectTime;
-    if (name == "reconnect-time")
-        return &settings.reconnectTime;
-    return nullptr;
+    if (name == "connect-timeout")
+        return &settings.connectTimeout;
+    return name == "reconnect-timeout" ? &settings.reconnectTimeout : nullptr;
 }
 
 void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& key,
            const toml::node& node)
 {
-    if (auto* const time = FindTime(settings, key.str())) {
+    if (auto* const timeout = FindTimeout(settings, key.str())) {
         const auto seconds = node.value_exact<std::int64_t>();
         if (!seconds)
             Refuse(file, key.source(), std::string(key.str()) + " takes a number of seconds");
-        *time = ParseTimeout(std::to_string(*seconds), time == &settings.reconnectTime ? 0 : 1);
+        *timeout =
+            ParseTimeout(std::to_string(*seconds), timeout == &settings.reconnectTimeout ? 0 : 1);
         return;
     }
     const auto text = GetText(file, key, node);
@@ -107,7 +107,7 @@ void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& 
         Refuse(file, key.source(),
                "there is no setting " + std::string(key.str()) +
                    "; a profile has endpoint, user, password-file, security, timeout, "
-                   "connect-time and reconnect-time");
+                   "connect-timeout and reconnect-timeout");
 }
 
 template <typename Value>
@@ -176,8 +176,8 @@ ConnectionSettings Combine(ConnectionSettings first, const ConnectionSettings& s
     TakeUnless(first.passwordFile, second.passwordFile);
     TakeUnless(first.security, second.security);
     TakeUnless(first.timeout, second.timeout);
-    TakeUnless(first.connectTime, second.connectTime);
-    TakeUnless(first.reconnectTime, second.reconnectTime);
+    TakeUnless(first.connectTimeout, second.connectTimeout);
+    TakeUnless(first.reconnectTimeout, second.reconnectTimeout);
     return first;
 }
 
@@ -193,10 +193,10 @@ Client::ConnectionOptions MakeConnectionOptions(const ConnectionSettings& settin
                                                                 : Client::Security::Automatic);
     if (settings.timeout)
         options.answerTime = *settings.timeout;
-    if (settings.connectTime)
-        options.connectTime = *settings.connectTime;
-    if (settings.reconnectTime)
-        options.reconnectTime = *settings.reconnectTime;
+    if (settings.connectTimeout)
+        options.connectTime = *settings.connectTimeout;
+    if (settings.reconnectTimeout)
+        options.reconnectTime = *settings.reconnectTimeout;
     options.stateFolder = GetStateFolder();
     return options;
 }

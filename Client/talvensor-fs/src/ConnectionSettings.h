@@ -20,8 +20,8 @@ struct ConnectionSettings
     std::optional<std::filesystem::path> passwordFile;
     std::optional<Client::Security> security;
     std::optional<std::chrono::seconds> timeout;
-    std::optional<std::chrono::seconds> connectTime;
-    std::optional<std::chrono::seconds> reconnectTime; ///< 0: not at all
+    std::optional<std::chrono::seconds> connectTimeout;
+    std::optional<std::chrono::seconds> reconnectTimeout;
 };
 
 /// Those of the first place that says something, one by one.
@@ -73,7 +73,7 @@ private:
 /// "auto", "plain" or "encrypted". Throws InvalidArgumentException.
 [[nodiscard]] Client::Security ParseSecurity(const std::string& text);
 
-/// A whole number of seconds, `least` to 86400. Throws InvalidArgumentException.
+/// A whole number of seconds, up to 86400. Throws InvalidArgumentException.
 [[nodiscard]] std::chrono::seconds ParseTimeout(const std::string& text, unsigned int least = 1);
 
 /// The first line of a file that its owner alone may read. Throws InvalidArgumentException.

@@ -1,6 +1,8 @@
 #include "ServerCommands.h"
 
-#include "Text.h"
+#include "Client/FileObjects.h"
+#include "Json.h"
+#include "Listing.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,6 +11,20 @@
 namespace Cli {
 
 namespace {
+
+/// Changes something that has to be there. Throws OperationFailedException, which says so if it
+/// is not.
+template <typename Operation>
+void Change(const std::string& path, const Workplace& workplace, const Operation& operation)
+{
+    try {
+        operation();
+    } catch (const Client::OperationFailedException&) {
+        if (workplace.remote.GetFiles().Exists(path, &workplace.cancellation))
+            throw;
+        throw Client::OperationFailedException(path + ": No such file or directory");
+    }
+}
 
 /// Reports the failure of one path, and goes on with the others.
 ExitStatus ForEach(const std::vector<std::string>& paths, const Workplace& workplace,
@@ -50,6 +66,27 @@ void CheckThatItMayGo(const std::string& path)
     if (GetBaseName(path).empty())
         throw Client::InvalidArgumentException("refusing to delete '" + path +
                                                "': it is the root, or ends in . or ..");
+}
+
+ExitStatus SetMode(const PermissionsCommand& command, const Workplace& workplace)
+{
+    Client::FileObjects objects(workplace.remote.GetConnection());
+    if (!objects.AreOffered())
+        throw Client::OperationFailedException(
+            "chmod: the server offers no file objects: it can set +x and readonly only");
+    std::vector<std::string> paths;
+    for (const auto& path : command.paths)
+        paths.push_back(workplace.remote.Resolve(path));
+    const std::vector<std::uint32_t> modes(paths.size(), *command.mode);
+    const auto results = objects.SetPermissions(paths, modes, &workplace.cancellation);
+    auto status = ExitStatus::Done;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        if (results.at(i).IsGood())
+            continue;
+        workplace.console.Report(paths[i] + ": " + results[i].reason);
+        status = ExitStatus::Failed;
+    }
+    return status;
 }
 
 const char* GetName(Client::Kind kind)
@@ -150,8 +187,10 @@ ExitStatus Run(const ExistsCommand& command, const Workplace& workplace)
             isAnyMissing = isAnyMissing || kind == Client::Kind::Missing;
             if (workplace.choice.isQuiet)
                 return;
-            const auto name = output.IsTerminal() ? EscapeName(path) : path;
-            output.Write(std::string(GetName(kind)) + "  " + name + "\n");
+            if (workplace.choice.isJson)
+                output.Write(ToJson(path, GetName(kind), GetReader(output)) + "\n");
+            else
+                output.Write(std::string(GetName(kind)) + "  " + ShowName(output, path) + "\n");
         });
     output.Flush();
     return isAnyMissing ? ExitStatus::Failed : status;
@@ -161,16 +200,22 @@ ExitStatus Run(const TouchCommand& command, const Workplace& workplace)
 {
     const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
     return ForEach(command.paths, workplace, [&](const std::string& path) {
-        workplace.remote.GetFiles().SetTime(path, command.time.value_or(now),
-                                            &workplace.cancellation);
+        Change(path, workplace, [&] {
+            workplace.remote.GetFiles().SetTime(path, command.time.value_or(now),
+                                                &workplace.cancellation);
+        });
     });
 }
 
 ExitStatus Run(const PermissionsCommand& command, const Workplace& workplace)
 {
+    if (command.mode)
+        return SetMode(command, workplace);
     return ForEach(command.paths, workplace, [&](const std::string& path) {
-        workplace.remote.GetFiles().SetPermissions(path, command.permissions,
-                                                   &workplace.cancellation);
+        Change(path, workplace, [&] {
+            workplace.remote.GetFiles().SetPermissions(path, command.permissions,
+                                                       &workplace.cancellation);
+        });
     });
 }
 

@@ -67,6 +67,13 @@ std::vector<std::string> GetPaths(const CLI::App* command, const CLI::Option* op
 std::vector<std::string> GetPatterns(const CLI::App* command, const CLI::Option* option)
 {
     RequirePath(command, option);
+    return GetPatternsOr(option, {});
+}
+
+std::vector<std::string> GetPatternsOr(const CLI::Option* option, const std::string& path)
+{
+    if (option->count() == 0)
+        return {path};
     std::vector<std::string> patterns;
     for (const auto& text : option->results())
         patterns.push_back(UnmaskPattern(text));
@@ -90,12 +97,26 @@ bool IsSet(const CLI::Option* option)
     return option->count() > 0;
 }
 
+CLI::Option* AddHumanReadable(CLI::App& command)
+{
+    command.set_help_flag("--help", "print this text");
+    return AddFlag(command, "-h,--human-readable", "show sizes as 1.5K, 20M and so on");
+}
+
 CLI::Option* AddPaths(CLI::App* command)
 {
     return command->add_option("PATHS")
         ->expected(0, CLI::detail::expected_max_vector_size)
         ->allow_extra_args()
         ->group("");
+}
+
+CLI::Option* AddRate(CLI::App& command)
+{
+    return command.add_option("--bwlimit")
+        ->type_name("RATE")
+        ->description("limit the transfer rate: KiB per second, or with the suffix K, M or G "
+                      "KiB, MiB or GiB per second; 0: no limit");
 }
 
 CLI::Option* AddPositional(CLI::App* command)

@@ -31,6 +31,10 @@ namespace Cli {
 /// Throws InvalidArgumentException when there are none.
 [[nodiscard]] std::vector<std::string> GetPaths(const CLI::App* command, const CLI::Option* option);
 
+/// Returns paths that may be patterns; one path when none is given.
+[[nodiscard]] std::vector<std::string> GetPatternsOr(const CLI::Option* option,
+                                                     const std::string& path);
+
 /// Returns the last value of an option.
 [[nodiscard]] std::optional<std::string> GetText(const CLI::Option* option);
 
@@ -38,8 +42,14 @@ CLI::Option* AddFlag(CLI::App& app, const std::string& flag, const std::string& 
 
 [[nodiscard]] bool IsSet(const CLI::Option* option);
 
+/// Adds -h to a command, whose help is --help alone then.
+CLI::Option* AddHumanReadable(CLI::App& command);
+
 /// Adds the arguments behind a command that have no name; the usage line shows them.
 CLI::Option* AddPaths(CLI::App* command);
+
+/// Adds the option that limits the bytes a second; ParseRate reads its value.
+CLI::Option* AddRate(CLI::App& command);
 
 /// Adds one such argument, which may be missing.
 CLI::Option* AddPositional(CLI::App* command);

@@ -26,6 +26,9 @@ void CheckOne(const CommandType& command)
 {
     if constexpr (std::is_same_v<CommandType, ShellCommand>)
         RefuseForMany("the shell is for one host");
+    if constexpr (std::is_same_v<CommandType, CertificateCommand> ||
+                  std::is_same_v<CommandType, KnownCommand>)
+        RefuseForMany("certificate and known need no host");
     if constexpr (std::is_same_v<CommandType, WatchCommand>)
         RefuseForMany("watch is for one host");
     if constexpr (std::is_same_v<CommandType, PutCommand>)

@@ -63,6 +63,20 @@ Json Make(const Client::ListEntry& entry)
     return json;
 }
 
+std::string FormatOctal(std::uint32_t permissions)
+{
+    return fmt::format("{:04o}", permissions);
+}
+
+Json Make(const Folder& folder)
+{
+    auto json = MakePath(folder.path);
+    json["readOnly"] = folder.isReadOnly;
+    json["totalBytes"] = folder.space ? Json(folder.space->total) : Json(nullptr);
+    json["freeBytes"] = folder.space ? Json(folder.space->free) : Json(nullptr);
+    return json;
+}
+
 const char* GetName(Client::FailureKind kind)
 {
     switch (kind) {
@@ -114,17 +128,53 @@ std::string FormatMilliseconds(std::chrono::system_clock::time_point time)
 
 } // namespace
 
-std::string ToJson(const Client::ListEntry& entry, JsonReader reader)
+std::string ToJson(const ListRow& row, bool needsSize, JsonReader reader)
 {
-    return Dump(Make(entry), reader);
+    auto json = Make(row.entry);
+    if (row.size || needsSize)
+        json["size"] = OrNull(row.size);
+    if (row.permissions)
+        json["permissions"] = FormatOctal(*row.permissions);
+    return Dump(json, reader);
 }
 
-std::string ToJson(const Client::ListEntry& entry, std::optional<std::uint64_t> size,
+std::string ToJson(const std::string& path, const Client::EntryState& state, bool hasAll,
                    JsonReader reader)
 {
-    auto json = Make(entry);
-    json["size"] = OrNull(size);
+    auto json = MakePath(path);
+    const bool isDirectory = state.kind == Client::Kind::Directory;
+    json["kind"] = isDirectory ? "directory" : state.isSpecial ? "special" : "file";
+    json["time"] = FormatUtcTime(state.time);
+    if (!isDirectory)
+        json["size"] = state.size;
+    if (hasAll) {
+        json["permissions"] = FormatOctal(state.permissions);
+        json["readable"] = state.isReadable;
+        json["writable"] = state.isWritable;
+        json["inReadOnlyFolder"] = state.isInReadOnlyFolder;
+    }
     return Dump(json, reader);
+}
+
+std::string ToJson(const std::string& path, const char* kind, JsonReader reader)
+{
+    auto json = MakePath(path);
+    json["kind"] = kind;
+    return Dump(json, reader);
+}
+
+std::string ToJson(const std::string& path, std::uint64_t bytes, std::uint64_t files,
+                   JsonReader reader)
+{
+    auto json = MakePath(path);
+    json["size"] = bytes;
+    json["files"] = files;
+    return Dump(json, reader);
+}
+
+std::string ToJson(const Folder& folder, JsonReader reader)
+{
+    return Dump(Make(folder), reader);
 }
 
 std::string ToJson(const Client::TransferResult& result, JsonReader reader)
@@ -151,7 +201,8 @@ std::string ToJson(const Client::TransferResult& result, JsonReader reader)
     return Dump(json, reader);
 }
 
-std::string ToJson(const Client::ServerInfo& info, JsonReader reader)
+std::string ToJson(const Client::ServerInfo& info, const std::vector<Folder>& folders,
+                   JsonReader reader)
 {
     Json json;
     json["endpoint"] = info.url;
@@ -171,6 +222,26 @@ std::string ToJson(const Client::ServerInfo& info, JsonReader reader)
     json["namespaces"] = info.namespaces;
     json["sharedNodes"] = info.sharedNodes;
     json["modules"] = info.modules;
+    json["folders"] = Json::array();
+    for (const auto& folder : folders)
+        json["folders"].push_back(Make(folder));
+    return Dump(json, reader);
+}
+
+std::string ToJson(const Client::OwnCertificate& own, JsonReader reader)
+{
+    auto json = MakePath(own.file.string());
+    json["fingerprint"] = own.fingerprint;
+    json["subject"] = own.subject;
+    json["valid"] = own.validity;
+    return Dump(json, reader);
+}
+
+std::string ToJson(const Client::KnownServer& known, JsonReader reader)
+{
+    Json json;
+    json["server"] = known.server;
+    json["fingerprint"] = known.fingerprint;
     return Dump(json, reader);
 }
 

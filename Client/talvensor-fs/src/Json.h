@@ -1,12 +1,17 @@
 #pragma once
 
+#include "Client/Certificates.h"
 #include "Client/Connection.h"
+#include "Client/FileObjects.h"
 #include "Client/FileSystem.h"
 #include "Client/Watch.h"
+#include "Folders.h"
+#include "Listing.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Cli {
 
@@ -16,6 +21,11 @@ enum class JsonReader
     Program,
     Terminal,
 };
+
+[[nodiscard]] inline JsonReader GetReader(const Output& output) noexcept
+{
+    return output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
+}
 
 /// What came of a command on one of many hosts.
 struct HostSummary
@@ -45,12 +55,21 @@ struct SyncSummary
 // Each makes one object on one line, without the line's end. A path that is not UTF-8 has its bytes
 // in "pathHex" too, as hexadecimal digits. Times are in UTC.
 
-[[nodiscard]] std::string ToJson(const Client::ListEntry& entry, JsonReader reader);
-/// With a size, null where it is not known.
-[[nodiscard]] std::string ToJson(const Client::ListEntry& entry, std::optional<std::uint64_t> size,
+/// Size and permissions where they are known; `needsSize`: null where it is not.
+[[nodiscard]] std::string ToJson(const ListRow& row, bool needsSize, JsonReader reader);
+/// `hasAll`: with permissions and access.
+[[nodiscard]] std::string ToJson(const std::string& path, const Client::EntryState& state,
+                                 bool hasAll, JsonReader reader);
+[[nodiscard]] std::string ToJson(const std::string& path, const char* kind, JsonReader reader);
+/// The usage of a directory.
+[[nodiscard]] std::string ToJson(const std::string& path, std::uint64_t bytes, std::uint64_t files,
                                  JsonReader reader);
+[[nodiscard]] std::string ToJson(const Folder& folder, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::TransferResult& result, JsonReader reader);
-[[nodiscard]] std::string ToJson(const Client::ServerInfo& info, JsonReader reader);
+[[nodiscard]] std::string ToJson(const Client::ServerInfo& info, const std::vector<Folder>& folders,
+                                 JsonReader reader);
+[[nodiscard]] std::string ToJson(const Client::OwnCertificate& own, JsonReader reader);
+[[nodiscard]] std::string ToJson(const Client::KnownServer& known, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::Event& event, JsonReader reader);
 [[nodiscard]] std::string ToJson(const SyncSummary& summary, JsonReader reader);
 /// A step that a synchronisation would do: "send", "delete" and so on.

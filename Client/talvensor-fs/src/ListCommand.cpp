@@ -1,6 +1,7 @@
 #include "ServerCommands.h"
 
 #include "Json.h"
+#include "Listing.h"
 #include "Text.h"
 #include "Times.h"
 
@@ -13,149 +14,6 @@
 namespace Cli {
 
 namespace {
-
-struct Row
-{
-    Client::ListEntry entry;
-    std::optional<std::uint64_t> size;
-};
-
-/// Puts the entries of a directory right behind it, whatever characters names have.
-bool IsBefore(const Row& left, const Row& right)
-{
-    const auto rank = [](char character) {
-        return character == '/' ? 0 : static_cast<int>(static_cast<unsigned char>(character)) + 1;
-    };
-    return std::lexicographical_compare(
-        left.entry.path.begin(), left.entry.path.end(), right.entry.path.begin(),
-        right.entry.path.end(), [rank](char one, char other) { return rank(one) < rank(other); });
-}
-
-/// Prints one path of `ls`.
-class ListingPrinter
-{
-public:
-    ListingPrinter(const ListCommand& command, std::string shownPath, const Workplace& workplace,
-                   Output& output)
-        : command(command)
-        , shownPath(std::move(shownPath))
-        , workplace(workplace)
-        , files(workplace.remote.GetFiles())
-        , path(workplace.remote.Resolve(this->shownPath))
-        , output(output)
-    {}
-
-    /// Lists the path. A file is listed as itself. Throws OperationFailedException.
-    void List()
-    {
-        auto listing = TryList();
-        for (auto& entry : listing.entries)
-            rows.push_back({.entry = std::move(entry), .size = std::nullopt});
-        failures = std::move(listing.failures);
-        std::sort(rows.begin(), rows.end(), IsBefore);
-        if (command.hasSizes)
-            FindSizes();
-    }
-
-    [[nodiscard]] bool IsFile() const noexcept { return isFile; }
-    [[nodiscard]] const std::string& GetPath() const noexcept { return shownPath; }
-
-    ExitStatus Print()
-    {
-        for (const auto& row : rows)
-            Print(row);
-        output.Flush();
-        for (const auto& failure : failures)
-            Report(workplace.console, failure);
-        return failures.empty() && !hasUnknownSizes ? ExitStatus::Done : ExitStatus::Failed;
-    }
-
-private:
-    Client::Listing TryList()
-    {
-        try {
-            return files.List(path, command.isRecursive, &workplace.cancellation);
-        } catch (const Client::OperationFailedException&) {
-            if (files.GetKind(path, &workplace.cancellation) != Client::Kind::File)
-                throw;
-        }
-        isFile = true;
-        return {.entries = {{.path = shownPath,
-                             .time = files.GetTime(path, &workplace.cancellation),
-                             .isDirectory = false}},
-                .failures = {}};
-    }
-
-    void FindSizes()
-    {
-        std::vector<Row*> measured;
-        std::vector<std::string> paths;
-        for (auto& row : rows) {
-            if (row.entry.isDirectory)
-                continue;
-            measured.push_back(&row);
-            paths.push_back(isFile ? path : JoinPath(path, row.entry.path));
-        }
-        const auto sizes = files.GetSizes(paths, &workplace.cancellation);
-        for (std::size_t index = 0; index < measured.size(); ++index) {
-            measured[index]->size = sizes.at(index);
-            if (sizes[index])
-                widestSize = std::max(widestSize, std::to_string(*sizes[index]).size());
-            else
-                ReportUnknownSize(paths[index]);
-        }
-    }
-
-    void ReportUnknownSize(const std::string& file)
-    {
-        workplace.console.Report(file + ": cannot find the size: it cannot be opened");
-        hasUnknownSizes = true;
-    }
-
-    void Print(const Row& row)
-    {
-        output.Write(workplace.choice.isJson ? FormatJson(row) : FormatText(row));
-        output.Write(std::string_view(command.endsWithZero ? "\0" : "\n", 1));
-    }
-
-    [[nodiscard]] std::string FormatJson(const Row& row) const
-    {
-        const auto reader = output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
-        return command.hasSizes ? ToJson(row.entry, row.size, reader) : ToJson(row.entry, reader);
-    }
-
-    [[nodiscard]] std::string FormatText(const Row& row) const
-    {
-        std::string text;
-        if (command.isLong)
-            text += row.entry.isDirectory ? "d  " : "-  ";
-        if (command.hasSizes)
-            text += fmt::format("{:>{}}  ", FormatSize(row), widestSize);
-        if (command.isLong)
-            text += fmt::format("{:19}  ", row.entry.time ? FormatLocalTime(*row.entry.time) : "?");
-        const bool isRaw = command.endsWithZero || !output.IsTerminal();
-        return text + (isRaw ? row.entry.path : EscapeName(row.entry.path));
-    }
-
-    static std::string FormatSize(const Row& row)
-    {
-        if (row.entry.isDirectory)
-            return "-";
-        return row.size ? std::to_string(*row.size) : "?";
-    }
-
-    const ListCommand& command;
-    const std::string shownPath;
-    const Workplace& workplace;
-    Client::FileSystem& files;
-    const std::string path;
-    Output& output;
-    std::vector<Row> rows;
-    std::vector<Client::Failure> failures;
-    std::size_t widestSize = 1;
-    bool isFile = false;
-    bool hasUnknownSizes = false;
-};
 
 /// One run of `ls`.
 class ListRun
@@ -170,18 +28,18 @@ public:
     /// Files come before directories, which have a title where there are several paths.
     ExitStatus Do()
     {
-        std::vector<ListingPrinter> directories;
+        std::vector<ListedPath> directories;
         for (const auto& path : command.paths) {
-            ListingPrinter printer(command, path, workplace, output);
-            if (!List(printer))
+            auto rows = List(path);
+            if (!rows)
                 continue;
-            if (printer.IsFile())
-                Print(printer);
+            if (rows->isFile)
+                Print(*rows);
             else
-                directories.push_back(std::move(printer));
+                directories.push_back(std::move(*rows));
         }
-        for (auto& directory : directories) {
-            PrintTitle(directory.GetPath());
+        for (const auto& directory : directories) {
+            PrintTitle(directory.shown);
             Print(directory);
         }
         output.Flush();
@@ -189,21 +47,42 @@ public:
     }
 
 private:
-    bool List(ListingPrinter& printer)
+    std::optional<ListedPath> List(const std::string& path)
     {
         try {
-            printer.List();
-            return true;
+            auto rows = ListRows(path, command.isRecursive, workplace);
+            if (command.hasSizes) {
+                if (!AddSizes(rows, workplace))
+                    status = ExitStatus::Failed;
+            } else if (command.isLong || workplace.choice.isJson) {
+                AddStates(rows, workplace);
+            }
+            return rows;
         } catch (const Client::OperationFailedException& error) {
             workplace.console.Report(error.what());
             status = ExitStatus::Failed;
-            return false;
+            return std::nullopt;
         }
     }
 
-    void Print(ListingPrinter& printer)
+    void Print(const ListedPath& rows)
     {
-        if (printer.Print() != ExitStatus::Done)
+        widestSize = 1;
+        hasSizes = command.hasSizes;
+        hasPermissions = false;
+        for (const auto& row : rows.rows) {
+            widestSize = std::max(widestSize, FormatSize(row).size());
+            hasSizes = hasSizes || (command.isLong && row.size);
+            hasPermissions = hasPermissions || row.permissions;
+        }
+        for (const auto& row : rows.rows) {
+            output.Write(workplace.choice.isJson ? FormatJson(row) : FormatText(row));
+            output.Write(std::string_view(command.endsWithZero ? "\0" : "\n", 1));
+        }
+        output.Flush();
+        for (const auto& failure : rows.failures)
+            Report(workplace.console, failure);
+        if (!rows.failures.empty())
             status = ExitStatus::Failed;
         isFirst = false;
     }
@@ -212,8 +91,32 @@ private:
     {
         if (command.paths.size() == 1 || workplace.choice.isJson || command.endsWithZero)
             return;
-        output.Write((isFirst ? "" : "\n") + (output.IsTerminal() ? EscapeName(path) : path) +
-                     ":\n");
+        output.Write((isFirst ? "" : "\n") + ShowName(output, path) + ":\n");
+    }
+
+    [[nodiscard]] std::string FormatJson(const ListRow& row) const
+    {
+        return ToJson(row, command.hasSizes, GetReader(output));
+    }
+
+    [[nodiscard]] std::string FormatText(const ListRow& row) const
+    {
+        std::string text;
+        if (command.isLong)
+            text += fmt::format("{:{}}  ", FormatMode(row.entry.isDirectory, row.permissions),
+                                hasPermissions ? 10 : 1);
+        if (hasSizes)
+            text += fmt::format("{:>{}}  ", FormatSize(row), widestSize);
+        if (command.isLong)
+            text += fmt::format("{:19}  ", row.entry.time ? FormatLocalTime(*row.entry.time) : "?");
+        return text + (command.endsWithZero ? row.entry.path : ShowName(output, row.entry.path));
+    }
+
+    [[nodiscard]] std::string FormatSize(const ListRow& row) const
+    {
+        if (row.entry.isDirectory)
+            return "-";
+        return row.size ? Cli::FormatSize(*row.size, command.isHumanReadable) : "?";
     }
 
     const ListCommand& command;
@@ -221,6 +124,10 @@ private:
     Output output;
     ExitStatus status = ExitStatus::Done;
     bool isFirst = true;
+    // Of the path that is printed.
+    std::size_t widestSize = 1;
+    bool hasSizes = false;
+    bool hasPermissions = false;
 };
 
 } // namespace

@@ -65,6 +65,25 @@ private:
     posix_spawnattr_t attributes{};
 };
 
+/// Leaves the program the standard streams, and not the connection.
+class Streams
+{
+public:
+    Streams()
+    {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    }
+    Streams(const Streams&) = delete;
+    Streams& operator=(const Streams&) = delete;
+    ~Streams() { posix_spawn_file_actions_destroy(&actions); }
+
+    [[nodiscard]] const posix_spawn_file_actions_t* Get() const noexcept { return &actions; }
+
+private:
+    posix_spawn_file_actions_t actions{};
+};
+
 } // namespace
 
 int RunLocalProgram(const std::vector<std::string>& arguments)
@@ -75,9 +94,10 @@ int RunLocalProgram(const std::vector<std::string>& arguments)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
     const Attributes attributes;
+    const Streams streams;
     const DeafTime deaf;
     pid_t child = -1;
-    if (const int error = posix_spawnp(&child, pointers.front(), nullptr, attributes.Get(),
+    if (const int error = posix_spawnp(&child, pointers.front(), streams.Get(), attributes.Get(),
                                        pointers.data(), environ))
         throw Client::OperationFailedException(arguments.front() + ": " +
                                                std::generic_category().message(error));

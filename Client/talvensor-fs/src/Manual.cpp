@@ -17,7 +17,8 @@ Section MakeServerSection()
                     "password-file, $TALVENSOR_PASSWORD, or is asked for on the terminal.\n"
                     "\n"
                     "The certificate of a server is shown when it is first seen, and remembered "
-                    "once it is trusted.",
+                    "once it is trusted; compare its fingerprint with what 'talvensor-host "
+                    "fingerprint' shows on the server.",
             .terms = {},
             .shown = InHelpAndPage};
 }
@@ -34,7 +35,9 @@ Section MakeProfileSection()
                     "    user = \"ann\"\n"
                     "    password-file = \"plant.password\"\n"
                     "    security = \"encrypted\"\n"
-                    "    timeout = 120\n",
+                    "    timeout = 120\n"
+                    "    connect-timeout = 5\n"
+                    "    reconnect-timeout = 300\n",
             .terms = {},
             .shown = InHelpAndPage};
 }
@@ -63,12 +66,20 @@ Section MakeManyHostsSection()
 
 Section MakePathSection()
 {
-    return {.title = "Paths and errors",
-            .text = "Relative remote paths start at the first root of the server. Paths are "
-                    "bytes: names that are not UTF-8 are kept. Each error is one line on standard "
-                    "error.",
-            .terms = {},
-            .shown = InHelpAndPage};
+    return {
+        .title = "Paths and errors",
+        .text =
+            "Relative remote paths start at the first folder of the server; ls / shows the "
+            "others. Paths are bytes: names that are not UTF-8 are kept. A remote path may "
+            "begin with remote:, which is taken off. Each error is one line on standard "
+            "error.\n"
+            "\n"
+            "Remote paths of ls, stat, du, df, tree, find, get, cat, rm, touch and chmod may be "
+            "patterns: * ? [...] within a name, and ** for any directories. Quote them, so "
+            "that your shell leaves them alone; a backslash takes the meaning of a "
+            "character away.",
+        .terms = {},
+        .shown = InHelpAndPage};
 }
 
 Section MakeExitStatusSection()

@@ -1,6 +1,7 @@
 #include "ServerCommands.h"
 
 #include "Client/Watch.h"
+#include "Folders.h"
 #include "Json.h"
 #include "Text.h"
 #include "Times.h"
@@ -12,11 +13,6 @@
 namespace Cli {
 
 namespace {
-
-JsonReader GetReader(const Output& output)
-{
-    return output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
-}
 
 std::string MakeInfoLine(const char* name, const std::string& value)
 {
@@ -35,6 +31,25 @@ std::string Join(const std::vector<std::string>& texts)
 std::string FormatLimit(std::uint32_t limit, const char* unit)
 {
     return limit == 0 ? "not announced" : fmt::format("{} {}", limit, unit);
+}
+
+std::string FormatFolder(const Folder& folder)
+{
+    auto text = folder.path;
+    if (folder.isReadOnly)
+        text += ", read-only";
+    if (folder.space)
+        text += ", " + FormatBytes(folder.space->free) + " of " + FormatBytes(folder.space->total) +
+                " free";
+    return text;
+}
+
+std::string FormatFolders(const std::vector<Folder>& folders)
+{
+    std::string text;
+    for (const auto& folder : folders)
+        text += MakeInfoLine(text.empty() ? "folders" : "", FormatFolder(folder));
+    return text;
 }
 
 std::string FormatInfo(const Client::ServerInfo& info)
@@ -101,8 +116,9 @@ ExitStatus Run(const InfoCommand&, const Workplace& workplace)
 {
     const auto info = workplace.remote.GetConnection().GetInfo();
     Output output(workplace);
-    output.Write(workplace.choice.isJson ? ToJson(info, GetReader(output)) + "\n"
-                                         : FormatInfo(info));
+    const auto folders = FindFolders(workplace);
+    output.Write(workplace.choice.isJson ? ToJson(info, folders, GetReader(output)) + "\n"
+                                         : FormatInfo(info) + FormatFolders(folders));
     output.Flush();
     return ExitStatus::Done;
 }
@@ -112,7 +128,9 @@ ExitStatus Run(const WatchCommand& command, const Workplace& workplace)
     const auto node = ChooseNode(command, workplace);
     Client::Watch watch(workplace.remote.GetConnection(), node);
     if (!workplace.choice.isQuiet)
-        workplace.console.Report("watching " + node);
+        workplace.console.Report("watching " + node +
+                                 "; calls of other nodes, such as those of talvensor-fs, are not "
+                                 "heard");
     Output output(workplace);
     for (std::size_t seen = 0; command.count == 0 || seen < command.count; ++seen) {
         const auto event = watch.Next(&workplace.cancellation);

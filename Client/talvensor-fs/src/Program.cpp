@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include "CertificateCommands.h"
 #include "CommandRunner.h"
 #include "Ending.h"
 #include "Fleet.h"
@@ -62,6 +63,10 @@ private:
     ExitStatus Execute()
     {
         const auto& cancellation = interruption.GetCancellation();
+        if (const auto* const own = std::get_if<CertificateCommand>(&invocation.command))
+            return ShowCertificate(*own, invocation.choice, cancellation);
+        if (const auto* const known = std::get_if<KnownCommand>(&invocation.command))
+            return ShowKnownServers(*known, invocation.choice, console, cancellation);
         const auto options = MakeOptions();
         if (const auto* const shell = std::get_if<ShellCommand>(&invocation.command)) {
             Client::Connection connection(options, &cancellation);
@@ -116,9 +121,11 @@ private:
             throw Client::InvalidArgumentException(
                 "no terminal to ask for the password of " + *settings.user +
                 ": use --password-file FILE or $TALVENSOR_PASSWORD");
-        const auto password = prompt->AskWithoutEcho("Password of " + *settings.user + " at " +
-                                                         *settings.endpoint + ": ",
-                                                     interruption.GetCancellation());
+        const auto password = prompt->AskWithoutEcho(
+            "The users are those of the host, not of its machine; 'talvensor-host passwd' sets "
+            "their\npasswords there.\nPassword of " +
+                *settings.user + " at " + *settings.endpoint + ": ",
+            interruption.GetCancellation());
         if (!password)
             throw Client::InvalidArgumentException("no password was given");
         return *password;

@@ -7,6 +7,11 @@ namespace Cli {
 // Each as RunCommand.
 
 [[nodiscard]] ExitStatus Run(const ListCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const StateCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const UsageCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const SpaceCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const TreeCommand& command, const Workplace& workplace);
+[[nodiscard]] ExitStatus Run(const FindCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const RemoveCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const MoveCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const CopyCommand& command, const Workplace& workplace);

@@ -7,13 +7,15 @@ namespace Cli {
 namespace {
 
 constexpr const char* watchFooter =
-    "All clients hear a shared node: its events are the results of all their calls. Without NODE, "
-    "the first shared node of the server is watched; info names them.";
+    "All clients hear a shared node: its events are the results of all calls of this node. Without "
+    "NODE, the first shared node of the server is watched; info names them. The commands of "
+    "talvensor-fs use nodes of their own, whose events nobody else hears.";
 
 constexpr const char* shellFooter =
-    "With a terminal it asks for commands, and help lists them. With -b, -c or another standard "
-    "input it ends at the first command that fails, with its status; one with a dash before it "
-    "(-rm old) may fail. Text in quotes, and a character behind a backslash, is no pattern.";
+    "On a terminal, it prompts for commands; help lists them. With -b, -c or another standard "
+    "input, it stops at the first command that fails, with its exit status; a command after a "
+    "dash (-rm old) may fail. Text in quotes and characters after a backslash are taken "
+    "literally, not as patterns.";
 
 } // namespace
 
@@ -23,7 +25,7 @@ void CommandGrammar::AddServer()
                             "print the events of a shared node as they arrive", watchFooter);
     auto* const node = AddPositional(watch);
     auto count = std::make_shared<std::size_t>(0);
-    watch->add_option("-n,--count", *count, "end after so many events (until Ctrl-C)")
+    watch->add_option("-n,--count", *count, "stop after this many events (default: at Ctrl-C)")
         ->type_name("COUNT")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""));
     makers[watch] = [=] {
@@ -32,7 +34,24 @@ void CommandGrammar::AddServer()
     AddPlain<InfoCommand>("info", "show endpoint, limits, session and modules");
     AddHelp();
     if (place == Place::CommandLine)
+        AddCertificates();
+    if (place == Place::CommandLine)
         AddShell();
+}
+
+void CommandGrammar::AddCertificates()
+{
+    AddPlain<CertificateCommand>("certificate", "show this client's own certificate");
+    auto* const known =
+        Add("known", "[--forget HOST]...", "list the servers whose certificates are trusted");
+    auto* const forgotten = known->add_option("--forget")
+                                ->description("stop trusting the servers at HOST, or the one at "
+                                              "HOST:PORT; the next connection asks again")
+                                ->type_name("HOST")
+                                ->take_all();
+    makers[known] = [forgotten] {
+        return KnownCommand{GetTexts(forgotten)};
+    };
 }
 
 void CommandGrammar::AddHelp()
@@ -53,7 +72,7 @@ void CommandGrammar::AddShell()
                            ->description("read the commands from FILE; -: standard input")
                            ->type_name("FILE");
     auto* const lines = shell->add_option("-c,--command")
-                            ->description("run COMMAND, and end; may be given several times")
+                            ->description("run COMMAND and exit; may be given several times")
                             ->type_name("COMMAND")
                             ->take_all()
                             ->excludes(file);

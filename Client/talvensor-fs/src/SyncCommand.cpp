@@ -251,6 +251,7 @@ private:
         std::optional<ProgressDisplay> display;
         Client::TransferOptions options;
         options.jobs = command.jobs;
+        options.bytesPerSecond = command.bytesPerSecond;
         options.cancellation = &workplace.cancellation;
         if (!workplace.choice.isQuiet && workplace.console.CanDraw()) {
             display.emplace(workplace.console);

@@ -1,6 +1,7 @@
 #include "CommandGrammar.h"
+#include "PathArguments.h"
+#include "Text.h"
 
-#include <string_view>
 #include <utility>
 
 namespace Cli {
@@ -24,8 +25,6 @@ constexpr const char* syncFooter =
     "Links and special files are skipped, and named. Permissions are kept if the server has file "
     "objects. A server without them is slower, since sizes are found by reading.";
 
-constexpr std::string_view remotePrefix = "remote:";
-
 } // namespace
 
 void CommandGrammar::AddSync()
@@ -47,9 +46,10 @@ void CommandGrammar::AddSync()
     auto* const links =
         AddFlag(*command, "-L,--copy-links", "follow local links instead of skipping them");
     auto jobs = std::make_shared<std::size_t>(2);
-    command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
+    command->add_option("-j,--jobs", *jobs, "transfer this many large files at once, 1 to 64 (2)")
         ->type_name("COUNT")
         ->check(CLI::Range(1, 64).description(""));
+    auto* const rate = AddRate(*command);
     makers[command] = [=] {
         auto texts = GetTexts(paths);
         if (texts.size() != 2)
@@ -72,7 +72,8 @@ void CommandGrammar::AddSync()
                            .keepsNewer = IsSet(newer),
                            .followsLinks = IsSet(links),
                            .exclusions = GetTexts(exclude),
-                           .jobs = *jobs};
+                           .jobs = *jobs,
+                           .bytesPerSecond = ParseRate(GetText(rate).value_or("0"))};
     };
 }
 

@@ -1,11 +1,14 @@
 #include "Text.h"
 
+#include "Client/Exceptions.h"
 #include "Support/Escape.h"
 #include "Support/Utf8.h"
 
 #include <fmt/format.h>
 
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <cwchar>
 
 namespace Cli {
@@ -91,6 +94,27 @@ std::string FormatBytes(std::uint64_t bytes)
         ++unit;
     }
     return fmt::format("{:.1f} {}", number, units.at(unit));
+}
+
+std::uint64_t ParseRate(const std::string& text)
+{
+    constexpr double largest = 1e15;
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+    const std::string_view unit(parsed.ptr, static_cast<std::size_t>(end - parsed.ptr));
+    double factor = 1'024;
+    if (unit == "M" || unit == "m")
+        factor *= 1'024;
+    else if (unit == "G" || unit == "g")
+        factor *= 1'024 * 1'024;
+    const bool isUnit =
+        unit.size() <= 1 && std::string_view("KkMmGg").find(unit) != std::string_view::npos;
+    const double bytes = number * factor;
+    if (parsed.ec != std::errc() || !isUnit || !(bytes >= 0) || bytes > largest)
+        throw Client::InvalidArgumentException(
+            "'" + text + "' is not a rate: a number of KiB a second, or one with K, M or G");
+    return static_cast<std::uint64_t>(std::ceil(bytes));
 }
 
 std::string FormatClock(std::chrono::seconds duration)

@@ -28,6 +28,10 @@ namespace Cli {
 /// "17 B", "1.2 GB": units are powers of 1000.
 [[nodiscard]] std::string FormatBytes(std::uint64_t bytes);
 
+/// Reads a rate as --bwlimit takes it: KiB a second, or with K, M or G behind the number KiB, MiB
+/// or GiB. Returns bytes. Throws InvalidArgumentException.
+[[nodiscard]] std::uint64_t ParseRate(const std::string& text);
+
 /// "0:05", "1:02:03".
 [[nodiscard]] std::string FormatClock(std::chrono::seconds duration);
 

@@ -62,6 +62,7 @@ Client::TransferOptions MakeOptions(const TransferCommand& command, const Workpl
     options.resumes = command.resumes;
     options.verifies = command.verifies;
     options.followsLinks = command.followsLinks;
+    options.bytesPerSecond = command.bytesPerSecond;
     options.progress = view.GetCallback();
     options.cancellation = &workplace.cancellation;
     return options;

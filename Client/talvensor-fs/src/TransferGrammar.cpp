@@ -1,4 +1,5 @@
 #include "CommandGrammar.h"
+#include "Text.h"
 
 #include <type_traits>
 #include <utility>
@@ -43,22 +44,23 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
 {
     auto* const command = Add(name, "[-r] [-c] [--verify] [-j COUNT] " + arguments, text, end);
     auto jobs = std::make_shared<std::size_t>(2);
-    command->add_option("-j,--jobs", *jobs, "transfer so many large files at once, 1 to 64 (2)")
+    command->add_option("-j,--jobs", *jobs, "transfer this many large files at once, 1 to 64 (2)")
         ->type_name("COUNT")
         ->check(CLI::Range(1, 64).description(""));
-    AddFlag(*command, "-p,--preserve", "for the sake of habit: times are set in any case");
+    AddFlag(*command, "-p,--preserve", "no effect: times are always set");
     return {.command = command,
             .paths = AddPaths(command),
             .recursive =
                 AddFlag(*command, "-r,--recursive", "transfer directories with their contents"),
             .resumes = AddFlag(*command, "-c,--continue",
-                               "carry on at the place where an earlier transfer broke off; start "
+                               "continue an earlier transfer where it broke off; start "
                                "over if source or target have changed since"),
             .verifies = AddFlag(*command, "--verify", "compare the contents afterwards"),
             .progress = AddFlag(*command, "--progress",
                                 "show the progress also where standard error is no terminal: a "
                                 "line every few seconds"),
-            .jobs = jobs};
+            .jobs = jobs,
+            .rate = AddRate(*command)};
 }
 
 /// In the shell one path is enough: the target is the current directory then.
@@ -81,6 +83,8 @@ Made CommandGrammar::MakeTransfer(const Transfer& parts) const
     made.verifies = IsSet(parts.verifies);
     made.showsProgress = IsSet(parts.progress);
     made.jobs = *parts.jobs;
+    if (const auto text = GetText(parts.rate))
+        made.bytesPerSecond = ParseRate(*text);
     return made;
 }
 

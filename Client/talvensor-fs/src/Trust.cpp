@@ -65,13 +65,15 @@ bool Trust::Decide(const Client::ServerCertificate& certificate)
     case Client::Acquaintance::Changed:
         break;
     }
-    return Refuse(certificate.server +
-                  " shows another certificate than before: somebody may be impersonating it, or "
-                  "its key was replaced. Before: " +
-                  certificate.previousFingerprint + ". Now: " + certificate.fingerprint +
-                  ". If its operator confirms the new one, use --trust-fingerprint; the "
-                  "certificate that was trusted before is in " +
-                  certificate.knownServers.string());
+    return Refuse(
+        certificate.server +
+        " shows another certificate than before: somebody may be impersonating it, or "
+        "its key was replaced. Before: " +
+        certificate.previousFingerprint + ". Now: " + certificate.fingerprint +
+        ". If its operator confirms the new one ('talvensor-host fingerprint' shows it on "
+        "the server), take the trust in the old one away with 'talvensor-fs known "
+        "--forget " +
+        certificate.server + "'");
 }
 
 bool Trust::IsGivenOne(const Client::ServerCertificate& certificate)
@@ -98,12 +100,16 @@ bool Trust::AskUser(const Client::ServerCertificate& certificate)
                       (options.mayAsk ? " is not known, and there is no terminal to ask. "
                                       : " is not known. ") +
                       "Its certificate's fingerprint is " + certificate.fingerprint +
-                      "; use --trust-fingerprint or --accept-new to trust it");
-    const auto answer =
-        prompt->Ask(certificate.server +
-                        " was never seen before. Its certificate's fingerprint (SHA-256):\n  " +
-                        certificate.fingerprint + "\nTrust it from now on? (yes/no) ",
-                    cancellation);
+                      "; compare it with what 'talvensor-host fingerprint' shows on the server, "
+                      "and use --trust-fingerprint or --accept-new to trust it");
+    const auto answer = prompt->Ask(
+        certificate.server +
+            " was never seen before. Its certificate has the fingerprint (SHA-256)\n  " +
+            certificate.fingerprint +
+            "\nOn the server, 'talvensor-host fingerprint' and the host's log show "
+            "it. If it\ndiffers, you are not connected to that server.\n"
+            "Trust it from now on? (yes/no) ",
+        cancellation);
     return (answer && IsYes(*answer)) || Refuse(certificate.server + " is not trusted");
 }
 

@@ -172,7 +172,8 @@ TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckFullOrRefuseUs)
         MakeMarkedFile(desk.GetLocal("fw.bin"), 2 * SmallDisk::size);
 
         Terminal terminal(
-            desk, {"--accept-new", "--connect-time", "3600", "--on", "@line", "put", "fw.bin", "."},
+            desk,
+            {"--accept-new", "--connect-timeout", "3600", "--on", "@line", "put", "fw.bin", "."},
             200);
         // The one that is stuck began first, and is under way to the end.
         for (std::size_t ended = 0; ended < 39; ++ended)
@@ -299,7 +300,7 @@ TEST_F(AFleet, EndsWithControlCAndNamesWhatIsUnfinished)
     AddProfile("second", second.GetUrl());
     AddProfile("third", third.GetUrl());
     WriteProfiles();
-    Terminal terminal(desk, {"--connect-time", "3600", "--parallel", "2", "--on", "@line", "ls"},
+    Terminal terminal(desk, {"--connect-timeout", "3600", "--parallel", "2", "--on", "@line", "ls"},
                       120);
     ASSERT_TRUE(terminal.WaitFor("under way: first second")) << terminal.GetSeen();
     terminal.Type(controlC);

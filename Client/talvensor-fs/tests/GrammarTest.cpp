@@ -73,7 +73,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Arguments{}, Arguments{"fly"}, Arguments{"put", "a"}, Arguments{"get"},
                     Arguments{"rm"}, Arguments{"ls", "--fast"},
                     Arguments{"put", "-j", "0", "a", "b"}, Arguments{"put", "-j", "65", "a", "b"},
-                    Arguments{"chmod", "+x"}, Arguments{"chmod", "755", "a"},
+                    Arguments{"chmod", "+x"}, Arguments{"chmod", "789", "a"},
+                    Arguments{"put", "--bwlimit", "fast", "a", "b"},
                     Arguments{"touch", "-d", "soon", "a"},
                     Arguments{"info", "--trust-fingerprint", "12:34"},
                     Arguments{"info", "--security", "some"}, Arguments{"info", "--password", "x"}));
@@ -112,6 +113,18 @@ TEST(TheCommandLine, TakesATimeoutInSeconds)
         EXPECT_THROW((void)ParseArguments({"--timeout", wrong, "info"}),
                      Client::InvalidArgumentException)
             << wrong;
+}
+
+TEST(TheCommandLine, TakesTheTimesOfConnectingAndARate)
+{
+    const auto invocation =
+        std::get<Invocation>(ParseArguments({"--connect-timeout", "3", "--reconnect-timeout", "0",
+                                             "put", "--bwlimit", "2M", "a", "b"}));
+    EXPECT_EQ(invocation.connection.connectTimeout, std::chrono::seconds(3));
+    EXPECT_EQ(invocation.connection.reconnectTimeout, std::chrono::seconds(0));
+    EXPECT_EQ(std::get<PutCommand>(invocation.command).bytesPerSecond, 2'097'152U);
+    EXPECT_THROW((void)ParseArguments({"--connect-timeout", "0", "info"}),
+                 Client::InvalidArgumentException);
 }
 
 TEST(ANameWithANul, IsRefusedOnTheCommandLineAndInTheShell)

@@ -88,6 +88,15 @@ TEST_F(AScript, RunsProgramsOfThisMachine)
     EXPECT_THAT(result.error, HasSubstr("standard input:4"));
 }
 
+TEST_F(AScript, GivesProgramsOfThisMachineTheStandardStreamsOnly)
+{
+    const auto result = Run({"-c", "pwd", "-c",
+                             "!for fd in 3 4 5 6 7 8 9; do "
+                             "test -e /proc/$$/fd/$fd && echo $fd; done; true"});
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_EQ(result.output, ".\n");
+}
+
 TEST_F(AScript, TakesHarmlessHabits)
 {
     WriteFile(desk.GetLocal("a"), "1");

@@ -116,5 +116,16 @@ TEST_F(ATime, IsRefusedWhenThereIsNoSuchTime)
         EXPECT_THROW(std::ignore = ParseTime(text), Client::InvalidArgumentException) << text;
 }
 
+TEST(ARate, IsReadAsRsyncReadsIt)
+{
+    EXPECT_EQ(ParseRate("100"), 102'400U);
+    EXPECT_EQ(ParseRate("1k"), 1'024U);
+    EXPECT_EQ(ParseRate("1.5M"), 1'572'864U);
+    EXPECT_EQ(ParseRate("2G"), 2'147'483'648U);
+    EXPECT_EQ(ParseRate("0"), 0U);
+    for (const std::string wrong : {"", "M", "-1", "1T", "1KB", "1 M", "inf", "nan", "1e30"})
+        EXPECT_THROW((void)ParseRate(wrong), Client::InvalidArgumentException) << wrong;
+}
+
 } // namespace
 } // namespace Cli

@@ -157,8 +157,16 @@ TEST_F(APath, OutsideOfTheFoldersLeadsToNothing)
     EXPECT_EQ(Copy("file", "relative/below"), Code::Bad_NotFound);
     EXPECT_EQ(Chmod(outside / "secret", 0777), Code::Bad_NotFound);
     EXPECT_EQ(StatusOf("GetPathChecksum", {"out", 0UL, 0UL}), Code::Bad_NotFound);
-    EXPECT_EQ(StatusOf("ListPath", {"/", 0UL, 0U}), Code::Bad_NotFound);
     EXPECT_EQ(StatusOf("GetPathSpace", {"/"}), Code::Bad_NotFound);
+}
+
+TEST_F(APath, AboveTheFoldersListsThemByTheirPaths)
+{
+    for (const std::string path : {"/", "//."}) {
+        ASSERT_EQ(StatusOf("ListPath", {path, 0UL, 0U}), Code::Good) << client.GetMessage();
+        EXPECT_THAT(client.GetOutputs().at(0).Get<Texts>(),
+                    testing::IsSupersetOf({folder.GetPath().string(), fixed.GetPath().string()}));
+    }
 }
 
 TEST_F(APath, ListsADirectoryWithPermissions)

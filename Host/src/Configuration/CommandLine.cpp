@@ -58,6 +58,11 @@ public:
                       "runs takes it when it reloads.");
         AddPkiOptions(*trust);
         trust->add_option("FINGERPRINT", fingerprint)->required();
+        own = AddCommand("fingerprint", "[--config PATH | --pki DIR]",
+                         "show the fingerprint of this host's certificate");
+        own->footer("Clients show the same fingerprint (SHA-256) when they see this host for the "
+                    "first time. The host makes its certificate when it starts first.");
+        AddPkiOptions(*own);
     }
 
     [[nodiscard]] CommandLine::Command Describe() const { return formatter->Describe(app); }
@@ -79,6 +84,8 @@ public:
             return RejectedCommand{FindPkiFolder()};
         if (trust->parsed())
             return TrustCommand{FindPkiFolder(), fingerprint};
+        if (own->parsed())
+            return FingerprintCommand{FindPkiFolder()};
         auto configuration = MakeConfiguration();
         if (check->count() > 0)
             return CheckCommand{std::move(configuration)};
@@ -190,6 +197,7 @@ private:
     CLI::App* passwd = nullptr;
     CLI::App* rejected = nullptr;
     CLI::App* trust = nullptr;
+    CLI::App* own = nullptr;
     std::map<std::string, CLI::Option*> options;
 };
 

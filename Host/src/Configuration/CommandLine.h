@@ -39,6 +39,12 @@ struct TrustCommand
     std::string fingerprint;
 };
 
+/// Describe the host's own certificate.
+struct FingerprintCommand
+{
+    std::filesystem::path pkiFolder;
+};
+
 /// Print a text, the help or the version, and exit.
 struct ShowCommand
 {
@@ -46,7 +52,7 @@ struct ShowCommand
 };
 
 using Command = std::variant<ServeCommand, CheckCommand, PasswordCommand, RejectedCommand,
-                             TrustCommand, ShowCommand>;
+                             TrustCommand, FingerprintCommand, ShowCommand>;
 
 /// Parses the command line and reads the configuration file that it names. Flags take precedence
 /// over the file; relative paths of flags start at the working directory. Throws

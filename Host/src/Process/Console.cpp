@@ -60,6 +60,7 @@ std::string Describe(const StartSummary& summary)
     add("sandbox   ", DescribeSandbox(summary.sandbox));
     add("logins    ", DescribeLogins(summary));
     add("encrypted ", DescribeEncryption(summary));
+    add("identity  fingerprint ", summary.fingerprint);
     if (summary.isRoot)
         add("warning   ", "runs as root; a user with access to the roots is enough");
     return text;

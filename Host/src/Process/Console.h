@@ -21,6 +21,7 @@ struct StartSummary
     std::size_t users = 0;
     std::string trustedFolder;
     std::size_t trustedClients = 0; ///< certificates in that folder
+    std::string fingerprint;        ///< of this host's certificate
     bool isRoot = false;
 };
 

@@ -190,6 +190,11 @@ std::filesystem::path GetRejectedFolder(const std::filesystem::path& folder)
     return folder / rejectedName;
 }
 
+std::filesystem::path GetOwnCertificateFile(const std::filesystem::path& folder)
+{
+    return folder / ownName / certificateName;
+}
+
 std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder)
 {
     std::vector<Path> files = {folder};

@@ -87,6 +87,9 @@ private:
 [[nodiscard]] std::filesystem::path GetTrustedFolder(const std::filesystem::path& folder);
 [[nodiscard]] std::filesystem::path GetRejectedFolder(const std::filesystem::path& folder);
 
+/// Returns the file of a PKI folder with the host's own certificate.
+[[nodiscard]] std::filesystem::path GetOwnCertificateFile(const std::filesystem::path& folder);
+
 /// Returns the folder and all files and folders in it that `Pki` reads, as far as they exist.
 [[nodiscard]] std::vector<std::filesystem::path> FindPkiFiles(const std::filesystem::path& folder);
 

@@ -61,6 +61,14 @@ std::string ListRejected(const std::filesystem::path& pkiFolder)
                         : text;
 }
 
+std::string DescribeOwnCertificate(const std::filesystem::path& pkiFolder)
+{
+    const auto file = GetOwnCertificateFile(pkiFolder);
+    const auto content = Support::ReadFile(file);
+    return DescribeContent({content.begin(), content.end()}) +
+           fmt::format("  file     {}\n", file.string());
+}
+
 std::string TrustRejected(const std::filesystem::path& pkiFolder, const std::string& fingerprint)
 {
     const auto rejected = RejectedCertificates(GetRejectedFolder(pkiFolder)).Find(fingerprint);

@@ -43,3 +43,6 @@ complete -c talvensor-host -n '__fish_seen_subcommand_from rejected' -l pki -x -
 complete -c talvensor-host -n __fish_use_subcommand -a trust -d 'trust the certificate of a refused client'
 complete -c talvensor-host -n '__fish_seen_subcommand_from trust' -l config -x -d 'the configuration of the host'
 complete -c talvensor-host -n '__fish_seen_subcommand_from trust' -l pki -x -a '(__fish_complete_directories)' -d 'the host\'s folder of keys and certificates'
+complete -c talvensor-host -n __fish_use_subcommand -a fingerprint -d 'show the fingerprint of this host\'s certificate'
+complete -c talvensor-host -n '__fish_seen_subcommand_from fingerprint' -l config -x -d 'the configuration of the host'
+complete -c talvensor-host -n '__fish_seen_subcommand_from fingerprint' -l pki -x -a '(__fish_complete_directories)' -d 'the host\'s folder of keys and certificates'
