@@ -65,6 +65,10 @@ private:
     const std::vector<Core::Folder> folders;
 };
 
+/// Returns why no folder can be opened, though it is there: 0 if the kernel offers what that needs,
+/// or an errno, as behind a filter of system calls.
+[[nodiscard]] int CheckOpening() noexcept;
+
 /// Returns the state of an open file. Throws Core::StatusException.
 [[nodiscard]] struct stat GetState(const Descriptor& file, const std::string& subject);
 

@@ -1,13 +1,38 @@
 #include "FileObjectsBehaviour.h"
 
+#include "Core/DateTime.h"
+#include "Core/Logger.h"
 #include "Core/NamespaceMap.h"
 #include "Core/Objects.h"
 #include "Identifiers.h"
 #include "Statuses.h"
 
+#include <system_error>
 #include <utility>
 
 namespace FileObjects {
+
+namespace {
+
+void WarnIfNothingCanBeOpened()
+{
+    const int error = CheckOpening();
+    if (error == 0)
+        return;
+    Core::LogEntry entry;
+    entry.level = Core::LogLevel::Error;
+    entry.category = "FileObjects";
+    entry.message =
+        "Cannot open any file: openat2: " + std::generic_category().message(error) +
+        " (a filter of system calls, such as systemd's RestrictSUIDSGID=, may forbid it)";
+    entry.timestamp = Core::DateTime::Now();
+    entry.file = __FILE__;
+    entry.function = "OnStart";
+    entry.line = __LINE__;
+    Core::Logger::Instance().AppendEntry(std::move(entry));
+}
+
+} // namespace
 
 FileObjectsBehaviour::FileObjectsBehaviour(Core::INode& node,
                                            std::shared_ptr<const MimeTypes> mimeTypes)
@@ -29,6 +54,7 @@ void FileObjectsBehaviour::OnStart()
 {
     Core::CoreContext& context = node.GetCoreContext();
     isStopping = false;
+    WarnIfNothingCanBeOpened();
     openFiles.Open();
     transfers.Start();
     sessionsRegistration =

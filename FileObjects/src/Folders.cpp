@@ -160,6 +160,14 @@ int Folders::TryOpen(const Place& place, int flags) const noexcept
     return number;
 }
 
+int CheckOpening() noexcept
+{
+    open_how how{};
+    how.flags = unsigned{O_PATH} | unsigned{O_CLOEXEC};
+    const Descriptor root(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, "/", &how, sizeof(how))));
+    return root.IsOpen() ? 0 : errno;
+}
+
 struct stat GetState(const Descriptor& file, const std::string& subject)
 {
     struct stat state
