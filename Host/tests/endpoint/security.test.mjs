@@ -6,7 +6,7 @@ import { join } from "node:path";
 import { after, before, describe, it } from "node:test";
 import {
     fileSystemUri, hostUri, makeCertificate, makeClientPki, makeFolder, opcua, opcuaTypes, owner, programs, runHost,
-    startHost, writeUsers,
+    startHost,
 } from "./harness.mjs";
 
 const { AttributeIds, DataType } = opcua;
@@ -259,14 +259,6 @@ describe("A host for others than this machine", () => {
         assert.equal(status, 3, error);
         assert.match(error, /users/);
         assert.equal(output, "");
-    });
-
-    it("does not start with users, but without a certificate to trust", () => {
-        const file = join(makeFolder("users"), "users");
-        writeUsers(file, users);
-        const { status, error } = runHost([...flags(makeFolder("root")), "--users", file]);
-        assert.equal(status, 3, error);
-        assert.match(error, /trust/);
     });
 
     it("lets in those whose certificate it trusts, with a password, encrypted", async () => {
