@@ -28,8 +28,10 @@ enum class WireKind : UA_Byte
     Missing = 0,
     File = 1,
     Directory = 2,
-    Special = 3,
+    Special = 3, ///< in a listing, all else that is there
 };
+
+constexpr unsigned int linkBit = 16; // of a kind in a listing
 
 /// A part of a list that goes into one call.
 struct Part
@@ -149,10 +151,16 @@ std::uint64_t TakePage(const ObjectCall& call, std::vector<DirectoryEntry>& entr
     const auto times = GetArray<UA_DateTime>(call, 3, UA_TYPES_DATETIME, names.size());
     const auto permissions = GetArray<UA_UInt32>(call, 4, UA_TYPES_UINT32, names.size());
     entries.reserve(entries.size() + names.size());
-    for (std::size_t i = 0; i < names.size(); ++i)
-        entries.push_back({ToBytes(names[i]),
-                           static_cast<WireKind>(kinds[i]) == WireKind::Directory, sizes[i],
-                           ToTime(times[i]), permissions[i]});
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const auto kind = static_cast<WireKind>(kinds[i] & ~linkBit);
+        entries.push_back({.name = ToBytes(names[i]),
+                           .isDirectory = kind == WireKind::Directory,
+                           .size = sizes[i],
+                           .time = ToTime(times[i]),
+                           .permissions = permissions[i],
+                           .isOther = kind != WireKind::Directory && kind != WireKind::File,
+                           .isLink = (kinds[i] & linkBit) != 0});
+    }
     return call.GetScalar<UA_UInt64>(5, UA_TYPES_UINT64);
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 using namespace Client;
@@ -76,6 +77,24 @@ TEST_F(FilesByPath, AreListedInManyDirectoriesAtOnce)
         EXPECT_EQ(listings[i].entries.size(), i);
     }
     EXPECT_EQ(listings[100].result.reason, "No such file or directory");
+}
+
+TEST_F(FilesByPath, AreListedWithLinksAndAllThatIsNoFile)
+{
+    MakeFile(root.GetPath() / "file", 5);
+    fs::create_directory(root.GetPath() / "directory");
+    ASSERT_EQ(mkfifo(Name("pipe").c_str(), 0600), 0);
+    fs::create_symlink("file", root.GetPath() / "to file");
+    fs::create_symlink("directory", root.GetPath() / "to directory");
+    fs::create_symlink("nothing", root.GetPath() / "to nothing");
+    std::vector<std::string> entries;
+    for (const auto& entry : objects.List(root.GetPath().string()))
+        entries.push_back(entry.name + (entry.isDirectory ? " directory" : "") +
+                          (entry.isOther ? " other" : "") + (entry.isLink ? " link" : "") + " " +
+                          std::to_string(entry.size));
+    EXPECT_THAT(entries, testing::UnorderedElementsAre(
+                             "file 5", "directory directory 0", "pipe other 0", "to file link 5",
+                             "to directory directory link 0", "to nothing other link 0"));
 }
 
 TEST_F(FilesByPath, HaveNamesOfAnyBytes)

@@ -20,6 +20,9 @@ struct Listing
 {
     static constexpr unsigned char file = 1;
     static constexpr unsigned char directory = 2;
+    static constexpr unsigned char other = 3; ///< a special file, a link that leads nowhere or out,
+                                              ///< or what cannot be looked at
+    static constexpr unsigned char link = 16; ///< added to one of the others
 
     std::vector<std::string> names;
     std::vector<unsigned char> kinds;
@@ -27,6 +30,13 @@ struct Listing
     std::vector<Core::DateTime> times;
     std::vector<unsigned int> permissions;
     std::uint64_t next = 0; ///< the start of the next page; 0 at the end
+};
+
+/// The entries of a listing.
+enum class Listed
+{
+    FilesAndDirectories, ///< and links to them, as if they were no links
+    Everything           ///< so that an entry that is not listed is not there
 };
 
 struct Space
@@ -77,7 +87,7 @@ public:
     /// Returns entries from a position on, which is 0 or `next` of an earlier page. `maximum` 0 is
     /// as many as fit.
     [[nodiscard]] Listing List(const Key& directory, std::uint64_t start, std::size_t maximum,
-                               const Caller& caller) const;
+                               Listed listed, const Caller& caller) const;
 
 private:
     void RequireChangeable(const Key& directory) const;

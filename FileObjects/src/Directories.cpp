@@ -27,26 +27,34 @@ void RequireName(const std::string& name)
 class ListingBuilder
 {
 public:
-    ListingBuilder(const Folders& folders, const Place& place, const Descriptor& directory)
+    ListingBuilder(const Folders& folders, const Place& place, const Descriptor& directory,
+                   Listed listed)
         : folders(folders)
         , place(place)
         , directory(directory)
+        , listed(listed)
     {}
 
     void Add(const DirectoryEntry& entry)
     {
-        struct stat state
-        {};
         const std::string name(entry.name);
-        if (!Look(entry.type, name, state) || (!S_ISREG(state.st_mode) && !S_ISDIR(state.st_mode)))
+        Look look = LookAt(entry.type, name);
+        const bool isDirectory = look.isKnown && S_ISDIR(look.state.st_mode);
+        const bool isOther = !isDirectory && !(look.isKnown && S_ISREG(look.state.st_mode));
+        if (look.isGone || (isOther && listed == Listed::FilesAndDirectories))
             return;
+        unsigned char kind = isDirectory ? Listing::directory : Listing::file;
+        if (isOther)
+            kind = Listing::other;
+        if (look.isLink && listed == Listed::Everything)
+            kind |= Listing::link;
         textSize += name.size();
         listing.names.push_back(name);
-        listing.kinds.push_back(S_ISDIR(state.st_mode) ? Listing::directory : Listing::file);
-        listing.sizes.push_back(S_ISDIR(state.st_mode) ? 0
-                                                       : static_cast<unsigned long>(state.st_size));
-        listing.times.push_back(ToDateTime(state.st_mtim));
-        listing.permissions.push_back(state.st_mode & permissionBits);
+        listing.kinds.push_back(kind);
+        listing.sizes.push_back(
+            isDirectory || isOther ? 0 : static_cast<unsigned long>(look.state.st_size));
+        listing.times.push_back(look.isKnown ? ToDateTime(look.state.st_mtim) : Core::DateTime());
+        listing.permissions.push_back(look.state.st_mode & permissionBits);
     }
 
     [[nodiscard]] bool IsFull(std::size_t maximum) const
@@ -58,31 +66,48 @@ public:
     [[nodiscard]] Listing& Get() noexcept { return listing; }
 
 private:
-    /// A link counts as the file or directory that it leads to.
-    bool Look(unsigned char type, const std::string& name, struct stat& state) const
+    /// The state of an entry.
+    struct Look
     {
-        if (type == DT_LNK)
-            return Follow(name, state);
-        if (type != DT_REG && type != DT_DIR && type != DT_UNKNOWN)
-            return false;
-        if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
-            return false;
-        return !S_ISLNK(state.st_mode) || Follow(name, state);
+        bool isLink = false;
+        bool isGone = false;  ///< deleted since the directory was read
+        bool isKnown = false; ///< otherwise there is no state
+        struct stat state
+        {};
+    };
+
+    /// A link counts as the file or directory that it leads to.
+    [[nodiscard]] Look LookAt(unsigned char type, const std::string& name) const
+    {
+        Look look;
+        look.isLink = type == DT_LNK;
+        if (!look.isLink) {
+            look.isKnown =
+                fstatat(directory.Get(), name.c_str(), &look.state, AT_SYMLINK_NOFOLLOW) == 0;
+            look.isGone = !look.isKnown && errno == ENOENT;
+            look.isLink = look.isKnown && S_ISLNK(look.state.st_mode);
+        }
+        if (look.isLink)
+            Follow(name, look);
+        return look;
     }
 
-    bool Follow(const std::string& name, struct stat& state) const
+    void Follow(const std::string& name, Look& look) const
     {
+        look.isKnown = false;
+        look.state = {};
         try {
-            state = folders.GetState(GetChild(place, name));
-            return true;
-        } catch (const Core::StatusException&) {
-            return false;
+            look.state = folders.GetState(GetChild(place, name));
+            look.isKnown = true;
+        } catch (const Core::StatusException&) { // NOLINT(bugprone-empty-catch)
+            // It leads nowhere, out or to a special file.
         }
     }
 
     const Folders& folders;
     const Place& place;
     const Descriptor& directory;
+    const Listed listed;
     Listing listing;
     std::size_t textSize = 0;
 };
@@ -233,7 +258,7 @@ Space Directories::GetSpace(const Key& node) const
 }
 
 Listing Directories::List(const Key& directory, std::uint64_t start, std::size_t maximum,
-                          const Caller& caller) const
+                          Listed listed, const Caller& caller) const
 {
     if (directory.kind == NodeKind::FileSystem)
         return ListFolders();
@@ -243,7 +268,7 @@ Listing Directories::List(const Key& directory, std::uint64_t start, std::size_t
     DirectoryReader reader(opened, folders.Show(directory.place));
     if (start != 0)
         reader.Seek(start);
-    ListingBuilder builder(folders, directory.place, opened);
+    ListingBuilder builder(folders, directory.place, opened, listed);
     for (DirectoryEntry entry; reader.Next(entry);) {
         builder.Add(entry);
         if (builder.IsFull(maximum)) {

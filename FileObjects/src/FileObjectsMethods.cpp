@@ -90,7 +90,8 @@ const FileObjectsBehaviour::Methods& FileObjectsBehaviour::GetDirectoryMethods()
         {"List", 2,
          [](auto& self, const Call& call) {
              auto listing = self.directories.List(call.node, call.inputs[0].Get<unsigned long>(),
-                                                  call.inputs[1].Get<unsigned int>(), call.caller);
+                                                  call.inputs[1].Get<unsigned int>(),
+                                                  Listed::FilesAndDirectories, call.caller);
              AddEntries(std::move(listing), call.outputs);
          }},
         {"GetSpace", 0,

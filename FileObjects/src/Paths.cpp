@@ -172,14 +172,16 @@ Listing Paths::List(const std::string& path, std::uint64_t start, std::size_t ma
     if (path.starts_with('/') && Join(path).empty() && !folders.Find("/"))
         return ListFolders(caller);
     return At(path, [&](const Place& place) {
-        return directories.List({NodeKind::Directory, place, {}}, start, maximum, caller);
+        return directories.List({NodeKind::Directory, place, {}}, start, maximum,
+                                Listed::Everything, caller);
     });
 }
 
 /// Returns the folders, named by their whole paths.
 Listing Paths::ListFolders(const Caller& caller) const
 {
-    auto listing = directories.List({NodeKind::FileSystem, {}, {}}, 0, 0, caller);
+    auto listing =
+        directories.List({NodeKind::FileSystem, {}, {}}, 0, 0, Listed::Everything, caller);
     for (std::size_t i = 0; i < folders.GetSize(); ++i)
         listing.names[i] = folders.GetPath(i);
     return listing;

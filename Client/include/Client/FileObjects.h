@@ -28,7 +28,7 @@ struct EntryState
     std::string reason;       ///< the server's own words for it
 };
 
-/// An entry of a directory: a regular file or a directory.
+/// An entry of a directory: a regular file, a directory, a link to one of them, or something else.
 struct DirectoryEntry
 {
     std::string name; ///< any bytes; not checked: see IsSafeRelativePath
@@ -36,6 +36,10 @@ struct DirectoryEntry
     std::uint64_t size = 0; ///< bytes
     FileTime time{};
     std::uint32_t permissions = 0;
+    /// Neither file nor directory: a special file, a link that leads nowhere or out of its folder,
+    /// or an entry whose state the server cannot read. Its size is 0.
+    bool isOther = false;
+    bool isLink = false; ///< all else is about what it leads to
 };
 
 struct Space
@@ -93,7 +97,8 @@ public:
     [[nodiscard]] std::vector<EntryState> GetStates(const std::vector<std::string>& paths,
                                                     const Cancellation* cancellation = nullptr);
 
-    /// Returns all entries of a directory in the server's order.
+    /// Returns all entries of a directory in the server's order: what is not among them is not
+    /// there. Older servers leave out those that are neither file nor directory.
     [[nodiscard]] std::vector<DirectoryEntry> List(const std::string& directory,
                                                    const Cancellation* cancellation = nullptr);
 

@@ -209,6 +209,8 @@ private:
             return;
         }
         for (const auto& entry : listing.entries) {
+            if (entry.isOther)
+                continue;
             const auto path = Below(directory, entry.name);
             if (!IsWanted(path, entry.isDirectory))
                 continue;

@@ -183,6 +183,9 @@ void LackPermissions()
     tree.folder.MakeFile("readable", "content");
     std::filesystem::create_directory(tree.folder / "closed");
     tree.folder.MakeFile("closed/file", "content");
+    std::filesystem::create_directory(tree.folder / "names");
+    tree.folder.MakeFile("names/file", "content");
+    chmod((tree.folder / "names").c_str(), 0444);
     chmod((tree.folder / "secret").c_str(), 0);
     chmod((tree.folder / "readable").c_str(), 0444);
     chmod((tree.folder / "closed").c_str(), 0);
@@ -198,6 +201,8 @@ void LackPermissions()
     EXPECT_FALSE(tree.ReadProperty<bool>("f.Writable/files/readable"));
     EXPECT_EQ(client.Call("f/files/closed/file", "Open", {read}), Code::Bad_UserAccessDenied);
     EXPECT_EQ(client.Call("d/files/closed", "List", {0UL, 0U}), Code::Bad_UserAccessDenied);
+    EXPECT_EQ(client.Call("", "ListPath", {"names", 0UL, 0U}), Code::Good);
+    EXPECT_EQ(client.GetOutputs().at(1).Get<Bytes>(), Bytes{3}) << "it is there, if nothing more";
     EXPECT_EQ(client.Call("d/files", "CreateDirectory", {"new"}), Code::Bad_UserAccessDenied);
     EXPECT_EQ(client.Call("d/files", "CreateFile", {"new", true}), Code::Bad_UserAccessDenied);
     EXPECT_EQ(client.Call("d/files", "Delete", {ToNode("f/files/secret")}),

@@ -1,6 +1,7 @@
 #include "FileObjectsFixture.h"
 
 #include <filesystem>
+#include <map>
 #include <openssl/sha.h>
 #include <set>
 #include <sys/stat.h>
@@ -190,6 +191,43 @@ TEST_F(APath, ListsADirectoryWithPermissions)
     EXPECT_NE(client.GetOutputs().at(5).Get<unsigned long>(), 0U);
     EXPECT_EQ(StatusOf("ListPath", {"file", 0UL, 0U}), Code::Bad_NotFound);
     EXPECT_EQ(client.GetMessage(), "Not a directory");
+}
+
+TEST_F(APath, ListsAllThatIsThere)
+{
+    folder.MakeFile("directory/file", "content");
+    std::filesystem::create_directory(folder / "directory/below");
+    ASSERT_EQ(mkfifo((folder / "directory/pipe").c_str(), 0666), 0);
+    for (const auto& [link, target] :
+         std::map<std::string, std::string>{{"to file", "file"},
+                                            {"to directory", "below"},
+                                            {"to pipe", "pipe"},
+                                            {"lost", "none"},
+                                            {"circle", "circle"},
+                                            {"out", outside.GetPath().string()}})
+        std::filesystem::create_symlink(target, folder / ("directory/" + link));
+    ASSERT_EQ(StatusOf("ListPath", {"directory", 0UL, 0U}), Code::Good) << client.GetMessage();
+    const auto& outputs = client.GetOutputs();
+    const auto names = outputs[0].Get<Texts>();
+    std::map<std::string, std::pair<int, unsigned long>> entries;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        entries[names[i]] = {outputs[1].Get<Bytes>().at(i),
+                             outputs[2].Get<std::vector<unsigned long>>().at(i)};
+    EXPECT_EQ(entries,
+              (std::map<std::string, std::pair<int, unsigned long>>{{"file", {1, 7}},
+                                                                    {"below", {2, 0}},
+                                                                    {"pipe", {3, 0}},
+                                                                    {"to file", {17, 7}},
+                                                                    {"to directory", {18, 0}},
+                                                                    {"to pipe", {19, 0}},
+                                                                    {"lost", {19, 0}},
+                                                                    {"circle", {19, 0}},
+                                                                    {"out", {19, 0}}}));
+    ASSERT_EQ(client.Call("d/files/directory", "List", {0UL, 0U}), Code::Good);
+    EXPECT_THAT(client.GetOutputs().at(0).Get<Texts>(),
+                testing::UnorderedElementsAre("file", "below", "to file", "to directory"));
+    for (const auto kind : client.GetOutputs().at(1).Get<Bytes>())
+        EXPECT_LE(kind, 2);
 }
 
 TEST_F(APath, IsRenamed)
