@@ -107,14 +107,16 @@ void ReportUnfinished(Console& console, const std::string& path, Direction direc
                        Client::GetPartName(path) + "; get --continue carries on");
 }
 
-/// Of many failures for the same cause the first few are reported, and the number of the others.
-void ReportAll(Console& console, const std::vector<Client::Failure>& failures)
+/// Of many failures or notes for the same cause the first few are reported, and the number of the
+/// others.
+void ReportAll(Console& console, const std::vector<Client::Failure>& items,
+               void (*report)(Console& console, const Client::Failure& item))
 {
     constexpr std::size_t mostAlike = 5;
     std::map<std::string, std::size_t> counts;
-    for (const auto& failure : failures)
-        if (++counts[failure.cause] <= mostAlike)
-            Report(console, failure);
+    for (const auto& item : items)
+        if (++counts[item.cause] <= mostAlike)
+            report(console, item);
     for (const auto& [cause, count] : counts)
         if (count > mostAlike)
             console.Report("and " + Count(count - mostAlike, "other", "others") + ": " + cause);
@@ -125,9 +127,8 @@ void ReportAll(Console& console, const std::vector<Client::Failure>& failures)
 ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
                     const Workplace& workplace)
 {
-    for (const auto& note : result.notes)
-        ReportNote(workplace.console, note);
-    ReportAll(workplace.console, result.failures);
+    ReportAll(workplace.console, result.notes, ReportNote);
+    ReportAll(workplace.console, result.failures, Report);
     for (const auto& path : result.unfinished)
         ReportUnfinished(workplace.console, path, direction);
     if (workplace.totals != nullptr) {
