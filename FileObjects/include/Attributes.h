@@ -10,7 +10,7 @@
 namespace FileObjects {
 
 /// Sets the nine bits that tell who may read, write and execute. Throws Bad_InvalidArgument for
-/// other bits: clients cannot make a file run with the rights of its owner.
+/// other bits, which stay as they are: clients cannot make a file run with the rights of its owner.
 void SetPermissions(const Folders& folders, const Key& node, std::uint32_t permissions);
 
 void SetLastModifiedTime(const Folders& folders, const Key& node, const Core::DateTime& time);

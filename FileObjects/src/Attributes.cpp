@@ -18,6 +18,8 @@ namespace {
 constexpr long SYS_fchmodat2 = 452; // NOLINT(readability-identifier-naming): as the system's others
 #endif
 
+constexpr mode_t otherBits = S_ISUID | S_ISGID | S_ISVTX;
+
 /// Changes a file that need not be readable. Kernels before 6.6 cannot do that by themselves.
 bool ChangeUnopened(const Descriptor& path, mode_t mode)
 {
@@ -42,7 +44,8 @@ void SetPermissions(const Folders& folders, const Key& node, std::uint32_t permi
         Refuse(Status::invalidArgument, subject, "permissions have nine bits");
     folders.RequireWritable(node.place);
     const Descriptor path = folders.OpenPath(node.kind, node.place);
-    if (ChangeUnopened(path, permissions))
+    const mode_t mode = (GetState(path, subject).st_mode & otherBits) | permissions;
+    if (ChangeUnopened(path, mode))
         return;
     const int error = errno;
     if (error != EACCES)
@@ -50,7 +53,7 @@ void SetPermissions(const Folders& folders, const Key& node, std::uint32_t permi
     const Descriptor file = node.kind == NodeKind::Directory
                                 ? folders.OpenDirectory(node.place)
                                 : folders.OpenFile(node.place, O_RDONLY);
-    if (fchmod(file.Get(), permissions) != 0)
+    if (fchmod(file.Get(), mode) != 0)
         RefuseWithErrno(subject, errno);
 }
 

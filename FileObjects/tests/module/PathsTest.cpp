@@ -359,6 +359,21 @@ TEST_F(APath, GetsPermissions)
     EXPECT_EQ(reasons.at(0), "No such file or directory");
 }
 
+TEST_F(APath, KeepsItsOtherBitsWhenItGetsPermissions)
+{
+    const auto getMode = [this] {
+        struct stat state
+        {};
+        EXPECT_EQ(stat((folder / "directory").c_str(), &state), 0);
+        return state.st_mode & 07777U;
+    };
+    ASSERT_EQ(chmod((folder / "directory").c_str(), 03777), 0);
+    EXPECT_EQ(Chmod("directory", 0750), Code::Good);
+    EXPECT_EQ(getMode(), 03750U);
+    EXPECT_EQ(client.Call("d/files/directory", "SetPermissions", {0705U}), Code::Good);
+    EXPECT_EQ(getMode(), 03705U);
+}
+
 TEST_F(APath, IsOneOfAtMostAThousand)
 {
     EXPECT_EQ(GetStates(Texts(1000, "file")).kinds, Bytes(1000, 1));
