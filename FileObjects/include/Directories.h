@@ -95,7 +95,8 @@ private:
     [[nodiscard]] Key RequireTarget(const Key& from, const Core::NodeId& target,
                                     const std::string& newName) const;
     void RequireFree(const struct stat& from, const Entry& entry, const Place& to, bool replaces);
-    void Copy(const Key& from, const Entry& to, bool replaces, const Caller& caller) const;
+    void Copy(const Key& from, const Entry& to, bool replaces, CopyFor use,
+              const Caller& caller) const;
     void Move(const Key& from, const Entry& to, bool replaces, const Caller& caller) const;
     [[nodiscard]] Listing ListFolders() const;
 

@@ -30,9 +30,17 @@ void RemoveTree(const Entry& entry) noexcept;
 void CopyContent(const Descriptor& from, const Descriptor& to, const std::string& subject,
                  const Caller& caller);
 
+/// The use that a copy is made for. Before a `Move` deletes the original, its copy is on the disk.
+enum class CopyFor
+{
+    Copy,
+    Move
+};
+
 /// Makes a file or directory with the contents, permissions and time of an open one. Leaves out
-/// special files. Leaves what it has made when it fails.
-void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject,
+/// special files; a `Move` fails with Bad_NotSupported instead. Leaves what it has made when it
+/// fails.
+void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject, CopyFor use,
               const Caller& caller);
 
 /// Renames an entry, atomically. Unless it `replaces`, a new name that exists is

@@ -194,7 +194,7 @@ void Directories::Put(const Key& from, const Place& to, const Placing& placing,
     const Entry entry{parent, GetName(to.path)};
     RequireFree(state, entry, to, replaces);
     if (placing.isCopied)
-        Copy(from, entry, replaces, caller);
+        Copy(from, entry, replaces, CopyFor::Copy, caller);
     else
         Move(from, entry, replaces, caller);
 }
@@ -218,7 +218,8 @@ void Directories::RequireFree(const struct stat& from, const Entry& entry, const
     openFiles.RequireClosed(ToIdentity(state), false, subject);
 }
 
-void Directories::Copy(const Key& from, const Entry& to, bool replaces, const Caller& caller) const
+void Directories::Copy(const Key& from, const Entry& to, bool replaces, CopyFor use,
+                       const Caller& caller) const
 {
     const std::string subject = folders.Show(from.place);
     const Descriptor source = from.kind == NodeKind::Directory
@@ -226,7 +227,7 @@ void Directories::Copy(const Key& from, const Entry& to, bool replaces, const Ca
                                   : folders.OpenFile(from.place, O_RDONLY);
     const Entry copy{to.directory, MakeTemporaryName()};
     try {
-        CopyTree(source, copy, subject, caller);
+        CopyTree(source, copy, subject, use, caller);
         static_cast<void>(Rename(copy, to, replaces, subject));
     } catch (...) {
         RemoveTree(copy);
@@ -241,7 +242,7 @@ void Directories::Move(const Key& from, const Entry& to, bool replaces, const Ca
     const std::string subject = folders.Show(from.place);
     if (Rename(entry, to, replaces, subject))
         return;
-    Copy(from, to, replaces, caller);
+    Copy(from, to, replaces, CopyFor::Move, caller);
     DeleteTree(entry, subject, &caller);
 }
 

@@ -62,12 +62,20 @@ void CopyAttributes(const struct stat& state, const Descriptor& to)
     static_cast<void>(futimens(to.Get(), times.data()));
 }
 
+/// Throws for what did not reach the disk. Not all file systems can do this for a directory.
+void Sync(const Descriptor& file, const std::string& subject)
+{
+    if (fsync(file.Get()) != 0 && errno != EINVAL && errno != ENOTSUP)
+        RefuseWithErrno(subject, errno);
+}
+
 /// Copies trees without the directory that the copy itself begins with, which may be inside.
 class TreeCopy
 {
 public:
-    explicit TreeCopy(const Caller& caller)
-        : caller(caller)
+    TreeCopy(CopyFor use, const Caller& caller)
+        : use(use)
+        , caller(caller)
     {}
 
     void Copy(const Descriptor& from, const Entry& to, const std::string& subject)
@@ -83,11 +91,16 @@ private:
     void CopyFile(const Descriptor& from, const struct stat& state, const Entry& to,
                   const std::string& subject) const
     {
-        const auto copy = OpenEntry(to.directory, to.name, O_WRONLY | O_CREAT | O_EXCL, 0600);
+        auto copy = OpenEntry(to.directory, to.name, O_WRONLY | O_CREAT | O_EXCL, 0600);
         if (!copy.IsOpen())
             RefuseWithErrno(subject, errno);
         CopyContent(from, copy, subject, caller);
         CopyAttributes(state, copy);
+        if (use == CopyFor::Move)
+            Sync(copy, subject);
+        // Disks of the network tell only now that a quota is used up.
+        if (close(copy.Release()) != 0)
+            RefuseWithErrno(subject, errno);
     }
 
     void CopyDirectory(const Descriptor& from, const struct stat& state, const Entry& to,
@@ -109,6 +122,8 @@ private:
             CopyEntry({from, name}, {copy, name}, subject + "/" + name);
         }
         CopyAttributes(state, copy);
+        if (use == CopyFor::Move)
+            Sync(copy, subject);
     }
 
     void CopyEntry(const Entry& from, const Entry& to, const std::string& subject)
@@ -120,7 +135,7 @@ private:
         if (S_ISLNK(state.st_mode))
             return CopyLink(from, to, subject);
         if (!S_ISDIR(state.st_mode) && !S_ISREG(state.st_mode))
-            return;
+            return LeaveOut(subject);
         const auto entry = OpenEntry(from.directory, from.name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         if (!entry.IsOpen())
             RefuseWithErrno(subject, errno);
@@ -128,6 +143,15 @@ private:
             Copy(entry, to, subject);
     }
 
+    /// Throws for a special file that would be lost.
+    void LeaveOut(const std::string& subject) const
+    {
+        if (use == CopyFor::Move)
+            Refuse(Status::notSupported, subject,
+                   "a pipe, socket or device cannot be moved to another file system");
+    }
+
+    const CopyFor use;
     const Caller& caller;
     bool hasTop = false;
     struct stat top
@@ -202,10 +226,10 @@ void CopyContent(const Descriptor& from, const Descriptor& to, const std::string
         RefuseWithErrno(subject, errno);
 }
 
-void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject,
+void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject, CopyFor use,
               const Caller& caller)
 {
-    TreeCopy(caller).Copy(from, to, subject);
+    TreeCopy(use, caller).Copy(from, to, subject);
 }
 
 bool Rename(const Entry& from, const Entry& to, bool replaces, const std::string& subject)

@@ -163,6 +163,20 @@ void MoveBetweenDisks()
               Code::Good);
     EXPECT_EQ(ReadWholeFile(tree.folder / "disk/moved/link"), "content");
     EXPECT_FALSE(std::filesystem::exists(tree.folder / "a"));
+    std::filesystem::create_directories(tree.folder / "c/d");
+    tree.folder.MakeFile("c/file", "content");
+    EXPECT_EQ(mkfifo((tree.folder / "c/d/pipe").c_str(), 0600), 0);
+    EXPECT_EQ(client.Call("d/files", "MoveOrCopy",
+                          {ToNode("d/files/c"), ToNode("d/files/disk"), false, "lossy"}),
+              Code::Bad_NotSupported);
+    EXPECT_EQ(client.GetMessage(), "files/c/d/pipe: a pipe, socket or device cannot be moved to "
+                                   "another file system");
+    EXPECT_EQ(ReadWholeFile(tree.folder / "c/file"), "content");
+    EXPECT_TRUE(std::filesystem::is_fifo(tree.folder / "c/d/pipe"));
+    EXPECT_EQ(tree.List("d/files/disk").size(), 1U) << "no copy stays";
+    EXPECT_EQ(client.Call("d/files", "MoveOrCopy",
+                          {ToNode("d/files/c"), ToNode("d/files/disk"), true, "copy"}),
+              Code::Good);
     EXPECT_EQ(mount("", (tree.folder / "disk").c_str(), "", MS_REMOUNT | MS_RDONLY, ""), 0);
     EXPECT_EQ(client.Call("d/files/disk", "CreateFile", {"new", true}), Code::Bad_NotWritable);
     EXPECT_FALSE(tree.ReadProperty<bool>("f.Writable/files/disk/moved/b/file"));
