@@ -52,37 +52,64 @@ Client::Permissions ParsePermissions(const std::string& text)
 
 } // namespace
 
+std::function<bool()> CommandGrammar::AddGlob(CLI::App& command) const
+{
+    if (place == Place::Shell)
+        return [] {
+            return true;
+        };
+    const auto* const glob = AddFlag(command, "--glob", "take paths for patterns: * ? [...] **");
+    return [glob] {
+        return IsSet(glob);
+    };
+}
+
 void CommandGrammar::AddChanges()
 {
-    auto* const remove = Add("rm", "[-r] [-f] PATH...", "delete files");
-    auto* const removed = AddPaths(remove);
-    auto* const recursive =
-        AddFlag(*remove, "-r,--recursive", "delete directories with their contents");
-    auto* const force = AddFlag(*remove, "-f,--force", "do not fail if a path is missing");
-    makers[remove] = [=] {
-        return RemoveCommand{.paths = GetPatterns(remove, removed),
-                             .isRecursive = IsSet(recursive),
-                             .mayBeMissing = IsSet(force)};
-    };
+    AddRemove();
     auto* const make = Add("mkdir", "PATH...", "create directories, and those above them");
     auto* const made = AddPaths(make);
     AddFlag(*make, "-p,--parents", "no effect: this is always done");
     makers[make] = [=] {
         return MakeDirectoryCommand{GetPaths(make, made)};
     };
+    AddTouch();
+    AddPermissions();
+    AddRelocations();
+}
+
+void CommandGrammar::AddRemove()
+{
+    auto* const remove = Add("rm", "[-r] [-f] PATH...", "delete files");
+    auto* const removed = AddPaths(remove);
+    auto* const recursive =
+        AddFlag(*remove, "-r,--recursive", "delete directories with their contents");
+    auto* const force = AddFlag(*remove, "-f,--force", "do not fail if a path is missing");
+    const auto takesPatterns = AddGlob(*remove);
+    makers[remove] = [=] {
+        return RemoveCommand{.paths = GetPatterns(remove, removed),
+                             .isRecursive = IsSet(recursive),
+                             .mayBeMissing = IsSet(force),
+                             .takesPatterns = takesPatterns()};
+    };
+}
+
+void CommandGrammar::AddTouch()
+{
     auto* const touch =
         Add("touch", "[-d TIME] PATH...", "set the time of files and directories", touchFooter);
     auto* const touched = AddPaths(touch);
     auto* const time =
         touch->add_option("-d,--date")->description("set this time (now)")->type_name("TIME");
+    const auto takesPatterns = AddGlob(*touch);
     makers[touch] = [=] {
-        TouchCommand command{.paths = GetPatterns(touch, touched), .time = std::nullopt};
+        TouchCommand command{.paths = GetPatterns(touch, touched),
+                             .time = std::nullopt,
+                             .takesPatterns = takesPatterns()};
         if (const auto text = GetText(time))
             command.time = ParseTime(*text);
         return command;
     };
-    AddPermissions();
-    AddRelocations();
 }
 
 template <typename Made>
@@ -103,8 +130,11 @@ void CommandGrammar::AddRelocations()
     auto* const move =
         Add("mv", "SOURCE... TARGET", "rename and move files on the server", relocationFooter);
     auto* const moved = AddPaths(move);
+    const auto takesPatterns = AddGlob(*move);
     makers[move] = [=, this] {
-        return MakeRelocation<MoveCommand>(move, moved);
+        auto made = MakeRelocation<MoveCommand>(move, moved);
+        made.takesPatterns = takesPatterns();
+        return made;
     };
     auto* const copy =
         Add("cp", "[-r] SOURCE... TARGET", "copy files on the server", relocationFooter);
@@ -122,6 +152,7 @@ void CommandGrammar::AddPermissions()
 {
     auto* const command = Add("chmod", "MODE PATH...", "set permissions", chmodFooter);
     auto* const words = AddPaths(command);
+    const auto takesPatterns = AddGlob(*command);
     makers[command] = [=] {
         if (words->count() < 2)
             throw Client::InvalidArgumentException("chmod: needs a mode and paths");
@@ -132,7 +163,8 @@ void CommandGrammar::AddPermissions()
         return PermissionsCommand{.paths = std::move(paths),
                                   .permissions =
                                       mode ? Client::Permissions{} : ParsePermissions(text),
-                                  .mode = mode};
+                                  .mode = mode,
+                                  .takesPatterns = takesPatterns()};
     };
 }
 

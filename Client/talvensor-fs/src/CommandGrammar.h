@@ -55,6 +55,8 @@ private:
     [[nodiscard]] Made MakeTransfer(const Transfer& parts) const;
     void AddSync();
     void AddChanges();
+    void AddRemove();
+    void AddTouch();
     void AddRelocations();
     template <typename Made>
     [[nodiscard]] Made MakeRelocation(const CLI::App* command, const CLI::Option* paths) const;
@@ -67,6 +69,10 @@ private:
     void AddHelp();
     void AddShell();
     void AddExit();
+
+    /// Adds the flag with which a command that changes files takes patterns on the command line; in
+    /// the shell it always does. Returns a function that tells, once all is parsed.
+    [[nodiscard]] std::function<bool()> AddGlob(CLI::App& command) const;
 
     CLI::App* Add(const std::string& name, const std::string& arguments, const std::string& text,
                   const std::string& end = "");

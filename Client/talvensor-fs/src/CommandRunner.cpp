@@ -32,6 +32,11 @@ concept WithPaths = requires(CommandType command)
 template <WithPaths CommandType>
 bool TakePaths(CommandType& command, PathArguments& arguments)
 {
+    if constexpr (requires { command.takesPatterns; })
+        if (!command.takesPatterns) {
+            PathArguments::TakeRemote(command.paths);
+            return true;
+        }
     arguments.ExpandRemote(command.paths);
     return !command.paths.empty();
 }
@@ -45,7 +50,10 @@ bool TakePaths(SpaceCommand& command, PathArguments& arguments)
 
 bool TakePaths(RemoveCommand& command, PathArguments& arguments)
 {
-    arguments.ExpandRemote(command.paths, command.mayBeMissing);
+    if (command.takesPatterns)
+        arguments.ExpandRemote(command.paths, command.mayBeMissing);
+    else
+        PathArguments::TakeRemote(command.paths);
     return !command.paths.empty();
 }
 
@@ -61,8 +69,17 @@ bool TakePaths(ExistsCommand& command, PathArguments&)
     return true;
 }
 
-template <std::derived_from<RelocationCommand> CommandType>
-bool TakePaths(CommandType& command, PathArguments& arguments)
+bool TakePaths(MoveCommand& command, PathArguments& arguments)
+{
+    PathArguments::TakeRemote(command.target);
+    if (command.takesPatterns)
+        arguments.ExpandRemote(command.sources);
+    else
+        PathArguments::TakeRemote(command.sources);
+    return !command.sources.empty();
+}
+
+bool TakePaths(CopyCommand& command, PathArguments& arguments)
 {
     PathArguments::TakeRemote(command.target);
     arguments.ExpandRemote(command.sources);

@@ -107,11 +107,15 @@ struct CatCommand
     std::vector<std::string> paths; ///< patterns
 };
 
+// Those that change what is there take patterns only where they say so: a name that is misspelt or
+// gone could match others.
+
 struct RemoveCommand
 {
     std::vector<std::string> paths; ///< patterns
     bool isRecursive = false;
     bool mayBeMissing = false;
+    bool takesPatterns = true;
 };
 
 /// The common part of `mv` and `cp`.
@@ -122,7 +126,9 @@ struct RelocationCommand
 };
 
 struct MoveCommand : RelocationCommand
-{};
+{
+    bool takesPatterns = true;
+};
 
 struct CopyCommand : RelocationCommand
 {
@@ -143,6 +149,7 @@ struct TouchCommand
 {
     std::vector<std::string> paths;       ///< patterns
     std::optional<Client::FileTime> time; ///< none: now
+    bool takesPatterns = true;
 };
 
 struct PermissionsCommand
@@ -150,6 +157,7 @@ struct PermissionsCommand
     std::vector<std::string> paths; ///< patterns
     Client::Permissions permissions;
     std::optional<std::uint32_t> mode; ///< takes the place of `permissions`: the nine bits
+    bool takesPatterns = true;
 };
 
 struct WatchCommand

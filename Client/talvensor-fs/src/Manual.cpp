@@ -74,10 +74,10 @@ Section MakePathSection()
             "begin with remote:, which is taken off. Each error is one line on standard "
             "error.\n"
             "\n"
-            "Remote paths of ls, stat, du, df, tree, find, get, cat, rm, touch and chmod may be "
-            "patterns: * ? [...] within a name, and ** for any directories. Quote them, so "
-            "that your shell leaves them alone; a backslash takes the meaning of a "
-            "character away.",
+            "Remote paths of ls, stat, du, df, tree, find, get, cat and cp may be patterns: * ? "
+            "[...] within a name, and ** for any directories; those of rm, mv, touch and chmod "
+            "with --glob, and in the shell. Quote them, so that your shell leaves them alone; a "
+            "backslash takes the meaning of a character away.",
         .terms = {},
         .shown = InHelpAndPage};
 }

@@ -129,7 +129,7 @@ TEST_F(AServerWithFileObjects, NamesItsFoldersAndTheirSpace)
 
 TEST_F(AServerWithFileObjects, SetsPermissionsByNumber)
 {
-    EXPECT_EQ(Run({"chmod", "600", "d/*"}).status, 0);
+    EXPECT_EQ(Run({"chmod", "--glob", "600", "d/*"}).status, 0);
     EXPECT_EQ(fs::status(desk.GetRemote("d/five")).permissions(), fs::perms(0600));
     const auto result = Run({"chmod", "755", "d", "nothing"});
     EXPECT_EQ(result.status, 1);

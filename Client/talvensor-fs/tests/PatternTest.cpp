@@ -72,21 +72,40 @@ TEST_F(APattern, ThatNothingMatchesIsAnErrorThatNamesIt)
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.error, HasSubstr("z*: no match"));
     EXPECT_EQ(result.output, "c.txt");
-    EXPECT_EQ(Run({"rm", "*/z*"}).status, 1);
-    EXPECT_EQ(Run({"rm", "-f", "*/z*"}).status, 0);
+    EXPECT_EQ(Run({"rm", "--glob", "*/z*"}).status, 1);
+    EXPECT_EQ(Run({"rm", "-f", "--glob", "*/z*"}).status, 0);
 }
 
 TEST_F(APattern, ChoosesTheFilesToDelete)
 {
     WriteFile(desk.GetRemote("*.log"), "");
     // A name that is there is no pattern.
-    EXPECT_EQ(Run({"rm", "*.log"}).status, 0);
+    EXPECT_EQ(Run({"rm", "--glob", "*.log"}).status, 0);
     EXPECT_TRUE(fs::exists(desk.GetRemote("a.log")));
     EXPECT_FALSE(fs::exists(desk.GetRemote("*.log")));
-    EXPECT_EQ(Run({"rm", "*.log"}).status, 0);
+    EXPECT_EQ(Run({"rm", "--glob", "*.log"}).status, 0);
     EXPECT_FALSE(fs::exists(desk.GetRemote("a.log")));
     EXPECT_TRUE(fs::exists(desk.GetRemote(".d.log")));
     EXPECT_TRUE(fs::exists(desk.GetRemote("c.txt")));
+}
+
+TEST_F(APattern, ChangesNothingOnTheCommandLineWithoutAFlag)
+{
+    WriteFile(desk.GetRemote("a1"), "kept");
+    fs::permissions(desk.GetRemote("a1"), fs::perms(0640));
+    const auto time = fs::last_write_time(desk.GetRemote("a1"));
+    EXPECT_EQ(Run({"rm", "a[1]"}).status, 1);
+    EXPECT_EQ(Run({"rm", "-f", "a[1]", "remote:a?"}).status, 0);
+    EXPECT_EQ(Run({"mv", "a[1]", "b1"}).status, 1);
+    EXPECT_EQ(Run({"touch", "-d", "@60", "a[1]"}).status, 1);
+    EXPECT_EQ(Run({"chmod", "readonly", "a[1]"}).status, 1);
+    EXPECT_EQ(fs::last_write_time(desk.GetRemote("a1")), time);
+    EXPECT_EQ(fs::status(desk.GetRemote("a1")).permissions(), fs::perms(0640));
+    EXPECT_EQ(List("a[1]"), "a1\n");
+    EXPECT_EQ(Run({"touch", "--glob", "-d", "@60", "a[1]"}).status, 0);
+    EXPECT_NE(fs::last_write_time(desk.GetRemote("a1")), time);
+    EXPECT_EQ(Run({"shell"}, "rm a[1]\n").status, 0);
+    EXPECT_FALSE(fs::exists(desk.GetRemote("a1")));
 }
 
 TEST_F(APattern, IsEscapedByBackslashes)

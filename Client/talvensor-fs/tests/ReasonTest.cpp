@@ -68,7 +68,7 @@ TEST_F(AServerWithReasons, RenamesAndMoves)
     EXPECT_EQ(Run({"mv", "one", "three"}).error, "");
     EXPECT_EQ(ReadFile(desk.GetRemote("three")), "1");
     fs::create_directory(desk.GetRemote("directory"));
-    EXPECT_EQ(Run({"mv", "t*", "directory"}).error, "");
+    EXPECT_EQ(Run({"mv", "--glob", "t*", "directory"}).error, "");
     EXPECT_EQ(ReadFile(desk.GetRemote("directory/two")), "2");
     const auto result = Run({"mv", "nothing", "directory/two", "."});
     EXPECT_EQ(result.status, 1);
