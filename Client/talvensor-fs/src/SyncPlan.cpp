@@ -69,6 +69,12 @@ public:
 private:
     void Add(const SyncEntry& entry)
     {
+        if (target.left.contains(entry.path)) {
+            plan.conflicts.push_back(entry.path + ": is a link or a special file at the target, "
+                                                  "so it stays");
+            skipped.Add(entry.path);
+            return;
+        }
         const auto found = targets.find(entry.path);
         if (found == targets.end())
             AddNew(entry);
@@ -150,7 +156,12 @@ private:
         for (const auto& entry : target.entries) {
             if (deleted.Takes(entry.path) || sources.contains(entry.path))
                 continue;
-            if (target.keptDirectories.contains(entry.path))
+            if (source.left.contains(entry.path)) {
+                deleted.Add(entry.path); // as if it were
+                continue;
+            }
+            if (target.keptDirectories.contains(entry.path) ||
+                source.keptDirectories.contains(entry.path))
                 continue; // what is in it goes one by one
             plan.deleted.push_back(entry.path);
             deleted.Add(entry.path);

@@ -33,6 +33,9 @@ struct SyncTree
     std::vector<SyncEntry> entries;
     /// Directories that hold something that takes no part, at any depth: they stay.
     std::set<std::string> keptDirectories;
+    /// Entries that are there but take no part, such as links that are not followed: neither sent
+    /// nor replaced nor deleted, with all that is below them on either side.
+    std::set<std::string> left;
     bool isWhole = true; ///< otherwise some directories could not be listed
 };
 

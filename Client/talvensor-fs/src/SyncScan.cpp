@@ -33,6 +33,14 @@ void Keep(SyncTree& tree, std::string directory)
     }
 }
 
+/// Lets the entry be, on either side, and the directories above it.
+void Leave(SyncTree& tree, const std::string& path)
+{
+    tree.left.insert(path);
+    const auto slash = path.rfind('/');
+    Keep(tree, path.substr(0, slash == std::string::npos ? 0 : slash));
+}
+
 struct DirectoryCloser
 {
     void operator()(DIR* directory) const noexcept { closedir(directory); }
@@ -102,13 +110,17 @@ private:
             return;
         }
         const bool isLink = S_ISLNK(status.st_mode);
-        if (exclusions.Take(path, S_ISDIR(status.st_mode)) || Client::IsPartName(name)) {
+        struct stat followed = status;
+        const bool leadsSomewhere = !isLink || fstatat(descriptor, name.c_str(), &followed, 0) == 0;
+        // As the server sees it, which follows links.
+        if (exclusions.Take(path, S_ISDIR(followed.st_mode)) || Client::IsPartName(name)) {
             Keep(tree, directory);
             return;
         }
-        if (isLink && links == Links::Followed &&
-            fstatat(descriptor, name.c_str(), &status, 0) != 0)
-            report.note(JoinPath(top, path) + ": skipped: the link leads nowhere");
+        if (links == Links::Followed)
+            status = followed;
+        if (links == Links::Followed && !leadsSomewhere)
+            Skip(path, "the link leads nowhere");
         else if (S_ISREG(status.st_mode))
             AddEntry(path, EntryType::File, status);
         else if (S_ISDIR(status.st_mode))
@@ -116,9 +128,14 @@ private:
         else if (links == Links::Shown)
             AddEntry(path, EntryType::Other, status);
         else
-            report.note(JoinPath(top, path) +
-                        (isLink ? ": skipped: it is a link (-L follows links)"
-                                : ": skipped: it is neither a file nor a directory"));
+            Skip(path, isLink ? "it is a link (-L follows links)"
+                              : "it is neither a file nor a directory");
+    }
+
+    void Skip(const std::string& path, const std::string& why)
+    {
+        report.note(JoinPath(top, path) + ": skipped: " + why);
+        Leave(tree, path);
     }
 
     void AddEntry(const std::string& path, EntryType type, const struct stat& status)
@@ -135,7 +152,7 @@ private:
     {
         if (std::find(above.begin(), above.end(), Identity(status.st_dev, status.st_ino)) !=
             above.end()) {
-            report.note(JoinPath(top, path) + ": skipped: the link leads to a directory above it");
+            Skip(path, "the link leads to a directory above it");
             return;
         }
         AddEntry(path, EntryType::Directory, status);
@@ -209,11 +226,14 @@ private:
             return;
         }
         for (const auto& entry : listing.entries) {
-            if (entry.isOther)
-                continue;
             const auto path = Below(directory, entry.name);
             if (!IsWanted(path, entry.isDirectory))
                 continue;
+            if (entry.isOther || (entry.isDirectory && entry.isLink)) {
+                Skip(path, entry.isOther ? "it is neither a file nor a directory"
+                                         : "it is a link to a directory");
+                continue;
+            }
             Add({.path = path,
                  .type = entry.isDirectory ? EntryType::Directory : EntryType::File,
                  .size = entry.size,
@@ -228,7 +248,7 @@ private:
     {
         const auto listing = workplace.remote.GetFiles().List(top, true, &workplace.cancellation);
         for (const auto& failure : listing.failures)
-            FailListing(failure.path, failure.cause);
+            FailListing(GetRelative(failure.path), failure.cause);
         std::set<std::string> seen; // links may lead to what was listed before
         std::set<std::string> excluded;
         for (const auto& entry : listing.entries) {
@@ -246,6 +266,13 @@ private:
         }
     }
 
+    /// The paths of failures begin with that of the tree.
+    [[nodiscard]] std::string GetRelative(const std::string& path) const
+    {
+        const auto begin = path.find_first_not_of('/', top.size());
+        return path.starts_with(top) && begin != std::string::npos ? path.substr(begin) : "";
+    }
+
     bool IsWanted(const std::string& path, bool isDirectory)
     {
         const auto slash = path.rfind('/');
@@ -259,6 +286,12 @@ private:
             return true;
         Keep(tree, path.substr(0, begin == 0 ? 0 : slash));
         return false;
+    }
+
+    void Skip(const std::string& path, const std::string& why)
+    {
+        report.note(JoinPath(top, path) + ": skipped: " + why);
+        Leave(tree, path);
     }
 
     void Add(SyncEntry entry) { tree.entries.push_back(std::move(entry)); }

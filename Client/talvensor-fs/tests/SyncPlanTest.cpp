@@ -33,7 +33,7 @@ SyncEntry Directory(const std::string& path, int time = 100)
 
 SyncTree Tree(std::vector<SyncEntry> entries)
 {
-    return {.entries = std::move(entries), .keptDirectories = {}, .isWhole = true};
+    return {.entries = std::move(entries), .keptDirectories = {}, .left = {}, .isWhole = true};
 }
 
 std::vector<std::string> Paths(const std::vector<SyncEntry>& entries)
@@ -113,6 +113,30 @@ TEST(ASyncPlan, KeepsDirectoriesThatHoldWhatIsLeftOut)
     auto target = Tree({Directory("old"), Directory("old/b"), File("old/c"), File("old/b/d")});
     target.keptDirectories = {"old", "old/b"};
     EXPECT_THAT(MakeSyncPlan({}, target, deleting).deleted, ElementsAre("old/c", "old/b/d"));
+}
+
+TEST(ASyncPlan, DeletesNothingThatTheSourceOnlySkipped)
+{
+    auto source = Tree({Directory("a")});
+    source.left = {"a/link", "data"};
+    source.keptDirectories = {"a"};
+    const auto target = Tree({Directory("a"), File("a/link"), File("a/old"), Directory("data"),
+                              File("data/x"), Directory("data/b"), File("data/b/y")});
+    EXPECT_THAT(MakeSyncPlan(source, target, deleting).deleted, ElementsAre("a/old"));
+}
+
+TEST(ASyncPlan, LeavesWhatTheTargetOnlySkipped)
+{
+    const auto source = Tree({Directory("data"), File("data/x"), File("y")});
+    auto target = Tree({Directory("old"), File("old/z")});
+    target.left = {"data", "old/link"};
+    target.keptDirectories = {"old"};
+    const auto plan = MakeSyncPlan(source, target, deleting);
+    EXPECT_THAT(plan.conflicts,
+                ElementsAre("data: is a link or a special file at the target, so it stays"));
+    EXPECT_THAT(Paths(plan.files), ElementsAre("y"));
+    EXPECT_THAT(plan.directories, IsEmpty());
+    EXPECT_THAT(plan.deleted, ElementsAre("old/z"));
 }
 
 TEST(ASyncPlan, NamesWhatIsOfAnotherType)

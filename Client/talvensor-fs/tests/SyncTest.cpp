@@ -182,6 +182,35 @@ TEST_P(ASync, SkipsLinksOrFollowsThem)
     EXPECT_EQ(ReadFile(desk.GetRemote("dst/link")), "top");
 }
 
+TEST_P(ASync, DeletesNothingThatTheSourceOnlySkips)
+{
+    fs::create_symlink("/nonexistent/disk", desk.GetLocal("src/data"));
+    fs::create_symlink("top", desk.GetLocal("src/a/link"));
+    ASSERT_EQ(mkfifo(desk.GetLocal("src/pipe").c_str(), 0600), 0);
+    fs::create_directories(desk.GetRemote("dst/data/below"));
+    fs::create_directories(desk.GetRemote("dst/a/link"));
+    WriteFile(desk.GetRemote("dst/data/below/x"), "x");
+    WriteFile(desk.GetRemote("dst/pipe"), "a file");
+    WriteFile(desk.GetRemote("dst/old"), "");
+    EXPECT_EQ(SyncWell({"--delete", "src", "remote:dst"})["deleted"], 1);
+    EXPECT_TRUE(fs::exists(desk.GetRemote("dst/a/link")));
+    fs::remove(desk.GetLocal("src/a/link"));
+    EXPECT_EQ(SyncWell({"-L", "--delete", "src", "remote:dst"})["deleted"], 1);
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/a/link")));
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/data/below/x")), "x");
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/pipe")), "a file");
+}
+
+TEST_P(ASync, LeavesOutALocalLinkToADirectoryThatItIsToldToLeaveOut)
+{
+    Write("cache/x", "x");
+    fs::create_directory_symlink("../cache", desk.GetLocal("src/cache"));
+    const auto result = Sync({"-L", "--delete", "--exclude", "cache/", "src", "remote:dst"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.error, "");
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/cache")));
+}
+
 TEST_P(ASync, KeepsNewerFilesWhenAsked)
 {
     (void)SyncWell({"src", "remote:dst"});
@@ -255,6 +284,41 @@ TEST_P(ASyncWithFileObjects, KeepsPermissions)
     EXPECT_EQ(fs::status(desk.GetRemote("dst/top")).permissions(), mode);
     EXPECT_EQ(SyncWell({"remote:dst", "back"})["sent"], 3);
     EXPECT_EQ(fs::status(desk.GetLocal("back/top")).permissions(), mode);
+}
+
+TEST_P(ASyncWithFileObjects, LeavesRemoteLinksToDirectoriesAlone)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    fs::create_directories(desk.GetRemote("other"));
+    WriteFile(desk.GetRemote("other/precious"), "p");
+    fs::create_directory_symlink("../other", desk.GetRemote("dst/lnk"));
+    fs::create_directories(desk.GetRemote("dst/old"));
+    fs::create_directory_symlink(".", desk.GetRemote("dst/old/one"));
+    fs::create_directory_symlink(".", desk.GetRemote("dst/old/two"));
+    ASSERT_EQ(mkfifo(desk.GetRemote("dst/pipe").c_str(), 0600), 0);
+    WriteFile(desk.GetRemote("dst/old/z"), "");
+    const auto up = Sync({"--delete", "src", "remote:dst"});
+    EXPECT_EQ(up.status, 0);
+    EXPECT_THAT(up.error, HasSubstr("dst/lnk: skipped: it is a link to a directory"));
+    EXPECT_THAT(up.error, HasSubstr("dst/pipe: skipped: it is neither a file nor a directory"));
+    EXPECT_EQ(ReadFile(desk.GetRemote("other/precious")), "p");
+    EXPECT_TRUE(fs::is_symlink(desk.GetRemote("dst/lnk")));
+    EXPECT_TRUE(fs::is_symlink(desk.GetRemote("dst/old/one")));
+    EXPECT_TRUE(fs::is_fifo(desk.GetRemote("dst/pipe")));
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/old/z")));
+
+    Write("back/lnk/kept", "k");
+    Write("back/pipe", "k");
+    EXPECT_EQ(SyncWell({"--delete", "remote:dst", "back"})["sent"], 3);
+    EXPECT_EQ(ReadFile(desk.GetLocal("back/lnk/kept")), "k");
+    EXPECT_EQ(ReadFile(desk.GetLocal("back/pipe")), "k");
+    EXPECT_FALSE(fs::exists(desk.GetLocal("back/old/one")));
+
+    Write("src/lnk/new", "n");
+    const auto blocked = Sync({"--delete", "src", "remote:dst"});
+    EXPECT_EQ(blocked.status, 1);
+    EXPECT_THAT(blocked.error, HasSubstr("lnk: is a link or a special file at the target"));
+    EXPECT_FALSE(fs::exists(desk.GetRemote("other/new")));
 }
 
 INSTANTIATE_TEST_SUITE_P(FileObjects, ASyncWithFileObjects, testing::Values(true));
