@@ -201,13 +201,17 @@ private:
         for (const auto& entry : plan.files)
             part.entries.push_back(ToListEntry(entry));
         const bool isWhole = Transfer(part);
-        SetPermissions(plan.permissions);
-        if (isWhole) {
+        if (isWhole)
             SetPermissions(plan.files);
+        if (!plan.deleted.empty())
+            DeleteLast(plan, isWhole);
+        SetPermissions(plan.permissions);
+        if (isWhole) // last, since nothing is deleted in a directory that cannot be written
             SetPermissions(plan.directories);
-        }
-        if (plan.deleted.empty())
-            return;
+    }
+
+    void DeleteLast(const SyncPlan& plan, bool isWhole)
+    {
         if (!isWhole || hasFailed) {
             Fail("nothing is deleted, since not all was done before");
             return;

@@ -323,5 +323,35 @@ TEST_P(ASyncWithFileObjects, LeavesRemoteLinksToDirectoriesAlone)
 
 INSTANTIATE_TEST_SUITE_P(FileObjects, ASyncWithFileObjects, testing::Values(true));
 
+ClientTest::HostStart StartUnprivileged()
+{
+    ClientTest::HostStart start;
+    if (geteuid() == 0) {
+        start.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+        start.user = 65534;
+    }
+    return start;
+}
+
+TEST(ASyncToAHostThatIsNotRoot, DeletesInADirectoryThatBecomesReadOnly)
+{
+    const Desk desk{WithObjects(), StartUnprivileged()};
+    const auto sync = [&desk] {
+        return desk.Run({"--security", "plain", "sync", "--delete", "src", "remote:dst"});
+    };
+    const auto directory = desk.GetLocal("src/a");
+    fs::create_directories(directory);
+    EXPECT_EQ(sync().status, 0);
+    WriteFile(desk.GetRemote("dst/a/old"), "");
+    constexpr auto readOnly = static_cast<fs::perms>(0555);
+    fs::permissions(directory, readOnly);
+    const auto result = sync();
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/a/old")));
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), readOnly);
+    fs::permissions(directory, fs::perms::owner_all);
+    fs::permissions(desk.GetRemote("dst/a"), fs::perms::owner_all);
+}
+
 } // namespace
 } // namespace CliTest
