@@ -3,6 +3,7 @@
 #include "DownloadPlan.h"
 #include "Jobs.h"
 #include "LargeDownload.h"
+#include "LocalFiles.h"
 #include "ObjectCaller.h"
 #include "SmallDownloads.h"
 
@@ -29,8 +30,8 @@ void SetTimes(Transfer& transfer, const std::vector<DownloadDirectory>& director
     }
 }
 
-/// Asks for the permissions of the files, where the server can tell.
-void FindModes(const Transfer& transfer, std::vector<DownloadFile>& files)
+/// Asks for the permissions of the files, where the server can tell. They get no others.
+void FindModes(const Transfer& transfer, std::vector<DownloadFile>& files, std::uint32_t allowed)
 {
     if (!transfer.options.setsPermissions || !transfer.node.OffersObjects())
         return;
@@ -41,7 +42,18 @@ void FindModes(const Transfer& transfer, std::vector<DownloadFile>& files)
         transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
     for (std::size_t i = 0; i < files.size(); ++i)
         if (states[i].kind == Kind::File && !states[i].isSpecial)
-            files[i].mode = states[i].permissions;
+            files[i].mode = states[i].permissions & allowed;
+}
+
+/// A part of a tree becomes exactly as it is at the source.
+std::uint32_t GetAllowedModes(const TreePart& /*sources*/)
+{
+    return ~std::uint32_t{0};
+}
+
+std::uint32_t GetAllowedModes(const std::vector<TransferItem>& /*sources*/)
+{
+    return ~GetUmask();
 }
 
 template <typename Sources>
@@ -50,7 +62,7 @@ void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sour
     const TransferOptions& options = transfer.options;
     DownloadPlan plan = PlanDownload(transfer, fileSystem, sources);
     if (!transfer.isOver)
-        DoStep(transfer, [&] { FindModes(transfer, plan.files); });
+        DoStep(transfer, [&] { FindModes(transfer, plan.files, GetAllowedModes(sources)); });
     const DownloadPlaces places(plan);
     std::vector<DownloadFile> large;
     if (plan.files.size() > 1 && !options.verifies)

@@ -18,15 +18,27 @@ namespace Client {
 
 namespace {
 
-ResumableTransfer MakeResumable(const Transfer& transfer, const UploadFile& job, int file)
+TransferKey MakeKey(const Transfer& transfer, const UploadFile& job)
+{
+    return {Direction::Up, transfer.node.GetServer(), NormalizeLocal(job.local),
+            Normalize(job.remote)};
+}
+
+/// A transfer whose key another one holds neither reads nor changes the record of that.
+const TransferRecords& GetRecords(const Transfer& transfer, bool isLocked)
+{
+    static const TransferRecords none{{}};
+    return isLocked ? transfer.records : none;
+}
+
+ResumableTransfer MakeResumable(const Transfer& transfer, const UploadFile& job, int file,
+                                bool isLocked)
 {
     struct stat status = {};
     if (fstat(file, &status) != 0)
         FailLocally(job.local, Step::Open);
     constexpr std::int64_t nanoseconds = 1'000'000'000;
-    return {transfer.records,
-            {Direction::Up, transfer.node.GetServer(), NormalizeLocal(job.local),
-             Normalize(job.remote)},
+    return {GetRecords(transfer, isLocked), MakeKey(transfer, job),
             static_cast<std::uint64_t>(status.st_size),
             status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec};
 }
@@ -46,8 +58,7 @@ struct LargeUpload
     [[nodiscard]] std::uint64_t Send(std::uint64_t start) const
     {
         FileSource source(file, job.local, resumable);
-        const Stamp stamp{transfer.options.setsTimes ? ToUaTime(job.time) : 0,
-                          MakePermissions(job.permissions)};
+        const Stamp stamp{transfer.options.setsTimes ? ToUaTime(job.time) : 0, MakeFlags(job)};
         const BlockUpload::Target target{job.remote, job.written, stamp, job.size,
                                          MakePreparation(transfer, job)};
         BlockUpload upload(transfer, caller, source, target);
@@ -100,10 +111,16 @@ void CompareWhole(Transfer& transfer, Caller& caller, const UploadFile& job, int
 
 } // namespace
 
-void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& job, FileTime marker)
+void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& given, FileTime marker)
 {
     const TransferOptions& options = transfer.options;
     bool hasBegun = false;
+    UploadFile job = given;
+    // Held to the end: of transfers at the same time one may be carried on.
+    const auto lock = transfer.records.Lock(MakeKey(transfer, job));
+    const auto client = lock && !job.IsInPlace() ? transfer.records.FindClient() : std::nullopt;
+    if (client)
+        job.written = GetRemotePartName(job.remote, job.local, *client);
     DoUpload(transfer, job, hasBegun, [&] {
         const Support::Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         if (!file.IsOpen())
@@ -113,7 +130,7 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& job, FileTi
             CompareWhole(transfer, caller, job, file.Get());
             return;
         }
-        ResumableTransfer resumable = MakeResumable(transfer, job, file.Get());
+        ResumableTransfer resumable = MakeResumable(transfer, job, file.Get(), lock.has_value());
         const std::uint64_t start =
             options.resumes ? FindUploadStart(caller, job.written, file.Get(), job.local, resumable)
                             : 0;

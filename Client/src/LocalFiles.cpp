@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <ios>
+#include <random>
 #include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -24,15 +27,20 @@ constexpr std::size_t longestName = 255;
 constexpr std::size_t keptOfLongName = 200;
 constexpr std::string_view partEnd = ".talvensor-part";
 
+std::string ToDigits(std::uint64_t number)
+{
+    std::array<char, 32> digits{};
+    std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
+    return digits.data();
+}
+
 /// Returns "-" and sixteen digits, by FNV-1a: only to tell texts apart.
 std::string Hash(const std::string& text)
 {
     std::uint64_t hash = 0xCBF29CE484222325U;
     for (const char letter : text)
         hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3U;
-    std::array<char, 32> digits{};
-    std::snprintf(digits.data(), digits.size(), "-%016llx", static_cast<unsigned long long>(hash));
-    return digits.data();
+    return "-" + ToDigits(hash);
 }
 
 /// Long names that begin alike are told apart.
@@ -106,12 +114,23 @@ std::string GetPartName(const std::string& local)
     return local.substr(0, local.rfind('/') + 1) + GetPartLeaf(GetLeaf(local));
 }
 
-std::string GetRemotePartName(const std::string& remote, const std::string& local)
+std::string GetRemotePartName(const std::string& remote, const std::string& local,
+                              const std::string& client)
 {
-    std::array<char, 256> machine{};
-    gethostname(machine.data(), machine.size() - 1);
     return remote.substr(0, remote.rfind('/') + 1) +
-           MakePartLeaf(GetLeaf(remote), Hash(machine.data() + NormalizeLocal(local)));
+           MakePartLeaf(GetLeaf(remote), Hash(client + NormalizeLocal(local)));
+}
+
+std::string MakeRemotePartName(const std::string& remote)
+{
+    return remote.substr(0, remote.rfind('/') + 1) +
+           MakePartLeaf(GetLeaf(remote), "-" + MakeRandomDigits());
+}
+
+std::string MakeRandomDigits()
+{
+    std::random_device random;
+    return ToDigits(std::uniform_int_distribution<std::uint64_t>()(random));
 }
 
 bool IsPartName(std::string_view name)
@@ -305,6 +324,17 @@ void PartFile::Finish(std::optional<FileTime> time)
     RequireInPlace();
     if (renameat(directory, part.c_str(), directory, leaf.c_str()) != 0)
         FailLocally(shownName, Step::Rename);
+}
+
+std::uint32_t GetUmask()
+{
+    // umask(2) tells it only by changing it, which files made by other threads would notice.
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word)
+        if (std::uint32_t mask = 0; word == "Umask:" && status >> std::oct >> mask)
+            return mask;
+    return 022;
 }
 
 std::optional<FileTime> FindLocalTime(int directory, const std::string& leaf)

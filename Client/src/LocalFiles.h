@@ -54,6 +54,15 @@ private:
 /// the case that another file has that name.
 [[nodiscard]] std::string GetPartLeaf(const std::string& leaf, unsigned int number = 1);
 
+/// Returns the name that an upload of a local file has until it is whole, the same for the same
+/// source of the same client: so it can be carried on. REQUIRES: no other transfer writes it.
+[[nodiscard]] std::string GetRemotePartName(const std::string& remote, const std::string& local,
+                                            const std::string& client);
+/// Returns a name of that form that no other transfer has.
+[[nodiscard]] std::string MakeRemotePartName(const std::string& remote);
+/// Returns sixteen random digits.
+[[nodiscard]] std::string MakeRandomDigits();
+
 /// A download that has another name until it is whole. Locked against other transfers meanwhile.
 class PartFile
 {
@@ -94,6 +103,10 @@ private:
 [[nodiscard]] std::string NormalizeLocal(const std::string& path);
 /// Returns the path before the last name; "." when there is nothing.
 [[nodiscard]] std::string GetDirectory(const std::string& path);
+
+/// Returns the permissions that the process's umask takes from new files; the usual ones where the
+/// system does not tell.
+[[nodiscard]] std::uint32_t GetUmask();
 
 /// Returns the time of a local file, when there is one.
 [[nodiscard]] std::optional<FileTime> FindLocalTime(int directory, const std::string& leaf);

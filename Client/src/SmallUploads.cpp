@@ -32,20 +32,31 @@ void SmallUploads::Run(const std::vector<UploadFile>& files)
     for (const auto& file : files)
         waiting.push_back(&file);
     waitingBefore = waiting.size();
-    while (!waiting.empty() || !sent.empty() || !checking.empty() || !whole.empty()) {
-        try {
-            caller.ThrowIfCancelled();
-            SendWaiting();
-            TakeSome();
-            if (whole.size() >= namesAtOnce || (sent.empty() && checking.empty()))
-                NameWhole();
-        } catch (const CallsLost&) {
-            caller.Recover();
-            StartOver();
-        } catch (...) {
-            DropParts();
-            throw;
-        }
+    try {
+        while (!waiting.empty() || !sent.empty() || !checking.empty() || !whole.empty())
+            RunSome();
+        // The parts of those that failed, or are sent in another way.
+        std::erase_if(begun, [](const auto* job) { return job->IsInPlace(); });
+        DropParts();
+    } catch (const ConnectionLostException& lost) {
+        EndLost(lost);
+    } catch (...) {
+        DropParts();
+        throw;
+    }
+}
+
+void SmallUploads::RunSome()
+{
+    try {
+        caller.ThrowIfCancelled();
+        SendWaiting();
+        TakeSome();
+        if (whole.size() >= namesAtOnce || (sent.empty() && checking.empty()))
+            NameWhole();
+    } catch (const CallsLost&) {
+        StartOver();
+        caller.Recover();
     }
 }
 
@@ -80,8 +91,10 @@ void SmallUploads::TakeSome()
 void SmallUploads::StartOver()
 {
     for (auto* const queue : {&checking, &sent}) {
-        for (const auto& upload : *queue)
+        for (const auto& upload : *queue) {
             waiting.push_back(upload.job);
+            begun.insert(upload.job);
+        }
         queue->clear();
     }
     sentBytes = 0;
@@ -110,10 +123,10 @@ std::optional<SmallUploads::Upload> SmallUploads::Start(const UploadFile& job)
         content->resize(size);
         transfer.Pace(size);
         const FileTime time = IsPast(job.time) ? job.time : marker;
-        upload = {&job, size, time,
-                  caller.UploadFile(job.written, std::move(content), ToUaTime(time),
-                                    MakePermissions(job.permissions)),
-                  nullptr};
+        upload = {
+            &job, size, time,
+            caller.UploadFile(job.written, std::move(content), ToUaTime(time), MakeFlags(job)),
+            nullptr};
     });
     return upload;
 }
@@ -181,6 +194,7 @@ void SmallUploads::Fail(const Upload& upload)
     if (isOpen)
         caller.Close(handle);
     LookForReason(transfer, *upload.job, isOpen ? Step::Write : Step::Close);
+    begun.erase(upload.job);
     if (!upload.job->IsInPlace())
         caller.Delete({upload.job->written});
     transfer.tally.FailFile(
@@ -194,16 +208,19 @@ void SmallUploads::Fail(const Upload& upload)
 void SmallUploads::Succeed(const Upload& upload)
 {
     transfer.tally.Move(upload.job->remote, upload.size, upload.size, upload.size);
-    if (upload.job->IsInPlace())
-        transfer.tally.FinishFile(upload.job->remote, upload.size);
-    else
+    if (!upload.job->IsInPlace()) {
         whole.push_back(upload.job);
+        return;
+    }
+    begun.erase(upload.job);
+    transfer.tally.FinishFile(upload.job->remote, upload.size);
 }
 
 void SmallUploads::NameWhole()
 {
     const auto failures = GiveNames(transfer, whole);
     for (std::size_t i = 0; i < whole.size(); ++i) {
+        begun.erase(whole[i]);
         if (failures[i])
             transfer.tally.FailFile(whole[i]->remote, *failures[i], whole[i]->written);
         else
@@ -212,19 +229,41 @@ void SmallUploads::NameWhole()
     whole.clear();
 }
 
+/// The connection does not come back.
+void SmallUploads::EndLost(const ConnectionLostException& lost)
+{
+    Failure failure;
+    failure.kind = FailureKind::ConnectionLost;
+    failure.cause = lost.what();
+    const UploadFile* first = !sent.empty() ? sent.front().job : nullptr;
+    if (first == nullptr && !checking.empty())
+        first = checking.front().job;
+    if (first == nullptr && !whole.empty())
+        first = whole.front();
+    if (first == nullptr && !waiting.empty())
+        first = waiting.front();
+    transfer.isOver = true;
+    transfer.tally.SetConnectionLost();
+    if (first != nullptr)
+        failure.path = first->remote;
+    transfer.tally.AddFailure(std::move(failure));
+    DropParts();
+}
+
 /// Deletes what has not got its name, as far as there is time, and names what is left.
 void SmallUploads::DropParts()
 {
-    std::vector<std::string> parts;
     for (const auto* const queue : {&sent, &checking})
-        for (const auto& upload : *queue) {
-            if (upload.job->IsInPlace())
-                transfer.tally.AddUnfinished(upload.job->remote);
-            else
-                parts.push_back(upload.job->written);
-        }
-    for (const auto* const job : whole)
-        parts.push_back(job->written);
+        for (const auto& upload : *queue)
+            begun.insert(upload.job);
+    begun.insert(whole.begin(), whole.end());
+    std::vector<std::string> parts;
+    for (const auto* const job : std::exchange(begun, {})) {
+        if (job->IsInPlace())
+            transfer.tally.AddUnfinished(job->remote);
+        else
+            parts.push_back(job->written);
+    }
     if (!caller.DeleteAnyway(parts))
         for (const auto& part : parts)
             transfer.tally.AddUnfinished(part);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <deque>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace Client {
@@ -22,7 +23,8 @@ public:
     SmallUploads& operator=(const SmallUploads&) = delete;
     ~SmallUploads() = default;
 
-    /// Sends the files, which must outlive it. Throws what Caller's waiting throws but CallsLost.
+    /// Sends the files, which must outlive it. Throws what Caller's waiting throws but CallsLost
+    /// and ConnectionLostException, which the tally is told of.
     void Run(const std::vector<UploadFile>& files);
 
 private:
@@ -35,6 +37,7 @@ private:
         CallPointer check;
     };
 
+    void RunSome();
     void SendWaiting();
     void TakeSome();
     void StartOver();
@@ -44,6 +47,7 @@ private:
     void Fail(const Upload& upload);
     void Succeed(const Upload& upload);
     void NameWhole();
+    void EndLost(const ConnectionLostException& lost);
     void DropParts();
 
     Transfer& transfer;
@@ -54,6 +58,7 @@ private:
     std::deque<Upload> sent;
     std::deque<Upload> checking;
     std::vector<const UploadFile*> whole; // without their names
+    std::set<const UploadFile*> begun;    // that may be there in part since a loss
     std::size_t sentBytes = 0;            // of `sent`
     std::size_t waitingBefore = 0;
     unsigned int losses = 0; // in a row, without progress

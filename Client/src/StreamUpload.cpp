@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <unistd.h>
 
 namespace Client {
 
@@ -16,7 +15,6 @@ namespace {
 UploadFile MakeJob(const std::string& remote)
 {
     UploadFile job;
-    job.local = "stream-" + std::to_string(getpid()); // for the name of its own
     job.remote = remote;
     job.written = remote;
     return job;

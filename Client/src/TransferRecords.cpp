@@ -1,13 +1,20 @@
 #include "TransferRecords.h"
 
+#include "LocalFiles.h"
+
 #include "Support/PrivateFiles.h"
 
+#include <cerrno>
 #include <chrono>
 #include <exception>
+#include <fcntl.h>
 #include <span>
 #include <sstream>
 #include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
+#include <utility>
 
 namespace Client {
 
@@ -61,7 +68,39 @@ std::optional<TransferRecord> FromText(const std::string& text)
     return record;
 }
 
+/// Opens and locks a file. The descriptor is not open when another one holds it.
+Support::Descriptor LockFile(const fs::path& file)
+{
+    constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    for (;;) {
+        Support::Descriptor descriptor(open(file.c_str(), flags, S_IRUSR | S_IWUSR));
+        // The time keeps it from expiring.
+        if (!descriptor.IsOpen() || flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0 ||
+            futimens(descriptor.Get(), nullptr) != 0)
+            return {};
+        struct stat own = {};
+        struct stat named = {};
+        if (fstat(descriptor.Get(), &own) != 0)
+            return {};
+        if (stat(file.c_str(), &named) == 0 && own.st_dev == named.st_dev &&
+            own.st_ino == named.st_ino)
+            return descriptor;
+        // The one before has removed it meanwhile.
+    }
+}
+
 } // namespace
+
+TransferLock::TransferLock(fs::path givenFile, Support::Descriptor givenDescriptor) noexcept
+    : file(std::move(givenFile))
+    , descriptor(std::move(givenDescriptor))
+{}
+
+TransferLock::~TransferLock()
+{
+    if (descriptor.IsOpen())
+        unlink(file.c_str());
+}
 
 TransferRecords::TransferRecords(const fs::path& stateFolder)
     : folder(stateFolder.empty() ? fs::path() : stateFolder / "transfers")
@@ -90,8 +129,7 @@ void TransferRecords::Save(const TransferKey& key, const TransferRecord& record)
     try {
         if (folder.empty())
             return;
-        Support::MakePrivateFolder(folder.parent_path());
-        Support::MakePrivateFolder(folder);
+        MakeFolder();
         RemoveExpired();
         Support::WritePrivateFile(GetFile(key), ToText(record));
     } catch (const std::exception&) {
@@ -107,6 +145,47 @@ void TransferRecords::Remove(const TransferKey& key) const noexcept
             fs::remove(GetFile(key), error);
     } catch (const std::exception&) {
         // Out of memory: what is found later is compared with what is there.
+    }
+}
+
+void TransferRecords::MakeFolder() const
+{
+    Support::MakePrivateFolder(folder.parent_path());
+    Support::MakePrivateFolder(folder);
+}
+
+std::optional<TransferLock> TransferRecords::Lock(const TransferKey& key) const noexcept
+{
+    try {
+        if (folder.empty())
+            return std::nullopt;
+        MakeFolder();
+        fs::path file = GetFile(key);
+        file += ".lock";
+        if (auto descriptor = LockFile(file); descriptor.IsOpen())
+            return std::optional<TransferLock>(std::in_place, std::move(file),
+                                               std::move(descriptor));
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): it cannot be carried on
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> TransferRecords::FindClient() const noexcept
+{
+    try {
+        if (folder.empty())
+            return std::nullopt;
+        MakeFolder();
+        const fs::path file = folder.parent_path() / "client-id";
+        const Support::Descriptor lock(
+            open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); // of the one that makes it
+        if (!lock.IsOpen() || flock(lock.Get(), LOCK_EX) != 0)
+            return std::nullopt;
+        if (!fs::exists(file))
+            Support::WritePrivateFile(file, MakeRandomDigits());
+        return Support::ReadPrivateFile(file, Support::GroupMayRead::No);
+    } catch (const std::exception&) {
+        return std::nullopt;
     }
 }
 

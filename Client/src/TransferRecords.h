@@ -2,6 +2,8 @@
 
 #include "PrefixDigest.h"
 
+#include "Support/Descriptor.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -38,6 +40,24 @@ struct TransferKey
     std::string remote;
 };
 
+/// Held by the one transfer that may carry on, and be carried on, under its key. Released at the
+/// end, also by a process that is killed.
+class TransferLock
+{
+public:
+    /// Owns the locked file, which goes with it.
+    TransferLock(std::filesystem::path file, Support::Descriptor descriptor) noexcept;
+    TransferLock(TransferLock&&) noexcept = default;
+    TransferLock(const TransferLock&) = delete;
+    TransferLock& operator=(TransferLock&&) = delete;
+    TransferLock& operator=(const TransferLock&) = delete;
+    ~TransferLock();
+
+private:
+    std::filesystem::path file;
+    Support::Descriptor descriptor;
+};
+
 /// The records of transfers that were broken off: files in the folder "transfers" of the state
 /// folder, for their owner alone. They serve to save time, so nothing is thrown: a record that
 /// cannot be written or read is none. Any thread, any number of processes.
@@ -51,7 +71,15 @@ public:
     void Save(const TransferKey& key, const TransferRecord& record) const noexcept;
     void Remove(const TransferKey& key) const noexcept;
 
+    /// Returns none while another transfer of any process or thread holds it, and where nothing is
+    /// recorded.
+    [[nodiscard]] std::optional<TransferLock> Lock(const TransferKey& key) const noexcept;
+    /// Returns a random text that stays the same for this state folder; none where it cannot be
+    /// kept.
+    [[nodiscard]] std::optional<std::string> FindClient() const noexcept;
+
 private:
+    void MakeFolder() const;
     [[nodiscard]] std::filesystem::path GetFile(const TransferKey& key) const;
     void RemoveExpired() const;
 

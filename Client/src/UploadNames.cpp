@@ -1,11 +1,12 @@
 #include "UploadNames.h"
 
+#include "LocalFiles.h"
 #include "ObjectCaller.h"
+#include "Stamp.h"
 #include "StatusWords.h"
 
-#include <open62541/types.h>
-
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <utility>
 
@@ -15,21 +16,20 @@ namespace {
 
 constexpr std::uint32_t readableForAll = 0444;
 constexpr std::uint32_t writableForAll = 0222;
-constexpr std::uint32_t executableForAll = 0111;
 constexpr std::uint32_t usableForOwner = 0600;
 
 /// Returns the mode that a file gets: a new one that of its source. In place of another one it
-/// keeps that one's, and the permissions that are sent with it change it as they would have in
-/// place.
+/// keeps that one's, but for being read-only or executable: nobody may read it who could not
+/// before.
 std::optional<std::uint32_t> GetMode(const UploadFile& file) noexcept
 {
     if (!file.modeBefore)
         return file.mode;
     std::uint32_t mode = *file.modeBefore;
     if (file.permissions.executable)
-        mode |= executableForAll;
+        mode |= (mode & readableForAll) >> 2U; // for those who may read
     if (file.permissions.readOnly)
-        mode = (mode | readableForAll) & ~writableForAll;
+        mode &= ~writableForAll;
     return mode;
 }
 
@@ -41,36 +41,55 @@ bool IsProtected(const UploadFile& file) noexcept
     return mode && (*mode & readableForAll) != readableForAll;
 }
 
-/// Returns false when the file cannot be written.
-bool Choose(Transfer& transfer, const EntryState& state, UploadFile& file)
+/// The file objects cannot rename in a directory that they do not see, such as one that a link
+/// leads to in another folder; nor a path that leads upwards.
+bool CanRename(const EntryState& state, const EntryState& parent) noexcept
 {
-    const bool isMissing = state.kind == Kind::Missing;
+    const bool isKnown = state.status == 0 || state.status == UA_STATUSCODE_BADNOTFOUND;
+    return isKnown && !state.isSpecial && parent.kind == Kind::Directory;
+}
+
+/// Returns false when the file cannot be written.
+bool Choose(Transfer& transfer, const EntryState& state, const EntryState& parent, UploadFile& file)
+{
     if (state.kind == Kind::Directory) {
         transfer.tally.FailFile(file.remote,
                                 MakeReasonFailure(file.remote, Step::Open, "is a directory"), "");
         return false;
     }
-    // A path that the file objects do not take, since it leads upwards, is none that they rename.
-    if (state.isSpecial || (isMissing && state.status == UA_STATUSCODE_BADINVALIDARGUMENT))
+    if (!CanRename(state, parent))
         return true;
-    file.written = GetRemotePartName(file.remote, file.local);
-    if (!isMissing)
+    file.written = MakeRemotePartName(file.remote);
+    if (state.kind != Kind::Missing)
         file.modeBefore = state.permissions;
     return true;
 }
 
-void ChooseNames(Transfer& transfer, std::vector<UploadFile>& files)
+/// Returns the states of the files, and behind them those of their directories, each once:
+/// `parents` says where.
+std::vector<EntryState> AskStates(const Transfer& transfer, const std::vector<UploadFile>& files,
+                                  std::map<std::string, std::size_t>& parents)
 {
     std::vector<std::string> paths;
     paths.reserve(files.size());
     for (const auto& file : files)
         paths.push_back(file.remote);
-    const auto states =
-        transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
+    for (const auto& file : files)
+        if (const auto parent = GetDirectory(Normalize(file.remote));
+            parents.emplace(parent, paths.size()).second)
+            paths.push_back(parent);
+    return transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
+}
+
+void ChooseNames(Transfer& transfer, std::vector<UploadFile>& files)
+{
+    std::map<std::string, std::size_t> parents;
+    const auto states = AskStates(transfer, files, parents);
     std::size_t next = 0;
     std::erase_if(files, [&](UploadFile& file) {
         const EntryState& state = states[next++];
-        return !file.isWhole && !Choose(transfer, state, file);
+        const EntryState& parent = states[parents.at(GetDirectory(Normalize(file.remote)))];
+        return !file.isWhole && !Choose(transfer, state, parent, file);
     });
 }
 
@@ -197,6 +216,11 @@ void ChooseNames(Transfer& transfer, UploadPlan& plan)
         if (IsProtected(file))
             plan.large.push_back(file);
     std::erase_if(plan.small, IsProtected);
+}
+
+UA_Byte MakeFlags(const UploadFile& file) noexcept
+{
+    return file.IsInPlace() ? MakePermissions(file.permissions) : UA_Byte{0};
 }
 
 std::vector<std::optional<Failure>> GiveNames(Transfer& transfer,

@@ -3,6 +3,8 @@
 #include "Jobs.h"
 #include "UploadPlan.h"
 
+#include <open62541/types.h>
+
 #include <functional>
 #include <optional>
 #include <span>
@@ -13,6 +15,10 @@ namespace Client {
 /// Chooses the names that files are written to, where the server can rename them afterwards. Tells
 /// the tally of those that cannot be written and takes them out. Throws what ObjectCaller throws.
 void ChooseNames(Transfer& transfer, UploadPlan& plan);
+
+/// Returns the permissions that are sent with the content: none with a part, which gets its mode
+/// with its name.
+[[nodiscard]] UA_Byte MakeFlags(const UploadFile& file) noexcept;
 
 /// Gives the files, which are whole under the names that they were written to, their own names, and
 /// the permissions of those in whose place they come. Returns for each what has failed. Throws what

@@ -16,6 +16,8 @@ namespace Client {
 namespace {
 
 constexpr std::uint32_t modeBits = 0777;
+/// The server's umask is not known; this is the usual one.
+constexpr std::uint32_t newFileBits = modeBits & ~022U;
 constexpr std::size_t smallFile = std::size_t{256} << 10U;
 
 struct DirectoryCloser
@@ -133,7 +135,7 @@ private:
         job.size = static_cast<std::uint64_t>(status.st_size);
         job.time = FileTime(std::chrono::seconds(status.st_mtim.tv_sec));
         if (options.setsPermissions) {
-            job.mode = status.st_mode & modeBits;
+            job.mode = status.st_mode & (isAlone ? modeBits : newFileBits);
             NotePrivateMode(local, status);
             job.permissions.executable = (status.st_mode & S_IXUSR) != 0;
             job.permissions.readOnly = (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;

@@ -3,6 +3,8 @@
 #include "Fixture.h"
 #include "Relay.h"
 
+#include "LocalFiles.h"
+
 #include "Client/FileSystem.h"
 
 #include <gmock/gmock.h>
@@ -12,6 +14,9 @@
 #include <atomic>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <utility>
 #include <vector>
 
 using namespace Client;
@@ -33,10 +38,6 @@ protected:
         return {{(local.GetPath() / "file").string(), Target().string()}};
     }
     fs::path Target() const { return root.GetPath() / "file"; }
-    std::string GetPart() const
-    {
-        return GetRemotePartName(Target().string(), (local.GetPath() / "file").string());
-    }
     std::vector<std::string> GetNames() const
     {
         std::vector<std::string> names;
@@ -122,7 +123,115 @@ TEST_F(AReplacedFile, GetsThePermissionsThatAreSent)
     fs::permissions(Target(), fs::perms(0640));
     fs::permissions(items[0].local, fs::perms(0555));
     ASSERT_TRUE(fileSystem.Upload(items).IsComplete());
-    EXPECT_EQ(GetMode(Target()), 0555U);
+    EXPECT_EQ(GetMode(Target()), 0550U);
+}
+
+TEST_F(AReplacedFile, IsNeverReadableForMoreThanBefore)
+{
+    for (const std::size_t size : {smallSize, largeSize}) {
+        const auto items = MakeItem(size);
+        WriteFile(Target(), "before");
+        fs::permissions(Target(), fs::perms(0600));
+        fs::permissions(items[0].local, fs::perms(0400));
+        std::vector<unsigned int> modes;
+        TransferOptions options;
+        options.verifies = true; // with the part closed
+        options.progress = [&](const Progress& progress) {
+            if (progress.isFileFinished)
+                return;
+            for (const auto& entry : fs::directory_iterator(root.GetPath()))
+                modes.push_back(GetMode(entry.path()));
+        };
+        const auto sent = fileSystem.Upload(items, options);
+        EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+        EXPECT_THAT(modes, testing::Contains(0600U));
+        EXPECT_THAT(modes, testing::Each(testing::AnyOf(0600U, 0400U)));
+        EXPECT_EQ(GetMode(Target()), 0400U);
+        ASSERT_TRUE(fileSystem.Upload(items).IsComplete());
+        EXPECT_EQ(GetMode(Target()), 0400U);
+        fs::remove(Target());
+        fs::remove(items[0].local);
+    }
+}
+
+TEST_F(AReplacedFile, IsWholeThoughAnotherTransferOfItIsInterruptedMeanwhile)
+{
+    const auto items = MakeItem(largeSize);
+    Connection otherConnection(MakeOptions(host));
+    FileSystem other(otherConnection);
+    TransferResult broken;
+    TransferOptions options;
+    options.progress = [&, isFirst = true](const Progress& progress) mutable {
+        if (!isFirst || progress.bytes == 0)
+            return;
+        isFirst = false;
+        std::thread([&] {
+            Cancellation cancellation;
+            TransferOptions interrupted;
+            interrupted.cancellation = &cancellation;
+            interrupted.progress = [&](const Progress&) {
+                cancellation.Cancel();
+            };
+            broken = other.Upload(items, interrupted);
+        }).join();
+    };
+    const auto sent = fileSystem.Upload(items, options);
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    ASSERT_TRUE(broken.isCancelled);
+    EXPECT_TRUE(ReadFile(Target()) == MakeContent(largeSize));
+    EXPECT_EQ(GetSeconds(Target()), oldTime);
+    TransferOptions again;
+    again.resumes = true;
+    ASSERT_TRUE(fileSystem.Upload(MakeItem(largeSize + 1), again).IsComplete());
+    EXPECT_TRUE(ReadFile(Target()) == MakeContent(largeSize + 1));
+}
+
+TEST_F(AReplacedFile, IsWrittenThroughALinkIntoAnotherFolder)
+{
+    TemporaryFolder second;
+    HostProcess two(root.GetPath(), [&] {
+        auto arguments = GetObjectArguments();
+        arguments.insert(arguments.end(), {"--root", second.GetPath().string()});
+        return arguments;
+    }());
+    fs::create_directory_symlink(second.GetPath(), root.GetPath() / "link");
+    Connection toBoth(MakeOptions(two));
+    FileSystem both(toBoth);
+    for (const std::size_t size : {smallSize, largeSize}) {
+        auto items = MakeItem(size);
+        items[0].remote = (root.GetPath() / "link" / "file").string();
+        const auto sent = both.Upload(items);
+        EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+        EXPECT_TRUE(ReadFile(second.GetPath() / "file") == MakeContent(size));
+        EXPECT_EQ(std::distance(fs::directory_iterator(second.GetPath()), {}), 1);
+    }
+}
+
+TEST_F(AReplacedFile, IsNewWithoutWhatTheUmaskTakesUnlessItIsPartOfATree)
+{
+    const auto items = MakeItem(smallSize);
+    fs::permissions(items[0].local, fs::perms(0666));
+    ASSERT_TRUE(fileSystem.Upload(items).IsComplete());
+    EXPECT_EQ(GetMode(Target()), 0644U);
+    fs::permissions(Target(), fs::perms(0666));
+    const mode_t before = umask(077);
+    const auto back = local.GetPath() / "back";
+    const auto fetched = fileSystem.Download({{back.string(), Target().string()}});
+    umask(before);
+    ASSERT_TRUE(fetched.IsComplete()) << Describe(fetched);
+    EXPECT_EQ(GetMode(back), 0600U);
+    ListEntry entry;
+    entry.path = "file";
+    TreePart part{local.GetPath().string(), root.GetPath().string(), {entry}};
+    fs::remove(Target());
+    ASSERT_TRUE(fileSystem.UploadPart(part).IsComplete());
+    EXPECT_EQ(GetMode(Target()), 0666U);
+    fs::remove(items[0].local);
+    const mode_t again = umask(077);
+    const auto synchronized = fileSystem.DownloadPart(part);
+    umask(again);
+    ASSERT_TRUE(synchronized.IsComplete()) << Describe(synchronized);
+    EXPECT_EQ(GetMode(items[0].local), 0666U);
 }
 
 TEST_F(AReplacedFile, TakesThePlaceOfALink)
@@ -156,9 +265,9 @@ TEST_F(AReplacedFile, IsCarriedOnFromItsPart)
     };
     const auto broken = fileSystem.Upload(items, options);
     ASSERT_TRUE(broken.isCancelled);
-    EXPECT_THAT(broken.unfinished, testing::ElementsAre(GetPart()));
+    ASSERT_THAT(broken.unfinished, testing::SizeIs(1));
     EXPECT_EQ(ReadFile(Target()), "before");
-    EXPECT_GT(fs::file_size(GetPart()), 0U);
+    EXPECT_GT(fs::file_size(broken.unfinished[0]), 0U);
     TransferOptions again;
     again.resumes = true;
     again.verifies = true;
@@ -210,6 +319,51 @@ TEST_F(AReplacedFile, IsRenamedAlthoughTheConnectionIsLostMeanwhile)
     }
 }
 
+TEST_F(AReplacedFile, LeavesNoPartUntoldWhenTheConnectionIsGivenUp)
+{
+    const fs::path tree = local.GetPath() / "tree";
+    for (int i = 0; i < 1000; ++i)
+        MakeFile(tree / std::to_string(i), smallSize);
+    for (const bool isInterrupted : {false, true}) {
+        const fs::path target = root.GetPath() / (isInterrupted ? "interrupted" : "lost");
+        Relay relay(host.GetPort());
+        Cancellation cancellation;
+        auto options = MakeOptions(host);
+        options.url = relay.GetUrl();
+        options.reconnectTime = std::chrono::milliseconds(isInterrupted ? 60'000 : 300);
+        options.report = [&](const std::string&) {
+            if (isInterrupted)
+                cancellation.Cancel();
+        };
+        Connection cut(options);
+        FileSystem files(cut);
+        TransferOptions transfer;
+        transfer.isRecursive = true;
+        transfer.cancellation = &cancellation;
+        transfer.progress = [&, isFirst = true](const Progress& progress) mutable {
+            if (!std::exchange(isFirst, isFirst && progress.bytes < 300 * smallSize))
+                return;
+            if (progress.bytes >= 300 * smallSize) {
+                relay.Refuse(true);
+                relay.Cut();
+            }
+        };
+        const auto sent = files.Upload({{tree.string(), target.string()}}, transfer);
+        EXPECT_EQ(sent.isCancelled, isInterrupted);
+        EXPECT_EQ(sent.isConnectionLost, !isInterrupted);
+        for (const auto& failure : sent.failures)
+            EXPECT_FALSE(failure.path.empty()) << failure.cause;
+        EXPECT_EQ(sent.failures.empty(), isInterrupted);
+        std::size_t parts = 0;
+        for (const auto& entry : fs::directory_iterator(target))
+            if (IsPartName(entry.path().filename().string())) {
+                ++parts;
+                EXPECT_THAT(sent.unfinished, testing::Contains(entry.path().string()));
+            }
+        EXPECT_GT(parts, 0U);
+    }
+}
+
 TEST_F(AReplacedFile, CanComeFromAStream)
 {
     WriteFile(Target(), "before");
@@ -243,13 +397,16 @@ TEST_F(AReplacedFile, StaysWhenItsStreamFails)
 TEST(APartName, IsRecognised)
 {
     EXPECT_TRUE(IsPartName(GetPartName("file")));
-    EXPECT_TRUE(IsPartName(GetRemotePartName("file", "here")));
-    EXPECT_TRUE(IsPartName(GetRemotePartName(std::string(250, 'x'), "here")));
-    EXPECT_LE(GetRemotePartName(std::string(250, 'x'), "here").size(), 255U);
+    EXPECT_TRUE(IsPartName(GetRemotePartName("file", "here", "1")));
+    EXPECT_TRUE(IsPartName(GetRemotePartName(std::string(250, 'x'), "here", "1")));
+    EXPECT_LE(GetRemotePartName(std::string(250, 'x'), "here", "1").size(), 255U);
+    EXPECT_TRUE(IsPartName(MakeRemotePartName("file")));
     EXPECT_FALSE(IsPartName("file"));
     EXPECT_FALSE(IsPartName(".talvensor-part"));
     EXPECT_FALSE(IsPartName(".file.talvensor-parts"));
-    EXPECT_NE(GetRemotePartName("file", "here"), GetRemotePartName("file", "there"));
+    EXPECT_NE(GetRemotePartName("file", "here", "1"), GetRemotePartName("file", "there", "1"));
+    EXPECT_NE(GetRemotePartName("file", "here", "1"), GetRemotePartName("file", "here", "2"));
+    EXPECT_NE(MakeRemotePartName("file"), MakeRemotePartName("file"));
 }
 
 } // namespace

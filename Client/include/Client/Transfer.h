@@ -111,13 +111,14 @@ struct TransferOptions
     /// Sets the times of files and directories as they are at the source.
     bool setsTimes = true;
     /// Sets permissions. With file objects, new remote files and all fetched files get those of the
-    /// source; without them, an upload sets what the server's flags can say, executable where the
-    /// owner may execute and read-only where nobody may write, and a download sets none.
+    /// source, without those that the umask takes (of remote files 022; nothing is taken of the
+    /// parts of a tree); without them, an upload sets what the server's flags can say, executable
+    /// where the owner may execute and read-only where nobody may write, and a download sets none.
     bool setsPermissions = true;
     /// Uploads only: writes into the target itself, which others see half meanwhile, and which a
     /// link leads to. Otherwise, where the server has file objects, a file is written beside its
-    /// target under the name GetRemotePartName and takes its place, or that of a link, when it is
-    /// whole. Pipes and devices are written in place in any case.
+    /// target under a name of its own (IsPartName) and takes its place, or that of a link, when it
+    /// is whole. Pipes and devices are written in place in any case.
     bool isInPlace = false;
     /// Uploads only: a target in place that cannot be opened is deleted first.
     bool replaces = false;
@@ -158,11 +159,7 @@ struct TransferResult
 /// transfer has that name.
 [[nodiscard]] std::string GetPartName(const std::string& local);
 
-/// The name that an upload of a local file has until it is whole. It is the same for the same
-/// source on the same machine, so that it can be carried on, and another one for other sources.
-[[nodiscard]] std::string GetRemotePartName(const std::string& remote, const std::string& local);
-
-/// Returns true for a file name of the form that both give.
+/// Returns true for a file name of the form that parts have, here and on the server.
 [[nodiscard]] bool IsPartName(std::string_view name);
 
 } // namespace Client
