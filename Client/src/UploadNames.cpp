@@ -17,14 +17,15 @@ namespace {
 constexpr std::uint32_t readableForAll = 0444;
 constexpr std::uint32_t writableForAll = 0222;
 constexpr std::uint32_t usableForOwner = 0600;
+constexpr std::uint32_t ordinary = 0644;
 
-/// Returns the mode that a file gets: a new one that of its source. In place of another one it
-/// keeps that one's, but for being read-only or executable: nobody may read it who could not
-/// before.
+/// Returns the mode that a file gets: a new one that of its source, unless that is ordinary: then
+/// none, and the server's umask decides. In place of another one it keeps that one's, but for being
+/// read-only or executable: nobody may read it who could not before.
 std::optional<std::uint32_t> GetMode(const UploadFile& file) noexcept
 {
     if (!file.modeBefore)
-        return file.mode;
+        return file.mode == ordinary ? std::nullopt : file.mode;
     std::uint32_t mode = *file.modeBefore;
     if (file.permissions.executable)
         mode |= (mode & readableForAll) >> 2U; // for those who may read
