@@ -18,7 +18,9 @@ class HostQueue
 public:
     explicit HostQueue(std::size_t count)
         : states(count)
-    {}
+    {
+        ended.reserve(count); // `End` must not fail
+    }
 
     /// Returns the number of the next host, for the calling thread; none when all have begun.
     std::optional<std::size_t> Begin() EXCLUDES(mutex)
@@ -92,8 +94,17 @@ public:
         , queue(hosts.size())
         , results(hosts.size())
     {
-        for (std::size_t count = std::min(atOnce, hosts.size()); count > 0; --count)
-            threads.emplace_back([this] { Work(); });
+        const auto count = std::min(atOnce, hosts.size());
+        threads.reserve(count);
+        try {
+            while (threads.size() < count)
+                threads.emplace_back([this] { Work(); });
+        } catch (const std::exception& error) {
+            // The system gives no more threads, or no memory for one; those there are do it all.
+            if (threads.empty())
+                throw Client::OperationFailedException(std::string("cannot start a thread: ") +
+                                                       error.what());
+        }
     }
     Fleet(const Fleet&) = delete;
     Fleet& operator=(const Fleet&) = delete;
@@ -130,7 +141,22 @@ private:
             if (connections.GetCancellation().IsCancelled())
                 queue.End(*number, MakeNotBegun(hosts[*number]));
             else
-                queue.End(*number, RunOnHost(hosts[*number], shared, connections));
+                queue.End(*number, RunOne(hosts[*number]));
+        }
+    }
+
+    /// Runs the command on a host. An exception would end the whole program here.
+    HostResult RunOne(const NamedHost& host)
+    {
+        try {
+            return RunOnHost(host, shared, connections);
+        } catch (const std::exception& error) {
+            HostResult result;
+            result.name = host.name;
+            result.isBegun = true;
+            result.reason = error.what();
+            result.ending = {ExitStatus::Failed, false, result.reason};
+            return result;
         }
     }
 

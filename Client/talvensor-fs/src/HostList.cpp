@@ -76,7 +76,10 @@ public:
 private:
     void Add(NamedHost host)
     {
-        if (names.insert(host.name).second)
+        auto endpoint = *host.settings.endpoint;
+        while (endpoint.ends_with('/'))
+            endpoint.pop_back();
+        if (names.insert(host.name).second && urls.insert(CompleteUrl(endpoint)).second)
             hosts.push_back(std::move(host));
     }
 
@@ -91,6 +94,7 @@ private:
     const std::filesystem::path profileFile;
     std::optional<ProfileFile> profiles;
     std::unordered_set<std::string> names;
+    std::unordered_set<std::string> urls;
     std::vector<NamedHost> hosts;
 };
 

@@ -72,7 +72,7 @@ public:
         : host(host)
         , shared(shared)
         , connections(connections)
-        , console([this](const std::string& line) { result.messages.push_back(line); })
+        , console([this](const std::string& line) { AddMessage(line); })
         , trust({.fingerprint = shared.trust.fingerprint,
                  .acceptsNew = shared.trust.acceptsNew,
                  .mayAsk = false},
@@ -87,6 +87,7 @@ public:
         result.ending = RunToEnd([this] { return Execute(); }, trust,
                                  [this] { return connections.GetCancellation().IsCancelled(); });
         result.output = std::move(kept.text);
+        result.messages = TakeMessages();
         result.time = std::chrono::steady_clock::now() - begin;
         if (!result.IsGood())
             result.reason = FindReason();
@@ -100,7 +101,7 @@ private:
         Client::Connection connection(MakeOptions(), &cancellation);
         const OpenConnections::Entry entry(connections, connection);
         Remote remote(connection);
-        firstOfCommand = result.messages.size();
+        firstOfCommand = CountMessages();
         return RunCommand(ForHost(shared.command, host.name), {.remote = remote,
                                                                .console = console,
                                                                .choice = shared.choice,
@@ -130,6 +131,24 @@ private:
         return options;
     }
 
+    void AddMessage(const std::string& line) EXCLUDES(mutex)
+    {
+        const Support::Lock lock(mutex);
+        messages.push_back(line);
+    }
+
+    [[nodiscard]] std::size_t CountMessages() EXCLUDES(mutex)
+    {
+        const Support::Lock lock(mutex);
+        return messages.size();
+    }
+
+    [[nodiscard]] std::vector<std::string> TakeMessages() EXCLUDES(mutex)
+    {
+        const Support::Lock lock(mutex);
+        return std::move(messages);
+    }
+
     [[nodiscard]] std::string FindReason() const
     {
         if (!result.ending.reason.empty() || result.messages.size() <= firstOfCommand)
@@ -141,6 +160,8 @@ private:
     const SharedCommand& shared;
     OpenConnections& connections;
     HostResult result;
+    Support::Mutex mutex;
+    std::vector<std::string> messages GUARDED_BY(mutex); // the connection's threads report, too
     KeptOutput kept;
     std::size_t firstOfCommand = 0; // those before are of the connection
     Console console;
