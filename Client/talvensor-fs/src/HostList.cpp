@@ -76,10 +76,7 @@ public:
 private:
     void Add(NamedHost host)
     {
-        auto endpoint = *host.settings.endpoint;
-        while (endpoint.ends_with('/'))
-            endpoint.pop_back();
-        if (names.insert(host.name).second && urls.insert(CompleteUrl(endpoint)).second)
+        if (names.insert(host.name).second)
             hosts.push_back(std::move(host));
     }
 
@@ -94,7 +91,6 @@ private:
     const std::filesystem::path profileFile;
     std::optional<ProfileFile> profiles;
     std::unordered_set<std::string> names;
-    std::unordered_set<std::string> urls;
     std::vector<NamedHost> hosts;
 };
 
