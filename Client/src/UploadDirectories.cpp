@@ -28,7 +28,7 @@ std::vector<bool> MakeSome(Caller& caller, std::span<const UploadDirectory> part
     return made;
 }
 
-/// What should go into it is not tried.
+/// Nothing that should go into it is tried.
 void FailToMake(Transfer& transfer, const std::string& directory)
 {
     transfer.reasons.AddObstacle(directory, "No such directory: " + directory);

@@ -138,13 +138,13 @@ struct TransferResult
     std::uint64_t resumedBytes = 0; ///< not moved, since an earlier transfer had
     std::chrono::nanoseconds duration{0};
     std::vector<Failure> failures;
-    /// What was left out, or done in part, and is no failure: links and special files in a local
+    /// Things left out, or done in part, which are no failures: links and special files in a local
     /// tree, files whose private mode the server cannot keep.
     std::vector<Failure> notes;
-    /// What was begun and is not whole: after a cancellation, a lost connection or a failure.
-    /// Remote files are those that hold a part of the source, the targets themselves only if they
-    /// were written in place. Local ones are the targets, which have not been touched: a part is
-    /// kept beside them under the name GetPartName.
+    /// Files that were begun and are not whole: after a cancellation, a lost connection or a
+    /// failure. Remote files are those that hold a part of the source, the targets themselves only
+    /// if they were written in place. Local ones are the targets, which have not been touched: a
+    /// part is kept beside them under the name GetPartName.
     std::vector<std::string> unfinished;
     bool isCancelled = false;
     bool isConnectionLost = false;

@@ -22,7 +22,7 @@ struct SharedCommand
     Trust::Options trust;
 };
 
-/// What came of a command on one host.
+/// The outcome of a command on one host.
 struct HostResult
 {
     std::string name;

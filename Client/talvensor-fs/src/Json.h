@@ -27,7 +27,7 @@ enum class JsonReader
     return output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
 }
 
-/// What came of a command on one of many hosts.
+/// The outcome of a command on one of many hosts.
 struct HostSummary
 {
     std::string host;
@@ -38,7 +38,7 @@ struct HostSummary
     std::string reason; ///< empty: none
 };
 
-/// What a synchronisation did, or would do.
+/// The steps that a synchronisation took, or would take.
 struct SyncSummary
 {
     bool isTrial = false;

@@ -21,7 +21,7 @@ namespace Cli {
 [[nodiscard]] std::string RemoveEscapes(std::string_view pattern);
 
 /// A tree of files in which paths are looked for. Directories that cannot be listed are empty.
-/// What its functions throw ends the search.
+/// An exception of its functions ends the search.
 struct SearchedTree
 {
     /// Lists a directory; the empty path is the current one.

@@ -1,4 +1,4 @@
-// What the server knows of paths and disks: stat, df.
+// Facts that the server knows of paths and disks: stat, df.
 
 #include "ServerCommands.h"
 
@@ -17,7 +17,7 @@ namespace Cli {
 
 namespace {
 
-/// What a server without file objects can tell.
+/// Everything that a server without file objects can tell.
 Client::EntryState FindState(const std::string& path, const Workplace& workplace)
 {
     auto& files = workplace.remote.GetFiles();

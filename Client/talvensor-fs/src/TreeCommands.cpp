@@ -1,4 +1,4 @@
-// What is below a directory: du, find, tree.
+// Trees below a directory: du, find, tree.
 
 #include "ServerCommands.h"
 
