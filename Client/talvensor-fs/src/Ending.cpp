@@ -1,6 +1,6 @@
 #include "Ending.h"
 
-#include "Output.h"
+#include "Output/Output.h"
 
 #include "Client/Exceptions.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Connection/Trust.h"
 #include "ExitStatus.h"
-#include "Trust.h"
 
 #include <functional>
 #include <string>

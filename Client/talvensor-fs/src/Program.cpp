@@ -1,15 +1,15 @@
 #include "Program.h"
 
-#include "CertificateCommands.h"
-#include "CommandRunner.h"
+#include "Commands/CertificateCommands.h"
+#include "Commands/CommandRunner.h"
+#include "Connection/Trust.h"
 #include "Ending.h"
-#include "Fleet.h"
-#include "Grammar.h"
+#include "Fleet/Fleet.h"
+#include "Grammar/Grammar.h"
 #include "Interruption.h"
-#include "Prompt.h"
-#include "Shell.h"
+#include "Shell/Prompt.h"
+#include "Shell/Shell.h"
 #include "TidyEnd.h"
-#include "Trust.h"
 
 #include <array>
 #include <clocale>

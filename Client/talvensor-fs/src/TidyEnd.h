@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Client/Cancellation.h"
-#include "Console.h"
+#include "Output/Console.h"
 
 #include <functional>
 #include <thread>

@@ -1,4 +1,4 @@
-#include "Grammar.h"
+#include "Grammar/Grammar.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

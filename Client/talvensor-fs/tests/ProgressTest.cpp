@@ -1,5 +1,5 @@
-#include "Progress.h"
-#include "Text.h"
+#include "Output/Progress.h"
+#include "Output/Text.h"
 
 #include <clocale>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-#include "Completion.h"
-#include "Words.h"
+#include "Grammar/Completion.h"
+#include "Output/Words.h"
 
 #include "Client/Exceptions.h"
 

@@ -1,7 +1,7 @@
 // The steps of a synchronisation, from two lists of entries.
 
-#include "SyncPlan.h"
-#include "SyncScan.h"
+#include "Sync/SyncPlan.h"
+#include "Sync/SyncScan.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

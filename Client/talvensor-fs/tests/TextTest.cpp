@@ -1,5 +1,5 @@
-#include "Text.h"
-#include "Times.h"
+#include "Output/Text.h"
+#include "Output/Times.h"
 
 #include "Client/Exceptions.h"
 

@@ -1,0 +1,386 @@
+#include "Commands/ServerCommands.h"
+
+#include "Commands/LocalDigest.h"
+#include "Output/Json.h"
+#include "Output/Progress.h"
+#include "Output/Text.h"
+#include "Sync/SyncScan.h"
+
+#include "Client/FileObjects.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <unordered_map>
+
+namespace Cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+Client::ListEntry ToListEntry(const SyncEntry& entry)
+{
+    return {
+        .path = entry.path, .time = entry.time, .isDirectory = entry.type == EntryType::Directory};
+}
+
+/// One run of `sync`.
+class SyncRun
+{
+public:
+    SyncRun(const SyncCommand& command, const Workplace& workplace)
+        : command(command)
+        , workplace(workplace)
+        , objects(workplace.remote.GetConnection())
+        , local(command.isUpload ? command.source : command.target)
+        , remote(workplace.remote.Resolve(command.isUpload ? command.target : command.source))
+        , exclusions(command.exclusions)
+        , output(none, workplace.kept)
+    {}
+
+    ExitStatus Run()
+    {
+        const auto begin = std::chrono::steady_clock::now();
+        if (command.comparesContents && !objects.AreOffered())
+            throw Client::OperationFailedException(
+                "--checksum: the server has no file objects, which find the checksums");
+        auto source = command.isUpload ? ScanLocalSide() : ScanRemoteSide(true);
+        auto target = command.isUpload ? ScanRemoteSide(false) : ScanLocalTarget();
+        if (!objects.AreOffered())
+            FindSizes(command.isUpload ? target : source, command.isUpload ? source : target);
+        auto plan = MakeSyncPlan(source, target,
+                                 {.deletes = command.deletes,
+                                  .keepsNewer = command.keepsNewer,
+                                  .comparesContents = command.comparesContents});
+        CompareContents(plan);
+        for (const auto& conflict : plan.conflicts)
+            Fail(conflict);
+        if (command.deletes && !source.isWhole)
+            workplace.console.Report("nothing is deleted, since the source could not be listed "
+                                     "whole");
+        summary.isTrial = command.isTrial;
+        summary.same = plan.same;
+        summary.newer = plan.newer;
+        if (command.isTrial)
+            Show(plan);
+        else
+            Do(plan);
+        summary.seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+        return Conclude();
+    }
+
+private:
+    ScanReport MakeReport()
+    {
+        return {.note = [this](const std::string& text) { workplace.console.Report(text); },
+                .fail =
+                    [this](const std::string& text) {
+                        Fail(text);
+                    }};
+    }
+
+    void Fail(const std::string& text)
+    {
+        workplace.console.Report(text);
+        hasFailed = true;
+    }
+
+    SyncTree ScanLocalSide()
+    {
+        return ScanLocal(local, exclusions, command.followsLinks ? Links::Followed : Links::Skipped,
+                         MakeReport(), workplace.cancellation);
+    }
+
+    /// A target that is missing is made by the transfer.
+    SyncTree ScanLocalTarget()
+    {
+        struct stat status = {};
+        if (stat(local.c_str(), &status) != 0 && errno == ENOENT)
+            return {};
+        return ScanLocal(local, exclusions, Links::Shown, MakeReport(), workplace.cancellation);
+    }
+
+    SyncTree ScanRemoteSide(bool isSource)
+    {
+        auto& files = workplace.remote.GetFiles();
+        const auto kind = files.GetKind(remote, &workplace.cancellation);
+        if (kind == Client::Kind::File)
+            throw Client::OperationFailedException(remote + ": Not a directory");
+        if (kind == Client::Kind::Directory)
+            return ScanRemote(remote, exclusions, MakeReport(), workplace);
+        if (isSource)
+            throw Client::OperationFailedException(remote + ": No such file or directory");
+        if (!command.isTrial)
+            files.CreateDirectory(remote, &workplace.cancellation);
+        return {};
+    }
+
+    /// Asks for the sizes of remote files whose times do not differ already.
+    void FindSizes(SyncTree& remoteTree, const SyncTree& localTree)
+    {
+        std::unordered_map<std::string, const SyncEntry*> locals;
+        for (const auto& entry : localTree.entries)
+            locals.emplace(entry.path, &entry);
+        std::vector<SyncEntry*> measured;
+        std::vector<std::string> paths;
+        for (auto& entry : remoteTree.entries) {
+            const auto found = locals.find(entry.path);
+            if (entry.type != EntryType::File || found == locals.end() ||
+                found->second->time != entry.time)
+                continue;
+            measured.push_back(&entry);
+            paths.push_back(JoinPath(remote, entry.path));
+        }
+        if (paths.empty())
+            return;
+        const auto sizes = workplace.remote.GetFiles().GetSizes(paths, &workplace.cancellation);
+        for (std::size_t i = 0; i < measured.size(); ++i)
+            measured[i]->size = sizes.at(i);
+    }
+
+    void CompareContents(SyncPlan& plan)
+    {
+        for (const auto& entry : plan.compared) {
+            if (HasSameContent(entry))
+                ++plan.same;
+            else
+                plan.files.push_back(entry);
+        }
+    }
+
+    bool HasSameContent(const SyncEntry& entry)
+    {
+        try {
+            return DigestFile(local + "/" + entry.path, workplace.cancellation) ==
+                   objects.GetChecksum(JoinPath(remote, entry.path), 0, 0, &workplace.cancellation);
+        } catch (const Client::OperationFailedException&) {
+            return false; // the transfer says why
+        }
+    }
+
+    void Show(const SyncPlan& plan)
+    {
+        for (const auto& path : plan.replaced)
+            ShowStep("delete", path);
+        for (const auto& entry : plan.files) {
+            ShowStep("send", entry.path);
+            ++summary.sent;
+            summary.bytes += entry.size.value_or(0);
+        }
+        for (const auto& entry : plan.permissions)
+            ShowStep("chmod", entry.path);
+        for (const auto& path : plan.deleted)
+            ShowStep("delete", path);
+        summary.deleted = plan.replaced.size() + plan.deleted.size();
+        summary.directories = plan.made;
+        output.Flush();
+    }
+
+    void ShowStep(const char* action, const std::string& path)
+    {
+        if (workplace.choice.isJson)
+            output.Write(ToJson(action, path, GetReader()) + "\n");
+        else
+            output.Write(std::string(action) + "  " +
+                         (output.IsTerminal() ? EscapeName(path) : path) + "\n");
+    }
+
+    void Do(const SyncPlan& plan)
+    {
+        Delete(plan.replaced);
+        Client::TreePart part = MakePart(plan.directories);
+        summary.directories = plan.made;
+        for (const auto& entry : plan.files)
+            part.entries.push_back(ToListEntry(entry));
+        const bool isWhole = Transfer(part);
+        if (isWhole)
+            SetPermissions(plan.files);
+        if (!plan.deleted.empty())
+            DeleteLast(plan, isWhole);
+        SetPermissions(plan.permissions);
+        if (isWhole) // last, since nothing is deleted in a directory that cannot be written
+            SetPermissions(plan.directories);
+    }
+
+    void DeleteLast(const SyncPlan& plan, bool isWhole)
+    {
+        if (!isWhole || hasFailed) {
+            Fail("nothing is deleted, since not all was done before");
+            return;
+        }
+        Delete(plan.deleted);
+        Transfer(MakePart(plan.directories)); // what was deleted changed their times
+    }
+
+    [[nodiscard]] Client::TreePart MakePart(const std::vector<SyncEntry>& entries) const
+    {
+        Client::TreePart part{.local = local, .remote = remote, .entries = {}};
+        for (const auto& entry : entries)
+            part.entries.push_back(ToListEntry(entry));
+        return part;
+    }
+
+    /// Returns false when something of it failed. Throws CancelledException,
+    /// ConnectionLostException.
+    bool Transfer(const Client::TreePart& part)
+    {
+        if (part.entries.empty())
+            return true;
+        const auto result = Move(part);
+        summary.sent += result.files;
+        summary.bytes += result.bytes;
+        for (const auto& note : result.notes)
+            ReportNote(workplace.console, note);
+        for (const auto& failure : result.failures)
+            Report(workplace.console, failure);
+        hasFailed = hasFailed || !result.IsComplete();
+        if (result.isCancelled)
+            throw Client::CancelledException();
+        if (result.isConnectionLost)
+            throw Client::ConnectionLostException(
+                "the connection was lost and could not be made again");
+        return result.IsComplete();
+    }
+
+    Client::TransferResult Move(const Client::TreePart& part)
+    {
+        std::optional<ProgressDisplay> display;
+        Client::TransferOptions options;
+        options.jobs = command.jobs;
+        options.bytesPerSecond = command.bytesPerSecond;
+        options.cancellation = &workplace.cancellation;
+        if (!workplace.choice.isQuiet && workplace.console.CanDraw()) {
+            display.emplace(workplace.console);
+            options.progress = [&display](const Client::Progress& progress) {
+                display->Update(progress);
+            };
+        }
+        auto& files = workplace.remote.GetFiles();
+        return command.isUpload ? files.UploadPart(part, options)
+                                : files.DownloadPart(part, options);
+    }
+
+    /// Sets them as they are at the source, where both sides can tell.
+    void SetPermissions(const std::vector<SyncEntry>& entries)
+    {
+        if (entries.empty() || !objects.AreOffered())
+            return;
+        if (!command.isUpload) {
+            for (const auto& entry : entries)
+                SetLocalPermissions(entry);
+            return;
+        }
+        std::vector<std::string> paths;
+        std::vector<std::uint32_t> permissions;
+        for (const auto& entry : entries) {
+            paths.push_back(JoinPath(remote, entry.path));
+            permissions.push_back(entry.permissions.value_or(0));
+        }
+        const auto results = objects.SetPermissions(paths, permissions, &workplace.cancellation);
+        for (std::size_t i = 0; i < paths.size(); ++i)
+            if (!results.at(i).IsGood())
+                Fail(paths[i] + ": cannot set permissions: " + results[i].reason);
+    }
+
+    void SetLocalPermissions(const SyncEntry& entry)
+    {
+        const auto path = local + "/" + entry.path;
+        if (chmod(path.c_str(), entry.permissions.value_or(0)) != 0)
+            Fail(path + ": cannot set permissions: " + std::generic_category().message(errno));
+    }
+
+    void Delete(const std::vector<std::string>& paths)
+    {
+        if (command.isUpload)
+            DeleteRemote(paths);
+        else
+            for (const auto& path : paths)
+                DeleteLocal(local + "/" + path);
+    }
+
+    void DeleteRemote(const std::vector<std::string>& relative)
+    {
+        if (relative.empty())
+            return;
+        std::vector<std::string> paths;
+        for (const auto& path : relative)
+            paths.push_back(JoinPath(remote, path));
+        const auto failures =
+            workplace.remote.GetFiles().Delete(paths, true, &workplace.cancellation);
+        for (const auto& failure : failures)
+            Report(workplace.console, failure);
+        hasFailed = hasFailed || !failures.empty();
+        summary.deleted += paths.size() - failures.size();
+    }
+
+    void DeleteLocal(const std::string& path)
+    {
+        std::error_code error;
+        fs::remove_all(path, error);
+        if (error)
+            Fail(path + ": cannot delete: " + error.message());
+        else
+            ++summary.deleted;
+    }
+
+    ExitStatus Conclude()
+    {
+        summary.isComplete = !hasFailed;
+        if (workplace.totals != nullptr) {
+            workplace.totals->files += summary.sent;
+            workplace.totals->bytes += summary.bytes;
+        }
+        if (workplace.choice.isJson) {
+            output.Write(ToJson(summary, GetReader()) + "\n");
+            output.Flush();
+        } else if (!workplace.choice.isQuiet)
+            workplace.console.Say(Describe());
+        return hasFailed ? ExitStatus::Failed : ExitStatus::Done;
+    }
+
+    [[nodiscard]] std::string Describe() const
+    {
+        auto text = fmt::format("{}{} ({}), {} the same", summary.isTrial ? "would send " : "sent ",
+                                Count(summary.sent, "file", "files"), FormatBytes(summary.bytes),
+                                summary.same);
+        if (summary.newer > 0)
+            text += fmt::format(", {} newer", summary.newer);
+        if (summary.deleted > 0)
+            text +=
+                fmt::format(", {} {}", summary.deleted, summary.isTrial ? "to delete" : "deleted");
+        return text + fmt::format(" in {:.1f} s", summary.seconds);
+    }
+
+    [[nodiscard]] JsonReader GetReader() const
+    {
+        return output.IsTerminal() ? JsonReader::Terminal : JsonReader::Program;
+    }
+
+    const SyncCommand& command;
+    const Workplace& workplace;
+    Client::FileObjects objects;
+    const std::string local;
+    const std::string remote;
+    const Exclusions exclusions;
+    const Client::Cancellation none; // the result is wanted after an interruption, too
+    Output output;
+    SyncSummary summary;
+    bool hasFailed = false;
+};
+
+} // namespace
+
+ExitStatus Run(const SyncCommand& command, const Workplace& workplace)
+{
+    return SyncRun(command, workplace).Run();
+}
+
+} // namespace Cli
