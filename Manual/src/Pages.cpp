@@ -4,8 +4,8 @@
 #include "Configuration/CommandLine.h"
 #include "Configuration/Manual.h"
 #include "Configuration/Settings.h"
-#include "Grammar.h"
-#include "Manual.h"
+#include "Grammar/Grammar.h"
+#include "Grammar/Manual.h"
 #include "Roff.h"
 
 #include <cctype>
