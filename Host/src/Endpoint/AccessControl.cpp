@@ -152,17 +152,6 @@ struct AccessControl::Callbacks
                MayCallOfBase(control, *method, object);
     }
 
-    static UA_Boolean MayBrowse(UA_Server* /*server*/, UA_AccessControl* control,
-                                const UA_NodeId* /*sessionId*/, void* /*context*/,
-                                const UA_NodeId* node, void* /*nodeContext*/) noexcept
-    {
-        try {
-            return Self(control).isBrowsable(*node);
-        } catch (const std::exception&) {
-            return false;
-        }
-    }
-
     static UA_Byte GetAccessLevel(UA_Server* /*server*/, UA_AccessControl* control,
                                   const UA_NodeId* /*sessionId*/, void* context,
                                   const UA_NodeId* node, void* /*nodeContext*/) noexcept
@@ -180,7 +169,6 @@ AccessControl::AccessControl(Sessions& sessions, const SessionRules& rules)
     : sessions(sessions)
     , isReadable([](const UA_NodeId&, const ClientSession*) { return true; })
     , isCallable([](const UA_NodeId&, const UA_NodeId*) { return false; })
-    , isBrowsable([](const UA_NodeId&) { return true; })
 {
     if (rules.anonymousAllowed)
         tokenPolicies.push_back(MakePolicy("anonymous", UA_USERTOKENTYPE_ANONYMOUS));
@@ -203,7 +191,9 @@ void AccessControl::Install(UA_ServerConfig& configuration)
     control.closeSession = Callbacks::Close;
     configuration.nodeLifecycle.generateChildNodeId = Callbacks::OnChild;
     // Of nodes of others, the node store has none for a session.
-    control.allowBrowseNode = Callbacks::MayBrowse;
+    control.allowBrowseNode = [](auto...) -> UA_Boolean {
+        return true;
+    };
 
     // Clients read, browse and call; nothing else.
     control.getUserRightsMask = [](auto...) -> UA_UInt32 {

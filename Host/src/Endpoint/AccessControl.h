@@ -31,10 +31,6 @@ public:
     using IsCallable = std::function<bool(const UA_NodeId& method, const UA_NodeId* object)>;
     void SetCallability(IsCallable rule) { isCallable = std::move(rule); }
 
-    /// Returns true for a node whose references a client may see.
-    using IsBrowsable = std::function<bool(const UA_NodeId& node)>;
-    void SetBrowsability(IsBrowsable rule) { isBrowsable = std::move(rule); }
-
     /// Makes this the access control of a server, which it must outlive. Clears the one before.
     void Install(UA_ServerConfig& configuration);
 
@@ -44,7 +40,6 @@ private:
     Sessions& sessions;
     IsReadable isReadable;
     IsCallable isCallable;
-    IsBrowsable isBrowsable;
     std::vector<UA_UserTokenPolicy> tokenPolicies; // views of literals
 };
 

@@ -325,8 +325,6 @@ void Endpoint::Implementation::SetRules()
     accessControl.SetCallability([this](const UA_NodeId& method, const UA_NodeId* object) {
         return IsCallable(method, object);
     });
-    accessControl.SetBrowsability(
-        [this](const UA_NodeId& node) { return provided.MayBrowse(node); });
 }
 
 /// Lets the methods of the base model be called on objects of the models' types alone.

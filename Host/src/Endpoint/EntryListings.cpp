@@ -147,8 +147,8 @@ EntryListings::Answer EntryListings::Get(const NodeSource& source, const std::st
     DropOld();
     Adopt(place);
     Kept* known = Find({source.number, key});
-    const Answer stale{known == nullptr ? State::Unknown : State::Known,
-                       known == nullptr ? nullptr : known->entries};
+    const Answer stale = known == nullptr ? Answer{UA_STATUSCODE_BADRESOURCEUNAVAILABLE, nullptr}
+                                          : Answer{UA_STATUSCODE_GOOD, known->entries};
     Pending mine;
     const auto found = pending.find(place);
     if (found != pending.end() && found->second.listing->id.second == key) {
@@ -186,13 +186,13 @@ EntryListings::Answer EntryListings::Take(const Listing& listing)
 {
     if (listing.status == UA_STATUSCODE_GOOD) {
         Keep(listing);
-        return {State::Known, listing.result};
+        return {UA_STATUSCODE_GOOD, listing.result};
     }
     if (SaysMissing(listing.status))
-        return {State::Missing, nullptr};
+        return {UA_STATUSCODE_BADNODEIDUNKNOWN, nullptr};
     if (const Kept* known = Find(listing.id))
-        return {State::Known, known->entries};
-    return {State::Refused, nullptr};
+        return {UA_STATUSCODE_GOOD, known->entries};
+    return {listing.status, nullptr};
 }
 
 void EntryListings::Keep(const Listing& listing)

@@ -27,18 +27,13 @@ public:
     EntryListings& operator=(const EntryListings&) = delete;
     ~EntryListings();
 
-    enum class State
-    {
-        Known,   ///< as they are now, or as they were if the provider does not answer in time
-        Missing, ///< there is no such node
-        Unknown, ///< the provider does not answer, and nobody has asked before
-        Refused, ///< the provider does not let them be listed
-    };
-
     struct Answer
     {
-        State state = State::Unknown;
-        std::shared_ptr<const EntrySnapshot> entries; ///< null: there are none
+        /// Bad_NodeIdUnknown if there is no such node, Bad_ResourceUnavailable if the provider does
+        /// not answer and nobody has asked before, or the status with which it refuses.
+        UA_StatusCode status = UA_STATUSCODE_GOOD;
+        /// As they are now, or as they were if the provider does not answer; null: there are none.
+        std::shared_ptr<const EntrySnapshot> entries;
     };
 
     [[nodiscard]] Answer Get(const NodeSource& source, const std::string& key, unsigned int lane);

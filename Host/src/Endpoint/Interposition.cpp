@@ -11,6 +11,9 @@ std::atomic<AdaptParameters> adaptParameters{nullptr};
 std::atomic<FindDefinition> findDefinition{nullptr};
 std::atomic<std::uint64_t> parameterCopies{0};
 
+/// The status instead of a copy. Identifiers that cannot be copied have its bytes for their text.
+UA_StatusCode statusOfUncopyable = UA_STATUSCODE_GOOD;
+
 /// Returns the library's function behind one of this program.
 template <typename Function>
 Function FindBehind(const char* name)
@@ -42,6 +45,21 @@ void Interpose(FindDefinition find) noexcept
     findDefinition = find;
 }
 
+UA_NodeId MakeUncopyable(UA_UInt16 namespaceIndex, UA_StatusCode status) noexcept
+{
+    statusOfUncopyable = status;
+    UA_NodeId id{namespaceIndex, UA_NODEIDTYPE_STRING, {}};
+    id.identifier.string = {sizeof(statusOfUncopyable),
+                            reinterpret_cast<UA_Byte*>(&statusOfUncopyable)};
+    return id;
+}
+
+bool IsUncopyable(const UA_NodeId& id) noexcept
+{
+    return id.identifierType == UA_NODEIDTYPE_STRING &&
+           id.identifier.string.data == reinterpret_cast<UA_Byte*>(&statusOfUncopyable);
+}
+
 std::uint64_t CountParameterCopies() noexcept
 {
     return parameterCopies;
@@ -60,6 +78,11 @@ extern "C" UA_StatusCode UA_copy(const void* from, void* to, const UA_DataType* 
             UA_init(to, type); // the library clears it
             return status;
         }
+    }
+    if (type == &UA_TYPES[UA_TYPES_EXPANDEDNODEID] &&
+        Host::IsUncopyable(static_cast<const UA_ExpandedNodeId*>(from)->nodeId)) {
+        UA_init(to, type);
+        return Host::statusOfUncopyable;
     }
     return copy(from, to, type);
 }

@@ -24,6 +24,13 @@ using FindDefinition = const UA_Variant* (*)(const UA_StructureDefinition&) noex
 void Interpose(AdaptParameters adapt) noexcept;
 void Interpose(FindDefinition find) noexcept;
 
+/// Returns an identifier that the library cannot copy: it gets `status` instead. A Browse that
+/// meets it ends with this status. Its text tells it from every other one, so that nobody can make
+/// it. Valid until the next one is made. Loop thread.
+[[nodiscard]] UA_NodeId MakeUncopyable(UA_UInt16 namespaceIndex, UA_StatusCode status) noexcept;
+/// True for an identifier made so, also for a view of it. Any thread.
+[[nodiscard]] bool IsUncopyable(const UA_NodeId& id) noexcept;
+
 /// Returns how often the library has copied the parameters of a monitored item so far. Any thread.
 [[nodiscard]] std::uint64_t CountParameterCopies() noexcept;
 

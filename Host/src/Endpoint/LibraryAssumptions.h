@@ -49,7 +49,9 @@ namespace Host {
 //   server/ua_services_nodemanagement.c), and changes none in its place but its monitored items,
 //   for which it asks for everything (UA_Server_editNode in server/ua_server_utils.c). It looks for
 //   the last entry of a page in the references that it gets for the next one (browseWithNode in
-//   server/ua_services_view.c). Tests: provided.
+//   server/ua_services_view.c). A Browse copies the identifier of each reference with UA_copy,
+//   through the dynamic linker, and ends with the status of a copy that fails
+//   (addReferenceDescription there). Tests: provided.
 // - Freeing. The library leaves the freeing of closed sessions and channels to delayed callbacks,
 //   also when a server is deleted, and the loop runs these when it is freed
 //   (UA_Server_removeSession in server/ua_services_session.c). Tests: all of them under asan.

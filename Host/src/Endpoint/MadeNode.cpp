@@ -1,7 +1,9 @@
 #include "Endpoint/MadeNode.h"
 
+#include "Endpoint/Interposition.h"
 #include "Endpoint/Ua.h"
 
+#include <limits>
 #include <utility>
 
 namespace Host {
@@ -61,6 +63,12 @@ void MadeNode::ShareEntries(std::shared_ptr<const EntrySnapshot> shared)
     entries = std::move(shared);
 }
 
+void MadeNode::Fail(UA_UInt16 namespaceIndex, UA_StatusCode status)
+{
+    failing = MakeUncopyable(namespaceIndex, status);
+    static_cast<void>(Find(UA_REFERENCETYPEINDEX_ORGANIZES, false)); // if there are no others
+}
+
 const UA_NodeId& MadeNode::HoldText(UA_UInt16 namespaceIndex, std::string text)
 {
     const std::string& held = texts.emplace_back(std::move(text));
@@ -78,7 +86,22 @@ void MadeNode::FinishKind(UA_Byte type, bool isInverse,
     kind.targetsSize = targets.size();
     kind.referenceTypeIndex = type;
     kind.isInverse = isInverse;
+    if (failing)
+        FailKind(kind);
     kinds.push_back(kind);
+}
+
+/// Puts one target in the place of all. It is in a tree, behind all others by its hash: in an array
+/// the library would look for the last target of the page before in vain, and take that for the
+/// end.
+void MadeNode::FailKind(UA_NodeReferenceKind& kind)
+{
+    auto& failure = failures.emplace_back();
+    failure.target.targetId = UA_NodePointer_fromNodeId(&*failing);
+    failure.targetIdHash = std::numeric_limits<UA_UInt32>::max();
+    kind.targets.tree = {&failure, nullptr};
+    kind.targetsSize = 1;
+    kind.hasRefTree = true;
 }
 
 /// The kinds are in the same order each time: a client that browses page by page is in one of them.
@@ -102,6 +125,8 @@ void MadeNode::DropReferences()
     entries = nullptr;
     texts.clear();
     ids.clear();
+    failing.reset();
+    failures.clear();
 }
 
 } // namespace Host

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,10 @@ public:
     /// Adds references forward to the entries, which it keeps.
     void ShareEntries(std::shared_ptr<const EntrySnapshot> shared);
 
+    /// Lets each Browse of the node end with a bad status, and each further page of one that has
+    /// begun, whichever reference it has come to. No references may be added after it.
+    void Fail(UA_UInt16 namespaceIndex, UA_StatusCode status);
+
     /// Keeps a text and returns its identifier.
     [[nodiscard]] const UA_NodeId& HoldText(UA_UInt16 namespaceIndex, std::string text);
 
@@ -59,6 +64,7 @@ private:
 
     [[nodiscard]] Targets& Find(UA_Byte type, bool isInverse);
     void FinishKind(UA_Byte type, bool isInverse, const std::vector<UA_ReferenceTarget>& targets);
+    void FailKind(UA_NodeReferenceKind& kind);
 
     UA_Node node{};
     std::string id;
@@ -70,6 +76,8 @@ private:
     std::shared_ptr<const EntrySnapshot> entries;
     std::deque<std::string> texts; // what is in here stays where it is
     std::deque<UA_NodeId> ids;
+    std::optional<UA_NodeId> failing; // instead of all targets
+    std::deque<UA_ReferenceTargetTreeElem> failures;
 };
 
 } // namespace Host

@@ -1,6 +1,7 @@
 #include "Endpoint/ProvidedNodes.h"
 
 #include "Core/Exception.h"
+#include "Endpoint/Interposition.h"
 #include "Endpoint/NodeKeys.h"
 #include "Log/Log.h"
 
@@ -291,7 +292,6 @@ const UA_Node* ProvidedNodes::GetInner(const UA_NodeId& id, const NodeRequest& r
 
 const UA_Node* ProvidedNodes::Get(const UA_NodeId& id, const NodeRequest& request)
 {
-    refused.clear();
     if (const NodeSource* source = FindByObject(id))
         return IsOfBrowse(request) ? GetRoot(*source, request) : GetInner(id, request);
     const auto found = Find(id);
@@ -311,6 +311,8 @@ const UA_Node* ProvidedNodes::Get(const UA_NodeId& id, const NodeRequest& reques
 const UA_Node* ProvidedNodes::GetTarget(UA_NodePointer pointer, const UA_NodeId& id,
                                         const NodeRequest& request)
 {
+    if (IsUncopyable(id))
+        return LendFailingTarget(id);
     if (browsed != nullptr && !browsed->IsThere(pointer))
         return nullptr;
     const auto found = Find(id);
@@ -335,31 +337,33 @@ bool ProvidedNodes::Exists(const Found& found)
 /// would take it for the end.
 const UA_Node* ProvidedNodes::Browse(const Found& found, const NodeRequest& request)
 {
-    auto [state, entries] = listings.Get(found.source, found.key, found.description.lane);
-    if (state == EntryListings::State::Missing || state == EntryListings::State::Unknown)
+    auto [status, entries] = listings.Get(found.source, found.key, found.description.lane);
+    if (status == UA_STATUSCODE_BADNODEIDUNKNOWN)
         return nullptr;
-    if (state == EntryListings::State::Refused)
-        refused = MakeId(found.id);
     auto node = Make(found, request);
-    node->ShareEntries(std::move(entries));
+    if (status == UA_STATUSCODE_GOOD)
+        node->ShareEntries(std::move(entries));
+    else
+        node->Fail(found.source.uaNamespace, status);
     return Lend(std::move(node));
 }
 
-bool ProvidedNodes::MayBrowse(const UA_NodeId& id) const
+/// Returns the node behind the references of one that cannot be browsed. It is of every class, so
+/// that the library passes over it for no client.
+const UA_Node* ProvidedNodes::LendFailingTarget(const UA_NodeId& id)
 {
-    return refused.empty() || id.identifierType != UA_NODEIDTYPE_STRING || MakeId(id) != refused;
+    constexpr auto everyClass = static_cast<UA_NodeClass>(0xFF);
+    auto node = TakeRetired();
+    node->Begin(everyClass, id, 0, {}, this);
+    return Lend(std::move(node));
 }
 
 /// Returns the object of a provider as it is in the inner store, with its provided nodes.
 const UA_Node* ProvidedNodes::GetRoot(const NodeSource& source, const NodeRequest& request)
 {
-    std::shared_ptr<const EntrySnapshot> entries;
-    if (Asks(request, UA_REFERENCETYPEINDEX_ORGANIZES)) {
-        auto answer = listings.Get(source, {}, 0);
-        if (answer.state == EntryListings::State::Unknown)
-            return nullptr;
-        entries = std::move(answer.entries);
-    }
+    EntryListings::Answer answer;
+    if (Asks(request, UA_REFERENCETYPEINDEX_ORGANIZES))
+        answer = listings.Get(source, {}, 0);
     const UA_Node* real = GetInner(*source.uaObject, request);
     if (real == nullptr)
         return nullptr;
@@ -378,7 +382,10 @@ const UA_Node* ProvidedNodes::GetRoot(const NodeSource& source, const NodeReques
                             targets);
     }
     AddMembers(*node, source, {});
-    node->ShareEntries(std::move(entries));
+    if (answer.status == UA_STATUSCODE_GOOD)
+        node->ShareEntries(std::move(answer.entries));
+    else
+        node->Fail(source.uaNamespace, answer.status);
     return Lend(std::move(node), real);
 }
 

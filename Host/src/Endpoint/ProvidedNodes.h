@@ -80,9 +80,6 @@ public:
     /// Returns false for nodes that are not made here.
     [[nodiscard]] bool Release(const UA_Node* node);
 
-    /// False if the provider does not let the node be browsed. Asked after `Get`.
-    [[nodiscard]] bool MayBrowse(const UA_NodeId& id) const;
-
     /// Gives back memory that nobody has used for long. Call it now and then.
     void DropOld() { listings.DropOld(); }
 
@@ -105,6 +102,7 @@ private:
     [[nodiscard]] const UA_Node* GetRoot(const NodeSource& source, const NodeRequest& request);
     [[nodiscard]] const UA_Node* GetWhole(const Found& found);
     [[nodiscard]] const UA_Node* Browse(const Found& found, const NodeRequest& request);
+    [[nodiscard]] const UA_Node* LendFailingTarget(const UA_NodeId& id);
     [[nodiscard]] bool Exists(const Found& found);
 
     [[nodiscard]] std::unique_ptr<MadeNode> Make(const Found& found, const NodeRequest& request);
@@ -135,8 +133,7 @@ private:
     std::unordered_map<std::string, Kept> kept; // by identifier
     std::deque<std::unique_ptr<MadeNode>> retired;
     const EntrySnapshot* browsed = nullptr; ///< of the node whose entries the library goes through
-    std::string refused; ///< the identifier of a node that must not be browsed; empty: none
-    LookUps lookUps;     // after what its work uses
+    LookUps lookUps;                        // after what its work uses
     EntryListings listings;
 };
 

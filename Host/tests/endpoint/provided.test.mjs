@@ -283,12 +283,12 @@ describe("A client that browses page by page", () => {
         Array.from({ length: to - from }, (_, i) => `leaf${String(from + i).padStart(6, "0")}`);
 
     /** Begins with a page of so many entries. */
-    async function begin(key, size) {
+    async function begin(key, size, options = {}) {
         const request = new opcuaTypes.BrowseRequest({
             requestedMaxReferencesPerNode: size,
             nodesToBrowse: [{
                 nodeId: tree.id(key), browseDirection: opcua.BrowseDirection.Forward, includeSubtypes: true,
-                referenceTypeId: "i=35", resultMask: 63,
+                referenceTypeId: "i=35", resultMask: 63, ...options,
             }],
         });
         return (await tree.session.performMessageTransaction(request)).results[0];
@@ -337,6 +337,32 @@ describe("A client that browses page by page", () => {
         await tree.control("remove s/");
         const next = await tree.session.browseNext(page.continuationPoint, false);
         assert.equal(next.statusCode.name, "BadNodeIdUnknown");
+    });
+
+    // Of a node without entries nothing is kept that could be shown meanwhile.
+    it("hears that the provider does not list any more, whichever reference it has come to", async () => {
+        await tree.control("add t/");
+        const all = { referenceTypeId: "i=0", browseDirection: opcua.BrowseDirection.Both };
+        const { references } = await tree.browse("t/", all);
+        const halts = [["deny", "BadUserAccessDenied"], ["hang", "BadResourceUnavailable"]];
+        for (let size = 1; size < references.length; ++size) {
+            for (const [halt, status] of halts) {
+                const page = await begin("t/", size, all);
+                assert.equal(page.references.length, size);
+                await tree.control(`${halt} t/`);
+                const next = await tree.session.browseNext(page.continuationPoint, false);
+                assert.equal(next.statusCode.name, status, `${halt} behind ${size}`);
+                await tree.control("release");
+                await waitFor("an answer", async () => (await tree.browse("t/")).statusCode.isGood());
+            }
+        }
+    });
+
+    it("hears that nothing is listed if it asks for other classes than those of the entries", async () => {
+        await tree.control("add u/", "deny u/");
+        const { statusCode } = await tree.browse("u/", { nodeClassMask: opcua.NodeClassMask.Variable });
+        assert.equal(statusCode.name, "BadUserAccessDenied");
+        await tree.control("release");
     });
 });
 
@@ -416,7 +442,7 @@ describe("A provider that does not answer", () => {
         assert.equal(await tree.count("read"), asked + 20);
         // What is known is still shown; what is not is no empty list.
         assert.deepEqual(await tree.list("a/"), ["one"]);
-        assert.equal((await tree.browse("never/")).statusCode.name, "BadNodeIdUnknown");
+        assert.equal((await tree.browse("never/")).statusCode.name, "BadResourceUnavailable");
         assert.equal(await tree.echo("a/", "calls go on"), "a/ calls go on");
         await tree.control("release");
         await waitFor("an answer", async () => isOver(await tree.status("a/one|Size", AttributeIds.Value)));

@@ -95,10 +95,10 @@ describe("A disk that stops", { skip }, () => {
         const answer = open(its, `f/${disk.name}/file`).finally(() => (isAnswered = true));
         const looks = ["directory", "other"].map((name) => other.browse(node(other, `d/${disk.name}/${name}`)));
         await within("the calls elsewhere", workElsewhere(other, 50));
-        // Shown as it was, and unknown; neither keeps anybody.
+        // Shown as it was, and not to be had; neither keeps anybody.
         const [directory, unknown] = await within("the answers about the disk", Promise.all(looks));
         assert.equal(directory.statusCode.name, "Good");
-        assert.equal(unknown.statusCode.name, "BadNodeIdUnknown");
+        assert.equal(unknown.statusCode.name, "BadResourceUnavailable");
         const size = await within("the value", other.read(node(other, `f.Size/${disk.name}/file`)));
         assert.equal(size.statusCode.name, "BadResourceUnavailable");
         assert.equal(isAnswered, false);
