@@ -2,6 +2,7 @@
 
 #include "Audit/AuditLog.h"
 #include "Endpoint/Endpoint.h"
+#include "Endpoint/WorkerThread.h"
 #include "Log/Log.h"
 #include "Metrics/EndpointMetrics.h"
 #include "Metrics/MetricsServer.h"
@@ -14,15 +15,20 @@
 #include "Users/Logins.h"
 #include "Version.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <fcntl.h>
 #include <future>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace Host {
 namespace {
@@ -211,6 +217,44 @@ std::unique_ptr<MetricsServer> ServeMetrics(PreparedHost& host, Endpoint& endpoi
         });
 }
 
+/// Logs each root whose disk does not answer within the limit. What looks there never ends then.
+void LogSilentRoots(const std::vector<Root>& roots, std::chrono::milliseconds limit)
+{
+    // Not destroyed: that would wait.
+    auto& looks = *new std::vector<std::unique_ptr<WorkerThread>>();
+    const auto end = std::chrono::steady_clock::now() + limit;
+    for (const auto& root : roots) {
+        auto& look = *looks.emplace_back(std::make_unique<WorkerThread>());
+        look.Start("to look at a root");
+        look.Post([path = root.real] {
+            struct statx state = {};
+            statx(AT_FDCWD, path.c_str(), AT_STATX_FORCE_SYNC, STATX_BASIC_STATS, &state);
+        });
+    }
+    for (std::size_t i = 0; i < roots.size(); ++i) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            end - std::chrono::steady_clock::now());
+        if (!looks[i]->WaitIdle(std::max(left, std::chrono::milliseconds(0))))
+            Log(Core::LogLevel::Error, "Host",
+                "The root '" + roots[i].real.string() +
+                    "' does not answer; if files are open there, the system keeps this process "
+                    "until it does, or is unmounted by force");
+    }
+}
+
+/// Ends the process while something in it does not.
+[[noreturn]] void Leave(const PreparedHost& host, AuditLog& audit)
+{
+    audit.Flush(std::chrono::seconds(2));
+    try {
+        LogSilentRoots(host.roots, std::chrono::seconds(1));
+    } catch (const std::system_error& error) {
+        Log(Core::LogLevel::Error, "Host", error.what());
+    }
+    Log(Core::LogLevel::Error, "Host", "Stopped with unfinished work");
+    std::_Exit(static_cast<int>(ExitStatus::NotDrained));
+}
+
 } // namespace
 
 ExitStatus Serve(PreparedHost& host, const Signals& signals)
@@ -239,11 +283,8 @@ ExitStatus Serve(PreparedHost& host, const Signals& signals)
     const bool drained = endpoint.Run();
     watcher.join();
     LogLeftOut();
-    if (!drained) {
-        audit.Flush(std::chrono::seconds(2));
-        Log(Core::LogLevel::Error, "Host", "Stopped with unfinished work");
-        std::_Exit(static_cast<int>(ExitStatus::NotDrained));
-    }
+    if (!drained)
+        Leave(host, audit);
     return ExitStatus::Stopped;
 }
 
