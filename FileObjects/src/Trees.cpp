@@ -53,11 +53,27 @@ void CopyLink(const Entry& from, const Entry& to, const std::string& subject)
         RefuseWithErrno(subject, errno);
 }
 
+/// Returns the bits that a copy gets beside its permissions. A file must not run with the rights of
+/// another owner than before, nor entries get another group.
+mode_t GetSpecialBits(const struct stat& from, const struct stat& copy)
+{
+    const bool hasSameGroup = from.st_gid == copy.st_gid;
+    const bool hasSameOwner = from.st_uid == copy.st_uid;
+    const bool isSafe = hasSameGroup && (hasSameOwner || S_ISDIR(from.st_mode));
+    return from.st_mode & (isSafe ? S_ISVTX | S_ISUID | S_ISGID : S_ISVTX);
+}
+
 /// Gives a copy the permissions and the time of what it was made from. A file system without them
 /// (FAT) keeps its own.
 void CopyAttributes(const struct stat& state, const Descriptor& to)
 {
-    static_cast<void>(fchmod(to.Get(), state.st_mode & permissionBits));
+    const mode_t permissions = state.st_mode & permissionBits;
+    struct stat copy
+    {};
+    const mode_t special = fstat(to.Get(), &copy) == 0 ? GetSpecialBits(state, copy) : 0;
+    // A filter of system calls may forbid the special ones.
+    if (fchmod(to.Get(), permissions | special) != 0)
+        static_cast<void>(fchmod(to.Get(), permissions));
     const std::array<timespec, 2> times = {state.st_atim, state.st_mtim};
     static_cast<void>(futimens(to.Get(), times.data()));
 }

@@ -6,6 +6,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -286,6 +287,39 @@ TEST_F(APath, IsCopiedWithAllBelowIt)
     EXPECT_EQ(ReadBack("from fixed"), "fixed");
     EXPECT_EQ(Copy("file", "no/such/place"), Code::Bad_NotFound);
     EXPECT_EQ(List("d/files").size(), 4U) << "and nothing unfinished";
+}
+
+TEST_F(APath, IsCopiedWithTheSpecialBitsThatAreSafe)
+{
+    const auto make = [this](const std::string& name, mode_t mode) {
+        const std::string path = folder / ("directory/" + name);
+        std::filesystem::create_directory(path);
+        folder.MakeFile("directory/" + name + "/file", "content");
+        ASSERT_EQ(chmod(path.c_str(), mode), 0);
+        ASSERT_EQ(chmod((path + "/file").c_str(), 06755), 0);
+    };
+    const auto getMode = [this](const std::string& path) {
+        struct stat state
+        {};
+        EXPECT_EQ(stat((folder / path).c_str(), &state), 0) << path;
+        return state.st_mode & 07777U;
+    };
+    make("own", 03775);
+    make("of another", 03775);
+    const bool isRoot = geteuid() == 0;
+    if (isRoot)
+        for (const auto* const name : {"directory/of another", "directory/of another/file"}) {
+            const auto mode = getMode(name);
+            ASSERT_EQ(chown((folder / name).c_str(), 65534, 65534), 0);
+            ASSERT_EQ(chmod((folder / name).c_str(), mode), 0);
+        }
+    EXPECT_EQ(Copy("directory", "copy"), Code::Good) << client.GetMessage();
+    EXPECT_EQ(getMode("copy/own"), 03775U);
+    EXPECT_EQ(getMode("copy/own/file"), 06755U);
+    if (isRoot) {
+        EXPECT_EQ(getMode("copy/of another"), 01775U);
+        EXPECT_EQ(getMode("copy/of another/file"), 0755U);
+    }
 }
 
 TEST_F(APath, IsNotMovedOrReplacedWhileItIsOpen)
