@@ -26,10 +26,15 @@ public:
     [[nodiscard]] std::size_t GetSize() const noexcept { return folders.size(); }
     [[nodiscard]] std::vector<std::string> GetNames() const;
     [[nodiscard]] const std::string& GetPath(std::size_t folder) const;
-    [[nodiscard]] bool IsReadOnly(std::size_t folder) const;
 
-    /// Throws Bad_NotWritable for a place in a folder that clients may not change.
+    /// True for a place in a folder that clients may not change. Of folders that lie inside each
+    /// other, the innermost one decides, whichever way leads there.
+    [[nodiscard]] bool IsReadOnly(const Place& place) const;
+    /// Throws Bad_NotWritable for such a place.
     void RequireWritable(const Place& place) const;
+    /// Throws Bad_NotWritable for an entry of a folder if one that clients may not change lies
+    /// below it. A link has nothing below it.
+    void RequireWritableBelow(const Place& place) const;
 
     /// Returns the place of an absolute path, in the folder with the longest path: one may lie
     /// inside another. Slashes are single, and there is none at the end. Returns nothing for a path
@@ -59,10 +64,12 @@ public:
 
 private:
     [[nodiscard]] std::optional<std::size_t> FindFolder(const std::string& path) const;
+    [[nodiscard]] std::string FindRealPath(const Place& place) const;
     [[nodiscard]] int TryOpen(const Place& place, int flags) const noexcept;
     [[nodiscard]] Descriptor Open(const Place& place, int flags) const;
 
     const std::vector<Core::Folder> folders;
+    const bool areNested;
 };
 
 /// Returns why no folder can be opened, though it is there: 0 if the kernel offers what that needs,

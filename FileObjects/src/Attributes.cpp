@@ -72,7 +72,7 @@ void SetLastModifiedTime(const Folders& folders, const Key& node, const Core::Da
 bool IsWritable(const Folders& folders, const Key& node)
 {
     const Descriptor path = folders.OpenPath(node.kind, node.place);
-    return !folders.IsReadOnly(node.place.folder) &&
+    return !folders.IsReadOnly(node.place) &&
            faccessat(path.Get(), "", W_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
 }
 

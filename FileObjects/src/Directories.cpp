@@ -162,6 +162,7 @@ void Directories::Delete(const Key& directory, const Core::NodeId& object, const
     const auto state = folders.GetState(node.kind, node.place);
     openFiles.RequireClosed(ToIdentity(state), false, subject);
     openFiles.RequireClosedBelow(node.place, false, subject);
+    folders.RequireWritableBelow(node.place);
     const auto parent = folders.OpenDirectoryPath(directory.place);
     DeleteTree({parent, GetName(node.place.path)}, subject, &caller);
 }
@@ -189,6 +190,8 @@ void Directories::Put(const Key& from, const Place& to, const Placing& placing,
     const auto state = folders.GetState(from.kind, from.place);
     openFiles.RequireClosed(ToIdentity(state), placing.isCopied, subject);
     openFiles.RequireClosedBelow(from.place, placing.isCopied, subject);
+    if (!placing.isCopied)
+        folders.RequireWritableBelow(from.place);
     const bool replaces = placing.replaces && !isDirectory;
     const auto parent = folders.OpenDirectoryPath(GetParent(to));
     const Entry entry{parent, GetName(to.path)};

@@ -14,8 +14,29 @@
 
 namespace FileObjects {
 
+namespace {
+
+/// True for a path, and for those below it.
+bool IsInside(const std::string& path, const std::string& directory)
+{
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || path[directory.size()] == '/');
+}
+
+bool AreNested(const std::vector<Core::Folder>& folders)
+{
+    return std::ranges::any_of(folders, [&folders](const Core::Folder& inner) {
+        return std::ranges::any_of(folders, [&inner](const Core::Folder& outer) {
+            return inner.path != outer.path && IsInside(inner.path, outer.path);
+        });
+    });
+}
+
+} // namespace
+
 Folders::Folders(std::vector<Core::Folder> folders)
     : folders(std::move(folders))
+    , areNested(AreNested(this->folders))
 {}
 
 std::vector<std::string> Folders::GetNames() const
@@ -31,15 +52,45 @@ const std::string& Folders::GetPath(std::size_t folder) const
     return folders.at(folder).path;
 }
 
-bool Folders::IsReadOnly(std::size_t folder) const
+bool Folders::IsReadOnly(const Place& place) const
 {
-    return folders.at(folder).isReadOnly;
+    const Core::Folder* innermost = &folders.at(place.folder);
+    if (!areNested)
+        return innermost->isReadOnly;
+    const std::string path = FindRealPath(place);
+    for (const auto& folder : folders)
+        if (IsInside(path, folder.path) && IsInside(folder.path, innermost->path))
+            innermost = &folder;
+    return innermost->isReadOnly;
 }
 
 void Folders::RequireWritable(const Place& place) const
 {
-    if (IsReadOnly(place.folder))
+    if (IsReadOnly(place))
         RefuseWithErrno(Show(place), EROFS);
+}
+
+void Folders::RequireWritableBelow(const Place& place) const
+{
+    if (!areNested)
+        return;
+    const std::string path = FindRealPath(GetParent(place)) + "/" + GetName(place.path);
+    for (const auto& folder : folders)
+        if (folder.isReadOnly && IsInside(folder.path, path))
+            RefuseWithErrno(Show(place), EROFS);
+}
+
+/// Returns the path without links, or that of the directory in which something is to be made.
+std::string Folders::FindRealPath(const Place& place) const
+{
+    Descriptor opened(TryOpen(place, O_PATH));
+    if (!opened.IsOpen() && !place.path.empty())
+        opened = Descriptor(TryOpen(GetParent(place), O_PATH));
+    std::error_code error;
+    auto path = std::filesystem::read_symlink(
+        std::filesystem::path("/proc/self/fd") / std::to_string(opened.Get()), error);
+    // In a sandbox there is no /proc, but its mounts hold for all ways.
+    return error ? folders.at(place.folder).path + "/" + place.path : path.string();
 }
 
 std::optional<Place> Folders::Find(const std::string& path) const

@@ -153,7 +153,7 @@ void Paths::AddState(const std::string& path, States& states) const
             const auto file = folders.OpenPath(place);
             state = GetState(file, folders.Show(place));
             kind = GetKind(state.st_mode);
-            access = GetAccess(file, folders.IsReadOnly(place.folder));
+            access = GetAccess(file, folders.IsReadOnly(place));
         });
     });
     const bool hasSize = kind == States::file;

@@ -191,7 +191,7 @@ Descriptor Transfers::MakeSnapshot(const Place& place, const Caller& caller) con
     Descriptor file = folders.OpenFile(place, O_RDONLY);
     const auto before = GetState(file, subject);
     openFiles.RequireReadable(ToIdentity(before), caller.GetSession(), subject);
-    if (folders.IsReadOnly(place.folder))
+    if (folders.IsReadOnly(place))
         return file;
     const auto directory = folders.OpenDirectoryPath(GetParent(place));
     Descriptor copy = MakeUnnamed(directory, subject);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -158,11 +159,19 @@ class FileTree
 {
 public:
     FileTree()
+        : FileTree([](const FileTree&) { return std::vector<Core::Folder>(); })
+    {}
+
+    /// With more folders, which `makeMore` may put into the others.
+    explicit FileTree(const std::function<std::vector<Core::Folder>(const FileTree&)>& makeMore)
     {
         runtime.LoadInformationModel(TALVENSOR_FILE_OBJECTS_MODEL);
-        runtime.SetFolders({{"files", folder.GetPath().string(), false},
-                            {"fixed", fixed.GetPath().string(), true},
-                            {"missing", outside / "missing", false}});
+        std::vector<Core::Folder> folders{{"files", folder.GetPath().string(), false},
+                                          {"fixed", fixed.GetPath().string(), true},
+                                          {"missing", outside / "missing", false}};
+        for (auto& more : makeMore(*this))
+            folders.push_back(std::move(more));
+        runtime.SetFolders(std::move(folders));
         runtime.LoadModule(TALVENSOR_FILE_OBJECTS_MODULE);
         const int index = Core::NamespaceMap::GetNamespaceIndex("urn:Talvensor:FileObjects");
         runtime.CreateObject(
