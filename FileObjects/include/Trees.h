@@ -21,7 +21,7 @@ struct Entry
 /// True if there is anything with this name, a link that leads nowhere included.
 [[nodiscard]] bool EntryExists(const Entry& entry);
 
-/// Deletes a file, link or directory with all below it; for no caller, to its end.
+/// Deletes a file, link or directory with all below it, however deep; for no caller, to its end.
 void DeleteTree(const Entry& entry, const std::string& subject, const Caller* caller);
 /// The same for something unfinished: deletes as much as it can.
 void RemoveTree(const Entry& entry) noexcept;
@@ -38,8 +38,8 @@ enum class CopyFor
 };
 
 /// Makes a file or directory with the contents, permissions and time of an open one. Leaves out
-/// special files; a `Move` fails with Bad_NotSupported instead. Leaves what it has made when it
-/// fails.
+/// special files; a `Move` fails with Bad_NotSupported instead, and both do where directories are
+/// nested too deep. Leaves what it has made when it fails.
 void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject, CopyFor use,
               const Caller& caller);
 

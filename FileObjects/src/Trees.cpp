@@ -19,22 +19,79 @@ namespace FileObjects {
 
 namespace {
 
-/// Deletes entries until a whole round finds none: some file systems lose their place in a
-/// directory that changes.
-void DeleteContents(const Descriptor& directory, const std::string& subject, const Caller* caller)
+/// Deletes what is no directory; opens what is one.
+Descriptor DeleteFile(const Entry& entry, const std::string& subject)
 {
-    for (bool isEmpty = false; !isEmpty;) {
-        isEmpty = true;
-        DirectoryReader reader(directory, subject);
-        reader.Seek(0);
-        for (DirectoryEntry entry; reader.Next(entry); isEmpty = false) {
-            if (caller != nullptr)
-                caller->CheckGoesOn();
-            const std::string name(entry.name);
-            DeleteTree({directory, name}, subject + "/" + name, caller);
+    if (unlinkat(entry.directory.Get(), entry.name.c_str(), 0) == 0)
+        return {};
+    const int error = errno; // EISDIR, or EPERM of older file systems, for a directory
+    auto directory = OpenEntry(entry.directory, entry.name, O_RDONLY | O_DIRECTORY);
+    if (!directory.IsOpen())
+        RefuseWithErrno(subject, errno == ENOTDIR ? error : errno);
+    return directory;
+}
+
+void RemoveDirectory(const Entry& entry, const std::string& subject)
+{
+    if (unlinkat(entry.directory.Get(), entry.name.c_str(), AT_REMOVEDIR) != 0)
+        RefuseWithErrno(subject, errno);
+}
+
+/// The levels of directories that are open at once. Without a bound, a tree that somebody has
+/// nested ten thousand deep would take the thread's stack and the host's descriptors.
+constexpr std::size_t deepest = 128;
+
+/// Deletes what is in a directory. What lies too deep is moved up, and deleted from there.
+class TreeDeletion
+{
+public:
+    /// Without a caller it goes on to its end.
+    TreeDeletion(const Descriptor& top, const Caller* caller)
+        : top(top)
+        , caller(caller)
+    {}
+
+    void Run(const std::string& subject) { DeleteContents(top, subject, 1); }
+
+private:
+    /// Deletes entries until a whole round finds none: some file systems lose their place in a
+    /// directory that changes, and the top gets new ones.
+    void DeleteContents(const Descriptor& directory, const std::string& subject, std::size_t level)
+    {
+        for (bool isEmpty = false; !isEmpty;) {
+            isEmpty = true;
+            DirectoryReader reader(directory, subject);
+            reader.Seek(0);
+            for (DirectoryEntry entry; reader.Next(entry); isEmpty = false) {
+                if (caller != nullptr)
+                    caller->CheckGoesOn();
+                const std::string name(entry.name);
+                DeleteEntry({directory, name}, subject + "/" + name, level);
+            }
         }
     }
-}
+
+    void DeleteEntry(const Entry& entry, const std::string& subject, std::size_t level)
+    {
+        const auto directory = DeleteFile(entry, subject);
+        if (!directory.IsOpen())
+            return;
+        if (level == deepest)
+            return MoveUp(entry, subject);
+        DeleteContents(directory, subject, level + 1);
+        RemoveDirectory(entry, subject);
+    }
+
+    void MoveUp(const Entry& entry, const std::string& subject) const
+    {
+        const auto name = MakeTemporaryName();
+        if (renameat(entry.directory.Get(), entry.name.c_str(), top.Get(), name.c_str()) != 0)
+            RefuseWithErrno(subject, errno);
+    }
+
+    const Descriptor& top;
+    const Caller* const caller;
+};
 
 bool IsSame(const Descriptor& left, const struct stat& right)
 {
@@ -122,6 +179,10 @@ private:
     void CopyDirectory(const Descriptor& from, const struct stat& state, const Entry& to,
                        const std::string& subject)
     {
+        if (level == deepest)
+            Refuse(Status::notSupported, subject,
+                   "directories that are nested more than " + std::to_string(deepest) +
+                       " deep are not copied");
         if (mkdirat(to.directory.Get(), to.name.c_str(), 0700) != 0)
             RefuseWithErrno(subject, errno);
         const auto copy = OpenEntry(to.directory, to.name, O_RDONLY | O_DIRECTORY);
@@ -131,12 +192,14 @@ private:
             top = GetState(copy, subject);
             hasTop = true;
         }
+        ++level;
         DirectoryReader reader(from, subject);
         for (DirectoryEntry entry; reader.Next(entry);) {
             caller.CheckGoesOn();
             const std::string name(entry.name);
             CopyEntry({from, name}, {copy, name}, subject + "/" + name);
         }
+        --level;
         CopyAttributes(state, copy);
         if (use == CopyFor::Move)
             Sync(copy, subject);
@@ -169,6 +232,7 @@ private:
 
     const CopyFor use;
     const Caller& caller;
+    std::size_t level = 0; // of the directories that are open
     bool hasTop = false;
     struct stat top
     {}; // of the copy
@@ -185,17 +249,11 @@ bool EntryExists(const Entry& entry)
 
 void DeleteTree(const Entry& entry, const std::string& subject, const Caller* caller)
 {
-    const int parent = entry.directory.Get();
-    const char* const name = entry.name.c_str();
-    if (unlinkat(parent, name, 0) == 0)
-        return;
-    const int error = errno; // EISDIR, or EPERM of older file systems, for a directory
-    const auto directory = OpenEntry(entry.directory, entry.name, O_RDONLY | O_DIRECTORY);
+    const auto directory = DeleteFile(entry, subject);
     if (!directory.IsOpen())
-        RefuseWithErrno(subject, errno == ENOTDIR ? error : errno);
-    DeleteContents(directory, subject, caller);
-    if (unlinkat(parent, name, AT_REMOVEDIR) != 0)
-        RefuseWithErrno(subject, errno);
+        return;
+    TreeDeletion(directory, caller).Run(subject);
+    RemoveDirectory(entry, subject);
 }
 
 void RemoveTree(const Entry& entry) noexcept

@@ -254,4 +254,54 @@ TEST_F(AFailure, ForLackOfDescriptorsIsBad_ResourceUnavailable)
     EXPECT_EXIT(LackDescriptors(), testing::ExitedWithCode(0), "passed");
 }
 
+/// Makes directories inside each other.
+void Nest(const std::filesystem::path& top, int levels)
+{
+    ASSERT_EQ(mkdir(top.c_str(), 0700), 0);
+    int directory = open(top.c_str(), O_RDONLY | O_DIRECTORY);
+    for (int level = 0; level < levels; ++level) {
+        ASSERT_EQ(mkdirat(directory, "d", 0700), 0);
+        const int next = openat(directory, "d", O_RDONLY | O_DIRECTORY);
+        close(directory);
+        directory = next;
+    }
+    close(directory);
+}
+
+/// Lets the process have fewer descriptors than the tree has levels.
+class ADeepTree : public AFileTree
+{
+protected:
+    ADeepTree()
+    {
+        Nest(folder / "deep", 1000);
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit few{500, before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~ADeepTree() override { setrlimit(RLIMIT_NOFILE, &before); }
+
+private:
+    rlimit before{};
+};
+
+TEST_F(ADeepTree, IsDeletedWithFewerDescriptorsThanLevels)
+{
+    EXPECT_EQ(client.Call("d/files", "Delete", {ToNode("d/files/deep")}), Code::Good)
+        << client.GetMessage();
+    EXPECT_FALSE(std::filesystem::exists(folder / "deep"));
+}
+
+TEST_F(ADeepTree, IsNotCopied)
+{
+    EXPECT_EQ(client.Call("d/files", "MoveOrCopy",
+                          {ToNode("d/files/deep"), ToNode("d/files"), true, "copy"}),
+              Code::Bad_NotSupported);
+    EXPECT_THAT(client.GetMessage(),
+                testing::EndsWith("directories that are nested more than 128 deep are not copied"));
+    EXPECT_EQ(client.Call("d/files", "Delete", {ToNode("d/files/deep")}), Code::Good)
+        << client.GetMessage();
+    EXPECT_TRUE(std::filesystem::is_empty(folder.GetPath()));
+}
+
 } // namespace
