@@ -286,6 +286,23 @@ TEST_P(ASyncWithFileObjects, KeepsPermissions)
     EXPECT_EQ(fs::status(desk.GetLocal("back/top")).permissions(), mode);
 }
 
+TEST_P(ASyncWithFileObjects, SetsThePermissionsOfAllThatWasSentThoughSomethingFailed)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    constexpr auto fileMode = static_cast<fs::perms>(0640);
+    constexpr auto directoryMode = static_cast<fs::perms>(0750);
+    Write("src/a/one", "other");
+    fs::permissions(desk.GetLocal("src/a/one"), fileMode);
+    fs::permissions(desk.GetLocal("src/a"), directoryMode);
+    fs::remove(desk.GetLocal("src/top"));
+    fs::create_symlink("/proc/self/mem", desk.GetLocal("src/top")); // not even root can read it
+    fs::permissions(desk.GetRemote("dst/top"), fileMode);
+    EXPECT_EQ(Sync({"-L", "src", "remote:dst"}).status, 1);
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/a/one")).permissions(), fileMode);
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), directoryMode);
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/top")).permissions(), fileMode) << "not sent";
+}
+
 TEST_P(ASyncWithFileObjects, LeavesRemoteLinksToDirectoriesAlone)
 {
     (void)SyncWell({"src", "remote:dst"});

@@ -136,11 +136,15 @@ const char* GetVerb(Client::Step step)
 
 } // namespace
 
-void Report(Console& console, const Client::Failure& failure)
+std::string Describe(const Client::Failure& failure)
 {
     const auto* const side = failure.side == Client::Side::Local ? "local" : "remote";
-    console.Report(failure.path + " (" + side + "): cannot " + GetVerb(failure.step) + ": " +
-                   failure.cause);
+    return failure.path + " (" + side + "): cannot " + GetVerb(failure.step) + ": " + failure.cause;
+}
+
+void Report(Console& console, const Client::Failure& failure)
+{
+    console.Report(Describe(failure));
 }
 
 void ReportNote(Console& console, const Client::Failure& note)

@@ -26,7 +26,8 @@ namespace Cli {
 [[nodiscard]] ExitStatus Run(const InfoCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const WatchCommand& command, const Workplace& workplace);
 
-/// One line: file, step and cause.
+/// Returns one line: file, step and cause.
+[[nodiscard]] std::string Describe(const Client::Failure& failure);
 void Report(Console& console, const Client::Failure& failure);
 /// The same for what is no failure.
 void ReportNote(Console& console, const Client::Failure& note);

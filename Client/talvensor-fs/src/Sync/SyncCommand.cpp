@@ -5,6 +5,7 @@
 #include "Output/Progress.h"
 #include "Output/Text.h"
 #include "Sync/SyncScan.h"
+#include "Sync/SyncTarget.h"
 
 #include "Client/FileObjects.h"
 
@@ -14,16 +15,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
 #include <optional>
 #include <system_error>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 namespace Cli {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 Client::ListEntry ToListEntry(const SyncEntry& entry)
 {
@@ -42,6 +42,8 @@ public:
         , local(command.isUpload ? command.source : command.target)
         , remote(workplace.remote.Resolve(command.isUpload ? command.target : command.source))
         , exclusions(command.exclusions)
+        , target(command.isUpload ? Client::Side::Remote : Client::Side::Local,
+                 command.isUpload ? remote : local, workplace, GetFail())
         , output(none, workplace.kept)
     {}
 
@@ -52,10 +54,10 @@ public:
             throw Client::OperationFailedException(
                 "--checksum: the server has no file objects, which find the checksums");
         auto source = command.isUpload ? ScanLocalSide() : ScanRemoteSide(true);
-        auto target = command.isUpload ? ScanRemoteSide(false) : ScanLocalTarget();
+        auto before = command.isUpload ? ScanRemoteSide(false) : ScanLocalTarget();
         if (!objects.AreOffered())
-            FindSizes(command.isUpload ? target : source, command.isUpload ? source : target);
-        auto plan = MakeSyncPlan(source, target,
+            FindSizes(command.isUpload ? before : source, command.isUpload ? source : before);
+        auto plan = MakeSyncPlan(source, before,
                                  {.deletes = command.deletes,
                                   .keepsNewer = command.keepsNewer,
                                   .comparesContents = command.comparesContents});
@@ -71,7 +73,7 @@ public:
         if (command.isTrial)
             Show(plan);
         else
-            Do(plan);
+            Do(std::move(plan));
         summary.seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         return Conclude();
@@ -81,10 +83,14 @@ private:
     ScanReport MakeReport()
     {
         return {.note = [this](const std::string& text) { workplace.console.Report(text); },
-                .fail =
-                    [this](const std::string& text) {
-                        Fail(text);
-                    }};
+                .fail = GetFail()};
+    }
+
+    SyncTarget::Fail GetFail()
+    {
+        return [this](const std::string& text) {
+            Fail(text);
+        };
     }
 
     void Fail(const std::string& text)
@@ -193,31 +199,54 @@ private:
                          (output.IsTerminal() ? EscapeName(path) : path) + "\n");
     }
 
-    void Do(const SyncPlan& plan)
+    void Do(SyncPlan plan)
     {
-        Delete(plan.replaced);
+        summary.deleted += target.Delete(plan.replaced);
         Client::TreePart part = MakePart(plan.directories);
         summary.directories = plan.made;
         for (const auto& entry : plan.files)
             part.entries.push_back(ToListEntry(entry));
-        const bool isWhole = Transfer(part);
-        if (isWhole)
-            SetPermissions(plan.files);
-        if (!plan.deleted.empty())
-            DeleteLast(plan, isWhole);
-        SetPermissions(plan.permissions);
-        if (isWhole) // last, since nothing is deleted in a directory that cannot be written
-            SetPermissions(plan.directories);
+        Transfer(part);
+        EraseFailed(plan.files);
+        EraseFailed(plan.directories);
+        target.SetPermissions(plan.files);
+        const auto deleted = DeleteLast(plan);
+        summary.deleted += deleted;
+        if (deleted > 0)
+            Transfer(MakePart(plan.directories)); // what was deleted changed their times
+        target.SetPermissions(plan.permissions);
+        // Last, since nothing is deleted in a directory that cannot be written.
+        target.SetPermissions(plan.directories);
     }
 
-    void DeleteLast(const SyncPlan& plan, bool isWhole)
+    /// Returns how many were deleted.
+    std::size_t DeleteLast(const SyncPlan& plan)
     {
-        if (!isWhole || hasFailed) {
-            Fail("nothing is deleted, since not all was done before");
-            return;
+        if (plan.deleted.empty() || !hasFailed)
+            return target.Delete(plan.deleted);
+        Fail("nothing is deleted, since not all was done before");
+        return 0;
+    }
+
+    /// Marks a path, and the directories that hold it, as not done.
+    void AddFailed(const std::string& path)
+    {
+        for (auto end = path.size(); end != std::string::npos; end = path.rfind('/', end - 1)) {
+            failed.insert(path.substr(0, end));
+            if (end == 0)
+                return;
         }
-        Delete(plan.deleted);
-        Transfer(MakePart(plan.directories)); // what was deleted changed their times
+    }
+
+    /// What failed of no path, or of the top, failed of all.
+    [[nodiscard]] bool HasFailed(const std::string& path) const
+    {
+        return failed.contains(path) || failed.contains("");
+    }
+
+    void EraseFailed(std::vector<SyncEntry>& entries) const
+    {
+        std::erase_if(entries, [this](const auto& entry) { return HasFailed(entry.path); });
     }
 
     [[nodiscard]] Client::TreePart MakePart(const std::vector<SyncEntry>& entries) const
@@ -228,26 +257,27 @@ private:
         return part;
     }
 
-    /// Returns false when something of it failed. Throws CancelledException,
-    /// ConnectionLostException.
-    bool Transfer(const Client::TreePart& part)
+    /// Throws CancelledException, ConnectionLostException.
+    void Transfer(const Client::TreePart& part)
     {
         if (part.entries.empty())
-            return true;
+            return;
         const auto result = Move(part);
         summary.sent += result.files;
         summary.bytes += result.bytes;
         for (const auto& note : result.notes)
             ReportNote(workplace.console, note);
-        for (const auto& failure : result.failures)
+        for (const auto& failure : result.failures) {
             Report(workplace.console, failure);
+            AddFailed(
+                GetRelative(failure.side == Client::Side::Local ? local : remote, failure.path));
+        }
         hasFailed = hasFailed || !result.IsComplete();
         if (result.isCancelled)
             throw Client::CancelledException();
         if (result.isConnectionLost)
             throw Client::ConnectionLostException(
                 "the connection was lost and could not be made again");
-        return result.IsComplete();
     }
 
     Client::TransferResult Move(const Client::TreePart& part)
@@ -266,69 +296,6 @@ private:
         auto& files = workplace.remote.GetFiles();
         return command.isUpload ? files.UploadPart(part, options)
                                 : files.DownloadPart(part, options);
-    }
-
-    /// Sets them as they are at the source, where both sides can tell.
-    void SetPermissions(const std::vector<SyncEntry>& entries)
-    {
-        if (entries.empty() || !objects.AreOffered())
-            return;
-        if (!command.isUpload) {
-            for (const auto& entry : entries)
-                SetLocalPermissions(entry);
-            return;
-        }
-        std::vector<std::string> paths;
-        std::vector<std::uint32_t> permissions;
-        for (const auto& entry : entries) {
-            paths.push_back(JoinPath(remote, entry.path));
-            permissions.push_back(entry.permissions.value_or(0));
-        }
-        const auto results = objects.SetPermissions(paths, permissions, &workplace.cancellation);
-        for (std::size_t i = 0; i < paths.size(); ++i)
-            if (!results.at(i).IsGood())
-                Fail(paths[i] + ": cannot set permissions: " + results[i].reason);
-    }
-
-    void SetLocalPermissions(const SyncEntry& entry)
-    {
-        const auto path = local + "/" + entry.path;
-        if (chmod(path.c_str(), entry.permissions.value_or(0)) != 0)
-            Fail(path + ": cannot set permissions: " + std::generic_category().message(errno));
-    }
-
-    void Delete(const std::vector<std::string>& paths)
-    {
-        if (command.isUpload)
-            DeleteRemote(paths);
-        else
-            for (const auto& path : paths)
-                DeleteLocal(local + "/" + path);
-    }
-
-    void DeleteRemote(const std::vector<std::string>& relative)
-    {
-        if (relative.empty())
-            return;
-        std::vector<std::string> paths;
-        for (const auto& path : relative)
-            paths.push_back(JoinPath(remote, path));
-        const auto failures =
-            workplace.remote.GetFiles().Delete(paths, true, &workplace.cancellation);
-        for (const auto& failure : failures)
-            Report(workplace.console, failure);
-        hasFailed = hasFailed || !failures.empty();
-        summary.deleted += paths.size() - failures.size();
-    }
-
-    void DeleteLocal(const std::string& path)
-    {
-        std::error_code error;
-        fs::remove_all(path, error);
-        if (error)
-            Fail(path + ": cannot delete: " + error.message());
-        else
-            ++summary.deleted;
     }
 
     ExitStatus Conclude()
@@ -370,7 +337,9 @@ private:
     const std::string local;
     const std::string remote;
     const Exclusions exclusions;
-    const Client::Cancellation none; // the result is wanted after an interruption, too
+    SyncTarget target;
+    std::unordered_set<std::string> failed; // paths that were not sent, and what holds them
+    const Client::Cancellation none;        // the result is wanted after an interruption, too
     Output output;
     SyncSummary summary;
     bool hasFailed = false;

@@ -248,7 +248,7 @@ private:
     {
         const auto listing = workplace.remote.GetFiles().List(top, true, &workplace.cancellation);
         for (const auto& failure : listing.failures)
-            FailListing(GetRelative(failure.path), failure.cause);
+            FailListing(GetRelative(top, failure.path), failure.cause);
         std::set<std::string> seen; // links may lead to what was listed before
         std::set<std::string> excluded;
         for (const auto& entry : listing.entries) {
@@ -264,13 +264,6 @@ private:
                      .time = entry.time,
                      .permissions = std::nullopt});
         }
-    }
-
-    /// The paths of failures begin with that of the tree.
-    [[nodiscard]] std::string GetRelative(const std::string& path) const
-    {
-        const auto begin = path.find_first_not_of('/', top.size());
-        return path.starts_with(top) && begin != std::string::npos ? path.substr(begin) : "";
     }
 
     bool IsWanted(const std::string& path, bool isDirectory)
@@ -311,6 +304,15 @@ private:
 };
 
 } // namespace
+
+std::string GetRelative(const std::string& top, const std::string& path)
+{
+    const auto end = top.find_last_not_of('/') + 1; // 0 for "/"
+    if (path.compare(0, end, top, 0, end) != 0)
+        return {};
+    const auto begin = path.find_first_not_of('/', end);
+    return begin == std::string::npos ? std::string() : path.substr(begin);
+}
 
 bool Exclusions::Take(const std::string& path, bool isDirectory) const
 {

@@ -26,6 +26,10 @@ private:
     std::vector<std::string> globs;
 };
 
+/// Returns the rest of a path behind the top of a tree, with which the paths of failures begin;
+/// empty for the top itself.
+[[nodiscard]] std::string GetRelative(const std::string& top, const std::string& path);
+
 /// Says what takes no part and is no failure, such as a link; and what could not be listed.
 struct ScanReport
 {

@@ -1,0 +1,88 @@
+#include "Sync/SyncTarget.h"
+
+#include "Commands/ServerCommands.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace Cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+} // namespace
+
+SyncTarget::SyncTarget(Client::Side side, std::string top, const Workplace& workplace, Fail fail)
+    : side(side)
+    , top(std::move(top))
+    , workplace(workplace)
+    , objects(workplace.remote.GetConnection())
+    , fail(std::move(fail))
+{}
+
+std::string SyncTarget::GetPath(const std::string& path) const
+{
+    return JoinPath(top, path);
+}
+
+std::size_t SyncTarget::Delete(const std::vector<std::string>& paths)
+{
+    if (paths.empty())
+        return 0;
+    if (IsLocal())
+        return static_cast<std::size_t>(std::count_if(
+            paths.begin(), paths.end(), [this](const auto& path) { return DeleteLocal(path); }));
+    std::vector<std::string> whole;
+    for (const auto& path : paths)
+        whole.push_back(GetPath(path));
+    const auto failures = workplace.remote.GetFiles().Delete(whole, true, &workplace.cancellation);
+    for (const auto& failure : failures)
+        fail(Describe(failure));
+    return paths.size() - failures.size();
+}
+
+bool SyncTarget::DeleteLocal(const std::string& path)
+{
+    std::error_code error;
+    fs::remove_all(GetPath(path), error);
+    if (error)
+        fail(GetPath(path) + ": cannot delete: " + error.message());
+    return !error;
+}
+
+void SyncTarget::SetPermissions(const std::vector<SyncEntry>& entries)
+{
+    if (entries.empty() || !objects.AreOffered())
+        return;
+    if (IsLocal()) {
+        for (const auto& entry : entries)
+            SetLocalPermissions(entry);
+        return;
+    }
+    std::vector<std::string> paths;
+    std::vector<std::uint32_t> permissions;
+    for (const auto& entry : entries) {
+        paths.push_back(GetPath(entry.path));
+        permissions.push_back(entry.permissions.value_or(0));
+    }
+    const auto results = objects.SetPermissions(paths, permissions, &workplace.cancellation);
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        if (!results.at(i).IsGood())
+            fail(paths[i] + ": cannot set permissions: " + results[i].reason);
+}
+
+void SyncTarget::SetLocalPermissions(const SyncEntry& entry)
+{
+    const auto path = GetPath(entry.path);
+    if (chmod(path.c_str(), entry.permissions.value_or(0)) != 0)
+        fail(path + ": cannot set permissions: " + std::generic_category().message(errno));
+}
+
+} // namespace Cli
