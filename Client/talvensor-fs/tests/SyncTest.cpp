@@ -67,6 +67,14 @@ protected:
         return last;
     }
 
+    static std::vector<std::string> GetNames(const fs::path& directory)
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(directory))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+
     void ExpectSame(const fs::path& left, const fs::path& right) const
     {
         const auto result = desk.RunOther("/usr/bin/diff", {"-r", left.string(), right.string()});
@@ -163,6 +171,44 @@ TEST_P(ASync, NamesAFileInThePlaceOfADirectory)
     EXPECT_THAT(result.error, HasSubstr("a: is a directory at the source and none"));
     EXPECT_EQ(SyncWell({"--delete", "src", "remote:dst"})["sent"], 3);
     ExpectSame(desk.GetLocal("src"), desk.GetRemote("dst"));
+}
+
+TEST_P(ASync, KeepsWhatIsOfAnotherTypeWhenTheOtherCannotBeSent)
+{
+    const auto unreadable = [this](const std::string& local) {
+        fs::remove(desk.GetLocal(local));
+        fs::create_symlink("/proc/self/mem", desk.GetLocal(local)); // not even by root
+    };
+    unreadable("src/top");
+    unreadable("src/a/one");
+    fs::create_directories(desk.GetRemote("dst/top"));
+    WriteFile(desk.GetRemote("dst/top/kept"), "k");
+    WriteFile(desk.GetRemote("dst/a"), "a file");
+    const auto result = Sync({"-L", "--delete", "src", "remote:dst"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.error, HasSubstr("src/top"));
+    EXPECT_THAT(result.error, HasSubstr("src/a/one"));
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/top/kept")), "k");
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/a")), "a file");
+    EXPECT_THAT(GetNames(desk.GetRemote("dst")),
+                testing::UnorderedElementsAre("top", "a", "empty"));
+}
+
+TEST_P(ASync, KeepsALocalDirectoryWhenTheFileCannotBeFetched)
+{
+    fs::copy(desk.GetLocal("src"), desk.GetRemote("data"), fs::copy_options::recursive);
+    Write("dst/top/kept", "k");
+    Write("dst/a", "a file");
+    fs::create_directories(desk.GetLocal("dst/.top.talvensor-part")); // in the way
+    const auto result = Sync({"--delete", "remote:data", "dst"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(ReadFile(desk.GetLocal("dst/top/kept")), "k");
+    EXPECT_EQ(ReadFile(desk.GetLocal("dst/a/one")), "1");
+    EXPECT_THAT(GetNames(desk.GetLocal("dst")),
+                testing::UnorderedElementsAre("top", "a", "empty", ".top.talvensor-part"));
+    fs::remove(desk.GetLocal("dst/.top.talvensor-part"));
+    EXPECT_EQ(SyncWell({"--delete", "remote:data", "dst"})["deleted"], 1);
+    ExpectSame(desk.GetRemote("data"), desk.GetLocal("dst"));
 }
 
 TEST_P(ASync, SkipsLinksOrFollowsThem)
@@ -301,6 +347,22 @@ TEST_P(ASyncWithFileObjects, SetsThePermissionsOfAllThatWasSentThoughSomethingFa
     EXPECT_EQ(fs::status(desk.GetRemote("dst/a/one")).permissions(), fileMode);
     EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), directoryMode);
     EXPECT_EQ(fs::status(desk.GetRemote("dst/top")).permissions(), fileMode) << "not sent";
+}
+
+TEST_P(ASyncWithFileObjects, GivesBackADirectoryWhenItIsInterrupted)
+{
+    constexpr std::size_t size = 16U << 20U;
+    fs::remove(desk.GetLocal("src/top"));
+    MakeMarkedFile(desk.GetLocal("src/top"), size);
+    fs::create_directories(desk.GetRemote("dst/top"));
+    WriteFile(desk.GetRemote("dst/top/kept"), "k");
+    Terminal terminal(
+        desk, {"--security", "plain", "sync", "--delete", "--bwlimit", "100", "src", "remote:dst"});
+    ASSERT_TRUE(terminal.WaitFor("dst/top  ")) << terminal.GetSeen();
+    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/top")));
+    terminal.Type(controlC);
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst/top/kept")), "k");
 }
 
 TEST_P(ASyncWithFileObjects, LeavesRemoteLinksToDirectoriesAlone)

@@ -4,13 +4,16 @@
 #include "Output/Json.h"
 #include "Output/Progress.h"
 #include "Output/Text.h"
+#include "Sync/SetAside.h"
 #include "Sync/SyncScan.h"
-#include "Sync/SyncTarget.h"
 
 #include "Client/FileObjects.h"
+#include "Support/Descriptor.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -24,6 +27,27 @@
 namespace Cli {
 
 namespace {
+
+bool IsAtOrBelow(const std::string& path, const std::string& top)
+{
+    return path.starts_with(top) && (path.size() == top.size() || path[top.size()] == '/');
+}
+
+/// Returns the one of some paths that another one is, or is below; empty without.
+std::string FindAbove(const std::vector<std::string>& paths, const std::string& path)
+{
+    const auto found = std::find_if(paths.begin(), paths.end(),
+                                    [&](const auto& each) { return IsAtOrBelow(path, each); });
+    return found == paths.end() ? std::string() : *found;
+}
+
+/// Returns false, with errno, for a file that cannot be read.
+bool IsReadable(const std::string& path)
+{
+    const Support::Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    char first = 0;
+    return file.IsOpen() && read(file.Get(), &first, 1) >= 0;
+}
 
 Client::ListEntry ToListEntry(const SyncEntry& entry)
 {
@@ -201,22 +225,66 @@ private:
 
     void Do(SyncPlan plan)
     {
-        summary.deleted += target.Delete(plan.replaced);
-        Client::TreePart part = MakePart(plan.directories);
+        SetAside aside(target);
+        if (target.CanRename())
+            aside.Add(plan.replaced);
+        else
+            DeleteBefore(plan);
         summary.directories = plan.made;
-        for (const auto& entry : plan.files)
-            part.entries.push_back(ToListEntry(entry));
-        Transfer(part);
+        TransferAll(plan, aside);
+        aside.PutBack([this](const auto& path) { return HasFailed(path); }, GetFail());
+        const auto replaced = aside.Delete();
+        summary.deleted += replaced;
         EraseFailed(plan.files);
         EraseFailed(plan.directories);
         target.SetPermissions(plan.files);
         const auto deleted = DeleteLast(plan);
         summary.deleted += deleted;
-        if (deleted > 0)
+        if (replaced + deleted > 0)
             Transfer(MakePart(plan.directories)); // what was deleted changed their times
         target.SetPermissions(plan.permissions);
         // Last, since nothing is deleted in a directory that cannot be written.
         target.SetPermissions(plan.directories);
+    }
+
+    /// An exception finds all back that was set aside.
+    void TransferAll(const SyncPlan& plan, SetAside& aside)
+    {
+        Client::TreePart part = MakePart(plan.directories);
+        for (const auto& entry : plan.files)
+            part.entries.push_back(ToListEntry(entry));
+        try {
+            Transfer(part);
+        } catch (const Client::ClientException&) {
+            target.IgnoreInterruption();
+            aside.PutBack([](const auto&) { return true; }, GetFail());
+            throw;
+        }
+    }
+
+    /// Where nothing can be renamed, entries that give way are deleted first: only for what can be
+    /// read.
+    void DeleteBefore(SyncPlan& plan)
+    {
+        for (const auto& entry : plan.files)
+            if (const auto replaced = FindAbove(plan.replaced, entry.path);
+                !replaced.empty() && !IsReadable(local + "/" + entry.path)) {
+                Fail(local + "/" + entry.path +
+                     ": cannot read: " + std::generic_category().message(errno) + "; " +
+                     target.GetPath(replaced) + " stays");
+                AddFailed(entry.path);
+            }
+        std::erase_if(plan.replaced, [&](const auto& path) {
+            if (!HasFailed(path))
+                return false;
+            const auto isBelow = [&](const SyncEntry& entry) {
+                return IsAtOrBelow(entry.path, path);
+            };
+            std::erase_if(plan.files, isBelow);
+            std::erase_if(plan.directories, isBelow);
+            return true;
+        });
+        summary.deleted += target.Delete(plan.replaced);
     }
 
     /// Returns how many were deleted.

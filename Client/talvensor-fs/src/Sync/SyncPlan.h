@@ -49,7 +49,7 @@ struct SyncRules
 /// The steps that make a target like its source, in their order.
 struct SyncPlan
 {
-    std::vector<std::string> replaced;  ///< of another type than the source: deleted first
+    std::vector<std::string> replaced;  ///< of another type than the source: they give way
     std::vector<SyncEntry> directories; ///< missing ones, and those whose time is to be set
     std::vector<SyncEntry> files;       ///< new or changed
     std::vector<SyncEntry> compared;    ///< sent if their contents differ

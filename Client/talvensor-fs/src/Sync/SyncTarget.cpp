@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -25,7 +26,13 @@ SyncTarget::SyncTarget(Client::Side side, std::string top, const Workplace& work
     , workplace(workplace)
     , objects(workplace.remote.GetConnection())
     , fail(std::move(fail))
+    , cancellation(&workplace.cancellation)
 {}
+
+bool SyncTarget::CanRename() const noexcept
+{
+    return IsLocal() || objects.AreOffered();
+}
 
 std::string SyncTarget::GetPath(const std::string& path) const
 {
@@ -42,7 +49,7 @@ std::size_t SyncTarget::Delete(const std::vector<std::string>& paths)
     std::vector<std::string> whole;
     for (const auto& path : paths)
         whole.push_back(GetPath(path));
-    const auto failures = workplace.remote.GetFiles().Delete(whole, true, &workplace.cancellation);
+    const auto failures = workplace.remote.GetFiles().Delete(whole, true, cancellation);
     for (const auto& failure : failures)
         fail(Describe(failure));
     return paths.size() - failures.size();
@@ -54,6 +61,36 @@ bool SyncTarget::DeleteLocal(const std::string& path)
     fs::remove_all(GetPath(path), error);
     if (error)
         fail(GetPath(path) + ": cannot delete: " + error.message());
+    return !error;
+}
+
+std::vector<SyncTarget::Names> SyncTarget::Rename(const std::vector<Names>& names)
+{
+    std::vector<Names> renamed;
+    if (IsLocal()) {
+        std::copy_if(names.begin(), names.end(), std::back_inserter(renamed),
+                     [this](const auto& each) { return RenameLocal(each); });
+        return renamed;
+    }
+    std::vector<Client::Renaming> renamings;
+    for (const auto& [from, to] : names)
+        renamings.push_back({GetPath(from), GetPath(to)});
+    const auto results = objects.Move(renamings, false, cancellation);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (results.at(i).IsGood())
+            renamed.push_back(names[i]);
+        else
+            fail(renamings[i].source + ": cannot rename: " + results[i].reason);
+    }
+    return renamed;
+}
+
+bool SyncTarget::RenameLocal(const Names& names)
+{
+    std::error_code error;
+    fs::rename(GetPath(names.first), GetPath(names.second), error);
+    if (error)
+        fail(GetPath(names.first) + ": cannot rename: " + error.message());
     return !error;
 }
 
@@ -72,7 +109,7 @@ void SyncTarget::SetPermissions(const std::vector<SyncEntry>& entries)
         paths.push_back(GetPath(entry.path));
         permissions.push_back(entry.permissions.value_or(0));
     }
-    const auto results = objects.SetPermissions(paths, permissions, &workplace.cancellation);
+    const auto results = objects.SetPermissions(paths, permissions, cancellation);
     for (std::size_t i = 0; i < paths.size(); ++i)
         if (!results.at(i).IsGood())
             fail(paths[i] + ": cannot set permissions: " + results[i].reason);

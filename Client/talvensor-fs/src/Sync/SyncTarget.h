@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Cli {
@@ -21,11 +22,23 @@ public:
     /// The workplace must outlive it.
     SyncTarget(Client::Side side, std::string top, const Workplace& workplace, Fail fail);
 
+    /// Returns false for a server without file objects.
+    [[nodiscard]] bool CanRename() const noexcept;
+
     /// Deletes files, and directories with all that is in them. Returns how many.
     std::size_t Delete(const std::vector<std::string>& paths);
 
+    /// An old and a new name, which is free.
+    using Names = std::pair<std::string, std::string>;
+    /// Returns those that were renamed. REQUIRES: CanRename.
+    [[nodiscard]] std::vector<Names> Rename(const std::vector<Names>& names);
+
     /// Sets them as they are at the source, where both sides can tell.
     void SetPermissions(const std::vector<SyncEntry>& entries);
+
+    /// From now on an interruption does not keep it from working. A connection is closed soon
+    /// after it in any case.
+    void IgnoreInterruption() noexcept { cancellation = nullptr; }
 
     /// Returns the whole path.
     [[nodiscard]] std::string GetPath(const std::string& path) const;
@@ -33,6 +46,7 @@ public:
 private:
     [[nodiscard]] bool IsLocal() const noexcept { return side == Client::Side::Local; }
     [[nodiscard]] bool DeleteLocal(const std::string& path);
+    [[nodiscard]] bool RenameLocal(const Names& names);
     void SetLocalPermissions(const SyncEntry& entry);
 
     const Client::Side side;
@@ -40,6 +54,7 @@ private:
     const Workplace& workplace;
     Client::FileObjects objects;
     const Fail fail;
+    const Client::Cancellation* cancellation;
 };
 
 } // namespace Cli
