@@ -85,7 +85,7 @@ void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sour
 TransferResult FileSystem::Download(const std::vector<TransferItem>& items,
                                     const TransferOptions& options)
 {
-    Transfer transfer{*node, options};
+    Transfer transfer{*node, options, options.resumes};
     RunDownload(transfer, *this, items);
     return Conclude(transfer, false);
 }

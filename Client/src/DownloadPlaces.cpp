@@ -37,9 +37,9 @@ std::string DownloadPlaces::FindPartLeaf(const std::string& local, const std::st
     }
 }
 
-bool IsWhole(const TransferOptions& options, const DownloadFile& job, const DownloadPlace& place)
+bool IsWhole(const Transfer& transfer, const DownloadFile& job, const DownloadPlace& place)
 {
-    return options.resumes && options.setsTimes && job.time &&
+    return transfer.skipsWhole && transfer.options.setsTimes && job.time &&
            FindLocalTime(place.directory.Get(), place.leaf) == job.time;
 }
 

@@ -38,8 +38,8 @@ private:
     mutable Support::Mutex mutex;
 };
 
-/// Returns true if an earlier transfer has finished the file.
-[[nodiscard]] bool IsWhole(const TransferOptions& options, const DownloadFile& job,
+/// Returns true if an earlier transfer has finished the file, and it is to be left as it is.
+[[nodiscard]] bool IsWhole(const Transfer& transfer, const DownloadFile& job,
                            const DownloadPlace& place);
 
 } // namespace Client

@@ -32,6 +32,9 @@ struct Transfer
 {
     PrivateNode& node;
     const TransferOptions& options;
+    /// Targets that an earlier transfer has finished are left as they are: `resumes`, for what is
+    /// not known to differ.
+    bool skipsWhole = false;
     Tally tally{options};
     RateLimit rate{options.bytesPerSecond};
     const TransferRecords records{node.GetStateFolder()};

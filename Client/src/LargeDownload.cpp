@@ -73,7 +73,7 @@ void FetchLarge(Transfer& transfer, Caller& caller, const DownloadFile& job,
     bool hasBegun = false;
     DoFile(transfer, job.remote, job.local, hasBegun, [&] {
         const DownloadPlace place = places.Find(job);
-        if (IsWhole(options, job, place)) {
+        if (IsWhole(transfer, job, place)) {
             if (options.verifies)
                 CompareWhole(transfer, caller, job, place);
             transfer.tally.FinishFile(job.remote, 0, true);

@@ -61,7 +61,7 @@ void SmallDownloads::OpenBatch(const std::vector<DownloadFile>& files, std::size
 {
     const std::size_t end = std::min(start + downloadsAtOnce, files.size());
     for (std::size_t i = start; i < end; ++i) {
-        if (options.resumes && IsSettled(files[i]))
+        if (transfer.skipsWhole && IsSettled(files[i]))
             continue;
         batch.files.push_back({&files[i], caller.Open(files[i].remote, openForReading), nullptr});
         batch.opened.Add(batch.files.back().open);
@@ -75,7 +75,7 @@ bool SmallDownloads::IsSettled(const DownloadFile& job)
     bool isSettled = true;
     const bool hasBegun = false;
     DoFile(transfer, job.remote, job.local, hasBegun, [&] {
-        isSettled = IsWhole(options, job, places.Find(job));
+        isSettled = IsWhole(transfer, job, places.Find(job));
         if (isSettled)
             transfer.tally.FinishFile(job.remote, 0, true);
     });

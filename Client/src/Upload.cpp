@@ -21,7 +21,7 @@ void RunUpload(Transfer& transfer, const Sources& sources)
     DoStep(transfer, [&] {
         Caller caller = transfer.node.MakeCaller(options.cancellation);
         MakeDirectories(transfer, caller, plan.directories);
-        if (options.resumes)
+        if (transfer.skipsWhole)
             SkipWhole(transfer, caller, plan);
         ChooseNames(transfer, plan);
         SmallUploads(transfer, caller, marker, plan.large).Run(plan.small);
@@ -42,7 +42,7 @@ void RunUpload(Transfer& transfer, const Sources& sources)
 TransferResult FileSystem::Upload(const std::vector<TransferItem>& items,
                                   const TransferOptions& options)
 {
-    Transfer transfer{*node, options};
+    Transfer transfer{*node, options, options.resumes};
     RunUpload(transfer, items);
     return Conclude(transfer, true);
 }

@@ -102,7 +102,8 @@ struct TransferOptions
     std::size_t jobs = 2;
     /// Carries on where an earlier transfer of a large file broke off, if the record of it in
     /// ConnectionOptions::stateFolder proves that what is there is the beginning of the source;
-    /// starts over otherwise. A whole target of the same time (uploads: and size) is left as it is.
+    /// starts over otherwise. A whole target of the same time (uploads: and size) is left as it is,
+    /// but for the parts of trees.
     bool resumes = false;
     /// Compares the contents end to end afterwards, what was there before too.
     bool verifies = false;

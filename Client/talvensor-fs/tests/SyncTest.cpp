@@ -1,5 +1,6 @@
 // Trees that are made alike, in both directions, with a real host.
 
+#include "SmallDisk.h"
 #include "Tool.h"
 
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <sstream>
+#include <thread>
 
 namespace CliTest {
 namespace {
@@ -363,6 +365,33 @@ TEST_P(ASyncWithFileObjects, GivesBackADirectoryWhenItIsInterrupted)
     terminal.Type(controlC);
     EXPECT_EQ(terminal.WaitForEnd(), 130);
     EXPECT_EQ(ReadFile(desk.GetRemote("dst/top/kept")), "k");
+    EXPECT_THAT(terminal.GetSeen(), HasSubstr("sync carries on"));
+    const auto again = SyncWell({"--delete", "src", "remote:dst"});
+    EXPECT_EQ(again["sent"], 1);
+    EXPECT_LT(again["bytes"], size) << "it was carried on";
+    EXPECT_TRUE(AreSame(desk.GetLocal("src/top"), desk.GetRemote("dst/top")));
+    EXPECT_THAT(GetNames(desk.GetRemote("dst")),
+                testing::UnorderedElementsAre("top", "a", "empty"));
+}
+
+TEST_P(ASyncWithFileObjects, SendsContentsThatDifferThoughTheTimesAreTheSame)
+{
+    for (const std::size_t size : {std::size_t{2}, std::size_t{1} << 20U}) {
+        Write("src/top", std::string(size, 'a'));
+        (void)SyncWell({"src", "remote:dst"});
+        WriteFile(desk.GetRemote("dst/top"), std::string(size, 'b'));
+        fs::last_write_time(desk.GetRemote("dst/top"),
+                            fs::last_write_time(desk.GetLocal("src/top")));
+        EXPECT_EQ(SyncWell({"--checksum", "src", "remote:dst"})["sent"], 1);
+        EXPECT_TRUE(AreSame(desk.GetLocal("src/top"), desk.GetRemote("dst/top")));
+        (void)SyncWell({"src", "remote:dst"});
+        (void)SyncWell({"remote:dst", "back"});
+        WriteFile(desk.GetLocal("back/top"), std::string(size, 'b'));
+        fs::last_write_time(desk.GetLocal("back/top"),
+                            fs::last_write_time(desk.GetRemote("dst/top")));
+        EXPECT_EQ(SyncWell({"--checksum", "remote:dst", "back"})["sent"], 1);
+        EXPECT_TRUE(AreSame(desk.GetLocal("src/top"), desk.GetLocal("back/top")));
+    }
 }
 
 TEST_P(ASyncWithFileObjects, LeavesRemoteLinksToDirectoriesAlone)
@@ -430,6 +459,33 @@ TEST(ASyncToAHostThatIsNotRoot, DeletesInADirectoryThatBecomesReadOnly)
     EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), readOnly);
     fs::permissions(directory, fs::perms::owner_all);
     fs::permissions(desk.GetRemote("dst/a"), fs::perms::owner_all);
+}
+
+/// A disk of 1 MiB.
+void SyncOntoAFullDisk()
+{
+    const SmallDisk disk;
+    auto arguments = ClientTest::GetObjectArguments();
+    arguments.insert(arguments.end(), {"--root", disk.GetPath().string()});
+    const Desk desk(arguments);
+    disk.Limit(desk.host.GetProcess());
+    fs::create_directories(desk.GetLocal("src"));
+    MakeMarkedFile(desk.GetLocal("src/large"), 2 * SmallDisk::size);
+    const auto target = disk.GetPath() / "dst";
+    const auto result =
+        desk.Run({"--security", "plain", "sync", "src", "remote:" + target.string()});
+    EXPECT_EQ(result.status, 1);
+    std::size_t parts = 0;
+    for (const auto& entry : fs::directory_iterator(target)) {
+        ++parts;
+        EXPECT_THAT(result.error, HasSubstr(entry.path().string() + " (remote): unfinished"));
+    }
+    EXPECT_EQ(parts, 1U);
+}
+
+TEST(ASyncToAFullDisk, NamesWhatItLeavesUnfinished)
+{
+    std::thread(&SyncOntoAFullDisk).join(); // what is unshared goes with the thread
 }
 
 } // namespace

@@ -29,7 +29,10 @@ namespace Cli {
 /// Returns one line: file, step and cause.
 [[nodiscard]] std::string Describe(const Client::Failure& failure);
 void Report(Console& console, const Client::Failure& failure);
-/// The same for what is no failure.
+/// Names a file that is not whole, and the command that carries on.
+void ReportUnfinished(Console& console, const std::string& path, Client::Side side,
+                      const std::string& command);
+/// The same as for a failure for what is none.
 void ReportNote(Console& console, const Client::Failure& note);
 
 } // namespace Cli

@@ -97,16 +97,6 @@ std::string FormatTotals(const Client::TransferResult& result)
     return text;
 }
 
-void ReportUnfinished(Console& console, const std::string& path, Direction direction)
-{
-    if (direction == Direction::Up)
-        console.Report(path + " (remote): unfinished: it holds a part of the file; "
-                              "put --continue carries on");
-    else
-        console.Report(path + " (local): unfinished: the part that arrived is kept as " +
-                       Client::GetPartName(path) + "; get --continue carries on");
-}
-
 /// Of many failures or notes for the same cause the first few are reported, and the number of the
 /// others.
 void ReportAll(Console& console, const std::vector<Client::Failure>& items,
@@ -130,7 +120,9 @@ ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
     ReportAll(workplace.console, result.notes, ReportNote);
     ReportAll(workplace.console, result.failures, Report);
     for (const auto& path : result.unfinished)
-        ReportUnfinished(workplace.console, path, direction);
+        ReportUnfinished(workplace.console, path,
+                         direction == Direction::Up ? Client::Side::Remote : Client::Side::Local,
+                         direction == Direction::Up ? "put --continue" : "get --continue");
     if (workplace.totals != nullptr) {
         workplace.totals->files += result.files - result.skippedFiles;
         workplace.totals->bytes += result.bytes;
@@ -287,6 +279,16 @@ bool IsLocalDirectory(const std::string& path)
 }
 
 } // namespace
+
+void ReportUnfinished(Console& console, const std::string& path, Client::Side side,
+                      const std::string& command)
+{
+    const auto place = side == Client::Side::Remote
+                           ? " (remote): unfinished: it holds a part of the file; "
+                           : " (local): unfinished: the part that arrived is kept as " +
+                                 Client::GetPartName(path) + "; ";
+    console.Report(path + place + command + " carries on");
+}
 
 ExitStatus Run(const PutCommand& command, const Workplace& workplace)
 {

@@ -340,6 +340,9 @@ private:
             AddFailed(
                 GetRelative(failure.side == Client::Side::Local ? local : remote, failure.path));
         }
+        for (const auto& path : result.unfinished)
+            ReportUnfinished(workplace.console, path,
+                             command.isUpload ? Client::Side::Remote : Client::Side::Local, "sync");
         hasFailed = hasFailed || !result.IsComplete();
         if (result.isCancelled)
             throw Client::CancelledException();
@@ -353,6 +356,7 @@ private:
         std::optional<ProgressDisplay> display;
         Client::TransferOptions options;
         options.jobs = command.jobs;
+        options.resumes = true;
         options.bytesPerSecond = command.bytesPerSecond;
         options.cancellation = &workplace.cancellation;
         if (!workplace.choice.isQuiet && workplace.console.CanDraw()) {
