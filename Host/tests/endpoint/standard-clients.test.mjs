@@ -21,6 +21,51 @@ const text = (value) => new Variant({ dataType: DataType.String, value });
 const flag = (value) => new Variant({ dataType: DataType.Boolean, value });
 const id = (value) => new Variant({ dataType: DataType.NodeId, value });
 
+const handle = ["FileHandle", "UInt32"];
+const options = ["GenerateOptions", "BaseDataType"];
+const completion = ["CompletionStateMachine", "NodeId"];
+
+/** The members of the types, as OPC 10000-20 defines them: inputs and outputs of methods, properties. */
+const standardTypes = {
+    FileType: {
+        clause: "4.2",
+        methods: {
+            Open: [[["Mode", "Byte"]], [handle]],
+            Close: [[handle], []],
+            Read: [[handle, ["Length", "Int32"]], [["Data", "ByteString"]]],
+            Write: [[handle, ["Data", "ByteString"]], []],
+            GetPosition: [[handle], [["Position", "UInt64"]]],
+            SetPosition: [[handle, ["Position", "UInt64"]], []],
+        },
+        properties: {
+            Size: "UInt64", Writable: "Boolean", UserWritable: "Boolean", OpenCount: "UInt16", MimeType: "String",
+            MaxByteStringLength: "UInt32", LastModifiedTime: "DateTime",
+        },
+    },
+    FileDirectoryType: {
+        clause: "4.3",
+        methods: {
+            CreateDirectory: [[["DirectoryName", "String"]], [["DirectoryNodeId", "NodeId"]]],
+            CreateFile: [[["FileName", "String"], ["RequestFileOpen", "Boolean"]], [["FileNodeId", "NodeId"], handle]],
+            Delete: [[["ObjectToDelete", "NodeId"]], []],
+            MoveOrCopy: [
+                [["ObjectToMoveOrCopy", "NodeId"], ["TargetDirectory", "NodeId"], ["CreateCopy", "Boolean"], ["NewName", "String"]],
+                [["NewNodeId", "NodeId"]],
+            ],
+        },
+        properties: {},
+    },
+    TemporaryFileTransferType: {
+        clause: "4.4",
+        methods: {
+            GenerateFileForRead: [[options], [["FileNodeId", "NodeId"], handle, completion]],
+            GenerateFileForWrite: [[options], [["FileNodeId", "NodeId"], handle]],
+            CloseAndCommit: [[handle], [completion]],
+        },
+        properties: { ClientProcessingTimeout: "Duration" },
+    },
+};
+
 /** Finds nodes and calls methods by their names. */
 class Browser {
     constructor(client) {
@@ -82,6 +127,108 @@ class Browser {
         return names.map(({ browseName }) => browseName.name).sort();
     }
 }
+
+describe("The nodes of the standard", () => {
+    let host;
+    let client;
+    let browser;
+    before(async () => {
+        host = await startHost({ flags: fileObjectsFlags });
+        writeFileSync(host.path("file"), "content");
+        mkdirSync(host.path("directory"));
+        client = await host.connect();
+        browser = new Browser(client);
+    });
+    after(() => host.stop());
+
+    const nameOf = async (nodeId) => (await client.read(nodeId, "BrowseName")).value.value.name;
+
+    /** Returns the base namespace's types that a node's type derives from. */
+    async function standardTypesOf(nodeId) {
+        const [type] = (await client.browse(nodeId, { referenceTypeId: "HasTypeDefinition" })).references;
+        const names = [];
+        for (let next = type.nodeId; next !== undefined;) {
+            if (next.namespace === 0) {
+                names.push(await nameOf(next));
+            }
+            const inverse = { referenceTypeId: "HasSubtype", browseDirection: opcua.BrowseDirection.Inverse };
+            next = (await client.browse(next, inverse)).references?.[0]?.nodeId;
+        }
+        return names;
+    }
+
+    async function argumentsOf(method, property) {
+        const found = (await browser.references(method)).find(({ browseName }) => browseName.name === property);
+        const described = found ? (await client.read(found.nodeId)).value.value : [];
+        return Promise.all(described.map(async ({ name, dataType }) => [name, await nameOf(dataType)]));
+    }
+
+    const objects = {
+        "a file": [["FileSystem", "root", "file"], "FileType"],
+        "a directory": [["FileSystem", "root", "directory"], "FileDirectoryType"],
+        "a folder of the host": [["FileSystem", "root"], "FileDirectoryType"],
+        "the file system": [["FileSystem"], "FileDirectoryType"],
+        "the transfer of temporary files": [["FileSystem", "TemporaryFileTransfer"], "TemporaryFileTransferType"],
+    };
+    for (const [what, [path, type]] of Object.entries(objects)) {
+        const { clause, methods, properties } = standardTypes[type];
+
+        it(`${clause}: ${what} is of the type`, async () => {
+            assert.ok((await standardTypesOf(await browser.find(...path))).includes(type));
+        });
+
+        for (const [name, [inputs, outputs]] of Object.entries(methods)) {
+            it(`${clause}: ${what} has ${name} with its arguments`, async () => {
+                const members = await browser.references(await browser.find(...path));
+                const method = members.find(({ browseName }) => browseName.name === name);
+                assert.equal(method.browseName.namespaceIndex, 0);
+                assert.equal(method.nodeClass, opcua.NodeClass.Method);
+                assert.deepEqual(await argumentsOf(method.nodeId, "InputArguments"), inputs);
+                assert.deepEqual(await argumentsOf(method.nodeId, "OutputArguments"), outputs);
+            });
+        }
+
+        for (const [name, dataType] of Object.entries(properties)) {
+            it(`${clause}: ${what} has ${name}`, async () => {
+                const members = await browser.references(await browser.find(...path));
+                const property = members.find(({ browseName }) => browseName.name === name);
+                assert.equal(property.browseName.namespaceIndex, 0);
+                assert.equal(await nameOf((await client.read(property.nodeId, "DataType")).value.value), dataType);
+                assert.equal((await client.read(property.nodeId)).statusCode.name, "Good");
+            });
+        }
+    }
+
+    it("4.3: the root is a component of Objects and of Server", async () => {
+        for (const parent of ["i=85", "i=2253"]) {
+            const { references } = await client.browse(parent, { referenceTypeId: "HasComponent" });
+            assert.ok(references.some(({ nodeId, browseName }) => String(nodeId) === "ns=0;i=16314" && browseName.name === "FileSystem"), parent);
+        }
+    });
+
+    it("4.3: directories organize files and directories", async () => {
+        const { references } = await client.browse(await browser.find("FileSystem", "root"), { referenceTypeId: "Organizes" });
+        assert.deepEqual(references.map(({ browseName }) => browseName.name).sort(), ["directory", "file"]);
+    });
+
+    it("4.3.3, 4.3.4: a name becomes browse name and display name", async () => {
+        const folder = await browser.find("FileSystem", "root");
+        const [directory] = await browser.call(folder, "CreateDirectory", text("Übersicht"));
+        const [file] = await browser.call(folder, "CreateFile", text("Plan.txt"), flag(false));
+        for (const [nodeId, name] of [[directory, "Übersicht"], [file, "Plan.txt"]]) {
+            assert.equal(await nameOf(nodeId), name);
+            assert.equal((await client.read(nodeId, "DisplayName")).value.value.text, name);
+        }
+    });
+
+    it("4.4: temporary files cannot be found by browsing", async () => {
+        const transfer = await browser.find("FileSystem", "TemporaryFileTransfer");
+        const members = async () => (await browser.references(transfer)).map(({ browseName }) => browseName.name);
+        const before = await members();
+        await browser.call(transfer, "GenerateFileForRead", text("root/file"));
+        assert.deepEqual(await members(), before);
+    });
+});
 
 describe("A client of the standard", () => {
     let host;
@@ -186,7 +333,7 @@ describe("A client of the standard", () => {
         try {
             await waitFor("the other process", () => output === "ready");
             const directory = await browser.find("FileSystem", "root", "many");
-            // A directory that nobody has listed yet is unknown while the disk is slow to list it.
+            // A directory that nobody has listed yet has no entries to show while the disk is slow to list it.
             await waitFor("the first listing", () => browser.isListed(directory));
             const found = new Map();
             for (const { browseName } of await browser.references(directory, 1_000)) {
