@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace FileObjects {
 
@@ -66,6 +67,7 @@ private:
                                          std::shared_ptr<void> companion, const Caller& caller);
     void Commit(OpenFile& file, Target& target);
     void EndUnused();
+    void EndThose(std::vector<OpenFiles::FilePointer> unused) const;
 
     const Folders& folders;
     const NodeIds& nodeIds;

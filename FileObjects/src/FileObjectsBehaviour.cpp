@@ -1,10 +1,9 @@
 #include "FileObjectsBehaviour.h"
 
-#include "Core/DateTime.h"
-#include "Core/Logger.h"
 #include "Core/NamespaceMap.h"
 #include "Core/Objects.h"
 #include "Identifiers.h"
+#include "Log.h"
 #include "Statuses.h"
 
 #include <system_error>
@@ -19,17 +18,9 @@ void WarnIfNothingCanBeOpened()
     const int error = CheckOpening();
     if (error == 0)
         return;
-    Core::LogEntry entry;
-    entry.level = Core::LogLevel::Error;
-    entry.category = "FileObjects";
-    entry.message =
+    Log(Core::LogLevel::Error,
         "Cannot open any file: openat2: " + std::generic_category().message(error) +
-        " (a filter of system calls, such as systemd's RestrictSUIDSGID=, may forbid it)";
-    entry.timestamp = Core::DateTime::Now();
-    entry.file = __FILE__;
-    entry.function = "OnStart";
-    entry.line = __LINE__;
-    Core::Logger::Instance().AppendEntry(std::move(entry));
+            " (a filter of system calls, such as systemd's RestrictSUIDSGID=, may forbid it)");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "Transfers.h"
 
 #include "Core/Guid.h"
+#include "Log.h"
 #include "Statuses.h"
 #include "Trees.h"
 
@@ -171,8 +172,20 @@ void Transfers::EndUnused()
         else
             condition.wait_for(lock, period);
         lock.unlock();
-        openFiles.EndUnused(std::chrono::steady_clock::now() - timeout).clear();
+        EndThose(openFiles.EndUnused(std::chrono::steady_clock::now() - timeout));
         lock.lock();
+    }
+}
+
+/// Lets go of files that were not used. What was written into them is lost, so the log tells it.
+void Transfers::EndThose(std::vector<OpenFiles::FilePointer> unused) const
+{
+    for (auto& file : unused) {
+        if (file->isWritable)
+            Log(Core::LogLevel::Notice, file->subject +
+                                            ": dropped what was written for it: no call came for " +
+                                            std::to_string(timeout.count()) + " ms");
+        file = nullptr;
     }
 }
 

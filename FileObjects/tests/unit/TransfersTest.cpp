@@ -1,6 +1,7 @@
 #include "Transfers.h"
 #include "Core/Embedding/Runtime.h"
 #include "Core/Exception.h"
+#include "LogCapture.h"
 #include "TemporaryFolder.h"
 #include "Waiting.h"
 
@@ -41,9 +42,14 @@ protected:
 
 TEST_F(AnUnusedTemporaryFile, EndsByItself)
 {
+    const FileSystemTests::LogCapture log(Core::LogLevel::Notice, "FileObjects");
     const auto file = transfers.GenerateForWrite(Core::Value("files/target"), caller);
     EXPECT_EQ(CountFiles(), 1U);
     EXPECT_TRUE(FileSystemTests::WaitUntil([this] { return CountFiles() == 0; }));
+    const auto entries = log.GetEntries();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries.front().message,
+              "files/target: dropped what was written for it: no call came for 100 ms");
     EXPECT_THROW(transfers.CloseAndCommit(file.handle, caller), Core::StatusException);
 }
 

@@ -4,17 +4,21 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace FileSystemTests {
 
-/// Keeps the module's log entries as long as it lives, and sets the module's level meanwhile.
+/// Keeps a module's log entries as long as it lives, and sets the module's level meanwhile.
 class LogCapture
 {
 public:
-    explicit LogCapture(Core::LogLevel level = Core::LogLevel::Warning)
+    explicit LogCapture(Core::LogLevel level = Core::LogLevel::Warning,
+                        std::string module = "FileSystem")
+        : module(std::move(module))
     {
-        Core::Embedding::LogControl::SetLevel("FileSystem", level);
+        Core::Embedding::LogControl::SetLevel(this->module, level);
         Core::Embedding::LogControl::AddSink(sink);
     }
     LogCapture(const LogCapture&) = delete;
@@ -28,13 +32,14 @@ public:
     [[nodiscard]] std::vector<Core::LogEntry> GetEntries() const
     {
         auto entries = sink->GetEntries();
-        std::erase_if(entries, [](const auto& entry) { return entry.category != "FileSystem"; });
+        std::erase_if(entries, [this](const auto& entry) { return entry.category != module; });
         return entries;
     }
 
     void Clear() { sink->Clear(); }
 
 private:
+    const std::string module;
     std::shared_ptr<Core::Embedding::CapturingLogSink> sink =
         std::make_shared<Core::Embedding::CapturingLogSink>();
 };
