@@ -238,9 +238,7 @@ std::vector<ConfigurationProblem> FindProblems(const Configuration& configuratio
 
 std::vector<std::filesystem::path> FindModules(const Configuration& configuration)
 {
-    if (!configuration.modules.empty())
-        return configuration.modules;
-    auto modules = FindInstalledModules();
+    auto modules = configuration.modules.empty() ? FindInstalledModules() : configuration.modules;
     if (!configuration.fileObjects)
         std::erase_if(modules, [](const Path& module) {
             return module.filename() == "libTalvensor.FileObjects.so";

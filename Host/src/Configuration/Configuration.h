@@ -67,7 +67,7 @@ struct Configuration
     std::vector<std::filesystem::path> readOnlyRoots;
     /// Empty: the installed ones, see `FindModules`.
     std::vector<std::filesystem::path> modules;
-    bool fileObjects = true; ///< false: without the installed module that offers them
+    bool fileObjects = true; ///< false: without the module that offers them
     /// Empty: one for each module, see `FindModels`.
     std::vector<std::filesystem::path> models;
     /// The shared nodes, unless they are switched off.

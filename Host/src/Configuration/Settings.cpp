@@ -225,8 +225,8 @@ std::vector<Setting> MakeServingSettings()
              all.models = ParsePaths(values);
          }},
         {"file-objects", Flag, false, "Serving", "",
-         "offer the files also as the standard's file objects; without them, the installed module "
-         "libTalvensor.FileObjects.so is not loaded (yes)",
+         "offer the files also as the standard's file objects; without them, the module "
+         "libTalvensor.FileObjects.so is not loaded, even if it is named (yes)",
          [](Configuration& all, const Words& values) {
              all.fileObjects = ParseFlag(values.front());
          }},

@@ -327,6 +327,15 @@ TEST_F(ACommandLine, FindsModulesAndModelsOfItsOwnBuildWithoutAFlag)
                 Contains(GetModelFolder() / "Talvensor.FileSystem.NodeSet2.xml"));
 }
 
+TEST_F(ACommandLine, LeavesOutTheFileObjectsEvenIfTheirModuleIsNamed)
+{
+    Configuration configuration;
+    configuration.modules = {"/a/libFiles.so", "/b/libTalvensor.FileObjects.so"};
+    EXPECT_THAT(FindModules(configuration), SizeIs(2));
+    configuration.fileObjects = false;
+    EXPECT_THAT(FindModules(configuration), ElementsAre("/a/libFiles.so"));
+}
+
 TEST_F(ACommandLine, ReportsFilesThatAreNotThere)
 {
     EXPECT_THAT(GetFileProblems("root = 'root'\nmodule = ['libFiles.so', 'libNone.so']\n"

@@ -9,7 +9,7 @@ complete -c talvensor-host -l root -x -a '(__fish_complete_directories)' -d 'a f
 complete -c talvensor-host -l read-only -x -a '(__fish_complete_directories)' -d 'a folder that clients may only read; it may lie inside a root, or a root in it; repeatable'
 complete -c talvensor-host -l module -r -F -d 'a module to load, libNAME.so (all that are installed with this program); repeatable'
 complete -c talvensor-host -l model -r -F -d 'the information model of a module (NAME.NodeSet2.xml beside it, or installed with this program); repeatable'
-complete -c talvensor-host -l file-objects -l no-file-objects -d 'offer the files also as the standard\'s file objects; without them, the installed module libTalvensor.FileObjects.so is not loaded (yes)'
+complete -c talvensor-host -l file-objects -l no-file-objects -d 'offer the files also as the standard\'s file objects; without them, the module libTalvensor.FileObjects.so is not loaded, even if it is named (yes)'
 complete -c talvensor-host -l node -x -d 'a shared node, seen by all clients below Objects/FileSystems (FileSystem); repeatable'
 complete -c talvensor-host -l shared-nodes -l no-shared-nodes -d 'offer shared nodes; without them, clients make nodes of their own with CreateFileSystem (yes)'
 complete -c talvensor-host -l grace -x -d 'keep a session this long after its connection broke (5s)'
