@@ -1,4 +1,5 @@
 #include "FileObjectsFixture.h"
+#include "ProcessLimits.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -254,35 +255,12 @@ TEST_F(AFailure, ForLackOfDescriptorsIsBad_ResourceUnavailable)
     EXPECT_EXIT(LackDescriptors(), testing::ExitedWithCode(0), "passed");
 }
 
-/// Makes directories inside each other.
-void Nest(const std::filesystem::path& top, int levels)
-{
-    ASSERT_EQ(mkdir(top.c_str(), 0700), 0);
-    int directory = open(top.c_str(), O_RDONLY | O_DIRECTORY);
-    for (int level = 0; level < levels; ++level) {
-        ASSERT_EQ(mkdirat(directory, "d", 0700), 0);
-        const int next = openat(directory, "d", O_RDONLY | O_DIRECTORY);
-        close(directory);
-        directory = next;
-    }
-    close(directory);
-}
-
 /// Lets the process have fewer descriptors than the tree has levels.
 class ADeepTree : public AFileTree
 {
-protected:
-    ADeepTree()
-    {
-        Nest(folder / "deep", 1000);
-        getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit few{500, before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &few);
-    }
-    ~ADeepTree() override { setrlimit(RLIMIT_NOFILE, &before); }
-
 private:
-    rlimit before{};
+    const std::string deep = folder.MakeDeepFolder("deep"); // before the limit
+    const FileSystemTests::ProcessLimit fewDescriptors{RLIMIT_NOFILE, 500};
 };
 
 TEST_F(ADeepTree, IsDeletedWithFewerDescriptorsThanLevels)

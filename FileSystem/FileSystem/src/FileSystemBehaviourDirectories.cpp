@@ -4,6 +4,7 @@
 #include "FileTypes.h"
 #include "ModuleIdentifiers.h"
 #include "RelativePaths.h"
+#include "TreeRemoval.h"
 
 #include <boost/filesystem.hpp>
 
@@ -107,7 +108,7 @@ void FileSystemBehaviour::Delete(const std::vector<std::string>& paths)
     for (const auto& path : paths) {
         boost::system::error_code ignored;
         if (GetFileType(path) == fs::directory_file)
-            fs::remove_all(path, ignored);
+            RemoveTree(path);
         else
             fs::remove(path, ignored);
     }

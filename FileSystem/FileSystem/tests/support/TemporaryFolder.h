@@ -4,11 +4,15 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
+#include <utility>
 
 namespace FileSystemTests {
 
@@ -47,6 +51,22 @@ public:
         std::string file = *this / name;
         std::ofstream(file, std::ios::binary) << content;
         return file;
+    }
+
+    /// Makes a folder with folders nested in it, deeper than a path can be long. Returns its path.
+    // NOLINTNEXTLINE(modernize-use-nodiscard)
+    std::string MakeDeepFolder(const std::string& name) const
+    {
+        constexpr int levels = 2100;
+        std::string top = *this / name;
+        EXPECT_EQ(::mkdir(top.c_str(), 0700), 0);
+        int folder = ::open(top.c_str(), O_RDONLY | O_DIRECTORY);
+        for (int level = 0; level < levels; ++level) {
+            EXPECT_EQ(::mkdirat(folder, "d", 0700), 0);
+            ::close(std::exchange(folder, ::openat(folder, "d", O_RDONLY | O_DIRECTORY)));
+        }
+        ::close(folder);
+        return top;
     }
 
 private:

@@ -320,6 +320,28 @@ TEST_F(Directory, AFolderIsDeletedWithAllThatIsBelowIt)
     EXPECT_FALSE(std::filesystem::exists(folder / "a"));
 }
 
+TEST_F(Directory, AFolderThatIsDeeperThanAPathCanBeLongIsDeletedWithFewDescriptors)
+{
+    const auto deep = folder.MakeDeepFolder("deep");
+    {
+        const ProcessLimit fewDescriptors(RLIMIT_NOFILE, 500);
+        Delete({deep});
+    }
+    EXPECT_FALSE(std::filesystem::exists(deep));
+}
+
+TEST_F(Directory, DeletingAFolderFollowsNoLinkInIt)
+{
+    folder.MakeFile("kept");
+    std::filesystem::create_directories(folder / "kept-folder/below");
+    std::filesystem::create_directories(folder / "a/b");
+    std::filesystem::create_directory_symlink("../../kept-folder", folder / "a/b/link");
+    std::filesystem::create_symlink("../kept", folder / "a/link");
+    Delete({folder / "a"});
+    EXPECT_EQ(ListPaths(root, true),
+              (std::set<std::string>{"kept", "kept-folder", "kept-folder/below"}));
+}
+
 TEST_F(Directory, AFileIsDeleted)
 {
     Delete({folder.MakeFile("x")});

@@ -1,0 +1,108 @@
+#include "TreeRemoval.h"
+
+#include "Core/Guid.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+
+namespace FileSystem {
+
+namespace {
+
+/// The levels of directories that are open at once.
+constexpr std::size_t deepest = 128;
+
+struct CloseDirectory
+{
+    void operator()(DIR* directory) const noexcept { closedir(directory); }
+};
+
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+/// Opens no link. Null, and errno, if that fails.
+Directory OpenDirectory(int parent, const char* name)
+{
+    const int descriptor =
+        openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0)
+        return nullptr;
+    Directory result(fdopendir(descriptor));
+    if (!result)
+        close(descriptor);
+    return result;
+}
+
+bool IsGone() noexcept
+{
+    return errno == ENOENT;
+}
+
+/// All operations return false when something is left.
+class TreeRemoval
+{
+public:
+    explicit TreeRemoval(DIR& top)
+        : top(top)
+    {}
+
+    [[nodiscard]] bool Run() { return Empty(top, 1); }
+
+private:
+    /// Removes entries until a whole round finds none: some file systems lose their place in a
+    /// directory that changes, and the top gets new ones.
+    [[nodiscard]] bool Empty(DIR& directory, std::size_t level)
+    {
+        for (bool isEmpty = false; !isEmpty;) {
+            isEmpty = true;
+            rewinddir(&directory);
+            while (const dirent* const entry = readdir(&directory)) {
+                const std::string name(entry->d_name);
+                if (name == "." || name == "..")
+                    continue;
+                isEmpty = false;
+                if (!Remove(dirfd(&directory), name, level))
+                    return false;
+            }
+        }
+        return true;
+    }
+
+    [[nodiscard]] bool Remove(int parent, const std::string& name, std::size_t level)
+    {
+        if (unlinkat(parent, name.c_str(), 0) == 0 || IsGone())
+            return true;
+        if (level == deepest)
+            return MoveUp(parent, name);
+        const Directory directory = OpenDirectory(parent, name.c_str());
+        if (!directory)
+            return IsGone();
+        return Empty(*directory, level + 1) &&
+               (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0 || IsGone());
+    }
+
+    /// What lies too deep is removed from the top.
+    [[nodiscard]] bool MoveUp(int parent, const std::string& name) const
+    {
+        const auto newName = ".talvensor-" + Core::Guid::Random().ToString() + ".part";
+        return renameat(parent, name.c_str(), dirfd(&top), newName.c_str()) == 0 || IsGone();
+    }
+
+    DIR& top;
+};
+
+} // namespace
+
+void RemoveTree(const std::string& path)
+{
+    if (unlink(path.c_str()) == 0)
+        return;
+    const Directory directory = OpenDirectory(AT_FDCWD, path.c_str());
+    if (directory && TreeRemoval(*directory).Run())
+        rmdir(path.c_str());
+}
+
+} // namespace FileSystem
