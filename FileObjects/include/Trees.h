@@ -4,6 +4,7 @@
 #include "Descriptor.h"
 #include "OpenFiles.h"
 
+#include <cstddef>
 #include <string>
 
 // Work on directory trees. It stays below the directories that it is given: no link is followed.
@@ -17,6 +18,13 @@ struct Entry
     const Descriptor& directory;
     std::string name;
 };
+
+/// The levels of directories that are open at once. Without a bound, a tree that somebody has
+/// nested ten thousand deep would take the thread's stack and the host's descriptors.
+inline constexpr std::size_t deepestLevel = 128;
+
+/// Throws Bad_NotSupported below that level.
+void RequireLevel(std::size_t level, const std::string& subject);
 
 /// True if there is anything with this name, a link that leads nowhere included.
 [[nodiscard]] bool EntryExists(const Entry& entry);

@@ -3,6 +3,7 @@
 #include "DirectoryReader.h"
 #include "Files.h"
 #include "Statuses.h"
+#include "Trees.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -88,40 +89,50 @@ Checksum ComputeChecksum(const Descriptor& file, std::uint64_t start, std::uint6
     return result;
 }
 
-std::vector<unsigned char> ComputeTreeChecksum(const Descriptor& directory,
-                                               const std::string& subject, const Caller& caller);
-
-void AddEntry(Sha256& sum, const Descriptor& directory, const std::string& name,
-              const std::string& subject, const Caller& caller)
+class TreeChecksum
 {
-    struct stat state
-    {};
-    if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
-        RefuseWithErrno(subject, errno);
-    const bool isDirectory = S_ISDIR(state.st_mode);
-    if (!isDirectory && !S_ISREG(state.st_mode))
-        return;
-    const auto entry =
-        OpenEntry(directory, name, O_RDONLY | O_NONBLOCK | (isDirectory ? O_DIRECTORY : O_NOCTTY));
-    if (!entry.IsOpen())
-        RefuseWithErrno(subject, errno);
-    sum.Update(isDirectory ? "d" : "f", 1);
-    sum.Update(name.c_str(), name.size() + 1);
-    const auto own = isDirectory ? ComputeTreeChecksum(entry, subject, caller)
-                                 : ComputeChecksum(entry, 0, 0, subject, caller).bytes;
-    sum.Update(own.data(), own.size());
-}
+public:
+    explicit TreeChecksum(const Caller& caller)
+        : caller(caller)
+    {}
 
-std::vector<unsigned char> ComputeTreeChecksum(const Descriptor& directory,
-                                               const std::string& subject, const Caller& caller)
-{
-    Sha256 sum;
-    for (const auto& name : ListNames(directory, subject)) {
-        caller.CheckGoesOn();
-        AddEntry(sum, directory, name, subject + "/" + name, caller);
+    std::vector<unsigned char> Compute(const Descriptor& directory, const std::string& subject)
+    {
+        RequireLevel(++level, subject);
+        Sha256 sum;
+        for (const auto& name : ListNames(directory, subject)) {
+            caller.CheckGoesOn();
+            AddEntry(sum, directory, name, subject + "/" + name);
+        }
+        --level;
+        return sum.Finish();
     }
-    return sum.Finish();
-}
+
+private:
+    void AddEntry(Sha256& sum, const Descriptor& directory, const std::string& name,
+                  const std::string& subject)
+    {
+        struct stat state
+        {};
+        if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
+            RefuseWithErrno(subject, errno);
+        const bool isDirectory = S_ISDIR(state.st_mode);
+        if (!isDirectory && !S_ISREG(state.st_mode))
+            return;
+        const auto entry = OpenEntry(
+            directory, name, O_RDONLY | O_NONBLOCK | (isDirectory ? O_DIRECTORY : O_NOCTTY));
+        if (!entry.IsOpen())
+            RefuseWithErrno(subject, errno);
+        sum.Update(isDirectory ? "d" : "f", 1);
+        sum.Update(name.c_str(), name.size() + 1);
+        const auto own = isDirectory ? Compute(entry, subject)
+                                     : ComputeChecksum(entry, 0, 0, subject, caller).bytes;
+        sum.Update(own.data(), own.size());
+    }
+
+    const Caller& caller;
+    std::size_t level = 0; // of the directories that are open
+};
 
 } // namespace
 
@@ -137,7 +148,7 @@ Checksum ComputeFileChecksum(const Folders& folders, const Place& place, OpenFil
 std::vector<unsigned char> ComputeTreeChecksum(const Folders& folders, const Place& place,
                                                const Caller& caller)
 {
-    return ComputeTreeChecksum(folders.OpenDirectory(place), folders.Show(place), caller);
+    return TreeChecksum(caller).Compute(folders.OpenDirectory(place), folders.Show(place));
 }
 
 } // namespace FileObjects

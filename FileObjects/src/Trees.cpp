@@ -37,10 +37,6 @@ void RemoveDirectory(const Entry& entry, const std::string& subject)
         RefuseWithErrno(subject, errno);
 }
 
-/// The levels of directories that are open at once. Without a bound, a tree that somebody has
-/// nested ten thousand deep would take the thread's stack and the host's descriptors.
-constexpr std::size_t deepest = 128;
-
 /// Deletes what is in a directory. What lies too deep is moved up, and deleted from there.
 class TreeDeletion
 {
@@ -76,7 +72,7 @@ private:
         const auto directory = DeleteFile(entry, subject);
         if (!directory.IsOpen())
             return;
-        if (level == deepest)
+        if (level == deepestLevel)
             return MoveUp(entry, subject);
         DeleteContents(directory, subject, level + 1);
         RemoveDirectory(entry, subject);
@@ -179,10 +175,7 @@ private:
     void CopyDirectory(const Descriptor& from, const struct stat& state, const Entry& to,
                        const std::string& subject)
     {
-        if (level == deepest)
-            Refuse(Status::notSupported, subject,
-                   "directories that are nested more than " + std::to_string(deepest) +
-                       " deep are not copied");
+        RequireLevel(++level, subject);
         if (mkdirat(to.directory.Get(), to.name.c_str(), 0700) != 0)
             RefuseWithErrno(subject, errno);
         const auto copy = OpenEntry(to.directory, to.name, O_RDONLY | O_DIRECTORY);
@@ -192,7 +185,6 @@ private:
             top = GetState(copy, subject);
             hasTop = true;
         }
-        ++level;
         DirectoryReader reader(from, subject);
         for (DirectoryEntry entry; reader.Next(entry);) {
             caller.CheckGoesOn();
@@ -239,6 +231,13 @@ private:
 };
 
 } // namespace
+
+void RequireLevel(std::size_t level, const std::string& subject)
+{
+    if (level > deepestLevel)
+        Refuse(Status::notSupported, subject,
+               "directories are nested more than " + std::to_string(deepestLevel) + " deep");
+}
 
 bool EntryExists(const Entry& entry)
 {

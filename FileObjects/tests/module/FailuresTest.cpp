@@ -270,13 +270,20 @@ TEST_F(ADeepTree, IsDeletedWithFewerDescriptorsThanLevels)
     EXPECT_FALSE(std::filesystem::exists(folder / "deep"));
 }
 
+TEST_F(ADeepTree, HasNoChecksum)
+{
+    EXPECT_EQ(client.Call("d/files/deep", "GetChecksum"), Code::Bad_NotSupported);
+    EXPECT_THAT(client.GetMessage(),
+                testing::EndsWith("directories are nested more than 128 deep"));
+}
+
 TEST_F(ADeepTree, IsNotCopied)
 {
     EXPECT_EQ(client.Call("d/files", "MoveOrCopy",
                           {ToNode("d/files/deep"), ToNode("d/files"), true, "copy"}),
               Code::Bad_NotSupported);
     EXPECT_THAT(client.GetMessage(),
-                testing::EndsWith("directories that are nested more than 128 deep are not copied"));
+                testing::EndsWith("directories are nested more than 128 deep"));
     EXPECT_EQ(client.Call("d/files", "Delete", {ToNode("d/files/deep")}), Code::Good)
         << client.GetMessage();
     EXPECT_TRUE(std::filesystem::is_empty(folder.GetPath()));
