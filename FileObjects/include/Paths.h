@@ -3,6 +3,7 @@
 #include "Caller.h"
 #include "Checksums.h"
 #include "Core/DateTime.h"
+#include "Descriptor.h"
 #include "Directories.h"
 #include "Folders.h"
 #include "Keys.h"
@@ -66,7 +67,8 @@ public:
     /// by their whole paths.
     [[nodiscard]] Listing List(const std::string& path, std::uint64_t start, std::size_t maximum,
                                const Caller& caller) const;
-    /// Renames one after the other. `replaces`: files in the place of files.
+    /// Renames one after the other. `replaces`: files in the place of files; their contents are on
+    /// the disk before.
     [[nodiscard]] Results Move(const Texts& sources, const Texts& targets, bool replaces,
                                const Caller& caller);
     void Copy(const std::string& source, const std::string& target, bool replaces,
@@ -83,6 +85,9 @@ private:
     [[nodiscard]] Place Resolve(const std::string& path) const;
     [[nodiscard]] Key Require(const Place& place) const;
     [[nodiscard]] Listing ListFolders(const Caller& caller) const;
+    [[nodiscard]] Descriptor OpenForSync(const std::string& path) const;
+    void Sync(const std::string& path) const;
+    [[nodiscard]] bool SyncTogether(const Texts& paths) const;
     void AddState(const std::string& path, States& states) const;
     void Put(const std::string& source, const std::string& target, const Placing& placing,
              const Caller& caller);

@@ -5,9 +5,46 @@
 #include <openssl/sha.h>
 #include <set>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
+
+namespace {
+
+/// The system calls of the module that bring files to the disk, in place of those of the C library.
+struct Syncs
+{
+    int ofFiles = 0;
+    int ofDisks = 0;
+    int error = 0; ///< each fails with it; 0: none
+    std::filesystem::path target;
+    bool sawTarget = false; ///< it was there before it was synced
+
+    int Make(long number, int& count, int file)
+    {
+        ++count;
+        sawTarget = sawTarget || std::filesystem::exists(target);
+        if (error == 0)
+            return static_cast<int>(syscall(number, file));
+        errno = error;
+        return -1;
+    }
+};
+
+Syncs syncs;
+
+} // namespace
+
+__attribute__((visibility("default"))) int fsync(int file)
+{
+    return syncs.Make(SYS_fsync, syncs.ofFiles, file);
+}
+
+__attribute__((visibility("default"))) int syncfs(int file) noexcept
+{
+    return syncs.Make(SYS_syncfs, syncs.ofDisks, file);
+}
 
 namespace {
 
@@ -423,6 +460,68 @@ TEST_F(APath, IsOneOfAtMostAThousand)
               Code::Bad_InvalidArgument);
     EXPECT_EQ(client.Call("d/files", "GetStates", {ToArray({"file"})}), Code::Refused)
         << "only the root has these methods";
+}
+
+class AMovedPath : public APath
+{
+protected:
+    AMovedPath() { syncs = {.target = folder / "to0"}; }
+    ~AMovedPath() override { syncs = {}; }
+
+    /// Moves so many files.
+    std::vector<unsigned int> MoveFiles(int count, bool replaces)
+    {
+        Texts sources;
+        Texts targets;
+        for (int i = 0; i < count; ++i) {
+            sources.push_back("from" + std::to_string(i));
+            targets.push_back("to" + std::to_string(i));
+            folder.MakeFile(sources.back(), "content");
+        }
+        return Move(sources, targets, replaces);
+    }
+};
+
+TEST_F(AMovedPath, IsOnTheDiskBeforeItTakesThePlaceOfAnother)
+{
+    EXPECT_THAT(MoveFiles(1, true), ElementsAre(Code::Good));
+    EXPECT_EQ(syncs.ofFiles, 1);
+    EXPECT_EQ(syncs.ofDisks, 0);
+    EXPECT_FALSE(syncs.sawTarget);
+}
+
+TEST_F(AMovedPath, IsOnTheDiskWithAllOthersOfACall)
+{
+    EXPECT_THAT(MoveFiles(200, true), testing::Each(Code::Good));
+    EXPECT_EQ(syncs.ofFiles, 0);
+    EXPECT_EQ(syncs.ofDisks, 1);
+    EXPECT_FALSE(syncs.sawTarget);
+}
+
+TEST_F(AMovedPath, StaysWhenItDoesNotReachTheDisk)
+{
+    syncs.error = EIO;
+    for (const int count : {1, 200}) {
+        EXPECT_THAT(MoveFiles(count, true), testing::Each(Code::Bad_DeviceFailure));
+        EXPECT_THAT(reasons, testing::Each("Input/output error"));
+        EXPECT_FALSE(std::filesystem::exists(folder / "to0"));
+        EXPECT_TRUE(std::filesystem::exists(folder / "from0"));
+    }
+}
+
+TEST_F(AMovedPath, IsNotSyncedWhereItReplacesNothing)
+{
+    EXPECT_THAT(MoveFiles(200, false), testing::Each(Code::Good));
+    EXPECT_EQ(syncs.ofFiles + syncs.ofDisks, 0);
+}
+
+TEST_F(AMovedPath, IsSyncedThoughNobodyMayReadIt)
+{
+    folder.MakeFile("from", "content");
+    std::filesystem::permissions(folder / "from", std::filesystem::perms::owner_write);
+    EXPECT_THAT(Move({"from", "directory"}, {"to0", "there"}, true),
+                ElementsAre(Code::Good, Code::Good));
+    EXPECT_EQ(syncs.ofFiles, 1) << "of directories none";
 }
 
 } // namespace

@@ -42,6 +42,7 @@ inline constexpr std::uint32_t Bad_NotFound = 0x803E0000;
 inline constexpr std::uint32_t Bad_BrowseNameInvalid = 0x80600000;
 inline constexpr std::uint32_t Bad_BrowseNameDuplicated = 0x80610000;
 inline constexpr std::uint32_t Bad_ArgumentsMissing = 0x80760000;
+inline constexpr std::uint32_t Bad_DeviceFailure = 0x808B0000;
 inline constexpr std::uint32_t Bad_InvalidArgument = 0x80AB0000;
 inline constexpr std::uint32_t Bad_InvalidState = 0x80AF0000;
 /// The behaviour does not have the method.
