@@ -34,7 +34,7 @@ void DeleteTree(const Entry& entry, const std::string& subject, const Caller* ca
 /// The same for something unfinished: deletes as much as it can.
 void RemoveTree(const Entry& entry) noexcept;
 
-/// Copies all bytes from the beginning.
+/// Copies all bytes from the beginning to an empty file. Holes stay holes.
 void CopyContent(const Descriptor& from, const Descriptor& to, const std::string& subject,
                  const Caller& caller);
 

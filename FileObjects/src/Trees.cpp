@@ -5,12 +5,14 @@
 #include "Folders.h"
 #include "Statuses.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -137,6 +139,89 @@ void Sync(const Descriptor& file, const std::string& subject)
     if (fsync(file.Get()) != 0 && errno != EINVAL && errno != ENOTSUP)
         RefuseWithErrno(subject, errno);
 }
+
+constexpr off_t farthest = std::numeric_limits<off_t>::max();
+
+/// A part of a file, from its first byte to behind its last; it may reach beyond the file.
+struct Part
+{
+    off_t begin = 0;
+    off_t end = 0;
+};
+
+/// Returns the first part from a position on that is no hole; an empty one behind the last.
+Part FindData(const Descriptor& file, off_t position) noexcept
+{
+    const off_t begin = lseek(file.Get(), position, SEEK_DATA);
+    if (begin < 0) // ENXIO at the end; others where holes cannot be found
+        return errno == ENXIO ? Part{} : Part{position, farthest};
+    const off_t end = lseek(file.Get(), begin, SEEK_HOLE);
+    return {begin, end < 0 ? farthest : end};
+}
+
+/// Copies parts of a file to the same places in another.
+class ContentCopy
+{
+public:
+    ContentCopy(const Descriptor& from, const Descriptor& to, const std::string& subject,
+                const Caller& caller)
+        : from(from)
+        , to(to)
+        , subject(subject)
+        , caller(caller)
+    {}
+
+    /// File systems that can share the blocks of two files do so; some copy nothing by themselves.
+    void Run(Part part) const
+    {
+        constexpr off_t step = 16L * 1024 * 1024; // a caller who has gone is noticed between them
+        while (part.begin < part.end) {
+            caller.CheckGoesOn();
+            off_t target = part.begin;
+            const auto count =
+                copy_file_range(from.Get(), &part.begin, to.Get(), &target,
+                                static_cast<std::size_t>(std::min(step, part.end - part.begin)), 0);
+            if (count <= 0)
+                return ReadAndWrite(part);
+        }
+    }
+
+    /// Ends where the file does.
+    void ReadAndWrite(Part part) const
+    {
+        std::vector<char> buffer(256 * 1024UL);
+        while (part.begin < part.end) {
+            caller.CheckGoesOn();
+            const auto wanted =
+                std::min<off_t>(static_cast<off_t>(buffer.size()), part.end - part.begin);
+            const auto count =
+                pread(from.Get(), buffer.data(), static_cast<std::size_t>(wanted), part.begin);
+            if (count < 0)
+                RefuseWithErrno(subject, errno);
+            if (count == 0)
+                return;
+            Write(buffer.data(), count, part.begin);
+            part.begin += count;
+        }
+    }
+
+private:
+    void Write(const char* bytes, ssize_t size, off_t position) const
+    {
+        for (ssize_t written = 0; written < size;) {
+            const auto count = pwrite(to.Get(), bytes + written,
+                                      static_cast<std::size_t>(size - written), position + written);
+            if (count < 0)
+                RefuseWithErrno(subject, errno);
+            written += count;
+        }
+    }
+
+    const Descriptor& from;
+    const Descriptor& to;
+    const std::string& subject;
+    const Caller& caller;
+};
 
 /// Copies trees without the directory that the copy itself begins with, which may be inside.
 class TreeCopy
@@ -266,37 +351,19 @@ void RemoveTree(const Entry& entry) noexcept
 void CopyContent(const Descriptor& from, const Descriptor& to, const std::string& subject,
                  const Caller& caller)
 {
-    // In parts, so that a caller who has gone is noticed. File systems that can share the blocks of
-    // two files do so.
-    constexpr std::size_t part = 16UL * 1024 * 1024;
+    const ContentCopy copy(from, to, subject, caller);
     off_t position = 0;
-    ssize_t count = 1;
-    while (count > 0) {
-        caller.CheckGoesOn();
-        count = copy_file_range(from.Get(), &position, to.Get(), nullptr, part, 0);
+    for (auto data = FindData(from, position); data.begin < data.end;
+         data = FindData(from, position)) {
+        copy.Run(data);
+        position = data.end;
     }
-    const bool isImpossible = position == 0 && (count == 0 || errno == EINVAL || errno == EXDEV ||
-                                                errno == EOPNOTSUPP || errno == ENOSYS);
-    if (count < 0 && !isImpossible)
+    const auto size = GetState(from, subject).st_size;
+    if (size > position && ftruncate(to.Get(), size) != 0)
         RefuseWithErrno(subject, errno);
-    if (!isImpossible)
-        return;
-    // Files of the kernel say that they are empty, and some file systems copy nothing by
-    // themselves.
-    std::vector<char> buffer(256 * 1024UL);
-    while ((count = pread(from.Get(), buffer.data(), buffer.size(), position)) > 0) {
-        caller.CheckGoesOn();
-        for (ssize_t written = 0; written < count;) {
-            const auto more = pwrite(to.Get(), buffer.data() + written,
-                                     static_cast<std::size_t>(count - written), position);
-            if (more < 0)
-                RefuseWithErrno(subject, errno);
-            written += more;
-            position += more;
-        }
-    }
-    if (count < 0)
-        RefuseWithErrno(subject, errno);
+    // Files of the kernel say that they are empty.
+    if (size == 0)
+        copy.ReadAndWrite({0, farthest});
 }
 
 void CopyTree(const Descriptor& from, const Entry& to, const std::string& subject, CopyFor use,

@@ -1,6 +1,8 @@
 #include "FileObjectsFixture.h"
 
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <openssl/sha.h>
 #include <set>
@@ -324,6 +326,29 @@ TEST_F(APath, IsCopiedWithAllBelowIt)
     EXPECT_EQ(ReadBack("from fixed"), "fixed");
     EXPECT_EQ(Copy("file", "no/such/place"), Code::Bad_NotFound);
     EXPECT_EQ(List("d/files").size(), 4U) << "and nothing unfinished";
+}
+
+TEST_F(APath, IsCopiedWithItsHoles)
+{
+    constexpr off_t size = 1L << 30;
+    folder.MakeFile("sparse", "begin");
+    const int sparse = open((folder / "sparse").c_str(), O_WRONLY);
+    EXPECT_EQ(pwrite(sparse, "middle", 6, size / 2), 6);
+    EXPECT_EQ(ftruncate(sparse, size), 0);
+    close(sparse);
+    EXPECT_EQ(Copy("sparse", "copy"), Code::Good);
+    struct stat copy
+    {};
+    EXPECT_EQ(stat((folder / "copy").c_str(), &copy), 0);
+    EXPECT_EQ(copy.st_size, size);
+    EXPECT_LT(copy.st_blocks * 512L, size / 100);
+    std::ifstream content(folder / "copy", std::ios::binary);
+    std::string begin(6, ' ');
+    content.read(begin.data(), 6);
+    EXPECT_EQ(begin, std::string("begin\0", 6));
+    std::string middle(8, ' ');
+    content.seekg(size / 2 - 1).read(middle.data(), 8);
+    EXPECT_EQ(middle, std::string("\0middle\0", 8));
 }
 
 TEST_F(APath, IsCopiedWithTheSpecialBitsThatAreSafe)
