@@ -82,10 +82,14 @@ remove_groups() {
     echo "talvensor: $machine_groups: cannot be removed" >&2
 }
 
+first_process() {
+    pgrep --parent "$machine_process"
+}
+
 # in_machine COMMAND...
 in_machine() {
     local first
-    first=$(pgrep --parent "$machine_process") || return 1
+    first=$(first_process) || return 1
     nsenter --target "$first" --mount --pid --uts --ipc --cgroup --net --root --wd \
         env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb LC_ALL=C.UTF-8 \
         DEBIAN_FRONTEND=noninteractive "$@"
@@ -105,11 +109,9 @@ wait_for() {
 }
 
 has_started() {
-    if [[ $machine_init == systemd ]]; then
-        [[ $(in_machine systemctl is-system-running) == @(running|degraded) ]]
-    else
-        in_machine true
-    fi
+    # The shell before it still has this machine's root.
+    [[ $(ps --no-headers --format comm --pid "$(first_process)") == @(systemd|sleep) ]] || return 1
+    [[ $machine_init != systemd || $(in_machine systemctl is-system-running) == @(running|degraded) ]]
 }
 
 # start_machine TREE: with systemd if that can be.
