@@ -2,13 +2,12 @@
 
 #include "Core/LogEntry.h"
 
-#include <source_location>
 #include <string>
 
 namespace FileObjects {
 
 /// Writes a line to the host's log. Any thread.
-void Log(Core::LogLevel level, std::string message,
-         const std::source_location& place = std::source_location::current());
+void Log(Core::LogLevel level, std::string message, const char* file = __builtin_FILE(),
+         const char* function = __builtin_FUNCTION(), int line = __builtin_LINE());
 
 } // namespace FileObjects

@@ -7,16 +7,17 @@
 
 namespace FileObjects {
 
-void Log(Core::LogLevel level, std::string message, const std::source_location& place)
+void Log(Core::LogLevel level, std::string message, const char* file, const char* function,
+         int line)
 {
     Core::LogEntry entry;
     entry.level = level;
     entry.category = "FileObjects";
     entry.message = std::move(message);
     entry.timestamp = Core::DateTime::Now();
-    entry.file = place.file_name();
-    entry.function = place.function_name();
-    entry.line = static_cast<int>(place.line());
+    entry.file = file;
+    entry.function = function;
+    entry.line = line;
     Core::Logger::Instance().AppendEntry(std::move(entry));
 }
 
