@@ -98,6 +98,12 @@ void Relay::Cut()
     eventfd_write(wake, 1);
 }
 
+void Relay::Release()
+{
+    held = std::numeric_limits<std::uint64_t>::max();
+    eventfd_write(wake, 1);
+}
+
 void Relay::CutBefore(std::string bytes, int occurrence)
 {
     const std::lock_guard lock(mutex);
@@ -155,6 +161,7 @@ bool Relay::PassToServer(int client, int server)
 {
     Block block;
     const auto received = Receive(client, block);
+    passed += received.size();
     SpoilIn(received);
     return !received.empty() && !IsCutHere({received.data(), received.size()}) &&
            Send(server, received);
@@ -179,7 +186,7 @@ void Relay::Run()
     while (!isStopping) {
         std::vector<pollfd> queries{{wake, POLLIN, 0}, {listener, POLLIN, 0}};
         for (const auto& pair : pairs) {
-            queries.push_back({pair.client, POLLIN, 0});
+            queries.push_back({pair.client, static_cast<short>(IsHolding() ? 0 : POLLIN), 0});
             queries.push_back({pair.server, POLLIN, 0});
         }
         poll(queries.data(), queries.size(), -1);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 #include <span>
 #include <string>
@@ -36,6 +37,10 @@ public:
     /// Makes one of the next plain calls of "Write" one that the server refuses.
     void SpoilWrite() noexcept { isSpoiling = true; }
     [[nodiscard]] bool HasSpoiled() const noexcept { return hasSpoiled; }
+    /// Passes on so many bytes of what clients send, and no more until it is released.
+    void HoldAfter(std::uint64_t bytes) noexcept { held = bytes; }
+    void Release();
+    [[nodiscard]] bool IsHolding() const noexcept { return passed >= held; }
     /// How many connections were passed on so far.
     [[nodiscard]] int CountConnections() const noexcept { return connections; }
 
@@ -56,6 +61,8 @@ private:
     std::atomic<bool> isRefusing{false};
     std::atomic<bool> hasCut{false};
     std::atomic<int> connections{0};
+    std::atomic<std::uint64_t> passed{0};
+    std::atomic<std::uint64_t> held{std::numeric_limits<std::uint64_t>::max()};
     std::atomic<bool> isSpoiling{false};
     std::atomic<bool> hasSpoiled{false};
     std::mutex mutex; // guards what follows

@@ -1,5 +1,6 @@
-// One command on many hosts, some of which are down, stuck, full, or refuse us.
+// One command on many hosts, some of which are down, stuck, slow, full, or refuse us.
 
+#include "Relay.h"
 #include "SmallDisk.h"
 #include "Tool.h"
 
@@ -67,9 +68,11 @@ struct OwnHost
     ClientTest::TemporaryFolder root;
     std::optional<ClientTest::HostProcess> process;
 
-    void Start(const fs::path& pki, const std::vector<std::string>& flags = {})
+    void Start(const fs::path& pki, const std::vector<std::string>& flags = {},
+               const std::string& address = "127.0.0.1")
     {
-        process.emplace(root.GetPath(), flags, std::uint16_t{0}, ClientTest::HostStart{.pki = pki});
+        process.emplace(root.GetPath(), flags, std::uint16_t{0},
+                        ClientTest::HostStart{.address = address, .pki = pki});
     }
 };
 
@@ -107,6 +110,16 @@ protected:
         members += (members.empty() ? "\"" : ", \"") + name + "\"";
     }
 
+    /// Returns the settings of a profile whose user has this password.
+    [[nodiscard]] std::string MakeLogin(const std::string& secret) const
+    {
+        const auto file = desk.GetHome() / secret;
+        WriteFile(file, secret + "\n");
+        fs::permissions(file, fs::perms::owner_read);
+        return "user = \"" + std::string(userName) + "\"\npassword-file = \"" + file.string() +
+               "\"\n";
+    }
+
     /// All profiles make the group "line".
     void WriteProfiles() const
     {
@@ -142,12 +155,17 @@ std::vector<json> ParseObjects(const std::string& text)
     return objects;
 }
 
-TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckFullOrRefuseUs)
+TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckSlowFullOrRefuseUs)
 {
     std::thread([this] {
-        constexpr std::size_t goodOnes = 31;
+        constexpr std::size_t goodOnes = 29;
         SilentPort stuck(true);
         AddProfile("stuck", stuck.GetUrl(), "timeout = 3600\n");
+        OwnHost slow;
+        slow.Start(GetPki());
+        ClientTest::Relay slowWay(slow.process->GetPort());
+        slowWay.HoldAfter(SmallDisk::size); // half of the file is not there by then
+        AddProfile("slow", slowWay.GetUrl(), "timeout = 3600\n");
         StartGood(goodOnes);
         std::vector<std::unique_ptr<SilentPort>> down;
         for (int i = 0; i < 5; ++i) {
@@ -160,14 +178,15 @@ TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckFullOrRefuseUs)
         disk.Limit(full.GetProcess());
         AddProfile("full", full.GetUrl());
         const ClientTest::TemporaryFolder users;
+        const auto userFile = Desk::MakeUserFile(users.GetPath()).string();
+        OwnHost withUsers;
+        withUsers.Start(GetPki(), {"--users", userFile});
+        AddProfile("wrongpassword", withUsers.process->GetUrl(), MakeLogin("wrong"));
+        AddProfile("nopassword", withUsers.process->GetUrl(), "user = \"ann\"\n");
+        // One for other machines too lets in those clients alone whose certificates it trusts.
         OwnHost distrusting;
-        distrusting.Start(GetPki(), {"--users", Desk::MakeUserFile(users.GetPath()).string()});
-        WriteFile(desk.GetHome() / "secret", "wrong\n");
-        fs::permissions(desk.GetHome() / "secret", fs::perms::owner_read);
-        AddProfile("distrusting", distrusting.process->GetUrl(),
-                   "user = \"ann\"\npassword-file = \"" + (desk.GetHome() / "secret").string() +
-                       "\"\n");
-        AddProfile("nopassword", distrusting.process->GetUrl(), "user = \"ann\"\n");
+        distrusting.Start(GetPki(), {"--users", userFile}, "0.0.0.0");
+        AddProfile("distrusting", distrusting.process->GetUrl(), MakeLogin(password));
         WriteProfiles();
         MakeMarkedFile(desk.GetLocal("fw.bin"), 2 * SmallDisk::size);
 
@@ -175,11 +194,16 @@ TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckFullOrRefuseUs)
             desk,
             {"--accept-new", "--connect-timeout", "3600", "--on", "@line", "put", "fw.bin", "."},
             200);
-        // The one that is stuck began first, and is under way to the end.
-        for (std::size_t ended = 0; ended < 39; ++ended)
-            ASSERT_TRUE(terminal.WaitFor(" s")) << terminal.GetSeen();
+        // Those that are stuck and slow began first; all others end before them.
+        ASSERT_TRUE(terminal.WaitFor("38 of 40 hosts ended; under way: stuck slow"))
+            << terminal.GetSeen();
+        EXPECT_TRUE(slowWay.IsHolding());
+        EXPECT_LT(fs::file_size(slow.root.GetPath() / "fw.bin"), 2 * SmallDisk::size);
+        slowWay.Release();
         ASSERT_TRUE(terminal.WaitFor("39 of 40 hosts ended; under way: stuck"))
             << terminal.GetSeen();
+        EXPECT_THAT(terminal.GetSeen(), HasSubstr("slow: done"));
+        EXPECT_TRUE(AreSame(desk.GetLocal("fw.bin"), slow.root.GetPath() / "fw.bin"));
         EXPECT_THAT(terminal.GetSeen(), Not(HasSubstr("stuck: ")));
         stuck.HangUp();
         EXPECT_EQ(terminal.WaitForEnd(), 4);
@@ -187,9 +211,11 @@ TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckFullOrRefuseUs)
         EXPECT_THAT(seen, HasSubstr("stuck: no connection"));
         EXPECT_THAT(seen, HasSubstr("down3: no connection"));
         EXPECT_THAT(seen, HasSubstr("full: failed"));
+        EXPECT_THAT(seen, HasSubstr("wrongpassword: refused"));
         EXPECT_THAT(seen, HasSubstr("distrusting: refused"));
+        EXPECT_THAT(seen, HasSubstr("it does not trust the certificate of this client"));
         EXPECT_THAT(seen, HasSubstr("nopassword: wrong settings"));
-        EXPECT_THAT(seen, HasSubstr("40 hosts: 31 done, 1 failed, 6 no connection, 1 refused, 1 "
+        EXPECT_THAT(seen, HasSubstr("40 hosts: 30 done, 1 failed, 6 no connection, 2 refused, 1 "
                                     "wrong settings"));
         for (const auto& host : good)
             EXPECT_TRUE(AreSame(desk.GetLocal("fw.bin"), host.root.GetPath() / "fw.bin"));
