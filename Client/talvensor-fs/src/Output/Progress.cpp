@@ -15,7 +15,7 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr auto meteredTime = std::chrono::seconds(5);
 constexpr auto frameTime = std::chrono::milliseconds(100);
-constexpr auto lineTime = std::chrono::seconds(5);
+constexpr int framesInLine = 50; // where each is a line of its own: one in five seconds
 
 std::string DescribePart(std::uint64_t bytes, std::optional<std::uint64_t> all)
 {
@@ -122,24 +122,25 @@ void ProgressDisplay::Update(const Client::Progress& progress)
 
 void ProgressDisplay::Run()
 {
-    const std::chrono::milliseconds interval = console.CanDraw() ? frameTime : lineTime;
+    const int framesInShown = console.CanDraw() ? 1 : framesInLine;
     Support::Lock lock(mutex);
-    while (!isEnding) {
-        const auto next = std::chrono::steady_clock::now() + interval;
+    for (int frame = 1; !isEnding; ++frame) {
+        const auto next = std::chrono::steady_clock::now() + frameTime;
         while (!isEnding && changed.WaitUntil(lock, next)) {
         }
         if (isEnding || !latest)
             continue;
         const auto progress = *latest;
         lock.Unlock();
-        Show(progress);
+        meter.Add(std::chrono::steady_clock::now(), progress.bytes);
+        if (frame % framesInShown == 0)
+            Show(progress);
         lock.Relock();
     }
 }
 
 void ProgressDisplay::Show(const Client::Progress& progress)
 {
-    meter.Add(std::chrono::steady_clock::now(), progress.bytes);
     if (!console.CanDraw()) {
         console.Say(DescribeProgress(progress, meter.GetRate()));
         return;
