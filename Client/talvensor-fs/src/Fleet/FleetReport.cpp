@@ -10,6 +10,7 @@
 #include <map>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 namespace Cli {
 
@@ -87,6 +88,12 @@ std::string RenderRow(const Row& row, const std::array<std::size_t, columnCount>
     return line;
 }
 
+/// The last column stays free: a terminal would begin a new line there.
+std::size_t GetWidth()
+{
+    return std::max<std::size_t>(Console::GetColumns(), 2) - 1;
+}
+
 std::string JoinNames(const std::vector<HostResult>& results, bool (*isWanted)(const HostResult&))
 {
     std::string names;
@@ -142,8 +149,7 @@ void FleetReport::ShowUnderWay(std::size_t ended, std::size_t all,
     auto line = fmt::format("{} of {} ended; under way:", ended, Count(all, "host", "hosts"));
     for (const auto& name : names)
         line += " " + EscapeName(name);
-    // The last column stays free: a terminal would begin a new line there.
-    console.Draw({FitColumns(line, std::max<std::size_t>(Console::GetColumns(), 2) - 1)});
+    console.Draw({FitColumns(line, GetWidth())});
 }
 
 void FleetReport::Add(const HostResult& result)
@@ -203,7 +209,7 @@ void FleetReport::Conclude(const std::vector<HostResult>& results)
         console.Draw({});
     if (!IsBrief()) {
         for (const auto& line : RenderTable(results))
-            console.Say(line);
+            console.Say(console.CanDraw() ? FitColumns(line, GetWidth()) : line);
         console.Say(CountEnds(results));
     }
     SayUnfinished(results);
