@@ -59,7 +59,7 @@ public:
             else if (options.isRecursive)
                 AddTree(item);
             else
-                throw FileFailed(SkipRemote(item.remote, "it is a directory"));
+                throw FileFailed(SkipRemote(item.remote, "is a directory (use -r)"));
         } catch (const FileFailed& failed) {
             transfer.tally.AddFailure(failed.GetFailure());
         } catch (const OperationFailedException& failed) {

@@ -3,6 +3,7 @@
 #include "ObjectCaller.h"
 #include "PrivateNode.h"
 #include "StatusWords.h"
+#include "Tally.h"
 
 #include <algorithm>
 
@@ -23,7 +24,7 @@ auto DoOnce(const char* what, const Function& function)
         return function();
     } catch (const CallsLost&) {
         throw ConnectionLostException("the connection was lost while " + std::string(what) +
-                                      "; nobody knows how far the server came");
+                                      "; the server may have done a part of it");
     }
 }
 
@@ -47,10 +48,9 @@ std::vector<DirectoryEntry> FileObjects::List(const std::string& directory,
     CheckPath(directory);
     auto listing = ObjectCaller(*connection.engine, cancellation).List(directory);
     if (!listing.result.IsGood())
-        throw OperationFailedException("cannot list '" + directory + "': " +
-                                       (listing.result.reason.empty()
-                                            ? DescribeStatus(listing.result.status)
-                                            : listing.result.reason));
+        FailRemotely(directory, Step::List,
+                     listing.result.reason.empty() ? DescribeStatus(listing.result.status)
+                                                   : listing.result.reason);
     return std::move(listing.entries);
 }
 

@@ -5,6 +5,7 @@
 #include "Reasons.h"
 #include "Sizes.h"
 #include "Stamp.h"
+#include "Tally.h"
 #include "UaTimes.h"
 
 #include <algorithm>
@@ -19,14 +20,9 @@ namespace {
 
 constexpr std::size_t directoriesAtOnce = 16;
 constexpr std::size_t pathsAtOnce = 500;
+constexpr const char* findSize = "find the size";
 constexpr const char* noReason = "the server gave no reason";
-constexpr const char* describeNoContent =
-    "its entries do not fit into a message that the server and this client take";
-
-std::string Quote(const std::string& path)
-{
-    return "'" + path + "'";
-}
+constexpr const char* describeNoContent = "its entries do not fit into one message";
 
 Attempt MakeChange(const std::string& path, Step step)
 {
@@ -120,23 +116,19 @@ Listing ListDirectory(Caller& caller, const std::string& directory, bool isRecur
     caller.AwaitEvent(barrier);
     CheckAnswer(*list);
     if (!barrier->outcome.exists)
-        throw OperationFailedException("cannot list " + Quote(directory) + ": " +
-                                       ask("No such directory"));
+        FailRemotely(directory, Step::List, ask("No such directory"));
     const bool isWhole =
         !list->outcome.hasNoResult && !list->outcome.isLimitExceeded && !list->outcome.hasNoContent;
     if (isRecursive && !isWhole) {
         Listing walked = Walk(caller, directory).Run();
         if (walked.entries.empty() && !walked.failures.empty())
-            throw OperationFailedException("cannot list " + Quote(directory) + ": " +
-                                           walked.failures.front().cause);
+            FailRemotely(directory, Step::List, walked.failures.front().cause);
         return walked;
     }
     if (list->outcome.hasNoContent)
-        throw OperationFailedException("cannot list " + Quote(directory) + ": " +
-                                       describeNoContent);
+        FailRemotely(directory, Step::List, describeNoContent);
     if (list->outcome.hasNoResult)
-        throw OperationFailedException("cannot list " + Quote(directory) + ": " +
-                                       ask("it cannot be read"));
+        FailRemotely(directory, Step::List, ask("it cannot be read"));
     Listing listing{std::move(list->outcome.entries), {}};
     if (list->outcome.isLimitExceeded)
         listing.failures.push_back(MakeUnknownFailure(
@@ -182,7 +174,7 @@ void CheckPath(const std::string& path)
     if (path.empty())
         throw InvalidArgumentException("the path is empty");
     if (path.find('\0') != std::string::npos)
-        throw InvalidArgumentException("the path holds a NUL, which no name can have");
+        throw InvalidArgumentException("the path contains a NUL, which no name can have");
 }
 
 Failure MakeRemoteFailure(std::string path, Step step, std::uint32_t result)
@@ -268,8 +260,8 @@ void FileSystem::CreateDirectory(const std::string& path, const Cancellation* ca
         return check->outcome.exists;
     });
     if (!isThere)
-        throw OperationFailedException(
-            "cannot create directory " + Quote(path) + ": " +
+        FailRemotely(
+            path, Step::CreateDirectory,
             AskCause(*node, cancellation, MakeChange(path, Step::CreateDirectory), noReason));
 }
 
@@ -317,18 +309,26 @@ void FileSystem::SetTime(const std::string& path, FileTime time, const Cancellat
 {
     CheckPath(path);
     auto caller = node->MakeCaller(cancellation);
-    const bool isSet = caller.Repeat([&] {
+    std::optional<FileTime> before;
+    const auto after = caller.Repeat([&] {
+        const auto first = caller.GetDateTime(path);
         const auto set = caller.SetDateTime(path, ToUaTime(time));
         const auto check = caller.GetDateTime(path);
+        caller.AwaitAnswer(first);
         caller.AwaitAnswer(set);
         caller.AwaitAnswer(check);
-        return GetFileTime(*check) == time;
+        before = GetFileTime(*first);
+        return GetFileTime(*check);
     });
-    if (!isSet)
-        throw OperationFailedException("cannot set the time of " + Quote(path) + ": " +
-                                       AskCause(*node, cancellation,
-                                                MakeChange(path, Step::SetTime),
-                                                "it does not read back as set"));
+    if (after == time && before != time)
+        return;
+    const auto change = MakeChange(path, Step::SetTime);
+    if (after != time)
+        FailRemotely(path, Step::SetTime,
+                     AskCause(*node, cancellation, change, "the server did not set it"));
+    // It was so before: the time does not say that it could be set.
+    if (const auto cause = AskCauses(*node, cancellation, std::span(&change, 1)).front())
+        FailRemotely(path, Step::SetTime, cause->text);
 }
 
 void FileSystem::SetPermissions(const std::string& path, Permissions permissions,
@@ -336,9 +336,8 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
 {
     const Kind kind = GetKind(path, cancellation);
     if (kind != Kind::File)
-        throw OperationFailedException(
-            "cannot set permissions of " + Quote(path) + ": " +
-            (kind == Kind::Missing ? "No such file or directory" : "it is no file"));
+        FailRemotely(path, Step::SetPermissions,
+                     kind == Kind::Missing ? "No such file or directory" : "is a directory");
     auto caller = node->MakeCaller(cancellation);
     const auto flags = MakePermissions(permissions);
     const std::uint32_t result = caller.Repeat([&] {
@@ -352,27 +351,23 @@ void FileSystem::SetPermissions(const std::string& path, Permissions permissions
         caller.AwaitAnswer(close);
         opened.Release();
         if (!open->outcome.opened->IsAcknowledged())
-            throw OperationFailedException("cannot set permissions of " + Quote(path) +
-                                           ": the server did not confirm it");
+            FailRemotely(path, Step::SetPermissions, "the server did not confirm it");
         return open->outcome.opened->GetFailure();
     });
     if (result != 0)
-        throw OperationFailedException("cannot set permissions of " + Quote(path) + ": " +
-                                       AskCause(*node, cancellation,
-                                                MakeChange(path, Step::SetPermissions),
-                                                DescribeResult(result)));
+        FailRemotely(path, Step::SetPermissions,
+                     AskCause(*node, cancellation, MakeChange(path, Step::SetPermissions),
+                              DescribeResult(result)));
 }
 
 std::uint64_t FileSystem::GetSize(const std::string& path, const Cancellation* cancellation)
 {
     if (GetKind(path, cancellation) == Kind::Directory)
-        throw OperationFailedException("cannot find the size of " + Quote(path) +
-                                       ": it is a directory");
+        FailRemotely(path, findSize, "is a directory");
     auto caller = node->MakeCaller(cancellation);
     const auto size = FindSizes(caller, std::span(&path, 1)).front();
     if (!size)
-        throw OperationFailedException("cannot find the size of " + Quote(path) +
-                                       ": it cannot be opened");
+        FailRemotely(path, findSize, "it cannot be opened");
     return *size;
 }
 

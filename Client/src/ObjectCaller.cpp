@@ -1,6 +1,7 @@
 #include "ObjectCaller.h"
 
 #include "StatusWords.h"
+#include "Tally.h"
 #include "UaTimes.h"
 
 #include <algorithm>
@@ -75,10 +76,10 @@ void RequireGood(const ObjectCall& call)
 
 /// Throws OperationFailedException with the server's reason, CallRefusedException where it gives
 /// none.
-void RequireDone(const ObjectCall& call, const std::string& what)
+void RequireDone(const ObjectCall& call, const std::string& path, const std::string& verb)
 {
     if (call.GetStatus() != UA_STATUSCODE_GOOD && !call.GetReason().empty())
-        throw OperationFailedException("cannot " + what + ": " + call.GetReason());
+        FailRemotely(path, verb, call.GetReason());
     RequireGood(call);
 }
 
@@ -325,7 +326,7 @@ void ObjectCaller::Copy(const std::string& source, const std::string& target, bo
         copy->Add(replaces);
         return copy;
     });
-    RequireDone(*call, "copy '" + source + "' to '" + target + "'");
+    RequireDone(*call, source, "copy to " + target);
 }
 
 Space ObjectCaller::GetSpace(const std::string& path)
@@ -335,7 +336,7 @@ Space ObjectCaller::GetSpace(const std::string& path)
         question->AddPath(path);
         return question;
     });
-    RequireDone(*call, "find the space of '" + path + "'");
+    RequireDone(*call, path, "find the free space");
     return {call->GetScalar<UA_UInt64>(0, UA_TYPES_UINT64),
             call->GetScalar<UA_UInt64>(1, UA_TYPES_UINT64)};
 }
@@ -349,7 +350,7 @@ Sha256 ObjectCaller::GetChecksum(const std::string& path, std::uint64_t start, s
         question->Add(length);
         return question;
     });
-    RequireDone(*call, "find the checksum of '" + path + "'");
+    RequireDone(*call, path, "find the checksum");
     const auto& bytes = call->GetScalar<UA_ByteString>(0, UA_TYPES_BYTESTRING);
     Sha256 checksum{};
     if (bytes.length != checksum.size())

@@ -18,6 +18,9 @@ constexpr std::size_t mostDisks = 8;
 /// With less the disk counts as full: what is left is less than a block of some file systems.
 constexpr std::uint64_t leastSpace = std::uint64_t{64} << 10U;
 
+constexpr const char* foldersAreFixed =
+    "Permission denied: the folders are those of the host's configuration";
+
 /// Returns the directory of a remote path.
 std::string GetParent(const std::string& path)
 {
@@ -46,20 +49,34 @@ std::optional<Cause> FindReadingCause(const Attempt& attempt, const Circumstance
     return std::nullopt;
 }
 
+/// The cause where the path is one of the folders that the server offers.
+std::optional<Cause> FindFolderCause(const Attempt& attempt)
+{
+    if (attempt.step == Step::Delete || attempt.step == Step::Rename)
+        return Cause{foldersAreFixed};
+    return std::nullopt;
+}
+
 /// The cause that lies in the directory, if it has to be changed for the attempt.
 std::optional<Cause> FindDirectoryCause(const Attempt& attempt, const Circumstances& now)
 {
     const std::string directory = GetParent(attempt.path);
+    // The parent of one of the server's folders is not there for clients.
+    if (now.knowsAccess && (now.parent.isInReadOnlyFolder || now.entry.isInReadOnlyFolder))
+        return Cause{"Read-only: clients may only read this folder of the server",
+                     now.parent.isInReadOnlyFolder};
+    if (now.parent.kind == Kind::Missing && now.entry.kind != Kind::Missing)
+        return FindFolderCause(attempt);
     if (IsDenied(now.parent))
         return Cause{"Permission denied", true};
+    if (now.parent.kind == Kind::Missing && directory == "/")
+        return Cause{foldersAreFixed, true};
     if (now.parent.kind == Kind::Missing)
         return Cause{"No such directory: " + directory, true};
     if (now.parent.kind != Kind::Directory)
         return Cause{"Not a directory: " + directory, true};
     if (!now.knowsAccess)
         return std::nullopt;
-    if (now.parent.isInReadOnlyFolder)
-        return Cause{"Read-only: clients may only read this folder of the server", true};
     const bool changesDirectory = !attempt.isInPlace || now.entry.kind == Kind::Missing ||
                                   attempt.step == Step::Delete || attempt.step == Step::Rename;
     if (changesDirectory && !now.parent.isWritable)
@@ -74,7 +91,7 @@ std::optional<Cause> FindWritingCause(const Attempt& attempt, const Circumstance
     const bool isMaking = attempt.step == Step::CreateDirectory;
     const bool isSetting = attempt.step == Step::SetTime || attempt.step == Step::SetPermissions;
     if (isMaking && now.entry.kind == Kind::File)
-        return Cause{"it is a file"};
+        return Cause{"File exists"};
     if (isSetting && now.entry.kind == Kind::Missing)
         return Cause{"No such file or directory"};
     const bool isFile = !isMaking && !isSetting && attempt.step != Step::Delete;
@@ -83,7 +100,7 @@ std::optional<Cause> FindWritingCause(const Attempt& attempt, const Circumstance
     const bool isExisting = now.entry.kind != Kind::Missing && (attempt.isInPlace || isSetting);
     if (now.knowsAccess && isExisting && !isMaking && !now.entry.isWritable)
         return Cause{"Permission denied"};
-    if (now.space && now.space->free < std::max(attempt.needed, leastSpace))
+    if (!isSetting && now.space && now.space->free < std::max(attempt.needed, leastSpace))
         return Cause{"No space left on the server's disk", true, now.space};
     return std::nullopt;
 }

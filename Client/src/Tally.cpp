@@ -6,6 +6,32 @@
 
 namespace Client {
 
+namespace {
+
+std::string Describe(const std::string& path, Side side, const std::string& verb,
+                     const std::string& cause)
+{
+    const auto* const name = side == Side::Local ? "local" : "remote";
+    return path + " (" + name + "): cannot " + verb + ": " + cause;
+}
+
+} // namespace
+
+void FailRemotely(const std::string& path, const std::string& verb, const std::string& cause)
+{
+    throw OperationFailedException(Describe(path, Side::Remote, verb, cause));
+}
+
+void FailRemotely(const std::string& path, Step step, const std::string& cause)
+{
+    FailRemotely(path, GetVerb(step), cause);
+}
+
+std::string Describe(const Failure& failure)
+{
+    return Describe(failure.path, failure.side, GetVerb(failure.step), failure.cause);
+}
+
 void FailLocally(const std::string& path, Step step)
 {
     FailLocally(path, step, errno);
@@ -50,6 +76,37 @@ const char* GetName(Step step) noexcept
         return "resuming";
     case Step::Verify:
         return "verifying";
+    }
+    return "";
+}
+
+const char* GetVerb(Step step) noexcept
+{
+    switch (step) {
+    case Step::List:
+        return "list";
+    case Step::CreateDirectory:
+        return "create directory";
+    case Step::Open:
+        return "open";
+    case Step::Read:
+        return "read";
+    case Step::Write:
+        return "write";
+    case Step::Close:
+        return "close";
+    case Step::SetTime:
+        return "set the time";
+    case Step::SetPermissions:
+        return "set the permissions";
+    case Step::Rename:
+        return "rename";
+    case Step::Delete:
+        return "delete";
+    case Step::Resume:
+        return "resume";
+    case Step::Verify:
+        return "verify";
     }
     return "";
 }

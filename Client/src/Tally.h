@@ -31,6 +31,11 @@ private:
 /// Likewise, for what errno does not say.
 [[noreturn]] void FailLocally(const std::string& path, Step step, int error);
 
+/// Throws OperationFailedException, in the words of Describe: "PATH (remote): cannot VERB: CAUSE".
+[[noreturn]] void FailRemotely(const std::string& path, const std::string& verb,
+                               const std::string& cause);
+[[noreturn]] void FailRemotely(const std::string& path, Step step, const std::string& cause);
+
 /// Counts the work that a transfer has done so far. Any thread.
 class Tally
 {

@@ -150,7 +150,7 @@ private:
                       const struct stat& status)
     {
         if (!options.isRecursive && !isAlone)
-            throw FileFailed(SkipLocal(local, "it is a directory"));
+            throw FileFailed(SkipLocal(local, "is a directory (use -r)"));
         if (isAlone) {
             plan.directories.push_back(
                 {remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});

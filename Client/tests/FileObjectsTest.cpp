@@ -141,9 +141,9 @@ TEST_F(FilesByPath, FailWithTheServersReason)
         return "did not fail";
     };
     EXPECT_EQ(reason([&] { objects.Copy("missing", "copy", false); }),
-              "cannot copy 'missing' to 'copy': No such file or directory");
+              "missing (remote): cannot copy to copy: No such file or directory");
     EXPECT_EQ(reason([&] { (void)objects.List("missing"); }),
-              "cannot list 'missing': No such file or directory");
+              "missing (remote): cannot list: No such file or directory");
 }
 
 TEST_F(FilesByPath, GetTheirPermissions)

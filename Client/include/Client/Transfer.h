@@ -37,8 +37,11 @@ enum class Step
     Verify,
 };
 
-/// "listing", "opening" and so on, for texts: "cannot finish opening ...".
+/// "listing", "opening" and so on.
 [[nodiscard]] const char* GetName(Step step) noexcept;
+
+/// "list", "open" and so on, for texts: "cannot open".
+[[nodiscard]] const char* GetVerb(Step step) noexcept;
 
 enum class FailureKind
 {
@@ -65,6 +68,9 @@ struct Failure
     int systemError = 0;            ///< errno, for LocalSystem
     std::uint32_t remoteResult = 0; ///< 1 to 5, for RemoteResult; the OPC UA status, for Refused
 };
+
+/// Returns one line: "logs/a (remote): cannot open: Permission denied".
+[[nodiscard]] std::string Describe(const Failure& failure);
 
 /// One file or tree to move. What is at the source becomes what is at the target: the target is
 /// the new name, not the directory to put it in.

@@ -56,8 +56,10 @@ TEST(TheKnownServers, AreListedAndForgotten)
               server + "  " + known["fingerprint"].get<std::string>() + "\n");
     const auto unknown = desk.Run({"known", "--forget", "elsewhere"});
     EXPECT_EQ(unknown.status, 1);
-    EXPECT_THAT(unknown.error, HasSubstr("elsewhere: not known"));
-    EXPECT_EQ(desk.Run({"known", "--forget", "127.0.0.1"}).status, 0);
+    EXPECT_THAT(unknown.error, HasSubstr("elsewhere: is not a known server"));
+    const auto forgotten = desk.Run({"--json", "known", "--forget", "127.0.0.1"});
+    EXPECT_EQ(forgotten.status, 0);
+    EXPECT_EQ(forgotten.output, "{\"server\":\"127.0.0.1\",\"forgotten\":1}\n");
     EXPECT_THAT(desk.Run({"known"}).output, IsEmpty());
     EXPECT_EQ(desk.Run({"info"}).status, 4);
 }

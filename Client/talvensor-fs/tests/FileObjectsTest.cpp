@@ -102,6 +102,8 @@ TEST_F(AServerWithFileObjects, FindsAndDrawsWhatIsBelowADirectory)
 {
     EXPECT_EQ(Get({"find", "t*"}), "d/e/two\n");
     EXPECT_EQ(Get({"find", "[ef]*", "d"}), "d/e\nd/five\n");
+    EXPECT_EQ(Get({"find", "d/*e*"}), "d/e\nd/e/two\nd/five\n");
+    EXPECT_EQ(Get({"find", "e/*", "d"}), "") << "it is for the whole path";
     EXPECT_EQ(json::parse(Get({"find", "--json", "five"}))["size"], 5);
     EXPECT_EQ(Get({"tree"}), ".\n"
                              "|-- d\n"
@@ -112,6 +114,8 @@ TEST_F(AServerWithFileObjects, FindsAndDrawsWhatIsBelowADirectory)
                              "\n"
                              "2 directories, 3 files\n");
     EXPECT_EQ(ReadObjects(Get({"tree", "--json"})).size(), 5U);
+    EXPECT_EQ(ReadObjects(Get({"tree", "--json", "d"}))[0]["path"], "d/e");
+    EXPECT_EQ(ReadObjects(Get({"ls", "--json", "d", "d/e"}))[2]["path"], "d/e/two");
 }
 
 TEST_F(AServerWithFileObjects, NamesItsFoldersAndTheirSpace)
@@ -133,8 +137,68 @@ TEST_F(AServerWithFileObjects, SetsPermissionsByNumber)
     EXPECT_EQ(fs::status(desk.GetRemote("d/five")).permissions(), fs::perms(0600));
     const auto result = Run({"chmod", "755", "d", "nothing"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.error, HasSubstr("nothing: No such file or directory"));
+    EXPECT_THAT(result.error, HasSubstr("nothing (remote): cannot set the permissions: No such "
+                                        "file or directory"));
     EXPECT_EQ(fs::status(desk.GetRemote("d")).permissions(), fs::perms(0755));
+}
+
+TEST_F(AServerWithFileObjects, TellsProgramsWhatItChanged)
+{
+    const auto run = [this](std::vector<std::string> command) {
+        command.insert(command.begin(), "--json");
+        return ReadObjects(Run(std::move(command)).output);
+    };
+    const auto done = [](const std::string& path) {
+        return json{{"path", path}, {"done", true}, {"reason", nullptr}};
+    };
+    EXPECT_THAT(run({"mkdir", "m", "m/n"}), ElementsAre(done("m"), done("m/n")));
+    EXPECT_THAT(run({"touch", "m"}), ElementsAre(done("m")));
+    EXPECT_THAT(run({"chmod", "755", "m", "m/n"}), ElementsAre(done("m"), done("m/n")));
+    EXPECT_THAT(run({"chmod", "+x", "large"}), ElementsAre(done("large")));
+    EXPECT_THAT(run({"rm", "-rf", "m/n", "nothing"}), ElementsAre(done("m/n"), done("nothing")));
+    EXPECT_THAT(
+        run({"cp", "large", "m"}),
+        ElementsAre(
+            json{{"path", "large"}, {"target", "m/large"}, {"done", true}, {"reason", nullptr}}));
+    const auto moved = run({"mv", "nothing", "m/large", "d"});
+    ASSERT_EQ(moved.size(), 2U);
+    EXPECT_EQ(moved[0]["path"], "nothing");
+    EXPECT_EQ(moved[0]["done"], false);
+    EXPECT_EQ(moved[0]["reason"], "nothing: No such file or directory");
+    EXPECT_EQ(moved[1]["target"], "d/large");
+    EXPECT_EQ(moved[1]["done"], true);
+}
+
+TEST_F(AServerWithFileObjects, TellsProgramsWhatItDidNotChange)
+{
+    const auto getReason = [this](std::vector<std::string> command) {
+        command.insert(command.begin(), "--json");
+        const auto result = Run(std::move(command));
+        EXPECT_EQ(result.status, 1);
+        const auto object = json::parse(result.output);
+        EXPECT_EQ(object["done"], false);
+        const auto reason = object["reason"].get<std::string>();
+        EXPECT_EQ(result.error, "talvensor-fs: " + reason + "\n");
+        return reason;
+    };
+    EXPECT_EQ(getReason({"rm", "d"}), "d: is a directory (use -r)");
+    EXPECT_EQ(getReason({"rm", "nothing"}),
+              "nothing (remote): cannot delete: No such file or directory");
+    EXPECT_EQ(getReason({"mkdir", "large"}),
+              "large (remote): cannot create directory: File exists");
+    EXPECT_EQ(getReason({"touch", "nothing"}),
+              "nothing (remote): cannot set the time: No such file or directory");
+    EXPECT_EQ(getReason({"chmod", "+x", "d"}),
+              "d (remote): cannot set the permissions: is a directory");
+    EXPECT_EQ(getReason({"cp", "d", "x"}), "d: is a directory (use -r)");
+    EXPECT_THAT(getReason({"mv", "d", "d/e"}), StartsWith("d (remote): cannot rename to d/e/d: "));
+}
+
+TEST_F(AServerWithFileObjects, TellsProgramsTheBytesOfNames)
+{
+    const auto result = Run({"--json", "mkdir", "x\xFF"});
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_EQ(json::parse(result.output)["pathHex"], "78ff");
 }
 
 TEST(AServerWithoutFileObjects, TellsWhatItCan)
@@ -151,9 +215,9 @@ TEST(AServerWithoutFileObjects, TellsWhatItCan)
     EXPECT_EQ(run({"df"}).status, 1);
     EXPECT_THAT(run({"chmod", "600", "five"}).error, HasSubstr("no file objects"));
     EXPECT_THAT(run({"touch", "nothing"}).error,
-                StartsWith("talvensor-fs: nothing: No such file or directory"));
+                StartsWith("talvensor-fs: nothing (remote): cannot set the time: No such file"));
     EXPECT_THAT(run({"chmod", "+x", "nothing"}).error,
-                StartsWith("talvensor-fs: nothing: No such file or directory"));
+                StartsWith("talvensor-fs: nothing (remote): cannot set the permissions: No such"));
 }
 
 } // namespace

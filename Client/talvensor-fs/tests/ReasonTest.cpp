@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <sched.h>
 #include <thread>
 
@@ -173,6 +174,35 @@ TEST_F(AServerThatMayNotWrite, SaysWhyItCannotReadOrDelete)
                 HasSubstr("Permission denied: the server may not write to closed"));
 }
 
+TEST(AServerWithAReadOnlyFolder, SaysSoForTheFolderAndWhatIsInIt)
+{
+    const ClientTest::TemporaryFolder fixed;
+    auto arguments = ClientTest::GetObjectArguments();
+    arguments.insert(arguments.end(), {"--read-only", fixed.GetPath().string()});
+    const Desk desk(arguments);
+    const auto file = (fixed.GetPath() / "file").string();
+    WriteFile(file, "x");
+    fs::last_write_time(file, std::chrono::file_clock::from_sys(std::chrono::sys_seconds{}));
+    const auto getError = [&desk](std::vector<std::string> command) {
+        const auto result = desk.Run(Plain(std::move(command)));
+        EXPECT_EQ(result.status, 1);
+        return result.error;
+    };
+    EXPECT_THAT(getError({"touch", fixed.GetPath().string()}), HasSubstr("Read-only"));
+    EXPECT_THAT(getError({"touch", file}), HasSubstr("Read-only"));
+    EXPECT_THAT(getError({"touch", "-d", "@0", file}), HasSubstr("Read-only"))
+        << "though it has this time";
+    EXPECT_THAT(getError({"mkdir", file + "s"}), HasSubstr("Read-only"));
+    EXPECT_THAT(getError({"mkdir", "/new"}), HasSubstr("those of the host's configuration"));
+    EXPECT_THAT(getError({"rm", "-r", desk.host.GetRoot().string()}),
+                HasSubstr("those of the host's configuration"));
+    fs::create_directories(desk.GetLocal("many"));
+    for (int i = 0; i < 9; ++i)
+        WriteFile(desk.GetLocal("many/" + std::to_string(i)), "x");
+    EXPECT_THAT(getError({"-q", "sync", "many", "remote:" + fixed.GetPath().string()}),
+                HasSubstr("and 4 others: Read-only"));
+}
+
 TEST(AServerWithoutReasons, IsAskedForTheDirectoryAllTheSame)
 {
     const Desk desk;
@@ -180,7 +210,7 @@ TEST(AServerWithoutReasons, IsAskedForTheDirectoryAllTheSame)
     EXPECT_THAT(desk.Run(Plain({"-q", "put", "file", "no/such/file"})).error,
                 HasSubstr("cannot open: No such directory: no/such\n"));
     EXPECT_THAT(desk.Run(Plain({"mv", "file", "other"})).error,
-                HasSubstr("the server can neither rename nor copy"));
+                HasSubstr("it can neither rename nor copy"));
 }
 
 void PutManyOntoAFullDisk()

@@ -81,7 +81,7 @@ TEST_F(WhoWatches, ReadsTheEventsAsTheyCome)
 TEST_F(WhoWatches, ReadsJsonAndEndsAfterAsManyAsWanted)
 {
     Terminal terminal(desk, {"--security", "plain", "watch", "--json", "-n", "1", "FileSystem"});
-    ASSERT_TRUE(terminal.WaitFor("heard\r\n")) << terminal.GetSeen();
+    ASSERT_TRUE(terminal.WaitFor("shown\r\n")) << terminal.GetSeen();
     Neighbour(desk.host.GetUrl()).AskWhetherExists(".");
     EXPECT_EQ(terminal.WaitForEnd(), 0);
     const auto& seen = terminal.GetSeen();

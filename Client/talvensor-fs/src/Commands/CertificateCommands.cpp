@@ -25,14 +25,20 @@ std::string Format(const Client::OwnCertificate& own)
                        own.validity, own.fingerprint);
 }
 
-ExitStatus Forget(const std::vector<std::string>& servers, Console& console)
+ExitStatus Forget(const std::vector<std::string>& servers, OutputChoice choice, Console& console,
+                  Output& output)
 {
     auto status = ExitStatus::Done;
-    for (const auto& server : servers)
-        if (Client::ForgetServers(GetStateFolder(), server) == 0) {
-            console.Report(server + ": not known");
+    for (const auto& server : servers) {
+        const auto count = Client::ForgetServers(GetStateFolder(), server);
+        if (choice.isJson)
+            output.Write(ToJson(server, count, GetReader(output)) + "\n");
+        if (count == 0) {
+            console.Report(server + ": is not a known server");
             status = ExitStatus::Failed;
         }
+    }
+    output.Flush();
     return status;
 }
 
@@ -51,9 +57,9 @@ ExitStatus ShowCertificate(const CertificateCommand&, OutputChoice choice,
 ExitStatus ShowKnownServers(const KnownCommand& command, OutputChoice choice, Console& console,
                             const Client::Cancellation& cancellation)
 {
-    if (!command.forgotten.empty())
-        return Forget(command.forgotten, console);
     Output output(cancellation, nullptr);
+    if (!command.forgotten.empty())
+        return Forget(command.forgotten, choice, console, output);
     for (const auto& known : Client::GetKnownServers(GetStateFolder()))
         output.Write(choice.isJson
                          ? ToJson(known, GetReader(output)) + "\n"

@@ -59,7 +59,7 @@ struct TreeCommand
 
 struct FindCommand
 {
-    std::string name;               ///< a pattern of fnmatch(3), for the last name of paths
+    std::string name;               ///< a pattern of fnmatch(3), with a slash for whole paths
     std::vector<std::string> paths; ///< patterns
 };
 

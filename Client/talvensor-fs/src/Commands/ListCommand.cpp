@@ -76,7 +76,7 @@ private:
             hasPermissions = hasPermissions || row.permissions;
         }
         for (const auto& row : rows.rows) {
-            output.Write(workplace.choice.isJson ? FormatJson(row) : FormatText(row));
+            output.Write(workplace.choice.isJson ? FormatJson(rows, row) : FormatText(row));
             output.Write(std::string_view(command.endsWithZero ? "\0" : "\n", 1));
         }
         output.Flush();
@@ -94,8 +94,11 @@ private:
         output.Write((isFirst ? "" : "\n") + ShowName(output, path) + ":\n");
     }
 
-    [[nodiscard]] std::string FormatJson(const ListRow& row) const
+    /// Paths begin with that of the listing where there are several.
+    [[nodiscard]] std::string FormatJson(const ListedPath& rows, ListRow row) const
     {
+        if (command.paths.size() > 1)
+            row.entry.path = rows.GetShownPath(row);
         return ToJson(row, command.hasSizes, GetReader(output));
     }
 

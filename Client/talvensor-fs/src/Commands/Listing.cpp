@@ -130,7 +130,7 @@ bool AddSizes(ListedPath& rows, const Workplace& workplace)
         measured[i]->size = sizes.at(i);
         if (sizes[i])
             continue;
-        workplace.console.Report(paths[i] + ": cannot find the size: it cannot be opened");
+        workplace.console.Report(paths[i] + " (remote): cannot find the size: it cannot be opened");
         areAllKnown = false;
     }
     return areAllKnown;

@@ -130,7 +130,7 @@ ExitStatus Run(const WatchCommand& command, const Workplace& workplace)
     if (!workplace.choice.isQuiet)
         workplace.console.Report("watching " + node +
                                  "; calls of other nodes, such as those of talvensor-fs, are not "
-                                 "heard");
+                                 "shown");
     Output output(workplace);
     for (std::size_t seen = 0; command.count == 0 || seen < command.count; ++seen) {
         const auto event = watch.Next(&workplace.cancellation);

@@ -1,6 +1,7 @@
 #include "Commands/ServerCommands.h"
 
 #include "Client/FileObjects.h"
+#include "Commands/Changes.h"
 
 #include <algorithm>
 #include <string>
@@ -25,14 +26,15 @@ std::string GetCause(const std::string& path, const std::string& reason)
     return reason.starts_with(subject) ? reason.substr(subject.size()) : reason;
 }
 
-/// Finds targets as mv and cp do: below a directory, otherwise the new name. Reports sources that
-/// are missing. Throws InvalidArgumentException, OperationFailedException.
-std::vector<Relocation> FindTargets(const RelocationCommand& command, const Workplace& workplace)
+/// Finds targets as mv and cp do: below a directory, otherwise the new name. Sources that are
+/// missing are failures. Throws InvalidArgumentException, OperationFailedException.
+std::vector<Relocation> FindTargets(const RelocationCommand& command, const Workplace& workplace,
+                                    Changes& changes)
 {
     Client::FileObjects objects(workplace.remote.GetConnection());
     if (!objects.AreOffered())
         throw Client::OperationFailedException(
-            "the server can neither rename nor copy: it has no file objects");
+            "the server has no file objects: it can neither rename nor copy");
     const auto target = workplace.remote.Resolve(command.target);
     std::vector<std::string> paths{target};
     for (const auto& source : command.sources) {
@@ -44,15 +46,15 @@ std::vector<Relocation> FindTargets(const RelocationCommand& command, const Work
     const auto states = objects.GetStates(paths, &workplace.cancellation);
     const bool isDirectory = states.front().kind == Client::Kind::Directory;
     if (!isDirectory && (command.sources.size() > 1 || command.target.ends_with('/')))
-        throw Client::OperationFailedException(command.target + ": is not a directory");
+        throw Client::OperationFailedException(command.target + ": Not a directory");
     std::vector<Relocation> found;
     for (std::size_t i = 1; i < paths.size(); ++i) {
+        const auto& source = paths[i];
+        const auto own = isDirectory ? JoinPath(target, GetBaseName(source)) : target;
         if (states[i].kind == Client::Kind::Missing)
-            workplace.console.Report(paths[i] + ": " + states[i].reason);
+            changes.AddFailed(source, source + ": " + states[i].reason, own);
         else
-            found.push_back({paths[i],
-                             isDirectory ? JoinPath(target, GetBaseName(paths[i])) : target,
-                             states[i]});
+            found.push_back({source, own, states[i]});
     }
     return found;
 }
@@ -73,41 +75,44 @@ void CheckThatTargetsDiffer(const std::vector<Relocation>& relocations)
 
 ExitStatus Run(const MoveCommand& command, const Workplace& workplace)
 {
-    const auto found = FindTargets(command, workplace);
+    Changes changes(workplace);
+    const auto found = FindTargets(command, workplace, changes);
     CheckThatTargetsDiffer(found);
-    auto status = found.size() == command.sources.size() ? ExitStatus::Done : ExitStatus::Failed;
     std::vector<Client::Renaming> renamings;
     for (const auto& relocation : found)
         renamings.push_back({relocation.source, relocation.target});
     const auto results = Client::FileObjects(workplace.remote.GetConnection())
                              .Move(renamings, true, &workplace.cancellation);
     for (std::size_t i = 0; i < results.size(); ++i) {
+        const auto& [source, target, state] = found[i];
         if (results[i].IsGood())
-            continue;
-        workplace.console.Report(found[i].source + ": cannot rename to " + found[i].target + ": " +
-                                 GetCause(found[i].target, results[i].reason));
-        status = ExitStatus::Failed;
+            changes.AddDone(source, target);
+        else
+            changes.AddFailed(source,
+                              source + " (remote): cannot rename to " + target + ": " +
+                                  GetCause(target, results[i].reason),
+                              target);
     }
-    return status;
+    return changes.Conclude();
 }
 
 ExitStatus Run(const CopyCommand& command, const Workplace& workplace)
 {
-    const auto found = FindTargets(command, workplace);
+    Changes changes(workplace);
+    const auto found = FindTargets(command, workplace, changes);
     CheckThatTargetsDiffer(found);
-    auto status = found.size() == command.sources.size() ? ExitStatus::Done : ExitStatus::Failed;
     Client::FileObjects objects(workplace.remote.GetConnection());
-    for (const auto& [source, target, state] : found) {
-        try {
-            if (state.kind == Client::Kind::Directory && !command.isRecursive)
-                throw Client::OperationFailedException(source + ": is a directory (use -r)");
-            objects.Copy(source, target, true, &workplace.cancellation);
-        } catch (const Client::OperationFailedException& failed) {
-            workplace.console.Report(failed.what());
-            status = ExitStatus::Failed;
-        }
+    for (const auto& relocation : found) {
+        const auto& source = relocation.source;
+        const auto& target = relocation.target;
+        if (relocation.state.kind == Client::Kind::Directory && !command.isRecursive)
+            changes.AddFailed(source, source + ": is a directory (use -r)", target);
+        else
+            changes.Do(
+                source, [&] { objects.Copy(source, target, true, &workplace.cancellation); },
+                target);
     }
-    return status;
+    return changes.Conclude();
 }
 
 } // namespace Cli

@@ -26,13 +26,16 @@ namespace Cli {
 [[nodiscard]] ExitStatus Run(const InfoCommand& command, const Workplace& workplace);
 [[nodiscard]] ExitStatus Run(const WatchCommand& command, const Workplace& workplace);
 
-/// Returns one line: file, step and cause.
-[[nodiscard]] std::string Describe(const Client::Failure& failure);
+/// One line: file, step and cause.
 void Report(Console& console, const Client::Failure& failure);
 /// Names a file that is not whole, and the command that carries on.
 void ReportUnfinished(Console& console, const std::string& path, Client::Side side,
                       const std::string& command);
-/// The same as for a failure for what is none.
-void ReportNote(Console& console, const Client::Failure& note);
+
+// Of many for the same cause they report the first few, and the number of the others.
+
+void ReportFailures(Console& console, const std::vector<Client::Failure>& failures);
+/// The same for what is no failure.
+void ReportNotes(Console& console, const std::vector<Client::Failure>& notes);
 
 } // namespace Cli

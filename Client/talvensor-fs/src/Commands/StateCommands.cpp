@@ -120,7 +120,7 @@ ExitStatus Run(const SpaceCommand& command, const Workplace& workplace)
     Client::FileObjects objects(workplace.remote.GetConnection());
     if (!objects.AreOffered())
         throw Client::OperationFailedException(
-            "df: the server does not tell its space: it offers no file objects");
+            "the server has no file objects: it does not tell its disk space");
     auto folders = command.paths.empty() ? FindFolders(workplace) : std::vector<Folder>{};
     for (const auto& path : command.paths)
         folders.push_back(FindFolder(objects, path, workplace));

@@ -13,7 +13,6 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <system_error>
 
 namespace Cli {
@@ -88,28 +87,13 @@ std::string FormatTotals(const Client::TransferResult& result)
         text += fmt::format(" ({}/s)", FormatBytes(static_cast<std::uint64_t>(
                                            static_cast<double>(result.bytes) / seconds)));
     if (result.skippedFiles > 0)
-        text +=
-            fmt::format("; {} whole before", Count(result.skippedFiles, "file was", "files were"));
+        text += fmt::format("; {} complete already",
+                            Count(result.skippedFiles, "file was", "files were"));
     if (result.resumedBytes > 0)
-        text += fmt::format("; {} there before", FormatBytes(result.resumedBytes));
+        text += fmt::format("; {} were there already", FormatBytes(result.resumedBytes));
     if (!result.failures.empty())
         text += "; " + Count(result.failures.size(), "failure", "failures");
     return text;
-}
-
-/// Of many failures or notes for the same cause the first few are reported, and the number of the
-/// others.
-void ReportAll(Console& console, const std::vector<Client::Failure>& items,
-               void (*report)(Console& console, const Client::Failure& item))
-{
-    constexpr std::size_t mostAlike = 5;
-    std::map<std::string, std::size_t> counts;
-    for (const auto& item : items)
-        if (++counts[item.cause] <= mostAlike)
-            report(console, item);
-    for (const auto& [cause, count] : counts)
-        if (count > mostAlike)
-            console.Report("and " + Count(count - mostAlike, "other", "others") + ": " + cause);
 }
 
 /// Says what came of it. Throws CancelledException, ConnectionLostException when that is what
@@ -117,8 +101,8 @@ void ReportAll(Console& console, const std::vector<Client::Failure>& items,
 ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
                     const Workplace& workplace)
 {
-    ReportAll(workplace.console, result.notes, ReportNote);
-    ReportAll(workplace.console, result.failures, Report);
+    ReportNotes(workplace.console, result.notes);
+    ReportFailures(workplace.console, result.failures);
     for (const auto& path : result.unfinished)
         ReportUnfinished(workplace.console, path,
                          direction == Direction::Up ? Client::Side::Remote : Client::Side::Local,
@@ -131,8 +115,7 @@ ExitStatus Conclude(const Client::TransferResult& result, Direction direction,
     if (result.isCancelled)
         throw Client::CancelledException();
     if (result.isConnectionLost)
-        throw Client::ConnectionLostException(
-            "the connection was lost and could not be made again");
+        throw Client::ConnectionLostException("the connection was lost and could not be restored");
     return result.IsComplete() ? ExitStatus::Done : ExitStatus::Failed;
 }
 
@@ -166,8 +149,8 @@ public:
     void Check(const TransferCommand& command, const std::string& shown) const
     {
         if (!isDirectory && command.sources.size() > 1)
-            throw Client::OperationFailedException(
-                shown + ": is not a directory: several sources need one");
+            throw Client::OperationFailedException(shown +
+                                                   ": Not a directory: several sources need one");
         if (!isDirectory && !command.isRecursive && shown.ends_with('/'))
             throw Client::OperationFailedException(shown + ": No such directory");
     }

@@ -129,6 +129,23 @@ void DrawTree(const ListedPath& rows, Output& output)
                  Count(rows.rows.size() - directories, "file", "files") + "\n");
 }
 
+/// A pattern with a slash is for the whole path, another one for the last name.
+bool IsFound(const std::string& pattern, const std::string& path)
+{
+    const bool isForPath = pattern.find('/') != std::string::npos;
+    const auto matched = isForPath ? path : path.substr(path.rfind('/') + 1);
+    return fnmatch(pattern.c_str(), matched.c_str(), 0) == 0;
+}
+
+void WriteJson(ListedPath& rows, const Workplace& workplace, Output& output)
+{
+    AddStates(rows, workplace);
+    for (auto row : rows.rows) {
+        row.entry.path = rows.GetShownPath(row);
+        output.Write(ToJson(row, false, GetReader(output)) + "\n");
+    }
+}
+
 } // namespace
 
 ExitStatus Run(const UsageCommand& command, const Workplace& workplace)
@@ -158,17 +175,13 @@ ExitStatus Run(const FindCommand& command, const Workplace& workplace)
     Output output(workplace);
     const auto status = ForEachTree(command.paths, workplace, [&](ListedPath& rows) {
         std::erase_if(rows.rows, [&](const ListRow& row) {
-            const auto name = row.entry.path.substr(row.entry.path.rfind('/') + 1);
-            return fnmatch(command.name.c_str(), name.c_str(), 0) != 0;
+            return !IsFound(command.name, rows.GetShownPath(row));
         });
         if (workplace.choice.isJson)
-            AddStates(rows, workplace);
-        for (auto& row : rows.rows) {
-            row.entry.path = rows.GetShownPath(row);
-            output.Write((workplace.choice.isJson ? ToJson(row, false, GetReader(output))
-                                                  : ShowName(output, row.entry.path)) +
-                         "\n");
-        }
+            WriteJson(rows, workplace, output);
+        else
+            for (const auto& row : rows.rows)
+                output.Write(ShowName(output, rows.GetShownPath(row)) + "\n");
         return ExitStatus::Done;
     });
     output.Flush();
@@ -179,13 +192,10 @@ ExitStatus Run(const TreeCommand& command, const Workplace& workplace)
 {
     Output output(workplace);
     const auto status = ForEachTree(command.paths, workplace, [&](ListedPath& rows) {
-        if (!workplace.choice.isJson) {
+        if (workplace.choice.isJson)
+            WriteJson(rows, workplace, output);
+        else
             DrawTree(rows, output);
-            return ExitStatus::Done;
-        }
-        AddStates(rows, workplace);
-        for (const auto& row : rows.rows)
-            output.Write(ToJson(row, false, GetReader(output)) + "\n");
         return ExitStatus::Done;
     });
     output.Flush();

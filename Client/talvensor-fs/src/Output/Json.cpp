@@ -29,12 +29,17 @@ std::string ToHex(const std::string& bytes)
     return digits;
 }
 
+void AddPath(Json& json, const std::string& name, const std::string& path)
+{
+    json[name] = path;
+    if (!Support::IsUtf8(path))
+        json[name + "Hex"] = ToHex(path);
+}
+
 Json MakePath(const std::string& path)
 {
     Json json;
-    json["path"] = path;
-    if (!Support::IsUtf8(path))
-        json["pathHex"] = ToHex(path);
+    AddPath(json, "path", path);
     return json;
 }
 
@@ -47,6 +52,12 @@ Json OrNull(const std::optional<Value>& value)
 Json OrNull(const std::optional<Client::FileTime>& time)
 {
     return time ? Json(FormatUtcTime(*time)) : Json(nullptr);
+}
+
+/// For a text that is empty where there is none.
+Json TextOrNull(const std::string& text)
+{
+    return text.empty() ? Json(nullptr) : Json(text);
 }
 
 /// With a number of 0 for what the server does not name.
@@ -204,24 +215,23 @@ std::string ToJson(const Client::TransferResult& result, JsonReader reader)
 std::string ToJson(const Client::ServerInfo& info, const std::vector<Folder>& folders,
                    JsonReader reader)
 {
-    Json json;
-    json["endpoint"] = info.url;
-    json["applicationName"] = info.applicationName;
-    json["applicationUri"] = info.applicationUri;
-    json["productName"] = info.productName;
-    json["softwareVersion"] = info.softwareVersion;
-    json["securityPolicy"] = info.securityPolicy;
-    json["securityMode"] = info.securityMode;
-    json["fingerprint"] = info.fingerprint.empty() ? Json(nullptr) : Json(info.fingerprint);
-    json["user"] = info.user.empty() ? Json(nullptr) : Json(info.user);
-    json["sessionId"] = info.sessionId;
-    json["sessionTimeoutMilliseconds"] = info.sessionTimeout.count();
-    json["maximumByteString"] = LimitOrNull(info.maximumByteString);
-    json["maximumArray"] = LimitOrNull(info.maximumArray);
-    json["maximumCalls"] = LimitOrNull(info.maximumCalls);
-    json["namespaces"] = info.namespaces;
-    json["sharedNodes"] = info.sharedNodes;
-    json["modules"] = info.modules;
+    Json json{{"endpoint", info.url},
+              {"applicationName", info.applicationName},
+              {"applicationUri", info.applicationUri},
+              {"productName", info.productName},
+              {"softwareVersion", info.softwareVersion},
+              {"securityPolicy", info.securityPolicy},
+              {"securityMode", info.securityMode},
+              {"fingerprint", TextOrNull(info.fingerprint)},
+              {"user", TextOrNull(info.user)},
+              {"sessionId", info.sessionId},
+              {"sessionTimeoutMilliseconds", info.sessionTimeout.count()},
+              {"maximumByteString", LimitOrNull(info.maximumByteString)},
+              {"maximumArray", LimitOrNull(info.maximumArray)},
+              {"maximumCalls", LimitOrNull(info.maximumCalls)},
+              {"namespaces", info.namespaces},
+              {"sharedNodes", info.sharedNodes},
+              {"modules", info.modules}};
     json["folders"] = Json::array();
     for (const auto& folder : folders)
         json["folders"].push_back(Make(folder));
@@ -239,10 +249,12 @@ std::string ToJson(const Client::OwnCertificate& own, JsonReader reader)
 
 std::string ToJson(const Client::KnownServer& known, JsonReader reader)
 {
-    Json json;
-    json["server"] = known.server;
-    json["fingerprint"] = known.fingerprint;
-    return Dump(json, reader);
+    return Dump({{"server", known.server}, {"fingerprint", known.fingerprint}}, reader);
+}
+
+std::string ToJson(const std::string& server, std::size_t forgotten, JsonReader reader)
+{
+    return Dump({{"server", server}, {"forgotten", forgotten}}, reader);
 }
 
 std::string ToJson(const Client::Event& event, JsonReader reader)
@@ -272,39 +284,47 @@ std::string ToJson(const Client::Event& event, JsonReader reader)
     return Dump(json, reader);
 }
 
+std::string ToJson(const ChangeSummary& summary, JsonReader reader)
+{
+    auto json = MakePath(summary.path);
+    if (summary.target)
+        AddPath(json, "target", *summary.target);
+    json["done"] = !summary.reason;
+    json["reason"] = OrNull(summary.reason);
+    return Dump(json, reader);
+}
+
 std::string ToJson(const SyncSummary& summary, JsonReader reader)
 {
-    Json json;
-    json["trial"] = summary.isTrial;
-    json["complete"] = summary.isComplete;
-    json["sent"] = summary.sent;
-    json["same"] = summary.same;
-    json["newer"] = summary.newer;
-    json["deleted"] = summary.deleted;
-    json["directories"] = summary.directories;
-    json["bytes"] = summary.bytes;
-    json["seconds"] = summary.seconds;
-    return Dump(json, reader);
+    return Dump({{"trial", summary.isTrial},
+                 {"complete", summary.isComplete},
+                 {"sent", summary.sent},
+                 {"same", summary.same},
+                 {"newer", summary.newer},
+                 {"deleted", summary.deleted},
+                 {"directories", summary.directories},
+                 {"bytes", summary.bytes},
+                 {"seconds", summary.seconds}},
+                reader);
 }
 
 std::string ToJson(const char* action, const std::string& path, JsonReader reader)
 {
     Json json;
     json["action"] = action;
-    json.update(MakePath(path));
+    AddPath(json, "path", path);
     return Dump(json, reader);
 }
 
 std::string ToJson(const HostSummary& summary, JsonReader reader)
 {
-    Json json;
-    json["host"] = summary.host;
-    json["status"] = summary.status;
-    json["files"] = summary.files;
-    json["bytes"] = summary.bytes;
-    json["seconds"] = summary.seconds;
-    json["reason"] = summary.reason.empty() ? Json(nullptr) : Json(summary.reason);
-    return Dump(json, reader);
+    return Dump({{"host", summary.host},
+                 {"status", summary.status},
+                 {"files", summary.files},
+                 {"bytes", summary.bytes},
+                 {"seconds", summary.seconds},
+                 {"reason", TextOrNull(summary.reason)}},
+                reader);
 }
 
 std::string AddHost(const std::string& object, const std::string& host, JsonReader reader)

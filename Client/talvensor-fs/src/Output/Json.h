@@ -38,6 +38,14 @@ struct HostSummary
     std::string reason; ///< empty: none
 };
 
+/// The outcome of a command that changes paths, for one of them.
+struct ChangeSummary
+{
+    std::string path;
+    std::optional<std::string> target; ///< of mv and cp: the new path
+    std::optional<std::string> reason; ///< of a failure, in one line; otherwise it is done
+};
+
 /// The steps that a synchronisation took, or would take.
 struct SyncSummary
 {
@@ -70,7 +78,11 @@ struct SyncSummary
                                  JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::OwnCertificate& own, JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::KnownServer& known, JsonReader reader);
+/// The servers of that name that are trusted no longer.
+[[nodiscard]] std::string ToJson(const std::string& server, std::size_t forgotten,
+                                 JsonReader reader);
 [[nodiscard]] std::string ToJson(const Client::Event& event, JsonReader reader);
+[[nodiscard]] std::string ToJson(const ChangeSummary& summary, JsonReader reader);
 [[nodiscard]] std::string ToJson(const SyncSummary& summary, JsonReader reader);
 /// A step that a synchronisation would do: "send", "delete" and so on.
 [[nodiscard]] std::string ToJson(const char* action, const std::string& path, JsonReader reader);

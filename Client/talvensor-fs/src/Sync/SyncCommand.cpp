@@ -76,7 +76,7 @@ public:
         const auto begin = std::chrono::steady_clock::now();
         if (command.comparesContents && !objects.AreOffered())
             throw Client::OperationFailedException(
-                "--checksum: the server has no file objects, which find the checksums");
+                "the server has no file objects: it cannot find checksums");
         auto source = command.isUpload ? ScanLocalSide() : ScanRemoteSide(true);
         auto before = command.isUpload ? ScanRemoteSide(false) : ScanLocalTarget();
         if (!objects.AreOffered())
@@ -333,13 +333,11 @@ private:
         const auto result = Move(part);
         summary.sent += result.files;
         summary.bytes += result.bytes;
-        for (const auto& note : result.notes)
-            ReportNote(workplace.console, note);
-        for (const auto& failure : result.failures) {
-            Report(workplace.console, failure);
+        ReportNotes(workplace.console, result.notes);
+        ReportFailures(workplace.console, result.failures);
+        for (const auto& failure : result.failures)
             AddFailed(
                 GetRelative(failure.side == Client::Side::Local ? local : remote, failure.path));
-        }
         for (const auto& path : result.unfinished)
             ReportUnfinished(workplace.console, path,
                              command.isUpload ? Client::Side::Remote : Client::Side::Local, "sync");
@@ -348,7 +346,7 @@ private:
             throw Client::CancelledException();
         if (result.isConnectionLost)
             throw Client::ConnectionLostException(
-                "the connection was lost and could not be made again");
+                "the connection was lost and could not be restored");
     }
 
     Client::TransferResult Move(const Client::TreePart& part)

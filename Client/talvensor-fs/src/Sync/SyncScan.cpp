@@ -163,7 +163,7 @@ private:
     void FailEntry(const std::string& path)
     {
         report.fail(JoinPath(top, path) +
-                    ": cannot list: " + std::generic_category().message(errno));
+                    " (local): cannot list: " + std::generic_category().message(errno));
         tree.isWhole = false;
         Keep(tree, path); // what is in it is not known
     }
@@ -221,7 +221,7 @@ private:
         if (!listing.result.IsGood()) {
             const auto& reason = listing.result.reason;
             if (directory.empty())
-                throw Client::OperationFailedException(top + ": cannot list: " + reason);
+                throw Client::OperationFailedException(top + " (remote): cannot list: " + reason);
             FailListing(directory, reason);
             return;
         }
@@ -291,7 +291,7 @@ private:
 
     void FailListing(const std::string& path, const std::string& reason)
     {
-        report.fail(JoinPath(top, path) + ": cannot list: " + reason);
+        report.fail(JoinPath(top, path) + " (remote): cannot list: " + reason);
         tree.isWhole = false;
         Keep(tree, path);
     }

@@ -60,7 +60,7 @@ bool SyncTarget::DeleteLocal(const std::string& path)
     std::error_code error;
     fs::remove_all(GetPath(path), error);
     if (error)
-        fail(GetPath(path) + ": cannot delete: " + error.message());
+        fail(GetPath(path) + " (local): cannot delete: " + error.message());
     return !error;
 }
 
@@ -80,7 +80,7 @@ std::vector<SyncTarget::Names> SyncTarget::Rename(const std::vector<Names>& name
         if (results.at(i).IsGood())
             renamed.push_back(names[i]);
         else
-            fail(renamings[i].source + ": cannot rename: " + results[i].reason);
+            fail(renamings[i].source + " (remote): cannot rename: " + results[i].reason);
     }
     return renamed;
 }
@@ -90,7 +90,7 @@ bool SyncTarget::RenameLocal(const Names& names)
     std::error_code error;
     fs::rename(GetPath(names.first), GetPath(names.second), error);
     if (error)
-        fail(GetPath(names.first) + ": cannot rename: " + error.message());
+        fail(GetPath(names.first) + " (local): cannot rename: " + error.message());
     return !error;
 }
 
@@ -112,14 +112,15 @@ void SyncTarget::SetPermissions(const std::vector<SyncEntry>& entries)
     const auto results = objects.SetPermissions(paths, permissions, cancellation);
     for (std::size_t i = 0; i < paths.size(); ++i)
         if (!results.at(i).IsGood())
-            fail(paths[i] + ": cannot set permissions: " + results[i].reason);
+            fail(paths[i] + " (remote): cannot set the permissions: " + results[i].reason);
 }
 
 void SyncTarget::SetLocalPermissions(const SyncEntry& entry)
 {
     const auto path = GetPath(entry.path);
     if (chmod(path.c_str(), entry.permissions.value_or(0)) != 0)
-        fail(path + ": cannot set permissions: " + std::generic_category().message(errno));
+        fail(path +
+             " (local): cannot set the permissions: " + std::generic_category().message(errno));
 }
 
 } // namespace Cli
