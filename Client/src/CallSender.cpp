@@ -38,7 +38,7 @@ std::string DescribeOverdue(const PostedCall& call, std::chrono::milliseconds ti
 {
     std::array<char, 32> number{};
     std::snprintf(number.data(), number.size(), "%g", std::chrono::duration<double>(time).count());
-    return call.Describe() + " had no answer for " + number.data() + " s";
+    return "no answer to " + call.Describe() + " for " + number.data() + " s";
 }
 
 void CallSender::Add(std::vector<PostedCallPointer>& calls)

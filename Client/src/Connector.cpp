@@ -209,7 +209,7 @@ void Connector::ThrowNotConnected(UA_StatusCode status) const
                                "cannot log in to " + url + ": the user or the password is refused");
     case UA_STATUSCODE_BADTOOMANYSESSIONS:
         throw RefusedException(Refusal::Limit,
-                               "cannot log in to " + url + ": it has no session left");
+                               "cannot log in to " + url + ": it has too many sessions");
     case UA_STATUSCODE_BADCERTIFICATEUNTRUSTED:
     case UA_STATUSCODE_BADSECURITYCHECKSFAILED:
     case UA_STATUSCODE_BADCERTIFICATEINVALID:

@@ -138,10 +138,10 @@ const UA_EndpointDescription& EndpointList::Choose(const ConnectionOptions& opti
         if (encrypted != nullptr)
             break;
         if (options.login)
-            throw RefusedException(
-                Refusal::Security,
-                options.url + " offers no encryption, so the password would be "
-                              "readable on the way; ask for a plain connection to accept that");
+            throw RefusedException(Refusal::Security,
+                                   options.url +
+                                       " offers no encryption, so the password would be "
+                                       "readable on the way (use --security plain to accept that)");
         RequireUnknown(options, server);
         if (plain != nullptr)
             return *plain;
@@ -161,9 +161,9 @@ const UA_UserTokenPolicy& ChooseToken(const UA_EndpointDescription& endpoint,
         return *found;
     if (!options.login)
         throw RefusedException(Refusal::Login,
-                               options.url + " asks for a user name and a password");
+                               options.url + " requires a user name and a password (use -u)");
     throw RefusedException(Refusal::Login,
-                           options.url + " takes no user names and passwords" +
+                           options.url + " does not take user names and passwords" +
                                (IsPlain(endpoint) ? " over a plain connection" : ""));
 }
 

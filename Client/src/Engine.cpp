@@ -232,7 +232,7 @@ void Engine::HandleLoss()
         Report("connected to " + options.url + " again");
     else if (!ending.IsStopping())
         Die("the connection to " + options.url + " was lost: " + reason +
-            ", and could not be made again: " + connector.GetLastFailure());
+            ", and could not be restored: " + connector.GetLastFailure());
 }
 
 bool Engine::Reconnect()

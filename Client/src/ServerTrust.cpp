@@ -55,7 +55,7 @@ void RequireUnknown(const ConnectionOptions& options, const std::string& server)
         throw RefusedException(Refusal::Security,
                                options.url + " offers no encryption any more, although " + server +
                                    " did before, as " + known.GetFile().string() +
-                                   " says; ask for a plain connection to accept that");
+                                   " says (use --security plain to accept that)");
 }
 
 } // namespace Client

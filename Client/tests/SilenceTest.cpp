@@ -47,7 +47,7 @@ TEST_F(ASilentServer, IsGivenUpWithTheNameOfTheCall)
     kill(host.GetProcess(), SIGSTOP);
     const auto reason = GetReason([&] { (void)fileSystem.GetTime("some file"); });
     kill(host.GetProcess(), SIGCONT);
-    EXPECT_EQ(reason, "GetDateTime of 'some file' had no answer for 3 s");
+    EXPECT_EQ(reason, "no answer to GetDateTime of 'some file' for 3 s");
 }
 
 TEST_F(ASilentServer, IsGivenUpWhenTheEventOfACallIsLost)
@@ -63,7 +63,7 @@ TEST_F(ASilentServer, IsGivenUpWhenTheEventOfACallIsLost)
     // The type of the event becomes one that nobody knows.
     relay.Rewrite({'\x01', index, '\x40', '\0'}, {'\x01', index, '\x41', '\0'});
     EXPECT_EQ(GetReason([&] { (void)fileSystem.Exists("some file"); }),
-              "Exists of 'some file' had no answer for 3 s");
+              "no answer to Exists of 'some file' for 3 s");
 }
 
 } // namespace

@@ -122,8 +122,8 @@ private:
                 "no terminal to ask for the password of " + *settings.user +
                 ": use --password-file FILE or $TALVENSOR_PASSWORD");
         const auto password = prompt->AskWithoutEcho(
-            "The users are those of the host, not of its machine; 'talvensor-host passwd' sets "
-            "their\npasswords there.\nPassword of " +
+            "Users are those of talvensor-host, not of its machine; 'talvensor-host passwd' there "
+            "sets\ntheir passwords.\nPassword of " +
                 *settings.user + " at " + *settings.endpoint + ": ",
             interruption.GetCancellation());
         if (!password)

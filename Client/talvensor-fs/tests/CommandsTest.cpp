@@ -290,7 +290,7 @@ TEST_P(TheCommands, DeleteNothingUnderANameThatANulCuts)
     WriteFile(desk.GetRemote("keep"), "x");
     const auto result = Run({"shell"}, "rm keep\\x00x\n");
     EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.error, HasSubstr("'keep\\x00x' holds a NUL"));
+    EXPECT_THAT(result.error, HasSubstr("'keep\\x00x' contains a NUL"));
     EXPECT_TRUE(fs::exists(desk.GetRemote("keep")));
 }
 

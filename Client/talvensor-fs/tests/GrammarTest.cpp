@@ -90,7 +90,7 @@ TEST(TheHelp, SaysHowPutReplacesFilesAndWhatAnInterruptionLeaves)
 {
     const auto help = GetHelp({"put", "--help"});
     EXPECT_THAT(help, HasSubstr("LOCAL... REMOTE"));
-    EXPECT_THAT(help, HasSubstr("replaces the target at once"));
+    EXPECT_THAT(help, HasSubstr("written beside its target"));
     EXPECT_THAT(help, HasSubstr("--in-place"));
     EXPECT_THAT(help, HasSubstr("interruption"));
 }

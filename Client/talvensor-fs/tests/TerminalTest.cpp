@@ -190,7 +190,7 @@ TEST(ANewServerAtATerminal, IsShownAndTrustedOnAYes)
     const Desk desk;
     {
         Terminal terminal(desk, {"ls"});
-        ASSERT_TRUE(terminal.WaitFor("was never seen before")) << terminal.GetSeen();
+        ASSERT_TRUE(terminal.WaitFor("is not known")) << terminal.GetSeen();
         ASSERT_TRUE(terminal.WaitFor("(yes/no)")) << terminal.GetSeen();
         terminal.Type("no\n");
         EXPECT_EQ(terminal.WaitForEnd(), 4) << terminal.GetSeen();

@@ -51,8 +51,8 @@ toml::table ParseFile(const fs::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
-        throw Client::InvalidArgumentException(
-            file.string() + " cannot be read: " + std::generic_category().message(errno));
+        throw Client::InvalidArgumentException(file.string() + ": " +
+                                               std::generic_category().message(errno));
     try {
         return toml::parse(stream, file.string());
     } catch (const toml::parse_error& error) {
@@ -66,10 +66,10 @@ std::string GetText(const fs::path& file, const toml::key& key, const toml::node
 {
     if (const auto* const text = node.as_string()) {
         if (text->get().find('\0') != std::string::npos)
-            Refuse(file, key.source(), std::string(key.str()) + " holds a NUL");
+            Refuse(file, key.source(), std::string(key.str()) + " contains a NUL");
         return text->get();
     }
-    Refuse(file, key.source(), std::string(key.str()) + " takes a text in quotes");
+    Refuse(file, key.source(), std::string(key.str()) + " takes text in quotes");
 }
 
 /// Returns the time-out of this name; null for another name.
@@ -105,7 +105,7 @@ void Apply(ConnectionSettings& settings, const fs::path& file, const toml::key& 
         settings.security = ParseSecurity(text);
     else
         Refuse(file, key.source(),
-               "there is no setting " + std::string(key.str()) +
+               "unknown setting " + std::string(key.str()) +
                    "; a profile has endpoint, user, password-file, security, timeout, "
                    "connect-timeout and reconnect-timeout");
 }
@@ -158,8 +158,7 @@ public:
 
     [[noreturn]] void Fail(const std::string& why) const
     {
-        throw Client::InvalidArgumentException("the password file " + path.string() +
-                                               " cannot be used: " + why);
+        throw Client::InvalidArgumentException("password file " + path.string() + ": " + why);
     }
 
 private:
@@ -240,7 +239,11 @@ ConnectionSettings ProfileFile::GetProfile(const std::string& name) const
 {
     const auto* const profile = content->tables[name].as_table();
     if (profile == nullptr)
-        throw Client::InvalidArgumentException(path.string() + " has no profile [" + name + "]");
+        throw Client::InvalidArgumentException(
+            path.string() + " has no profile [" + name + "]" +
+            (name.find_first_of(".:") == std::string::npos
+                 ? ""
+                 : "; an endpoint is written opc.tcp://" + name));
     ConnectionSettings settings;
     for (const auto& [key, node] : *profile)
         Apply(settings, path, key, node);
@@ -275,8 +278,8 @@ Client::Security ParseSecurity(const std::string& text)
         return Client::Security::Plain;
     if (text == "encrypted")
         return Client::Security::Encrypted;
-    throw Client::InvalidArgumentException("'" + text +
-                                           "' is not a kind of security: auto, plain or encrypted");
+    throw Client::InvalidArgumentException(
+        "'" + text + "' is not a kind of security: use auto, plain or encrypted");
 }
 
 std::chrono::seconds ParseTimeout(const std::string& text, unsigned int least)

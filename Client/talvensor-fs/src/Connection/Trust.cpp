@@ -40,7 +40,7 @@ std::string ParseFingerprint(const std::string& text)
     });
     if (digits.size() != digitsOfSha256 || !isHexadecimal)
         throw Client::InvalidArgumentException(
-            "'" + text + "' is not a fingerprint: 32 times two hexadecimal digits (SHA-256)");
+            "'" + text + "' is not a fingerprint: 64 hexadecimal digits (SHA-256)");
     std::string fingerprint = digits.substr(0, 2);
     for (std::size_t position = 2; position < digits.size(); position += 2)
         fingerprint += ":" + digits.substr(position, 2);
@@ -67,12 +67,11 @@ bool Trust::Decide(const Client::ServerCertificate& certificate)
     }
     return Refuse(
         certificate.server +
-        " shows another certificate than before: somebody may be impersonating it, or "
-        "its key was replaced. Before: " +
+        " shows another certificate than before: its key was replaced, or somebody "
+        "impersonates it. Before: " +
         certificate.previousFingerprint + ". Now: " + certificate.fingerprint +
         ". If its operator confirms the new one ('talvensor-host fingerprint' shows it on "
-        "the server), take the trust in the old one away with 'talvensor-fs known "
-        "--forget " +
+        "the server), forget the old one with 'talvensor-fs known --forget " +
         certificate.server + "'");
 }
 
@@ -80,8 +79,8 @@ bool Trust::IsGivenOne(const Client::ServerCertificate& certificate)
 {
     if (certificate.fingerprint == *options.fingerprint)
         return true;
-    return Refuse(certificate.server + " shows a certificate with another fingerprint than " +
-                  *options.fingerprint + ": " + certificate.fingerprint);
+    return Refuse("the certificate of " + certificate.server + " has the fingerprint " +
+                  certificate.fingerprint + ", not " + *options.fingerprint);
 }
 
 bool Trust::DecideOnNewOne(const Client::ServerCertificate& certificate)
@@ -103,11 +102,10 @@ bool Trust::AskUser(const Client::ServerCertificate& certificate)
                       "; compare it with what 'talvensor-host fingerprint' shows on the server, "
                       "and use --trust-fingerprint or --accept-new to trust it");
     const auto answer = prompt->Ask(
-        certificate.server +
-            " was never seen before. Its certificate has the fingerprint (SHA-256)\n  " +
+        certificate.server + " is not known. Its certificate has the fingerprint (SHA-256)\n  " +
             certificate.fingerprint +
-            "\nOn the server, 'talvensor-host fingerprint' and the host's log show "
-            "it. If it\ndiffers, you are not connected to that server.\n"
+            "\nCompare it with what 'talvensor-host fingerprint' shows on the server. If it\n"
+            "differs, you are connected to something else.\n"
             "Trust it from now on? (yes/no) ",
         cancellation);
     return (answer && IsYes(*answer)) || Refuse(certificate.server + " is not trusted");

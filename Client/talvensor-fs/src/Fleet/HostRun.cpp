@@ -124,7 +124,7 @@ private:
         if (settings.user && !settings.passwordFile)
             throw Client::InvalidArgumentException(
                 "no password file for " + *settings.user +
-                ": with --on, passwords come from password-file of the profile");
+                ": --on takes passwords from --password-file or the profile's password-file");
         if (settings.user)
             options.login = Client::Login{.user = *settings.user,
                                           .password = ReadPasswordFile(*settings.passwordFile)};

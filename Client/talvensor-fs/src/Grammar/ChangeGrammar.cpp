@@ -10,17 +10,17 @@ namespace Cli {
 namespace {
 
 constexpr const char* chmodFooter =
-    "MODE is an octal number such as 644, which needs a server with file objects; or +x (everyone "
-    "may execute), readonly (everyone may read, nobody may write), or both: +x,readonly. These "
-    "two work with any server; the file must be writable then.";
+    "MODE is an octal number such as 644, which needs a server with file objects; or +x "
+    "(everyone may execute), readonly (everyone may read, nobody may write), or both: "
+    "+x,readonly. These two work with any server, on files that it may write to.";
 
 constexpr const char* relocationFooter =
-    "TARGET is a directory to put into, or the new name of the one SOURCE. A file that has the new "
-    "name is replaced, a directory never. The server needs file objects for this.";
+    "TARGET is a directory to put into, or the new name of the one SOURCE. A file that "
+    "has the new name is replaced, a directory never. The server needs file objects.";
 
 constexpr const char* touchFooter =
-    "TIME is YYYY-MM-DD HH:MM:SS in local time, with Z or +HH:MM behind it in that zone, or "
-    "@SECONDS since 1970. touch creates no file.";
+    "TIME is YYYY-MM-DD HH:MM:SS in local time, or in the zone that Z or +HH:MM behind it "
+    "names; or @SECONDS since 1970. touch creates no files.";
 
 /// Returns nothing for what is no number.
 std::optional<std::uint32_t> ParseOctal(const std::string& text)
@@ -58,7 +58,7 @@ std::function<bool()> CommandGrammar::AddGlob(CLI::App& command) const
         return [] {
             return true;
         };
-    const auto* const glob = AddFlag(command, "--glob", "take paths for patterns: * ? [...] **");
+    const auto* const glob = AddFlag(command, "--glob", "treat paths as patterns: * ? [...] **");
     return [glob] {
         return IsSet(glob);
     };
@@ -67,9 +67,9 @@ std::function<bool()> CommandGrammar::AddGlob(CLI::App& command) const
 void CommandGrammar::AddChanges()
 {
     AddRemove();
-    auto* const make = Add("mkdir", "PATH...", "create directories, and those above them");
+    auto* const make = Add("mkdir", "PATH...", "create directories and their missing parents");
     auto* const made = AddPaths(make);
-    AddFlag(*make, "-p,--parents", "no effect: this is always done");
+    AddFlag(*make, "-p,--parents", "no effect: parents are always created");
     makers[make] = [=] {
         return MakeDirectoryCommand{GetPaths(make, made)};
     };

@@ -24,28 +24,29 @@ ConnectionGrammar::ConnectionGrammar(CLI::App& app)
                              "read the password from the first line of this file; nobody else may "
                              "read it"))
     , security(AddOption(app, "--security", "auto|plain|encrypted",
-                         "auto: encrypted if the server offers it (encrypted with a user, "
-                         "otherwise auto)"))
+                         "auto: encrypted if the server offers it; the default is encrypted "
+                         "with a user, otherwise auto"))
     , timeout(AddOption(app, "--timeout", "SECONDS",
                         "give up on a call after this long without any answer (60)"))
     , connectTimeout(AddOption(app, "--connect-timeout", "SECONDS",
                                "give up connecting and logging in after this long (10)"))
     , reconnectTimeout(AddOption(app, "--reconnect-timeout", "SECONDS",
                                  "try this long to restore a lost connection; 0: do not try (60)"))
-    , fingerprint(AddOption(app, "--trust-fingerprint", "FP",
-                            "trust the server with this certificate (SHA-256) and no other"))
+    , fingerprint(
+          AddOption(app, "--trust-fingerprint", "FP",
+                    "trust only the server whose certificate has this fingerprint (SHA-256)"))
     , acceptsNew(AddFlag(app, "--accept-new",
                          "trust a new server without asking; a changed "
                          "certificate is still refused")
                      ->group(groupName))
     , hosts(app.add_option("--on")
                 ->type_name("NAMES")
-                ->description("run the command on all these hosts: profiles, @GROUP, endpoints, "
-                              "with commas between; - reads them from standard input")
+                ->description("run the command on these hosts: profiles, @GROUP, opc.tcp:// "
+                              "endpoints, with commas between; -: those on standard input")
                 ->group(manyGroupName))
     , atOnce(std::make_shared<std::size_t>(HostChoice().atOnce))
 {
-    app.add_option("--parallel", *atOnce, "so many hosts at the same time (8)")
+    app.add_option("--parallel", *atOnce, "run on this many hosts at the same time (8)")
         ->type_name("COUNT")
         ->check(CLI::Range(1, 1000).description(""))
         ->group(manyGroupName);

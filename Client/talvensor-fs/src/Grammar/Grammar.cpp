@@ -22,7 +22,7 @@ void RefuseNul(const std::vector<std::string>& words)
     for (const auto& word : words)
         if (word.find('\0') != std::string::npos)
             throw Client::InvalidArgumentException("'" + EscapeName(word) +
-                                                   "' holds a NUL, which no name can have");
+                                                   "' contains a NUL, which no name can have");
 }
 
 std::vector<std::string> GetCommandNames(const CLI::App& app)

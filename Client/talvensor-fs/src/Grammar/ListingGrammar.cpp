@@ -7,18 +7,21 @@ namespace Cli {
 namespace {
 
 constexpr const char* listFooter =
-    "Without PATH, the current directory is listed. -l shows kind and permissions, the size, the "
-    "time in local time, and the name; a server without file objects tells the kind (d: directory; "
-    "-: file or anything else) and the time only. Owners are not known. Names that begin with a "
-    "dot are always listed. -s finds sizes by reading if the server has no file objects, "
-    "which costs a few round trips for each file. On a terminal, control characters in names are "
-    "shown as \\xNN; elsewhere names are printed as they are.";
+    "Without PATH, the current directory is listed. -l shows permissions, size, local "
+    "time and name; of a server without file objects, only the kind (d: directory; -: "
+    "anything else) and the time. Owners are not known. Names that begin with a dot are "
+    "always listed. -s finds sizes by reading if the server has no file objects, which "
+    "takes a few round trips for each file. On a terminal, control characters in names "
+    "are shown as \\xNN; elsewhere names are printed as they are.";
 
 constexpr const char* findFooter =
-    "NAME is a pattern (* ? [...]) for the last name of a path, in quotes so that your shell "
-    "leaves it alone: find '*.log' logs. Without PATH, the search begins in the current directory.";
+    "NAME is a pattern (* ? [...]) for the last name of a path, or, with a slash in it, "
+    "for the whole path as find prints it; * matches slashes there. Quote it, so that "
+    "your shell leaves it alone: find '*.log' logs; find 'logs/*.gz'. Without PATH, the "
+    "search begins in the current directory.";
 
-constexpr const char* spaceFooter = "Without PATH, all folders of the server are shown.";
+constexpr const char* spaceFooter =
+    "Without PATH, all folders of the server are shown. Sizes are in bytes.";
 
 } // namespace
 
@@ -49,13 +52,14 @@ void CommandGrammar::AddListing()
 
 void CommandGrammar::AddStates()
 {
-    auto* const stat = Add("stat", "PATH...", "show all that the server knows of each path");
+    auto* const stat =
+        Add("stat", "PATH...", "show kind, size, time, permissions and access of paths");
     auto* const known = AddPaths(stat);
     makers[stat] = [=] {
         return StateCommand{GetPatterns(stat, known)};
     };
     auto* const space =
-        Add("df", "[-h] [PATH]...", "show total and free bytes of the server's disks", spaceFooter);
+        Add("df", "[-h] [PATH]...", "show the disk space of the server's folders", spaceFooter);
     auto* const disks = AddPaths(space);
     auto* const human = AddHumanReadable(*space);
     makers[space] = [=] {
@@ -80,7 +84,7 @@ void CommandGrammar::AddStates()
 void CommandGrammar::AddTrees()
 {
     auto* const usage =
-        Add("du", "[-h] [-s] [PATH]...", "show how many bytes the files below directories have");
+        Add("du", "[-h] [-s] [PATH]...", "show the bytes of all files below directories");
     auto* const measured = AddPaths(usage);
     auto* const human = AddHumanReadable(*usage);
     auto* const summary = AddFlag(*usage, "-s,--summarize", "show the total of each PATH only");
@@ -89,12 +93,13 @@ void CommandGrammar::AddTrees()
                             .isSummary = IsSet(summary),
                             .isHumanReadable = IsSet(human)};
     };
-    auto* const tree = Add("tree", "[PATH]...", "draw all below directories");
+    auto* const tree = Add("tree", "[PATH]...", "show directories as trees");
     auto* const drawn = AddPaths(tree);
     makers[tree] = [=] {
         return TreeCommand{GetPatternsOr(drawn, ".")};
     };
-    auto* const find = Add("find", "NAME [PATH]...", "find files and directories", findFooter);
+    auto* const find =
+        Add("find", "NAME [PATH]...", "find files and directories by name", findFooter);
     auto* const words = AddPaths(find);
     makers[find] = [=] {
         auto patterns = GetPatterns(find, words);

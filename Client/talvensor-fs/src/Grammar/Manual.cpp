@@ -46,16 +46,17 @@ Section MakeManyHostsSection()
 {
     return {.title = "Many hosts",
             .text = "--on runs one command on many hosts, --parallel of them at the same time. Its "
-                    "list takes names of profiles, endpoints, @GROUP for a group of "
-                    "client.toml, and - for names or endpoints on standard input, one per line:\n"
+                    "list takes profiles, opc.tcp:// endpoints, @GROUP for a group of client.toml, "
+                    "and - for profiles or endpoints on standard input, one per line:\n"
                     "\n"
                     "    [groups]\n"
                     "    line1 = [\"plc1\", \"plc2\"]\n"
                     "\n"
                     "The output of a host is printed when it ends, with the name of the host "
                     "before each line, and a table of all at the end. With --json each object has "
-                    "the host, and one more for each host says what came of it. The exit status "
-                    "is the largest of all. get puts the files of a host into LOCAL/HOST.\n"
+                    "the host, and one more for each host has its status. The exit status is the "
+                    "largest of all. get, and sync from the server, put the files of a host into "
+                    "LOCAL/HOST.\n"
                     "\n"
                     "Nothing is asked: passwords come from password files, and "
                     "servers that were never seen are refused without --accept-new or "
@@ -77,7 +78,7 @@ Section MakePathSection()
             "Remote paths of ls, stat, du, df, tree, find, get, cat and cp may be patterns: * ? "
             "[...] within a name, and ** for any directories; those of rm, mv, touch and chmod "
             "with --glob, and in the shell. Quote them, so that your shell leaves them alone; a "
-            "backslash takes the meaning of a character away.",
+            "character after a backslash is taken literally.",
         .terms = {},
         .shown = InHelpAndPage};
 }
@@ -87,7 +88,7 @@ Section MakeExitStatusSection()
     return {.title = "Exit status",
             .text = {},
             .terms = {{"0", "all done"},
-                      {"1", "something failed; the rest was done"},
+                      {"1", "something failed, or is missing; the rest was done"},
                       {"2", "wrong arguments or settings"},
                       {"3", "no connection, or it was lost for good"},
                       {"4", "refused: the login, or a certificate"},

@@ -7,15 +7,16 @@ namespace Cli {
 namespace {
 
 constexpr const char* watchFooter =
-    "All clients hear a shared node: its events are the results of all calls of this node. Without "
-    "NODE, the first shared node of the server is watched; info names them. The commands of "
-    "talvensor-fs use nodes of their own, whose events nobody else hears.";
+    "A shared node sends the results of all calls of it to all clients. Without NODE, the "
+    "first shared node of the server is watched; info names them. The commands of "
+    "talvensor-fs use nodes of their own, whose results are not shown here.";
 
 constexpr const char* shellFooter =
-    "On a terminal, it prompts for commands; help lists them. With -b, -c or another standard "
-    "input, it stops at the first command that fails, with its exit status; a command after a "
-    "dash (-rm old) may fail. Text in quotes and characters after a backslash are taken "
-    "literally, not as patterns.";
+    "On a terminal, it prompts for commands; help lists them. With -b, with -c, and if "
+    "standard input is not a terminal, it stops at the first command that fails, with the "
+    "exit status of that command; a command with a dash before it (-rm old) may fail. "
+    "Text in quotes and characters after a backslash are taken literally, not as "
+    "patterns.";
 
 } // namespace
 
@@ -31,7 +32,8 @@ void CommandGrammar::AddServer()
     makers[watch] = [=] {
         return WatchCommand{.node = GetText(node).value_or(""), .count = *count};
     };
-    AddPlain<InfoCommand>("info", "show endpoint, limits, session and modules");
+    AddPlain<InfoCommand>("info",
+                          "show the server, its limits, the session, its modules and folders");
     AddHelp();
     if (place == Place::CommandLine)
         AddCertificates();
@@ -43,7 +45,7 @@ void CommandGrammar::AddCertificates()
 {
     AddPlain<CertificateCommand>("certificate", "show this client's own certificate");
     auto* const known =
-        Add("known", "[--forget HOST]...", "list the servers whose certificates are trusted");
+        Add("known", "[--forget HOST]...", "list the servers that are trusted, or forget some");
     auto* const forgotten = known->add_option("--forget")
                                 ->description("stop trusting the servers at HOST, or the one at "
                                               "HOST:PORT; the next connection asks again")
@@ -121,7 +123,7 @@ std::string CommandGrammar::MakeHelp(const std::optional<std::string>& topic) co
     try {
         return app.get_subcommand(*topic)->help();
     } catch (const CLI::OptionNotFound&) {
-        throw Client::InvalidArgumentException(*topic + ": no such command");
+        throw Client::InvalidArgumentException("unknown command '" + *topic + "'");
     }
 }
 

@@ -9,28 +9,28 @@ namespace Cli {
 namespace {
 
 constexpr const char* syncFooter =
-    "Makes DST like SRC. One of both begins with remote: (remote:data), the other is a local "
-    "directory; a local name that begins so is written ./remote:x. The contents of SRC go into "
-    "DST, with or without a slash at the end.\n"
+    "Makes DST the same as SRC. One of them begins with remote: (remote:data), the other "
+    "is a local directory; a local name that begins like this is written ./remote:x. The "
+    "contents of SRC go into DST, with or without a slash at the end.\n"
     "\n"
-    "Files are the same if size and time in whole seconds are; others are sent. Nothing is deleted "
-    "without --delete; with it, files that SRC does not have are deleted last, and only if SRC was "
-    "listed whole and all was sent. A file in the place of a directory, or the other way round, is "
-    "an error without --delete.\n"
+    "Files are the same if they have the same size and time in whole seconds; others are "
+    "sent. Nothing is deleted without --delete. With it, files that SRC does not have are "
+    "deleted last, and only if SRC was listed completely and everything was sent. A file "
+    "in the place of a directory, or the other way round, is an error without --delete.\n"
     "\n"
-    "GLOB is for names at any depth; with a slash in it, for paths from the top; with a slash at "
-    "the end, for directories. What is left out is neither sent nor deleted, and so are the parts "
-    "that interrupted transfers left.\n"
+    "GLOB is for names at any depth; with a slash in it, for paths from the top; with a "
+    "slash at the end, for directories. What is left out is neither sent nor deleted, nor "
+    "are parts of interrupted transfers.\n"
     "\n"
-    "Links and special files are skipped, and named. Permissions are kept if the server has file "
-    "objects. A server without them is slower, since sizes are found by reading.";
+    "Links and special files are skipped and named. Permissions are kept if the server "
+    "has file objects. Without them sync is slower, since sizes are found by reading.";
 
 } // namespace
 
 void CommandGrammar::AddSync()
 {
     auto* const command = Add("sync", "[-n] [--delete] [--exclude GLOB]... SRC DST",
-                              "make a directory like another, on the other side", syncFooter);
+                              "make a directory the same as one on the other side", syncFooter);
     auto* const paths = AddPaths(command);
     auto* const trial = AddFlag(*command, "-n,--dry-run", "only print what it would do");
     auto* const deletes = AddFlag(*command, "--delete", "delete what is in DST and not in SRC");
@@ -53,12 +53,12 @@ void CommandGrammar::AddSync()
     makers[command] = [=] {
         auto texts = GetTexts(paths);
         if (texts.size() != 2)
-            throw Client::InvalidArgumentException("sync needs a source and a target");
+            throw Client::InvalidArgumentException("sync: needs a source and a target");
         const bool isDownload = texts[0].starts_with(remotePrefix);
         const bool isUpload = texts[1].starts_with(remotePrefix);
         if (isDownload == isUpload)
             throw Client::InvalidArgumentException(
-                "sync: one of source and target, and one only, begins with remote:");
+                "sync: one of SRC and DST must begin with remote:, not both");
         auto& remote = texts[isUpload ? 1 : 0];
         remote.erase(0, remotePrefix.size());
         if (remote.empty())

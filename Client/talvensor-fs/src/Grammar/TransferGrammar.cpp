@@ -9,31 +9,36 @@ namespace Cli {
 namespace {
 
 constexpr const char* putFooter =
-    "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is standard "
-    "input. A path that ends in . or .. stands for the contents of that directory.\n"
+    "REMOTE is a directory to put into, or the new name of the one LOCAL. LOCAL - is "
+    "standard input. A path that ends in . or .. stands for the contents of that "
+    "directory.\n"
     "\n"
-    "A file has another name beside its target until it is complete, "
-    "REMOTE/.NAME.talvensor-part-NUMBER, and then replaces the target at once: also one that is "
-    "read-only, and a link rather than the file that it leads to. An interruption leaves the "
-    "target as it was. put names the part that was sent, and put --continue carries on at its "
-    "end, unless the source or the part has changed since. The new file has the permissions of "
-    "the one before.\n"
+    "A file is written beside its target, as .NAME.talvensor-part-NUMBER, and replaces "
+    "the target when it is complete, even a read-only one. A link is replaced, not the "
+    "file that it leads to. An interruption leaves the target as it was; put names the "
+    "part that was sent, and put --continue carries on from there, unless the source or "
+    "the part has changed since.\n"
     "\n"
-    "With --in-place, and on a server that cannot rename, put overwrites the target itself from "
-    "the start: a reader sees a part meanwhile, and so does everybody after an interruption.\n"
+    "With --in-place, and on a server without file objects, put writes into the target "
+    "itself: others see a part of the file meanwhile, and after an interruption.\n"
     "\n"
-    "Times are set to whole seconds. The server can set two permissions: executable (if the owner "
-    "may execute the source) and read-only (if nobody may write to it); with file objects a new "
-    "file "
-    "gets all permissions of its source. Links and special files in a directory are skipped.";
+    "Times are set to whole seconds. A new file gets the permissions of its source "
+    "without those that the umask 022 takes. A file that is replaced keeps its "
+    "permissions, and becomes executable or read-only if the source is. With --in-place, "
+    "and on a server without file objects, put sets these two alone: executable (if the "
+    "owner may execute the source) and read-only (if nobody may write to it). Links and "
+    "special files in a directory are skipped.";
 
 constexpr const char* getFooter =
-    "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard output. "
-    "A path that ends in . or .. stands for the contents of that directory.\n"
+    "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard "
+    "output. A path that ends in . or .. stands for the contents of that directory.\n"
     "\n"
-    "A file has another name beside its target until it is complete, and then replaces the "
-    "target at once: an interruption leaves the target as it was, and get --continue carries on. "
-    "Times are set to whole seconds, and permissions as on the server, if it has file objects.";
+    "A file is written beside its target, as .NAME.talvensor-part, and replaces the "
+    "target when it is complete. An interruption leaves the target as it was, and get "
+    "--continue carries on.\n"
+    "\n"
+    "Times are set to whole seconds. If the server has file objects, files get the "
+    "permissions that they have there, without those that the umask takes.";
 
 } // namespace
 
@@ -47,7 +52,7 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
     command->add_option("-j,--jobs", *jobs, "transfer this many large files at once, 1 to 64 (2)")
         ->type_name("COUNT")
         ->check(CLI::Range(1, 64).description(""));
-    AddFlag(*command, "-p,--preserve", "no effect: times are always set");
+    AddFlag(*command, "-p,--preserve", "no effect: times are always kept");
     return {.command = command,
             .paths = AddPaths(command),
             .recursive =
@@ -57,8 +62,8 @@ CommandGrammar::Transfer CommandGrammar::AddTransfer(const std::string& name,
                                "over if source or target have changed since"),
             .verifies = AddFlag(*command, "--verify", "compare the contents afterwards"),
             .progress = AddFlag(*command, "--progress",
-                                "show the progress also where standard error is no terminal: a "
-                                "line every few seconds"),
+                                "show progress even if standard error is not a terminal: a line "
+                                "every five seconds"),
             .jobs = jobs,
             .rate = AddRate(*command)};
 }

@@ -99,7 +99,7 @@ void Output::WriteNow(std::string_view text) const
         if (count < 0 && errno == EPIPE)
             throw BrokenPipeException();
         if (count < 0 && errno != EINTR && errno != EAGAIN)
-            Fail("standard output cannot be written");
+            Fail("standard output");
         text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     }
 }
@@ -125,7 +125,7 @@ std::size_t ReadInput(std::span<unsigned char> buffer, const Client::Cancellatio
         if (count >= 0)
             return static_cast<std::size_t>(count);
         if (errno != EINTR && errno != EAGAIN)
-            Fail("standard input cannot be read");
+            Fail("standard input");
     }
 }
 
