@@ -243,7 +243,8 @@ std::string MethodCalls::TryExecute(Call& call, ClientSession& session)
 }
 
 /// Answers with the status that the behaviour has chosen, and its words as far as there is a place
-/// for them: the answer to a call has diagnostic texts for its arguments alone.
+/// for them: the library makes the answer of results alone (integrateOperationResult in
+/// server/ua_server_async.c), which have diagnostic texts for arguments and none for the call.
 void MethodCalls::Refuse(Call& call, const Core::StatusException& reason) const
 {
     UA_CallMethodResult& result = *call.result;
