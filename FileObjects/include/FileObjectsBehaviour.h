@@ -39,7 +39,7 @@ public:
     FileObjectsBehaviour& operator=(const FileObjectsBehaviour&) = delete;
     ~FileObjectsBehaviour() override = default;
 
-    /// Begins to hear of sessions that end.
+    /// Begins to hear of sessions that end, and to raise events.
     void OnStart() override;
     /// Closes all files, and ends work that takes long.
     void OnStop() override;
@@ -84,6 +84,7 @@ private:
     [[nodiscard]] static std::vector<const Methods*> GetMethods(NodeKind kind);
     [[nodiscard]] static const Method* FindMethod(NodeKind kind, const std::string& name);
 
+    void RaiseDropped(unsigned int handle) const;
     void ComputeChecksumOf(const Call& call);
     void SetPermissionsOf(const Call& call) const;
     void SetTimeOf(const Call& call) const;

@@ -11,6 +11,7 @@ inline constexpr unsigned int directory = 1;
 inline constexpr unsigned int file = 2;
 inline constexpr unsigned int fileTransfer = 3;
 inline constexpr unsigned int fileSystem = 4;
+inline constexpr unsigned int temporaryFileDropped = 5; ///< an event
 } // namespace ObjectType
 
 } // namespace FileObjects

@@ -39,6 +39,7 @@ struct HashFileIdentity
 struct OpenFile
 {
     // Constant once the file has a handle.
+    unsigned int handle = 0;
     Core::NodeId session;
     Key node; ///< the object through which it was opened
     FileIdentity identity;

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -45,8 +46,11 @@ public:
     /// REQUIRES: stopped.
     ~Transfers();
 
+    /// Called on the thread of the transfers, for a file that was written.
+    using OnDropped = std::function<void(const OpenFile& file)>;
+
     /// Start and stop the thread that ends files which are not used.
-    void Start();
+    void Start(OnDropped onDropped);
     void Stop();
 
     [[nodiscard]] std::chrono::milliseconds GetTimeout() const noexcept { return timeout; }
@@ -67,7 +71,7 @@ private:
                                          std::shared_ptr<void> companion, const Caller& caller);
     void Commit(OpenFile& file, Target& target);
     void EndUnused();
-    void EndThose(std::vector<OpenFiles::FilePointer> unused) const;
+    void EndThose(std::vector<OpenFiles::FilePointer> unused);
 
     const Folders& folders;
     const NodeIds& nodeIds;
@@ -81,6 +85,7 @@ private:
     std::condition_variable condition; // with mutex: stopping, or there is a file
     bool isStopping = false;           // guarded by mutex
     std::thread thread;                // start and stop only
+    OnDropped onDropped;               // on the thread
 };
 
 } // namespace FileObjects

@@ -47,7 +47,7 @@ void FileObjectsBehaviour::OnStart()
     isStopping = false;
     WarnIfNothingCanBeOpened();
     openFiles.Open();
-    transfers.Start();
+    transfers.Start([this](const OpenFile& file) { RaiseDropped(file.handle); });
     sessionsRegistration =
         context.GetNode(Core::Objects::SessionsFolder())
             ->RegisterEventObserver(shared_from_this(), Core::EventFilter::references, affinityId,
@@ -61,6 +61,21 @@ void FileObjectsBehaviour::OnStop()
     sessionsRegistration.Reset();
     transfers.Stop();
     openFiles.Close().clear();
+}
+
+/// Raises the event that ends the work with the file in the host's records.
+void FileObjectsBehaviour::RaiseDropped(unsigned int handle) const
+{
+    constexpr unsigned int noCallCame = 1;
+    const auto self = node.GetSharedPointer();
+    const auto type =
+        node.GetCoreContext().GetObjectType({namespaceIndex, ObjectType::temporaryFileDropped});
+    const auto& arguments = type->GetEventArguments();
+    std::vector<Core::Value> fields(arguments.GetFieldsSize());
+    fields.at(arguments.GetFieldIndex({0, "EventType"})) = Core::Value(type->GetNodeId());
+    fields.at(arguments.GetFieldIndex({namespaceIndex, "FileHandle"})) = Core::Value(handle);
+    fields.at(arguments.GetFieldIndex({namespaceIndex, "Result"})) = Core::Value(noCallCame);
+    dynamic_cast<Core::IObject&>(*self).RaiseEvent(type, fields);
 }
 
 void FileObjectsBehaviour::OnReferenceAdded(const Core::ReferenceData& /*reference*/) {}

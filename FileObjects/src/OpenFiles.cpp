@@ -26,6 +26,7 @@ unsigned int OpenFiles::Add(FilePointer file)
     auto& counted = users[file->identity];
     ++(file->isWritable ? counted.writers : counted.readers);
     ++sessions[file->session];
+    file->handle = handle;
     files.emplace(handle, std::move(file));
     return handle;
 }

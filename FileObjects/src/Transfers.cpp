@@ -144,9 +144,10 @@ Transfers::Transfers(const Folders& folders, const NodeIds& nodeIds, OpenFiles& 
 
 Transfers::~Transfers() = default;
 
-void Transfers::Start()
+void Transfers::Start(OnDropped observer)
 {
     isStopping = false;
+    onDropped = std::move(observer);
     thread = std::thread([this] { EndUnused(); });
 }
 
@@ -177,14 +178,16 @@ void Transfers::EndUnused()
     }
 }
 
-/// Lets go of files that were not used. What was written into them is lost, so the log tells it.
-void Transfers::EndThose(std::vector<OpenFiles::FilePointer> unused) const
+/// Lets go of files that were not used. What was written into them is lost, so it is told.
+void Transfers::EndThose(std::vector<OpenFiles::FilePointer> unused)
 {
     for (auto& file : unused) {
-        if (file->isWritable)
+        if (file->isWritable) {
             Log(Core::LogLevel::Notice, file->subject +
                                             ": dropped what was written for it: no call came for " +
                                             std::to_string(timeout.count()) + " ms");
+            onDropped(*file);
+        }
         file = nullptr;
     }
 }

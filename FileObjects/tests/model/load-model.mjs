@@ -89,4 +89,17 @@ for (const [number, name, superType, methods] of objectTypes) {
         checkArguments(method, "OutputArguments", id + 2, outputs);
     }
 }
+
+const event = addressSpace.findNode(own(5));
+assert.equal(event.browseName.toString(), `${index}:TemporaryFileDroppedEvent`);
+assert.equal(event.subtypeOf.toString(), toId("i=2041"));
+assert.deepEqual(
+    event.findReferencesAsObject("HasProperty", true).map(({ nodeId, browseName, dataType }) =>
+        [nodeId.toString(), browseName.toString(), dataType.toString()]),
+    [[own(2001), `${index}:FileHandle`, toId(uint32)], [own(2002), `${index}:Result`, toId(uint32)]],
+);
+assert.deepEqual(
+    addressSpace.findNode(own(4)).findReferencesAsObject("GeneratesEvent", true).map(({ nodeId }) => nodeId.toString()),
+    [own(5)],
+);
 addressSpace.dispose();

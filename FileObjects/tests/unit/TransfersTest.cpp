@@ -18,7 +18,10 @@ using namespace std::chrono_literals;
 class AnUnusedTemporaryFile : public testing::Test
 {
 protected:
-    AnUnusedTemporaryFile() { transfers.Start(); }
+    AnUnusedTemporaryFile()
+    {
+        transfers.Start([this](const OpenFile& file) { dropped = file.handle; });
+    }
     ~AnUnusedTemporaryFile() override { transfers.Stop(); }
 
     [[nodiscard]] std::size_t CountFiles() const
@@ -31,6 +34,7 @@ protected:
     Core::Embedding::Runtime runtime;
     std::shared_ptr<Core::Embedding::Session> session = runtime.OpenSession("client");
     std::atomic<bool> isStopping{false};
+    std::atomic<unsigned int> dropped{0}; // the handle of the last one
     Folders folders{{{"files", folder.GetPath().string(), false}}};
     Keys keys{folders.GetNames()};
     NodeIds nodeIds{keys, {0, 16314}, 1};
@@ -50,6 +54,7 @@ TEST_F(AnUnusedTemporaryFile, EndsByItself)
     ASSERT_EQ(entries.size(), 1U);
     EXPECT_EQ(entries.front().message,
               "files/target: dropped what was written for it: no call came for 100 ms");
+    EXPECT_EQ(dropped, file.handle);
     EXPECT_THROW(transfers.CloseAndCommit(file.handle, caller), Core::StatusException);
 }
 
