@@ -64,12 +64,63 @@ void SmallUploads::SendWaiting()
 {
     while (!waiting.empty() && sent.size() < uploadsAtOnce && sentBytes < bytesAtOnce) {
         const UploadFile& job = *waiting.front();
+        if (IsProtected(job) && !ready.contains(&job)) {
+            ProtectSome();
+            continue;
+        }
         waiting.pop_front();
         if (const auto upload = Start(job)) {
             sentBytes += upload->size;
             sent.push_back(*upload);
         }
     }
+}
+
+/// The next parts that not everybody may read are made empty and protected, before their content
+/// comes. Many at a time: it takes two round trips.
+void SmallUploads::ProtectSome()
+{
+    std::vector<const UploadFile*> jobs;
+    std::vector<CallPointer> creations;
+    for (const auto* const job : waiting) {
+        if (jobs.size() == uploadsAtOnce)
+            break;
+        if (!IsProtected(*job) || ready.contains(job))
+            continue;
+        begun.insert(job);
+        jobs.push_back(job);
+        creations.push_back(caller.UploadFile(
+            job->written, std::make_shared<std::vector<unsigned char>>(), 0, UA_Byte{0}));
+    }
+    caller.AwaitEvent(caller.Barrier());
+    std::set<const UploadFile*> failed;
+    for (std::size_t i = 0; i < jobs.size(); ++i)
+        if (!IsMade(*jobs[i], creations[i]))
+            failed.insert(jobs[i]);
+    std::erase_if(jobs, [&](const auto* job) { return failed.contains(job); });
+    const auto failures = Protect(transfer, jobs);
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        if (failures[i]) {
+            transfer.tally.FailFile(jobs[i]->remote, *failures[i], "");
+            failed.insert(jobs[i]);
+        } else
+            ready.insert(jobs[i]);
+    }
+    std::erase_if(waiting, [&](const auto* job) { return failed.contains(job); });
+}
+
+/// Returns false when it has failed.
+bool SmallUploads::IsMade(const UploadFile& job, const CallPointer& creation)
+{
+    bool isMade = false;
+    const bool hasBegun = false;
+    DoUpload(transfer, job, hasBegun, [&] {
+        caller.AwaitAnswer(creation);
+        if (const auto result = creation->outcome.opened->GetFailure(); result != 0)
+            throw FileFailed(MakeRemoteFailure(job.remote, Step::Open, result));
+        isMade = true;
+    });
+    return isMade;
 }
 
 /// Waits for the first of those that are on their way, and takes those that have come.
@@ -98,6 +149,7 @@ void SmallUploads::StartOver()
         queue->clear();
     }
     sentBytes = 0;
+    ready.clear(); // the server may have been started anew
     losses = waiting.size() < waitingBefore ? 1 : losses + 1;
     waitingBefore = waiting.size();
     if (losses == mostLosses) // each for itself, so that one cannot hold up all

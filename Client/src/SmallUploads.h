@@ -39,6 +39,8 @@ private:
 
     void RunSome();
     void SendWaiting();
+    void ProtectSome();
+    [[nodiscard]] bool IsMade(const UploadFile& job, const CallPointer& creation);
     void TakeSome();
     void StartOver();
     [[nodiscard]] std::optional<Upload> Start(const UploadFile& job);
@@ -59,6 +61,7 @@ private:
     std::deque<Upload> checking;
     std::vector<const UploadFile*> whole; // without their names
     std::set<const UploadFile*> begun;    // that may be there in part since a loss
+    std::set<const UploadFile*> ready;    // their parts are protected
     std::size_t sentBytes = 0;            // of `sent`
     std::size_t waitingBefore = 0;
     unsigned int losses = 0; // in a row, without progress

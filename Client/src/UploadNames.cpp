@@ -34,14 +34,6 @@ std::optional<std::uint32_t> GetMode(const UploadFile& file) noexcept
     return mode;
 }
 
-bool IsProtected(const UploadFile& file) noexcept
-{
-    if (file.IsInPlace())
-        return false;
-    const auto mode = file.modeBefore ? file.modeBefore : file.mode;
-    return mode && (*mode & readableForAll) != readableForAll;
-}
-
 /// The file objects cannot rename in a directory that they do not see, such as one that a link
 /// leads to in another folder; nor a path that leads upwards.
 bool CanRename(const EntryState& state, const EntryState& parent) noexcept
@@ -101,16 +93,6 @@ Failure MakeFailure(const std::string& path, Step step, const Result& result)
     if (cause.starts_with(subject))
         cause.erase(0, subject.size());
     return MakeReasonFailure(path, step, std::move(cause));
-}
-
-void Protect(Transfer& transfer, const UploadFile& file)
-{
-    const std::uint32_t mode = file.modeBefore.value_or(file.mode.value_or(0)) | usableForOwner;
-    const auto result = transfer.node.MakeObjectCaller(transfer.options.cancellation)
-                            .SetPermissions(std::span(&file.written, 1), std::span(&mode, 1))
-                            .front();
-    if (!result.IsGood())
-        throw FileFailed(MakeFailure(file.remote, Step::SetPermissions, result));
 }
 
 /// The files that are to be renamed, and what came of it.
@@ -212,11 +194,6 @@ void ChooseNames(Transfer& transfer, UploadPlan& plan)
         return;
     ChooseNames(transfer, plan.small);
     ChooseNames(transfer, plan.large);
-    // Small files are written in one call, which leaves no time to protect them.
-    for (auto& file : plan.small)
-        if (IsProtected(file))
-            plan.large.push_back(file);
-    std::erase_if(plan.small, IsProtected);
 }
 
 UA_Byte MakeFlags(const UploadFile& file) noexcept
@@ -237,12 +214,40 @@ void GiveName(Transfer& transfer, const UploadFile& file)
         throw FileFailed(*failure);
 }
 
+bool IsProtected(const UploadFile& file) noexcept
+{
+    if (file.IsInPlace())
+        return false;
+    const auto mode = file.modeBefore ? file.modeBefore : file.mode;
+    return mode && (*mode & readableForAll) != readableForAll;
+}
+
+std::vector<std::optional<Failure>> Protect(Transfer& transfer,
+                                            std::span<const UploadFile* const> files)
+{
+    std::vector<std::string> paths;
+    std::vector<std::uint32_t> modes;
+    for (const auto* const file : files) {
+        paths.push_back(file->written);
+        modes.push_back(file->modeBefore.value_or(file->mode.value_or(0)) | usableForOwner);
+    }
+    const auto results =
+        transfer.node.MakeObjectCaller(transfer.options.cancellation).SetPermissions(paths, modes);
+    std::vector<std::optional<Failure>> failures(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i)
+        if (!results[i].IsGood())
+            failures[i] = MakeFailure(files[i]->remote, Step::SetPermissions, results[i]);
+    return failures;
+}
+
 std::function<void()> MakePreparation(Transfer& transfer, const UploadFile& file)
 {
     if (!IsProtected(file))
         return {};
     return [&transfer, &file] {
-        Protect(transfer, file);
+        const UploadFile* const only = &file;
+        if (const auto failure = Protect(transfer, std::span(&only, 1)).front())
+            throw FileFailed(*failure);
     };
 }
 

@@ -29,9 +29,18 @@ GiveNames(Transfer& transfer, std::span<const UploadFile* const> files);
 /// Likewise, one file. Throws FileFailed too.
 void GiveName(Transfer& transfer, const UploadFile& file);
 
-/// Returns an operation for when the new file is there and empty: it lets nobody read it who may
-/// not read the one in whose place it comes. Empty where that is not needed. Both arguments must
-/// outlive it. It throws FileFailed and what ObjectCaller throws.
+/// Returns true for a file that is written under another name and that not everybody may read:
+/// neither may its part be read, which is protected before anything is written to it.
+[[nodiscard]] bool IsProtected(const UploadFile& file) noexcept;
+
+/// Lets nobody else read or write parts, which are there and empty. Returns for each what has
+/// failed. Throws what ObjectCaller throws but CallsLost.
+[[nodiscard]] std::vector<std::optional<Failure>> Protect(Transfer& transfer,
+                                                          std::span<const UploadFile* const> files);
+
+/// Returns an operation that protects the part of a file when it is there and empty. Empty where
+/// that is not needed. Both arguments must outlive it. It throws FileFailed and what ObjectCaller
+/// throws.
 [[nodiscard]] std::function<void()> MakePreparation(Transfer& transfer, const UploadFile& file);
 
 } // namespace Client

@@ -154,6 +154,39 @@ TEST_F(AReplacedFile, IsNeverReadableForMoreThanBefore)
     }
 }
 
+TEST_F(AReplacedFile, IsNeverReadableForMoreThanBeforeAmongManySmallOnes)
+{
+    constexpr int count = 300;
+    const fs::path tree = local.GetPath() / "tree";
+    const fs::path target = root.GetPath() / "tree";
+    for (int i = 0; i < count; ++i) {
+        const auto file = tree / std::to_string(i);
+        MakeFile(file, smallSize);
+        fs::permissions(file, fs::perms(i % 3 == 0 ? 0644 : i % 3 == 1 ? 0600 : 0440));
+    }
+    std::size_t seen = 0;
+    TransferOptions options;
+    options.isRecursive = true;
+    options.progress = [&](const Progress& progress) {
+        if (progress.isFileFinished)
+            return;
+        for (const auto& entry : fs::directory_iterator(target)) {
+            const auto name = entry.path().filename().string();
+            if (entry.file_size() == 0 || std::stoi(name.substr(IsPartName(name) ? 1 : 0)) % 3 == 0)
+                continue;
+            ++seen;
+            EXPECT_EQ(GetMode(entry.path()) & 0007U, 0U) << entry.path();
+        }
+    };
+    const auto sent = fileSystem.Upload({{tree.string(), target.string()}}, options);
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    EXPECT_EQ(sent.files, std::size_t{count});
+    EXPECT_GT(seen, 0U);
+    for (int i = 0; i < count; ++i)
+        EXPECT_EQ(GetMode(target / std::to_string(i)), GetMode(tree / std::to_string(i)));
+    ExpectSameTrees(tree, target);
+}
+
 TEST_F(AReplacedFile, IsWholeThoughAnotherTransferOfItIsInterruptedMeanwhile)
 {
     const auto items = MakeItem(largeSize);
