@@ -117,11 +117,16 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& given, File
     bool hasBegun = false;
     UploadFile job = given;
     // Held to the end: of transfers at the same time one may be carried on.
-    const auto lock = transfer.records.Lock(MakeKey(transfer, job));
+    const auto [lock, isTaken] = transfer.records.Lock(MakeKey(transfer, job));
     const auto client = lock && !job.IsInPlace() ? transfer.records.FindClient() : std::nullopt;
     if (client)
         job.written = GetRemotePartName(job.remote, job.local, *client);
+    const bool isWrittenByOther = isTaken && job.IsInPlace();
+    const bool isLocked = lock.has_value();
     DoUpload(transfer, job, hasBegun, [&] {
+        if (isWrittenByOther && !job.isWhole)
+            throw FileFailed(
+                MakeReasonFailure(job.remote, Step::Open, "another transfer is writing it"));
         const Support::Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         if (!file.IsOpen())
             FailLocally(job.local, Step::Open);
@@ -130,7 +135,7 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& given, File
             CompareWhole(transfer, caller, job, file.Get());
             return;
         }
-        ResumableTransfer resumable = MakeResumable(transfer, job, file.Get(), lock.has_value());
+        ResumableTransfer resumable = MakeResumable(transfer, job, file.Get(), isLocked);
         const std::uint64_t start =
             options.resumes ? FindUploadStart(caller, job.written, file.Get(), job.local, resumable)
                             : 0;

@@ -68,15 +68,21 @@ std::optional<TransferRecord> FromText(const std::string& text)
     return record;
 }
 
-/// Opens and locks a file. The descriptor is not open when another one holds it.
-Support::Descriptor LockFile(const fs::path& file)
+/// Opens and locks a file. The descriptor is not open when another one holds it, which `isTaken`
+/// tells, or when it fails.
+Support::Descriptor LockFile(const fs::path& file, bool& isTaken)
 {
     constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
     for (;;) {
         Support::Descriptor descriptor(open(file.c_str(), flags, S_IRUSR | S_IWUSR));
+        if (!descriptor.IsOpen())
+            return {};
+        if (flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0) {
+            isTaken = errno == EWOULDBLOCK;
+            return {};
+        }
         // The time keeps it from expiring.
-        if (!descriptor.IsOpen() || flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0 ||
-            futimens(descriptor.Get(), nullptr) != 0)
+        if (futimens(descriptor.Get(), nullptr) != 0)
             return {};
         struct stat own = {};
         struct stat named = {};
@@ -154,20 +160,20 @@ void TransferRecords::MakeFolder() const
     Support::MakePrivateFolder(folder);
 }
 
-std::optional<TransferLock> TransferRecords::Lock(const TransferKey& key) const noexcept
+Locking TransferRecords::Lock(const TransferKey& key) const noexcept
 {
+    Locking locking;
     try {
         if (folder.empty())
-            return std::nullopt;
+            return locking;
         MakeFolder();
         fs::path file = GetFile(key);
         file += ".lock";
-        if (auto descriptor = LockFile(file); descriptor.IsOpen())
-            return std::optional<TransferLock>(std::in_place, std::move(file),
-                                               std::move(descriptor));
+        if (auto descriptor = LockFile(file, locking.isTaken); descriptor.IsOpen())
+            locking.lock.emplace(std::move(file), std::move(descriptor));
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): it cannot be carried on
     }
-    return std::nullopt;
+    return locking;
 }
 
 std::optional<std::string> TransferRecords::FindClient() const noexcept

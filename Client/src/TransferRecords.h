@@ -58,6 +58,13 @@ private:
     Support::Descriptor descriptor;
 };
 
+/// The outcome of an attempt to lock.
+struct Locking
+{
+    std::optional<TransferLock> lock; ///< none where nothing is recorded, either
+    bool isTaken = false;             ///< by another transfer of any process or thread
+};
+
 /// The records of transfers that were broken off: files in the folder "transfers" of the state
 /// folder, for their owner alone. They serve to save time, so nothing is thrown: a record that
 /// cannot be written or read is none. Any thread, any number of processes.
@@ -71,9 +78,7 @@ public:
     void Save(const TransferKey& key, const TransferRecord& record) const noexcept;
     void Remove(const TransferKey& key) const noexcept;
 
-    /// Returns none while another transfer of any process or thread holds it, and where nothing is
-    /// recorded.
-    [[nodiscard]] std::optional<TransferLock> Lock(const TransferKey& key) const noexcept;
+    [[nodiscard]] Locking Lock(const TransferKey& key) const noexcept;
     /// Returns a random text that stays the same for this state folder; none where it cannot be
     /// kept.
     [[nodiscard]] std::optional<std::string> FindClient() const noexcept;

@@ -219,6 +219,33 @@ TEST_F(AReplacedFile, IsWholeThoughAnotherTransferOfItIsInterruptedMeanwhile)
     EXPECT_TRUE(ReadFile(Target()) == MakeContent(largeSize + 1));
 }
 
+TEST_F(AReplacedFile, IsWrittenInPlaceByOneOfTwoTransfersOfIt)
+{
+    const auto items = MakeItem(largeSize);
+    Connection otherConnection(MakeOptions(host));
+    FileSystem other(otherConnection);
+    TransferResult refused;
+    TransferOptions options;
+    options.isInPlace = true;
+    options.progress = [&, isFirst = true](const Progress&) mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        std::thread([&] {
+            TransferOptions same;
+            same.isInPlace = true;
+            refused = other.Upload(items, same);
+        }).join();
+    };
+    const auto sent = fileSystem.Upload(items, options);
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    ASSERT_EQ(refused.failures.size(), 1U);
+    EXPECT_EQ(refused.failures[0].cause, "another transfer is writing it");
+    EXPECT_THAT(refused.unfinished, testing::IsEmpty());
+    EXPECT_TRUE(ReadFile(Target()) == MakeContent(largeSize));
+    options.progress = {};
+    EXPECT_TRUE(other.Upload(items, options).IsComplete());
+}
+
 TEST_F(AReplacedFile, IsWrittenThroughALinkIntoAnotherFolder)
 {
     TemporaryFolder second;
