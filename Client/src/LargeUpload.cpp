@@ -147,7 +147,7 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& given, File
         if (options.verifies)
             Compare(transfer, caller, job, job.written, file.Get());
         if (!job.IsInPlace())
-            GiveName(transfer, job);
+            GiveName(transfer, {&job, size, options.setsTimes});
         transfer.tally.FinishFile(job.remote, size);
     });
 }

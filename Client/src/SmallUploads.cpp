@@ -261,7 +261,7 @@ void SmallUploads::Succeed(const Upload& upload)
 {
     transfer.tally.Move(upload.job->remote, upload.size, upload.size, upload.size);
     if (!upload.job->IsInPlace()) {
-        whole.push_back(upload.job);
+        whole.push_back({upload.job, upload.size});
         return;
     }
     begun.erase(upload.job);
@@ -272,11 +272,12 @@ void SmallUploads::NameWhole()
 {
     const auto failures = GiveNames(transfer, whole);
     for (std::size_t i = 0; i < whole.size(); ++i) {
-        begun.erase(whole[i]);
+        const UploadFile& file = *whole[i].file;
+        begun.erase(&file);
         if (failures[i])
-            transfer.tally.FailFile(whole[i]->remote, *failures[i], whole[i]->written);
+            transfer.tally.FailFile(file.remote, *failures[i], file.written);
         else
-            transfer.tally.FinishFile(whole[i]->remote, whole[i]->size);
+            transfer.tally.FinishFile(file.remote, whole[i].size);
     }
     whole.clear();
 }
@@ -291,7 +292,7 @@ void SmallUploads::EndLost(const ConnectionLostException& lost)
     if (first == nullptr && !checking.empty())
         first = checking.front().job;
     if (first == nullptr && !whole.empty())
-        first = whole.front();
+        first = whole.front().file;
     if (first == nullptr && !waiting.empty())
         first = waiting.front();
     transfer.isOver = true;
@@ -308,7 +309,8 @@ void SmallUploads::DropParts()
     for (const auto* const queue : {&sent, &checking})
         for (const auto& upload : *queue)
             begun.insert(upload.job);
-    begun.insert(whole.begin(), whole.end());
+    for (const auto& written : whole)
+        begun.insert(written.file);
     std::vector<std::string> parts;
     for (const auto* const job : std::exchange(begun, {})) {
         if (job->IsInPlace())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Caller.h"
+#include "UploadNames.h"
 #include "UploadPlan.h"
 
 #include <cstddef>
@@ -59,10 +60,10 @@ private:
     std::deque<const UploadFile*> waiting;
     std::deque<Upload> sent;
     std::deque<Upload> checking;
-    std::vector<const UploadFile*> whole; // without their names
-    std::set<const UploadFile*> begun;    // that may be there in part since a loss
-    std::set<const UploadFile*> ready;    // their parts are protected
-    std::size_t sentBytes = 0;            // of `sent`
+    std::vector<WrittenFile> whole;    // without their names
+    std::set<const UploadFile*> begun; // that may be there in part since a loss
+    std::set<const UploadFile*> ready; // their parts are protected
+    std::size_t sentBytes = 0;         // of `sent`
     std::size_t waitingBefore = 0;
     unsigned int losses = 0; // in a row, without progress
 };

@@ -30,7 +30,7 @@ std::uint64_t SendStream(Transfer& transfer, Caller& caller, const FileSystem::B
     BlockUpload upload(transfer, caller, stream, target);
     const std::uint64_t size = upload.Run(0);
     if (!job.IsInPlace())
-        GiveName(transfer, job);
+        GiveName(transfer, {&job, size, false});
     return size;
 }
 

@@ -99,7 +99,7 @@ Failure MakeFailure(const std::string& path, Step step, const Result& result)
 class Renames
 {
 public:
-    Renames(Transfer& transfer, std::span<const UploadFile* const> files)
+    Renames(Transfer& transfer, std::span<const WrittenFile> files)
         : caller(transfer.node.MakeObjectCaller(transfer.options.cancellation))
         , files(files)
         , left(files.size())
@@ -131,16 +131,16 @@ private:
         std::vector<std::string> paths;
         std::vector<std::uint32_t> modes;
         for (std::size_t i = 0; i < files.size(); ++i)
-            if (const auto mode = GetMode(*files[i])) {
+            if (const auto mode = GetMode(*files[i].file)) {
                 numbers.push_back(i);
-                paths.push_back(files[i]->written);
+                paths.push_back(files[i].file->written);
                 modes.push_back(*mode);
             }
         const auto results = caller.SetPermissions(paths, modes);
         for (std::size_t i = 0; i < numbers.size(); ++i)
             if (!results[i].IsGood())
                 failures[numbers[i]] =
-                    MakeFailure(files[numbers[i]]->remote, Step::SetPermissions, results[i]);
+                    MakeFailure(files[numbers[i]].file->remote, Step::SetPermissions, results[i]);
         std::erase_if(left, [&](std::size_t number) { return failures[number].has_value(); });
     }
 
@@ -148,40 +148,47 @@ private:
     {
         std::vector<Renaming> renamings;
         for (const std::size_t number : left)
-            renamings.push_back({files[number]->written, files[number]->remote});
+            renamings.push_back({files[number].file->written, files[number].file->remote});
         const auto results = caller.Move(renamings, true);
         for (std::size_t i = 0; i < left.size(); ++i)
             if (!results[i].IsGood())
-                failures[left[i]] = MakeFailure(files[left[i]]->remote, Step::Rename, results[i]);
+                failures[left[i]] =
+                    MakeFailure(files[left[i]].file->remote, Step::Rename, results[i]);
         left.clear();
     }
 
     /// After a lost connection: a file that is not there under the name that it was written to has
-    /// its own.
+    /// its own, if what is there is as it was written.
     void ForgetRenamed()
     {
         std::vector<std::string> paths;
         for (const std::size_t number : left) {
-            paths.push_back(files[number]->written);
-            paths.push_back(files[number]->remote);
+            paths.push_back(files[number].file->written);
+            paths.push_back(files[number].file->remote);
         }
         const auto states = caller.GetStates(paths);
         std::size_t next = 0;
-        std::erase_if(left, [&](std::size_t) {
+        std::erase_if(left, [&](std::size_t number) {
             const std::size_t first = std::exchange(next, next + 2);
-            return states[first].kind == Kind::Missing && states[first + 1].kind == Kind::File;
+            return states[first].kind == Kind::Missing && IsIt(states[first + 1], files[number]);
         });
+    }
+
+    static bool IsIt(const EntryState& state, const WrittenFile& written)
+    {
+        return state.kind == Kind::File && state.size == written.size &&
+               (!written.hasTime || state.time == written.file->time);
     }
 
     void FailLeft(const char* cause)
     {
         for (const std::size_t number : left)
-            failures[number] = MakeReasonFailure(files[number]->remote, Step::Rename, cause);
+            failures[number] = MakeReasonFailure(files[number].file->remote, Step::Rename, cause);
         left.clear();
     }
 
     ObjectCaller caller;
-    std::span<const UploadFile* const> files;
+    std::span<const WrittenFile> files;
     std::vector<std::size_t> left;
     std::vector<std::optional<Failure>> failures;
 };
@@ -202,15 +209,14 @@ UA_Byte MakeFlags(const UploadFile& file) noexcept
 }
 
 std::vector<std::optional<Failure>> GiveNames(Transfer& transfer,
-                                              std::span<const UploadFile* const> files)
+                                              std::span<const WrittenFile> files)
 {
     return Renames(transfer, files).Run();
 }
 
-void GiveName(Transfer& transfer, const UploadFile& file)
+void GiveName(Transfer& transfer, const WrittenFile& file)
 {
-    const UploadFile* const only = &file;
-    if (const auto failure = GiveNames(transfer, std::span(&only, 1)).front())
+    if (const auto failure = GiveNames(transfer, std::span(&file, 1)).front())
         throw FileFailed(*failure);
 }
 

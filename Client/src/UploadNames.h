@@ -20,14 +20,21 @@ void ChooseNames(Transfer& transfer, UploadPlan& plan);
 /// with its name.
 [[nodiscard]] UA_Byte MakeFlags(const UploadFile& file) noexcept;
 
-/// Gives the files, which are whole under the names that they were written to, their own names, and
-/// the permissions of those in whose place they come. Returns for each what has failed. Throws what
-/// ObjectCaller throws but CallsLost.
-[[nodiscard]] std::vector<std::optional<Failure>>
-GiveNames(Transfer& transfer, std::span<const UploadFile* const> files);
+/// A file that is whole under the name that it was written to.
+struct WrittenFile
+{
+    const UploadFile* file;
+    std::uint64_t size;
+    bool hasTime = true; ///< that of the source
+};
+
+/// Gives the files their own names, and the permissions of those in whose place they come. Returns
+/// for each what has failed. Throws what ObjectCaller throws but CallsLost.
+[[nodiscard]] std::vector<std::optional<Failure>> GiveNames(Transfer& transfer,
+                                                            std::span<const WrittenFile> files);
 
 /// Likewise, one file. Throws FileFailed too.
-void GiveName(Transfer& transfer, const UploadFile& file);
+void GiveName(Transfer& transfer, const WrittenFile& file);
 
 /// Returns true for a file that is written under another name and that not everybody may read:
 /// neither may its part be read, which is protected before anything is written to it.

@@ -379,6 +379,32 @@ TEST_F(AReplacedFile, IsRenamedAlthoughTheConnectionIsLostMeanwhile)
     }
 }
 
+TEST_F(AReplacedFile, CountsAsRenamedOnlyIfTheTargetIsTheFileThatWasSent)
+{
+    const auto names = connection.GetInfo().namespaces;
+    const auto index = static_cast<char>(
+        std::find(names.begin(), names.end(), "urn:Talvensor:FileObjects") - names.begin());
+    for (const std::size_t size : {smallSize, largeSize}) {
+        WriteFile(Target(), "before");
+        Relay relay(host.GetPort());
+        auto options = MakeOptions(host);
+        options.url = relay.GetUrl();
+        options.report = [this](const std::string&) { // of the loss: somebody else takes the part
+            for (const auto& name : GetNames())
+                if (IsPartName(name))
+                    fs::remove(root.GetPath() / name);
+        };
+        Connection cut(options);
+        FileSystem again(cut);
+        relay.CutBefore({'\x01', index, '\x56', '\x04'}, 1); // the call that renames
+        const auto sent = again.Upload(MakeItem(size));
+        EXPECT_TRUE(relay.HasCut());
+        ASSERT_EQ(sent.failures.size(), 1U);
+        EXPECT_EQ(sent.failures[0].step, Step::Rename);
+        EXPECT_EQ(ReadFile(Target()), "before");
+    }
+}
+
 TEST_F(AReplacedFile, LeavesNoPartUntoldWhenTheConnectionIsGivenUp)
 {
     const fs::path tree = local.GetPath() / "tree";
