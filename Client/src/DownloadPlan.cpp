@@ -2,6 +2,8 @@
 
 #include "Sizes.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace Client {
@@ -13,6 +15,18 @@ Failure SkipRemote(const std::string& remote, std::string cause)
     Failure failure = MakeUnknownFailure(remote, Step::Open, std::move(cause));
     failure.kind = FailureKind::Skipped;
     return failure;
+}
+
+/// Returns true for a path in or of a copy that the host has not finished.
+bool IsHostPart(std::string_view path)
+{
+    while (!path.empty()) {
+        const auto name = path.substr(0, path.find('/'));
+        if (IsHostPartName(name))
+            return true;
+        path.remove_prefix(std::min(name.size() + 1, path.size()));
+    }
+    return false;
 }
 
 /// Without file objects only for a few files: it takes a while.
@@ -116,7 +130,8 @@ private:
             {"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
         std::unordered_set<std::string> seen;
         for (const auto& entry : listing.entries)
-            AddEntry(item, tree, entry, seen);
+            if (!IsHostPart(entry.path))
+                AddEntry(item, tree, entry, seen);
     }
 
     void AddEntry(const TransferItem& item, const std::shared_ptr<LocalTree>& tree,

@@ -133,8 +133,21 @@ std::string MakeRandomDigits()
     return ToDigits(std::uniform_int_distribution<std::uint64_t>()(random));
 }
 
+bool IsHostPartName(std::string_view name)
+{
+    constexpr std::string_view begin = ".talvensor-";
+    constexpr std::string_view last = ".part";
+    constexpr std::size_t digits = 32;
+    return name.size() == begin.size() + digits + last.size() && name.starts_with(begin) &&
+           name.ends_with(last) &&
+           name.substr(begin.size(), digits).find_first_not_of("0123456789abcdef") ==
+               std::string_view::npos;
+}
+
 bool IsPartName(std::string_view name)
 {
+    if (IsHostPartName(name))
+        return true;
     const auto end = name.rfind(partEnd);
     return name.starts_with('.') && end != std::string_view::npos && end > 1 &&
            name.find_first_not_of("-0123456789abcdef", end + partEnd.size()) ==

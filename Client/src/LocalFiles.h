@@ -60,6 +60,8 @@ private:
                                             const std::string& client);
 /// Returns a name of that form that no other transfer has.
 [[nodiscard]] std::string MakeRemotePartName(const std::string& remote);
+/// Returns true for the name that the host's file objects give a copy until it is whole.
+[[nodiscard]] bool IsHostPartName(std::string_view name);
 /// Returns sixteen random digits.
 [[nodiscard]] std::string MakeRandomDigits();
 

@@ -490,6 +490,9 @@ TEST(APartName, IsRecognised)
     EXPECT_FALSE(IsPartName("file"));
     EXPECT_FALSE(IsPartName(".talvensor-part"));
     EXPECT_FALSE(IsPartName(".file.talvensor-parts"));
+    EXPECT_TRUE(IsPartName(".talvensor-0123456789abcdef0123456789abcdef.part"));
+    EXPECT_FALSE(IsPartName(".talvensor-0123456789abcdef0123456789abcde.part"));
+    EXPECT_FALSE(IsPartName(".talvensor-0123456789abcdef0123456789abcdeg.part"));
     EXPECT_NE(GetRemotePartName("file", "here", "1"), GetRemotePartName("file", "there", "1"));
     EXPECT_NE(GetRemotePartName("file", "here", "1"), GetRemotePartName("file", "here", "2"));
     EXPECT_NE(MakeRemotePartName("file"), MakeRemotePartName("file"));

@@ -66,6 +66,20 @@ INSTANTIATE_TEST_SUITE_P(Sizes, ATransferOfSize,
                          testing::Values(0, 1, 4096, 61439, 61440, 61441, mebibyte - 1, mebibyte,
                                          5 * mebibyte + 3));
 
+TEST_F(ATransfer, FetchesNoCopiesThatTheHostHasNotFinished)
+{
+    const std::string copy = ".talvensor-0123456789abcdef0123456789abcdef.part";
+    for (const auto& name : {std::string("a"), "b/" + copy, copy + "/c"})
+        MakeFile(root.GetPath() / "tree" / name, 3);
+    TransferOptions options;
+    options.isRecursive = true;
+    const auto fetched = fileSystem.Download(
+        {{(local.GetPath() / "tree").string(), (root.GetPath() / "tree").string()}}, options);
+    EXPECT_TRUE(fetched.IsComplete()) << Describe(fetched);
+    EXPECT_EQ(fetched.files, 1U);
+    EXPECT_EQ(fetched.directories, 2U);
+}
+
 TEST_F(ATransfer, KeepsATreeWithOddNames)
 {
     const auto tree = local.GetPath() / "tree";
