@@ -114,14 +114,16 @@ private:
         });
     }
 
-    /// Others may read what goes to a server that cannot keep a private mode.
+    /// Others may read what goes to a server that cannot keep a private mode, or into a file in
+    /// place.
     void NotePrivateMode(const std::string& local, const struct stat& status)
     {
-        if (transfer.node.OffersObjects() || (status.st_mode & S_IROTH) != 0)
+        const bool isKept = transfer.node.OffersObjects() && !options.isInPlace;
+        if (isKept || (status.st_mode & S_IROTH) != 0)
             return;
         transfer.tally.AddNote(
             MakeLocalFailure(local, Step::SetPermissions, FailureKind::Skipped,
-                             "others cannot read it here; the server cannot keep that"));
+                             "others cannot read it here, but may on the server"));
     }
 
     void AddFile(const std::string& local, const std::string& remote, const struct stat& status)

@@ -88,6 +88,16 @@ TEST_F(AServerWithReasons, Copies)
     EXPECT_EQ(ReadFile(desk.GetRemote("file")), "1");
 }
 
+TEST_F(AServerWithReasons, WarnsOfAPrivateFileThatIsWrittenInPlace)
+{
+    WriteFile(desk.GetLocal("private"), "x");
+    fs::permissions(desk.GetLocal("private"), fs::perms(0600));
+    EXPECT_EQ(Run({"-q", "put", "private", "kept"}).error, "");
+    EXPECT_EQ(
+        Run({"-q", "put", "--in-place", "private", "file"}).error,
+        "talvensor-fs: private: warning: others cannot read it here, but may on the server\n");
+}
+
 TEST_F(AServerWithReasons, ShowsNothingInAPipeBeforeTheEnd)
 {
     MakeSparseFile(desk.GetRemote("file"), 1000);
