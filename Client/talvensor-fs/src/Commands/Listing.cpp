@@ -25,9 +25,14 @@ bool IsBefore(const ListRow& left, const ListRow& right)
         right.entry.path.end(), [rank](char one, char other) { return rank(one) < rank(other); });
 }
 
-bool IsAboveFolders(const std::string& path)
+/// Returns true for "/" where the server has its folders there and nothing else.
+bool IsAboveFolders(const std::string& path, const Workplace& workplace)
 {
-    return path.find_first_not_of('/') == std::string::npos;
+    if (path.find_first_not_of('/') != std::string::npos)
+        return false;
+    Client::FileObjects objects(workplace.remote.GetConnection());
+    return objects.AreOffered() &&
+           objects.GetStates({path}, &workplace.cancellation).front().kind == Client::Kind::Missing;
 }
 
 /// Returns the folders of the server as entries of "/", which it may not list otherwise.
@@ -43,13 +48,12 @@ Client::Listing ListFolders(const Workplace& workplace)
 
 Client::Listing ListPath(ListedPath& rows, bool isRecursive, const Workplace& workplace)
 {
+    if (!isRecursive && IsAboveFolders(rows.path, workplace))
+        return ListFolders(workplace);
     auto& files = workplace.remote.GetFiles();
     try {
         return files.List(rows.path, isRecursive, &workplace.cancellation);
     } catch (const Client::OperationFailedException&) {
-        if (IsAboveFolders(rows.path) && !isRecursive &&
-            Client::FileObjects(workplace.remote.GetConnection()).AreOffered())
-            return ListFolders(workplace);
         if (files.GetKind(rows.path, &workplace.cancellation) != Client::Kind::File)
             throw;
     }
