@@ -113,6 +113,12 @@ TEST_F(AScript, NamesTheCommandThatIsMistaken)
     EXPECT_EQ(desk.Run({"pt", "a", "b"}).error,
               program + "unknown command 'pt'; did you mean 'put'?\n");
     EXPECT_EQ(desk.Run({"xyzzy"}).error, program + "unknown command 'xyzzy'\n");
+    EXPECT_EQ(desk.Run({"ls", "-e"}).error, program + "ls: --endpoint: needs a value\n");
+    EXPECT_EQ(desk.Run({"--profile", "a", "--profile", "b", "ls"}).error,
+              program + "ls: --profile: is given twice\n");
+    EXPECT_EQ(desk.Run({"shell", "-b", "file", "-c", "ls"}).error,
+              program + "shell: --batch: cannot be combined with --command\n");
+    EXPECT_EQ(desk.Run({"find"}).error, program + "find: needs a name\n");
     EXPECT_EQ(desk.Run({"put", "--recusive", "a", "b"}).error,
               program + "put: unknown option '--recusive'; did you mean '--recursive'?\n");
     EXPECT_EQ(desk.Run({"info", "extra"}).error, program + "info: unexpected argument 'extra'\n");

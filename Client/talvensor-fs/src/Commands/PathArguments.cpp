@@ -89,9 +89,7 @@ void PathArguments::CheckLocal(const std::string& path)
 {
     if (path.starts_with(remotePrefix))
         throw Client::InvalidArgumentException(
-            path +
-            ": a path of this machine is needed here (a name that begins like this is "
-            "written ./" +
+            path + ": must be a local path (a local name that begins like this is written ./" +
             path + ")");
 }
 

@@ -61,6 +61,18 @@ std::string DescribeExtra(const CLI::App& app, const CLI::App* command, const st
     return prefix + "unexpected argument " + shown;
 }
 
+/// Returns what the parser says, in words of our own where its own are hard to read.
+std::string Reword(const CLI::ParseError& error)
+{
+    const auto text = Unmask(error.what());
+    const auto option = text.substr(0, text.find_first_of(": "));
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr)
+        return option + (text.ends_with("missing") ? ": needs a value" : ": is given twice");
+    if (dynamic_cast<const CLI::ExcludesError*>(&error) != nullptr)
+        return option + ": cannot be combined with " + text.substr(text.rfind(' ') + 1);
+    return text;
+}
+
 /// Returns what is wrong with arguments that could not be parsed.
 std::string Describe(const CLI::App& app, const CLI::ParseError& error)
 {
@@ -69,7 +81,7 @@ std::string Describe(const CLI::App& app, const CLI::ParseError& error)
     const auto extras = app.remaining(true);
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extras.empty())
         return DescribeExtra(app, command, Unmask(extras.front()));
-    return (command == nullptr ? std::string() : command->get_name() + ": ") + Unmask(error.what());
+    return (command == nullptr ? std::string() : command->get_name() + ": ") + Reword(error);
 }
 
 /// Parses words that have the marks of what was quoted. Returns the help or the version when that

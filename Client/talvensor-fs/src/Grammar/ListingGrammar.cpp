@@ -102,6 +102,8 @@ void CommandGrammar::AddTrees()
         Add("find", "NAME [PATH]...", "find files and directories by name", findFooter);
     auto* const words = AddPaths(find);
     makers[find] = [=] {
+        if (words->count() == 0)
+            throw Client::InvalidArgumentException("find: needs a name");
         auto patterns = GetPatterns(find, words);
         FindCommand made{.name = patterns.front(), .paths = {"."}};
         patterns.erase(patterns.begin());
