@@ -1,5 +1,6 @@
 // One command on many hosts, some of which are down, stuck, slow, full, or refuse us.
 
+#include "Fleet/HostList.h"
 #include "Relay.h"
 #include "SmallDisk.h"
 #include "Tool.h"
@@ -258,6 +259,25 @@ TEST_F(AFleet, ComesFromStandardInput)
     EXPECT_THAT(listed.error, HasSubstr("2 hosts: 2 done"));
     for (const auto& host : good)
         EXPECT_TRUE(fs::is_directory(host.root.GetPath() / "made"));
+}
+
+TEST_F(AFleet, HasEachServerOnceForEachUser)
+{
+    const auto find = [this](const std::string& list) {
+        std::vector<std::string> names;
+        for (const auto& host :
+             Cli::FindHosts(list, desk.GetHome() / ".config/talvensor/client.toml", {}))
+            names.push_back(host.name);
+        return names;
+    };
+    AddProfile("one", "PLC1");
+    AddProfile("ann", "opc.tcp://plc1", "user = \"ann\"\n");
+    AddProfile("other", "plc1:4841");
+    WriteProfiles();
+    EXPECT_THAT(find("opc.tcp://h,opc.tcp://h:4840,opc.tcp://H/,opc.tcp://h:4841"),
+                testing::ElementsAre("h", "h:4841"));
+    EXPECT_THAT(find("opc.tcp://[::1],opc.tcp://[::1]:4840"), testing::ElementsAre("[::1]"));
+    EXPECT_THAT(find("@line,opc.tcp://plc1:4840"), testing::ElementsAre("one", "ann", "other"));
 }
 
 TEST_F(AFleet, FillsADirectoryForEachHost)

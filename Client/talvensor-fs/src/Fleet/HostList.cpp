@@ -2,6 +2,7 @@
 
 #include "Commands/Commands.h"
 
+#include <algorithm>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -42,6 +43,20 @@ std::string NameEndpoint(const std::string& endpoint)
     return name;
 }
 
+/// Returns the same text for all ways to write a server: in lower case, with its port.
+std::string Normalize(const std::string& endpoint)
+{
+    auto name = NameEndpoint(CompleteUrl(endpoint));
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a')
+                                              : static_cast<char>(letter);
+    });
+    const auto end = name.find(']'); // of an IPv6 address, which has colons of its own
+    if (name.find(':', end == std::string::npos ? 0 : end) == std::string::npos)
+        name += ":4840";
+    return name;
+}
+
 /// Gathers the hosts of a list.
 class HostFinder
 {
@@ -76,7 +91,10 @@ public:
 private:
     void Add(NamedHost host)
     {
-        if (names.insert(host.name).second)
+        // Two profiles of one server may log in as different users: both are meant.
+        const auto login =
+            Normalize(host.settings.endpoint.value_or("")) + '\0' + host.settings.user.value_or("");
+        if (names.insert(host.name).second && logins.insert(login).second)
             hosts.push_back(std::move(host));
     }
 
@@ -91,6 +109,7 @@ private:
     const std::filesystem::path profileFile;
     std::optional<ProfileFile> profiles;
     std::unordered_set<std::string> names;
+    std::unordered_set<std::string> logins; // servers and users
     std::vector<NamedHost> hosts;
 };
 

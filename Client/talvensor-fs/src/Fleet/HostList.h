@@ -18,8 +18,8 @@ struct NamedHost
 
 /// Returns the hosts of a list of names with commas between: profiles, groups of them (@GROUP),
 /// endpoints, and - for all that `readInput` returns, names or endpoints one per line. One that
-/// comes twice is one. Throws InvalidArgumentException for what names nothing, and for a list
-/// without hosts.
+/// comes twice, or that is the same server with the same user, is one. Throws
+/// InvalidArgumentException for what names nothing, and for a list without hosts.
 [[nodiscard]] std::vector<NamedHost> FindHosts(const std::string& list,
                                                const std::filesystem::path& profileFile,
                                                const std::function<std::string()>& readInput);
