@@ -488,5 +488,27 @@ TEST(ASyncToAFullDisk, NamesWhatItLeavesUnfinished)
     std::thread(&SyncOntoAFullDisk).join(); // what is unshared goes with the thread
 }
 
+TEST(ASyncToAHostThatIsNotRoot, KeepsWhatItCannotListBelowTheTarget)
+{
+    const Desk desk{{}, StartUnprivileged()};
+    fs::create_directories(desk.GetLocal("src"));
+    for (const auto& target :
+         {std::string("dst"), std::string("dst//"), desk.GetRemote("dst").string()}) {
+        const auto closed = desk.GetRemote("dst/old/closed");
+        fs::create_directories(closed);
+        WriteFile(closed / "x", "");
+        WriteFile(desk.GetRemote("dst/old/y"), "");
+        fs::permissions(desk.GetRemote("dst"), fs::perms::all);
+        fs::permissions(desk.GetRemote("dst/old"), fs::perms::all);
+        fs::permissions(closed, fs::perms::none);
+        const auto result =
+            desk.Run({"--security", "plain", "sync", "-n", "--delete", "src", "remote:" + target});
+        EXPECT_EQ(result.status, 1) << target;
+        EXPECT_THAT(result.error, HasSubstr("/old/closed (remote): cannot list")) << target;
+        EXPECT_EQ(result.output, "delete  old/y\n") << target;
+        fs::permissions(closed, fs::perms::owner_all);
+    }
+}
+
 } // namespace
 } // namespace CliTest
