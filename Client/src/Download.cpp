@@ -4,7 +4,6 @@
 #include "Jobs.h"
 #include "LargeDownload.h"
 #include "LocalFiles.h"
-#include "ObjectCaller.h"
 #include "SmallDownloads.h"
 
 #include <utility>
@@ -30,39 +29,11 @@ void SetTimes(Transfer& transfer, const std::vector<DownloadDirectory>& director
     }
 }
 
-/// Asks for the permissions of the files, where the server can tell. They get no others.
-void FindModes(const Transfer& transfer, std::vector<DownloadFile>& files, std::uint32_t allowed)
-{
-    if (!transfer.options.setsPermissions || !transfer.node.OffersObjects())
-        return;
-    std::vector<std::string> paths;
-    for (const auto& file : files)
-        paths.push_back(file.remote);
-    const auto states =
-        transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
-    for (std::size_t i = 0; i < files.size(); ++i)
-        if (states[i].kind == Kind::File && !states[i].isSpecial)
-            files[i].mode = states[i].permissions & allowed;
-}
-
-/// A part of a tree becomes exactly as it is at the source.
-std::uint32_t GetAllowedModes(const TreePart& /*sources*/)
-{
-    return ~std::uint32_t{0};
-}
-
-std::uint32_t GetAllowedModes(const std::vector<TransferItem>& /*sources*/)
-{
-    return ~GetUmask();
-}
-
 template <typename Sources>
 void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sources)
 {
     const TransferOptions& options = transfer.options;
     DownloadPlan plan = PlanDownload(transfer, fileSystem, sources);
-    if (!transfer.isOver)
-        DoStep(transfer, [&] { FindModes(transfer, plan.files, GetAllowedModes(sources)); });
     const DownloadPlaces places(plan);
     std::vector<DownloadFile> large;
     if (plan.files.size() > 1 && !options.verifies)

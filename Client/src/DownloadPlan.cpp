@@ -1,5 +1,6 @@
 #include "DownloadPlan.h"
 
+#include "ObjectCaller.h"
 #include "Sizes.h"
 
 #include <algorithm>
@@ -29,24 +30,45 @@ bool IsHostPart(std::string_view path)
     return false;
 }
 
+/// The permissions that fetched files may have: a part of a tree becomes exactly as it is at the
+/// source.
+std::uint32_t GetAllowedModes(const TreePart& /*sources*/)
+{
+    return ~std::uint32_t{0};
+}
+
+std::uint32_t GetAllowedModes(const std::vector<TransferItem>& /*sources*/)
+{
+    return ~GetUmask();
+}
+
+/// Asks for sizes and permissions at once. Files get no other permissions than those.
+void AskStates(const Transfer& transfer, const std::vector<std::string>& paths,
+               std::uint32_t allowed, std::vector<DownloadFile>& files)
+{
+    if (!transfer.options.progress && !transfer.options.setsPermissions)
+        return;
+    const auto states =
+        transfer.node.MakeObjectCaller(transfer.options.cancellation).GetStates(paths);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        files[i].size = states[i].size;
+        if (transfer.options.setsPermissions && states[i].kind == Kind::File &&
+            !states[i].isSpecial)
+            files[i].mode = states[i].permissions & allowed;
+    }
+}
+
 /// Without file objects only for a few files: it takes a while.
-void AskSizes(const Transfer& transfer, std::vector<DownloadFile>& files)
+void AskSizes(const Transfer& transfer, const std::vector<std::string>& paths,
+              std::vector<DownloadFile>& files)
 {
     constexpr std::size_t fewFiles = 16;
-    const Cancellation* const cancellation = transfer.options.cancellation;
-    std::vector<std::string> paths;
-    for (const auto& file : files)
-        paths.push_back(file.remote);
-    if (transfer.node.OffersObjects()) {
-        const auto states = transfer.node.MakeObjectCaller(cancellation).GetStates(paths);
-        for (std::size_t i = 0; i < files.size(); ++i)
-            files[i].size = states[i].size;
-    } else if (files.size() <= fewFiles) {
-        Caller caller = transfer.node.MakeCaller(cancellation);
-        const auto sizes = FindSizes(caller, paths);
-        for (std::size_t i = 0; i < files.size(); ++i)
-            files[i].size = sizes[i].value_or(0); // one that cannot be opened is not fetched
-    }
+    if (!transfer.options.progress || files.size() > fewFiles)
+        return;
+    Caller caller = transfer.node.MakeCaller(transfer.options.cancellation);
+    const auto sizes = FindSizes(caller, paths);
+    for (std::size_t i = 0; i < files.size(); ++i)
+        files[i].size = sizes[i].value_or(0); // one that cannot be opened is not fetched
 }
 
 class DownloadPlanner
@@ -171,10 +193,18 @@ private:
 };
 
 /// Tells the tally of the files of a plan, and returns it.
-DownloadPlan Tell(Transfer& transfer, DownloadPlan plan)
+DownloadPlan Tell(Transfer& transfer, DownloadPlan plan, std::uint32_t allowedModes)
 {
-    if (transfer.options.progress)
-        DoStep(transfer, [&] { AskSizes(transfer, plan.files); });
+    std::vector<std::string> paths;
+    for (const auto& file : plan.files)
+        paths.push_back(file.remote);
+    if (!transfer.isOver)
+        DoStep(transfer, [&] {
+            if (transfer.node.OffersObjects())
+                AskStates(transfer, paths, allowedModes, plan.files);
+            else
+                AskSizes(transfer, paths, plan.files);
+        });
     for (const auto& file : plan.files)
         transfer.tally.Find(1, file.size);
     transfer.tally.EndFinding();
@@ -187,7 +217,7 @@ DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem, const Tree
 {
     DownloadPlanner planner(transfer, fileSystem);
     planner.Find(part);
-    return Tell(transfer, planner.Take());
+    return Tell(transfer, planner.Take(), GetAllowedModes(part));
 }
 
 DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
@@ -196,7 +226,7 @@ DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
     DownloadPlanner planner(transfer, fileSystem);
     for (const auto& item : items)
         DoStep(transfer, [&] { planner.Find(item); });
-    return Tell(transfer, planner.Take());
+    return Tell(transfer, planner.Take(), GetAllowedModes(items));
 }
 
 } // namespace Client

@@ -20,7 +20,7 @@ struct DownloadFile
     std::string relative; ///< below the tree; the leaf otherwise
     std::shared_ptr<LocalTree> tree;
     std::optional<FileTime> time;
-    std::optional<std::uint64_t> size = {}; ///< where somebody wants to see the progress
+    std::optional<std::uint64_t> size = {}; ///< for the progress; where it was asked for
     std::optional<std::uint32_t> mode = {}; ///< at the source, where the server can tell
 };
 

@@ -60,10 +60,10 @@ public:
             CheckPath(local);
             CheckPath(remote);
             struct stat status = {};
+            if ((isGiven ? stat(local.c_str(), &status) : lstat(local.c_str(), &status)) != 0)
+                FailLocally(local, Step::Open);
             if (!isGiven && IsLeftOut(local, status))
                 return;
-            if (stat(local.c_str(), &status) != 0)
-                FailLocally(local, Step::Open);
             if (S_ISREG(status.st_mode))
                 AddFile(local, remote, status);
             else if (S_ISDIR(status.st_mode))
@@ -87,11 +87,10 @@ public:
 
 private:
     /// Notes what is in a tree and is not sent: links, unless they are followed, and what is
-    /// neither a file nor a directory.
+    /// neither a file nor a directory. `status` is its own, and becomes that of what a link leads
+    /// to.
     bool IsLeftOut(const std::string& local, struct stat& status)
     {
-        if (lstat(local.c_str(), &status) != 0)
-            return false; // it is tried, and fails
         const bool isLink = S_ISLNK(status.st_mode);
         std::string why;
         if (isLink && !options.followsLinks)
