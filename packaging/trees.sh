@@ -135,16 +135,17 @@ test_tree() {
 }
 
 # enter TREE COMMAND...: runs a command in a tree. Mounts and processes end with it. It has a network
-# if WITH_NETWORK is set; BIND=SOURCE:TARGET makes one more folder available.
+# if WITH_NETWORK is set, else only loopback; BIND=SOURCE:TARGET makes one more folder available.
 enter() {
     local tree=$1 network=(--net)
     [[ -z ${WITH_NETWORK-} ]] || network=()
     shift
     # shellcheck disable=SC2016 # for the inner shell
-    BIND=${BIND-} unshare --mount --pid --ipc "${network[@]}" --fork --kill-child bash -c '
+    BIND=${BIND-} WITH_NETWORK=${WITH_NETWORK-} unshare --mount --pid --ipc "${network[@]}" --fork --kill-child bash -c '
         set -eu
         tree=$1
         shift
+        [[ -n $WITH_NETWORK ]] || ip link set lo up
         mount -t proc proc "$tree/proc"
         mount --rbind /dev "$tree/dev"
         if [[ -n $BIND ]]; then
