@@ -180,6 +180,17 @@ std::optional<FileTime> GetFileTime(const Call& call)
     return call.outcome.time ? ToFileTime(*call.outcome.time) : std::nullopt;
 }
 
+bool IsUntold(FileTime time) noexcept
+{
+    return time == FileTime(std::chrono::seconds(-1));
+}
+
+bool HasTime(const Call& call, FileTime time)
+{
+    const auto found = GetFileTime(call);
+    return found ? *found == time : IsUntold(time);
+}
+
 void Caller::AwaitAnswer(const CallPointer& call)
 {
     Wait(*call, [&] { return call->outcome.isAnswered.load(); });

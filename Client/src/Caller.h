@@ -139,7 +139,16 @@ private:
 /// Throws when the call, which is answered, is lost or refused, or opened nothing though it had to.
 void CheckAnswer(const Call& call);
 
-/// Returns the time that an answer brought; none when there is no such file or it has no time.
+/// Returns the time that an answer brought; none when there is no such file, and for the time of
+/// IsUntold.
 [[nodiscard]] std::optional<FileTime> GetFileTime(const Call& call);
+
+/// Returns true for the one time that a server cannot tell, the last second before 1970: it stands
+/// for none.
+[[nodiscard]] bool IsUntold(FileTime time) noexcept;
+
+/// Returns true when an answer brought this time, or none for the one that cannot be told.
+/// REQUIRES: the file is known to be there.
+[[nodiscard]] bool HasTime(const Call& call, FileTime time);
 
 } // namespace Client

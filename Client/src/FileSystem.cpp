@@ -309,21 +309,23 @@ void FileSystem::SetTime(const std::string& path, FileTime time, const Cancellat
 {
     CheckPath(path);
     auto caller = node->MakeCaller(cancellation);
-    std::optional<FileTime> before;
-    const auto after = caller.Repeat([&] {
+    bool wasSet = false;
+    const bool isSet = caller.Repeat([&] {
         const auto first = caller.GetDateTime(path);
         const auto set = caller.SetDateTime(path, ToUaTime(time));
         const auto check = caller.GetDateTime(path);
+        const auto there = caller.Exists(path);
         caller.AwaitAnswer(first);
         caller.AwaitAnswer(set);
         caller.AwaitAnswer(check);
-        before = GetFileTime(*first);
-        return GetFileTime(*check);
+        caller.AwaitEvent(there);
+        wasSet = HasTime(*first, time);
+        return there->outcome.exists && HasTime(*check, time);
     });
-    if (after == time && before != time)
+    if (isSet && !wasSet)
         return;
     const auto change = MakeChange(path, Step::SetTime);
-    if (after != time)
+    if (!isSet)
         FailRemotely(path, Step::SetTime,
                      AskCause(*node, cancellation, change, "the server did not set it"));
     // It was so before: the time does not say that it could be set.

@@ -174,7 +174,7 @@ std::optional<SmallUploads::Upload> SmallUploads::Start(const UploadFile& job)
         }
         content->resize(size);
         transfer.Pace(size);
-        const FileTime time = IsPast(job.time) ? job.time : marker;
+        const FileTime time = IsPast(job.time) && !IsUntold(job.time) ? job.time : marker;
         upload = {
             &job, size, time,
             caller.UploadFile(job.written, std::move(content), ToUaTime(time), MakeFlags(job)),
@@ -214,15 +214,16 @@ bool SmallUploads::AwaitUpload(Upload& upload)
 }
 
 /// The acknowledgement says only that the file was opened. That its time reads back as sent
-/// says that it was written, closed and stamped. A time so close to now would not, so a file
-/// that has one is sent with the marker, and gets its own time when it is known to be whole.
+/// says that it was written, closed and stamped. A time so close to now would not, nor one that
+/// cannot be told, so a file that has one is sent with the marker, and gets its own time when it is
+/// known to be whole.
 void SmallUploads::CheckFirst()
 {
     Upload& upload = checking.front();
     caller.Wait(*upload.check, [&] { return upload.check->outcome.isAnswered.load(); });
     if (upload.check->outcome.isLost)
         throw CallsLost();
-    if (GetFileTime(*upload.check) != upload.time) {
+    if (!HasTime(*upload.check, upload.time)) {
         Fail(upload);
     } else if (upload.time == upload.job->time) {
         Succeed(upload);

@@ -70,7 +70,7 @@ void SetDirectoryTimes(Transfer& transfer, Caller& caller,
             return AskTimes(caller, part);
         });
         for (std::size_t i = 0; i < part.size(); ++i)
-            if (times[i] != part[i].time)
+            if (times[i] != part[i].time && (times[i] || !IsUntold(part[i].time)))
                 transfer.tally.AddFailure(MakeUnknownFailure(part[i].remote, Step::SetTime,
                                                              "it does not read back as set"));
     }

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Client;
@@ -65,6 +66,26 @@ TEST_P(ATransferOfSize, KeepsContentAndTimeBothWays)
 INSTANTIATE_TEST_SUITE_P(Sizes, ATransferOfSize,
                          testing::Values(0, 1, 4096, 61439, 61440, 61441, mebibyte - 1, mebibyte,
                                          5 * mebibyte + 3));
+
+TEST_F(ATransfer, KeepsTheLastSecondBefore1970)
+{
+    const auto tree = local.GetPath() / "tree";
+    const auto target = root.GetPath() / "tree";
+    MakeFile(tree / "small", 3);
+    MakeFile(tree / "large", mebibyte);
+    constexpr auto time = FileTime(std::chrono::seconds(-1));
+    const std::array<timespec, 2> times{timespec{-1, 0}, timespec{-1, 0}};
+    for (const auto* const name : {"small", "large", ""})
+        ASSERT_EQ(utimensat(AT_FDCWD, (tree / name).c_str(), times.data(), 0), 0);
+    const auto sent = Put(tree, target);
+    EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+    for (const auto* const name : {"small", "large", ""})
+        EXPECT_EQ(GetSeconds(target / name), -1) << name;
+    fileSystem.SetTime((target / "small").string(), time + std::chrono::hours(1));
+    fileSystem.SetTime((target / "small").string(), time);
+    EXPECT_EQ(GetSeconds(target / "small"), -1);
+    EXPECT_THROW(fileSystem.SetTime((target / "none").string(), time), OperationFailedException);
+}
 
 TEST_F(ATransfer, FetchesNoCopiesThatTheHostHasNotFinished)
 {
