@@ -249,6 +249,18 @@ TEST_P(ASync, DeletesNothingThatTheSourceOnlySkips)
     EXPECT_EQ(ReadFile(desk.GetRemote("dst/pipe")), "a file");
 }
 
+TEST_P(ASync, WarnsBeforeItDeletesWhereLinksMayLead)
+{
+    (void)SyncWell({"src", "remote:dst"});
+    WriteFile(desk.GetRemote("dst/old"), "");
+    const auto warning = HasSubstr("cannot tell links from directories");
+    EXPECT_THAT(Sync({"-n", "--delete", "src", "remote:dst"}).error, Not(warning));
+    WriteFile(desk.GetRemote("dst/a/old"), "");
+    EXPECT_THAT(Sync({"-n", "src", "remote:dst"}).error, Not(warning));
+    const auto trial = Sync({"-n", "--delete", "src", "remote:dst"});
+    EXPECT_EQ(trial.error.find("cannot tell links") == std::string::npos, GetParam());
+}
+
 TEST_P(ASync, LeavesOutALocalLinkToADirectoryThatItIsToldToLeaveOut)
 {
     Write("cache/x", "x");

@@ -91,6 +91,7 @@ public:
         if (command.deletes && !source.isWhole)
             workplace.console.Report("nothing is deleted, since the source could not be listed "
                                      "whole");
+        WarnOfLinks(plan);
         summary.isTrial = command.isTrial;
         summary.same = plan.same;
         summary.newer = plan.newer;
@@ -174,6 +175,17 @@ private:
         const auto sizes = workplace.remote.GetFiles().GetSizes(paths, &workplace.cancellation);
         for (std::size_t i = 0; i < measured.size(); ++i)
             measured[i]->size = sizes.at(i);
+    }
+
+    /// A listing without file objects shows links to directories as directories.
+    void WarnOfLinks(const SyncPlan& plan)
+    {
+        const bool isBelow =
+            std::any_of(plan.deleted.begin(), plan.deleted.end(),
+                        [](const auto& path) { return path.find('/') != std::string::npos; });
+        if (command.isUpload && !objects.AreOffered() && isBelow)
+            workplace.console.Report("warning: a server without file objects cannot tell links "
+                                     "from directories: --delete deletes where links lead, too");
     }
 
     void CompareContents(SyncPlan& plan)
