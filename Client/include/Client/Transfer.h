@@ -166,8 +166,8 @@ struct TransferResult
 /// transfer has that name.
 [[nodiscard]] std::string GetPartName(const std::string& local);
 
-/// Returns true for a file name of the form that parts have, here and on the server, also those that
-/// its file objects write.
+/// Returns true for a file name of the form that parts have, here and on the server, also those
+/// that its file objects write.
 [[nodiscard]] bool IsPartName(std::string_view name);
 
 } // namespace Client
