@@ -64,7 +64,7 @@ std::string DescribeExtra(const CLI::App& app, const CLI::App* command, const st
 /// Returns what the parser says, in words of our own where its own are hard to read.
 std::string Reword(const CLI::ParseError& error)
 {
-    const auto text = Unmask(error.what());
+    auto text = Unmask(error.what());
     const auto option = text.substr(0, text.find_first_of(": "));
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr)
         return option + (text.ends_with("missing") ? ": needs a value" : ": is given twice");
