@@ -24,9 +24,12 @@ const directory = `ns=${index("FileObjects")};s=d/${root}/${name}`;
 
 async function browse(most) {
     session.requestedMaxReferencesPerNode = Math.min(most, 1_000);
-    let page = await session.browse({
-        nodeId: directory, referenceTypeId: "Organizes", browseDirection: 0, includeSubtypes: true, resultMask: 63,
-    });
+    let page;
+    do { // a busy machine may be late with the first listing: the client tries again, and its time counts
+        page = await session.browse({
+            nodeId: directory, referenceTypeId: "Organizes", browseDirection: 0, includeSubtypes: true, resultMask: 63,
+        });
+    } while (page.statusCode.name === "BadResourceUnavailable");
     let found = page.references.length;
     while (page.continuationPoint?.length && found < most) {
         page = await session.browseNext(page.continuationPoint, false);

@@ -10,9 +10,7 @@ def describe():
     model = next((line.split(":")[1].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
                   if line.startswith("model name")), platform.machine())
     memory = int(Path("/proc/meminfo").read_text().split()[1]) / 2**20
-    system = next((line.split("=")[1].strip('"') for line in
-                   Path("/etc/os-release").read_text().splitlines()
-                   if line.startswith("PRETTY_NAME=")), platform.system())
+    system = platform.freedesktop_os_release().get("PRETTY_NAME", platform.system())
     return {"Processor": f"{model}, {os.cpu_count()} cores", "Memory": f"{memory:.0f} GiB",
             "System": f"{system}, Linux {platform.release()}",
             "Files": "in memory (tmpfs); connections over loopback",
