@@ -149,6 +149,7 @@ void RemoveBaseDictionaries(UA_Server& server)
 class Endpoint::Implementation
 {
 public:
+    /// Call Start next.
     Implementation(Core::Embedding::Runtime& runtime, EndpointSettings settings,
                    Authenticate authenticate);
     Implementation(const Implementation&) = delete;
@@ -161,6 +162,9 @@ public:
         sessions.Clear();
     }
 
+    /// Makes the nodes and listens. Not a part of the constructor: when something fails here, the
+    /// destructor ends the server before what its nodes use.
+    void Start();
     [[nodiscard]] std::vector<std::string> GetUrls() const;
     bool Run();
     void Stop();
@@ -239,6 +243,9 @@ Endpoint::Implementation::Implementation(Core::Embedding::Runtime& runtime,
             audit)
     , ownObjects(runtime, loop, objects, events, settings.ownObjectsPerSession)
     , sharedNodes(runtime, objects, provided, events)
+{}
+
+void Endpoint::Implementation::Start()
 {
     RequireServerAssumptions(*server, nodeStore);
     provided.SetValueAttributes(FindValueAttributes(*server, nodeStore));
@@ -479,7 +486,9 @@ Endpoint::Endpoint(Core::Embedding::Runtime& runtime, EndpointSettings settings,
                    Authenticate authenticate)
     : implementation(
           std::make_unique<Implementation>(runtime, std::move(settings), std::move(authenticate)))
-{}
+{
+    implementation->Start();
+}
 
 Endpoint::~Endpoint() = default;
 

@@ -11,7 +11,7 @@ import {
 import { createServer } from "node:net";
 import { basename, join } from "node:path";
 import { describe, it } from "node:test";
-import { makeFolder, owner, programs, runHost, startHost, writeUsers } from "./harness.mjs";
+import { fileObjectsFlags, makeFolder, owner, programs, runHost, startHost, writeUsers } from "./harness.mjs";
 
 const isRoot = process.getuid() === 0;
 const onlyRoot = isRoot ? false : "NOT TESTED: only root can look into a host, and become others";
@@ -107,7 +107,7 @@ describe("A host does not start", () => {
         const other = createServer().listen(0, "127.0.0.1");
         await once(other, "listening");
         const { port } = other.address();
-        for (const flags of [[], ["--no-sandbox"]]) {
+        for (const flags of [[], ["--no-sandbox"], fileObjectsFlags]) {
             const text = refusal(place.flags({ listen: `opc.tcp://127.0.0.1:${port}` }, ...flags), 1);
             assert.equal(
                 text,
