@@ -19,7 +19,7 @@ void LearnFromCalls(Field& field, const UA_CallResponse& response)
             if (UA_Variant_hasScalarType(&output, &UA_TYPES[UA_TYPES_UINT32]))
                 field.pool.AddNumber(*static_cast<const UA_UInt32*>(output.data));
             else if (UA_Variant_hasScalarType(&output, &UA_TYPES[UA_TYPES_NODEID]))
-                field.pool.AddFiles(*static_cast<const UA_NodeId*>(output.data));
+                field.pool.AddOutput(*static_cast<const UA_NodeId*>(output.data));
         }
     }
 }

@@ -3,8 +3,8 @@
 #include <OpcUa/UaException.h>
 
 #include <chrono>
+#include <map>
 #include <memory>
-#include <set>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -80,14 +80,15 @@ void LibraryClient::Explore(Pool& pool)
     const std::string shared = "FileSystem";
     pool.AddFiles({hostNamespace, UA_NODEIDTYPE_STRING, {.string = ViewOf(shared)}});
     std::size_t next = pool.AddNode(UA_NODEID_NUMERIC(0, UA_NS0ID_ROOTFOLDER));
-    std::set<std::string> known{TextOf(pool.GetNode(next))};
+    std::map<std::string, std::size_t> known{{TextOf(pool.GetNode(next)), next}};
     for (; next < pool.CountNodes() && pool.CountNodes() < mostNodes; ++next)
         for (const auto& [node, name, isMethod] : Browse(pool.GetNode(next))) {
-            if (!known.insert(TextOf(*node)).second)
-                continue;
-            const std::size_t place = pool.AddNode(*node);
-            if (isMethod)
-                pool.AddMethod({next, place, ReadInputs(*node)});
+            const auto [found, isNew] = known.try_emplace(TextOf(*node), pool.CountNodes());
+            if (isNew)
+                pool.AddNode(*node);
+            pool.AddChild(next, found->second);
+            if (isMethod) // objects share the methods of their type
+                pool.AddMethod({next, found->second, ReadInputs(*node)});
         }
 }
 

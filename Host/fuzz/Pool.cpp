@@ -24,6 +24,12 @@ Ua<UA_NodeId> Copy(const UA_NodeId& node)
     return copy;
 }
 
+/// Returns true for nodes of files and directories, among others.
+bool IsNamed(const UA_NodeId& node)
+{
+    return node.identifierType == UA_NODEIDTYPE_STRING;
+}
+
 template <typename T>
 void Remember(std::vector<T>& list, T value)
 {
@@ -47,7 +53,16 @@ UA_String MakeString(const std::string& text)
 std::size_t Pool::AddNode(const UA_NodeId& node)
 {
     nodes.push_back(Copy(node));
+    if (IsNamed(node))
+        named.push_back(nodes.size() - 1);
     return nodes.size() - 1;
+}
+
+void Pool::AddMethod(MethodPlace method)
+{
+    if (IsNamed(GetNode(method.object)))
+        namedMethods.push_back(methods.size());
+    methods.push_back(std::move(method));
 }
 
 void Pool::AddMade(const UA_NodeId& node)
@@ -58,6 +73,14 @@ void Pool::AddMade(const UA_NodeId& node)
 void Pool::AddFiles(const UA_NodeId& node)
 {
     Remember(files, Copy(node));
+}
+
+void Pool::AddOutput(const UA_NodeId& node)
+{
+    if (IsNamed(node))
+        AddMade(node);
+    else
+        AddFiles(node);
 }
 
 void Pool::AddNumber(std::uint32_t number)
@@ -73,6 +96,8 @@ void Pool::AddContinuation(const UA_ByteString& point)
 UA_NodeId Pool::DrawNode(Random& random) const
 {
     const std::size_t draw = random.Below(100);
+    if (draw < 20 && !named.empty())
+        return Copy(GetNode(random.Pick(named))).Release();
     if (draw < 55 && !nodes.empty())
         return Copy(*random.Pick(nodes)).Release();
     if (draw < 75 && !made.empty())
@@ -91,6 +116,14 @@ UA_NodeId Pool::DrawFiles(Random& random) const
         return Copy(*files.front()).Release();
     const std::size_t newest = std::min<std::size_t>(files.size(), 10);
     return Copy(*files[files.size() - 1 - random.Below(newest)]).Release();
+}
+
+UA_NodeId Pool::DrawChild(Random& random, std::size_t parent) const
+{
+    const auto found = children.find(parent);
+    if (found == children.end())
+        return DrawNode(random);
+    return Copy(GetNode(random.Pick(found->second))).Release();
 }
 
 /// Returns a node that nobody has given out.
@@ -137,6 +170,8 @@ std::uint32_t Pool::DrawNumber(Random& random) const
 
 const MethodPlace& Pool::DrawMethod(Random& random) const
 {
+    if (!namedMethods.empty() && random.Chance(60))
+        return methods[random.Pick(namedMethods)];
     return random.Pick(methods);
 }
 

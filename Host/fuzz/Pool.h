@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,11 @@ struct InputType
 {
     const UA_DataType* type = nullptr; ///< null: one that the library does not know
     bool isArray = false;
+
+    [[nodiscard]] bool IsNode() const noexcept
+    {
+        return type == &UA_TYPES[UA_TYPES_NODEID] && !isArray;
+    }
 };
 
 /// A method and an object that has it.
@@ -34,9 +40,12 @@ class Pool
 public:
     /// Returns the place of the node in the list.
     std::size_t AddNode(const UA_NodeId& node);
-    void AddMethod(MethodPlace method) { methods.push_back(std::move(method)); }
+    void AddChild(std::size_t parent, std::size_t child) { children[parent].push_back(child); }
+    void AddMethod(MethodPlace method);
     void AddMade(const UA_NodeId& node);
     void AddFiles(const UA_NodeId& node);
+    /// Adds what a method has made: a file system, file or directory.
+    void AddOutput(const UA_NodeId& node);
     void AddNumber(std::uint32_t number);
     void AddContinuation(const UA_ByteString& point);
     void AddText(std::string text) { texts.push_back(std::move(text)); }
@@ -48,6 +57,8 @@ public:
     [[nodiscard]] UA_NodeId DrawNode(Random& random) const;
     /// Returns a file system, mostly. REQUIRES: there is one.
     [[nodiscard]] UA_NodeId DrawFiles(Random& random) const;
+    /// Returns a child of the node at this place; any node where it has none.
+    [[nodiscard]] UA_NodeId DrawChild(Random& random, std::size_t parent) const;
     [[nodiscard]] UA_ByteString DrawContinuation(Random& random) const;
     [[nodiscard]] UA_String DrawText(Random& random) const;
 
@@ -59,7 +70,10 @@ private:
     static UA_NodeId MakeNode(Random& random);
 
     std::vector<OpcUa::Ua<UA_NodeId>> nodes;
+    std::map<std::size_t, std::vector<std::size_t>> children;
     std::vector<MethodPlace> methods;
+    std::vector<std::size_t> named;          // those of `nodes` that modules provide
+    std::vector<std::size_t> namedMethods;   // those of `methods` that belong to them
     std::vector<OpcUa::Ua<UA_NodeId>> files; // file systems
     std::vector<OpcUa::Ua<UA_NodeId>> made;  // sessions and their tokens
     std::vector<std::uint32_t> numbers;

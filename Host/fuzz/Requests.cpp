@@ -161,7 +161,7 @@ Value Requests::MakeCall()
            UA_TYPES_CALLMETHODREQUEST);
     for (std::size_t i = 0; i < request.methodsToCallSize; ++i) {
         UA_CallMethodRequest& call = request.methodsToCall[i];
-        if (random.Chance(70))
+        if (random.Chance(50))
             FillFileCall(call);
         else
             FillAnyCall(call);
@@ -190,11 +190,36 @@ void Requests::FillAnyCall(UA_CallMethodRequest& call)
     const bool isAsDeclared = random.Chance(70);
     Resize(call.inputArguments, call.inputArgumentsSize,
            isAsDeclared ? place.inputs.size() : random.Below(4), UA_TYPES_VARIANT);
-    for (std::size_t i = 0; i < call.inputArgumentsSize; ++i)
-        if (isAsDeclared)
-            FillInput(call.inputArguments[i], place.inputs[i]);
+    const bool fits = random.Chance(60);
+    const std::size_t length = 1 + random.Below(3); // arrays of one call often belong together
+    for (std::size_t i = 0; i < call.inputArgumentsSize; ++i) {
+        UA_Variant& input = call.inputArguments[i];
+        if (!isAsDeclared)
+            mutator.Fill(&input, UA_TYPES[UA_TYPES_VARIANT], 2);
+        else if (fits && place.inputs[i].IsNode())
+            FillWithChild(input, place.object);
+        else if (fits && place.inputs[i].isArray && place.inputs[i].type != nullptr)
+            FillArray(input, *place.inputs[i].type, length);
         else
-            mutator.Fill(&call.inputArguments[i], UA_TYPES[UA_TYPES_VARIANT], 2);
+            FillInput(input, place.inputs[i]);
+    }
+}
+
+void Requests::FillArray(UA_Variant& input, const UA_DataType& type, std::size_t length)
+{
+    input.type = &type;
+    input.data = UA_Array_new(length, &type);
+    input.arrayLength = length;
+    for (std::size_t i = 0; i < length; ++i)
+        mutator.Fill(static_cast<std::byte*>(input.data) + i * type.memSize, type, 2);
+}
+
+/// Directories take what is in them.
+void Requests::FillWithChild(UA_Variant& input, std::size_t parent)
+{
+    input.type = &UA_TYPES[UA_TYPES_NODEID];
+    input.data = UA_new(input.type);
+    *static_cast<UA_NodeId*>(input.data) = pool.DrawChild(random, parent);
 }
 
 /// Makes a value that fits the input; empty where its type is not known.

@@ -45,6 +45,8 @@ private:
 
     void FillFileCall(UA_CallMethodRequest& call);
     void FillAnyCall(UA_CallMethodRequest& call);
+    void FillArray(UA_Variant& input, const UA_DataType& type, std::size_t length);
+    void FillWithChild(UA_Variant& input, std::size_t parent);
     void FillInput(UA_Variant& input, const InputType& declared);
     void FillFilter(UA_ExtensionObject& filter);
     void FillWhere(UA_ContentFilter& where);

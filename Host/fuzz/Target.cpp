@@ -72,12 +72,12 @@ void WriteUserFile(const std::filesystem::path& file, const User& user)
 
 } // namespace
 
-Target::Target(const std::filesystem::path& folder, const std::optional<User>& user,
-               const std::vector<std::string>& options)
+Target::Target(const std::filesystem::path& folder, const std::optional<User>& user)
     : kept(folder / "kept")
     , log(folder / "log")
 {
-    std::filesystem::create_directory(folder / "root");
+    std::filesystem::create_directories(folder / "root" / "folder" / "inner");
+    std::ofstream(folder / "root" / "folder" / "file") << "content";
     std::filesystem::create_directory(kept);
     std::ofstream(GetKeptFile()) << "kept";
     std::vector<std::string> arguments{TALVENSOR_HOST,
@@ -96,7 +96,6 @@ Target::Target(const std::filesystem::path& folder, const std::optional<User>& u
         WriteUserFile(file, *user);
         arguments.insert(arguments.end(), {"--users", file.string(), "--trust-any-client"});
     }
-    arguments.insert(arguments.end(), options.begin(), options.end());
     Start(arguments);
     AwaitListening();
 }

@@ -26,9 +26,9 @@ class Target
 {
 public:
     /// Starts it with its files in a folder, and waits until it listens. With a user, nobody else
-    /// may log in. Throws if it does not start.
-    Target(const std::filesystem::path& folder, const std::optional<User>& user,
-           const std::vector<std::string>& options);
+    /// may log in. Throws if it does not start: without a sandbox, too, since clients delete what
+    /// they reach, and that would be this machine.
+    Target(const std::filesystem::path& folder, const std::optional<User>& user);
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
     /// Kills it if it still runs.

@@ -42,7 +42,6 @@ struct Options
     std::uint64_t seed = 0;
     unsigned seconds = 300;
     bool hasUsers = false;
-    std::vector<std::string> hostOptions;
 };
 
 void AddTexts(Pool& pool)
@@ -60,6 +59,9 @@ void AddTexts(Pool& pool)
                              "link",
                              "folder",
                              "folder/file",
+                             "folder/inner",
+                             "file",
+                             "inner",
                              "/proc/self/mem",
                              "/dev/zero",
                              "Objects",
@@ -74,6 +76,7 @@ void AddTexts(Pool& pool)
                              "ann",
                              "data/file",
                              "root/folder",
+                             "root/folder/file",
                              "%n%s"})
         pool.AddText(text);
     pool.AddText(std::string("with\0zero", 9));
@@ -132,7 +135,7 @@ void Run(Field& field, Target& target, LibraryClient& good, const Options& optio
 void RunInFolder(const std::filesystem::path& folder, const Options& options)
 {
     const auto user = options.hasUsers ? std::optional<User>(theUser) : std::nullopt;
-    Target target(folder, user, options.hostOptions);
+    Target target(folder, user);
     // A password needs encryption.
     auto good = std::make_unique<LibraryClient>(target.GetUrl(), options.hasUsers, user);
     Field field(options.seed, target.GetUrl(), target.GetPort(), user,
@@ -180,7 +183,6 @@ int main(int argc, char** argv)
     app.add_flag("--with-users", options.hasUsers,
                  "let the host know users: only encrypted clients log in");
     app.add_option("--seed", options.seed, "repeats what the run with this seed did");
-    app.add_option("--host-option", options.hostOptions, "a further argument of the host");
     CLI11_PARSE(app, argc, argv);
     try {
         return RunFuzzer(options);
