@@ -26,6 +26,7 @@ Engine::Engine(ConnectionOptions givenOptions, const Cancellation* cancellation)
     , sender(connector, options.answerTime)
 {
     connector.Connect(cancellation);
+    // NOLINTNEXTLINE(cppcoreguidelines-prefer-member-initializer): known from now on
     offersObjects = GetNamespaces().objects != 0;
     thread = std::thread([this] { RunThread(); });
 }

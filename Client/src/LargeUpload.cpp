@@ -24,6 +24,13 @@ TransferKey MakeKey(const Transfer& transfer, const UploadFile& job)
             Normalize(job.remote)};
 }
 
+/// Names a target that is written in place, whatever its source. The server counts by its address:
+/// machines that are made from one image have one certificate.
+TransferKey MakeTargetKey(const Transfer& transfer, const UploadFile& job)
+{
+    return {Direction::Up, transfer.node.GetUrl(), {}, Normalize(job.remote)};
+}
+
 /// A transfer whose key another one holds neither reads nor changes the record of that.
 const TransferRecords& GetRecords(const Transfer& transfer, bool isLocked)
 {
@@ -117,14 +124,14 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& given, File
     bool hasBegun = false;
     UploadFile job = given;
     // Held to the end: of transfers at the same time one may be carried on.
-    const auto [lock, isTaken] = transfer.records.Lock(MakeKey(transfer, job));
+    const auto lock = transfer.records.Lock(MakeKey(transfer, job)).lock;
+    const auto target =
+        job.IsInPlace() ? transfer.records.Lock(MakeTargetKey(transfer, job)) : Locking();
     const auto client = lock && !job.IsInPlace() ? transfer.records.FindClient() : std::nullopt;
     if (client)
         job.written = GetRemotePartName(job.remote, job.local, *client);
-    const bool isWrittenByOther = isTaken && job.IsInPlace();
-    const bool isLocked = lock.has_value();
     DoUpload(transfer, job, hasBegun, [&] {
-        if (isWrittenByOther && !job.isWhole)
+        if (target.isTaken && !job.isWhole)
             throw FileFailed(
                 MakeReasonFailure(job.remote, Step::Open, "another transfer is writing it"));
         const Support::Descriptor file(open(job.local.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -135,7 +142,7 @@ void SendLarge(Transfer& transfer, Caller& caller, const UploadFile& given, File
             CompareWhole(transfer, caller, job, file.Get());
             return;
         }
-        ResumableTransfer resumable = MakeResumable(transfer, job, file.Get(), isLocked);
+        ResumableTransfer resumable = MakeResumable(transfer, job, file.Get(), lock.has_value());
         const std::uint64_t start =
             options.resumes ? FindUploadStart(caller, job.written, file.Get(), job.local, resumable)
                             : 0;

@@ -36,6 +36,7 @@ public:
         return node->GetEngine().GetOptions().stateFolder;
     }
     [[nodiscard]] std::string GetServer() const { return node->GetEngine().GetServer(); }
+    [[nodiscard]] std::string GetUrl() const { return node->GetEngine().GetOptions().url; }
 
 private:
     const std::shared_ptr<RemoteNode> node;

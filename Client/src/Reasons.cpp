@@ -254,6 +254,7 @@ std::optional<std::string> Reasons::FindObstacle(const std::string& path)
 void Reasons::ExplainSome(std::vector<Failure*>& failures, bool isWriting) const
 {
     std::vector<Attempt> attempts;
+    attempts.reserve(failures.size());
     for (const auto* const failure : failures)
         attempts.push_back({failure->path, failure->step, isWriting, options.isInPlace, 0});
     const auto causes = AskCauses(node, options.cancellation, attempts);

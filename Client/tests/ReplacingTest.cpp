@@ -219,9 +219,12 @@ TEST_F(AReplacedFile, IsWholeThoughAnotherTransferOfItIsInterruptedMeanwhile)
     EXPECT_TRUE(ReadFile(Target()) == MakeContent(largeSize + 1));
 }
 
-TEST_F(AReplacedFile, IsWrittenInPlaceByOneOfTwoTransfersOfIt)
+TEST_F(AReplacedFile, IsWrittenInPlaceByOneOfTwoTransfers)
 {
     const auto items = MakeItem(largeSize);
+    MakeFile(local.GetPath() / "other", largeSize + 1);
+    const std::vector<TransferItem> others = {
+        {(local.GetPath() / "other").string(), Target().string()}};
     Connection otherConnection(MakeOptions(host));
     FileSystem other(otherConnection);
     TransferResult refused;
@@ -233,7 +236,7 @@ TEST_F(AReplacedFile, IsWrittenInPlaceByOneOfTwoTransfersOfIt)
         std::thread([&] {
             TransferOptions same;
             same.isInPlace = true;
-            refused = other.Upload(items, same);
+            refused = other.Upload(others, same);
         }).join();
     };
     const auto sent = fileSystem.Upload(items, options);

@@ -183,7 +183,7 @@ TEST_F(AFleet, GetsAFileWhileSomeAreDownStuckSlowFullOrRefuseUs)
         OwnHost withUsers;
         withUsers.Start(GetPki(), {"--users", userFile});
         AddProfile("wrongpassword", withUsers.process->GetUrl(), MakeLogin("wrong"));
-        AddProfile("nopassword", withUsers.process->GetUrl(), "user = \"ann\"\n");
+        AddProfile("nopassword", withUsers.process->GetUrl(), "user = \"bob\"\n");
         // One for other machines too lets in those clients alone whose certificates it trusts.
         OwnHost distrusting;
         distrusting.Start(GetPki(), {"--users", userFile}, "0.0.0.0");

@@ -108,6 +108,7 @@ std::string JoinNames(const std::vector<HostResult>& results, bool (*isWanted)(c
 std::vector<std::string> RenderTable(const std::vector<HostResult>& results)
 {
     std::vector<Row> rows{{"HOST", "STATUS", "FILES", "BYTES", "TIME", "REASON"}};
+    rows.reserve(results.size() + 1);
     for (const auto& result : results)
         rows.push_back(MakeRow(result));
     std::array<std::size_t, columnCount> widths{};
@@ -117,6 +118,7 @@ std::vector<std::string> RenderTable(const std::vector<HostResult>& results)
             widths.at(column) = std::max(widths.at(column), CountColumns(row.at(column)));
         }
     std::vector<std::string> lines;
+    lines.reserve(rows.size());
     for (const auto& row : rows)
         lines.push_back(RenderRow(row, widths));
     return lines;
