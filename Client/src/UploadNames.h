@@ -23,8 +23,8 @@ void ChooseNames(Transfer& transfer, UploadPlan& plan);
 /// A file that is whole under the name that it was written to.
 struct WrittenFile
 {
-    const UploadFile* file;
-    std::uint64_t size;
+    const UploadFile* file = nullptr;
+    std::uint64_t size = 0;
     bool hasTime = true; ///< that of the source
 };
 
