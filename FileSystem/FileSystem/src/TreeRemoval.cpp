@@ -16,6 +16,9 @@ namespace {
 /// The levels of directories that are open at once.
 constexpr std::size_t deepest = 128;
 
+/// The rounds through a directory that another process may be filling.
+constexpr std::size_t mostRounds = 4;
+
 struct CloseDirectory
 {
     void operator()(DIR* directory) const noexcept { closedir(directory); }
@@ -52,46 +55,70 @@ public:
     [[nodiscard]] bool Run() { return Empty(top, 1); }
 
 private:
-    /// Removes entries until a whole round finds none: some file systems lose their place in a
-    /// directory that changes, and the top gets new ones.
+    /// Makes another round after one that removed something: some file systems lose their place in
+    /// a directory that changes, and the top gets what was moved up. Another process that keeps
+    /// making files does not hold it for ever.
     [[nodiscard]] bool Empty(DIR& directory, std::size_t level)
     {
-        for (bool isEmpty = false; !isEmpty;) {
-            isEmpty = true;
-            rewinddir(&directory);
-            while (const dirent* const entry = readdir(&directory)) {
-                const std::string name(entry->d_name);
-                if (name == "." || name == "..")
-                    continue;
-                isEmpty = false;
-                if (!Remove(dirfd(&directory), name, level))
-                    return false;
-            }
+        for (std::size_t rounds = 0; rounds < mostRounds; ++rounds) {
+            const auto removedBefore = removed;
+            const auto movedBefore = moved;
+            if (!RemoveEntries(directory, level))
+                return false;
+            if (removed == removedBefore)
+                break;
+            if (level == 1 && moved != movedBefore)
+                rounds = 0;
+        }
+        return true; // removing the directory fails if something is left
+    }
+
+    [[nodiscard]] bool RemoveEntries(DIR& directory, std::size_t level)
+    {
+        rewinddir(&directory);
+        while (const dirent* const entry = readdir(&directory)) {
+            const std::string name(entry->d_name);
+            if (name != "." && name != ".." && !Remove(dirfd(&directory), name, level))
+                return false;
         }
         return true;
     }
 
     [[nodiscard]] bool Remove(int parent, const std::string& name, std::size_t level)
     {
-        if (unlinkat(parent, name.c_str(), 0) == 0 || IsGone())
+        if (Count(unlinkat(parent, name.c_str(), 0)))
             return true;
         if (level == deepest)
             return MoveUp(parent, name);
         const Directory directory = OpenDirectory(parent, name.c_str());
         if (!directory)
             return IsGone();
-        return Empty(*directory, level + 1) &&
-               (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0 || IsGone());
+        return Empty(*directory, level + 1) && Count(unlinkat(parent, name.c_str(), AT_REMOVEDIR));
+    }
+
+    /// Something that somebody else removed is no failure.
+    [[nodiscard]] bool Count(int result)
+    {
+        if (result != 0)
+            return IsGone();
+        ++removed;
+        return true;
     }
 
     /// What lies too deep is removed from the top.
-    [[nodiscard]] bool MoveUp(int parent, const std::string& name) const
+    [[nodiscard]] bool MoveUp(int parent, const std::string& name)
     {
         const auto newName = ".talvensor-" + Core::Guid::Random().ToString() + ".part";
-        return renameat(parent, name.c_str(), dirfd(&top), newName.c_str()) == 0 || IsGone();
+        if (renameat(parent, name.c_str(), dirfd(&top), newName.c_str()) != 0)
+            return IsGone();
+        ++removed;
+        ++moved;
+        return true;
     }
 
     DIR& top;
+    std::size_t removed = 0; // or moved up
+    std::size_t moved = 0;
 };
 
 } // namespace
