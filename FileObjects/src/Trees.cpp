@@ -353,12 +353,16 @@ void CopyContent(const Descriptor& from, const Descriptor& to, const std::string
 {
     const ContentCopy copy(from, to, subject, caller);
     off_t position = 0;
-    for (auto data = FindData(from, position); data.begin < data.end;
-         data = FindData(from, position)) {
+    off_t size = 0;
+    for (;;) {
+        // Before the search: what is appended after it is data, not a hole.
+        size = GetState(from, subject).st_size;
+        const auto data = FindData(from, position);
+        if (data.begin >= data.end)
+            break;
         copy.Run(data);
         position = data.end;
     }
-    const auto size = GetState(from, subject).st_size;
     if (size > position && ftruncate(to.Get(), size) != 0)
         RefuseWithErrno(subject, errno);
     // Files of the kernel say that they are empty.
