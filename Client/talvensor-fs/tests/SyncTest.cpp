@@ -3,12 +3,16 @@
 #include "SmallDisk.h"
 #include "Tool.h"
 
+#include "Client/Transfer.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <sstream>
 #include <thread>
 
@@ -316,7 +320,18 @@ INSTANTIATE_TEST_SUITE_P(FileObjects, ASync, testing::Bool(),
                          [](const auto& tested) { return tested.param ? "With" : "Without"; });
 
 class ASyncWithFileObjects : public ASync
-{};
+{
+protected:
+    /// Returns how many entries are left under the names of parts, unless the terminal named them.
+    [[nodiscard]] std::ptrdiff_t CountUntold(const std::string& directory,
+                                             const Terminal& terminal) const
+    {
+        const auto names = GetNames(desk.GetRemote(directory));
+        return std::count_if(names.begin(), names.end(), [&](const auto& name) {
+            return Client::IsPartName(name) && terminal.GetSeen().find(name) == std::string::npos;
+        });
+    }
+};
 
 TEST_P(ASyncWithFileObjects, ComparesContents)
 {
@@ -384,6 +399,46 @@ TEST_P(ASyncWithFileObjects, GivesBackADirectoryWhenItIsInterrupted)
     EXPECT_TRUE(AreSame(desk.GetLocal("src/top"), desk.GetRemote("dst/top")));
     EXPECT_THAT(GetNames(desk.GetRemote("dst")),
                 testing::UnorderedElementsAre("top", "a", "empty"));
+}
+
+TEST_P(ASyncWithFileObjects, ForgetsNothingThatGaveWayWhenItIsInterruptedMeanwhile)
+{
+    constexpr int count = 2'000; // so that it takes a while to rename them
+    for (int i = 0; i < count; ++i) {
+        WriteFile(desk.GetLocal("src/a/" + std::to_string(i)), "");
+        fs::create_directories(desk.GetRemote("dst/a/" + std::to_string(i)));
+    }
+    Terminal terminal(desk, {"--security", "plain", "sync", "--delete", "src", "remote:dst"});
+    const auto countAside = [this] {
+        const auto names = GetNames(desk.GetRemote("dst/a"));
+        return std::count_if(names.begin(), names.end(), Client::IsPartName);
+    };
+    while (countAside() == 0) {
+    }
+    kill(desk.host.GetProcess(), SIGSTOP);
+    terminal.Type(controlC);
+    EXPECT_TRUE(terminal.WaitFor("interrupted: ")) << terminal.GetSeen();
+    kill(desk.host.GetProcess(), SIGCONT);
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    EXPECT_EQ(CountUntold("dst/a", terminal), 0);
+}
+
+TEST_P(ASyncWithFileObjects, NamesWhatItHasNotDeletedWhenItIsInterrupted)
+{
+    constexpr int count = 5'000; // so that it takes a while to delete them
+    for (int i = 0; i < count; ++i) {
+        fs::create_directories(desk.GetRemote("dst/top"));
+        WriteFile(desk.GetRemote("dst/top/" + std::to_string(i)), "");
+    }
+    Terminal terminal(desk, {"--security", "plain", "sync", "--delete", "src", "remote:dst"});
+    while (!fs::is_regular_file(desk.GetRemote("dst/top"))) {
+    }
+    kill(desk.host.GetProcess(), SIGSTOP);
+    terminal.Type(controlC);
+    EXPECT_TRUE(terminal.WaitFor("interrupted: ")) << terminal.GetSeen();
+    kill(desk.host.GetProcess(), SIGCONT);
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    EXPECT_EQ(CountUntold("dst", terminal), 0);
 }
 
 TEST_P(ASyncWithFileObjects, SendsContentsThatDifferThoughTheTimesAreTheSame)

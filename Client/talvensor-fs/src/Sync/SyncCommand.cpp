@@ -237,14 +237,14 @@ private:
 
     void Do(SyncPlan plan)
     {
-        SetAside aside(target);
+        SetAside aside(target, GetFail());
         if (target.CanRename())
             aside.Add(plan.replaced);
         else
             DeleteBefore(plan);
         summary.directories = plan.made;
         TransferAll(plan, aside);
-        aside.PutBack([this](const auto& path) { return HasFailed(path); }, GetFail());
+        aside.PutBack([this](const auto& path) { return HasFailed(path); });
         const auto replaced = aside.Delete();
         summary.deleted += replaced;
         EraseFailed(plan.files);
@@ -269,7 +269,7 @@ private:
             Transfer(part);
         } catch (const Client::ClientException&) {
             target.IgnoreInterruption();
-            aside.PutBack([](const auto&) { return true; }, GetFail());
+            aside.PutBack([](const auto&) { return true; });
             throw;
         }
     }

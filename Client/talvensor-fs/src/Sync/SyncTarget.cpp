@@ -85,6 +85,27 @@ std::vector<SyncTarget::Names> SyncTarget::Rename(const std::vector<Names>& name
     return renamed;
 }
 
+std::vector<SyncTarget::Names> SyncTarget::FindRenamed(const std::vector<Names>& names)
+{
+    std::vector<Names> found;
+    if (IsLocal()) {
+        std::copy_if(names.begin(), names.end(), std::back_inserter(found),
+                     [this](const auto& each) {
+                         std::error_code error;
+                         return fs::exists(fs::symlink_status(GetPath(each.second), error));
+                     });
+        return found;
+    }
+    std::vector<std::string> paths;
+    for (const auto& each : names)
+        paths.push_back(GetPath(each.second));
+    const auto states = objects.GetStates(paths, cancellation);
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (states.at(i).kind != Client::Kind::Missing || states[i].status != 0)
+            found.push_back(names[i]);
+    return found;
+}
+
 bool SyncTarget::RenameLocal(const Names& names)
 {
     std::error_code error;

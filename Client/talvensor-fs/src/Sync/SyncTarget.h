@@ -33,6 +33,10 @@ public:
     /// Returns those that were renamed. REQUIRES: CanRename.
     [[nodiscard]] std::vector<Names> Rename(const std::vector<Names>& names);
 
+    /// Returns those of which the new name is there. For names whose renaming was broken off.
+    /// REQUIRES: CanRename.
+    [[nodiscard]] std::vector<Names> FindRenamed(const std::vector<Names>& names);
+
     /// Sets them as they are at the source, where both sides can tell.
     void SetPermissions(const std::vector<SyncEntry>& entries);
 
