@@ -32,6 +32,8 @@ public:
     [[nodiscard]] bool IsReadOnly(const Place& place) const;
     /// Throws Bad_NotWritable for such a place.
     void RequireWritable(const Place& place) const;
+    /// Throws Bad_NotWritable for an entry of such a place, wherever a link of its name leads.
+    void RequireWritableAround(const Place& place) const;
     /// Throws Bad_NotWritable for an entry of a folder if one that clients may not change lies
     /// below it. A link has nothing below it.
     void RequireWritableBelow(const Place& place) const;

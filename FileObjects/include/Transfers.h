@@ -71,6 +71,7 @@ private:
                                          std::shared_ptr<void> companion, const Caller& caller);
     void Commit(OpenFile& file, Target& target);
     void EndUnused();
+    void TellOf(const OpenFile& dropped) const;
     void EndThose(std::vector<OpenFiles::FilePointer> unused);
 
     const Folders& folders;

@@ -70,6 +70,12 @@ void Folders::RequireWritable(const Place& place) const
         RefuseWithErrno(Show(place), EROFS);
 }
 
+void Folders::RequireWritableAround(const Place& place) const
+{
+    if (IsReadOnly(GetParent(place)))
+        RefuseWithErrno(Show(place), EROFS);
+}
+
 void Folders::RequireWritableBelow(const Place& place) const
 {
     if (!areNested)

@@ -256,9 +256,9 @@ void Paths::Put(const std::string& source, const std::string& target, const Plac
             Refuse(Status::userAccessDenied, folders.Show(to.path.empty() ? to : from),
                    "the folders are those of the host's configuration");
         if (!placing.isCopied)
-            folders.RequireWritable(from);
+            folders.RequireWritableAround(from);
         Name(target + ": ", folders.Show(to) + ": ", [&] {
-            folders.RequireWritable(to);
+            folders.RequireWritableAround(to);
             directories.Put(Require(from), to, placing, caller);
         });
     });

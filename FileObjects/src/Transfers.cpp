@@ -178,6 +178,16 @@ void Transfers::EndUnused()
     }
 }
 
+/// A model without the event is no reason to end the host.
+void Transfers::TellOf(const OpenFile& dropped) const
+{
+    try {
+        onDropped(dropped);
+    } catch (const std::exception& failed) {
+        Log(Core::LogLevel::Error, std::string("Cannot tell of a dropped file: ") + failed.what());
+    }
+}
+
 /// Lets go of files that were not used. What was written into them is lost, so it is told.
 void Transfers::EndThose(std::vector<OpenFiles::FilePointer> unused)
 {
@@ -186,7 +196,7 @@ void Transfers::EndThose(std::vector<OpenFiles::FilePointer> unused)
             Log(Core::LogLevel::Notice, file->subject +
                                             ": dropped what was written for it: no call came for " +
                                             std::to_string(timeout.count()) + " ms");
-            onDropped(*file);
+            TellOf(*file);
         }
         file = nullptr;
     }

@@ -423,24 +423,6 @@ TEST_P(ASyncWithFileObjects, ForgetsNothingThatGaveWayWhenItIsInterruptedMeanwhi
     EXPECT_EQ(CountUntold("dst/a", terminal), 0);
 }
 
-TEST_P(ASyncWithFileObjects, NamesWhatItHasNotDeletedWhenItIsInterrupted)
-{
-    constexpr int count = 5'000; // so that it takes a while to delete them
-    for (int i = 0; i < count; ++i) {
-        fs::create_directories(desk.GetRemote("dst/top"));
-        WriteFile(desk.GetRemote("dst/top/" + std::to_string(i)), "");
-    }
-    Terminal terminal(desk, {"--security", "plain", "sync", "--delete", "src", "remote:dst"});
-    while (!fs::is_regular_file(desk.GetRemote("dst/top"))) {
-    }
-    kill(desk.host.GetProcess(), SIGSTOP);
-    terminal.Type(controlC);
-    EXPECT_TRUE(terminal.WaitFor("interrupted: ")) << terminal.GetSeen();
-    kill(desk.host.GetProcess(), SIGCONT);
-    EXPECT_EQ(terminal.WaitForEnd(), 130);
-    EXPECT_EQ(CountUntold("dst", terminal), 0);
-}
-
 TEST_P(ASyncWithFileObjects, SendsContentsThatDifferThoughTheTimesAreTheSame)
 {
     for (const std::size_t size : {std::size_t{2}, std::size_t{1} << 20U}) {

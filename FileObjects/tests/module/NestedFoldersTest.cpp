@@ -35,6 +35,28 @@ protected:
     }
 };
 
+TEST_F(AFolderInAnother, KeepsItsLinksWhereverTheyLead)
+{
+    folder.MakeFile("source", "source");
+    folder.MakeFile("new", "elsewhere");
+    std::filesystem::create_symlink("directory/kept", folder / "alias");
+    std::filesystem::create_symlink("../../new", folder / "directory/kept/link");
+    for (const bool isCopied : {false, true}) {
+        if (isCopied)
+            EXPECT_EQ(client.Call("", "CopyPath", {"source", "alias/link", true}),
+                      Code::Bad_NotWritable);
+        else
+            EXPECT_EQ(
+                client.Call("", "MovePaths",
+                            {Core::Value::MakeArray(std::vector<std::string>{"source"}, {1}),
+                             Core::Value::MakeArray(std::vector<std::string>{"alias/link"}, {1}),
+                             true}),
+                Code::Good);
+        EXPECT_TRUE(std::filesystem::is_symlink(folder / "directory/kept/link"));
+        EXPECT_TRUE(std::filesystem::exists(folder / "source"));
+    }
+}
+
 TEST_F(AFolderInAnother, HasItsOwnRuleFromThereToo)
 {
     for (const std::string place : {"files/directory/kept", "kept"}) {

@@ -105,7 +105,7 @@ private:
         return true;
     }
 
-    /// What lies too deep is removed from the top.
+    /// The top removes what lies too deep.
     [[nodiscard]] bool MoveUp(int parent, const std::string& name)
     {
         const auto newName = ".talvensor-" + Core::Guid::Random().ToString() + ".part";

@@ -274,7 +274,7 @@ private:
         }
     }
 
-    /// Where nothing can be renamed, entries that give way are deleted first: only for what can be
+    /// Entries that give way are deleted first where nothing can be renamed: only for what can be
     /// read.
     void DeleteBefore(SyncPlan& plan)
     {
@@ -318,7 +318,7 @@ private:
         }
     }
 
-    /// What failed of no path, or of the top, failed of all.
+    /// A failure of no path, or of the top, is one of all.
     [[nodiscard]] bool HasFailed(const std::string& path) const
     {
         return failed.contains(path) || failed.contains("");
