@@ -3,6 +3,8 @@
 #include "Client/FileObjects.h"
 #include "Commands/Changes.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -63,6 +65,7 @@ std::vector<Relocation> FindTargets(const RelocationCommand& command, const Work
 void CheckThatTargetsDiffer(const std::vector<Relocation>& relocations)
 {
     std::vector<std::string> targets;
+    targets.reserve(relocations.size());
     for (const auto& relocation : relocations)
         targets.push_back(relocation.target);
     std::sort(targets.begin(), targets.end());
@@ -79,6 +82,7 @@ ExitStatus Run(const MoveCommand& command, const Workplace& workplace)
     const auto found = FindTargets(command, workplace, changes);
     CheckThatTargetsDiffer(found);
     std::vector<Client::Renaming> renamings;
+    renamings.reserve(found.size());
     for (const auto& relocation : found)
         renamings.push_back({relocation.source, relocation.target});
     const auto results = Client::FileObjects(workplace.remote.GetConnection())
@@ -89,8 +93,8 @@ ExitStatus Run(const MoveCommand& command, const Workplace& workplace)
             changes.AddDone(source, target);
         else
             changes.AddFailed(source,
-                              source + " (remote): cannot rename to " + target + ": " +
-                                  GetCause(target, results[i].reason),
+                              fmt::format("{} (remote): cannot rename to {}: {}", source, target,
+                                          GetCause(target, results[i].reason)),
                               target);
     }
     return changes.Conclude();
