@@ -2,22 +2,26 @@
 
 #include "Core/DateTime.h"
 
+#include <algorithm>
 #include <ctime>
+#include <limits>
 
 namespace FileObjects {
 
+/// Times beyond the range of ticks give the earliest or the latest one.
 [[nodiscard]] inline Core::DateTime ToDateTime(const timespec& time)
 {
-    return Core::DateTime::FromTicks(Core::DateTime::unixEpochTicks +
-                                     time.tv_sec * Core::DateTime::ticksPerSecond +
-                                     time.tv_nsec / 100);
+    const long seconds = Core::DateTime::FromUnixEpochTime(time.tv_sec).GetTicks();
+    const long rest = time.tv_nsec / 100;
+    return Core::DateTime::FromTicks(std::min(seconds, std::numeric_limits<long>::max() - rest) +
+                                     rest);
 }
 
 [[nodiscard]] inline timespec ToTimespec(const Core::DateTime& time)
 {
-    const long seconds = time.ToUnixEpochTime();
-    const long ticks = time.GetTicks() - Core::DateTime::unixEpochTicks;
-    return {seconds, (ticks - seconds * Core::DateTime::ticksPerSecond) * 100};
+    constexpr long second = Core::DateTime::ticksPerSecond;
+    const long rest = (time.GetTicks() % second + second) % second;
+    return {time.ToUnixEpochTime(), rest * 100};
 }
 
 } // namespace FileObjects
