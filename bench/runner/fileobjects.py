@@ -5,7 +5,7 @@ import shutil
 
 from .network import Step, run_steps
 from .processes import StepFailed
-from .results import Group, at_most
+from .results import Group, at_most, faster
 from .rounds import Contender, run_rounds
 from .servers import FileObjectsHost, NodeServer, read_result
 
@@ -72,12 +72,20 @@ class Files(Step):
         self.size = bench.sizes.blocks
         super().__init__(bench, Group(
             "object-files", f"File objects: a file of {self.size // MIB} MiB by ClientFile",
-            "Plain connections, made before the clock runs. Blocks of 1 MiB. How fast our own client "
-            "is stands under the file of as many MiB above: here the client is the limit."))
+            "Plain connections, made before the clock runs. Blocks of 1 MiB. Where the processor "
+            "time of the client comes to the whole time of a transfer, the client is the limit."))
         for task in ("up", "down"):
             self.group.measure(f"{task}: our host", "MB/s")
             self.group.measure(f"{task}: node-opcua's server", "MB/s")
-            self.group.compare(task, f"{task}: our host", f"{task}: node-opcua's server")
+            self.group.compare(task, f"{task}: our host", f"{task}: node-opcua's server", faster(10))
+        for task in ("up", "down"):
+            self.group.measure(f"{task}: whole time", "s")
+            self.group.measure(f"{task}: the client's processor time", "s")
+            self.group.measure(f"{task}: our host's processor time", "s")
+            self.group.compare(f"{task}, the client's processor time",
+                               f"{task}: the client's processor time", f"{task}: whole time")
+            self.group.compare(f"{task}, our host's processor time",
+                               f"{task}: our host's processor time", f"{task}: whole time")
 
     def measure(self, stack):
         self.enter(stack)
@@ -90,19 +98,29 @@ class Files(Step):
         contenders = []
         for task in ("up", "down"):
             contenders += [
-                self.contender(f"{task}: our host", task, self.served, self.run_ours),
-                self.contender(f"{task}: node-opcua's server", task, self.node.file,
-                               self.run_theirs)]
+                self.contender(task, self.served, self.run_ours,
+                               [self.group.measure(f"{task}: {what}", unit) for what, unit in (
+                                   ("our host", "MB/s"), ("whole time", "s"),
+                                   ("the client's processor time", "s"),
+                                   ("our host's processor time", "s"))]),
+                self.contender(task, self.node.file, self.run_theirs,
+                               [self.group.measure(f"{task}: node-opcua's server", "MB/s")])]
         run_rounds(contenders, self.bench.rounds)
 
     def run_ours(self, task, file):
-        return self.host.run_node("client.mjs", file, self.folder, task, str(MIB), URI,
-                                  f"f/{self.host.files.name}/{self.served.name}")
+        before = self.host.read_total_processor_time()
+        result = self.host.run_node("client.mjs", file, self.folder, task, str(MIB), URI,
+                                    f"f/{self.host.files.name}/{self.served.name}")
+        return [self.compute_speed(result), result["seconds"], result["processor"],
+                self.host.read_total_processor_time() - before]
 
     def run_theirs(self, task, file):
-        return read_result(self.node.run(task, file, str(MIB)))
+        return self.compute_speed(read_result(self.node.run(task, file, str(MIB))))
 
-    def contender(self, name, task, served, run):
+    def compute_speed(self, result):
+        return self.size / 1e6 / result["seconds"]
+
+    def contender(self, task, served, run, measurements):
         target = served if task == "up" else self.local
 
         def clear():
@@ -117,5 +135,4 @@ class Files(Step):
                 raise StepFailed(f"{target.name} is not what was sent")
 
         file = self.source if task == "up" else self.local
-        return Contender(self.group.measure(name, "MB/s"),
-                         lambda: self.size / 1e6 / run(task, file)["seconds"], clear, verify)
+        return Contender(measurements, lambda: run(task, file), clear, verify)

@@ -80,6 +80,14 @@ class Host:
                     total += int(thread.read_text().split()[0])
         return total / 1e9
 
+    def read_total_processor_time(self):
+        """As read_processor_time, with threads that have ended, in hundredths of a second."""
+        total = 0
+        for process in _find_group(self._process.pid):
+            fields = Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()
+            total += int(fields[11]) + int(fields[12])
+        return total / os.sysconf("SC_CLK_TCK")
+
     def await_idle(self):
         """Waits until what was asked of it is done."""
         def is_idle():
