@@ -14,7 +14,7 @@ add_executable(NoTests ${noSource})
 target_link_libraries(NoTests PRIVATE TalvensorTesting)
 target_precompile_headers(NoTests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 
-# Builds everything that the tests without the label "long" need.
+# Builds everything that the tests without the label "long" need: those take long to run or to build.
 add_custom_target(ShortTests)
 
 # add_test_program(NAME [LONG] SOURCE...): an executable of tests; LONG if all its tests have the
