@@ -308,7 +308,7 @@ private:
         for (DirectoryEntry entry; reader.Next(entry);) {
             caller.CheckGoesOn();
             const std::string name(entry.name);
-            CopyEntry({from, name}, {copy, name}, subject + "/" + name);
+            CopyEntry({from, name}, {copy, name}, subject);
         }
         --level;
         CopyAttributes(state, copy);
@@ -316,8 +316,9 @@ private:
             Sync(copy, subject);
     }
 
-    void CopyEntry(const Entry& from, const Entry& to, const std::string& subject)
+    void CopyEntry(const Entry& from, const Entry& to, const std::string& directory)
     {
+        const std::string subject = directory + "/" + from.name;
         struct stat state
         {};
         if (fstatat(from.directory.Get(), from.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)
