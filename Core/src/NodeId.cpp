@@ -27,9 +27,9 @@ NodeId& NodeId::operator=(const NodeId&) noexcept = default;
 NodeId::~NodeId() = default;
 
 NodeId::NodeId(NodeId&& other) noexcept
-    : namespaceIndex(std::exchange(other.namespaceIndex, 0))
-    , identifier(std::exchange(other.identifier, 0U))
-{}
+{
+    *this = std::move(other);
+}
 
 NodeId& NodeId::operator=(NodeId&& other) noexcept
 {

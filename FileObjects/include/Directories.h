@@ -56,6 +56,7 @@ struct Placing
 {
     bool isCopied = false; ///< false: moved
     bool replaces = false; ///< a file, in the place of a file
+    bool syncs = false;    ///< a file is brought to its disk before it is moved
 };
 
 /// The methods of FileDirectoryType (OPC 10000-20, 4.3), and ours. Any thread. All throw
@@ -80,6 +81,10 @@ public:
 
     /// Moves or copies a file or directory. Clients may change both directories.
     void Put(const Key& from, const Place& to, const Placing& placing, const Caller& caller);
+    /// Opens a file that is to be moved, for fsync; if it must not be opened, the directory around
+    /// it, for syncfs. Nothing is opened for a directory. Throws as `Put` does before it
+    /// changes anything.
+    [[nodiscard]] Descriptor OpenForSync(const Key& from, const Place& to, const Placing& placing);
 
     /// Returns the space around a file or directory.
     [[nodiscard]] Space GetSpace(const Key& node) const;
@@ -94,7 +99,10 @@ private:
     [[nodiscard]] Key RequireChild(const Key& directory, const Core::NodeId& object) const;
     [[nodiscard]] Key RequireTarget(const Key& from, const Core::NodeId& target,
                                     const std::string& newName) const;
+    [[nodiscard]] Descriptor OpenTarget(const Key& from, const Place& to, const Placing& placing);
     void RequireFree(const struct stat& from, const Entry& entry, const Place& to, bool replaces);
+    [[nodiscard]] Descriptor OpenForSync(const Place& file) const;
+    void Sync(const Place& file) const;
     void Copy(const Key& from, const Entry& to, bool replaces, CopyFor use,
               const Caller& caller) const;
     void Move(const Key& from, const Entry& to, bool replaces, const Caller& caller) const;

@@ -85,14 +85,17 @@ private:
     [[nodiscard]] Place Resolve(const std::string& path) const;
     [[nodiscard]] Key Require(const Place& place) const;
     [[nodiscard]] Listing ListFolders(const Caller& caller) const;
-    [[nodiscard]] Descriptor OpenForSync(const std::string& path) const;
-    void Sync(const std::string& path) const;
-    [[nodiscard]] bool SyncTogether(const Texts& paths) const;
+    [[nodiscard]] std::vector<bool> SyncTogether(const Texts& sources, const Texts& targets,
+                                                 const Placing& placing,
+                                                 const Caller& caller) const;
     void AddState(const std::string& path, States& states) const;
     void Put(const std::string& source, const std::string& target, const Placing& placing,
              const Caller& caller);
     template <typename Work>
     auto At(const std::string& path, Work&& work) const;
+    template <typename Work>
+    auto Between(const std::string& source, const std::string& target, const Placing& placing,
+                 Work&& work) const;
 
     const Folders& folders;
     OpenFiles& openFiles;

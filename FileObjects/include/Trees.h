@@ -30,6 +30,7 @@ void RequireLevel(std::size_t level, const std::string& subject);
 [[nodiscard]] bool EntryExists(const Entry& entry);
 
 /// Deletes a file, link or directory with all below it, however deep; for no caller, to its end.
+/// Throws Bad_InvalidState for a directory that another process keeps filling.
 void DeleteTree(const Entry& entry, const std::string& subject, const Caller* caller);
 /// The same for something unfinished: deletes as much as it can.
 void RemoveTree(const Entry& entry) noexcept;

@@ -18,7 +18,7 @@ namespace FileObjects {
 
 namespace {
 
-constexpr std::size_t blockSize = 256 * 1024;
+constexpr std::size_t blockSize = 256UL * 1024;
 
 class Sha256
 {
@@ -102,7 +102,7 @@ public:
         Sha256 sum;
         for (const auto& name : ListNames(directory, subject)) {
             caller.CheckGoesOn();
-            AddEntry(sum, directory, name, subject + "/" + name);
+            AddEntry(sum, directory, name, subject);
         }
         --level;
         return sum.Finish();
@@ -110,8 +110,9 @@ public:
 
 private:
     void AddEntry(Sha256& sum, const Descriptor& directory, const std::string& name,
-                  const std::string& subject)
+                  const std::string& parent)
     {
+        const std::string subject = parent + "/" + name;
         struct stat state
         {};
         if (fstatat(directory.Get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)

@@ -23,6 +23,14 @@ void RequireName(const std::string& name)
         Refuse(Status::browseNameInvalid, name, "no file can have this name");
 }
 
+/// True if a file is there, but must not be opened in some way: for its permissions, or now, for a
+/// lease or because it is a running program.
+bool MustNotBeOpened(const Core::StatusException& refusal) noexcept
+{
+    return refusal.GetStatus() == Status::userAccessDenied ||
+           refusal.GetStatus() == Status::invalidState;
+}
+
 /// Adds the entries of a directory to a page.
 class ListingBuilder
 {
@@ -183,6 +191,25 @@ Core::NodeId Directories::MoveOrCopy(const Key& directory, const Core::NodeId& o
 void Directories::Put(const Key& from, const Place& to, const Placing& placing,
                       const Caller& caller)
 {
+    const auto parent = OpenTarget(from, to, placing);
+    const Entry entry{parent, GetName(to.path)};
+    const bool replaces = placing.replaces && from.kind == NodeKind::File;
+    if (placing.isCopied)
+        return Copy(from, entry, replaces, CopyFor::Copy, caller);
+    if (placing.syncs && from.kind == NodeKind::File)
+        Sync(from.place);
+    Move(from, entry, replaces, caller);
+}
+
+Descriptor Directories::OpenForSync(const Key& from, const Place& to, const Placing& placing)
+{
+    static_cast<void>(OpenTarget(from, to, placing));
+    return from.kind == NodeKind::File ? OpenForSync(from.place) : Descriptor();
+}
+
+/// Opens the directory of the new place. Throws what is known to stand against it.
+Descriptor Directories::OpenTarget(const Key& from, const Place& to, const Placing& placing)
+{
     const std::string subject = folders.Show(from.place);
     const bool isDirectory = from.kind == NodeKind::Directory;
     if (isDirectory && IsBelow(to, from.place))
@@ -192,14 +219,9 @@ void Directories::Put(const Key& from, const Place& to, const Placing& placing,
     openFiles.RequireClosedBelow(from.place, placing.isCopied, subject);
     if (!placing.isCopied)
         folders.RequireWritableBelow(from.place);
-    const bool replaces = placing.replaces && !isDirectory;
-    const auto parent = folders.OpenDirectoryPath(GetParent(to));
-    const Entry entry{parent, GetName(to.path)};
-    RequireFree(state, entry, to, replaces);
-    if (placing.isCopied)
-        Copy(from, entry, replaces, CopyFor::Copy, caller);
-    else
-        Move(from, entry, replaces, caller);
+    auto parent = folders.OpenDirectoryPath(GetParent(to));
+    RequireFree(state, {parent, GetName(to.path)}, to, placing.replaces && !isDirectory);
+    return parent;
 }
 
 /// Throws for a name that is taken by something that is not replaced.
@@ -219,6 +241,28 @@ void Directories::RequireFree(const struct stat& from, const Entry& entry, const
     if (ToIdentity(state) == ToIdentity(from))
         Refuse(Status::invalidArgument, subject, "it is the same file");
     openFiles.RequireClosed(ToIdentity(state), false, subject);
+}
+
+Descriptor Directories::OpenForSync(const Place& file) const
+{
+    for (const int way : {O_RDONLY, O_WRONLY}) {
+        try {
+            return folders.OpenFile(file, way);
+        } catch (const Core::StatusException& refusal) {
+            if (!MustNotBeOpened(refusal))
+                throw;
+        }
+    }
+    return folders.OpenDirectory(GetParent(file));
+}
+
+void Directories::Sync(const Place& file) const
+{
+    const std::string subject = folders.Show(file);
+    const auto opened = OpenForSync(file);
+    const bool isDirectory = S_ISDIR(FileObjects::GetState(opened, subject).st_mode);
+    if ((isDirectory ? syncfs(opened.Get()) : fsync(opened.Get())) != 0)
+        RefuseWithErrno(subject, errno);
 }
 
 void Directories::Copy(const Key& from, const Entry& to, bool replaces, CopyFor use,

@@ -11,7 +11,7 @@ namespace FileObjects {
 
 namespace {
 
-constexpr std::size_t bufferBytes = 64 * 1024;
+constexpr std::size_t bufferBytes = 64UL * 1024;
 
 } // namespace
 

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <set>
+#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -131,6 +131,25 @@ auto Paths::At(const std::string& path, Work&& work) const
     return Name("", folders.Show(place) + ": ", [&] { return work(place); });
 }
 
+/// Does something with a node and its new place, in folders where that is allowed.
+template <typename Work>
+auto Paths::Between(const std::string& source, const std::string& target, const Placing& placing,
+                    Work&& work) const
+{
+    return At(source, [&](const Place& from) {
+        const Place to = Name(target + ": ", "", [&] { return Resolve(target); });
+        if (to.path.empty() || (from.path.empty() && !placing.isCopied))
+            Refuse(Status::userAccessDenied, folders.Show(to.path.empty() ? to : from),
+                   "the folders are those of the host's configuration");
+        if (!placing.isCopied)
+            folders.RequireWritableAround(from);
+        return Name(target + ": ", folders.Show(to) + ": ", [&] {
+            folders.RequireWritableAround(to);
+            return work(Require(from), to);
+        });
+    });
+}
+
 States Paths::GetStates(const Texts& paths, const Caller& caller) const
 {
     RequireCount(paths.size(), paths.size());
@@ -193,52 +212,53 @@ Results Paths::Move(const Texts& sources, const Texts& targets, bool replaces, c
     // More are synced with all else that is to be written to the disk: it takes no longer than one.
     constexpr std::size_t fewFiles = 8;
     RequireCount(sources.size(), targets.size());
-    const bool areSynced = replaces && sources.size() > fewFiles && SyncTogether(sources);
+    Placing placing{.isCopied = false, .replaces = replaces};
+    std::vector<bool> areSynced(sources.size(), false);
+    if (replaces && sources.size() > fewFiles)
+        areSynced = SyncTogether(sources, targets, placing, caller);
     Results results;
     for (std::size_t i = 0; i < sources.size(); ++i) {
         caller.CheckGoesOn();
-        Add(results, [&] {
-            if (replaces && !areSynced)
-                Sync(sources[i]);
-            Put(sources[i], targets[i], {.isCopied = false, .replaces = replaces}, caller);
-        });
+        placing.syncs = replaces && !areSynced[i];
+        Add(results, [&] { Put(sources[i], targets[i], placing, caller); });
     }
     return results;
 }
 
-/// Opens a regular file in a way that its permissions allow; anything else is not opened.
-Descriptor Paths::OpenForSync(const std::string& path) const
+/// Brings the files that can be moved to their disks. Returns for each path if that was done; what
+/// is against it is found again when it is moved.
+std::vector<bool> Paths::SyncTogether(const Texts& sources, const Texts& targets,
+                                      const Placing& placing, const Caller& caller) const
 {
-    for (const int way : {O_RDONLY, O_WRONLY}) {
-        try {
-            return folders.OpenFile(Resolve(path), way);
-        } catch (const Core::StatusException&) { // NOLINT(bugprone-empty-catch)
-            // Renaming it says what is wrong with it, if anything is.
-        }
+    struct Disk
+    {
+        Descriptor file; // one of them
+        std::vector<std::size_t> paths;
+    };
+    std::map<dev_t, Disk> disks;
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+        caller.CheckGoesOn();
+        Results ignored;
+        Add(ignored, [&] {
+            auto file =
+                Between(sources[i], targets[i], placing, [&](const Key& from, const Place& to) {
+                    return directories.OpenForSync(from, to, placing);
+                });
+            if (!file.IsOpen())
+                return;
+            auto& disk = disks[GetState(file, "").st_dev];
+            disk.file = std::move(file);
+            disk.paths.push_back(i);
+        });
     }
-    return {};
-}
-
-void Paths::Sync(const std::string& path) const
-{
-    const auto file = OpenForSync(path);
-    if (file.IsOpen() && fsync(file.Get()) != 0)
-        RefuseWithErrno("", errno);
-}
-
-/// Returns false when some content may not be on its disk.
-bool Paths::SyncTogether(const Texts& paths) const
-{
-    std::set<dev_t> disks;
-    for (const auto& path : paths) {
-        const auto file = OpenForSync(path);
-        struct stat state
-        {};
-        if (file.IsOpen() && fstat(file.Get(), &state) == 0 && disks.insert(state.st_dev).second &&
-            syncfs(file.Get()) != 0)
-            return false;
+    std::vector<bool> areSynced(sources.size(), false);
+    for (const auto& [number, disk] : disks) {
+        caller.CheckGoesOn();
+        if (syncfs(disk.file.Get()) == 0)
+            for (const auto path : disk.paths)
+                areSynced[path] = true;
     }
-    return true;
+    return areSynced;
 }
 
 void Paths::Copy(const std::string& source, const std::string& target, bool replaces,
@@ -250,18 +270,8 @@ void Paths::Copy(const std::string& source, const std::string& target, bool repl
 void Paths::Put(const std::string& source, const std::string& target, const Placing& placing,
                 const Caller& caller)
 {
-    At(source, [&](const Place& from) {
-        const Place to = Name(target + ": ", "", [&] { return Resolve(target); });
-        if (to.path.empty() || (from.path.empty() && !placing.isCopied))
-            Refuse(Status::userAccessDenied, folders.Show(to.path.empty() ? to : from),
-                   "the folders are those of the host's configuration");
-        if (!placing.isCopied)
-            folders.RequireWritableAround(from);
-        Name(target + ": ", folders.Show(to) + ": ", [&] {
-            folders.RequireWritableAround(to);
-            directories.Put(Require(from), to, placing, caller);
-        });
-    });
+    Between(source, target, placing,
+            [&](const Key& from, const Place& to) { directories.Put(from, to, placing, caller); });
 }
 
 Space Paths::GetSpace(const std::string& path) const

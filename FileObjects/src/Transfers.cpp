@@ -292,8 +292,7 @@ Place Transfers::ResolvePath(const std::string& text) const
         names, [&path](const std::string& name) { return path.starts_with(name + "/"); });
     if (folder == names.end())
         Refuse(Status::notFound, text, "the path begins with no folder of the host");
-    const Place place{static_cast<std::size_t>(folder - names.begin()),
-                      path.substr(folder->size() + 1)};
+    Place place{static_cast<std::size_t>(folder - names.begin()), path.substr(folder->size() + 1)};
     if (!IsFilePath(place.path))
         Refuse(Status::invalidArgument, text, "no file can have this path");
     return place;

@@ -13,8 +13,10 @@
 #include <exception>
 #include <fcntl.h>
 #include <limits>
+#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace FileObjects {
@@ -52,21 +54,48 @@ public:
     void Run(const std::string& subject) { DeleteContents(top, subject, 1); }
 
 private:
-    /// Deletes entries until a whole round finds none: some file systems lose their place in a
-    /// directory that changes, and the top gets new ones.
+    /// The rounds through a directory that another process may be filling.
+    static constexpr std::size_t mostRounds = 4;
+
+    /// The paths that are kept of directories that were moved up: they take little memory.
+    static constexpr std::size_t mostPaths = 1000;
+    static constexpr std::size_t longestPath = PATH_MAX;
+
+    /// Makes another round after one that found something: some file systems lose their place in a
+    /// directory that changes, and the top gets what was moved up. Another process that keeps
+    /// making files does not hold it for ever: then the directory cannot be removed.
     void DeleteContents(const Descriptor& directory, const std::string& subject, std::size_t level)
     {
-        for (bool isEmpty = false; !isEmpty;) {
-            isEmpty = true;
-            DirectoryReader reader(directory, subject);
-            reader.Seek(0);
-            for (DirectoryEntry entry; reader.Next(entry); isEmpty = false) {
-                if (caller != nullptr)
-                    caller->CheckGoesOn();
-                const std::string name(entry.name);
-                DeleteEntry({directory, name}, subject + "/" + name, level);
-            }
+        for (std::size_t rounds = 0; rounds < mostRounds; ++rounds) {
+            const auto movedBefore = moved;
+            if (!DeleteEntries(directory, subject, level))
+                return;
+            if (level == 1 && moved != movedBefore)
+                rounds = 0;
         }
+    }
+
+    /// Returns false if there are none.
+    [[nodiscard]] bool DeleteEntries(const Descriptor& directory, const std::string& subject,
+                                     std::size_t level)
+    {
+        bool hasEntries = false;
+        DirectoryReader reader(directory, subject);
+        reader.Seek(0);
+        for (DirectoryEntry entry; reader.Next(entry); hasEntries = true) {
+            if (caller != nullptr)
+                caller->CheckGoesOn();
+            const std::string name(entry.name);
+            DeleteEntry({directory, name}, GetSubject(name, subject), level);
+        }
+        return hasEntries;
+    }
+
+    /// Returns the path by which the caller knows an entry, also after it was moved up.
+    std::string GetSubject(const std::string& name, const std::string& directory)
+    {
+        auto known = oldPaths.extract(name);
+        return known.empty() ? directory + "/" + name : std::move(known.mapped());
     }
 
     void DeleteEntry(const Entry& entry, const std::string& subject, std::size_t level)
@@ -80,15 +109,20 @@ private:
         RemoveDirectory(entry, subject);
     }
 
-    void MoveUp(const Entry& entry, const std::string& subject) const
+    void MoveUp(const Entry& entry, const std::string& subject)
     {
         const auto name = MakeTemporaryName();
         if (renameat(entry.directory.Get(), entry.name.c_str(), top.Get(), name.c_str()) != 0)
             RefuseWithErrno(subject, errno);
+        ++moved;
+        if (subject.size() <= longestPath && oldPaths.size() < mostPaths)
+            oldPaths.emplace(name, subject);
     }
 
     const Descriptor& top;
     const Caller* const caller;
+    std::size_t moved = 0;                       // up, to the top
+    std::map<std::string, std::string> oldPaths; // by names in the top
 };
 
 bool IsSame(const Descriptor& left, const struct stat& right)
@@ -274,7 +308,7 @@ private:
         for (DirectoryEntry entry; reader.Next(entry);) {
             caller.CheckGoesOn();
             const std::string name(entry.name);
-            CopyEntry({from, name}, {copy, name}, subject + "/" + name);
+            CopyEntry({from, name}, {copy, name}, subject);
         }
         --level;
         CopyAttributes(state, copy);
@@ -282,8 +316,9 @@ private:
             Sync(copy, subject);
     }
 
-    void CopyEntry(const Entry& from, const Entry& to, const std::string& subject)
+    void CopyEntry(const Entry& from, const Entry& to, const std::string& directory)
     {
+        const std::string subject = directory + "/" + from.name;
         struct stat state
         {};
         if (fstatat(from.directory.Get(), from.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0)

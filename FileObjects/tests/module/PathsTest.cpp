@@ -1,13 +1,17 @@
 #include "FileObjectsFixture.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <openssl/sha.h>
 #include <set>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
@@ -36,6 +40,33 @@ struct Syncs
 
 Syncs syncs;
 
+/// The looks of the module at files, in place of those of the C library.
+struct Looks
+{
+    int error = 0;              ///< of a look at an open file; 0: none
+    int ofNames = 0;            ///< looks by name
+    std::function<void()> then; ///< is done at the first of them
+
+    int AtOpened(int file, struct stat* state) const
+    {
+        const bool isOpened = error != 0 && (fcntl(file, F_GETFL) & O_PATH) == 0;
+        if (!isOpened)
+            return static_cast<int>(syscall(SYS_fstat, file, state));
+        errno = error;
+        return -1;
+    }
+
+    int ByName(int directory, const char* name, struct stat* state, int flags)
+    {
+        ++ofNames;
+        if (const auto work = std::exchange(then, nullptr))
+            work();
+        return static_cast<int>(syscall(SYS_newfstatat, directory, name, state, flags));
+    }
+};
+
+Looks looks;
+
 } // namespace
 
 __attribute__((visibility("default"))) int fsync(int file)
@@ -46,6 +77,17 @@ __attribute__((visibility("default"))) int fsync(int file)
 __attribute__((visibility("default"))) int syncfs(int file) noexcept
 {
     return syncs.Make(SYS_syncfs, syncs.ofDisks, file);
+}
+
+__attribute__((visibility("default"))) int fstat(int file, struct stat* state) noexcept
+{
+    return looks.AtOpened(file, state);
+}
+
+__attribute__((visibility("default"))) int fstatat(int directory, const char* name,
+                                                   struct stat* state, int flags) noexcept
+{
+    return looks.ByName(directory, name, state, flags);
 }
 
 namespace {
@@ -487,24 +529,57 @@ TEST_F(APath, IsOneOfAtMostAThousand)
         << "only the root has these methods";
 }
 
+/// Takes the rights of root from the process, where it has them, and gives a folder to the user
+/// that it runs as then.
+class WithoutRights
+{
+public:
+    explicit WithoutRights(const std::filesystem::path& folder)
+    {
+        if (geteuid() != 0)
+            return;
+        EXPECT_EQ(chown(folder.c_str(), nobody, nobody), 0);
+        EXPECT_EQ(seteuid(nobody), 0);
+    }
+    WithoutRights(const WithoutRights&) = delete;
+    WithoutRights& operator=(const WithoutRights&) = delete;
+    ~WithoutRights() { static_cast<void>(seteuid(getuid())); }
+
+private:
+    static constexpr uid_t nobody = 65534;
+};
+
 class AMovedPath : public APath
 {
 protected:
     AMovedPath() { syncs = {.target = folder / "to0"}; }
-    ~AMovedPath() override { syncs = {}; }
-
-    /// Moves so many files.
-    std::vector<unsigned int> MoveFiles(int count, bool replaces)
+    ~AMovedPath() override
     {
-        Texts sources;
-        Texts targets;
+        syncs = {};
+        looks = {};
+    }
+
+    /// Makes so many files to be moved.
+    void MakeFiles(int count)
+    {
+        sources.clear();
+        targets.clear();
         for (int i = 0; i < count; ++i) {
             sources.push_back("from" + std::to_string(i));
             targets.push_back("to" + std::to_string(i));
             folder.MakeFile(sources.back(), "content");
         }
+    }
+
+    /// Moves so many files.
+    std::vector<unsigned int> MoveFiles(int count, bool replaces)
+    {
+        MakeFiles(count);
         return Move(sources, targets, replaces);
     }
+
+    Texts sources;
+    Texts targets;
 };
 
 TEST_F(AMovedPath, IsOnTheDiskBeforeItTakesThePlaceOfAnother)
@@ -532,6 +607,75 @@ TEST_F(AMovedPath, StaysWhenItDoesNotReachTheDisk)
         EXPECT_FALSE(std::filesystem::exists(folder / "to0"));
         EXPECT_TRUE(std::filesystem::exists(folder / "from0"));
     }
+}
+
+TEST_F(AMovedPath, StaysWhenItCannotBeOpenedForTheSync)
+{
+    for (const int error : {EMFILE, ENFILE, ENOMEM, EIO})
+        for (const int count : {1, 20}) {
+            MakeFiles(count);
+            looks.error = error;
+            EXPECT_THAT(Move(sources, targets, true), testing::Each(testing::Ne(Code::Good)));
+            looks.error = 0;
+            EXPECT_THAT(reasons, testing::Each(std::generic_category().message(error)));
+            EXPECT_FALSE(std::filesystem::exists(folder / "to0"));
+            EXPECT_TRUE(std::filesystem::exists(folder / "from0"));
+        }
+}
+
+TEST_F(AMovedPath, IsSyncedWithItsDiskWhereNobodyMayOpenIt)
+{
+    for (const int count : {1, 20}) {
+        MakeFiles(count);
+        for (const auto& source : sources)
+            ASSERT_EQ(chmod((folder / source).c_str(), 0), 0);
+        syncs = {.target = folder / "to0"};
+        const WithoutRights without(folder.GetPath());
+        EXPECT_THAT(Move(sources, targets, true), testing::Each(Code::Good));
+        EXPECT_EQ(syncs.ofFiles, 0);
+        EXPECT_EQ(syncs.ofDisks, 1);
+        EXPECT_FALSE(syncs.sawTarget);
+        ASSERT_EQ(unlink((folder / "to0").c_str()), 0);
+    }
+}
+
+TEST_F(AMovedPath, IsNotSyncedWhereItStays)
+{
+    MakeFiles(20);
+    for (auto& target : targets)
+        target = fixed / target;
+    for (const std::size_t count : {20U, 1U}) {
+        sources.resize(count);
+        targets.resize(count);
+        EXPECT_THAT(Move(sources, targets, true), testing::Each(Code::Bad_NotWritable));
+        EXPECT_EQ(syncs.ofFiles + syncs.ofDisks, 0) << count;
+    }
+}
+
+TEST_F(AMovedPath, IsSyncedThoughOthersOfTheCallStay)
+{
+    MakeFiles(20);
+    targets.front() = fixed / "to0";
+    sources.back() = "to1"; // is there only when the call has moved it there
+    const auto statuses = Move(sources, targets, true);
+    EXPECT_EQ(statuses.front(), Code::Bad_NotWritable);
+    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), Code::Good), 19);
+    EXPECT_EQ(syncs.ofDisks, 1);
+    EXPECT_EQ(syncs.ofFiles, 1) << "the last one, by itself";
+}
+
+TEST_F(AMovedPath, IsNotSyncedForAClientThatHasGone)
+{
+    MakeFiles(20);
+    looks.then = [this] {
+        client.End();
+    };
+    looks.ofNames = 0;
+    EXPECT_EQ(client.Call("", "MovePaths", {ToArray(sources), ToArray(targets), true}),
+              Code::Bad_SessionClosed);
+    EXPECT_EQ(looks.ofNames, 1) << "nor is the next file looked at";
+    EXPECT_EQ(syncs.ofFiles + syncs.ofDisks, 0);
+    EXPECT_TRUE(std::filesystem::exists(folder / "from0"));
 }
 
 TEST_F(AMovedPath, IsNotSyncedWhereItReplacesNothing)

@@ -29,6 +29,7 @@ inline Bytes ToBytes(const std::string& text)
 }
 
 /// The status codes, by their names in the standard. `Good` stands for a call that did not fail.
+// NOLINTBEGIN(readability-identifier-naming): so they are written in the standard
 namespace Code {
 inline constexpr std::uint32_t Good = 0;
 inline constexpr std::uint32_t Bad_ResourceUnavailable = 0x80040000;
@@ -48,6 +49,7 @@ inline constexpr std::uint32_t Bad_InvalidState = 0x80AF0000;
 /// The behaviour does not have the method.
 inline constexpr std::uint32_t Refused = 1;
 } // namespace Code
+// NOLINTEND(readability-identifier-naming)
 
 inline Core::NodeId ToNode(const std::string& key)
 {

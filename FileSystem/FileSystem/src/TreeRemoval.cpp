@@ -76,6 +76,7 @@ private:
     [[nodiscard]] bool RemoveEntries(DIR& directory, std::size_t level)
     {
         rewinddir(&directory);
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this directory's stream
         while (const dirent* const entry = readdir(&directory)) {
             const std::string name(entry->d_name);
             if (name != "." && name != ".." && !Remove(dirfd(&directory), name, level))
