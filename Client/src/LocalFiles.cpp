@@ -28,6 +28,8 @@ constexpr std::size_t keptOfLongName = 200;
 constexpr std::string_view partEnd = ".talvensor-part";
 
 std::string ToDigits(std::uint64_t number)
+constexpr std::string_view asideMark = "-0-"; // no part has the number 0
+constexpr std::size_t randomDigits = 16;
 {
     std::array<char, 32> digits{};
     std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
@@ -162,6 +164,21 @@ std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> b
         const auto count = pread(file, buffer.data() + done, buffer.size() - done,
                                  static_cast<off_t>(position + done));
         if (count < 0 && errno == EINTR)
+std::string MakeAsideName(const std::string& path)
+{
+    const auto begin = path.rfind('/') + 1; // 0 where there is none
+    return path.substr(0, begin) + "." + path.substr(begin, keptOfLongName) + std::string(partEnd) +
+           std::string(asideMark) + MakeRandomDigits();
+}
+
+bool IsAsideName(std::string_view name)
+{
+    const auto mark = name.rfind(asideMark);
+    return IsPartName(name) && mark != std::string_view::npos &&
+           name.substr(0, mark).ends_with(partEnd) &&
+           name.size() == mark + asideMark.size() + randomDigits;
+}
+
             continue;
         if (count < 0)
             FailLocally(name, Step::Read);

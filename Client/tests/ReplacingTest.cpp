@@ -501,4 +501,23 @@ TEST(APartName, IsRecognised)
     EXPECT_NE(MakeRemotePartName("file"), MakeRemotePartName("file"));
 }
 
+TEST(AnAsideName, IsThatOfAPartAndToldFromOne)
+{
+    for (const auto& path : {std::string("file"), std::string("a/b/file"), std::string(250, 'x')}) {
+        const auto name = MakeAsideName(path).substr(path.rfind('/') + 1);
+        EXPECT_TRUE(IsAsideName(name)) << name;
+        EXPECT_TRUE(IsPartName(name)) << name;
+        EXPECT_LE(name.size(), 255U);
+    }
+    EXPECT_TRUE(MakeAsideName("a/b/file").starts_with("a/b/.file.talvensor-part-0-"));
+    EXPECT_NE(MakeAsideName("file"), MakeAsideName("file"));
+    EXPECT_FALSE(IsAsideName(GetPartName("file")));
+    EXPECT_FALSE(IsAsideName(GetPartName(".file.talvensor-part-0-0123456789abcdef")));
+    EXPECT_FALSE(IsAsideName(MakeRemotePartName("file")));
+    EXPECT_FALSE(IsAsideName(GetRemotePartName("file", "here", "1")));
+    EXPECT_FALSE(IsAsideName(".file.talvensor-part-0-0123456789abcde"));
+    EXPECT_FALSE(IsAsideName(".file-0-0123456789abcdef"));
+    EXPECT_FALSE(IsAsideName("file"));
+}
+
 } // namespace

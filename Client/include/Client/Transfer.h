@@ -170,4 +170,11 @@ struct TransferResult
 /// that its file objects write.
 [[nodiscard]] bool IsPartName(std::string_view name);
 
+/// Returns a name beside a path, which nobody else uses, for what has to give way to something else
+/// for a while. It is one of IsPartName, too: no transfer touches it.
+[[nodiscard]] std::string MakeAsideName(const std::string& path);
+
+/// Returns true for a file name of that form.
+[[nodiscard]] bool IsAsideName(std::string_view name);
+
 } // namespace Client

@@ -105,10 +105,11 @@ public:
     }
 
 private:
-    ScanReport MakeReport()
+    ScanReport MakeReport(bool isSource)
     {
         return {.note = [this](const std::string& text) { workplace.console.Report(text); },
-                .fail = GetFail()};
+                .fail = GetFail(),
+                .notesAside = !isSource};
     }
 
     SyncTarget::Fail GetFail()
@@ -127,7 +128,7 @@ private:
     SyncTree ScanLocalSide()
     {
         return ScanLocal(local, exclusions, command.followsLinks ? Links::Followed : Links::Skipped,
-                         MakeReport(), workplace.cancellation);
+                         MakeReport(true), workplace.cancellation);
     }
 
     /// A target that is missing is made by the transfer.
@@ -136,7 +137,8 @@ private:
         struct stat status = {};
         if (stat(local.c_str(), &status) != 0 && errno == ENOENT)
             return {};
-        return ScanLocal(local, exclusions, Links::Shown, MakeReport(), workplace.cancellation);
+        return ScanLocal(local, exclusions, Links::Shown, MakeReport(false),
+                         workplace.cancellation);
     }
 
     SyncTree ScanRemoteSide(bool isSource)
@@ -144,11 +146,13 @@ private:
         auto& files = workplace.remote.GetFiles();
         const auto kind = files.GetKind(remote, &workplace.cancellation);
         if (kind == Client::Kind::File)
-            throw Client::OperationFailedException(remote + ": Not a directory");
+            throw Client::OperationFailedException(remote +
+                                                   " (remote): cannot list: Not a directory");
         if (kind == Client::Kind::Directory)
-            return ScanRemote(remote, exclusions, MakeReport(), workplace);
+            return ScanRemote(remote, exclusions, MakeReport(isSource), workplace);
         if (isSource)
-            throw Client::OperationFailedException(remote + ": No such file or directory");
+            throw Client::OperationFailedException(
+                remote + " (remote): cannot list: No such file or directory");
         if (!command.isTrial)
             files.CreateDirectory(remote, &workplace.cancellation);
         return {};
