@@ -418,6 +418,31 @@ TEST_P(ASyncWithFileObjects, KeepsPermissions)
     EXPECT_EQ(fs::status(desk.GetLocal("back/top")).permissions(), mode);
 }
 
+TEST_P(ASyncWithFileObjects, ClosesTheTargetsThatItMakes)
+{
+    constexpr auto closed = static_cast<fs::perms>(0700);
+    fs::permissions(desk.GetLocal("src"), closed);
+    (void)SyncWell({"src", "remote:dst"});
+    EXPECT_EQ(fs::status(desk.GetRemote("dst")).permissions(), closed);
+    (void)SyncWell({"remote:dst", "back"});
+    EXPECT_EQ(fs::status(desk.GetLocal("back")).permissions(), closed);
+}
+
+TEST_P(ASyncWithFileObjects, ClosesADirectoryBeforeItFillsIt)
+{
+    constexpr auto closed = static_cast<fs::perms>(0500);
+    (void)SyncWell({"src", "remote:dst"});
+    MakeMarkedFile(desk.GetLocal("src/a/large"), 16U << 20U);
+    fs::permissions(desk.GetLocal("src/a"), closed);
+    Terminal terminal(desk,
+                      {"--security", "plain", "sync", "--bwlimit", "100", "src", "remote:dst"});
+    ASSERT_TRUE(terminal.WaitFor("dst/a/large  ")) << terminal.GetSeen();
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), fs::perms::owner_all);
+    terminal.Type(controlC);
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    fs::permissions(desk.GetLocal("src/a"), fs::perms::owner_all);
+}
+
 TEST_P(ASyncWithFileObjects, SetsThePermissionsOfAllThatWasSentThoughSomethingFailed)
 {
     (void)SyncWell({"src", "remote:dst"});
@@ -458,31 +483,6 @@ TEST_P(ASyncWithFileObjects, GivesBackADirectoryWhenItIsInterrupted)
                 testing::UnorderedElementsAre("top", "a", "empty"));
 }
 
-TEST_P(ASyncWithFileObjects, ForgetsNothingThatGaveWayWhenItIsInterruptedMeanwhile)
-{
-    constexpr int count = 2'000; // so that it takes a while to rename them
-    for (int i = 0; i < count; ++i) {
-        WriteFile(desk.GetLocal("src/a/" + std::to_string(i)), "");
-        fs::create_directories(desk.GetRemote("dst/a/" + std::to_string(i)));
-    }
-    Terminal terminal(desk, {"--security", "plain", "sync", "--delete", "src", "remote:dst"});
-    const auto countAside = [this] {
-        const auto names = GetNames(desk.GetRemote("dst/a"));
-        return std::count_if(names.begin(), names.end(), Client::IsPartName);
-    };
-    while (countAside() == 0) {
-    }
-    kill(desk.host.GetProcess(), SIGSTOP);
-    terminal.Type(controlC);
-    EXPECT_TRUE(terminal.WaitFor("interrupted: ")) << terminal.GetSeen();
-    kill(desk.host.GetProcess(), SIGCONT);
-    EXPECT_EQ(terminal.WaitForEnd(), 130);
-    EXPECT_EQ(CountUntold("dst/a", terminal), 0);
-}
-
-TEST_P(ASyncWithFileObjects, SendsContentsThatDifferThoughTheTimesAreTheSame)
-{
-    for (const std::size_t size : {std::size_t{2}, std::size_t{1} << 20U}) {
 TEST_P(ASyncWithFileObjects, IsToldOfByTheNextOneWhenASecondInterruptionEndsIt)
 {
     constexpr std::size_t size = 16U << 20U;
@@ -521,6 +521,31 @@ TEST_P(ASyncWithFileObjects, IsToldOfByTheNextOneWhenASecondInterruptionEndsIt)
     EXPECT_EQ(ReadFile(desk.GetLocal("back") / local / "kept"), "k");
 }
 
+TEST_P(ASyncWithFileObjects, ForgetsNothingThatGaveWayWhenItIsInterruptedMeanwhile)
+{
+    constexpr int count = 2'000; // so that it takes a while to rename them
+    for (int i = 0; i < count; ++i) {
+        WriteFile(desk.GetLocal("src/a/" + std::to_string(i)), "");
+        fs::create_directories(desk.GetRemote("dst/a/" + std::to_string(i)));
+    }
+    Terminal terminal(desk, {"--security", "plain", "sync", "--delete", "src", "remote:dst"});
+    const auto countAside = [this] {
+        const auto names = GetNames(desk.GetRemote("dst/a"));
+        return std::count_if(names.begin(), names.end(), Client::IsPartName);
+    };
+    while (countAside() == 0) {
+    }
+    kill(desk.host.GetProcess(), SIGSTOP);
+    terminal.Type(controlC);
+    EXPECT_TRUE(terminal.WaitFor("interrupted: ")) << terminal.GetSeen();
+    kill(desk.host.GetProcess(), SIGCONT);
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    EXPECT_EQ(CountUntold("dst/a", terminal), 0);
+}
+
+TEST_P(ASyncWithFileObjects, SendsContentsThatDifferThoughTheTimesAreTheSame)
+{
+    for (const std::size_t size : {std::size_t{2}, std::size_t{1} << 20U}) {
         Write("src/top", std::string(size, 'a'));
         (void)SyncWell({"src", "remote:dst"});
         WriteFile(desk.GetRemote("dst/top"), std::string(size, 'b'));
@@ -583,6 +608,25 @@ ClientTest::HostStart StartUnprivileged()
         start.user = 65534;
     }
     return start;
+}
+
+TEST(APutToAHostThatIsNotRoot, FillsDirectoriesThatBecomeReadOnly)
+{
+    const Desk desk{WithObjects(), StartUnprivileged()};
+    fs::create_directories(desk.GetLocal("tree/a/b"));
+    WriteFile(desk.GetLocal("tree/a/b/file"), "f");
+    constexpr auto readOnly = static_cast<fs::perms>(0500);
+    for (const auto* const name : {"tree/a/b", "tree/a"})
+        fs::permissions(desk.GetLocal(name), readOnly);
+    const auto result = desk.Run({"--security", "plain", "-q", "put", "-r", "tree", "."});
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(ReadFile(desk.GetRemote("tree/a/b/file")), "f");
+    for (const auto* const name : {"tree/a", "tree/a/b"}) {
+        EXPECT_EQ(fs::status(desk.GetRemote(name)).permissions(), readOnly) << name;
+        fs::permissions(desk.GetLocal(name), fs::perms::owner_all);
+        fs::permissions(desk.GetRemote(name), fs::perms::owner_all);
+    }
 }
 
 TEST(ASyncToAHostThatIsNotRoot, DeletesInADirectoryThatBecomesReadOnly)
