@@ -25,6 +25,7 @@ namespace {
 constexpr mode_t fileMode = 0666; // as far as the umask allows
 constexpr mode_t directoryMode = 0777;
 constexpr mode_t modeMask = 0777;
+constexpr mode_t usableForItsOwner = S_IRUSR | S_IWUSR;
 constexpr std::size_t longestName = 255;
 constexpr std::size_t keptOfLongName = 200;
 constexpr std::string_view partEnd = ".talvensor-part";
@@ -290,17 +291,20 @@ void LocalTree::SetMode(const std::string& relative, std::uint32_t mode)
 }
 
 PartFile::PartFile(int directory, std::string givenLeaf, std::string givenPart,
-                   std::string givenName, bool keepsContent)
+                   std::string givenName, bool keepsContent, std::optional<std::uint32_t> mode)
     : directory(directory)
     , leaf(std::move(givenLeaf))
     , part(std::move(givenPart))
     , shownName(std::move(givenName))
+    , mode(mode)
     , descriptor(openat(directory, part.c_str(),
-                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, fileMode))
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                        mode.value_or(fileMode) | usableForItsOwner))
 {
     if (!descriptor.IsOpen())
         FailLocally(shownName, Step::Open);
     Lock();
+    SetMode();
     if (!keepsContent && GetSize() > 0)
         Truncate(0);
 }
@@ -357,10 +361,10 @@ bool PartFile::DropIfEmpty() noexcept
            unlinkat(directory, part.c_str(), 0) == 0;
 }
 
-void PartFile::SetMode(std::uint32_t newMode)
+/// One that was there may have another one, and the umask takes from that of a new one.
+void PartFile::SetMode()
 {
-    mode = newMode;
-    if (fchmod(descriptor.Get(), newMode | S_IRUSR | S_IWUSR) != 0)
+    if (mode && fchmod(descriptor.Get(), *mode | usableForItsOwner) != 0)
         FailLocally(shownName, Step::SetPermissions);
 }
 

@@ -78,23 +78,23 @@ private:
 class PartFile
 {
 public:
-    /// `directory` has to stay open. Opens or makes the part. Throws FileFailed.
+    /// `directory` has to stay open. Opens or makes the part: with the mode, if there is one, and
+    /// with reading and writing for its owner until it is whole. Throws FileFailed.
     PartFile(int directory, std::string leaf, std::string part, std::string shownName,
-             bool keepsContent);
+             bool keepsContent, std::optional<std::uint32_t> mode = {});
 
     [[nodiscard]] int GetDescriptor() const noexcept { return descriptor.Get(); }
     [[nodiscard]] std::uint64_t GetSize() const;
     void Truncate(std::uint64_t size);
     /// Deletes the part if nothing came, since there is nothing to carry on. Returns true then.
     bool DropIfEmpty() noexcept;
-    /// Gives it a mode, with reading and writing for its owner until it is whole. Throws
-    /// FileFailed.
-    void SetMode(std::uint32_t mode);
-    /// Gives it its time and its name. Throws FileFailed, also when not all could be written.
+    /// Gives it its time, its mode and its name. Throws FileFailed, also when not all could be
+    /// written.
     void Finish(std::optional<FileTime> time);
 
 private:
     void Lock() const;
+    void SetMode();
     void RequireWritten() const;
     void RequireInPlace() const;
 
@@ -102,8 +102,8 @@ private:
     std::string leaf;
     std::string part;
     std::string shownName;
-    Support::Descriptor descriptor;
     std::optional<std::uint32_t> mode; // as it is to be in the end
+    Support::Descriptor descriptor;
 };
 
 /// Returns the last name of a path.
