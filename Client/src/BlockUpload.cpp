@@ -106,24 +106,20 @@ std::optional<ResumableTransfer::Target> BlockUpload::BreakOff(FileTime marker) 
 void BlockUpload::Open(bool isNew)
 {
     handle.reset();
+    if (isNew && target.prepare)
+        target.prepare();
     const auto open =
         isNew ? caller.OpenWrite(target.written) : caller.Open(target.written, openForUpdating);
     const auto barrier = caller.Barrier();
     caller.AwaitAnswer(open);
     handle = open->outcome.opened;
-    const bool isPrepared = isNew && target.prepare;
-    if (isNew && !isPrepared) { // blocks may follow at once
+    if (isNew) { // blocks may follow at once
         barriers.push_back({0, barrier, {}});
         StartOver();
         return;
     }
     caller.AwaitEvent(barrier);
     ThrowIfFailed(Step::Open);
-    if (isPrepared) {
-        target.prepare();
-        StartOver();
-        return;
-    }
     const std::uint64_t found = FindSize(caller, handle->GetNumber());
     Continue(std::min(found, position));
 }

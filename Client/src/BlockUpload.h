@@ -28,7 +28,7 @@ public:
         const std::string& written;
         const Stamp stamp;
         const std::optional<std::uint64_t> size; ///< of the source, where it is known
-        /// Called when a new file is there, before anything is written; empty: nothing.
+        /// Called before a new file is opened; empty: nothing. It may throw CallsLost.
         const std::function<void()> prepare;
     };
     BlockUpload(Transfer& transfer, Caller& caller, BlockSource& source, const Target& target);

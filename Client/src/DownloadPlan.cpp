@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 namespace Client {
@@ -74,9 +75,13 @@ void AskSizes(const Transfer& transfer, const std::vector<std::string>& paths,
 class DownloadPlanner
 {
 public:
-    DownloadPlanner(Transfer& transfer, FileSystem& fileSystem)
+    /// `isPart`: of a tree; then all modes are set afterwards.
+    DownloadPlanner(Transfer& transfer, FileSystem& fileSystem, std::uint32_t allowedModes,
+                    bool isPart)
         : transfer(transfer)
         , options(transfer.options)
+        , allowedModes(allowedModes)
+        , isPart(isPart)
         , fileSystem(fileSystem)
     {}
 
@@ -112,7 +117,8 @@ public:
         try {
             CheckPath(part.local);
             const TransferItem tree{part.local, part.remote};
-            const auto local = std::make_shared<LocalTree>(part.local);
+            AskModes(part.remote, part.entries);
+            const auto local = std::make_shared<LocalTree>(part.local, FindMode(part.remote));
             std::unordered_set<std::string> seen;
             for (const auto& entry : part.entries)
                 AddEntry(tree, local, entry, seen);
@@ -146,10 +152,13 @@ private:
         const Listing listing = fileSystem.List(item.remote, true, options.cancellation);
         for (const auto& failure : listing.failures)
             transfer.tally.AddFailure(failure);
-        const auto tree = std::make_shared<LocalTree>(item.local);
+        AskModes(item.remote, listing.entries);
+        const auto mode = FindMode(item.remote);
+        const auto tree = std::make_shared<LocalTree>(item.local, mode);
         transfer.tally.AddDirectory();
-        plan.directories.push_back(
-            {"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
+        NoteOpen(tree->GetName(""), mode, tree->GetRootModeBefore());
+        plan.directories.push_back({"", tree, fileSystem.GetTime(item.remote, options.cancellation),
+                                    GetLastMode(mode, tree->GetRootModeBefore())});
         std::unordered_set<std::string> seen;
         for (const auto& entry : listing.entries)
             if (!IsHostPart(entry.path))
@@ -178,16 +187,62 @@ private:
                 return;
             }
             plan.targets.insert(NormalizeLocal(tree->GetName(entry.path)));
-            tree->MakeDirectory(entry.path);
+            const auto mode = FindMode(remote);
+            const auto before = tree->MakeDirectory(entry.path, mode);
             transfer.tally.AddDirectory();
-            plan.directories.push_back({entry.path, tree, entry.time});
+            if (!isPart)
+                NoteOpen(tree->GetName(entry.path), mode, before);
+            plan.directories.push_back({entry.path, tree, entry.time, GetLastMode(mode, before)});
         } catch (const FileFailed& failed) {
             transfer.tally.AddFailure(failed.GetFailure());
         }
     }
 
+    /// Asks for the modes of a tree's directories at once, so that each can be made with its own.
+    void AskModes(const std::string& top, const std::vector<ListEntry>& entries)
+    {
+        if (!options.setsPermissions || !transfer.node.OffersObjects())
+            return;
+        std::vector<std::string> paths{top};
+        for (const auto& entry : entries)
+            if (entry.isDirectory && IsSafeRelativePath(entry.path))
+                paths.push_back(Join(top, entry.path));
+        const auto states = transfer.node.MakeObjectCaller(options.cancellation).GetStates(paths);
+        for (std::size_t i = 0; i < paths.size(); ++i)
+            if (states[i].kind == Kind::Directory && states[i].status == 0)
+                modes.insert_or_assign(paths[i], states[i].permissions & allowedModes);
+    }
+
+    /// Returns none where the server cannot tell.
+    [[nodiscard]] LocalTree::Mode FindMode(const std::string& remote) const
+    {
+        const auto found = modes.find(remote);
+        return found == modes.end() ? LocalTree::Mode() : found->second;
+    }
+
+    /// Returns the mode that a new directory gets when all is in it, unless it has it already.
+    static LocalTree::Mode GetLastMode(LocalTree::Mode mode, LocalTree::Mode before)
+    {
+        constexpr std::uint32_t allForOwner = 0700;
+        const bool isSet = before || !mode || (*mode & allForOwner) == allForOwner;
+        return isSet ? LocalTree::Mode() : mode;
+    }
+
+    /// A directory that is there keeps its mode.
+    void NoteOpen(const std::string& local, LocalTree::Mode mode, LocalTree::Mode before)
+    {
+        constexpr std::uint32_t listableByOthers = 0004;
+        if (mode && before && (*before & ~*mode & listableByOthers) != 0)
+            transfer.tally.AddNote(
+                MakeLocalFailure(local, Step::SetPermissions, FailureKind::Skipped,
+                                 "others cannot list it on the server, but may here"));
+    }
+
     Transfer& transfer;
     const TransferOptions& options;
+    const std::uint32_t allowedModes;
+    const bool isPart;
+    std::unordered_map<std::string, std::uint32_t> modes; // of remote directories
     FileSystem& fileSystem;
     DownloadPlan plan;
 };
@@ -215,18 +270,20 @@ DownloadPlan Tell(Transfer& transfer, DownloadPlan plan, std::uint32_t allowedMo
 
 DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem, const TreePart& part)
 {
-    DownloadPlanner planner(transfer, fileSystem);
-    planner.Find(part);
-    return Tell(transfer, planner.Take(), GetAllowedModes(part));
+    const auto allowedModes = GetAllowedModes(part);
+    DownloadPlanner planner(transfer, fileSystem, allowedModes, true);
+    DoStep(transfer, [&] { planner.Find(part); });
+    return Tell(transfer, planner.Take(), allowedModes);
 }
 
 DownloadPlan PlanDownload(Transfer& transfer, FileSystem& fileSystem,
                           const std::vector<TransferItem>& items)
 {
-    DownloadPlanner planner(transfer, fileSystem);
+    const auto allowedModes = GetAllowedModes(items);
+    DownloadPlanner planner(transfer, fileSystem, allowedModes, false);
     for (const auto& item : items)
         DoStep(transfer, [&] { planner.Find(item); });
-    return Tell(transfer, planner.Take(), GetAllowedModes(items));
+    return Tell(transfer, planner.Take(), allowedModes);
 }
 
 } // namespace Client

@@ -266,7 +266,8 @@ void FileSystem::CreateDirectory(const std::string& path, const Cancellation* ca
 }
 
 std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, bool mayBeMissing,
-                                        const Cancellation* cancellation)
+                                        const Cancellation* cancellation,
+                                        std::vector<std::string>* missing)
 {
     std::for_each(paths.begin(), paths.end(), CheckPath);
     auto caller = node->MakeCaller(cancellation);
@@ -285,6 +286,8 @@ std::vector<Failure> FileSystem::Delete(const std::vector<std::string>& paths, b
             else if (!before[i] && !mayBeMissing)
                 failures.push_back(
                     MakeReasonFailure(part[i], Step::Delete, "No such file or directory"));
+            else if (!before[i] && missing != nullptr)
+                missing->push_back(part[i]);
         }
     }
     TransferOptions options;

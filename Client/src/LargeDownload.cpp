@@ -79,10 +79,9 @@ void FetchLarge(Transfer& transfer, Caller& caller, const DownloadFile& job,
             transfer.tally.FinishFile(job.remote, 0, true);
             return;
         }
-        PartFile part(place.directory.Get(), place.leaf, place.part, job.local, options.resumes);
+        PartFile part(place.directory.Get(), place.leaf, place.part, job.local, options.resumes,
+                      job.mode);
         hasBegun = true;
-        if (job.mode)
-            part.SetMode(*job.mode);
         ResumableTransfer resumable = MakeResumable(transfer, job);
         const std::uint64_t start =
             options.resumes ? FindDownloadStart(caller, job, part, resumable) : 0;

@@ -67,7 +67,7 @@ struct LargeUpload
         FileSource source(file, job.local, resumable);
         const Stamp stamp{transfer.options.setsTimes ? ToUaTime(job.time) : 0, MakeFlags(job)};
         const BlockUpload::Target target{job.remote, job.written, stamp, job.size,
-                                         MakePreparation(transfer, job)};
+                                         MakePreparation(transfer, caller, job)};
         BlockUpload upload(transfer, caller, source, target);
         try {
             const auto size = upload.Run(start);

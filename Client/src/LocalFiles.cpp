@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ios>
+#include <optional>
 #include <random>
 #include <string_view>
 #include <sys/file.h>
@@ -23,9 +24,13 @@ namespace {
 
 constexpr mode_t fileMode = 0666; // as far as the umask allows
 constexpr mode_t directoryMode = 0777;
+constexpr mode_t modeMask = 0777;
+constexpr mode_t usableForItsOwner = S_IRUSR | S_IWUSR;
 constexpr std::size_t longestName = 255;
 constexpr std::size_t keptOfLongName = 200;
 constexpr std::string_view partEnd = ".talvensor-part";
+constexpr std::string_view asideMark = "-0-"; // no part has the number 0
+constexpr std::size_t randomDigits = 16;
 
 std::string ToDigits(std::uint64_t number)
 {
@@ -41,6 +46,12 @@ std::string Hash(const std::string& text)
     for (const char letter : text)
         hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3U;
     return "-" + ToDigits(hash);
+}
+
+/// Returns the mode that a directory is made with: its owner has to write in it.
+mode_t ToNewMode(const std::optional<std::uint32_t>& mode) noexcept
+{
+    return mode ? (*mode & modeMask) | S_IRWXU : directoryMode;
 }
 
 /// Long names that begin alike are told apart.
@@ -154,6 +165,21 @@ bool IsPartName(std::string_view name)
                std::string_view::npos;
 }
 
+std::string MakeAsideName(const std::string& path)
+{
+    const auto begin = path.rfind('/') + 1; // 0 where there is none
+    return path.substr(0, begin) + "." + path.substr(begin, keptOfLongName) + std::string(partEnd) +
+           std::string(asideMark) + MakeRandomDigits();
+}
+
+bool IsAsideName(std::string_view name)
+{
+    const auto mark = name.rfind(asideMark);
+    return IsPartName(name) && mark != std::string_view::npos &&
+           name.substr(0, mark).ends_with(partEnd) &&
+           name.size() == mark + asideMark.size() + randomDigits;
+}
+
 std::size_t ReadAt(int file, const std::string& name, std::span<unsigned char> buffer,
                    std::uint64_t position)
 {
@@ -186,20 +212,25 @@ void WriteAt(int file, const std::string& name, std::span<const unsigned char> b
     }
 }
 
-LocalTree::LocalTree(std::string givenRoot)
+LocalTree::LocalTree(std::string givenRoot, Mode mode)
     : root(std::move(givenRoot))
 {
     while (root.size() > 1 && root.ends_with('/'))
         root.pop_back();
-    if (mkdir(root.c_str(), directoryMode) != 0 && errno != EEXIST)
-        FailLocally(root, Step::CreateDirectory);
+    struct stat status = {};
+    if (mkdir(root.c_str(), ToNewMode(mode)) != 0) {
+        if (errno != EEXIST)
+            FailLocally(root, Step::CreateDirectory);
+        if (stat(root.c_str(), &status) == 0)
+            rootModeBefore = status.st_mode & modeMask;
+    }
     rootDescriptor = Support::Descriptor(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!rootDescriptor.IsOpen())
         FailLocally(root, Step::Open);
 }
 
-/// Name by name, so that no link is followed.
-Support::Descriptor LocalTree::OpenDirectory(const std::string& relative)
+/// Name by name, so that no link is followed. Those above are there as a rule.
+Support::Descriptor LocalTree::OpenDirectory(const std::string& relative, Mode mode)
 {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     Support::Descriptor current(
@@ -209,8 +240,9 @@ Support::Descriptor LocalTree::OpenDirectory(const std::string& relative)
         const std::string name(rest.substr(0, rest.find('/')));
         rest.remove_prefix(std::min(name.size() + 1, rest.size()));
         Support::Descriptor next(openat(current.Get(), name.c_str(), flags));
+        const mode_t newMode = rest.empty() ? ToNewMode(mode) : directoryMode;
         if (!next.IsOpen() && errno == ENOENT &&
-            (mkdirat(current.Get(), name.c_str(), directoryMode) == 0 || errno == EEXIST))
+            (mkdirat(current.Get(), name.c_str(), newMode) == 0 || errno == EEXIST))
             next = Support::Descriptor(openat(current.Get(), name.c_str(), flags));
         if (!next.IsOpen())
             FailLocally(GetName(relative), Step::CreateDirectory);
@@ -232,10 +264,15 @@ int LocalTree::OpenParent(const std::string& relative)
     return opened.Get();
 }
 
-void LocalTree::MakeDirectory(const std::string& relative)
+LocalTree::Mode LocalTree::MakeDirectory(const std::string& relative, Mode mode)
 {
-    opened = OpenDirectory(relative);
+    Mode before;
+    struct stat status = {};
+    if (fstatat(OpenParent(relative), GetLeaf(relative).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        before = status.st_mode & modeMask;
+    opened = OpenDirectory(relative, mode);
     openedPath = relative;
+    return before;
 }
 
 void LocalTree::SetTime(const std::string& relative, FileTime time)
@@ -247,18 +284,27 @@ void LocalTree::SetTime(const std::string& relative, FileTime time)
         FailLocally(GetName(relative), Step::SetTime);
 }
 
+void LocalTree::SetMode(const std::string& relative, std::uint32_t mode)
+{
+    if (fchmod(OpenDirectory(relative).Get(), mode) != 0)
+        FailLocally(GetName(relative), Step::SetPermissions);
+}
+
 PartFile::PartFile(int directory, std::string givenLeaf, std::string givenPart,
-                   std::string givenName, bool keepsContent)
+                   std::string givenName, bool keepsContent, std::optional<std::uint32_t> mode)
     : directory(directory)
     , leaf(std::move(givenLeaf))
     , part(std::move(givenPart))
     , shownName(std::move(givenName))
+    , mode(mode)
     , descriptor(openat(directory, part.c_str(),
-                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, fileMode))
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                        mode.value_or(fileMode) | usableForItsOwner))
 {
     if (!descriptor.IsOpen())
         FailLocally(shownName, Step::Open);
     Lock();
+    SetMode();
     if (!keepsContent && GetSize() > 0)
         Truncate(0);
 }
@@ -315,10 +361,10 @@ bool PartFile::DropIfEmpty() noexcept
            unlinkat(directory, part.c_str(), 0) == 0;
 }
 
-void PartFile::SetMode(std::uint32_t newMode)
+/// One that was there may have another one, and the umask takes from that of a new one.
+void PartFile::SetMode()
 {
-    mode = newMode;
-    if (fchmod(descriptor.Get(), newMode | S_IRUSR | S_IWUSR) != 0)
+    if (mode && fchmod(descriptor.Get(), *mode | usableForItsOwner) != 0)
         FailLocally(shownName, Step::SetPermissions);
 }
 

@@ -5,6 +5,7 @@
 #include "Tally.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -25,12 +26,19 @@ void WriteAt(int file, const std::string& name, std::span<const unsigned char> b
 class LocalTree
 {
 public:
-    /// Made when it is missing. Throws FileFailed.
-    explicit LocalTree(std::string root);
+    using Mode = std::optional<std::uint32_t>;
 
-    /// Makes a directory and those above it. REQUIRES: the path is safe.
-    void MakeDirectory(const std::string& relative);
+    /// Made when it is missing: with the mode and all permissions for its owner, as far as the
+    /// umask allows. Throws FileFailed.
+    explicit LocalTree(std::string root, Mode mode = {});
+
+    /// Makes a directory and those above it, that one as the root is. Returns the mode of one that
+    /// was there. REQUIRES: the path is safe.
+    Mode MakeDirectory(const std::string& relative, Mode mode = {});
+    /// Returns the mode of the root if that was there.
+    [[nodiscard]] Mode GetRootModeBefore() const noexcept { return rootModeBefore; }
     void SetTime(const std::string& relative, FileTime time);
+    void SetMode(const std::string& relative, std::uint32_t mode);
 
     /// The directory of a path below the root, which is kept until the next call. Throws
     /// FileFailed.
@@ -42,9 +50,10 @@ public:
     }
 
 private:
-    Support::Descriptor OpenDirectory(const std::string& relative);
+    Support::Descriptor OpenDirectory(const std::string& relative, Mode mode = {});
 
     std::string root;
+    Mode rootModeBefore;
     Support::Descriptor rootDescriptor;
     std::string openedPath;
     Support::Descriptor opened;
@@ -69,23 +78,23 @@ private:
 class PartFile
 {
 public:
-    /// `directory` has to stay open. Opens or makes the part. Throws FileFailed.
+    /// `directory` has to stay open. Opens or makes the part: with the mode, if there is one, and
+    /// with reading and writing for its owner until it is whole. Throws FileFailed.
     PartFile(int directory, std::string leaf, std::string part, std::string shownName,
-             bool keepsContent);
+             bool keepsContent, std::optional<std::uint32_t> mode = {});
 
     [[nodiscard]] int GetDescriptor() const noexcept { return descriptor.Get(); }
     [[nodiscard]] std::uint64_t GetSize() const;
     void Truncate(std::uint64_t size);
     /// Deletes the part if nothing came, since there is nothing to carry on. Returns true then.
     bool DropIfEmpty() noexcept;
-    /// Gives it a mode, with reading and writing for its owner until it is whole. Throws
-    /// FileFailed.
-    void SetMode(std::uint32_t mode);
-    /// Gives it its time and its name. Throws FileFailed, also when not all could be written.
+    /// Gives it its time, its mode and its name. Throws FileFailed, also when not all could be
+    /// written.
     void Finish(std::optional<FileTime> time);
 
 private:
     void Lock() const;
+    void SetMode();
     void RequireWritten() const;
     void RequireInPlace() const;
 
@@ -93,8 +102,8 @@ private:
     std::string leaf;
     std::string part;
     std::string shownName;
-    Support::Descriptor descriptor;
     std::optional<std::uint32_t> mode; // as it is to be in the end
+    Support::Descriptor descriptor;
 };
 
 /// Returns the last name of a path.

@@ -125,10 +125,8 @@ void SmallDownloads::FinishSmall(const DownloadFile& job, const SmallFile& file)
             throw FileFailed(
                 MakeUnknownFailure(job.remote, Step::Read, "it is no longer open on the server"));
         const DownloadPlace place = places.Find(job);
-        PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false);
+        PartFile part(place.directory.Get(), place.leaf, place.part, job.local, false, job.mode);
         hasBegun = true;
-        if (job.mode)
-            part.SetMode(*job.mode);
         const auto bytes = file.read->outcome.GetBytes();
         transfer.Pace(bytes.size());
         WriteAt(part.GetDescriptor(), job.local, bytes, 0);

@@ -65,7 +65,7 @@ void SmallUploads::SendWaiting()
     while (!waiting.empty() && sent.size() < uploadsAtOnce && sentBytes < bytesAtOnce) {
         const UploadFile& job = *waiting.front();
         if (IsProtected(job) && !ready.contains(&job)) {
-            ProtectSome();
+            MakeSome();
             continue;
         }
         waiting.pop_front();
@@ -76,12 +76,11 @@ void SmallUploads::SendWaiting()
     }
 }
 
-/// The next parts that not everybody may read are made empty and protected, before their content
-/// comes. Many at a time: it takes two round trips.
-void SmallUploads::ProtectSome()
+/// The next parts that not everybody may read are made empty and with their permissions, before
+/// their content comes. Many at a time: it takes five round trips.
+void SmallUploads::MakeSome()
 {
     std::vector<const UploadFile*> jobs;
-    std::vector<CallPointer> creations;
     for (const auto* const job : waiting) {
         if (jobs.size() == uploadsAtOnce)
             break;
@@ -89,38 +88,19 @@ void SmallUploads::ProtectSome()
             continue;
         begun.insert(job);
         jobs.push_back(job);
-        creations.push_back(caller.UploadFile(
-            job->written, std::make_shared<std::vector<unsigned char>>(), 0, UA_Byte{0}));
     }
-    caller.AwaitEvent(caller.Barrier());
+    const auto failures = MakeParts(transfer, caller, jobs);
     std::set<const UploadFile*> failed;
-    for (std::size_t i = 0; i < jobs.size(); ++i)
-        if (!IsMade(*jobs[i], creations[i]))
-            failed.insert(jobs[i]);
-    std::erase_if(jobs, [&](const auto* job) { return failed.contains(job); });
-    const auto failures = Protect(transfer, jobs);
+    const bool hasBegun = false;
     for (std::size_t i = 0; i < jobs.size(); ++i) {
-        if (failures[i]) {
-            transfer.tally.FailFile(jobs[i]->remote, *failures[i], "");
-            failed.insert(jobs[i]);
-        } else
+        if (!failures[i]) {
             ready.insert(jobs[i]);
+            continue;
+        }
+        failed.insert(jobs[i]);
+        DoUpload(transfer, *jobs[i], hasBegun, [&] { throw FileFailed(*failures[i]); });
     }
     std::erase_if(waiting, [&](const auto* job) { return failed.contains(job); });
-}
-
-/// Returns false when it has failed.
-bool SmallUploads::IsMade(const UploadFile& job, const CallPointer& creation)
-{
-    bool isMade = false;
-    const bool hasBegun = false;
-    DoUpload(transfer, job, hasBegun, [&] {
-        caller.AwaitAnswer(creation);
-        if (const auto result = creation->outcome.opened->GetFailure(); result != 0)
-            throw FileFailed(MakeRemoteFailure(job.remote, Step::Open, result));
-        isMade = true;
-    });
-    return isMade;
 }
 
 /// Waits for the first of those that are on their way, and takes those that have come.
@@ -313,13 +293,17 @@ void SmallUploads::DropParts()
     for (const auto& written : whole)
         begun.insert(written.file);
     std::vector<std::string> parts;
+    std::vector<std::string> all;
     for (const auto* const job : std::exchange(begun, {})) {
         if (job->IsInPlace())
             transfer.tally.AddUnfinished(job->remote);
         else
             parts.push_back(job->written);
+        if (IsProtected(*job))
+            all.push_back(GetClosedName(*job));
     }
-    if (!caller.DeleteAnyway(parts))
+    all.insert(all.end(), parts.begin(), parts.end());
+    if (!caller.DeleteAnyway(all))
         for (const auto& part : parts)
             transfer.tally.AddUnfinished(part);
 }

@@ -40,8 +40,7 @@ private:
 
     void RunSome();
     void SendWaiting();
-    void ProtectSome();
-    [[nodiscard]] bool IsMade(const UploadFile& job, const CallPointer& creation);
+    void MakeSome();
     void TakeSome();
     void StartOver();
     [[nodiscard]] std::optional<Upload> Start(const UploadFile& job);
@@ -62,7 +61,7 @@ private:
     std::deque<Upload> checking;
     std::vector<WrittenFile> whole;    // without their names
     std::set<const UploadFile*> begun; // that may be there in part since a loss
-    std::set<const UploadFile*> ready; // their parts are protected
+    std::set<const UploadFile*> ready; // their parts are there, closed to others
     std::size_t sentBytes = 0;         // of `sent`
     std::size_t waitingBefore = 0;
     unsigned int losses = 0; // in a row, without progress

@@ -26,7 +26,7 @@ std::uint64_t SendStream(Transfer& transfer, Caller& caller, const FileSystem::B
 {
     StreamSource stream(source);
     const BlockUpload::Target target{
-        job.remote, job.written, {}, std::nullopt, MakePreparation(transfer, job)};
+        job.remote, job.written, {}, std::nullopt, MakePreparation(transfer, caller, job)};
     BlockUpload upload(transfer, caller, stream, target);
     const std::uint64_t size = upload.Run(0);
     if (!job.IsInPlace())

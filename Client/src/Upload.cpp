@@ -20,7 +20,7 @@ void RunUpload(Transfer& transfer, const Sources& sources)
     UploadPlan plan = PlanUpload(transfer, sources);
     DoStep(transfer, [&] {
         Caller caller = transfer.node.MakeCaller(options.cancellation);
-        MakeDirectories(transfer, caller, plan.directories);
+        MakeDirectories(transfer, caller, plan);
         if (transfer.skipsWhole)
             SkipWhole(transfer, caller, plan);
         ChooseNames(transfer, plan);
@@ -35,6 +35,8 @@ void RunUpload(Transfer& transfer, const Sources& sources)
             Caller caller = transfer.node.MakeCaller(options.cancellation);
             SetDirectoryTimes(transfer, caller, plan.directories);
         });
+    if (!transfer.isOver)
+        DoStep(transfer, [&] { SetDirectoryModes(transfer, plan.directories); });
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <numeric>
 #include <utility>
 
@@ -18,6 +19,8 @@ constexpr std::uint32_t readableForAll = 0444;
 constexpr std::uint32_t writableForAll = 0222;
 constexpr std::uint32_t usableForOwner = 0600;
 constexpr std::uint32_t ordinary = 0644;
+constexpr std::uint32_t onlyForOwner = 0700;
+constexpr std::uint32_t openFailed = 1; // of an acknowledgement
 
 /// Returns the mode that a file gets: a new one that of its source, unless that is ordinary: then
 /// none, and the server's umask decides. In place of another one it keeps that one's, but for being
@@ -193,6 +196,182 @@ private:
     std::vector<std::optional<Failure>> failures;
 };
 
+/// A file that the host makes has the permissions that its umask leaves, and who opens it then
+/// reads all that comes into it later. So parts are made in directories that are closed to others,
+/// one in each directory that they go to, and moved there with their permissions.
+class PartMaker
+{
+public:
+    PartMaker(Transfer& transfer, Caller& caller, std::span<const UploadFile* const> files)
+        : transfer(transfer)
+        , caller(caller)
+        , objects(transfer.node.MakeObjectCaller(transfer.options.cancellation))
+        , failures(files.size())
+    {
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            const UploadFile& file = *files[i];
+            const auto directory = directories.emplace(GetDirectory(file.written), Closed{}).first;
+            if (directory->second.path.empty())
+                directory->second.path = GetClosedName(file);
+            parts.push_back(
+                {i, &file, &directory->second, Join(directory->second.path, std::to_string(i))});
+        }
+    }
+
+    std::vector<std::optional<Failure>> Run()
+    {
+        try {
+            MakeDirectories();
+            MakeFiles();
+            SetModes();
+            Move();
+        } catch (...) {
+            caller.DeleteAnyway(GetDirectories());
+            throw;
+        }
+        caller.Delete(GetDirectories());
+        return std::move(failures);
+    }
+
+private:
+    struct Closed
+    {
+        std::string path;
+        std::optional<std::string> obstacle = std::string(); // empty: the server does not tell
+    };
+    struct Part
+    {
+        std::size_t number;
+        const UploadFile* file;
+        const Closed* directory;
+        std::string path; // until it is moved
+    };
+
+    [[nodiscard]] std::vector<std::string> GetDirectories() const
+    {
+        std::vector<std::string> paths;
+        for (const auto& [target, directory] : directories)
+            paths.push_back(directory.path);
+        return paths;
+    }
+
+    void MakeDirectories()
+    {
+        std::vector<std::string> old; // of an earlier transfer, or before a loss
+        for (const auto& part : parts) {
+            old.push_back(part.file->written);
+            old.push_back(GetClosedName(*part.file));
+        }
+        caller.Delete(old);
+        std::vector<CallPointer> checks;
+        for (const auto& path : GetDirectories()) {
+            caller.CreateDirectory(path);
+            checks.push_back(caller.Exists(AsDirectory(path)));
+        }
+        std::vector<Closed*> made;
+        std::vector<std::string> paths;
+        for (auto check = checks.begin(); auto& [target, directory] : directories) {
+            caller.AwaitEvent(*check);
+            if ((*check++)->outcome.exists) {
+                made.push_back(&directory);
+                paths.push_back(directory.path);
+            }
+        }
+        const auto results =
+            objects.SetPermissions(paths, std::vector<std::uint32_t>(paths.size(), onlyForOwner));
+        for (std::size_t i = 0; i < made.size(); ++i)
+            made[i]->obstacle =
+                results[i].IsGood() ? std::nullopt : std::optional(GetText(results[i]));
+        TakeOut([](const Part& part) -> std::optional<Failure> {
+            if (!part.directory->obstacle)
+                return std::nullopt;
+            if (part.directory->obstacle->empty())
+                return MakeRemoteFailure(part.file->remote, Step::Open, openFailed);
+            return MakeReasonFailure(part.file->remote, Step::Open, *part.directory->obstacle);
+        });
+    }
+
+    void MakeFiles()
+    {
+        std::vector<CallPointer> creations;
+        for (const auto& part : parts)
+            creations.push_back(caller.UploadFile(
+                part.path, std::make_shared<std::vector<unsigned char>>(), 0, UA_Byte{0}));
+        caller.AwaitEvent(caller.Barrier());
+        std::size_t next = 0;
+        TakeOut([&](const Part& part) -> std::optional<Failure> {
+            const auto& creation = creations[next++];
+            try {
+                caller.AwaitAnswer(creation);
+            } catch (const CallRefusedException& refused) {
+                auto failure = MakeUnknownFailure(part.file->remote, Step::Open, refused.what());
+                failure.kind = FailureKind::Refused;
+                failure.remoteResult = refused.GetStatus();
+                return failure;
+            }
+            if (const auto result = creation->outcome.opened->GetFailure(); result != 0)
+                return MakeRemoteFailure(part.file->remote, Step::Open, result);
+            return std::nullopt;
+        });
+    }
+
+    void SetModes()
+    {
+        std::vector<std::string> paths;
+        std::vector<std::uint32_t> modes;
+        for (const auto& part : parts) {
+            const UploadFile& file = *part.file;
+            paths.push_back(part.path);
+            modes.push_back(file.modeBefore.value_or(file.mode.value_or(0)) | usableForOwner);
+        }
+        TakeResults(objects.SetPermissions(paths, modes));
+    }
+
+    void Move()
+    {
+        std::vector<Renaming> renamings;
+        for (const auto& part : parts)
+            renamings.push_back({part.path, part.file->written});
+        TakeResults(objects.Move(renamings, false));
+    }
+
+    void TakeResults(const std::vector<Result>& results)
+    {
+        std::size_t next = 0;
+        TakeOut([&](const Part& part) -> std::optional<Failure> {
+            const Result& result = results[next++];
+            if (result.IsGood())
+                return std::nullopt;
+            return MakeReasonFailure(part.file->remote, Step::Open, GetText(result));
+        });
+    }
+
+    /// Takes the parts out that have failed. `find` is asked for each, in their order.
+    template <typename Find>
+    void TakeOut(const Find& find)
+    {
+        std::vector<Part> left;
+        for (auto& part : parts) {
+            failures[part.number] = find(part);
+            if (!failures[part.number])
+                left.push_back(std::move(part));
+        }
+        parts = std::move(left);
+    }
+
+    static std::string GetText(const Result& result)
+    {
+        return result.reason.empty() ? DescribeStatus(result.status) : result.reason;
+    }
+
+    Transfer& transfer;
+    Caller& caller;
+    ObjectCaller objects;
+    std::map<std::string, Closed> directories; // by that which the parts go to
+    std::vector<Part> parts;                   // that have not failed
+    std::vector<std::optional<Failure>> failures;
+};
+
 } // namespace
 
 void ChooseNames(Transfer& transfer, UploadPlan& plan)
@@ -228,31 +407,24 @@ bool IsProtected(const UploadFile& file) noexcept
     return mode && (*mode & readableForAll) != readableForAll;
 }
 
-std::vector<std::optional<Failure>> Protect(Transfer& transfer,
-                                            std::span<const UploadFile* const> files)
+std::string GetClosedName(const UploadFile& file)
 {
-    std::vector<std::string> paths;
-    std::vector<std::uint32_t> modes;
-    for (const auto* const file : files) {
-        paths.push_back(file->written);
-        modes.push_back(file->modeBefore.value_or(file->mode.value_or(0)) | usableForOwner);
-    }
-    const auto results =
-        transfer.node.MakeObjectCaller(transfer.options.cancellation).SetPermissions(paths, modes);
-    std::vector<std::optional<Failure>> failures(files.size());
-    for (std::size_t i = 0; i < files.size(); ++i)
-        if (!results[i].IsGood())
-            failures[i] = MakeFailure(files[i]->remote, Step::SetPermissions, results[i]);
-    return failures;
+    return GetRemotePartName(file.remote, file.written, "closed");
 }
 
-std::function<void()> MakePreparation(Transfer& transfer, const UploadFile& file)
+std::vector<std::optional<Failure>> MakeParts(Transfer& transfer, Caller& caller,
+                                              std::span<const UploadFile* const> files)
+{
+    return PartMaker(transfer, caller, files).Run();
+}
+
+std::function<void()> MakePreparation(Transfer& transfer, Caller& caller, const UploadFile& file)
 {
     if (!IsProtected(file))
         return {};
-    return [&transfer, &file] {
+    return [&transfer, &caller, &file] {
         const UploadFile* const only = &file;
-        if (const auto failure = Protect(transfer, std::span(&only, 1)).front())
+        if (const auto failure = MakeParts(transfer, caller, std::span(&only, 1)).front())
             throw FileFailed(*failure);
     };
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Client {
@@ -37,17 +38,22 @@ struct WrittenFile
 void GiveName(Transfer& transfer, const WrittenFile& file);
 
 /// Returns true for a file that is written under another name and that not everybody may read:
-/// neither may its part be read, which is protected before anything is written to it.
+/// neither may its part be read, which is made with its permissions then.
 [[nodiscard]] bool IsProtected(const UploadFile& file) noexcept;
 
-/// Lets nobody else read or write parts, which are there and empty. Returns for each what has
-/// failed. Throws what ObjectCaller throws but CallsLost.
-[[nodiscard]] std::vector<std::optional<Failure>> Protect(Transfer& transfer,
-                                                          std::span<const UploadFile* const> files);
+/// Returns the name of the directory that MakeParts may make beside the part of a file, always the
+/// same. It is deleted again unless the connection is lost meanwhile.
+[[nodiscard]] std::string GetClosedName(const UploadFile& file);
 
-/// Returns an operation that protects the part of a file when it is there and empty. Empty where
-/// that is not needed. Both arguments must outlive it. It throws FileFailed and what ObjectCaller
-/// throws.
-[[nodiscard]] std::function<void()> MakePreparation(Transfer& transfer, const UploadFile& file);
+/// Makes the parts of files, empty and with permissions to read and write for nobody who may not
+/// read or write the files; in the place of those that are there. Nobody can open them before they
+/// have these. Returns for each what has failed. Throws what ObjectCaller throws.
+[[nodiscard]] std::vector<std::optional<Failure>>
+MakeParts(Transfer& transfer, Caller& caller, std::span<const UploadFile* const> files);
+
+/// Returns an operation that makes the part of a file so. Empty where that is not needed. All
+/// arguments must outlive it. It throws FileFailed and what ObjectCaller throws.
+[[nodiscard]] std::function<void()> MakePreparation(Transfer& transfer, Caller& caller,
+                                                    const UploadFile& file);
 
 } // namespace Client

@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::uint32_t modeBits = 0777;
 /// The server's umask is not known; this is the usual one.
-constexpr std::uint32_t newFileBits = modeBits & ~022U;
+constexpr std::uint32_t newBits = modeBits & ~022U;
+constexpr std::uint32_t ordinaryDirectory = 0755; // as the host makes it
 constexpr std::size_t smallFile = std::size_t{256} << 10U;
 
 struct DirectoryCloser
@@ -80,6 +81,7 @@ public:
     void FindAlone(const TreePart& part, const ListEntry& entry)
     {
         isAlone = true;
+        plan.isPart = true;
         Find(Join(part.local, entry.path), Join(part.remote, entry.path), true);
     }
 
@@ -117,12 +119,28 @@ private:
     /// place.
     void NotePrivateMode(const std::string& local, const struct stat& status)
     {
-        const bool isKept = transfer.node.OffersObjects() && !options.isInPlace;
+        const bool isDirectory = S_ISDIR(status.st_mode);
+        const bool isKept = transfer.node.OffersObjects() && (isDirectory || !options.isInPlace);
         if (isKept || (status.st_mode & S_IROTH) != 0)
             return;
         transfer.tally.AddNote(
             MakeLocalFailure(local, Step::SetPermissions, FailureKind::Skipped,
-                             "others cannot read it here, but may on the server"));
+                             isDirectory ? "others cannot list it here, but may on the server"
+                                         : "others cannot read it here, but may on the server"));
+    }
+
+    /// An ordinary directory gets the mode that the host gives it, whose umask decides.
+    void PlanDirectory(const std::string& local, const std::string& remote,
+                       const struct stat& status)
+    {
+        UploadDirectory directory{remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))};
+        if (options.setsPermissions) {
+            NotePrivateMode(local, status);
+            const std::uint32_t mode = status.st_mode & (isAlone ? modeBits : newBits);
+            if (transfer.node.OffersObjects() && mode != ordinaryDirectory)
+                directory.mode = mode;
+        }
+        plan.directories.push_back(std::move(directory));
     }
 
     void AddFile(const std::string& local, const std::string& remote, const struct stat& status)
@@ -136,7 +154,7 @@ private:
         job.size = static_cast<std::uint64_t>(status.st_size);
         job.time = FileTime(std::chrono::seconds(status.st_mtim.tv_sec));
         if (options.setsPermissions) {
-            job.mode = status.st_mode & (isAlone ? modeBits : newFileBits);
+            job.mode = status.st_mode & (isAlone ? modeBits : newBits);
             NotePrivateMode(local, status);
             job.permissions.executable = (status.st_mode & S_IXUSR) != 0;
             job.permissions.readOnly = (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
@@ -153,13 +171,12 @@ private:
         if (!options.isRecursive && !isAlone)
             throw FileFailed(SkipLocal(local, "is a directory (use -r)"));
         if (isAlone) {
-            plan.directories.push_back(
-                {remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
+            PlanDirectory(local, remote, status);
             return;
         }
         // Closed again before the directories below are opened.
         const auto names = ReadNames(local);
-        plan.directories.push_back({remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))});
+        PlanDirectory(local, remote, status);
         above.push_back(status);
         for (const auto& name : names)
             Find(Join(local, name), Join(remote, name), false);

@@ -31,6 +31,7 @@ struct UploadDirectory
 {
     std::string remote;
     FileTime time;
+    std::optional<std::uint32_t> mode = {}; ///< at the source, if a new one is to get it
     bool isThere = false;
 };
 
@@ -40,6 +41,7 @@ struct UploadPlan
     std::vector<UploadDirectory> directories; ///< a directory comes before what is in it
     std::vector<UploadFile> small;            ///< each goes up in one call
     std::vector<UploadFile> large;            ///< each goes up in blocks
+    bool isPart = false;                      ///< of a tree; then all modes are set afterwards
 };
 
 /// A file could not be written: finds out if others will fail as well.

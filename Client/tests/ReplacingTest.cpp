@@ -11,11 +11,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -172,7 +178,8 @@ TEST_F(AReplacedFile, IsNeverReadableForMoreThanBeforeAmongManySmallOnes)
             return;
         for (const auto& entry : fs::directory_iterator(target)) {
             const auto name = entry.path().filename().string();
-            if (entry.file_size() == 0 || std::stoi(name.substr(IsPartName(name) ? 1 : 0)) % 3 == 0)
+            if (entry.is_directory() || entry.file_size() == 0 ||
+                std::stoi(name.substr(IsPartName(name) ? 1 : 0)) % 3 == 0)
                 continue;
             ++seen;
             EXPECT_EQ(GetMode(entry.path()) & 0007U, 0U) << entry.path();
@@ -185,6 +192,39 @@ TEST_F(AReplacedFile, IsNeverReadableForMoreThanBeforeAmongManySmallOnes)
     for (int i = 0; i < count; ++i)
         EXPECT_EQ(GetMode(target / std::to_string(i)), GetMode(tree / std::to_string(i)));
     ExpectSameTrees(tree, target);
+}
+
+TEST_F(AReplacedFile, CannotBeOpenedByOthersBeforeItsPartIsClosed)
+{
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    ASSERT_GE(watch, 0);
+    ASSERT_GE(inotify_add_watch(watch, root.GetPath().c_str(), IN_CREATE), 0);
+    const auto countMade = [watch] {
+        alignas(inotify_event) std::array<char, 65536> buffer{};
+        std::size_t count = 0;
+        for (ssize_t size = 0; (size = read(watch, buffer.data(), buffer.size())) > 0;)
+            for (ssize_t at = 0; at < size;) {
+                inotify_event event{};
+                std::memcpy(&event, buffer.data() + at, sizeof event);
+                at += static_cast<ssize_t>(sizeof event + event.len);
+                if ((event.mask & IN_ISDIR) == 0)
+                    ++count;
+            }
+        return count;
+    };
+    for (const std::size_t size : {smallSize, largeSize}) {
+        const auto items = MakeItem(size);
+        fs::permissions(items[0].local, fs::perms(0600));
+        const auto sent = fileSystem.Upload(items);
+        EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+        EXPECT_EQ(countMade(), 0U) << "each is moved there";
+        EXPECT_EQ(GetMode(Target()), 0600U);
+        EXPECT_TRUE(ReadFile(Target()) == MakeContent(size));
+        fs::remove(Target());
+        EXPECT_THAT(GetNames(), testing::IsEmpty());
+        fs::remove(items[0].local);
+    }
+    close(watch);
 }
 
 TEST_F(AReplacedFile, IsWholeThoughAnotherTransferOfItIsInterruptedMeanwhile)
@@ -382,6 +422,43 @@ TEST_F(AReplacedFile, IsRenamedAlthoughTheConnectionIsLostMeanwhile)
     }
 }
 
+TEST_F(AReplacedFile, IsClosedAndWholeAlthoughTheConnectionIsLostWhileItsPartIsMade)
+{
+    const auto names = connection.GetInfo().namespaces;
+    const auto index = static_cast<char>(
+        std::find(names.begin(), names.end(), "urn:Talvensor:FileObjects") - names.begin());
+    const std::string setPermissions{'\x01', index, '\x7E', '\x04'};
+    const std::string move{'\x01', index, '\x56', '\x04'};
+    const fs::path tree = local.GetPath() / "tree";
+    for (int i = 0; i < 300; ++i)
+        MakeFile(tree / std::to_string(i), smallSize);
+    for (const auto* const name : {"large", "larger"})
+        MakeFile(tree / name, largeSize);
+    for (const auto& entry : fs::directory_iterator(tree))
+        fs::permissions(entry.path(), fs::perms(0600));
+    int number = 0;
+    for (const auto& [bytes, occurrence] :
+         {std::pair(setPermissions, 1), {setPermissions, 2}, {move, 1}, {move, 2}, {move, 5}}) {
+        const fs::path target = root.GetPath() / std::to_string(++number);
+        Relay relay(host.GetPort());
+        auto options = MakeOptions(host);
+        options.url = relay.GetUrl();
+        Connection cut(options);
+        FileSystem again(cut);
+        relay.CutBefore(bytes, occurrence);
+        TransferOptions transfer;
+        transfer.isRecursive = true;
+        const auto sent = again.Upload({{tree.string(), target.string()}}, transfer);
+        EXPECT_TRUE(sent.IsComplete()) << Describe(sent);
+        EXPECT_TRUE(relay.HasCut());
+        ExpectSameTrees(tree, target);
+        for (const auto& entry : fs::directory_iterator(target))
+            EXPECT_EQ(GetMode(entry.path()), 0600U) << entry.path();
+        for (const auto& entry : fs::directory_iterator(root.GetPath()))
+            EXPECT_FALSE(IsPartName(entry.path().filename().string())) << entry.path();
+    }
+}
+
 TEST_F(AReplacedFile, CountsAsRenamedOnlyIfTheTargetIsTheFileThatWasSent)
 {
     const auto names = connection.GetInfo().namespaces;
@@ -499,6 +576,42 @@ TEST(APartName, IsRecognised)
     EXPECT_NE(GetRemotePartName("file", "here", "1"), GetRemotePartName("file", "there", "1"));
     EXPECT_NE(GetRemotePartName("file", "here", "1"), GetRemotePartName("file", "here", "2"));
     EXPECT_NE(MakeRemotePartName("file"), MakeRemotePartName("file"));
+}
+
+TEST(APart, IsClosedToOthersBeforeItHasContent)
+{
+    const TemporaryFolder folder;
+    const int directory = open(folder.GetPath().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (const bool wasThere : {false, true}) {
+        const auto path = folder.GetPath() / (wasThere ? "old" : "new");
+        if (wasThere)
+            WriteFile(path, "x");
+        PartFile part(directory, "file", path.filename().string(), "file", true, 0400);
+        EXPECT_EQ(static_cast<unsigned int>(fs::status(path).permissions()), 0600U);
+        part.Finish(std::nullopt);
+        EXPECT_EQ(static_cast<unsigned int>(fs::status(folder.GetPath() / "file").permissions()),
+                  0400U);
+    }
+    close(directory);
+}
+
+TEST(AnAsideName, IsThatOfAPartAndToldFromOne)
+{
+    for (const auto& path : {std::string("file"), std::string("a/b/file"), std::string(250, 'x')}) {
+        const auto name = MakeAsideName(path).substr(path.rfind('/') + 1);
+        EXPECT_TRUE(IsAsideName(name)) << name;
+        EXPECT_TRUE(IsPartName(name)) << name;
+        EXPECT_LE(name.size(), 255U);
+    }
+    EXPECT_TRUE(MakeAsideName("a/b/file").starts_with("a/b/.file.talvensor-part-0-"));
+    EXPECT_NE(MakeAsideName("file"), MakeAsideName("file"));
+    EXPECT_FALSE(IsAsideName(GetPartName("file")));
+    EXPECT_FALSE(IsAsideName(GetPartName(".file.talvensor-part-0-0123456789abcdef")));
+    EXPECT_FALSE(IsAsideName(MakeRemotePartName("file")));
+    EXPECT_FALSE(IsAsideName(GetRemotePartName("file", "here", "1")));
+    EXPECT_FALSE(IsAsideName(".file.talvensor-part-0-0123456789abcde"));
+    EXPECT_FALSE(IsAsideName(".file-0-0123456789abcdef"));
+    EXPECT_FALSE(IsAsideName("file"));
 }
 
 } // namespace

@@ -104,10 +104,12 @@ public:
     void CreateDirectory(const std::string& path, const Cancellation* cancellation = nullptr);
 
     /// Deletes files, and directories with all that is in them. The paths that are there afterwards
-    /// are the failures, and so are those that were missing before, unless `mayBeMissing`.
+    /// are the failures, and so are those that were missing before, unless `mayBeMissing`: these
+    /// are appended to `missing` then, if it is there.
     [[nodiscard]] std::vector<Failure> Delete(const std::vector<std::string>& paths,
                                               bool mayBeMissing = false,
-                                              const Cancellation* cancellation = nullptr);
+                                              const Cancellation* cancellation = nullptr,
+                                              std::vector<std::string>* missing = nullptr);
 
     /// Returns none when there is nothing at the path or its time cannot be read.
     [[nodiscard]] std::optional<FileTime> GetTime(const std::string& path,

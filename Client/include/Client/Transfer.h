@@ -117,10 +117,11 @@ struct TransferOptions
     bool followsLinks = false;
     /// Sets the times of files and directories as they are at the source.
     bool setsTimes = true;
-    /// Sets permissions. With file objects, new remote files and all fetched files get those of the
-    /// source, without those that the umask takes (of remote files 022; nothing is taken of the
-    /// parts of a tree); without them, an upload sets what the server's flags can say, executable
-    /// where the owner may execute and read-only where nobody may write, and a download sets none.
+    /// Sets permissions. With file objects, new remote files, all fetched files and new directories
+    /// get those of the source, without those that the umask takes (at the server 022; nothing is
+    /// taken of the parts of a tree); without them, an upload sets what the server's flags can say,
+    /// executable where the owner may execute and read-only where nobody may write, and a download
+    /// sets none.
     bool setsPermissions = true;
     /// Uploads only: writes into the target itself, which others see half meanwhile, and which a
     /// link leads to. Otherwise, where the server has file objects, a file is written beside its
@@ -146,7 +147,8 @@ struct TransferResult
     std::chrono::nanoseconds duration{0};
     std::vector<Failure> failures;
     /// Things left out, or done in part, which are no failures: links and special files in a local
-    /// tree, files whose private mode the server cannot keep.
+    /// tree, files and directories whose private mode the server cannot keep, and directories that
+    /// were there and are more open than their source.
     std::vector<Failure> notes;
     /// Files that were begun and are not whole: after a cancellation, a lost connection or a
     /// failure. Remote files are those that hold a part of the source, the targets themselves only
@@ -169,5 +171,12 @@ struct TransferResult
 /// Returns true for a file name of the form that parts have, here and on the server, also those
 /// that its file objects write.
 [[nodiscard]] bool IsPartName(std::string_view name);
+
+/// Returns a name beside a path, which nobody else uses, for what has to give way to something else
+/// for a while. It is one of IsPartName, too: no transfer touches it.
+[[nodiscard]] std::string MakeAsideName(const std::string& path);
+
+/// Returns true for a file name of that form.
+[[nodiscard]] bool IsAsideName(std::string_view name);
 
 } // namespace Client

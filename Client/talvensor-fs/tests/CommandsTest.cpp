@@ -272,7 +272,8 @@ TEST_P(TheCommands, DeleteWhatTheyAreToldAndNoMore)
 {
     fs::create_directories(desk.GetRemote("d/e"));
     WriteFile(desk.GetRemote("a"), "");
-    ExpectFailed(Run({"rm", "a", "d", "missing"}), "d: is a directory (use -r)");
+    ExpectFailed(Run({"rm", "a", "d", "missing"}),
+                 "d (remote): cannot delete: is a directory (use -r)");
     EXPECT_FALSE(fs::exists(desk.GetRemote("a")));
     EXPECT_TRUE(fs::exists(desk.GetRemote("d/e")));
     ExpectDone(Run({"rm", "-r", "d"}));

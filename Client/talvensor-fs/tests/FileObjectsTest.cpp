@@ -155,7 +155,7 @@ TEST_F(AServerWithFileObjects, TellsProgramsWhatItChanged)
     EXPECT_THAT(run({"touch", "m"}), ElementsAre(done("m")));
     EXPECT_THAT(run({"chmod", "755", "m", "m/n"}), ElementsAre(done("m"), done("m/n")));
     EXPECT_THAT(run({"chmod", "+x", "large"}), ElementsAre(done("large")));
-    EXPECT_THAT(run({"rm", "-rf", "m/n", "nothing"}), ElementsAre(done("m/n"), done("nothing")));
+    EXPECT_THAT(run({"rm", "-rf", "m/n", "nothing"}), ElementsAre(done("m/n")));
     EXPECT_THAT(
         run({"cp", "large", "m"}),
         ElementsAre(
@@ -164,7 +164,7 @@ TEST_F(AServerWithFileObjects, TellsProgramsWhatItChanged)
     ASSERT_EQ(moved.size(), 2U);
     EXPECT_EQ(moved[0]["path"], "nothing");
     EXPECT_EQ(moved[0]["done"], false);
-    EXPECT_EQ(moved[0]["reason"], "nothing: No such file or directory");
+    EXPECT_EQ(moved[0]["reason"], "nothing (remote): cannot rename: No such file or directory");
     EXPECT_EQ(moved[1]["target"], "d/large");
     EXPECT_EQ(moved[1]["done"], true);
 }
@@ -181,7 +181,7 @@ TEST_F(AServerWithFileObjects, TellsProgramsWhatItDidNotChange)
         EXPECT_EQ(result.error, "talvensor-fs: " + reason + "\n");
         return reason;
     };
-    EXPECT_EQ(getReason({"rm", "d"}), "d: is a directory (use -r)");
+    EXPECT_EQ(getReason({"rm", "d"}), "d (remote): cannot delete: is a directory (use -r)");
     EXPECT_EQ(getReason({"rm", "nothing"}),
               "nothing (remote): cannot delete: No such file or directory");
     EXPECT_EQ(getReason({"mkdir", "large"}),
@@ -190,8 +190,23 @@ TEST_F(AServerWithFileObjects, TellsProgramsWhatItDidNotChange)
               "nothing (remote): cannot set the time: No such file or directory");
     EXPECT_EQ(getReason({"chmod", "+x", "d"}),
               "d (remote): cannot set the permissions: is a directory");
-    EXPECT_EQ(getReason({"cp", "d", "x"}), "d: is a directory (use -r)");
+    EXPECT_EQ(getReason({"cp", "d", "x"}), "d (remote): cannot copy: is a directory (use -r)");
+    EXPECT_EQ(getReason({"cp", "nothing", "x"}),
+              "nothing (remote): cannot copy: No such file or directory");
     EXPECT_THAT(getReason({"mv", "d", "d/e"}), StartsWith("d (remote): cannot rename to d/e/d: "));
+}
+
+TEST_F(AServerWithFileObjects, NamesATargetThatIsNoDirectory)
+{
+    const auto getError = [this](const std::string& command) {
+        const auto result = Run({command, "d/five", "d/e", "large"});
+        EXPECT_EQ(result.status, 1);
+        return result.error;
+    };
+    EXPECT_EQ(getError("mv"),
+              "talvensor-fs: large (remote): cannot rename into it: Not a directory\n");
+    EXPECT_EQ(getError("cp"),
+              "talvensor-fs: large (remote): cannot copy into it: Not a directory\n");
 }
 
 TEST_F(AServerWithFileObjects, TellsProgramsTheBytesOfNames)

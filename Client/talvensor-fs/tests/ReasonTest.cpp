@@ -73,7 +73,8 @@ TEST_F(AServerWithReasons, RenamesAndMoves)
     EXPECT_EQ(ReadFile(desk.GetRemote("directory/two")), "2");
     const auto result = Run({"mv", "nothing", "directory/two", "."});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.error, "talvensor-fs: nothing: No such file or directory\n");
+    EXPECT_EQ(result.error,
+              "talvensor-fs: nothing (remote): cannot rename: No such file or directory\n");
     EXPECT_TRUE(fs::exists(desk.GetRemote("two")));
 }
 
@@ -81,7 +82,8 @@ TEST_F(AServerWithReasons, Copies)
 {
     fs::create_directories(desk.GetRemote("tree/below"));
     WriteFile(desk.GetRemote("tree/below/file"), "1");
-    EXPECT_THAT(Run({"cp", "tree", "copy"}).error, HasSubstr("tree: is a directory (use -r)"));
+    EXPECT_THAT(Run({"cp", "tree", "copy"}).error,
+                HasSubstr("tree (remote): cannot copy: is a directory (use -r)"));
     EXPECT_EQ(Run({"cp", "-r", "tree", "copy"}).error, "");
     EXPECT_EQ(ReadFile(desk.GetRemote("copy/below/file")), "1");
     EXPECT_EQ(Run({"cp", "copy/below/file", "file"}).error, "");

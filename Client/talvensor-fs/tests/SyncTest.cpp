@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <sstream>
 #include <thread>
@@ -313,7 +314,63 @@ TEST_P(ASync, NeedsOneRemoteSide)
         EXPECT_EQ(Sync(arguments).status, 2);
     EXPECT_EQ(Sync({"nothing", "remote:dst"}).status, 1);
     EXPECT_EQ(Sync({"remote:nothing", "dst"}).status, 1);
-    EXPECT_THAT(Sync({"src/top", "remote:dst"}).error, HasSubstr("Not a directory"));
+    EXPECT_THAT(Sync({"src/top", "remote:dst"}).error,
+                HasSubstr("src/top (local): cannot list: Not a directory"));
+}
+
+TEST_P(ASync, ReportsWhatAnInterruptedOneSetAsideAndKeepsIt)
+{
+    const std::vector<std::string> names{".top.talvensor-part-0-0123456789abcdef",
+                                         "a/.one.talvensor-part-0-fedcba9876543210"};
+    const std::string directory = "a/.b.talvensor-part-0-0000000000000000";
+    const std::string part = ".top.talvensor-part-0123456789abcdef";
+    const auto make = [&](const fs::path& top) {
+        fs::create_directories(top / directory);
+        WriteFile(top / directory / "below", "b");
+        for (const auto& name : names)
+            WriteFile(top / name, "n");
+        WriteFile(top / part, "p");
+    };
+    make(desk.GetRemote("dst"));
+    make(desk.GetLocal("back"));
+    WriteFile(desk.GetLocal("src/.top.talvensor-part-0-1111111111111111"), "not at the target");
+    const auto count = [](const std::string& text, const std::string& wanted) {
+        std::size_t found = 0;
+        for (auto at = text.find(wanted); at != std::string::npos; at = text.find(wanted, at + 1))
+            ++found;
+        return found;
+    };
+    const auto expectReport = [&](const Result& result, const std::string& top,
+                                  const std::string& side) {
+        EXPECT_EQ(result.status, 0) << result.error;
+        for (const auto& name : {names[0], names[1], directory})
+            EXPECT_THAT(result.error, HasSubstr(top + "/" + name + " (" + side +
+                                                "): holds what an interrupted sync set aside"));
+        EXPECT_EQ(count(result.error, "set aside"), 3U) << result.error;
+    };
+    expectReport(Sync({"-n", "--delete", "src", "remote:dst"}), "dst", "remote");
+    expectReport(Sync({"--delete", "src", "remote:dst"}), "dst", "remote");
+    expectReport(Sync({"--delete", "remote:dst", "back"}), "back", "local");
+    for (const auto& top : {desk.GetRemote("dst"), desk.GetLocal("back")}) {
+        EXPECT_EQ(ReadFile(top / names[1]), "n");
+        EXPECT_EQ(ReadFile(top / directory / "below"), "b");
+    }
+}
+
+TEST_P(ASync, SendsAFileOfTheLastSecondBefore1970Once)
+{
+    const std::array<timespec, 2> times{timespec{-1, 0}, timespec{-1, 0}};
+    for (const auto* const name : {"src/a/one", "src/empty"})
+        ASSERT_EQ(utimensat(AT_FDCWD, desk.GetLocal(name).c_str(), times.data(), 0), 0);
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["sent"], 3);
+    const auto again = SyncWell({"src", "remote:dst"});
+    EXPECT_EQ(again["sent"], 0);
+    EXPECT_EQ(again["same"], 3);
+    EXPECT_EQ(SyncWell({"remote:dst", "back"})["sent"], 3);
+    EXPECT_EQ(SyncWell({"remote:dst", "back"})["sent"], 0);
+    Write("src/a/one", "longer");
+    ASSERT_EQ(utimensat(AT_FDCWD, desk.GetLocal("src/a/one").c_str(), times.data(), 0), 0);
+    EXPECT_EQ(SyncWell({"src", "remote:dst"})["sent"], 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(FileObjects, ASync, testing::Bool(),
@@ -361,6 +418,31 @@ TEST_P(ASyncWithFileObjects, KeepsPermissions)
     EXPECT_EQ(fs::status(desk.GetLocal("back/top")).permissions(), mode);
 }
 
+TEST_P(ASyncWithFileObjects, ClosesTheTargetsThatItMakes)
+{
+    constexpr auto closed = static_cast<fs::perms>(0700);
+    fs::permissions(desk.GetLocal("src"), closed);
+    (void)SyncWell({"src", "remote:dst"});
+    EXPECT_EQ(fs::status(desk.GetRemote("dst")).permissions(), closed);
+    (void)SyncWell({"remote:dst", "back"});
+    EXPECT_EQ(fs::status(desk.GetLocal("back")).permissions(), closed);
+}
+
+TEST_P(ASyncWithFileObjects, ClosesADirectoryBeforeItFillsIt)
+{
+    constexpr auto closed = static_cast<fs::perms>(0500);
+    (void)SyncWell({"src", "remote:dst"});
+    MakeMarkedFile(desk.GetLocal("src/a/large"), 16U << 20U);
+    fs::permissions(desk.GetLocal("src/a"), closed);
+    Terminal terminal(desk,
+                      {"--security", "plain", "sync", "--bwlimit", "100", "src", "remote:dst"});
+    ASSERT_TRUE(terminal.WaitFor("dst/a/large  ")) << terminal.GetSeen();
+    EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), fs::perms::owner_all);
+    terminal.Type(controlC);
+    EXPECT_EQ(terminal.WaitForEnd(), 130);
+    fs::permissions(desk.GetLocal("src/a"), fs::perms::owner_all);
+}
+
 TEST_P(ASyncWithFileObjects, SetsThePermissionsOfAllThatWasSentThoughSomethingFailed)
 {
     (void)SyncWell({"src", "remote:dst"});
@@ -399,6 +481,44 @@ TEST_P(ASyncWithFileObjects, GivesBackADirectoryWhenItIsInterrupted)
     EXPECT_TRUE(AreSame(desk.GetLocal("src/top"), desk.GetRemote("dst/top")));
     EXPECT_THAT(GetNames(desk.GetRemote("dst")),
                 testing::UnorderedElementsAre("top", "a", "empty"));
+}
+
+TEST_P(ASyncWithFileObjects, IsToldOfByTheNextOneWhenASecondInterruptionEndsIt)
+{
+    constexpr std::size_t size = 16U << 20U;
+    const auto findAside = [](const fs::path& directory) {
+        const auto names = GetNames(directory);
+        const auto found = std::find_if(names.begin(), names.end(), Client::IsAsideName);
+        return found == names.end() ? std::string() : *found;
+    };
+    const auto breakOff = [&](const std::string& from, const std::string& to) {
+        Terminal terminal(
+            desk, {"--security", "plain", "sync", "--delete", "--bwlimit", "100", from, to});
+        EXPECT_TRUE(terminal.WaitFor("/top  ")) << terminal.GetSeen();
+        kill(desk.host.GetProcess(), SIGSTOP); // so that nothing can be put back in order
+        EXPECT_EQ(terminal.TypeUntilEnd(controlC), 130);
+        kill(desk.host.GetProcess(), SIGCONT);
+    };
+    fs::remove(desk.GetLocal("src/top"));
+    MakeMarkedFile(desk.GetLocal("src/top"), size);
+    for (const auto& top : {desk.GetRemote("dst"), desk.GetLocal("back")}) {
+        fs::create_directories(top / "top");
+        WriteFile(top / "top/kept", "k");
+    }
+
+    breakOff("src", "remote:dst");
+    const auto remote = findAside(desk.GetRemote("dst"));
+    ASSERT_NE(remote, "");
+    const auto up = Sync({"--delete", "src", "remote:dst"});
+    EXPECT_THAT(up.error, HasSubstr("dst/" + remote + " (remote): holds what an interrupted"));
+    EXPECT_EQ(ReadFile(desk.GetRemote("dst") / remote / "kept"), "k");
+
+    breakOff("remote:dst", "back");
+    const auto local = findAside(desk.GetLocal("back"));
+    ASSERT_NE(local, "");
+    const auto down = Sync({"--delete", "remote:dst", "back"});
+    EXPECT_THAT(down.error, HasSubstr("back/" + local + " (local): holds what an interrupted"));
+    EXPECT_EQ(ReadFile(desk.GetLocal("back") / local / "kept"), "k");
 }
 
 TEST_P(ASyncWithFileObjects, ForgetsNothingThatGaveWayWhenItIsInterruptedMeanwhile)
@@ -488,6 +608,25 @@ ClientTest::HostStart StartUnprivileged()
         start.user = 65534;
     }
     return start;
+}
+
+TEST(APutToAHostThatIsNotRoot, FillsDirectoriesThatBecomeReadOnly)
+{
+    const Desk desk{WithObjects(), StartUnprivileged()};
+    fs::create_directories(desk.GetLocal("tree/a/b"));
+    WriteFile(desk.GetLocal("tree/a/b/file"), "f");
+    constexpr auto readOnly = static_cast<fs::perms>(0500);
+    for (const auto* const name : {"tree/a/b", "tree/a"})
+        fs::permissions(desk.GetLocal(name), readOnly);
+    const auto result = desk.Run({"--security", "plain", "-q", "put", "-r", "tree", "."});
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(ReadFile(desk.GetRemote("tree/a/b/file")), "f");
+    for (const auto* const name : {"tree/a", "tree/a/b"}) {
+        EXPECT_EQ(fs::status(desk.GetRemote(name)).permissions(), readOnly) << name;
+        fs::permissions(desk.GetLocal(name), fs::perms::owner_all);
+        fs::permissions(desk.GetRemote(name), fs::perms::owner_all);
+    }
 }
 
 TEST(ASyncToAHostThatIsNotRoot, DeletesInADirectoryThatBecomesReadOnly)

@@ -6,6 +6,7 @@
 #include "Output/Json.h"
 #include "Output/Text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -34,7 +35,9 @@ std::vector<std::string> KeepFiles(const std::vector<std::string>& paths,
     for (const auto& path : paths) {
         const auto kind = workplace.remote.GetFiles().GetKind(path, &workplace.cancellation);
         if (kind == Client::Kind::Directory)
-            changes.AddFailed(path, path + ": is a directory (use -r)");
+            changes.AddFailed(path, Client::Describe({.path = path,
+                                                      .step = Client::Step::Delete,
+                                                      .cause = "is a directory (use -r)"}));
         else
             files.push_back(path);
     }
@@ -146,14 +149,15 @@ ExitStatus Run(const RemoveCommand& command, const Workplace& workplace)
     if (!command.isRecursive)
         paths = KeepFiles(paths, workplace, changes);
     std::map<std::string, std::string> reasons;
+    std::vector<std::string> missing;
     if (!paths.empty())
-        for (const auto& failure : workplace.remote.GetFiles().Delete(paths, command.mayBeMissing,
-                                                                      &workplace.cancellation))
+        for (const auto& failure : workplace.remote.GetFiles().Delete(
+                 paths, command.mayBeMissing, &workplace.cancellation, &missing))
             reasons.emplace(failure.path, Client::Describe(failure));
     for (const auto& path : paths) {
         if (const auto found = reasons.find(path); found != reasons.end())
             changes.AddFailed(path, found->second);
-        else
+        else if (std::find(missing.begin(), missing.end(), path) == missing.end())
             changes.AddDone(path);
     }
     return changes.Conclude();

@@ -21,6 +21,13 @@ struct Relocation
     Client::EntryState state; ///< of the source
 };
 
+/// Returns the line of a failure: `verb` is "rename" or "copy", and perhaps says where to.
+std::string DescribeFailure(const std::string& path, const std::string& verb,
+                            const std::string& cause)
+{
+    return fmt::format("{} (remote): cannot {}: {}", path, verb, cause);
+}
+
 /// Returns the words of a failure without the path, which stands before them.
 std::string GetCause(const std::string& path, const std::string& reason)
 {
@@ -29,9 +36,10 @@ std::string GetCause(const std::string& path, const std::string& reason)
 }
 
 /// Finds targets as mv and cp do: below a directory, otherwise the new name. Sources that are
-/// missing are failures. Throws InvalidArgumentException, OperationFailedException.
+/// missing are failures; `verb` says of what. Throws InvalidArgumentException,
+/// OperationFailedException.
 std::vector<Relocation> FindTargets(const RelocationCommand& command, const Workplace& workplace,
-                                    Changes& changes)
+                                    const char* verb, Changes& changes)
 {
     Client::FileObjects objects(workplace.remote.GetConnection());
     if (!objects.AreOffered())
@@ -48,13 +56,15 @@ std::vector<Relocation> FindTargets(const RelocationCommand& command, const Work
     const auto states = objects.GetStates(paths, &workplace.cancellation);
     const bool isDirectory = states.front().kind == Client::Kind::Directory;
     if (!isDirectory && (command.sources.size() > 1 || command.target.ends_with('/')))
-        throw Client::OperationFailedException(command.target + ": Not a directory");
+        throw Client::OperationFailedException(
+            DescribeFailure(command.target, verb + std::string(" into it"), "Not a directory"));
     std::vector<Relocation> found;
     for (std::size_t i = 1; i < paths.size(); ++i) {
         const auto& source = paths[i];
         const auto own = isDirectory ? JoinPath(target, GetBaseName(source)) : target;
         if (states[i].kind == Client::Kind::Missing)
-            changes.AddFailed(source, source + ": " + states[i].reason, own);
+            changes.AddFailed(
+                source, DescribeFailure(source, verb, GetCause(source, states[i].reason)), own);
         else
             found.push_back({source, own, states[i]});
     }
@@ -79,7 +89,7 @@ void CheckThatTargetsDiffer(const std::vector<Relocation>& relocations)
 ExitStatus Run(const MoveCommand& command, const Workplace& workplace)
 {
     Changes changes(workplace);
-    const auto found = FindTargets(command, workplace, changes);
+    const auto found = FindTargets(command, workplace, "rename", changes);
     CheckThatTargetsDiffer(found);
     std::vector<Client::Renaming> renamings;
     renamings.reserve(found.size());
@@ -92,10 +102,10 @@ ExitStatus Run(const MoveCommand& command, const Workplace& workplace)
         if (results[i].IsGood())
             changes.AddDone(source, target);
         else
-            changes.AddFailed(source,
-                              fmt::format("{} (remote): cannot rename to {}: {}", source, target,
-                                          GetCause(target, results[i].reason)),
-                              target);
+            changes.AddFailed(
+                source,
+                DescribeFailure(source, "rename to " + target, GetCause(target, results[i].reason)),
+                target);
     }
     return changes.Conclude();
 }
@@ -103,14 +113,15 @@ ExitStatus Run(const MoveCommand& command, const Workplace& workplace)
 ExitStatus Run(const CopyCommand& command, const Workplace& workplace)
 {
     Changes changes(workplace);
-    const auto found = FindTargets(command, workplace, changes);
+    const auto found = FindTargets(command, workplace, "copy", changes);
     CheckThatTargetsDiffer(found);
     Client::FileObjects objects(workplace.remote.GetConnection());
     for (const auto& relocation : found) {
         const auto& source = relocation.source;
         const auto& target = relocation.target;
         if (relocation.state.kind == Client::Kind::Directory && !command.isRecursive)
-            changes.AddFailed(source, source + ": is a directory (use -r)", target);
+            changes.AddFailed(source, DescribeFailure(source, "copy", "is a directory (use -r)"),
+                              target);
         else
             changes.Do(
                 source, [&] { objects.Copy(source, target, true, &workplace.cancellation); },

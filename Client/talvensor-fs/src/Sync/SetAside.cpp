@@ -2,11 +2,7 @@
 
 #include "Client/Transfer.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <cstdint>
-#include <random>
 #include <utility>
 
 namespace Cli {
@@ -16,17 +12,6 @@ namespace {
 constexpr const char* isKept = ": what was there is kept as ";
 constexpr const char* mayBeKept = ": what was there may be kept, or a part of it, as ";
 
-/// Returns a name beside the path that nobody else uses, and that no transfer touches.
-std::string MakeNameAside(const std::string& path)
-{
-    constexpr std::size_t keptOfName = 200; // with the rest a name takes 255 bytes at most
-    std::random_device random;
-    const auto number = std::uniform_int_distribution<std::uint64_t>()(random);
-    const auto begin = path.rfind('/') + 1; // 0 where there is none
-    return Client::GetPartName(path.substr(0, begin + keptOfName)) +
-           fmt::format("-{:016x}", number);
-}
-
 } // namespace
 
 void SetAside::Add(const std::vector<std::string>& paths)
@@ -34,7 +19,7 @@ void SetAside::Add(const std::vector<std::string>& paths)
     if (paths.empty())
         return;
     for (const auto& path : paths)
-        names.emplace_back(path, MakeNameAside(path));
+        names.emplace_back(path, Client::MakeAsideName(path));
     try {
         names = target.Rename(names);
     } catch (const Client::ClientException&) {

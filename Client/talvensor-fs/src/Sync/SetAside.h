@@ -10,8 +10,8 @@
 
 namespace Cli {
 
-/// Entries of the target that give way to others of another type. Each has a name like that of an
-/// unfinished transfer beside its own until the other one has come. One thread.
+/// Entries of the target that give way to others of another type. Each has a name beside its own
+/// (Client::IsAsideName) until the other one has come. One thread.
 class SetAside
 {
 public:

@@ -28,6 +28,15 @@ namespace Cli {
 
 namespace {
 
+constexpr std::uint32_t permissionBits = 0777;
+
+/// Returns true for the mode of a directory that not everybody may list and enter.
+bool IsClosed(std::uint32_t mode)
+{
+    constexpr std::uint32_t open = 0055;
+    return (mode & open) != open;
+}
+
 bool IsAtOrBelow(const std::string& path, const std::string& top)
 {
     return path.starts_with(top) && (path.size() == top.size() || path[top.size()] == '/');
@@ -105,10 +114,11 @@ public:
     }
 
 private:
-    ScanReport MakeReport()
+    ScanReport MakeReport(bool isSource)
     {
         return {.note = [this](const std::string& text) { workplace.console.Report(text); },
-                .fail = GetFail()};
+                .fail = GetFail(),
+                .notesAside = !isSource};
     }
 
     SyncTarget::Fail GetFail()
@@ -127,7 +137,7 @@ private:
     SyncTree ScanLocalSide()
     {
         return ScanLocal(local, exclusions, command.followsLinks ? Links::Followed : Links::Skipped,
-                         MakeReport(), workplace.cancellation);
+                         MakeReport(true), workplace.cancellation);
     }
 
     /// A target that is missing is made by the transfer.
@@ -136,7 +146,8 @@ private:
         struct stat status = {};
         if (stat(local.c_str(), &status) != 0 && errno == ENOENT)
             return {};
-        return ScanLocal(local, exclusions, Links::Shown, MakeReport(), workplace.cancellation);
+        return ScanLocal(local, exclusions, Links::Shown, MakeReport(false),
+                         workplace.cancellation);
     }
 
     SyncTree ScanRemoteSide(bool isSource)
@@ -144,14 +155,30 @@ private:
         auto& files = workplace.remote.GetFiles();
         const auto kind = files.GetKind(remote, &workplace.cancellation);
         if (kind == Client::Kind::File)
-            throw Client::OperationFailedException(remote + ": Not a directory");
+            throw Client::OperationFailedException(remote +
+                                                   " (remote): cannot list: Not a directory");
         if (kind == Client::Kind::Directory)
-            return ScanRemote(remote, exclusions, MakeReport(), workplace);
+            return ScanRemote(remote, exclusions, MakeReport(isSource), workplace);
         if (isSource)
-            throw Client::OperationFailedException(remote + ": No such file or directory");
+            throw Client::OperationFailedException(
+                remote + " (remote): cannot list: No such file or directory");
         if (!command.isTrial)
-            files.CreateDirectory(remote, &workplace.cancellation);
+            MakeRemoteTop();
         return {};
+    }
+
+    /// Nobody who cannot list the source lists the target.
+    void MakeRemoteTop()
+    {
+        workplace.remote.GetFiles().CreateDirectory(remote, &workplace.cancellation);
+        struct stat status = {};
+        if (!objects.AreOffered() || stat(local.c_str(), &status) != 0 || !IsClosed(status.st_mode))
+            return;
+        const auto result = objects.SetPermissions(
+            {remote}, {(status.st_mode & permissionBits) | S_IRWXU}, &workplace.cancellation);
+        if (!result.front().IsGood())
+            throw Client::OperationFailedException(
+                remote + " (remote): cannot set the permissions: " + result.front().reason);
     }
 
     /// Asks for the sizes of remote files whose times do not differ already.
@@ -243,6 +270,7 @@ private:
         else
             DeleteBefore(plan);
         summary.directories = plan.made;
+        CloseDirectories(plan);
         TransferAll(plan, aside);
         aside.PutBack([this](const auto& path) { return HasFailed(path); });
         const auto replaced = aside.Delete();
@@ -257,6 +285,18 @@ private:
         target.SetPermissions(plan.permissions);
         // Last, since nothing is deleted in a directory that cannot be written.
         target.SetPermissions(plan.directories);
+    }
+
+    /// Before anything goes into them: those that have to be closed to more than they are.
+    void CloseDirectories(const SyncPlan& plan)
+    {
+        auto closed = plan.permissions;
+        std::erase_if(closed, [](const SyncEntry& entry) {
+            return entry.type != EntryType::Directory || !IsClosed(entry.permissions.value_or(0));
+        });
+        for (auto& entry : closed)
+            entry.permissions = entry.permissions.value_or(0) | S_IRWXU;
+        target.SetPermissions(closed);
     }
 
     /// An exception finds all back that was set aside.
@@ -342,9 +382,11 @@ private:
     {
         if (part.entries.empty())
             return;
-        const auto result = Move(part);
+        auto result = Move(part);
         summary.sent += result.files;
         summary.bytes += result.bytes;
+        std::erase_if(result.notes,
+                      [this](const auto& note) { return !noted.insert(note.path).second; });
         ReportNotes(workplace.console, result.notes);
         ReportFailures(workplace.console, result.failures);
         for (const auto& failure : result.failures)
@@ -421,6 +463,7 @@ private:
     const Exclusions exclusions;
     SyncTarget target;
     std::unordered_set<std::string> failed; // paths that were not sent, and what holds them
+    std::unordered_set<std::string> noted;  // paths
     const Client::Cancellation none;        // the result is wanted after an interruption, too
     Output output;
     SyncSummary summary;

@@ -18,6 +18,8 @@ namespace Cli {
 namespace {
 
 constexpr std::uint32_t modeBits = 0777;
+/// A server without file objects can tell every time but this one.
+constexpr Client::FileTime untold{std::chrono::seconds(-1)};
 
 std::string Below(const std::string& directory, const std::string& name)
 {
@@ -39,6 +41,15 @@ void Leave(SyncTree& tree, const std::string& path)
     tree.left.insert(path);
     const auto slash = path.rfind('/');
     Keep(tree, path.substr(0, slash == std::string::npos ? 0 : slash));
+}
+
+/// Nobody else tells of what a run set aside that was ended by force.
+void NoteAside(const ScanReport& report, const std::string& path, const char* side)
+{
+    if (report.notesAside &&
+        Client::IsAsideName(std::string_view(path).substr(path.rfind('/') + 1)))
+        report.note(path + " (" + side +
+                    "): holds what an interrupted sync set aside; it is not deleted");
 }
 
 struct DirectoryCloser
@@ -75,8 +86,8 @@ private:
 
     [[noreturn]] static void Fail(const std::string& path, int error)
     {
-        throw Client::OperationFailedException(path + ": " +
-                                               std::generic_category().message(error));
+        throw Client::OperationFailedException(
+            path + " (local): cannot list: " + std::generic_category().message(error));
     }
 
     /// Returns false, with errno, when the directory cannot be listed.
@@ -112,6 +123,7 @@ private:
         const bool isLink = S_ISLNK(status.st_mode);
         struct stat followed = status;
         const bool leadsSomewhere = !isLink || fstatat(descriptor, name.c_str(), &followed, 0) == 0;
+        NoteAside(report, JoinPath(top, path), "local");
         // As the server sees it, which follows links.
         if (exclusions.Take(path, S_ISDIR(followed.st_mode)) || Client::IsPartName(name)) {
             Keep(tree, directory);
@@ -261,7 +273,7 @@ private:
                 Add({.path = entry.path,
                      .type = entry.isDirectory ? EntryType::Directory : EntryType::File,
                      .size = std::nullopt,
-                     .time = entry.time,
+                     .time = entry.time.value_or(untold),
                      .permissions = std::nullopt});
         }
     }
@@ -274,6 +286,7 @@ private:
             FailListing(path, "its path leads out of the directory");
             return false;
         }
+        NoteAside(report, JoinPath(top, path), "remote");
         if (!exclusions.Take(path, isDirectory) &&
             !Client::IsPartName(std::string_view(path).substr(begin)))
             return true;

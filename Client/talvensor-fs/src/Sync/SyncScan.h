@@ -35,6 +35,7 @@ struct ScanReport
 {
     std::function<void(const std::string&)> note;
     std::function<void(const std::string&)> fail;
+    bool notesAside = false; ///< what an interrupted run set aside, as at a target
 };
 
 /// The links in a local tree.
