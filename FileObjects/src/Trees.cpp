@@ -54,8 +54,9 @@ public:
     void Run(const std::string& subject) { DeleteContents(top, subject, 1); }
 
 private:
-    /// The rounds through a directory that another process may be filling.
-    static constexpr std::size_t mostRounds = 4;
+    /// The rounds through a directory that another process may be filling: more than file systems
+    /// need that lose their place.
+    static constexpr std::size_t mostRounds = 100;
 
     /// The paths that are kept of directories that were moved up: they take little memory.
     static constexpr std::size_t mostPaths = 1000;

@@ -16,8 +16,9 @@ namespace {
 /// The levels of directories that are open at once.
 constexpr std::size_t deepest = 128;
 
-/// The rounds through a directory that another process may be filling.
-constexpr std::size_t mostRounds = 4;
+/// The rounds through a directory that another process may be filling: more than file systems need
+/// that lose their place.
+constexpr std::size_t mostRounds = 100;
 
 struct CloseDirectory
 {

@@ -22,12 +22,12 @@ constexpr const char* putFooter =
     "With --in-place, and on a server without file objects, put writes into the target "
     "itself: others see a part of the file meanwhile, and after an interruption.\n"
     "\n"
-    "Times are set to whole seconds. A new file gets the permissions of its source "
-    "without those that the umask 022 takes. A file that is replaced keeps its "
-    "permissions, and becomes executable or read-only if the source is. With --in-place, "
-    "and on a server without file objects, put sets these two alone: executable (if the "
-    "owner may execute the source) and read-only (if nobody may write to it). Links and "
-    "special files in a directory are skipped.";
+    "Times are set to whole seconds. A new file or directory gets the permissions of its "
+    "source without those that the umask 022 takes. A file that is replaced keeps its "
+    "permissions, and becomes executable or read-only if the source is; a directory that "
+    "is there keeps its own. With --in-place, and on a server without file objects, files "
+    "get two alone: executable (if the owner may execute the source) and read-only (if "
+    "nobody may write to it). Links and special files in a directory are skipped.";
 
 constexpr const char* getFooter =
     "LOCAL is a directory to put into, or the new name of the one REMOTE; - is standard "
@@ -37,8 +37,9 @@ constexpr const char* getFooter =
     "target when it is complete. An interruption leaves the target as it was, and get "
     "--continue carries on.\n"
     "\n"
-    "Times are set to whole seconds. If the server has file objects, files get the "
-    "permissions that they have there, without those that the umask takes.";
+    "Times are set to whole seconds. If the server has file objects, files and new "
+    "directories get the permissions that they have there, without those that the umask "
+    "takes.";
 
 } // namespace
 
