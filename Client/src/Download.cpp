@@ -29,21 +29,6 @@ void SetTimes(Transfer& transfer, const std::vector<DownloadDirectory>& director
     }
 }
 
-/// Likewise modes: in some of these directories nobody may do anything afterwards.
-void SetModes(Transfer& transfer, const std::vector<DownloadDirectory>& directories)
-{
-    // NOLINTNEXTLINE(modernize-loop-convert): clang 14 does not take std::views::reverse
-    for (auto each = directories.rbegin(); each != directories.rend(); ++each) {
-        if (!each->mode)
-            continue;
-        try {
-            each->tree->SetMode(each->relative, *each->mode);
-        } catch (const FileFailed& failed) {
-            transfer.tally.AddFailure(failed.GetFailure());
-        }
-    }
-}
-
 template <typename Sources>
 void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sources)
 {
@@ -64,8 +49,6 @@ void RunDownload(Transfer& transfer, FileSystem& fileSystem, const Sources& sour
         });
     if (!transfer.isOver && options.setsTimes)
         SetTimes(transfer, plan.directories);
-    if (!transfer.isOver)
-        SetModes(transfer, plan.directories);
 }
 
 } // namespace

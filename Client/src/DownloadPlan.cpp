@@ -75,7 +75,7 @@ void AskSizes(const Transfer& transfer, const std::vector<std::string>& paths,
 class DownloadPlanner
 {
 public:
-    /// `isPart`: of a tree; then all modes are set afterwards.
+    /// `isPart`: of a tree; then others set all modes afterwards.
     DownloadPlanner(Transfer& transfer, FileSystem& fileSystem, std::uint32_t allowedModes,
                     bool isPart)
         : transfer(transfer)
@@ -157,8 +157,8 @@ private:
         const auto tree = std::make_shared<LocalTree>(item.local, mode);
         transfer.tally.AddDirectory();
         NoteOpen(tree->GetName(""), mode, tree->GetRootModeBefore());
-        plan.directories.push_back({"", tree, fileSystem.GetTime(item.remote, options.cancellation),
-                                    GetLastMode(mode, tree->GetRootModeBefore())});
+        plan.directories.push_back(
+            {"", tree, fileSystem.GetTime(item.remote, options.cancellation)});
         std::unordered_set<std::string> seen;
         for (const auto& entry : listing.entries)
             if (!IsHostPart(entry.path))
@@ -192,7 +192,7 @@ private:
             transfer.tally.AddDirectory();
             if (!isPart)
                 NoteOpen(tree->GetName(entry.path), mode, before);
-            plan.directories.push_back({entry.path, tree, entry.time, GetLastMode(mode, before)});
+            plan.directories.push_back({entry.path, tree, entry.time});
         } catch (const FileFailed& failed) {
             transfer.tally.AddFailure(failed.GetFailure());
         }
@@ -218,14 +218,6 @@ private:
     {
         const auto found = modes.find(remote);
         return found == modes.end() ? LocalTree::Mode() : found->second;
-    }
-
-    /// Returns the mode that a new directory gets when all is in it, unless it has it already.
-    static LocalTree::Mode GetLastMode(LocalTree::Mode mode, LocalTree::Mode before)
-    {
-        constexpr std::uint32_t allForOwner = 0700;
-        const bool isSet = before || !mode || (*mode & allForOwner) == allForOwner;
-        return isSet ? LocalTree::Mode() : mode;
     }
 
     /// A directory that is there keeps its mode.

@@ -24,13 +24,12 @@ struct DownloadFile
     std::optional<std::uint32_t> mode = {}; ///< at the source, where the server can tell
 };
 
-/// A directory whose time, and perhaps mode, is set when all is in it.
+/// A directory whose time is set when all is in it.
 struct DownloadDirectory
 {
     std::string relative;
     std::shared_ptr<LocalTree> tree;
     std::optional<FileTime> time;
-    std::optional<std::uint32_t> mode = {}; ///< of a new one in which its owner may not do all
 };
 
 /// The files and directories of a download.

@@ -48,7 +48,8 @@ std::string Hash(const std::string& text)
     return "-" + ToDigits(hash);
 }
 
-/// Returns the mode that a directory is made with: its owner has to write in it.
+/// Returns the mode that a directory is made with. Its owner may do everything in it, or no later
+/// transfer could.
 mode_t ToNewMode(const std::optional<std::uint32_t>& mode) noexcept
 {
     return mode ? (*mode & modeMask) | S_IRWXU : directoryMode;
@@ -282,12 +283,6 @@ void LocalTree::SetTime(const std::string& relative, FileTime time)
         timespec{0, UTIME_OMIT}, timespec{static_cast<time_t>(time.time_since_epoch().count()), 0}};
     if (futimens(directory.Get(), times.data()) != 0)
         FailLocally(GetName(relative), Step::SetTime);
-}
-
-void LocalTree::SetMode(const std::string& relative, std::uint32_t mode)
-{
-    if (fchmod(OpenDirectory(relative).Get(), mode) != 0)
-        FailLocally(GetName(relative), Step::SetPermissions);
 }
 
 PartFile::PartFile(int directory, std::string givenLeaf, std::string givenPart,

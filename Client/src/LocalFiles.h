@@ -38,7 +38,6 @@ public:
     /// Returns the mode of the root if that was there.
     [[nodiscard]] Mode GetRootModeBefore() const noexcept { return rootModeBefore; }
     void SetTime(const std::string& relative, FileTime time);
-    void SetMode(const std::string& relative, std::uint32_t mode);
 
     /// The directory of a path below the root, which is kept until the next call. Throws
     /// FileFailed.

@@ -35,8 +35,6 @@ void RunUpload(Transfer& transfer, const Sources& sources)
             Caller caller = transfer.node.MakeCaller(options.cancellation);
             SetDirectoryTimes(transfer, caller, plan.directories);
         });
-    if (!transfer.isOver)
-        DoStep(transfer, [&] { SetDirectoryModes(transfer, plan.directories); });
 }
 
 } // namespace

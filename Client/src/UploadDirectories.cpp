@@ -7,8 +7,6 @@
 #include "UaTimes.h"
 
 #include <algorithm>
-#include <functional>
-#include <map>
 #include <span>
 #include <unordered_map>
 #include <unordered_set>
@@ -19,7 +17,6 @@ namespace Client {
 namespace {
 
 constexpr std::size_t directoriesInOnePart = 200;
-constexpr std::uint32_t allForOwner = 0700;
 constexpr std::uint32_t listableByOthers = 0004;
 /// Those of group and others who may enter, in a mode; shifted by 2, those who may list.
 constexpr std::uint32_t enterable = 0011;
@@ -136,7 +133,6 @@ private:
         }
     }
 
-    /// Its owner has to write in it for a while.
     void Close(const std::vector<UploadDirectory*>& round)
     {
         std::vector<UploadDirectory*> closed;
@@ -146,7 +142,7 @@ private:
             if (directory->isThere && directory->mode) {
                 closed.push_back(directory);
                 paths.push_back(directory->remote);
-                modes.push_back(*directory->mode | allForOwner);
+                modes.push_back(*directory->mode);
             }
         if (closed.empty())
             return;
@@ -221,28 +217,6 @@ void SetDirectoryTimes(Transfer& transfer, Caller& caller,
                 transfer.tally.AddFailure(MakeUnknownFailure(part[i].remote, Step::SetTime,
                                                              "it does not read back as set"));
     }
-}
-
-void SetDirectoryModes(Transfer& transfer, const std::vector<UploadDirectory>& directories)
-{
-    std::map<std::string, std::uint32_t, std::greater<>> modes; // those below come first
-    for (const auto& directory : directories)
-        if (directory.mode && (*directory.mode & allForOwner) != allForOwner)
-            modes.emplace(directory.remote, *directory.mode);
-    std::vector<std::string> paths;
-    std::vector<std::uint32_t> values;
-    for (const auto& [path, mode] : modes) {
-        paths.push_back(path);
-        values.push_back(mode);
-    }
-    if (paths.empty())
-        return;
-    const auto results =
-        transfer.node.MakeObjectCaller(transfer.options.cancellation).SetPermissions(paths, values);
-    for (std::size_t i = 0; i < paths.size(); ++i)
-        if (!results[i].IsGood())
-            transfer.tally.AddFailure(
-                MakeReasonFailure(paths[i], Step::SetPermissions, results[i].reason));
 }
 
 } // namespace Client

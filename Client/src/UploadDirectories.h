@@ -8,16 +8,12 @@ namespace Client {
 // They tell the tally of what fails, and throw what Caller's waiting throws but CallsLost.
 
 /// Makes the directories, and takes out those that could not be made. New ones that not everybody
-/// may enter or list are closed before anything is in them; what they keep from their owner waits
-/// for SetDirectoryModes.
+/// may enter or list are closed before anything is in them.
 void MakeDirectories(Transfer& transfer, Caller& caller, UploadPlan& plan);
 
 /// Sets the times of directories, from below to above: what is done in a directory changes its
 /// time.
 void SetDirectoryTimes(Transfer& transfer, Caller& caller,
                        std::vector<UploadDirectory>& directories);
-
-/// Sets the modes of new directories in which their owner may not do everything.
-void SetDirectoryModes(Transfer& transfer, const std::vector<UploadDirectory>& directories);
 
 } // namespace Client

@@ -19,6 +19,7 @@ constexpr std::uint32_t modeBits = 0777;
 /// The server's umask is not known; this is the usual one.
 constexpr std::uint32_t newBits = modeBits & ~022U;
 constexpr std::uint32_t ordinaryDirectory = 0755; // as the host makes it
+constexpr std::uint32_t allForOwner = 0700;
 constexpr std::size_t smallFile = std::size_t{256} << 10U;
 
 struct DirectoryCloser
@@ -129,14 +130,16 @@ private:
                                          : "others cannot read it here, but may on the server"));
     }
 
-    /// An ordinary directory gets the mode that the host gives it, whose umask decides.
+    /// An ordinary directory gets the mode that the host gives it, whose umask decides. Its owner
+    /// may do everything in it, or no later transfer could.
     void PlanDirectory(const std::string& local, const std::string& remote,
                        const struct stat& status)
     {
         UploadDirectory directory{remote, FileTime(std::chrono::seconds(status.st_mtim.tv_sec))};
         if (options.setsPermissions) {
             NotePrivateMode(local, status);
-            const std::uint32_t mode = status.st_mode & (isAlone ? modeBits : newBits);
+            const std::uint32_t mode =
+                (status.st_mode & (isAlone ? modeBits : newBits)) | allForOwner;
             if (transfer.node.OffersObjects() && mode != ordinaryDirectory)
                 directory.mode = mode;
         }

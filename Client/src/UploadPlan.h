@@ -31,7 +31,7 @@ struct UploadDirectory
 {
     std::string remote;
     FileTime time;
-    std::optional<std::uint32_t> mode = {}; ///< at the source, if a new one is to get it
+    std::optional<std::uint32_t> mode = {}; ///< that a new one gets, if not the host's default
     bool isThere = false;
 };
 
@@ -41,7 +41,7 @@ struct UploadPlan
     std::vector<UploadDirectory> directories; ///< a directory comes before what is in it
     std::vector<UploadFile> small;            ///< each goes up in one call
     std::vector<UploadFile> large;            ///< each goes up in blocks
-    bool isPart = false;                      ///< of a tree; then all modes are set afterwards
+    bool isPart = false;                      ///< of a tree; then others set all modes afterwards
 };
 
 /// A file could not be written: finds out if others will fail as well.

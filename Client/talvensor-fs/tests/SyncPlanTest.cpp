@@ -196,6 +196,25 @@ TEST(ASyncPlan, SetsPermissionsThatDiffer)
     EXPECT_THAT(Paths(MakeSyncPlan(tree, target, {}).permissions), ElementsAre("a", "a/x"));
 }
 
+TEST(ASyncPlan, ClosesDirectoriesFirstAndOpensThemLast)
+{
+    auto source = tree;
+    auto target = tree;
+    const auto getClosed = [&](unsigned int atSource, unsigned int atTarget) {
+        source.entries[0].permissions = atSource;
+        target.entries[0].permissions = atTarget;
+        const auto plan = MakeSyncPlan(source, target, {});
+        EXPECT_THAT(Paths(plan.permissions), ElementsAre("a"));
+        return plan.closed.empty() ? 0U : plan.closed.front().permissions.value_or(0);
+    };
+    EXPECT_EQ(getClosed(0700, 0755), 0700U);
+    EXPECT_EQ(getClosed(0500, 0755), 0700U); // it is filled by its owner
+    EXPECT_EQ(getClosed(0705, 0750), 0700U); // others may not come yet
+    EXPECT_EQ(getClosed(0755, 0700), 0U);
+    EXPECT_EQ(getClosed(0711, 0700), 0U);
+    EXPECT_EQ(getClosed(0555, 0755), 0U);
+}
+
 TEST(AnExclusion, IsForNamesOrForPaths)
 {
     const Exclusions exclusions({"*.o", "/top", "a/*/c", "build/"});

@@ -610,7 +610,7 @@ ClientTest::HostStart StartUnprivileged()
     return start;
 }
 
-TEST(APutToAHostThatIsNotRoot, FillsDirectoriesThatBecomeReadOnly)
+TEST(APutToAHostThatIsNotRoot, CanBeRepeatedForDirectoriesThatAreReadOnlyHere)
 {
     const Desk desk{WithObjects(), StartUnprivileged()};
     fs::create_directories(desk.GetLocal("tree/a/b"));
@@ -618,14 +618,16 @@ TEST(APutToAHostThatIsNotRoot, FillsDirectoriesThatBecomeReadOnly)
     constexpr auto readOnly = static_cast<fs::perms>(0500);
     for (const auto* const name : {"tree/a/b", "tree/a"})
         fs::permissions(desk.GetLocal(name), readOnly);
-    const auto result = desk.Run({"--security", "plain", "-q", "put", "-r", "tree", "."});
-    EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(ReadFile(desk.GetRemote("tree/a/b/file")), "f");
+    for (const auto* const content : {"f", "changed"}) {
+        WriteFile(desk.GetLocal("tree/a/b/file"), content);
+        const auto result = desk.Run({"--security", "plain", "-q", "put", "-r", "tree", "."});
+        EXPECT_EQ(result.error, "");
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(ReadFile(desk.GetRemote("tree/a/b/file")), content);
+    }
     for (const auto* const name : {"tree/a", "tree/a/b"}) {
-        EXPECT_EQ(fs::status(desk.GetRemote(name)).permissions(), readOnly) << name;
+        EXPECT_EQ(fs::status(desk.GetRemote(name)).permissions(), fs::perms::owner_all) << name;
         fs::permissions(desk.GetLocal(name), fs::perms::owner_all);
-        fs::permissions(desk.GetRemote(name), fs::perms::owner_all);
     }
 }
 

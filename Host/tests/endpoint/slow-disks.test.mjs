@@ -3,8 +3,8 @@
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
 import { once } from "node:events";
-import { writeFileSync } from "node:fs";
-import { basename } from "node:path";
+import { readdirSync, readFileSync, writeFileSync } from "node:fs";
+import { basename, join } from "node:path";
 import { after, before, describe, it } from "node:test";
 import { fileObjectsFlags, fileObjectsUri, makeFolder, opcua, programs, startHost, waitFor, within } from "./harness.mjs";
 
@@ -26,8 +26,15 @@ class Disk {
         return basename(this.folder);
     }
 
-    stop() {
+    /**
+     * Waits until it has stopped: with a question that it has read but not answered, the system lets
+     * nobody end who asked it.
+     */
+    async stop() {
         this.process.kill("SIGSTOP");
+        const threads = `/proc/${this.process.pid}/task`;
+        const hasStopped = (thread) => / T /.test(readFileSync(join(threads, thread, "stat"), "latin1"));
+        await waitFor("the disk to stop", () => readdirSync(threads).every(hasStopped));
     }
 
     goOn() {
@@ -93,7 +100,7 @@ describe("A disk that stops", { skip }, () => {
             const known = await its.browse(node(its, `d/${disk.name}/directory`), { referenceTypeId: "Organizes" });
             return known.references?.length === 100;
         });
-        disk.stop();
+        await disk.stop();
         let isAnswered = false;
         const answer = open(its, `f/${disk.name}/file`).finally(() => (isAnswered = true));
         const looks = ["directory", "other"].map((name) => other.browse(node(other, `d/${disk.name}/${name}`)));
@@ -114,7 +121,7 @@ describe("A disk that stops", { skip }, () => {
     });
 
     it("does not keep the host from ending", async () => {
-        disk.stop();
+        await disk.stop();
         open(its, `f/${disk.name}/file`).catch(() => {}); // is never answered
         await workElsewhere(other, 1);
         host.process.kill("SIGTERM");
@@ -141,7 +148,7 @@ describe("A file that is open on a disk that stops", { skip }, () => {
     // The system waits for the disk when a process ends, even a killed one.
     it("keeps nothing of the host from ending but its process, until the disk is gone", async () => {
         assert.equal((await open(client, `f/${disk.name}/file`)).statusCode.name, "Good");
-        disk.stop();
+        await disk.stop();
         host.process.kill("SIGTERM");
         await waitFor("the last line", () => host.log.includes("Stopped with unfinished work"));
         assert.ok(host.log.includes(`The root '${disk.folder}' does not answer`), host.log);

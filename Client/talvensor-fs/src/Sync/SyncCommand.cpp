@@ -174,11 +174,21 @@ private:
         struct stat status = {};
         if (!objects.AreOffered() || stat(local.c_str(), &status) != 0 || !IsClosed(status.st_mode))
             return;
-        const auto result = objects.SetPermissions(
+        const auto results = objects.SetPermissions(
             {remote}, {(status.st_mode & permissionBits) | S_IRWXU}, &workplace.cancellation);
-        if (!result.front().IsGood())
-            throw Client::OperationFailedException(
-                remote + " (remote): cannot set the permissions: " + result.front().reason);
+        if (results.front().IsGood())
+            return;
+        // A link may have led to another folder, where the file objects do not follow.
+        if (objects.GetStates({remote}, &workplace.cancellation).front().kind ==
+            Client::Kind::Missing) {
+            workplace.console.Report(remote + " (remote): others may list it there, but not " +
+                                     local + " here");
+            return;
+        }
+        // The next run would find it open, and fill it.
+        static_cast<void>(workplace.remote.GetFiles().Delete({remote}));
+        throw Client::OperationFailedException(
+            remote + " (remote): cannot set the permissions: " + results.front().reason);
     }
 
     /// Asks for the sizes of remote files whose times do not differ already.
@@ -287,16 +297,18 @@ private:
         target.SetPermissions(plan.directories);
     }
 
-    /// Before anything goes into them: those that have to be closed to more than they are.
-    void CloseDirectories(const SyncPlan& plan)
+    /// Nothing goes into a directory that cannot be closed.
+    void CloseDirectories(SyncPlan& plan)
     {
-        auto closed = plan.permissions;
-        std::erase_if(closed, [](const SyncEntry& entry) {
-            return entry.type != EntryType::Directory || !IsClosed(entry.permissions.value_or(0));
-        });
-        for (auto& entry : closed)
-            entry.permissions = entry.permissions.value_or(0) | S_IRWXU;
-        target.SetPermissions(closed);
+        for (const auto& open : target.SetPermissions(plan.closed)) {
+            AddFailed(open);
+            const auto isBelow = [&](const SyncEntry& entry) {
+                return IsAtOrBelow(entry.path, open);
+            };
+            std::erase_if(plan.files, isBelow);
+            std::erase_if(plan.directories, isBelow);
+            std::erase_if(plan.permissions, isBelow);
+        }
     }
 
     /// An exception finds all back that was set aside.

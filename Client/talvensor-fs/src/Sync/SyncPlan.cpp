@@ -101,6 +101,20 @@ private:
         if (entry.time && old.time != entry.time)
             changed.insert(entry.path);
         ComparePermissions(entry, old);
+        CompareOpenness(entry, old);
+    }
+
+    /// What others may do no more ends before anything goes into the directory; what they may do
+    /// from now on waits until all in it has its own permissions.
+    void CompareOpenness(const SyncEntry& entry, const SyncEntry& old)
+    {
+        constexpr std::uint32_t others = 0077;
+        constexpr std::uint32_t allForOwner = 0700;
+        if (!entry.permissions || !old.permissions ||
+            (*old.permissions & ~*entry.permissions & others) == 0)
+            return;
+        plan.closed.push_back(entry);
+        plan.closed.back().permissions = (*old.permissions & *entry.permissions) | allForOwner;
     }
 
     void CompareFiles(const SyncEntry& entry, const SyncEntry& old)

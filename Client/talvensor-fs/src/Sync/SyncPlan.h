@@ -54,7 +54,8 @@ struct SyncPlan
     std::vector<SyncEntry> files;       ///< new or changed
     std::vector<SyncEntry> compared;    ///< sent if their contents differ
     std::vector<SyncEntry> permissions; ///< of files and directories that are the same otherwise
-    std::vector<std::string> deleted;   ///< with all that is in them
+    std::vector<SyncEntry> closed;    ///< directories of them, to be closed before they are filled
+    std::vector<std::string> deleted; ///< with all that is in them
     std::vector<std::string> conflicts; ///< of another type, which stay: messages
     std::uint64_t made = 0;             ///< of `directories`: those that are missing
     std::uint64_t same = 0;             ///< files, `compared` not counted

@@ -115,14 +115,16 @@ bool SyncTarget::RenameLocal(const Names& names)
     return !error;
 }
 
-void SyncTarget::SetPermissions(const std::vector<SyncEntry>& entries)
+std::vector<std::string> SyncTarget::SetPermissions(const std::vector<SyncEntry>& entries)
 {
+    std::vector<std::string> failed;
     if (entries.empty() || !objects.AreOffered())
-        return;
+        return failed;
     if (IsLocal()) {
         for (const auto& entry : entries)
-            SetLocalPermissions(entry);
-        return;
+            if (!SetLocalPermissions(entry))
+                failed.push_back(entry.path);
+        return failed;
     }
     std::vector<std::string> paths;
     std::vector<std::uint32_t> permissions;
@@ -132,16 +134,20 @@ void SyncTarget::SetPermissions(const std::vector<SyncEntry>& entries)
     }
     const auto results = objects.SetPermissions(paths, permissions, cancellation);
     for (std::size_t i = 0; i < paths.size(); ++i)
-        if (!results.at(i).IsGood())
+        if (!results.at(i).IsGood()) {
             fail(paths[i] + " (remote): cannot set the permissions: " + results[i].reason);
+            failed.push_back(entries[i].path);
+        }
+    return failed;
 }
 
-void SyncTarget::SetLocalPermissions(const SyncEntry& entry)
+bool SyncTarget::SetLocalPermissions(const SyncEntry& entry)
 {
     const auto path = GetPath(entry.path);
-    if (chmod(path.c_str(), entry.permissions.value_or(0)) != 0)
-        fail(path +
-             " (local): cannot set the permissions: " + std::generic_category().message(errno));
+    if (chmod(path.c_str(), entry.permissions.value_or(0)) == 0)
+        return true;
+    fail(path + " (local): cannot set the permissions: " + std::generic_category().message(errno));
+    return false;
 }
 
 } // namespace Cli

@@ -37,8 +37,8 @@ public:
     /// REQUIRES: CanRename.
     [[nodiscard]] std::vector<Names> FindRenamed(const std::vector<Names>& names);
 
-    /// Sets them as they are at the source, where both sides can tell.
-    void SetPermissions(const std::vector<SyncEntry>& entries);
+    /// Sets those of the entries, where the target can. Returns the paths where that failed.
+    std::vector<std::string> SetPermissions(const std::vector<SyncEntry>& entries);
 
     /// From now on an interruption does not keep it from working. A connection is closed soon
     /// after it in any case.
@@ -51,7 +51,7 @@ private:
     [[nodiscard]] bool IsLocal() const noexcept { return side == Client::Side::Local; }
     [[nodiscard]] bool DeleteLocal(const std::string& path);
     [[nodiscard]] bool RenameLocal(const Names& names);
-    void SetLocalPermissions(const SyncEntry& entry);
+    [[nodiscard]] bool SetLocalPermissions(const SyncEntry& entry);
 
     const Client::Side side;
     const std::string top;

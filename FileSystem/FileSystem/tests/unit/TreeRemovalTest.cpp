@@ -16,7 +16,7 @@ namespace {
 /// The calls that remove an entry, in place of those of the C library.
 struct Removals
 {
-    static constexpr int tooMany = 100; ///< ends a removal that would go on for ever
+    static constexpr int tooMany = 1000; ///< ends a removal that would go on for ever
 
     bool isWatched = false; // by a test of this file; the others of the program are let through
     int count = 0;
