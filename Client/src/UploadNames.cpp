@@ -203,8 +203,7 @@ class PartMaker
 {
 public:
     PartMaker(Transfer& transfer, Caller& caller, std::span<const UploadFile* const> files)
-        : transfer(transfer)
-        , caller(caller)
+        : caller(caller)
         , objects(transfer.node.MakeObjectCaller(transfer.options.cancellation))
         , failures(files.size())
     {
@@ -364,7 +363,6 @@ private:
         return result.reason.empty() ? DescribeStatus(result.status) : result.reason;
     }
 
-    Transfer& transfer;
     Caller& caller;
     ObjectCaller objects;
     std::map<std::string, Closed> directories; // by that which the parts go to
