@@ -66,7 +66,7 @@ const Modes closedTree{{"", 0755},      {"a", 0700},    {"a/b", 0700}, {"a/open"
                        {"group", 0750}, {"x", 0711},    {"x/y", 0700}, {"read", 0555},
                        {"one", 0500},   {"one/1", 0511}};
 
-/// What the modes are on the other side: the owner may do everything, so that later transfers can.
+/// The modes on the other side: the owner may do everything, so that later transfers can.
 Modes ForOwner(Modes modes)
 {
     for (auto& [name, mode] : modes)

@@ -104,8 +104,8 @@ private:
         CompareOpenness(entry, old);
     }
 
-    /// What others may do no more ends before anything goes into the directory; what they may do
-    /// from now on waits until all in it has its own permissions.
+    /// Closes a directory before anything goes into it. Opening it waits until all in it has its
+    /// own permissions.
     void CompareOpenness(const SyncEntry& entry, const SyncEntry& old)
     {
         constexpr std::uint32_t others = 0077;
