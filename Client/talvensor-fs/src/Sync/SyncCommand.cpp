@@ -274,13 +274,13 @@ private:
 
     void Do(SyncPlan plan)
     {
+        CloseDirectories(plan); // before anything is set aside: an exception would leave that
         SetAside aside(target, GetFail());
         if (target.CanRename())
             aside.Add(plan.replaced);
         else
             DeleteBefore(plan);
         summary.directories = plan.made;
-        CloseDirectories(plan);
         TransferAll(plan, aside);
         aside.PutBack([this](const auto& path) { return HasFailed(path); });
         const auto replaced = aside.Delete();
@@ -297,7 +297,7 @@ private:
         target.SetPermissions(plan.directories);
     }
 
-    /// Nothing goes into a directory that cannot be closed.
+    /// Nothing goes into a directory that cannot be closed, and nothing gives way there.
     void CloseDirectories(SyncPlan& plan)
     {
         for (const auto& open : target.SetPermissions(plan.closed)) {
@@ -308,6 +308,8 @@ private:
             std::erase_if(plan.files, isBelow);
             std::erase_if(plan.directories, isBelow);
             std::erase_if(plan.permissions, isBelow);
+            std::erase_if(plan.replaced,
+                          [&](const std::string& path) { return IsAtOrBelow(path, open); });
         }
     }
 
