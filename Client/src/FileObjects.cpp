@@ -48,9 +48,7 @@ std::vector<DirectoryEntry> FileObjects::List(const std::string& directory,
     CheckPath(directory);
     auto listing = ObjectCaller(*connection.engine, cancellation).List(directory);
     if (!listing.result.IsGood())
-        FailRemotely(directory, Step::List,
-                     listing.result.reason.empty() ? DescribeStatus(listing.result.status)
-                                                   : listing.result.reason);
+        FailRemotely(directory, Step::List, DescribeResult(listing.result));
     return std::move(listing.entries);
 }
 

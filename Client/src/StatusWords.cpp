@@ -87,4 +87,9 @@ std::string DescribeStatus(UA_StatusCode status)
     return words == nullptr ? name : std::string(words) + " (" + name + ")";
 }
 
+std::string DescribeResult(const Result& result)
+{
+    return result.reason.empty() ? DescribeStatus(result.status) : result.reason;
+}
+
 } // namespace Client

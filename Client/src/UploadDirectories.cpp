@@ -167,9 +167,8 @@ private:
         failed.insert(Normalize(directory.remote));
         transfer.reasons.AddObstacle(directory.remote,
                                      "the permissions of its directory could not be set");
-        transfer.tally.AddFailure(MakeReasonFailure(
-            directory.remote, Step::SetPermissions,
-            result.reason.empty() ? DescribeStatus(result.status) : result.reason));
+        transfer.tally.AddFailure(
+            MakeReasonFailure(directory.remote, Step::SetPermissions, DescribeResult(result)));
     }
 
     /// Nothing that should go into it is tried.

@@ -92,7 +92,7 @@ void ChooseNames(Transfer& transfer, std::vector<UploadFile>& files)
 Failure MakeFailure(const std::string& path, Step step, const Result& result)
 {
     const std::string subject = path + ": "; // the server may name it
-    std::string cause = result.reason.empty() ? DescribeStatus(result.status) : result.reason;
+    std::string cause = DescribeResult(result);
     if (cause.starts_with(subject))
         cause.erase(0, subject.size());
     return MakeReasonFailure(path, step, std::move(cause));
@@ -280,7 +280,7 @@ private:
             objects.SetPermissions(paths, std::vector<std::uint32_t>(paths.size(), onlyForOwner));
         for (std::size_t i = 0; i < made.size(); ++i)
             made[i]->obstacle =
-                results[i].IsGood() ? std::nullopt : std::optional(GetText(results[i]));
+                results[i].IsGood() ? std::nullopt : std::optional(DescribeResult(results[i]));
         TakeOut([](const Part& part) -> std::optional<Failure> {
             if (!part.directory->obstacle)
                 return std::nullopt;
@@ -341,7 +341,7 @@ private:
             const Result& result = results[next++];
             if (result.IsGood())
                 return std::nullopt;
-            return MakeReasonFailure(part.file->remote, Step::Open, GetText(result));
+            return MakeReasonFailure(part.file->remote, Step::Open, DescribeResult(result));
         });
     }
 
@@ -356,11 +356,6 @@ private:
                 left.push_back(std::move(part));
         }
         parts = std::move(left);
-    }
-
-    static std::string GetText(const Result& result)
-    {
-        return result.reason.empty() ? DescribeStatus(result.status) : result.reason;
     }
 
     Caller& caller;

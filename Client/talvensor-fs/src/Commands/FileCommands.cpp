@@ -6,10 +6,11 @@
 #include "Output/Json.h"
 #include "Output/Text.h"
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <map>
+#include <set>
+#include <string_view>
 
 namespace Cli {
 
@@ -154,10 +155,11 @@ ExitStatus Run(const RemoveCommand& command, const Workplace& workplace)
         for (const auto& failure : workplace.remote.GetFiles().Delete(
                  paths, command.mayBeMissing, &workplace.cancellation, &missing))
             reasons.emplace(failure.path, Client::Describe(failure));
+    const std::set<std::string_view> left(missing.begin(), missing.end());
     for (const auto& path : paths) {
         if (const auto found = reasons.find(path); found != reasons.end())
             changes.AddFailed(path, found->second);
-        else if (std::find(missing.begin(), missing.end(), path) == missing.end())
+        else if (!left.contains(path))
             changes.AddDone(path);
     }
     return changes.Conclude();
