@@ -119,6 +119,16 @@ std::vector<std::string> GetObjectArguments()
     return {"--module", TALVENSOR_OBJECTS_MODULE, "--model", TALVENSOR_OBJECTS_MODEL};
 }
 
+HostStart StartUnprivileged()
+{
+    HostStart start;
+    if (geteuid() == 0) {
+        start.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+        start.user = 65534;
+    }
+    return start;
+}
+
 HostProcess::HostProcess(std::filesystem::path givenRoot, std::vector<std::string> more,
                          std::uint16_t port, HostStart givenStart)
     : root(std::move(givenRoot))

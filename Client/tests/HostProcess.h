@@ -45,6 +45,10 @@ struct HostStart
     std::optional<uid_t> user = {};
 };
 
+/// The start of a host that is not root, since root may do everything: that of another user where
+/// the tests are root's.
+[[nodiscard]] HostStart StartUnprivileged();
+
 /// A real talvensor-host on loopback that serves a folder. It ends with the process that started
 /// it.
 class HostProcess

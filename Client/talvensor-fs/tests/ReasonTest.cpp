@@ -113,20 +113,9 @@ TEST_F(AServerWithReasons, KeepsATargetWhenThereIsNoMoreInput)
     EXPECT_EQ(ReadFile(desk.GetRemote("file")), "after");
 }
 
-/// A host of another user, since root may do everything.
 class AServerThatMayNotWrite : public testing::Test
 {
 protected:
-    static ClientTest::HostStart StartAsNobody()
-    {
-        ClientTest::HostStart start;
-        if (geteuid() == 0) {
-            start.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-            start.user = 65534;
-        }
-        return start;
-    }
-
     AServerThatMayNotWrite()
     {
         fs::create_directory(desk.GetRemote("closed"));
@@ -137,7 +126,7 @@ protected:
         fs::permissions(desk.GetRemote("closed"), fs::perms(0755));
     }
 
-    Desk desk{ClientTest::GetObjectArguments(), StartAsNobody()};
+    Desk desk{ClientTest::GetObjectArguments(), ClientTest::StartUnprivileged()};
 };
 
 TEST_F(AServerThatMayNotWrite, SaysSoOnceForManyFiles)

@@ -26,18 +26,6 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
 
-std::string FileObjects()
-{
-    return (fs::path(TALVENSOR_MODULE).parent_path() / "libTalvensor.FileObjects.so").string();
-}
-
-std::vector<std::string> WithObjects()
-{
-    const auto model = fs::path(TALVENSOR_HOST).parent_path().parent_path() /
-                       "share/talvensor/models/Talvensor.FileObjects.NodeSet2.xml";
-    return {"--module", FileObjects(), "--model", model.string()};
-}
-
 /// The parameter: if the host has file objects.
 class ASync : public testing::TestWithParam<bool>
 {
@@ -89,7 +77,7 @@ protected:
         EXPECT_EQ(result.status, 0);
     }
 
-    Desk desk{GetParam() ? WithObjects() : std::vector<std::string>{}};
+    Desk desk{GetParam() ? ClientTest::GetObjectArguments() : std::vector<std::string>{}};
 };
 
 TEST_P(ASync, SendsATreeOnce)
@@ -600,57 +588,6 @@ TEST_P(ASyncWithFileObjects, LeavesRemoteLinksToDirectoriesAlone)
 
 INSTANTIATE_TEST_SUITE_P(FileObjects, ASyncWithFileObjects, testing::Values(true));
 
-ClientTest::HostStart StartUnprivileged()
-{
-    ClientTest::HostStart start;
-    if (geteuid() == 0) {
-        start.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-        start.user = 65534;
-    }
-    return start;
-}
-
-TEST(APutToAHostThatIsNotRoot, CanBeRepeatedForDirectoriesThatAreReadOnlyHere)
-{
-    const Desk desk{WithObjects(), StartUnprivileged()};
-    fs::create_directories(desk.GetLocal("tree/a/b"));
-    WriteFile(desk.GetLocal("tree/a/b/file"), "f");
-    constexpr auto readOnly = static_cast<fs::perms>(0500);
-    for (const auto* const name : {"tree/a/b", "tree/a"})
-        fs::permissions(desk.GetLocal(name), readOnly);
-    for (const auto* const content : {"f", "changed"}) {
-        WriteFile(desk.GetLocal("tree/a/b/file"), content);
-        const auto result = desk.Run({"--security", "plain", "-q", "put", "-r", "tree", "."});
-        EXPECT_EQ(result.error, "");
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(ReadFile(desk.GetRemote("tree/a/b/file")), content);
-    }
-    for (const auto* const name : {"tree/a", "tree/a/b"}) {
-        EXPECT_EQ(fs::status(desk.GetRemote(name)).permissions(), fs::perms::owner_all) << name;
-        fs::permissions(desk.GetLocal(name), fs::perms::owner_all);
-    }
-}
-
-TEST(ASyncToAHostThatIsNotRoot, DeletesInADirectoryThatBecomesReadOnly)
-{
-    const Desk desk{WithObjects(), StartUnprivileged()};
-    const auto sync = [&desk] {
-        return desk.Run({"--security", "plain", "sync", "--delete", "src", "remote:dst"});
-    };
-    const auto directory = desk.GetLocal("src/a");
-    fs::create_directories(directory);
-    EXPECT_EQ(sync().status, 0);
-    WriteFile(desk.GetRemote("dst/a/old"), "");
-    constexpr auto readOnly = static_cast<fs::perms>(0555);
-    fs::permissions(directory, readOnly);
-    const auto result = sync();
-    EXPECT_EQ(result.status, 0) << result.error;
-    EXPECT_FALSE(fs::exists(desk.GetRemote("dst/a/old")));
-    EXPECT_EQ(fs::status(desk.GetRemote("dst/a")).permissions(), readOnly);
-    fs::permissions(directory, fs::perms::owner_all);
-    fs::permissions(desk.GetRemote("dst/a"), fs::perms::owner_all);
-}
-
 /// A disk of 1 MiB.
 void SyncOntoAFullDisk()
 {
@@ -676,28 +613,6 @@ void SyncOntoAFullDisk()
 TEST(ASyncToAFullDisk, NamesWhatItLeavesUnfinished)
 {
     std::thread(&SyncOntoAFullDisk).join(); // what is unshared goes with the thread
-}
-
-TEST(ASyncToAHostThatIsNotRoot, KeepsWhatItCannotListBelowTheTarget)
-{
-    const Desk desk{{}, StartUnprivileged()};
-    fs::create_directories(desk.GetLocal("src"));
-    for (const auto& target :
-         {std::string("dst"), std::string("dst//"), desk.GetRemote("dst").string()}) {
-        const auto closed = desk.GetRemote("dst/old/closed");
-        fs::create_directories(closed);
-        WriteFile(closed / "x", "");
-        WriteFile(desk.GetRemote("dst/old/y"), "");
-        fs::permissions(desk.GetRemote("dst"), fs::perms::all);
-        fs::permissions(desk.GetRemote("dst/old"), fs::perms::all);
-        fs::permissions(closed, fs::perms::none);
-        const auto result =
-            desk.Run({"--security", "plain", "sync", "-n", "--delete", "src", "remote:" + target});
-        EXPECT_EQ(result.status, 1) << target;
-        EXPECT_THAT(result.error, HasSubstr("/old/closed (remote): cannot list")) << target;
-        EXPECT_EQ(result.output, "delete  old/y\n") << target;
-        fs::permissions(closed, fs::perms::owner_all);
-    }
 }
 
 } // namespace

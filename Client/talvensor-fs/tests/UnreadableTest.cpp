@@ -13,16 +13,6 @@ namespace fs = std::filesystem;
 
 using testing::HasSubstr;
 
-ClientTest::HostStart StartAsNobody()
-{
-    ClientTest::HostStart start;
-    if (geteuid() == 0) {
-        start.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-        start.user = 65534;
-    }
-    return start;
-}
-
 class AnUnreadableDirectory : public testing::TestWithParam<fs::perms>
 {
 protected:
@@ -39,7 +29,7 @@ protected:
         fs::permissions(desk.GetRemote("closed"), fs::perms::owner_all);
     }
 
-    Desk desk{{}, StartAsNobody()};
+    Desk desk{{}, ClientTest::StartUnprivileged()};
 };
 
 TEST_P(AnUnreadableDirectory, IsNotListedAsAFile)
