@@ -68,9 +68,9 @@ function fill(folder, count, length) {
 describe("A host survives", () => {
     it("a client that is stopped while megabytes wait for it", async () =>
         survives({}, async (host, steady) => {
-            const [reads, listings] = [4_000, 20];
+            const [reads, listings] = [1_000, 10];
             writeFileSync(host.path("file"), Buffer.alloc(100_000));
-            fill(host.path("folder"), 10_000, 100);
+            fill(host.path("folder"), 5_000, 100);
 
             const script = fileURLToPath(new URL("reading-client.mjs", import.meta.url));
             const child = spawn(process.execPath, [script, host.url, host.root, host.path("file"), reads, listings]);

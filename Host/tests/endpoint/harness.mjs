@@ -187,27 +187,31 @@ export function runHost(flags) {
 
 let hosts = 0;
 
+function copyFolder(from, to) {
+    mkdirSync(dirname(to), { recursive: true, mode: 0o700 });
+    assert.equal(spawnSync("cp", ["-a", from, to]).status, 0);
+}
+
 /**
- * Making a key takes a host longer than most tests. The n-th host of a process takes the key that the
- * n-th host of an earlier process made; those of one process stay different.
+ * Making a key takes longer than most tests. The n-th host of a process takes the key that the n-th host
+ * of an earlier process made; those of one process stay different. Likewise its clients' common key.
  */
 class KeptKey {
-    constructor() {
-        this.kept = join(process.env.TALVENSOR_KEPT_KEYS, `endpoint${hosts++}`);
+    constructor(name) {
+        this.kept = join(process.env.TALVENSOR_KEPT_KEYS, name);
     }
 
-    giveTo(pki) {
+    /** Makes the folder, if one was kept. */
+    giveTo(folder) {
         if (existsSync(this.kept)) {
-            mkdirSync(pki, { mode: 0o700 });
-            assert.equal(spawnSync("cp", ["-a", this.kept, join(pki, "own")]).status, 0);
+            copyFolder(this.kept, folder);
         }
     }
 
-    takeFrom(pki) {
+    takeFrom(folder) {
         if (!existsSync(this.kept)) {
             const whole = `${this.kept}.${process.pid}`;
-            mkdirSync(dirname(whole), { recursive: true });
-            assert.equal(spawnSync("cp", ["-a", join(pki, "own"), whole]).status, 0);
+            copyFolder(folder, whole);
             try {
                 renameSync(whole, this.kept);
             } catch {
@@ -232,8 +236,8 @@ class Host {
         }
         // One that says how keys are kept, or has another user, makes its own.
         if (process.env.TALVENSOR_KEPT_KEYS && pki === undefined && user === undefined && !ownKey) {
-            this.key = new KeptKey();
-            this.key.giveTo(this.pki);
+            this.key = new KeptKey(`endpoint${hosts++}`);
+            this.key.giveTo(join(this.pki, "own"));
         }
         this.program = program ?? programs.host;
         const modules = program ? [] : ["--module", programs.module, "--model", programs.model];
@@ -271,7 +275,7 @@ class Host {
         });
         this.url = /^ {2}endpoint {2}(\S+)$/m.exec(this.output)[1].replace(/,$/, "");
         this.port = Number(/:(\d+)$/.exec(this.url)[1]);
-        this.key?.takeFrom(this.pki);
+        this.key?.takeFrom(join(this.pki, "own"));
     }
 
     get pid() {
@@ -322,10 +326,23 @@ export async function makeClientPki(folder = makeFolder("client-pki")) {
     return { store, folder, certificate: join(folder, "own/certs/client_certificate.pem") };
 }
 
+async function makeCommonPki() {
+    if (!process.env.TALVENSOR_KEPT_KEYS) {
+        return makeClientPki();
+    }
+    const key = new KeptKey("endpoint-client");
+    const folder = join(makeFolder("client-pki"), "pki");
+    key.giveTo(folder);
+    const pki = await makeClientPki(folder);
+    await makeCertificate(pki);
+    key.takeFrom(folder);
+    return pki;
+}
+
 let commonPki;
 /** Returns the store of all clients that are given none. */
 export function getCommonPki() {
-    commonPki ??= makeClientPki();
+    commonPki ??= makeCommonPki();
     return commonPki;
 }
 

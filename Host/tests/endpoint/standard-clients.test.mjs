@@ -13,6 +13,7 @@ import { fileObjectsFlags, opcua, startHost, waitFor } from "./harness.mjs";
 const { DataType, Variant } = opcua;
 const { ClientFile, OpenFileMode } = fileTransfer;
 const mebibyte = 1024 * 1024;
+const entryCount = process.env.TALVENSOR_LONG === "1" ? 100_000 : 20_000;
 
 const hash = (content) => createHash("sha256").update(content).digest("hex");
 const toNumber = ([high, low]) => high * 2 ** 32 + low;
@@ -309,10 +310,9 @@ describe("A client of the standard", () => {
         assert.ok(!(await browser.names(folder)).includes("directory"));
     });
 
-    it("browses 100 000 entries to the end while others come and go", async () => {
-        const count = 100_000;
+    it(`browses ${entryCount} entries to the end while others come and go`, async () => {
         mkdirSync(host.path("many"));
-        for (let i = 0; i < count; ++i) {
+        for (let i = 0; i < entryCount; ++i) {
             closeSync(openSync(host.path("many", `stays ${i}`), "w"));
         }
         // Makes files, and deletes them when a hundred younger ones are there.
@@ -341,7 +341,7 @@ describe("A client of the standard", () => {
             }
             assert.equal(other.exitCode, null);
             const wrong = [];
-            for (let i = 0; i < count; ++i) {
+            for (let i = 0; i < entryCount; ++i) {
                 if (found.get(`stays ${i}`) !== 1) {
                     wrong.push([i, found.get(`stays ${i}`)]);
                 }
