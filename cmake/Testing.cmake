@@ -6,6 +6,10 @@ add_library(TalvensorTesting INTERFACE)
 target_link_libraries(TalvensorTesting INTERFACE
     TalvensorWarnings GTest::gtest GTest::gmock GTest::gtest_main)
 target_compile_options(TalvensorTesting INTERFACE -O0)
+# AddressSanitizer goes with them; undefined behaviour is looked for in what is tested.
+if(TALVENSOR_SANITIZER STREQUAL "address")
+    target_compile_options(TalvensorTesting INTERFACE -fno-sanitize=undefined)
+endif()
 
 # A program without tests, which owns the precompiled headers.
 set(noSource ${CMAKE_BINARY_DIR}/NoTests.cpp)
