@@ -6,7 +6,7 @@ add_library(TalvensorTesting INTERFACE)
 target_link_libraries(TalvensorTesting INTERFACE
     TalvensorWarnings GTest::gtest GTest::gmock GTest::gtest_main)
 target_compile_options(TalvensorTesting INTERFACE -O0)
-# AddressSanitizer goes with them; undefined behaviour is looked for in what is tested.
+# They keep AddressSanitizer; undefined behaviour is looked for in what they test.
 if(TALVENSOR_SANITIZER STREQUAL "address")
     target_compile_options(TalvensorTesting INTERFACE -fno-sanitize=undefined)
 endif()
